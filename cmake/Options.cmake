@@ -1,0 +1,15 @@
+# Compiler options that every target of this project shares.
+add_library(mcast_options INTERFACE)
+target_compile_options(mcast_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+target_compile_definitions(mcast_options INTERFACE _GNU_SOURCE)
+if(MCAST_WERROR)
+  target_compile_options(mcast_options INTERFACE -Werror)
+endif()
+if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+  target_compile_options(mcast_options INTERFACE -Wthread-safety -Werror=thread-safety)
+endif()
+if(MCAST_SANITIZE)
+  target_compile_options(mcast_options INTERFACE -fsanitize=${MCAST_SANITIZE} -fno-omit-frame-pointer
+                                                 -fno-sanitize-recover=all)
+  target_link_options(mcast_options INTERFACE -fsanitize=${MCAST_SANITIZE})
+endif()

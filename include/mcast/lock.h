@@ -1,0 +1,49 @@
+/*
+ * The locks that stand inside exported records, and the annotations with which the compiler checks who holds
+ * them. A lock record holds exactly the POSIX object, so its layout is that of the POSIX type.
+ */
+#ifndef MCAST_LOCK_H
+#define MCAST_LOCK_H
+
+#include <pthread.h>
+
+#include "mcast/common.h"
+
+#if defined(__clang__) && defined(__cplusplus)
+#define MCAST_TSA(attribute) __attribute__((attribute))
+#else
+#define MCAST_TSA(attribute)
+#endif
+
+#define MCAST_CAPABILITY(name) MCAST_TSA(capability(name))
+#define MCAST_GUARDED_BY(lock) MCAST_TSA(guarded_by(lock))
+#define MCAST_PT_GUARDED_BY(lock) MCAST_TSA(pt_guarded_by(lock))
+#define MCAST_REQUIRES(...) MCAST_TSA(requires_capability(__VA_ARGS__))
+#define MCAST_REQUIRES_SHARED(...) MCAST_TSA(requires_shared_capability(__VA_ARGS__))
+#define MCAST_EXCLUDES(...) MCAST_TSA(locks_excluded(__VA_ARGS__))
+#define MCAST_ACQUIRE(...) MCAST_TSA(acquire_capability(__VA_ARGS__))
+#define MCAST_ACQUIRE_SHARED(...) MCAST_TSA(acquire_shared_capability(__VA_ARGS__))
+#define MCAST_RELEASE(...) MCAST_TSA(release_capability(__VA_ARGS__))
+#define MCAST_RELEASE_SHARED(...) MCAST_TSA(release_shared_capability(__VA_ARGS__))
+#define MCAST_ACQUIRED_BEFORE(...) MCAST_TSA(acquired_before(__VA_ARGS__))
+#define MCAST_ACQUIRED_AFTER(...) MCAST_TSA(acquired_after(__VA_ARGS__))
+#define MCAST_NO_LOCK_ANALYSIS MCAST_TSA(no_thread_safety_analysis)
+
+MCAST_EXTERN_C_BEGIN
+
+/* A mutex in an exported record. */
+typedef struct MCAST_CAPABILITY("mutex") MCAST_MUTEX_S {
+    pthread_mutex_t posix;
+} MCAST_MUTEX_S;
+
+/* A reader-writer lock in an exported record or object. */
+typedef struct MCAST_CAPABILITY("rwlock") MCAST_RWLOCK_S {
+    pthread_rwlock_t posix;
+} MCAST_RWLOCK_S;
+
+MCAST_STATIC_ASSERT(sizeof(MCAST_MUTEX_S) == sizeof(pthread_mutex_t), "a mutex record is the POSIX mutex");
+MCAST_STATIC_ASSERT(sizeof(MCAST_RWLOCK_S) == sizeof(pthread_rwlock_t), "a lock record is the POSIX lock");
+
+MCAST_EXTERN_C_END
+
+#endif

@@ -1,0 +1,68 @@
+/*
+ * Ordered containers of the platform: intrusive balanced trees. A record begins with an AVL_NODE_S through
+ * which the tree links it; the tree never allocates or frees records. No operation locks.
+ */
+#ifndef PLATFORM_AVL_H
+#define PLATFORM_AVL_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* A tree handle; 0 means none. */
+typedef uint64_t AVL_HANDLE;
+
+/*
+ * The node header at the start of every record, owned by the tree while the record is in it. Its contents
+ * before AVL_Insert do not matter.
+ */
+typedef struct AVL_NODE_S {
+    uint64_t link[4];
+} AVL_NODE_S;
+
+/* Orders two records: negative, 0 or positive as first sorts before, equal to or after second. */
+typedef int32_t (*AVL_NODE_COMPARE)(const void *first, const void *second);
+
+/* Compares a record with a bare key: negative, 0 or positive as record sorts before, at or after key. */
+typedef int32_t (*AVL_KEY_COMPARE)(const void *record, const void *key);
+
+/* Receives a record that AVL_FreeAll or AVL_Fini has taken out of the tree. */
+typedef void (*AVL_FREE)(void *record);
+
+/* Creates an empty tree; option is 0; free_record may be NULL. The handle, or 0 when memory is short. */
+AVL_HANDLE AVL_Init(AVL_NODE_COMPARE compare, uint32_t option, AVL_FREE free_record);
+
+/* Ends the tree: every record left goes to the free function, then the handle is invalid. */
+void AVL_Fini(AVL_HANDLE tree);
+
+/* Takes every record out, passing each to the free function; the tree stays usable. 0 on success. */
+uint32_t AVL_FreeAll(AVL_HANDLE tree);
+
+/* Links the record. 0 on success, non-zero when an equal record is present. */
+uint32_t AVL_Insert(AVL_HANDLE tree, void *record);
+
+/* Unlinks the record. Non-zero when it was in the tree and is now out, 0 otherwise. */
+uint32_t AVL_Remove(AVL_HANDLE tree, void *record);
+
+/* The record for which compare(record, key) is 0, or NULL. */
+void *AVL_Get(AVL_HANDLE tree, const void *key, AVL_KEY_COMPARE compare);
+
+/* The first record or NULL. */
+void *AVL_GetLeftMost(AVL_HANDLE tree);
+
+/* The first record ordered after the given record or probe, which need not be in the tree; or NULL. */
+void *AVL_GetNext(AVL_HANDLE tree, const void *record_or_probe);
+
+/* The last record ordered before the given record or probe, which need not be in the tree; or NULL. */
+void *AVL_GetPrev(AVL_HANDLE tree, const void *record_or_probe);
+
+/* The number of records in the tree. */
+uint32_t AVL_Count(AVL_HANDLE tree);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,68 @@
+/*
+ * Timers and boot time of the platform. Timers of one service fire on the thread that runs that service's
+ * event loop.
+ */
+#ifndef PLATFORM_TIMER_H
+#define PLATFORM_TIMER_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* A timer service, usually the one of an event loop; NULL means none. */
+typedef struct TIMER_SERVICE_S *TIMER_SERVICE;
+
+/* A timer identifier; TIMER_NONE means none. */
+typedef uint64_t TIMER_ID;
+
+#define TIMER_NONE UINT64_MAX
+
+/* Kinds of timer: stopped until armed with Timer_SetStatus, or firing once after its period. */
+#define TIMER_KIND_ARMED_LATER 1u
+#define TIMER_KIND_ONE_SHOT 2u
+
+/* The period of a timer that is armed later. */
+#define TIMER_NO_PERIOD 0xFFFFFFFFu
+
+/* What Timer_SetStatus does. */
+#define TIMER_STATE_STOP 0u   /* value 0 */
+#define TIMER_STATE_ENABLE 1u /* value 0 */
+#define TIMER_STATE_ARM 3u    /* value in milliseconds; fires once after it */
+
+/* Timer attributes, 64 bytes. state is 0 until the timer is enabled and again once it is stopped. */
+typedef struct TIMER_ATTR_S {
+    uint32_t state;
+    uint32_t kind;
+    uint64_t period_ms;
+    uint64_t reserved[6];
+} TIMER_ATTR_S;
+
+/* Called when a timer fires, with the platform's copy of the four words given at creation. */
+typedef void (*TIMER_HANDLER)(uint64_t parameters[4]);
+
+/*
+ * Creates a timer of the service. parameters points at four words that are copied, or is NULL for zeroes. A
+ * one-shot timer starts at once and deletes itself after its handler returned. TIMER_NONE on failure.
+ */
+TIMER_ID Timer_Create(TIMER_SERVICE service, uint32_t kind, uint32_t period_ms, TIMER_HANDLER handler,
+                      const uint64_t parameters[4]);
+
+/* Stops, enables or arms a timer. 0, or an error code for an unknown timer or a failed system call. */
+uint32_t Timer_SetStatus(TIMER_SERVICE service, TIMER_ID timer, uint32_t state, uint32_t value);
+
+/* Fills *attributes; option is 0. 0, or an error code for an unknown timer. */
+uint32_t Timer_GetAttr(TIMER_SERVICE service, TIMER_ID timer, TIMER_ATTR_S *attributes, uint32_t option);
+
+/* Deletes the timer, also from its own handler. 0, or an error code for an unknown timer. */
+uint32_t Timer_Delete(TIMER_SERVICE service, TIMER_ID timer);
+
+/* The time since boot: whole seconds and, in *sub_seconds, nanoseconds. Neither pointer is NULL. */
+void TIME_GetSystemBootTime(uint32_t *seconds, uint32_t *sub_seconds);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
