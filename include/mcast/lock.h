@@ -1,6 +1,7 @@
 /*
  * The locks that stand inside exported records, and the annotations with which the compiler checks who holds
- * them. A lock record holds exactly the POSIX object, so its layout is that of the POSIX type.
+ * them. A lock record holds exactly the POSIX object, so its layout is that of the POSIX type. A program in
+ * strict C11 defines _POSIX_C_SOURCE as 200809L before its first include.
  */
 #ifndef MCAST_LOCK_H
 #define MCAST_LOCK_H

@@ -1,0 +1,104 @@
+"""A multicast sender and receiver on plain sockets.
+
+endpoint.py send INTERFACE [--rate N] [--source ADDRESS] GROUP...
+endpoint.py receive INTERFACE GROUP [--source ADDRESS] [--port N]
+
+The receiver prints, ten times a second while packets arrive, one JSON object: packets by source address. With
+a source it joins that source only. On SIGTERM it leaves by closing its socket.
+"""
+
+import argparse
+import json
+import signal
+import socket
+import struct
+import sys
+import time
+
+MCAST_JOIN_GROUP = 42
+MCAST_JOIN_SOURCE_GROUP = 46
+
+
+def family_of(address):
+    return socket.AF_INET6 if ":" in address else socket.AF_INET
+
+
+def storage(address):
+    """The address as a struct sockaddr_storage."""
+    family = family_of(address)
+    raw = socket.inet_pton(family, address)
+    if family == socket.AF_INET:
+        head = struct.pack("=HH4s", family, 0, raw)
+    else:
+        head = struct.pack("=HHI16sI", family, 0, 0, raw, 0)
+    return head.ljust(128, b"\0")
+
+
+def send(arguments):
+    index = socket.if_nametoindex(arguments.interface)
+    sockets = []
+    for group in arguments.address:
+        endpoint = socket.socket(family_of(group), socket.SOCK_DGRAM)
+        if endpoint.family == socket.AF_INET:
+            endpoint.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_IF, struct.pack("=4s4si", b"", b"", index))
+            endpoint.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_TTL, 8)
+        else:
+            endpoint.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_MULTICAST_IF, index)
+            endpoint.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_MULTICAST_HOPS, 8)
+        if arguments.source and family_of(arguments.source) == endpoint.family:
+            endpoint.bind((arguments.source, 0))
+        sockets.append((endpoint, (group, arguments.port)))
+    number = 0
+    while True:
+        number += 1
+        for endpoint, target in sockets:
+            try:
+                endpoint.sendto(b"packet %d" % number, target)
+            except OSError:
+                pass  # the interface may be down just now
+        time.sleep(1.0 / arguments.rate)
+
+
+def receive(arguments):
+    group = arguments.address[0]
+    family = family_of(group)
+    level = socket.IPPROTO_IP if family == socket.AF_INET else socket.IPPROTO_IPV6
+    index = socket.if_nametoindex(arguments.interface)
+    endpoint = socket.socket(family, socket.SOCK_DGRAM)
+    endpoint.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    endpoint.bind((group, arguments.port))
+    head = struct.pack("=I4x", index)
+    if arguments.source:
+        request = head + storage(group) + storage(arguments.source)
+        endpoint.setsockopt(level, MCAST_JOIN_SOURCE_GROUP, request)
+    else:
+        endpoint.setsockopt(level, MCAST_JOIN_GROUP, head + storage(group))
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
+    counts = {}
+    printed = 0.0
+    endpoint.settimeout(0.2)
+    while True:
+        try:
+            source = endpoint.recvfrom(2048)[1][0].split("%")[0]
+            counts[source] = counts.get(source, 0) + 1
+        except socket.timeout:
+            pass
+        now = time.monotonic()
+        if now - printed >= 0.1:
+            print(json.dumps(counts), flush=True)
+            printed = now
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("mode", choices=("send", "receive"))
+    parser.add_argument("interface")
+    parser.add_argument("address", nargs="+")
+    parser.add_argument("--rate", type=float, default=50)
+    parser.add_argument("--source")
+    parser.add_argument("--port", type=int, default=5000)
+    arguments = parser.parse_args()
+    (send if arguments.mode == "send" else receive)(arguments)
+
+
+main()

@@ -1,0 +1,202 @@
+"""Hosts, links, daemons and multicast endpoints for the system tests and the demo.
+
+Everything here expects to run inside scripts/lab: as root of namespaces of its own, where whatever is left
+behind disappears with the last process.
+"""
+
+import json
+import os
+import re
+import signal
+import subprocess
+import sys
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+ENDPOINT = os.path.join(HERE, "endpoint.py")
+
+
+def run(*words, check=True):
+    """Runs a command and returns what it printed."""
+    done = subprocess.run(words, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+    if check and done.returncode != 0:
+        raise RuntimeError(f"{' '.join(words)}: exit {done.returncode}: {done.stdout}")
+    return done.stdout
+
+
+def wait_for(condition, what, timeout_s=20.0):
+    """Waits until condition() is true and returns its value; a test fails by never getting there."""
+    end = time.monotonic() + timeout_s
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() > end:
+            raise AssertionError(f"not within {timeout_s:g} s: {what}")
+        time.sleep(0.05)
+
+
+class Host:
+    """A network namespace."""
+
+    def __init__(self, name, forwarding=False):
+        self.name = name
+        run("ip", "netns", "add", name)
+        self.sysctl("net.ipv6.conf.all.accept_dad", 0)
+        self.sysctl("net.ipv6.conf.default.accept_dad", 0)
+        self.sysctl("net.ipv6.conf.default.dad_transmits", 0)
+        if forwarding:
+            self.sysctl("net.ipv4.ip_forward", 1)
+            self.sysctl("net.ipv6.conf.all.forwarding", 1)
+        self.run("ip", "link", "set", "lo", "up")
+
+    def words(self, *words):
+        return ("ip", "netns", "exec", self.name) + words
+
+    def run(self, *words, check=True):
+        return run(*self.words(*words), check=check)
+
+    def sysctl(self, name, value):
+        path = "/proc/sys/" + name.replace(".", "/")
+        self.run("sh", "-c", f"echo {value} > {path}")
+
+    def address(self, interface, *prefixes):
+        for prefix in prefixes:
+            self.run("ip", "address", "add", prefix, "dev", interface)
+
+    def route(self, *words):
+        family = "-6" if any(":" in word for word in words) else "-4"
+        self.run("ip", family, "route", "add", *words)
+
+    def mroute(self, family):
+        """The kernel's forwarding cache entries as ip mroute prints them."""
+        return [line for line in self.run("ip", family, "mroute", "show").splitlines() if "Iif" in line]
+
+
+def link(left, left_name, right, right_name):
+    """Joins two hosts by a virtual cable and brings both ends up."""
+    run("ip", "link", "add", left_name, "netns", left.name, "type", "veth",
+        "peer", "name", right_name, "netns", right.name)
+    left.run("ip", "link", "set", left_name, "up")
+    right.run("ip", "link", "set", right_name, "up")
+
+
+class Process:
+    """A program on a host, its output kept in a file."""
+
+    def __init__(self, host, name, *words):
+        self.name = name
+        self.path = f"/run/{host.name}.{name}.log"
+        self.log = open(self.path, "a")
+        self.process = subprocess.Popen(host.words(*words), stdout=self.log, stderr=self.log,
+                                        stdin=subprocess.DEVNULL)
+
+    def output(self):
+        with open(self.path) as log:
+            return log.read()
+
+    def alive(self):
+        return self.process.poll() is None
+
+    def kill(self, number=signal.SIGKILL):
+        self.process.send_signal(number)
+        self.process.wait(10)
+
+    def stop(self):
+        """Ends the program as an operator would and returns its exit status."""
+        if self.alive():
+            self.process.send_signal(signal.SIGTERM)
+        return self.process.wait(10)
+
+
+class Daemon(Process):
+    """A daemon of the reference router, with the status file it writes on SIGUSR1."""
+
+    def __init__(self, host, name, *words):
+        self.status_path = f"/run/{host.name}.{name}.status"
+        if os.path.exists(self.status_path):
+            os.unlink(self.status_path)
+        super().__init__(host, name, *words, "--status-file", self.status_path)
+
+    def status(self):
+        """A fresh status text."""
+        before = os.stat(self.status_path).st_ino if os.path.exists(self.status_path) else 0
+        self.process.send_signal(signal.SIGUSR1)
+
+        def fresh():
+            return os.path.exists(self.status_path) and os.stat(self.status_path).st_ino != before
+
+        wait_for(fresh, f"a status file of {self.name}", 5)
+        with open(self.status_path) as status:
+            return status.read()
+
+
+class Sender:
+    """Sends numbered packets to groups, a few a second each."""
+
+    def __init__(self, host, interface, groups, rate=50, source=None):
+        words = ["python3", ENDPOINT, "send", interface, "--rate", str(rate)]
+        if source:
+            words += ["--source", source]
+        self.process = Process(host, f"send-{interface}-{time.monotonic_ns()}", *words, *groups)
+
+    def stop(self):
+        self.process.kill()
+
+
+class Receiver:
+    """Joins a group on an interface and counts the packets that arrive, by source."""
+
+    def __init__(self, host, interface, group, source=None, port=5000):
+        words = ["python3", ENDPOINT, "receive", interface, group, "--port", str(port)]
+        if source:
+            words += ["--source", source]
+        self.process = Process(host, f"receive-{interface}-{time.monotonic_ns()}", *words)
+
+    def counts(self):
+        """Packets so far by source address."""
+        lines = [line for line in self.process.output().splitlines() if line.startswith("{")]
+        return json.loads(lines[-1]) if lines else {}
+
+    def total(self):
+        return sum(self.counts().values())
+
+    def grows(self, timeout_s=20.0, by=5):
+        """Waits until more packets have arrived."""
+        start = self.total()
+        wait_for(lambda: self.total() >= start + by, f"traffic in {self.process.path}", timeout_s)
+
+    def stays(self, for_s=1.0):
+        """True when nothing more arrives for a while."""
+        start = self.total()
+        time.sleep(for_s)
+        return self.total() == start
+
+    def leave(self):
+        """Leaves the group in an orderly way and ends."""
+        self.process.stop()
+
+
+class Router(Host):
+    """A host with the reference router's daemons."""
+
+    def __init__(self, name, programs):
+        super().__init__(name, forwarding=True)
+        self.programs = programs
+
+    def start_mribd(self, *options):
+        return Daemon(self, "mribd", os.path.join(self.programs, "mribd"), *options)
+
+    def start_gmpd(self, family, *options):
+        return Daemon(self, f"gmpd-{family}", os.path.join(self.programs, "gmpd"), "--family", family, *options)
+
+
+def programs():
+    """The folder of the daemons' programs, the first argument of every scenario."""
+    if len(sys.argv) < 2:
+        sys.exit("usage: scripts/lab python3 SCENARIO PROGRAMS-FOLDER")
+    return os.path.abspath(sys.argv.pop(1))
+
+
+def matches(pattern, text):
+    return re.search(pattern, text, re.MULTILINE) is not None
