@@ -1,0 +1,152 @@
+#include "daemons/common/frame.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/signalfd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace mcastd
+{
+
+Options::Options(const char *name, const std::string &description) : name_(name), app_(description, name)
+{
+    app_.add_option("--log-level", level_, "Least severe messages to log: error, warning, info or debug")
+        ->check(CLI::IsMember({"error", "warning", "info", "debug"}))
+        ->capture_default_str();
+    app_.add_option("--status-file", status_file_,
+                    "File that SIGUSR1 replaces with the daemon's tables; standard output without it");
+    app_.set_version_flag("--version", std::string(name) + " " MCAST_VERSION);
+}
+
+std::optional<int> Options::parse(int argc, char **argv)
+{
+    try {
+        app_.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return app_.exit(error);
+    }
+    log_open(name_, *log_level_from_name(level_));
+    return std::nullopt;
+}
+
+Frame::Frame(const Options &options) : status_file_(options.status_file())
+{
+}
+
+Frame::~Frame()
+{
+    if (signals_ >= 0) {
+        reactor_.remove(signals_);
+        close(signals_);
+    }
+}
+
+bool Frame::open()
+{
+    if (!reactor_.valid()) {
+        log_error("cannot create an event loop: %s", std::strerror(errno));
+        return false;
+    }
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : {SIGTERM, SIGINT, SIGUSR1, SIGHUP}) {
+        sigaddset(&set, number);
+    }
+    signal(SIGPIPE, SIG_IGN);
+    if (pthread_sigmask(SIG_BLOCK, &set, nullptr) != 0) {
+        log_error("cannot block signals");
+        return false;
+    }
+    signals_ = signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
+    if (signals_ < 0 || !reactor_.add(signals_, EPOLLIN, [this](uint32_t) { take_signals(); })) {
+        log_error("cannot receive signals: %s", std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+void Frame::on_status(std::function<std::string()> text)
+{
+    status_ = std::move(text);
+}
+
+void Frame::on_reload(std::function<void()> reload)
+{
+    reload_ = std::move(reload);
+}
+
+void Frame::take_signals()
+{
+    signalfd_siginfo info;
+    while (read(signals_, &info, sizeof(info)) == static_cast<ssize_t>(sizeof(info))) {
+        switch (static_cast<int>(info.ssi_signo)) {
+        case SIGUSR1:
+            write_status();
+            break;
+        case SIGHUP:
+            log_info("SIGHUP received%s", reload_ ? ", reloading" : ", nothing to reload");
+            if (reload_) {
+                reload_();
+            }
+            break;
+        default:
+            log_info("%s received, ending", info.ssi_signo == SIGTERM ? "SIGTERM" : "SIGINT");
+            reactor_.stop();
+            break;
+        }
+    }
+}
+
+void Frame::write_status() const
+{
+    const std::string text = status_ ? status_() : std::string("no status\n");
+    if (status_file_.empty()) {
+        std::fputs(text.c_str(), stdout);
+        std::fflush(stdout);
+    } else if (!write_file_atomically(status_file_, text)) {
+        log_error("cannot write the status file %s: %s", status_file_.c_str(), std::strerror(errno));
+    }
+}
+
+int Frame::run()
+{
+    if (!reactor_.run()) {
+        log_error("the event loop failed: %s", std::strerror(errno));
+        return EXIT_FAILURE;
+    }
+    return EXIT_SUCCESS;
+}
+
+bool write_file_atomically(const std::string &path, const std::string &text)
+{
+    std::string temporary = path + ".XXXXXX";
+    const int fd = mkostemp(temporary.data(), O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    bool good = fchmod(fd, 0644) == 0;
+    size_t done = 0;
+    while (good && done < text.size()) {
+        const ssize_t written = write(fd, text.data() + done, text.size() - done);
+        good = written > 0 || (written < 0 && errno == EINTR);
+        done += written > 0 ? static_cast<size_t>(written) : 0;
+    }
+    const int failure = errno;
+    close(fd);
+    if (good && rename(temporary.c_str(), path.c_str()) == 0) {
+        return true;
+    }
+    const int cause = good ? errno : failure;
+    unlink(temporary.c_str());
+    errno = cause;
+    return false;
+}
+
+} // namespace mcastd

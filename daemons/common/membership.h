@@ -1,0 +1,44 @@
+/*
+ * What the bytes of the membership records mean between a GMP daemon and mribd; the channel carries them
+ * unchanged. docs/channel.md tells the same in prose.
+ *
+ * A client's wish for (S, G) on an interface, from its last records:
+ *
+ *     joined (S, G), or joined (*, G) and not blocked (S, G)
+ *
+ * The interface receives (S, G) while at least one client wishes so.
+ */
+#ifndef DAEMONS_COMMON_MEMBERSHIP_H
+#define DAEMONS_COMMON_MEMBERSHIP_H
+
+#include <cstdint>
+
+namespace mcastd
+{
+
+// First flag of a join/prune record.
+constexpr uint8_t MEMBERSHIP_PRUNE = 0;
+constexpr uint8_t MEMBERSHIP_JOIN = 1;
+
+// Second flag of a join/prune record. Exclude: source S of group G is blocked on the interface while (*, G)
+// is joined; a join sets the block and a prune removes it. An all-zero source stands for any source and is
+// never combined with Exclude.
+constexpr uint8_t MEMBERSHIP_PLAIN = 0;
+constexpr uint8_t MEMBERSHIP_EXCLUDE = 1;
+
+// Value of an enable record: the protocol runs on the interface, or does no longer; 0 forgets every
+// membership that the client had reported there.
+constexpr uint8_t GMP_DISABLED = 0;
+constexpr uint8_t GMP_ENABLED = 1;
+
+// Value of a querier record. Without a record the router counts as querier. Where no multicast routing
+// protocol elects a forwarder, the querier is the one router that forwards on to a link.
+constexpr uint8_t QUERIER_OTHER = 0;
+constexpr uint8_t QUERIER_THIS_ROUTER = 1;
+
+// A delete-member record with an all-zero selector forgets every membership of the interface that this
+// client reported; mribd ignores and counts other selectors.
+
+} // namespace mcastd
+
+#endif

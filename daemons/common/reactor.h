@@ -1,0 +1,77 @@
+/*
+ * The event loop of a daemon: one thread, descriptors with handlers, level-triggered. A handler does a
+ * bounded amount of work and returns; what is left is reported again in the next round, after every other
+ * ready descriptor, timers included, had its turn.
+ */
+#ifndef DAEMONS_COMMON_REACTOR_H
+#define DAEMONS_COMMON_REACTOR_H
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace mcastd
+{
+
+class Reactor
+{
+public:
+    // Called with the ready events (EPOLLIN, EPOLLOUT, EPOLLERR, EPOLLHUP). May add, change and remove any
+    // descriptor, its own included.
+    using Handler = std::function<void(uint32_t events)>;
+
+    Reactor();
+    ~Reactor();
+    Reactor(const Reactor &) = delete;
+    Reactor &operator=(const Reactor &) = delete;
+
+    // Whether the loop could be made; nothing else works when not.
+    bool valid() const
+    {
+        return epoll_ >= 0;
+    }
+
+    // The epoll descriptor, for code that registers with MCAST_AddEpoll itself.
+    int descriptor() const
+    {
+        return epoll_;
+    }
+
+    // Watches fd, which stays the caller's. False when the kernel refuses or fd is watched already.
+    bool add(int fd, uint32_t events, Handler handler);
+
+    // Replaces the events waited for.
+    bool modify(int fd, uint32_t events);
+
+    // Stops watching fd; call it before close. Events of this round that were not handled yet are dropped.
+    void remove(int fd);
+
+    // Runs after each round. While it returns true it has more to do and the next round does not wait.
+    void set_background(std::function<bool()> work);
+
+    // Serves until stop. False when waiting itself failed.
+    bool run();
+
+    // Serves one round; waits at most timeout_ms, for ever when -1.
+    bool run_once(int timeout_ms);
+
+    // Ends run after the current round.
+    void stop()
+    {
+        stopping_ = true;
+    }
+
+private:
+    int epoll_;
+    bool stopping_ = false;
+    bool more_work_ = false;
+    std::unordered_map<int, std::shared_ptr<Handler>> handlers_;
+    std::unordered_set<int> fresh_; // added in this round: an event of it belongs to a closed predecessor
+    std::function<bool()> background_;
+};
+
+} // namespace mcastd
+
+#endif
