@@ -1,0 +1,102 @@
+/*
+ * Descriptors, signals and timers for a daemon's event loop: the epoll set and what is registered in it, plus
+ * the kernel thread id and a bounded random number.
+ *
+ * The functions keep no state, take no lock and may be called from any thread; two of them act on the calling
+ * thread and say so. None retries or logs. On failure errno is as the failing call set it, nothing stays
+ * registered, and every descriptor or timer made on the way is gone. Descriptors are 32-bit values with
+ * MCAST_NONE for none.
+ */
+#ifndef MCAST_EVENT_H
+#define MCAST_EVENT_H
+
+#include "mcast/common.h"
+
+MCAST_EXTERN_C_BEGIN
+
+/*
+ * What a registration hands to epoll_ctl. The kernel reads the first two fields, so epoll_wait reports the
+ * descriptor number as the event's data and the loop finds the context by it, in a map of its own filled at
+ * registration. An event loop that interposes epoll_ctl may read the context here.
+ */
+typedef struct __attribute__((packed)) MCAST_EPOLL_RECORD_S {
+    uint32_t events;  /* mask of EPOLLIN, EPOLLOUT, ... */
+    uint64_t fd;      /* the descriptor, zero-extended */
+    uint64_t context; /* the caller's handler or any other value */
+} MCAST_EPOLL_RECORD_S;
+
+MCAST_STATIC_ASSERT(sizeof(MCAST_EPOLL_RECORD_S) == 20, "registration record is packed");
+MCAST_STATIC_ASSERT(offsetof(MCAST_EPOLL_RECORD_S, fd) == 4, "descriptor follows the mask");
+MCAST_STATIC_ASSERT(offsetof(MCAST_EPOLL_RECORD_S, context) == 12, "context follows the descriptor");
+
+/* A POSIX timer made by MCAST_CreateTimer: the system's timer_t; 0 means none. */
+typedef uintptr_t MCAST_TIMER_HANDLE;
+
+/* Makes an epoll set; the caller owns it and closes it. The descriptor, or MCAST_NONE. */
+MCAST_API uint32_t MCAST_CreateEpoll(void);
+
+/*
+ * Registers fd in the set epfd for events with context (MCAST_EPOLL_RECORD_S). MCAST_OK, or MCAST_ERR_GENERAL
+ * when epoll_ctl refuses.
+ */
+MCAST_API MCAST_STATUS MCAST_AddEpoll(uint32_t epfd, uint32_t fd, uint32_t events, uint64_t context);
+
+/* Changes events and context of fd, registered in the set epfd. Results as MCAST_AddEpoll. */
+MCAST_API MCAST_STATUS MCAST_ModifyEpoll(uint32_t epfd, uint32_t fd, uint32_t events, uint64_t context);
+
+/* Takes fd out of the set epfd. The result of epoll_ctl: 0 or -1. */
+MCAST_API int MCAST_DeleteEpoll(uint32_t epfd, uint32_t fd);
+
+/*
+ * Makes a timer descriptor that becomes readable periodMs milliseconds from now and then every periodMs, on
+ * the monotonic clock. It blocks on read and survives exec. 0 gives a disarmed descriptor; a negative period
+ * fails. It is in no epoll set; the caller owns it and ends it with MCAST_DeleteTimerFd. The descriptor, or
+ * MCAST_NONE.
+ */
+MCAST_API uint32_t MCAST_CreateTimerFd(int32_t periodMs);
+
+/* Closes the timer descriptor fd. The result of close: 0 or -1. */
+MCAST_API int MCAST_DeleteTimerFd(uint32_t fd);
+
+/*
+ * Makes an event descriptor with count 0, registered in the set epfd for EPOLLIN with context; writing to it
+ * wakes the loop. The caller owns and closes it. The descriptor, or MCAST_NONE: context is 0, epfd is
+ * MCAST_NONE, or a system call failed.
+ */
+MCAST_API uint32_t MCAST_CreateEvtFd(uint32_t epfd, uint64_t context);
+
+/*
+ * Turns the signal signo into a descriptor registered in the set epfd for EPOLLIN with context, and blocks
+ * the signal in the calling thread, which must be the one that is to receive it; threads that it starts
+ * afterwards inherit the block. *outFd receives the descriptor, which the caller owns and closes. MCAST_OK,
+ * or MCAST_ERR_GENERAL with *outFd untouched: context is 0, epfd is MCAST_NONE, outFd is NULL, signo is no
+ * signal, or a system call failed. Descriptor number 0 is not accepted and counts as a failure. When
+ * registration fails the signal stays blocked.
+ */
+MCAST_API MCAST_STATUS MCAST_SigToEpoll(uint32_t epfd, uint32_t signo, uint64_t context, uint32_t *outFd);
+
+/*
+ * Makes a POSIX timer that sends the signal signo to the calling thread periodMs milliseconds from now and
+ * then every periodMs, on the real-time clock; the signal's value (si_value.sival_int) is periodMs. Only the
+ * periods 10, 100 and 1000 exist. The caller ends it with MCAST_DeleteTimer. The handle, or 0: another
+ * period, or a system call failed.
+ */
+MCAST_API MCAST_TIMER_HANDLE MCAST_CreateTimer(uint32_t periodMs, uint32_t signo);
+
+/* Ends a timer of MCAST_CreateTimer; handle must be one. The result of timer_delete: 0 or -1. */
+MCAST_API int MCAST_DeleteTimer(MCAST_TIMER_HANDLE handle);
+
+/* The kernel's id of the calling thread. */
+MCAST_API uint32_t MCAST_Gettid(void);
+
+/*
+ * A random number from the platform's FIPS_rand_bytes, scaled to 0..bound with bound itself among the
+ * results. The scale is a truncating division: for a bound that is large against 2^32 the upper end lies
+ * above it, and from 0x80000000 the result is any 32-bit number. 0 for bound 0, and when no random bytes can
+ * be had.
+ */
+MCAST_API uint32_t MCAST_Rand(uint32_t bound);
+
+MCAST_EXTERN_C_END
+
+#endif

@@ -1,0 +1,15 @@
+#include "mcast/event.h"
+
+#include <unistd.h>
+
+namespace
+{
+
+constexpr long kGettidCall = 186;
+
+} // namespace
+
+uint32_t MCAST_Gettid(void)
+{
+    return static_cast<uint32_t>(syscall(kGettidCall));
+}
