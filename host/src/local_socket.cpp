@@ -1,0 +1,252 @@
+/*
+ * A local socket is an AF_UNIX SOCK_SEQPACKET socket: it keeps message boundaries and order, refuses when
+ * nobody listens, gives EAGAIN when the peer does not read, and end-of-file and hang-up when it closes. A
+ * port is a file of that name in the runtime directory.
+ *
+ * Nothing is remembered in this process: descriptors are duplicated, inherited and closed without our being
+ * told, so every fact is kept where the kernel moves it along with the socket.
+ *
+ *   - That a socket is ours is marked by its SO_RCVLOWAT, which message sockets do not use.
+ *   - That a port is taken is asked of the kernel. A connect from a socket of the wrong type to a name
+ * answers EPROTOTYPE when a socket is bound to it, listening or not, and ECONNREFUSED when the name was left
+ * by a process that is gone. The probe never reaches the listener. Probe, removal of a dead name and bind
+ *     happen under a lock file, so that of two daemons starting together exactly one gets the port; the lock
+ *     goes with its holder, so a killed daemon blocks nobody.
+ *
+ * The name needs no removal on close: a dead one is as good as none.
+ */
+#include "local_socket.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include "libc_calls.h"
+#include "platform/local_socket.h"
+#include "runtime_dir.h"
+
+namespace
+{
+
+using host::Descriptor;
+using host::libc;
+using host::Missing;
+using host::RuntimeDir;
+
+constexpr int MARK = LOCAL_SOCKET_FAMILY;
+constexpr int OPTION_REUSE = 0x200;
+
+// Room for a hundred of the largest messages; the kernel may grant less, but not less than its default.
+constexpr int SEND_BUFFER = 1 << 20;
+
+int fail(int error)
+{
+    errno = error;
+    return -1;
+}
+
+int int_option(int fd, int option)
+{
+    int value = -1;
+    socklen_t length = sizeof(value);
+    return getsockopt(fd, SOL_SOCKET, option, &value, &length) == 0 ? value : -1;
+}
+
+bool mark(int fd)
+{
+    int value = MARK;
+    int size = SEND_BUFFER;
+    if (libc().setsockopt(fd, SOL_SOCKET, SO_RCVLOWAT, &value, sizeof(value)) != 0) {
+        return false;
+    }
+    return int_option(fd, SO_SNDBUF) >= size ||
+           libc().setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &size, sizeof(size)) == 0;
+}
+
+bool read_port(const sockaddr *address, socklen_t length, unsigned *port)
+{
+    LOCAL_SOCKET_ADDR_S local;
+    if (length < sizeof(local)) {
+        errno = EINVAL;
+        return false;
+    }
+    memcpy(&local, address, sizeof(local));
+    *port = ntohs(local.port_be);
+    if (*port == 0 || local.node != LOCAL_SOCKET_NODE) {
+        errno = EADDRNOTAVAIL;
+        return false;
+    }
+    return true;
+}
+
+bool port_name(const RuntimeDir &dir, unsigned port, sockaddr_un *name)
+{
+    name->sun_family = AF_UNIX;
+    int length = snprintf(name->sun_path, sizeof(name->sun_path), "%s/%u", dir.path, port);
+    if (length < 0 || static_cast<size_t>(length) >= sizeof(name->sun_path)) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    return true;
+}
+
+const sockaddr *generic(const sockaddr_un *name)
+{
+    return reinterpret_cast<const sockaddr *>(name);
+}
+
+// Makes the name free for a bind, or fails with EADDRINUSE. The caller holds the lock.
+bool clear_name(const sockaddr_un &name)
+{
+    Descriptor probe(libc().socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!probe.valid()) {
+        return false;
+    }
+    if (libc().connect(probe.get(), generic(&name), sizeof(name)) == 0 || errno == EPROTOTYPE) {
+        errno = EADDRINUSE;
+        return false;
+    }
+    if (errno == ECONNREFUSED) {
+        return unlink(name.sun_path) == 0;
+    }
+    return errno == ENOENT;
+}
+
+Descriptor lock_names(const RuntimeDir &dir)
+{
+    Descriptor lock(openat(dir.fd.get(), "lock", O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    while (lock.valid() && flock(lock.get(), LOCK_EX) != 0) {
+        if (errno != EINTR) {
+            return Descriptor();
+        }
+    }
+    return lock;
+}
+
+bool trusted_peer(int fd)
+{
+    ucred peer;
+    socklen_t length = sizeof(peer);
+    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) == 0 &&
+           (peer.uid == geteuid() || peer.uid == 0);
+}
+
+// Clients have no port of their own.
+void give_peer_address(sockaddr *address, socklen_t *length)
+{
+    LOCAL_SOCKET_ADDR_S local{};
+    local.family = LOCAL_SOCKET_FAMILY;
+    local.node = LOCAL_SOCKET_NODE;
+    if (address != nullptr && length != nullptr) {
+        memcpy(address, &local, *length < sizeof(local) ? *length : sizeof(local));
+        *length = sizeof(local);
+    }
+}
+
+} // namespace
+
+bool host::is_local_socket(int fd)
+{
+    int saved = errno;
+    bool local = int_option(fd, SO_RCVLOWAT) == MARK && int_option(fd, SO_DOMAIN) == AF_UNIX &&
+                 int_option(fd, SO_TYPE) == SOCK_SEQPACKET;
+    errno = saved;
+    return local;
+}
+
+bool host::is_local_address(const sockaddr *address, socklen_t length)
+{
+    return address != nullptr && length >= 2 &&
+           reinterpret_cast<const unsigned char *>(address)[1] == LOCAL_SOCKET_FAMILY;
+}
+
+int host::local_socket(int type, int protocol)
+{
+    constexpr int FLAGS = SOCK_NONBLOCK | SOCK_CLOEXEC;
+    if ((type & ~FLAGS) != SOCK_DGRAM) {
+        return fail(ESOCKTNOSUPPORT);
+    }
+    if (protocol != LOCAL_SOCKET_PROTOCOL) {
+        return fail(EPROTONOSUPPORT);
+    }
+    Descriptor fd(libc().socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | (type & SOCK_NONBLOCK), 0));
+    return fd.valid() && mark(fd.get()) ? fd.release() : -1;
+}
+
+int host::local_bind(int fd, const sockaddr *address, socklen_t length)
+{
+    unsigned port = 0;
+    RuntimeDir dir;
+    sockaddr_un name{};
+    if (!read_port(address, length, &port) || !open_runtime_dir(Missing::create, &dir) ||
+        !port_name(dir, port, &name)) {
+        return -1;
+    }
+    Descriptor lock = lock_names(dir);
+    if (!lock.valid() || !clear_name(name)) {
+        return -1;
+    }
+    // The name takes its mode from the socket, whatever the process's mask.
+    if (fchmod(fd, 0600) != 0) {
+        return -1;
+    }
+    return libc().bind(fd, generic(&name), sizeof(name));
+}
+
+int host::local_connect(int fd, const sockaddr *address, socklen_t length)
+{
+    unsigned port = 0;
+    RuntimeDir dir;
+    sockaddr_un name{};
+    if (!read_port(address, length, &port)) {
+        return -1;
+    }
+    if (!open_runtime_dir(Missing::fail, &dir)) {
+        return fail(errno == ENOENT ? ECONNREFUSED : errno);
+    }
+    if (!port_name(dir, port, &name)) {
+        return -1;
+    }
+    int result = libc().connect(fd, generic(&name), sizeof(name));
+    if (result != 0 && (errno == ENOENT || errno == EPROTOTYPE)) {
+        errno = ECONNREFUSED;
+    }
+    return result;
+}
+
+int host::local_accept(int fd, sockaddr *address, socklen_t *length, int flags)
+{
+    for (;;) {
+        Descriptor peer(libc().accept4(fd, nullptr, nullptr, flags | SOCK_CLOEXEC));
+        if (!peer.valid()) {
+            return -1;
+        }
+        if (trusted_peer(peer.get()) && mark(peer.get())) {
+            give_peer_address(address, length);
+            return peer.release();
+        }
+    }
+}
+
+bool host::is_local_option(int option)
+{
+    return option == LOCAL_SOCKET_OPTION_LINGER || option == OPTION_REUSE;
+}
+
+/*
+ * Both options are accepted without effect: what a closed socket sent stays readable for its peer, and a
+ * name left behind never stands in the way.
+ */
+int host::local_set_option(int option, const void *value, socklen_t length)
+{
+    socklen_t expected = option == LOCAL_SOCKET_OPTION_LINGER ? 8 : 4;
+    if (value == nullptr) {
+        return fail(EFAULT);
+    }
+    return length == expected ? 0 : fail(EINVAL);
+}

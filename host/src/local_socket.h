@@ -1,0 +1,30 @@
+/*
+ * Local sockets of family 37 on the kernel's own local sockets. Each function keeps the conventions of the
+ * call that it serves: -1 with errno set on failure.
+ */
+#ifndef HOST_LOCAL_SOCKET_H
+#define HOST_LOCAL_SOCKET_H
+
+#include <sys/socket.h>
+
+namespace host
+{
+
+// Whether the descriptor is a local socket. Leaves errno alone.
+bool is_local_socket(int fd);
+
+// Whether the address is of the family of local sockets.
+bool is_local_address(const sockaddr *address, socklen_t length);
+
+int local_socket(int type, int protocol);
+int local_bind(int fd, const sockaddr *address, socklen_t length);
+int local_connect(int fd, const sockaddr *address, socklen_t length);
+int local_accept(int fd, sockaddr *address, socklen_t *length, int flags);
+
+// Whether the option, at SOL_SOCKET, is one of the family's own.
+bool is_local_option(int option);
+int local_set_option(int option, const void *value, socklen_t length);
+
+} // namespace host
+
+#endif

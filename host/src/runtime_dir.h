@@ -1,0 +1,30 @@
+/*
+ * The private directory in which listeners of local sockets have their names.
+ */
+#ifndef HOST_RUNTIME_DIR_H
+#define HOST_RUNTIME_DIR_H
+
+#include <climits>
+
+#include "descriptor.h"
+
+namespace host
+{
+
+struct RuntimeDir {
+    Descriptor fd;
+    char path[PATH_MAX];
+};
+
+enum class Missing { create, fail };
+
+/*
+ * Opens the directory of the calling thread's user and network namespace. False with errno set: EACCES when
+ * a directory on the way belongs to somebody else, is open to others or is a symbolic link; ENOENT when it
+ * does not exist and is not to be created.
+ */
+bool open_runtime_dir(Missing missing, RuntimeDir *dir);
+
+} // namespace host
+
+#endif

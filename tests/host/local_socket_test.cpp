@@ -1,0 +1,538 @@
+// Local sockets of family 37: what a client, a listener and the next listener see.
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/file.h>
+#include <sys/fsuid.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <vector>
+
+#include "support.h"
+
+namespace
+{
+
+using namespace host_test;
+
+constexpr uint16_t PORT = 2182;
+
+using LocalSocket = RuntimeDirTest;
+
+struct Pair {
+    int listener;
+    int client;
+    int server;
+};
+
+Pair make_pair_of_sockets()
+{
+    Pair pair{listen_local(PORT), local_socket(), -1};
+    EXPECT_EQ(connect_local(pair.client, PORT), 0);
+    pair.server = accept(pair.listener, nullptr, nullptr);
+    return pair;
+}
+
+void close_pair(const Pair &pair)
+{
+    close(pair.listener);
+    close(pair.client);
+    close(pair.server);
+}
+
+std::string runtime_dir(const std::string &base)
+{
+    struct stat status;
+    stat("/proc/self/ns/net", &status);
+    return base + "/net-" + std::to_string(status.st_ino);
+}
+
+TEST_F(LocalSocket, KeepsMessageBoundariesAndOrder)
+{
+    Pair pair = make_pair_of_sockets();
+    ASSERT_GE(pair.server, 0);
+    for (size_t size : {size_t{1}, size_t{26}, size_t{71}, size_t{1400}, size_t{10240}}) {
+        std::vector<char> message(size, static_cast<char>(size));
+        EXPECT_EQ(send(pair.client, message.data(), size, MSG_DONTWAIT), static_cast<ssize_t>(size));
+    }
+    char buffer[16384];
+    for (ssize_t size : {1, 26, 71, 1400, 10240}) {
+        EXPECT_EQ(recv(pair.server, buffer, sizeof(buffer), 0), size);
+        EXPECT_EQ(buffer[size - 1], static_cast<char>(size));
+    }
+    close_pair(pair);
+}
+
+TEST_F(LocalSocket, OneByteMakesTheReceiverReadable)
+{
+    Pair pair = make_pair_of_sockets();
+    EXPECT_EQ(send(pair.client, "x", 1, 0), 1);
+    pollfd wait{pair.server, POLLIN, 0};
+    EXPECT_EQ(poll(&wait, 1, 0), 1);
+    EXPECT_EQ(wait.revents, POLLIN);
+    close_pair(pair);
+}
+
+TEST_F(LocalSocket, DescriptorsAreNotInheritedByPrograms)
+{
+    Pair pair = make_pair_of_sockets();
+    for (int fd : {pair.listener, pair.client, pair.server}) {
+        EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
+    }
+    close_pair(pair);
+}
+
+TEST_F(LocalSocket, TypeAndProtocolAreChecked)
+{
+    EXPECT_EQ(socket(LOCAL_SOCKET_FAMILY, SOCK_STREAM, 1), -1);
+    EXPECT_EQ(errno, ESOCKTNOSUPPORT);
+    EXPECT_EQ(socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM, 2), -1);
+    EXPECT_EQ(errno, EPROTONOSUPPORT);
+    int fd = local_socket(SOCK_NONBLOCK);
+    ASSERT_GE(fd, 0);
+    EXPECT_NE(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+    close(fd);
+}
+
+TEST_F(LocalSocket, RefusedWhenNobodyListens)
+{
+    int client = local_socket();
+    EXPECT_EQ(connect_local(client, PORT), -1); // no directory yet
+    EXPECT_EQ(errno, ECONNREFUSED);
+
+    int other = listen_local(PORT + 1);
+    EXPECT_EQ(connect_local(client, PORT), -1); // no file
+    EXPECT_EQ(errno, ECONNREFUSED);
+
+    int bound = local_socket();
+    ASSERT_EQ(bind_local(bound, PORT), 0);
+    EXPECT_EQ(connect_local(client, PORT), -1); // bound, not listening
+    EXPECT_EQ(errno, ECONNREFUSED);
+
+    close(bound);
+    EXPECT_EQ(connect_local(client, PORT), -1); // a file that nobody holds
+    EXPECT_EQ(errno, ECONNREFUSED);
+
+    int listener = listen_local(PORT);
+    EXPECT_EQ(connect_local(client, PORT), 0); // the same socket may try again
+    EXPECT_EQ(connect_local(client, PORT), -1);
+    EXPECT_EQ(errno, EISCONN);
+    close(listener);
+    close(client);
+    close(other);
+}
+
+TEST_F(LocalSocket, SendMeetsEagainWhenThePeerDoesNotReadAndGoesOnWhenItDoes)
+{
+    Pair pair = make_pair_of_sockets();
+    std::vector<char> message(10240, 'm');
+    int sent = 0;
+    ssize_t result;
+    while ((result = send(pair.client, message.data(), message.size(), MSG_DONTWAIT)) > 0 && sent < 100000) {
+        ASSERT_EQ(result, 10240);
+        sent++;
+    }
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_GE(sent, 8);
+    for (int i = 0; i < sent; i++) {
+        ASSERT_EQ(recv(pair.server, message.data(), message.size(), MSG_DONTWAIT), 10240);
+    }
+    EXPECT_EQ(recv(pair.server, message.data(), message.size(), MSG_DONTWAIT), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_EQ(send(pair.client, message.data(), message.size(), MSG_DONTWAIT), 10240);
+    close_pair(pair);
+}
+
+TEST_F(LocalSocket, CloseGivesEndOfFileAndHangUpBehindWhatWasSent)
+{
+    Pair pair = make_pair_of_sockets();
+    EXPECT_EQ(send(pair.client, "bye", 3, 0), 3);
+    close(pair.client);
+    pollfd wait{pair.server, POLLIN, 0};
+    EXPECT_EQ(poll(&wait, 1, 0), 1);
+    EXPECT_NE(wait.revents & POLLHUP, 0);
+    char buffer[8];
+    EXPECT_EQ(recv(pair.server, buffer, sizeof(buffer), 0), 3);
+    EXPECT_EQ(recv(pair.server, buffer, sizeof(buffer), 0), 0);
+    EXPECT_EQ(send(pair.server, "x", 1, MSG_NOSIGNAL), -1);
+    EXPECT_EQ(errno, EPIPE);
+    pair.client = -1;
+    close_pair(pair);
+}
+
+TEST_F(LocalSocket, FullBacklogGivesEagainToANonBlockingClient)
+{
+    int listener = listen_local(PORT, 1);
+    std::vector<int> clients;
+    int result = 0;
+    while (result == 0 && clients.size() < 64) {
+        clients.push_back(local_socket(SOCK_NONBLOCK));
+        result = connect_local(clients.back(), PORT);
+    }
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(errno, EAGAIN);
+    close(accept(listener, nullptr, nullptr));
+    EXPECT_EQ(connect_local(clients.back(), PORT), 0);
+    for (int fd : clients) {
+        close(fd);
+    }
+    close(listener);
+}
+
+TEST_F(LocalSocket, SecondListenerFailsAndTheFirstKeepsServingWithoutASpuriousClient)
+{
+    int first = listen_local(PORT, 16, SOCK_NONBLOCK);
+    ASSERT_GE(first, 0);
+    int second = local_socket();
+    EXPECT_EQ(bind_local(second, PORT), -1);
+    EXPECT_EQ(errno, EADDRINUSE);
+    EXPECT_EQ(accept(first, nullptr, nullptr), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    int client = local_socket();
+    EXPECT_EQ(connect_local(client, PORT), 0);
+    int server = accept(first, nullptr, nullptr);
+    EXPECT_GE(server, 0);
+    for (int fd : {first, second, client, server}) {
+        close(fd);
+    }
+}
+
+TEST_F(LocalSocket, PortIsTakenFromBindOn)
+{
+    int first = local_socket();
+    ASSERT_EQ(bind_local(first, PORT), 0);
+    int second = local_socket();
+    EXPECT_EQ(bind_local(second, PORT), -1);
+    EXPECT_EQ(errno, EADDRINUSE);
+    EXPECT_EQ(listen(first, 4), 0);
+    close(first);
+    close(second);
+}
+
+TEST_F(LocalSocket, PortStaysTakenAsLongAsADuplicateOfTheListenerIsOpen)
+{
+    int first = listen_local(PORT);
+    int copy = dup(first);
+    close(first);
+    int second = local_socket();
+    EXPECT_EQ(bind_local(second, PORT), -1);
+    EXPECT_EQ(errno, EADDRINUSE);
+    int client = local_socket();
+    EXPECT_EQ(connect_local(client, PORT), 0);
+    int server = accept(copy, nullptr, nullptr); // the copy is known as a local socket
+    EXPECT_GE(server, 0);
+    EXPECT_NE(fcntl(server, F_GETFD) & FD_CLOEXEC, 0);
+    close(copy);
+    EXPECT_EQ(bind_local(second, PORT), 0);
+    for (int fd : {second, client, server}) {
+        close(fd);
+    }
+}
+
+TEST_F(LocalSocket, ListenerReopensInTheSameProcess)
+{
+    for (int i = 0; i < 3; i++) {
+        int listener = listen_local(PORT);
+        ASSERT_GE(listener, 0) << i;
+        close(listener);
+    }
+}
+
+TEST_F(LocalSocket, KilledListenerNeverBlocksARestart)
+{
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    pid_t child = fork();
+    if (child == 0) {
+        char result = static_cast<char>(listen_local(PORT) >= 0 ? 'y' : 'n');
+        [[maybe_unused]] ssize_t written = write(ready[1], &result, 1);
+        pause();
+    }
+    char result = 0;
+    ASSERT_EQ(read(ready[0], &result, 1), 1);
+    EXPECT_EQ(result, 'y');
+    int next = local_socket();
+    EXPECT_EQ(bind_local(next, PORT), -1);
+    EXPECT_EQ(errno, EADDRINUSE);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    EXPECT_EQ(access((runtime_dir(base_) + "/2182").c_str(), F_OK), 0); // the dead name is still there
+    EXPECT_EQ(bind_local(next, PORT), 0);
+    EXPECT_EQ(listen(next, 4), 0);
+    int client = local_socket();
+    EXPECT_EQ(connect_local(client, PORT), 0);
+    for (int fd : {next, client, ready[0], ready[1]}) {
+        close(fd);
+    }
+}
+
+TEST_F(LocalSocket, OfManyListenersStartingTogetherOnADeadNameExactlyOneGetsThePort)
+{
+    close(listen_local(PORT));
+    int start[2];
+    int hold[2];
+    ASSERT_EQ(pipe(start), 0);
+    ASSERT_EQ(pipe(hold), 0);
+    std::vector<pid_t> children;
+    int answers[2];
+    ASSERT_EQ(pipe(answers), 0);
+    for (int i = 0; i < 8; i++) {
+        pid_t child = fork();
+        if (child == 0) {
+            close(start[1]);
+            close(hold[1]);
+            char byte;
+            [[maybe_unused]] ssize_t n = read(start[0], &byte, 1);
+            byte = listen_local(PORT) >= 0 ? 'y' : (errno == EADDRINUSE ? 'n' : '?');
+            n = write(answers[1], &byte, 1);
+            n = read(hold[0], &byte, 1);
+            _exit(0);
+        }
+        children.push_back(child);
+    }
+    close(start[1]);
+    std::string got;
+    for (int i = 0; i < 8; i++) {
+        char byte = 0;
+        ASSERT_EQ(read(answers[0], &byte, 1), 1);
+        got += byte;
+    }
+    EXPECT_EQ(std::count(got.begin(), got.end(), 'y'), 1) << got;
+    EXPECT_EQ(std::count(got.begin(), got.end(), 'n'), 7) << got;
+    close(hold[1]);
+    for (pid_t child : children) {
+        waitpid(child, nullptr, 0);
+    }
+    for (int fd : {start[0], hold[0], answers[0], answers[1]}) {
+        close(fd);
+    }
+}
+
+TEST_F(LocalSocket, PeerOfAnotherUserIsClosedAndTheNextOneServed)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "another user can be played by root only";
+    }
+    int listener = listen_local(PORT, 16, SOCK_NONBLOCK);
+    int intruder = local_socket();
+    // A process of another user that somehow got past the directory.
+    ASSERT_EQ(seteuid(65534), 0);
+    setfsuid(0);
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    snprintf(name.sun_path, sizeof(name.sun_path), "%s/2182", runtime_dir(base_).c_str());
+    int connected = connect(intruder, reinterpret_cast<sockaddr *>(&name), sizeof(name));
+    ASSERT_EQ(seteuid(0), 0);
+    setfsuid(0);
+    ASSERT_EQ(connected, 0);
+    EXPECT_EQ(accept(listener, nullptr, nullptr), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    char byte;
+    EXPECT_LE(recv(intruder, &byte, 1, MSG_DONTWAIT), 0);
+    pollfd wait{intruder, POLLIN, 0};
+    EXPECT_EQ(poll(&wait, 1, 0), 1);
+    EXPECT_NE(wait.revents & POLLHUP, 0);
+
+    int friendly = local_socket();
+    EXPECT_EQ(connect_local(friendly, PORT), 0);
+    int server = accept(listener, nullptr, nullptr);
+    EXPECT_GE(server, 0);
+    for (int fd : {listener, intruder, friendly, server}) {
+        close(fd);
+    }
+}
+
+TEST_F(LocalSocket, AcceptTellsAnAddressOfTheFamily)
+{
+    int listener = listen_local(PORT);
+    int client = local_socket();
+    ASSERT_EQ(connect_local(client, PORT), 0);
+    unsigned char bytes[32];
+    memset(bytes, 0xee, sizeof(bytes));
+    socklen_t length = sizeof(bytes);
+    int server = accept4(listener, reinterpret_cast<sockaddr *>(bytes), &length, SOCK_NONBLOCK);
+    ASSERT_GE(server, 0);
+    EXPECT_EQ(length, 16u);
+    EXPECT_EQ(bytes[1], LOCAL_SOCKET_FAMILY);
+    EXPECT_EQ(bytes[4], 0x80);
+    EXPECT_EQ(bytes[16], 0xee);
+    EXPECT_NE(fcntl(server, F_GETFL) & O_NONBLOCK, 0);
+    for (int fd : {listener, client, server}) {
+        close(fd);
+    }
+}
+
+TEST_F(LocalSocket, FamilyOptionsAreAcceptedWithTheirLengthsOnly)
+{
+    int fd = local_socket();
+    uint32_t value[2] = {1, 0};
+    EXPECT_EQ(setsockopt(fd, SOL_SOCKET, LOCAL_SOCKET_OPTION_LINGER, value, 8), 0);
+    EXPECT_EQ(setsockopt(fd, SOL_SOCKET, 0x200, value, 4), 0);
+    EXPECT_EQ(setsockopt(fd, SOL_SOCKET, LOCAL_SOCKET_OPTION_LINGER, value, 4), -1);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(setsockopt(fd, SOL_SOCKET, 0x200, value, 8), -1);
+    EXPECT_EQ(errno, EINVAL);
+    const void *none = nullptr;
+    EXPECT_EQ(setsockopt(fd, SOL_SOCKET, 0x200, none, 4), -1);
+    EXPECT_EQ(errno, EFAULT);
+    int size = 65536;
+    EXPECT_EQ(setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof(size)), 0); // the kernel's own still work
+    close(fd);
+}
+
+TEST_F(LocalSocket, BadAddressesAreRefused)
+{
+    int fd = local_socket();
+    LOCAL_SOCKET_ADDR_S address = local_address(PORT);
+    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), 8), -1);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr *>(&address), 8), -1);
+    EXPECT_EQ(errno, EINVAL);
+    address.node = 3;
+    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), -1);
+    EXPECT_EQ(errno, EADDRNOTAVAIL);
+    EXPECT_EQ(bind_local(fd, 0), -1);
+    EXPECT_EQ(errno, EADDRNOTAVAIL);
+    EXPECT_EQ(bind_local(-1, PORT), -1);
+    EXPECT_EQ(errno, EBADF);
+    close(fd);
+}
+
+TEST_F(LocalSocket, RuntimeDirectoryIsPrivate)
+{
+    close(listen_local(PORT));
+    struct stat status;
+    ASSERT_EQ(stat(runtime_dir(base_).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777u, 0700u);
+    EXPECT_EQ(status.st_uid, geteuid());
+    ASSERT_EQ(stat((runtime_dir(base_) + "/2182").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777u, 0600u);
+}
+
+TEST_F(LocalSocket, LooseForeignOrLinkedDirectoryIsRefused)
+{
+    close(listen_local(PORT));
+    std::string dir = runtime_dir(base_);
+    int fd = local_socket();
+
+    ASSERT_EQ(chmod(dir.c_str(), 0750), 0);
+    EXPECT_EQ(bind_local(fd, PORT), -1);
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_EQ(connect_local(fd, PORT), -1);
+    EXPECT_EQ(errno, EACCES);
+
+    ASSERT_EQ(chmod(dir.c_str(), 0700), 0);
+    if (geteuid() == 0) {
+        ASSERT_EQ(chown(dir.c_str(), 65534, 65534), 0);
+        EXPECT_EQ(bind_local(fd, PORT), -1);
+        EXPECT_EQ(errno, EACCES);
+        ASSERT_EQ(chown(dir.c_str(), 0, 0), 0);
+    }
+
+    ASSERT_EQ(rename(dir.c_str(), (base_ + "/real").c_str()), 0);
+    ASSERT_EQ(symlink((base_ + "/real").c_str(), dir.c_str()), 0);
+    EXPECT_EQ(bind_local(fd, PORT), -1);
+    EXPECT_EQ(errno, EACCES);
+
+    ASSERT_EQ(unlink(dir.c_str()), 0);
+    ASSERT_EQ(rename((base_ + "/real").c_str(), dir.c_str()), 0);
+    ASSERT_EQ(chmod(base_.c_str(), 0777), 0); // the level above counts too
+    EXPECT_EQ(bind_local(fd, PORT), -1);
+    EXPECT_EQ(errno, EACCES);
+    ASSERT_EQ(chmod(base_.c_str(), 0700), 0);
+    EXPECT_EQ(bind_local(fd, PORT), 0);
+    close(fd);
+}
+
+TEST_F(LocalSocket, PathThatIsTooLongIsReported)
+{
+    std::string deep = base_ + "/" + std::string(120, 'd');
+    setenv("MCAST_HOST_RUNTIME_DIR", deep.c_str(), 1);
+    int fd = local_socket();
+    EXPECT_EQ(bind_local(fd, PORT), -1);
+    EXPECT_EQ(errno, ENAMETOOLONG);
+    close(fd);
+}
+
+TEST_F(LocalSocket, EveryNetworkNamespaceHasItsOwnPorts)
+{
+    int listener = listen_local(PORT);
+    int status = in_child([] {
+        if (unshare(CLONE_NEWNET) != 0) {
+            return 77;
+        }
+        int client = local_socket();
+        if (connect_local(client, PORT) == 0 || errno != ECONNREFUSED) {
+            return 1;
+        }
+        return listen_local(PORT) >= 0 ? 0 : 2;
+    });
+    close(listener);
+    if (status == 77) {
+        GTEST_SKIP() << "network namespaces may not be created here";
+    }
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(LocalSocket, FailedCallsLeakNoDescriptor)
+{
+    auto open_descriptors = [] {
+        int count = 0;
+        DIR *dir = opendir("/proc/self/fd");
+        while (readdir(dir) != nullptr) {
+            count++;
+        }
+        closedir(dir);
+        return count;
+    };
+    int first = listen_local(PORT);
+    int second = local_socket();
+    int before = open_descriptors();
+    for (int i = 0; i < 10; i++) {
+        EXPECT_EQ(bind_local(second, PORT), -1);
+        EXPECT_EQ(connect_local(second, PORT + 1), -1);
+    }
+    EXPECT_EQ(open_descriptors(), before);
+    close(first);
+    close(second);
+}
+
+TEST_F(LocalSocket, OtherFamiliesAreLeftToTheKernel)
+{
+    int listener = socket(AF_INET, SOCK_STREAM, 0);
+    EXPECT_EQ(fcntl(listener, F_GETFD) & FD_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+    ASSERT_EQ(listen(listener, 1), 0);
+    socklen_t length = sizeof(address);
+    ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length), 0);
+    int client = socket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_EQ(connect(client, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+    sockaddr_in peer{};
+    length = sizeof(peer);
+    int server = accept(listener, reinterpret_cast<sockaddr *>(&peer), &length);
+    ASSERT_GE(server, 0);
+    EXPECT_EQ(peer.sin_family, AF_INET);
+    EXPECT_EQ(fcntl(server, F_GETFD) & FD_CLOEXEC, 0);
+    uint32_t value[2] = {1, 0};
+    EXPECT_EQ(setsockopt(server, SOL_SOCKET, LOCAL_SOCKET_OPTION_LINGER, value, 8), -1);
+    EXPECT_EQ(errno, ENOPROTOOPT);
+    for (int fd : {listener, client, server}) {
+        close(fd);
+    }
+    int mine[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, mine), 0); // of the same kind, but not a local socket
+    EXPECT_EQ(setsockopt(mine[0], SOL_SOCKET, LOCAL_SOCKET_OPTION_LINGER, value, 8), -1);
+    EXPECT_EQ(errno, ENOPROTOOPT);
+    close(mine[0]);
+    close(mine[1]);
+}
+
+} // namespace
