@@ -173,8 +173,8 @@ MCAST_API void *MRT_RDX_GetNext(const MRT_RDX_TREE_S *tree, const void *key_reco
 
 /*
  * Makes a walk of the given kind that starts under (key_record, length), with length as its lower bound.
- * key_record may be NULL: the start is then the root (prefix chain), the first entry (forward) or the entry
- * that a right-most descent meets first (reverse), of at least length bits. The reverse walk reads the key
+ * key_record may be NULL: a prefix chain then starts at a root that holds an entry; a forward or reverse walk
+ * starts only with length 0, at the first entry that its order meets. The reverse walk reads the key
  * mirrored, so with a key it generally finds no start. The walk is not registered: nothing may be deleted
  * while it is open. tree is not NULL. NULL for an empty tree, no start, an unknown kind, or short memory.
  */
