@@ -10,10 +10,9 @@
  *     xor 0x8000  s0 s1 s2 s3 s4 s5 s6 s7          each signed, w - 0x8000
  *     multiply-add by ones   s0+s1  s2+s3  s4+s5  s6+s7     32-bit lanes, added to an accumulator
  *
- * A lane is short of the true sum by 2 * 0x8000 for each block, a known figure, which the accumulator holds
- * before the first block. Lanes wrap modulo 2^32, so they are exact as long as the true sum fits: at most 2 *
- * 0xffff a block, hence no more than 0x8000 blocks before the lanes are drained into 64 bits. Four
- * accumulators keep the additions from waiting for each other.
+ * What is lost, 8 * 0x8000 a block, is added back at the end. Lanes wrap modulo 2^32, so their total is exact
+ * as long as the true sum fits: at most 8 * 0xffff a block, hence no more than 0x2000 blocks before the lanes
+ * are drained into 64 bits. Four accumulators keep the additions from waiting for each other.
  *
  * Words are taken in memory order, so the sum is in network byte order on its own; loads are unaligned, which
  * costs nothing extra on the processors this runs on.
@@ -24,15 +23,17 @@
 #include <emmintrin.h>
 #include <string.h>
 
+#include <bit>
+
 namespace
 {
 
 constexpr size_t kBlock = sizeof(__m128i);
 constexpr size_t kStride = 4 * kBlock;
-constexpr size_t kMostBlocksUndrained = 0x8000;
-constexpr int kShortfallPerBlock = 2 * 0x8000;
+constexpr size_t kMostBlocksUndrained = 0x2000;
+constexpr uint32_t kShortfallPerBlock = 8 * 0x8000;
 
-/* The lane sums of one block, each short by kShortfallPerBlock. */
+/* The lane sums of one block, together short by kShortfallPerBlock. */
 inline __m128i PairSums(const uint8_t *block)
 {
     __m128i words = _mm_loadu_si128(reinterpret_cast<const __m128i *>(block));
@@ -40,24 +41,17 @@ inline __m128i PairSums(const uint8_t *block)
     return _mm_madd_epi16(_mm_xor_si128(words, _mm_set1_epi16(-0x8000)), _mm_set1_epi16(1));
 }
 
-/* What an accumulator starts from so that blocks further blocks bring its lanes to their true sums. */
-inline __m128i Shortfall(size_t blocks)
+/* The true sum of the blocks, no more than kMostBlocksUndrained of them, that were added to lanes. */
+inline uint32_t Drain(__m128i lanes, size_t blocks)
 {
-    return _mm_set1_epi32(static_cast<int>(static_cast<uint32_t>(blocks) * kShortfallPerBlock));
+    lanes = _mm_add_epi32(lanes, _mm_shuffle_epi32(lanes, _MM_SHUFFLE(1, 0, 3, 2)));
+    lanes = _mm_add_epi32(lanes, _mm_shuffle_epi32(lanes, _MM_SHUFFLE(2, 3, 0, 1)));
+    return static_cast<uint32_t>(_mm_cvtsi128_si32(lanes)) +
+           static_cast<uint32_t>(blocks) * kShortfallPerBlock;
 }
 
-inline uint64_t SumLanes(__m128i lanes)
-{
-    __m128i even = _mm_and_si128(lanes, _mm_set_epi32(0, -1, 0, -1));
-    __m128i both = _mm_add_epi64(even, _mm_srli_epi64(lanes, 32));
-
-    return static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_add_epi64(both, _mm_unpackhi_epi64(both, both))));
-}
-
-/* The sum of whole blocks, no more than kMostBlocksUndrained of them, onto lanes. */
 inline __m128i AddBlocks(__m128i lanes, const uint8_t *data, size_t blocks)
 {
-    lanes = _mm_add_epi32(lanes, Shortfall(blocks));
     if (blocks >= 4) {
         __m128i second = _mm_setzero_si128();
         __m128i third = _mm_setzero_si128();
@@ -112,12 +106,38 @@ inline uint64_t SumTail(const uint8_t *data, size_t length)
     return sum;
 }
 
+/*
+ * The sum in 16 bits. Adding a number to itself with the halves swapped leaves, in the upper half, the sum of
+ * the halves with its carry added back in.
+ */
 inline uint32_t Fold(uint64_t sum)
 {
-    while (sum >> 16 != 0) {
-        sum = (sum & 0xffff) + (sum >> 16);
+    sum += std::rotl(sum, 32);
+    uint32_t half = static_cast<uint32_t>(sum >> 32);
+
+    return (half + std::rotl(half, 16)) >> 16;
+}
+
+/* The sum of the two addresses of the pseudo-header and of data. */
+inline uint64_t SumAddressesAndData(const uint8_t *src, const uint8_t *dst, const uint8_t *data,
+                                    size_t length)
+{
+    __m128i lanes = _mm_add_epi32(PairSums(src), PairSums(dst));
+    size_t blocks = length / kBlock;
+    size_t added = 2;
+    uint64_t sum = 0;
+
+    while (added + blocks > kMostBlocksUndrained) {
+        size_t now = kMostBlocksUndrained - added;
+
+        sum += Drain(AddBlocks(lanes, data, now), kMostBlocksUndrained);
+        lanes = _mm_setzero_si128();
+        data += now * kBlock;
+        blocks -= now;
+        added = 0;
     }
-    return static_cast<uint32_t>(sum);
+    sum += Drain(AddBlocks(lanes, data, blocks), added + blocks);
+    return sum + SumTail(data + blocks * kBlock, length % kBlock);
 }
 
 } // namespace
@@ -125,21 +145,8 @@ inline uint32_t Fold(uint64_t sum)
 uint32_t MCAST_Inet6Cksum(const uint16_t *data, uint32_t len, const MCAST_ADDR_S *src,
                           const MCAST_ADDR_S *dst, uint32_t upperLen, uint32_t nextHeader)
 {
-    const uint8_t *bytes = reinterpret_cast<const uint8_t *>(data);
-    size_t blocks = len / kBlock;
-    uint64_t sum = htonl(upperLen) + static_cast<uint64_t>(htons(static_cast<uint8_t>(nextHeader)));
-    __m128i lanes = _mm_add_epi32(Shortfall(2), PairSums(src->address));
+    uint64_t sum = static_cast<uint64_t>(htonl(upperLen)) + htons(static_cast<uint8_t>(nextHeader));
 
-    lanes = _mm_add_epi32(lanes, PairSums(dst->address));
-    while (blocks > kMostBlocksUndrained - 2) {
-        size_t now = kMostBlocksUndrained - 2;
-
-        sum += SumLanes(AddBlocks(lanes, bytes, now));
-        lanes = _mm_setzero_si128();
-        bytes += now * kBlock;
-        blocks -= now;
-    }
-    sum += SumLanes(AddBlocks(lanes, bytes, blocks));
-    sum += SumTail(bytes + blocks * kBlock, len % kBlock);
+    sum += SumAddressesAndData(src->address, dst->address, reinterpret_cast<const uint8_t *>(data), len);
     return ~Fold(sum);
 }
