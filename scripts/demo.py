@@ -14,7 +14,8 @@ import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests", "system"))
 
-from lab import Host, Receiver, Router, Sender, link, programs, wait_for  # noqa: E402
+from lab import Receiver, Sender, wait_for  # noqa: E402
+from topology import Network  # noqa: E402
 
 GROUP4, GROUP6, SOURCE4 = "239.1.1.1", "ff1e::1:1", "10.1.0.2"
 
@@ -28,21 +29,6 @@ def show(name, text):
     for line in text.splitlines():
         print(f"   {line}")
     sys.stdout.flush()
-
-
-def build(folder):
-    router = Router("router", folder)
-    hosts = {}
-    for number, name in ((1, "source"), (2, "red"), (3, "blue")):
-        host = Host(name)
-        port = "src" if name == "source" else name
-        link(router, port, host, "eth0")
-        router.address(port, f"10.{number}.0.1/24", f"fd00:{number}::1/64")
-        host.address("eth0", f"10.{number}.0.2/24", f"fd00:{number}::2/64")
-        host.route("default", "via", f"10.{number}.0.1")
-        host.route("default", "via", f"fd00:{number}::1")
-        hosts[name] = host
-    return router, hosts
 
 
 def show_router(router, daemons):
@@ -59,12 +45,9 @@ def show_receivers(receivers):
 
 
 def main():
-    folder = programs()
     title("Building source, router, red and blue, each a network namespace")
-    router, hosts = build(folder)
-    mribd = router.start_mribd()
-    gmpds = [router.start_gmpd("ipv4", "--last-member-interval", "1"),
-             router.start_gmpd("ipv6", "--last-member-interval", "1")]
+    network = Network()
+    router, hosts, mribd = network.router, network.hosts, network.mribd
     Sender(hosts["source"], "eth0", [GROUP4, GROUP6])
     print(f"source sends 50 packets a second to {GROUP4} and to {GROUP6}")
 
@@ -78,7 +61,7 @@ def main():
     for receiver in receivers.values():
         receiver.grows(by=50)
     show_receivers(receivers)
-    show_router(router, [mribd] + gmpds)
+    show_router(router, network.daemons())
 
     title(f"blue leaves {GROUP6}; red keeps it")
     left = receivers.pop(f"blue  {GROUP6}")
@@ -94,14 +77,14 @@ def main():
     print(f"   ip mroute shows {len(router.mroute('-4') + router.mroute('-6'))} entries")
 
     title("mribd starts again: gmpd reconnects, reports its state, and the traffic is back")
-    mribd = router.start_mribd()
+    network.mribd = mribd = router.start_mribd()
     for receiver in receivers.values():
         receiver.grows(by=50)
     show_receivers(receivers)
     show_router(router, [mribd])
 
     title("Everything is taken down")
-    for daemon in gmpds + [mribd]:
+    for daemon in reversed(network.daemons()):
         status = daemon.stop()
         print(f"   {daemon.name} ended with status {status}")
         if status != 0:

@@ -180,22 +180,24 @@ class Receiver:
 class Router(Host):
     """A host with the reference router's daemons."""
 
-    def __init__(self, name, programs):
+    def __init__(self, name):
         super().__init__(name, forwarding=True)
-        self.programs = programs
 
     def start_mribd(self, *options):
-        return Daemon(self, "mribd", os.path.join(self.programs, "mribd"), *options)
+        return Daemon(self, "mribd", os.path.join(PROGRAMS, "mribd"), *options)
 
     def start_gmpd(self, family, *options):
-        return Daemon(self, f"gmpd-{family}", os.path.join(self.programs, "gmpd"), "--family", family, *options)
+        return Daemon(self, f"gmpd-{family}", os.path.join(PROGRAMS, "gmpd"), "--family", family, *options)
 
 
-def programs():
-    """The folder of the daemons' programs, the first argument of every scenario."""
+def take_programs():
+    """Takes the folder of the daemons' programs, the first argument of every scenario, from the command line."""
     if len(sys.argv) < 2:
         sys.exit("usage: scripts/lab python3 SCENARIO PROGRAMS-FOLDER")
     return os.path.abspath(sys.argv.pop(1))
+
+
+PROGRAMS = take_programs()
 
 
 def matches(pattern, text):

@@ -1,0 +1,83 @@
+"""Interfaces come, go, change their name and lose their address while the daemons run (topology.py).
+
+Traffic to the unconcerned host goes on throughout; the concerned one is served again once its interface is
+whole again.
+"""
+
+import unittest
+
+from lab import Receiver, Sender, run, wait_for
+from topology import Network
+
+GROUP4, GROUP6 = "239.4.0.1", "ff1e::4:1"
+
+
+class Interfaces(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.network = Network(gmpd_options=("--last-member-interval", "1", "--query-interval", "3",
+                                            "--query-response-interval", "1"))
+        cls.sender = Sender(cls.network.hosts["source"], "eth0", [GROUP4, GROUP6])
+        cls.steady = [Receiver(cls.network.hosts["red"], "eth0", group) for group in (GROUP4, GROUP6)]
+        for receiver in cls.steady:
+            receiver.grows()
+
+    @classmethod
+    def tearDownClass(cls):
+        for receiver in cls.steady:
+            receiver.grows()
+        cls.network.assert_healthy()
+
+    def served(self, host, groups=(GROUP4, GROUP6)):
+        for group in groups:
+            receiver = Receiver(host, "eth0", group)
+            receiver.grows(timeout_s=30)
+            receiver.leave()
+
+    def test_interface_added_while_running(self):
+        green = self.network.attach("green", 4)
+        self.served(green)
+
+    def test_interface_deleted_and_made_again(self):
+        violet = self.network.attach("violet", 5)
+        self.served(violet)
+        self.network.router.run("ip", "link", "delete", "violet")
+        run("ip", "netns", "delete", "violet")
+        violet = self.network.attach("violet", 5)
+        self.served(violet)
+
+    def test_interface_renamed(self):
+        brown = self.network.attach("brown", 6)
+        self.served(brown)
+        router = self.network.router
+        router.run("ip", "link", "set", "brown", "down")
+        router.run("ip", "link", "set", "brown", "name", "tan")
+        router.run("ip", "link", "set", "tan", "up")
+        router.run("ip", "-6", "address", "replace", "fd00:6::1/64", "dev", "tan")
+        self.served(brown)
+        for family in ("ipv4", "ipv6"):
+            wait_for(lambda f=family: "tan" in self.network.gmpd[f].status(), "the new name in the status")
+
+    def test_interface_down_and_up(self):
+        router, blue = self.network.router, self.network.hosts["blue"]
+        receivers = [Receiver(blue, "eth0", group) for group in (GROUP4, GROUP6)]
+        for receiver in receivers:
+            receiver.grows()
+        router.run("ip", "link", "set", "blue", "down")
+        wait_for(lambda: not any("blue" in line for line in router.mroute("-4") + router.mroute("-6")),
+                 "nothing forwarded to a dead interface")
+        router.run("ip", "link", "set", "blue", "up")
+        router.run("ip", "-6", "address", "replace", "fd00:3::1/64", "dev", "blue")
+        for receiver in receivers:
+            receiver.grows(timeout_s=30)
+            receiver.leave()
+
+    def test_address_removed_and_restored(self):
+        router, blue = self.network.router, self.network.hosts["blue"]
+        router.run("ip", "address", "delete", "10.3.0.1/24", "dev", "blue")
+        router.run("ip", "address", "add", "10.3.0.1/24", "dev", "blue")
+        self.served(blue, (GROUP4,))
+
+
+if __name__ == "__main__":
+    unittest.main()
