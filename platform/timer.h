@@ -1,6 +1,7 @@
 /*
  * Timers and boot time of the platform. Timers of one service fire on the thread that runs that service's
- * event loop.
+ * event loop; the other calls may come from any thread. A timer never fires early. Identifiers are not used
+ * again.
  */
 #ifndef PLATFORM_TIMER_H
 #define PLATFORM_TIMER_H
@@ -29,9 +30,12 @@ typedef uint64_t TIMER_ID;
 /* What Timer_SetStatus does. */
 #define TIMER_STATE_STOP 0u   /* value 0 */
 #define TIMER_STATE_ENABLE 1u /* value 0 */
-#define TIMER_STATE_ARM 3u    /* value in milliseconds; fires once after it */
+#define TIMER_STATE_ARM 3u    /* value in milliseconds; fires once after it; an error while stopped */
 
-/* Timer attributes, 64 bytes. state is 0 until the timer is enabled and again once it is stopped. */
+/*
+ * Timer attributes, 64 bytes. state is 0 until the timer is enabled and again once it is stopped; otherwise
+ * TIMER_STATE_ENABLE, or TIMER_STATE_ARM while it is armed.
+ */
 typedef struct TIMER_ATTR_S {
     uint32_t state;
     uint32_t kind;
@@ -49,7 +53,11 @@ typedef void (*TIMER_HANDLER)(uint64_t parameters[4]);
 TIMER_ID Timer_Create(TIMER_SERVICE service, uint32_t kind, uint32_t period_ms, TIMER_HANDLER handler,
                       const uint64_t parameters[4]);
 
-/* Stops, enables or arms a timer. 0, or an error code for an unknown timer or a failed system call. */
+/*
+ * Stops, enables or arms a timer; arming an armed timer replaces its time, and a timer that has fired is
+ * enabled again. 0, or an error code for an unknown timer or state, a stopped timer to be armed or a failed
+ * system call.
+ */
 uint32_t Timer_SetStatus(TIMER_SERVICE service, TIMER_ID timer, uint32_t state, uint32_t value);
 
 /* Fills *attributes; option is 0. 0, or an error code for an unknown timer. */

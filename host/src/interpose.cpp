@@ -7,6 +7,7 @@
 
 #include "libc_calls.h"
 #include "local_socket.h"
+#include "loop.h"
 #include "mcasthost/loop.h"
 #include "platform/local_socket.h"
 
@@ -49,6 +50,13 @@ HOST_API int setsockopt(int fd, int level, int option, const void *value, sockle
     return level == SOL_SOCKET && host::is_local_option(option) && host::is_local_socket(fd)
                ? host::local_set_option(option, value, length)
                : host::libc().setsockopt(fd, level, option, value, length);
+}
+
+HOST_API int epoll_ctl(int epoll, int operation, int fd, epoll_event *event) noexcept
+{
+    host::Loop *loop = host::find_loop(epoll);
+    return loop != nullptr ? host::loop_control(loop, operation, fd, event)
+                           : host::libc().epoll_ctl(epoll, operation, fd, event);
 }
 
 } // extern "C"
