@@ -1,62 +1,59 @@
 #include "daemons/common/reactor.h"
 
-#include <array>
-#include <cerrno>
-#include <sys/epoll.h>
-#include <unistd.h>
+#include "mcasthost/loop.h"
+
 #include <utility>
 
 namespace mcastd
 {
-namespace
-{
 
-constexpr int EVENTS_PER_ROUND = 64;
+// Handlers of the host's loop get no context of their own; they find it here. Set while a round runs.
+static Reactor *g_running = nullptr;
 
-} // namespace
-
-Reactor::Reactor() : epoll_(epoll_create1(EPOLL_CLOEXEC))
+Reactor::Reactor() : loop_(HOST_LoopCreate())
 {
 }
 
 Reactor::~Reactor()
 {
-    if (epoll_ >= 0) {
-        close(epoll_);
+    if (loop_ >= 0) {
+        HOST_LoopDestroy(loop_);
     }
 }
 
 bool Reactor::add(int fd, uint32_t events, Handler handler)
 {
-    epoll_event record{};
-    record.events = events;
-    record.data.fd = fd;
-    if (epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &record) != 0) {
+    if (HOST_LoopAdd(loop_, fd, events, dispatch) != 0) {
         return false;
     }
     handlers_[fd] = std::make_shared<Handler>(std::move(handler));
-    fresh_.insert(fd);
     return true;
 }
 
 bool Reactor::modify(int fd, uint32_t events)
 {
-    epoll_event record{};
-    record.events = events;
-    record.data.fd = fd;
-    return epoll_ctl(epoll_, EPOLL_CTL_MOD, fd, &record) == 0;
+    return HOST_LoopModify(loop_, fd, events, dispatch) == 0;
 }
 
 void Reactor::remove(int fd)
 {
-    epoll_event record{};
-    epoll_ctl(epoll_, EPOLL_CTL_DEL, fd, &record);
+    HOST_LoopRemove(loop_, fd);
     handlers_.erase(fd);
 }
 
 void Reactor::set_background(std::function<bool()> work)
 {
     background_ = std::move(work);
+}
+
+uint64_t Reactor::dispatch(uint32_t events, int32_t fd)
+{
+    const auto found = g_running->handlers_.find(fd);
+    if (found != g_running->handlers_.end()) {
+        const std::shared_ptr<Handler> handler = found->second; // survives its own removal
+        (*handler)(events);
+    }
+    return 0;
 }
 
 bool Reactor::run()
@@ -71,23 +68,11 @@ bool Reactor::run()
 
 bool Reactor::run_once(int timeout_ms)
 {
-    std::array<epoll_event, EVENTS_PER_ROUND> ready;
-    fresh_.clear();
-    const int count = epoll_wait(epoll_, ready.data(), EVENTS_PER_ROUND, more_work_ ? 0 : timeout_ms);
-    if (count < 0 && errno != EINTR) {
-        return false;
-    }
-    for (int i = 0; i < count; i++) {
-        const epoll_event &event = ready[static_cast<size_t>(i)];
-        const auto found = handlers_.find(event.data.fd);
-        if (found == handlers_.end() || fresh_.contains(event.data.fd)) {
-            continue;
-        }
-        const std::shared_ptr<Handler> handler = found->second; // survives its own removal
-        (*handler)(event.events);
-    }
+    Reactor *const outer = std::exchange(g_running, this);
+    const int32_t result = HOST_LoopRunOnce(loop_, more_work_ ? 0 : timeout_ms);
+    g_running = outer;
     more_work_ = background_ && background_();
-    return true;
+    return result >= 0;
 }
 
 } // namespace mcastd

@@ -10,7 +10,6 @@
 #include <functional>
 #include <memory>
 #include <unordered_map>
-#include <unordered_set>
 
 namespace mcastd
 {
@@ -30,13 +29,13 @@ public:
     // Whether the loop could be made; nothing else works when not.
     bool valid() const
     {
-        return epoll_ >= 0;
+        return loop_ >= 0;
     }
 
-    // The epoll descriptor, for code that registers with MCAST_AddEpoll itself.
+    // The host's loop, for its timer service, link table and route watch, and for MCAST_AddEpoll.
     int descriptor() const
     {
-        return epoll_;
+        return loop_;
     }
 
     // Watches fd, which stays the caller's. False when the kernel refuses or fd is watched already.
@@ -45,7 +44,7 @@ public:
     // Replaces the events waited for.
     bool modify(int fd, uint32_t events);
 
-    // Stops watching fd; call it before close. Events of this round that were not handled yet are dropped.
+    // Stops watching fd; call it before close. Its handler is not called any more.
     void remove(int fd);
 
     // Runs after each round. While it returns true it has more to do and the next round does not wait.
@@ -54,7 +53,7 @@ public:
     // Serves until stop. False when waiting itself failed.
     bool run();
 
-    // Serves one round; waits at most timeout_ms, for ever when -1.
+    // Serves one round; waits at most timeout_ms, for ever when -1. False when waiting itself failed.
     bool run_once(int timeout_ms);
 
     // Ends run after the current round.
@@ -64,11 +63,12 @@ public:
     }
 
 private:
-    int epoll_;
+    static uint64_t dispatch(uint32_t events, int32_t fd);
+
+    int loop_;
     bool stopping_ = false;
     bool more_work_ = false;
     std::unordered_map<int, std::shared_ptr<Handler>> handlers_;
-    std::unordered_set<int> fresh_; // added in this round: an event of it belongs to a closed predecessor
     std::function<bool()> background_;
 };
 

@@ -57,7 +57,7 @@ TEST(Log, KnowsItsFourLevelsOnly)
     EXPECT_FALSE(log_level_from_name(""));
 }
 
-TEST(Reactor, HandlerMayRemoveItselfAndAnotherOfTheSameRound)
+TEST(Reactor, HandlerMayRemoveItselfAndAnotherThatIsReady)
 {
     Reactor reactor;
     const int first = eventfd(1, EFD_NONBLOCK);
@@ -77,7 +77,7 @@ TEST(Reactor, HandlerMayRemoveItselfAndAnotherOfTheSameRound)
     close(second);
 }
 
-TEST(Reactor, DescriptorReusedWithinARoundDoesNotGetItsPredecessorsEvent)
+TEST(Reactor, DescriptorReusedInAHandlerDoesNotGetItsPredecessorsEvent)
 {
     Reactor reactor;
     int fds[2] = {eventfd(1, EFD_NONBLOCK), eventfd(1, EFD_NONBLOCK)};
@@ -96,6 +96,7 @@ TEST(Reactor, DescriptorReusedWithinARoundDoesNotGetItsPredecessorsEvent)
             ASSERT_TRUE(reactor.add(replaced, EPOLLIN, [&](uint32_t) { stray++; }));
         }));
     }
+    EXPECT_TRUE(reactor.run_once(0));
     EXPECT_TRUE(reactor.run_once(0));
     EXPECT_GE(replaced, 0);
     EXPECT_EQ(stray, 0);
