@@ -17,10 +17,13 @@ typedef uint64_t IF_INSTANCE;
 
 #define IF_NO_INSTANCE UINT64_MAX
 
-/* Creates an empty instance; kind is 2 and option 0 for multicast. IF_NO_INSTANCE when memory is short. */
+/*
+ * Creates an empty instance; kind is 2 and option 0 for multicast. IF_NO_INSTANCE for others or when memory
+ * is short.
+ */
 IF_INSTANCE IF_CreatePDInstance(uint32_t kind, uint32_t option);
 
-/* Ends the instance. The pointers still in it are forgotten, not freed. */
+/* Ends the instance. The pointers still in it are forgotten, not freed. 0, or non-zero for no instance. */
 uint32_t IF_DestroyPDInstance(IF_INSTANCE instance);
 
 /* Stores data, not NULL, for the interface index, replacing what was there; option is 0. 0 on success. */
