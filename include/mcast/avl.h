@@ -4,7 +4,7 @@
  * and frees nothing except as said. Nothing locks: a tree belongs to one thread at a time or to its caller's
  * lock.
  *
- * Paths are kept on stacks of MCAST_AVL_MAX_DEPTH entries, which bounds every tree at that depth: fourteen
+ * Paths are kept on stacks of MCAST_AVL_MAX_DEPTH entries, which bounds every tree at that depth: nine
  * million items at the very least, and some thousand million when they come in no particular order.
  */
 #ifndef MCAST_AVL_H
@@ -109,9 +109,10 @@ MCAST_STATIC_ASSERT(offsetof(MCAST_AVL_WALK_S, depth) == 280, "depth follows the
  * searches and walks from a key; node_release and data_release serve MCAST_AVL_FreeAll; any may be NULL when
  * what it serves is not used, or when nothing is to be released or no walk needs its key.
  */
-void MCAST_AVL_SetFunction(MCAST_AVL_S *tree, MCAST_AVL_NODE_COMPARE node_compare,
-                           MCAST_AVL_KEY_COMPARE key_compare, MCAST_AVL_NODE_RELEASE node_release,
-                           MCAST_AVL_DATA_RELEASE data_release, MCAST_AVL_SET_WALK_KEY set_walk_key);
+MCAST_API void MCAST_AVL_SetFunction(MCAST_AVL_S *tree, MCAST_AVL_NODE_COMPARE node_compare,
+                                     MCAST_AVL_KEY_COMPARE key_compare, MCAST_AVL_NODE_RELEASE node_release,
+                                     MCAST_AVL_DATA_RELEASE data_release,
+                                     MCAST_AVL_SET_WALK_KEY set_walk_key);
 
 /*
  * Puts node, whose data the caller has set, into the tree; both stay the caller's. MCAST_AVL_OK, or one of
@@ -119,7 +120,7 @@ void MCAST_AVL_SetFunction(MCAST_AVL_S *tree, MCAST_AVL_NODE_COMPARE node_compar
  * node without data there makes every later insertion fail with MCAST_AVL_NO_DATA. Without a node_compare
  * only an empty tree takes a node (MCAST_AVL_BAD_ARGUMENT otherwise). Logarithmic.
  */
-uint32_t MCAST_AVL_Insert(MCAST_AVL_S *tree, MCAST_AVL_NODE_S *node);
+MCAST_API uint32_t MCAST_AVL_Insert(MCAST_AVL_S *tree, MCAST_AVL_NODE_S *node);
 
 /*
  * Takes the item that matches key out of the tree and returns a node record carrying it, which the caller
@@ -128,53 +129,53 @@ uint32_t MCAST_AVL_Insert(MCAST_AVL_S *tree, MCAST_AVL_NODE_S *node);
  * returned. NULL, with the tree unchanged, when an argument or key_compare is NULL, nothing matches, or a
  * node without data is met. Logarithmic.
  */
-MCAST_AVL_NODE_S *MCAST_AVL_Remove(MCAST_AVL_S *tree, const void *key);
+MCAST_API MCAST_AVL_NODE_S *MCAST_AVL_Remove(MCAST_AVL_S *tree, const void *key);
 
 /* The node whose item matches key, or NULL; also NULL for a NULL argument or key_compare. Logarithmic. */
-MCAST_AVL_NODE_S *MCAST_AVL_Search(const MCAST_AVL_S *tree, const void *key);
+MCAST_API MCAST_AVL_NODE_S *MCAST_AVL_Search(const MCAST_AVL_S *tree, const void *key);
 
 /*
  * The node with the least item greater than key, which need not be present; NULL when there is none, and for
  * a NULL argument or key_compare. Logarithmic.
  */
-MCAST_AVL_NODE_S *MCAST_AVL_SearchNext(const MCAST_AVL_S *tree, const void *key);
+MCAST_API MCAST_AVL_NODE_S *MCAST_AVL_SearchNext(const MCAST_AVL_S *tree, const void *key);
 
 /*
  * Empties the tree, children before parents: each item goes to data_release when that is set, then its node
  * to node_release when that is set. Either may free the block that holds both, as long as the other is not
  * set. The tree stays usable. A NULL or empty tree is ignored. Linear.
  */
-void MCAST_AVL_FreeAll(MCAST_AVL_S *tree);
+MCAST_API void MCAST_AVL_FreeAll(MCAST_AVL_S *tree);
 
 /*
  * Sets up a walk over the tree, whose first step yields the first item. tree may be NULL, which is a walk
  * over nothing. MCAST_OK, or MCAST_ERR_GENERAL for a NULL walk.
  */
-MCAST_STATUS MCAST_AVL_InitWalk(MCAST_AVL_WALK_S *walk, MCAST_AVL_S *tree);
+MCAST_API MCAST_STATUS MCAST_AVL_InitWalk(MCAST_AVL_WALK_S *walk, MCAST_AVL_S *tree);
 
 /*
  * Sets up a walk at the item equal to key or else at the next greater one, stores that item in *first_data
  * and calls set_walk_key for it; the first step yields the item after it. MCAST_OK; MCAST_ERR_GENERAL, with
  * the walk and *first_data untouched, when an argument is NULL or there is no such item. Logarithmic.
  */
-MCAST_STATUS MCAST_AVL_InitWalkFromKey(MCAST_AVL_WALK_S *walk, MCAST_AVL_S *tree, const void *key,
-                                       void **first_data);
+MCAST_API MCAST_STATUS MCAST_AVL_InitWalkFromKey(MCAST_AVL_WALK_S *walk, MCAST_AVL_S *tree, const void *key,
+                                                 void **first_data);
 
 /*
  * Steps the walk: the next node in ascending order, after set_walk_key was called for it. NULL at the end,
  * after which another call begins again at the first item; NULL also for a NULL walk and where the tree is
  * deeper than MCAST_AVL_MAX_DEPTH. Constant on average, logarithmic for the first step from a key.
  */
-MCAST_AVL_NODE_S *MCAST_AVL_WalkNextNode(MCAST_AVL_WALK_S *walk);
+MCAST_API MCAST_AVL_NODE_S *MCAST_AVL_WalkNextNode(MCAST_AVL_WALK_S *walk);
 
 /* Steps the walk like MCAST_AVL_WalkNextNode and returns the node's data, or NULL. */
-void *MCAST_AVL_WalkNextData(MCAST_AVL_WALK_S *walk);
+MCAST_API void *MCAST_AVL_WalkNextData(MCAST_AVL_WALK_S *walk);
 
 /*
  * MCAST_AVL_Insert for a node that came from malloc: MCAST_OK, or MCAST_ERR_GENERAL after the node, but not
  * its data, was given to free.
  */
-MCAST_STATUS MCAST_AvlInsert(MCAST_AVL_S *tree, MCAST_AVL_NODE_S *node);
+MCAST_API MCAST_STATUS MCAST_AvlInsert(MCAST_AVL_S *tree, MCAST_AVL_NODE_S *node);
 
 MCAST_EXTERN_C_END
 

@@ -54,11 +54,11 @@ MCAST_STATIC_ASSERT(offsetof(MCAST_MINHEAP_S, set_index) == 32, "set_index follo
  * Creates an empty heap of initial_capacity slots, but at least 16. Neither function may be NULL. The caller
  * owns the heap and ends it with MCAST_MinHeapDestory. NULL when a function is NULL or memory is short.
  */
-MCAST_MINHEAP_S *MCAST_MinHeapCreate(uint64_t initial_capacity, MCAST_HEAP_COMPARE compare,
-                                     MCAST_HEAP_SET_INDEX set_index);
+MCAST_API MCAST_MINHEAP_S *MCAST_MinHeapCreate(uint64_t initial_capacity, MCAST_HEAP_COMPARE compare,
+                                               MCAST_HEAP_SET_INDEX set_index);
 
 /* Frees the heap and its slots; the elements stay the caller's and are not touched. NULL is ignored. */
-void MCAST_MinHeapDestory(MCAST_MINHEAP_S *heap);
+MCAST_API void MCAST_MinHeapDestory(MCAST_MINHEAP_S *heap);
 
 /*
  * Adds element, which stays the caller's, and tells every element it moves its new position. A full array
@@ -66,10 +66,10 @@ void MCAST_MinHeapDestory(MCAST_MINHEAP_S *heap);
  * element is NULL or the array cannot grow, with the heap unchanged and no position told. Logarithmic; growth
  * is a realloc.
  */
-MCAST_STATUS MCAST_MinHeapInsert(MCAST_MINHEAP_S *heap, void *element);
+MCAST_API MCAST_STATUS MCAST_MinHeapInsert(MCAST_MINHEAP_S *heap, void *element);
 
 /* The element that sorts first, left in the heap; NULL when heap is NULL or empty. */
-void *MCAST_MinHeapTop(const MCAST_MINHEAP_S *heap);
+MCAST_API void *MCAST_MinHeapTop(const MCAST_MINHEAP_S *heap);
 
 /*
  * Takes out the element that sorts first and returns it; NULL when heap is NULL or empty. The element is not
@@ -77,25 +77,25 @@ void *MCAST_MinHeapTop(const MCAST_MINHEAP_S *heap);
  * element was in the heap and more than 512 slots are idle afterwards, 256 slots are given back; a failing
  * realloc leaves the array as it is.
  */
-void *MCAST_MinHeapExtract(MCAST_MINHEAP_S *heap);
+MCAST_API void *MCAST_MinHeapExtract(MCAST_MINHEAP_S *heap);
 
 /*
  * Takes out the element at position, which is not told so; ignored when heap is NULL, position is 0 or above
  * count. The last element takes its place. Cost and release of slots as for MCAST_MinHeapExtract.
  */
-void MCAST_MinHeapRemove(MCAST_MINHEAP_S *heap, uint64_t position);
+MCAST_API void MCAST_MinHeapRemove(MCAST_MINHEAP_S *heap, uint64_t position);
 
 /*
  * Restores the order after the element at position came to sort earlier. Ignored when heap is NULL, position
  * is 0 or above count. Logarithmic; never allocates.
  */
-void MCAST_MinHeapMoveUp(MCAST_MINHEAP_S *heap, uint64_t position);
+MCAST_API void MCAST_MinHeapMoveUp(MCAST_MINHEAP_S *heap, uint64_t position);
 
 /*
  * Restores the order after the element at position came to sort later. Ignored when heap is NULL, position
  * is 0 or above count. Logarithmic; never allocates.
  */
-void MCAST_MinHeapMoveDown(MCAST_MINHEAP_S *heap, uint64_t position);
+MCAST_API void MCAST_MinHeapMoveDown(MCAST_MINHEAP_S *heap, uint64_t position);
 
 /*
  * Calls visit(element, argument) for every element in slot order, which is not sorted order; count is read
@@ -103,7 +103,7 @@ void MCAST_MinHeapMoveDown(MCAST_MINHEAP_S *heap, uint64_t position);
  * destroyed right after the walk, and may take out elements with the functions above, in which case elements
  * that move can be visited twice or not at all. Linear.
  */
-void MCAST_HeapWalk(MCAST_MINHEAP_S *heap, MCAST_HEAP_VISIT visit, void *argument);
+MCAST_API void MCAST_HeapWalk(MCAST_MINHEAP_S *heap, MCAST_HEAP_VISIT visit, void *argument);
 
 MCAST_EXTERN_C_END
 

@@ -68,13 +68,14 @@ MCAST_STATIC_ASSERT(offsetof(MCAST_TMR_NODE_S, data) == 24, "data follows callba
  * argument is missing, memory is short or the platform timer cannot be made or stopped; nothing is left over
  * then.
  */
-MCAST_TMR_S *MCAST_TMR_Create(TIMER_SERVICE service, TIMER_HANDLER handler, const uint64_t parameters[4]);
+MCAST_API MCAST_TMR_S *MCAST_TMR_Create(TIMER_SERVICE service, TIMER_HANDLER handler,
+                                        const uint64_t parameters[4]);
 
 /*
  * Deletes the platform timer, frees every pending timer without calling its callback, and frees the manager.
  * NULL is ignored. Not from a timer's callback. Linear in the pending timers.
  */
-void MCAST_TMR_Destroy(MCAST_TMR_S *manager);
+MCAST_API void MCAST_TMR_Destroy(MCAST_TMR_S *manager);
 
 /*
  * Adds a timer that is due seconds from now, at 0xFFFFFFFF seconds since boot at the latest. callback may be
@@ -85,8 +86,8 @@ void MCAST_TMR_Destroy(MCAST_TMR_S *manager);
  * May be called from a timer's callback; a timer that is already due then runs in the same processing.
  * Logarithmic.
  */
-MCAST_TMR_NODE_S *MCAST_TMR_AddNode(MCAST_TMR_S *manager, uint32_t seconds, MCAST_TMR_CALLBACK callback,
-                                    const uint64_t data[4]);
+MCAST_API MCAST_TMR_NODE_S *MCAST_TMR_AddNode(MCAST_TMR_S *manager, uint32_t seconds,
+                                              MCAST_TMR_CALLBACK callback, const uint64_t data[4]);
 
 /*
  * Makes a pending timer due seconds from now instead, at 0xFFFFFFFF at the latest. The platform timer is
@@ -95,14 +96,14 @@ MCAST_TMR_NODE_S *MCAST_TMR_AddNode(MCAST_TMR_S *manager, uint32_t seconds, MCAS
  * code from re-arming, with the timer refreshed all the same. May be called from a timer's callback.
  * Logarithmic; never allocates.
  */
-MCAST_STATUS MCAST_TMR_RefreshNode(MCAST_TMR_S *manager, MCAST_TMR_NODE_S *node, uint32_t seconds);
+MCAST_API MCAST_STATUS MCAST_TMR_RefreshNode(MCAST_TMR_S *manager, MCAST_TMR_NODE_S *node, uint32_t seconds);
 
 /*
  * Takes a pending timer out and frees it; the platform timer stays as it is. NULL arguments are ignored. May
  * be called from a timer's callback for any other timer, and is ignored for the callback's own. A timer whose
  * callback has returned is freed already and must not be deleted. Logarithmic.
  */
-void MCAST_TMR_DeleteNode(MCAST_TMR_S *manager, MCAST_TMR_NODE_S *node);
+MCAST_API void MCAST_TMR_DeleteNode(MCAST_TMR_S *manager, MCAST_TMR_NODE_S *node);
 
 /*
  * Stops the platform timer, then runs every timer due now, earliest first, each taken out before its callback
@@ -111,12 +112,12 @@ void MCAST_TMR_DeleteNode(MCAST_TMR_S *manager, MCAST_TMR_NODE_S *node);
  * leaves it stopped when no timer remains. MCAST_OK; MCAST_ERR_GENERAL when manager is NULL; or the
  * platform's own code from re-arming. Logarithmic per due timer.
  */
-MCAST_STATUS MCAST_TMR_ProcExpires(MCAST_TMR_S *manager);
+MCAST_API MCAST_STATUS MCAST_TMR_ProcExpires(MCAST_TMR_S *manager);
 
 /*
  * Copies the four words given at creation to out. MCAST_OK, or MCAST_ERR_GENERAL when either pointer is NULL.
  */
-MCAST_STATUS MCAST_TMR_GetParam(const MCAST_TMR_S *manager, uint64_t out[4]);
+MCAST_API MCAST_STATUS MCAST_TMR_GetParam(const MCAST_TMR_S *manager, uint64_t out[4]);
 
 MCAST_EXTERN_C_END
 

@@ -1,0 +1,41 @@
+/*
+ * Paths of an AVL tree and what is done along them; shared by the files of the tree.
+ */
+#ifndef CONTAINER_AVL_PATH_H
+#define CONTAINER_AVL_PATH_H
+
+#include "mcast/avl.h"
+
+namespace mcast
+{
+
+/* The nodes from the root downwards that a descent visited. */
+struct AvlPath {
+    MCAST_AVL_NODE_S *nodes[MCAST_AVL_MAX_DEPTH];
+    uint32_t depth = 0;
+
+    /* False when the path is full. */
+    bool Push(MCAST_AVL_NODE_S *node)
+    {
+        if (depth == MCAST_AVL_MAX_DEPTH) {
+            return false;
+        }
+        nodes[depth++] = node;
+        return true;
+    }
+};
+
+/* Fetches both children while the caller waits for the node's data: the one taken next and its sibling,
+ * whose height rebalancing asks for. */
+inline void AvlPrefetchChildren(const MCAST_AVL_NODE_S *node)
+{
+    __builtin_prefetch(node->left);
+    __builtin_prefetch(node->right);
+}
+
+/* Rebalances the subtree below every node of the path, deepest first, and sets the nodes' heights. */
+void AvlRebalance(MCAST_AVL_S *tree, const AvlPath &path);
+
+} // namespace mcast
+
+#endif

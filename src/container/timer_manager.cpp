@@ -1,0 +1,264 @@
+/*
+ * The timer manager: many one-shot timers on one platform timer.
+ *
+ * The timers stand in a min-heap by expiry in whole seconds since boot. The platform timer is armed for the
+ * top whenever the top came closer; when the top went away or became later it is left alone, fires early, and
+ * the processing that follows finds nothing due and arms it again. So adding, refreshing or cancelling a
+ * timer that is not the first costs no call of the platform beyond reading the time.
+ *
+ * A timer is freed at one of two places: in DeleteNode while it stands in the heap, or in ProcExpires after
+ * its callback. Between extraction and that free the callback runs, and it may hold a pointer to its own
+ * timer whose recorded position now belongs to another one. DeleteNode and RefreshNode therefore touch the
+ * heap only when the slot at the recorded position holds the very timer they were given.
+ *
+ * Two oddities of the delay are kept: what is already due is armed for a whole second, and a distance too
+ * long for 32 bits of milliseconds is passed on as seconds, so that the platform timer fires early and
+ * processing arms it anew.
+ */
+#include "mcast/timer.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include "container/heap_core.h"
+
+namespace
+{
+
+constexpr uint32_t kNever = 0xFFFFFFFFu;
+constexpr uint32_t kOverdueDelayMs = 1000;
+constexpr uint32_t kMostSecondsInMs = 4294966; /* a longer distance is passed on as seconds */
+constexpr uint64_t kHeapCapacity = 16;
+
+static_assert(kMostSecondsInMs <= kNever / 1000, "milliseconds fit 32 bits");
+
+/* By expiry; the same order for the exported heap functions and, inline, for the manager itself. */
+struct ExpiryOrder {
+    static int64_t Compare(const void *first, const void *second)
+    {
+        uint32_t one = static_cast<const MCAST_TMR_NODE_S *>(first)->expiry;
+        uint32_t other = static_cast<const MCAST_TMR_NODE_S *>(second)->expiry;
+
+        return (one > other) - (one < other);
+    }
+
+    static void SetIndex(void *element, uint64_t position)
+    {
+        static_cast<MCAST_TMR_NODE_S *>(element)->position = position;
+    }
+};
+
+/* The heap's view of the order; the manager itself uses ExpiryOrder. */
+int64_t CompareNodes(const void *first, const void *second)
+{
+    return ExpiryOrder::Compare(first, second);
+}
+
+void SetNodeIndex(void *element, const uint64_t *position)
+{
+    ExpiryOrder::SetIndex(element, *position);
+}
+
+uint32_t Now()
+{
+    uint32_t seconds = 0;
+    uint32_t sub_seconds = 0;
+
+    TIME_GetSystemBootTime(&seconds, &sub_seconds);
+    return seconds;
+}
+
+uint32_t ExpiryAfter(uint32_t seconds)
+{
+    uint32_t now = Now();
+
+    return kNever - seconds > now ? now + seconds : kNever;
+}
+
+uint32_t EarliestExpiry(const MCAST_MINHEAP_S *heap)
+{
+    return heap->count != 0 ? static_cast<const MCAST_TMR_NODE_S *>(heap->slots[0])->expiry : kNever;
+}
+
+/* True while node stands in the heap; false for a node whose own callback is running. */
+bool IsPending(const MCAST_MINHEAP_S *heap, const MCAST_TMR_NODE_S *node)
+{
+    return mcast::HeapHas(heap, node->position) && heap->slots[node->position - 1] == node;
+}
+
+uint32_t DelayUntil(uint32_t expiry, uint32_t now)
+{
+    if (expiry <= now) {
+        return kOverdueDelayMs;
+    }
+    uint32_t distance_s = expiry - now;
+
+    return distance_s <= kMostSecondsInMs ? distance_s * 1000 : distance_s;
+}
+
+/* Arms the platform timer for expiry; the platform's code when it refuses. */
+MCAST_STATUS Rearm(const MCAST_TMR_S *manager, uint32_t expiry)
+{
+    TIMER_ATTR_S attributes = {};
+    uint32_t status = Timer_GetAttr(manager->service, manager->timer, &attributes, 0);
+
+    if (status != 0) {
+        return status;
+    }
+    uint32_t delay_ms = DelayUntil(expiry, Now());
+
+    if (attributes.state == 0) {
+        status = Timer_SetStatus(manager->service, manager->timer, TIMER_STATE_ENABLE, 0);
+        if (status != 0) {
+            return status;
+        }
+    }
+    return Timer_SetStatus(manager->service, manager->timer, TIMER_STATE_ARM, delay_ms);
+}
+
+/* Creates the platform timer, stopped; TIMER_NONE when it cannot be made or stopped. */
+TIMER_ID CreateStopped(TIMER_SERVICE service, TIMER_HANDLER handler, const uint64_t *parameters)
+{
+    TIMER_ID timer = Timer_Create(service, TIMER_KIND_ARMED_LATER, TIMER_NO_PERIOD, handler, parameters);
+
+    if (timer != TIMER_NONE && Timer_SetStatus(service, timer, TIMER_STATE_STOP, 0) != 0) {
+        Timer_Delete(service, timer);
+        timer = TIMER_NONE;
+    }
+    return timer;
+}
+
+void FreeNode(void *node, void *)
+{
+    free(node);
+}
+
+} // namespace
+
+MCAST_TMR_S *MCAST_TMR_Create(TIMER_SERVICE service, TIMER_HANDLER handler, const uint64_t parameters[4])
+{
+    if (service == nullptr || handler == nullptr) {
+        return nullptr;
+    }
+    MCAST_TMR_S *manager = static_cast<MCAST_TMR_S *>(calloc(1, sizeof(*manager)));
+
+    if (manager == nullptr) {
+        return nullptr;
+    }
+    manager->service = service;
+    manager->timer = TIMER_NONE;
+    if (parameters != nullptr) {
+        memcpy(manager->parameters, parameters, sizeof(manager->parameters));
+    }
+    manager->heap = MCAST_MinHeapCreate(kHeapCapacity, CompareNodes, SetNodeIndex);
+    if (manager->heap != nullptr) {
+        manager->timer = CreateStopped(service, handler, parameters);
+    }
+    if (manager->timer == TIMER_NONE) {
+        MCAST_TMR_Destroy(manager);
+        return nullptr;
+    }
+    return manager;
+}
+
+void MCAST_TMR_Destroy(MCAST_TMR_S *manager)
+{
+    if (manager == nullptr) {
+        return;
+    }
+    if (manager->timer != TIMER_NONE) {
+        Timer_Delete(manager->service, manager->timer);
+    }
+    MCAST_HeapWalk(manager->heap, FreeNode, nullptr);
+    MCAST_MinHeapDestory(manager->heap);
+    free(manager);
+}
+
+MCAST_TMR_NODE_S *MCAST_TMR_AddNode(MCAST_TMR_S *manager, uint32_t seconds, MCAST_TMR_CALLBACK callback,
+                                    const uint64_t data[4])
+{
+    if (manager == nullptr) {
+        return nullptr;
+    }
+    MCAST_TMR_NODE_S *node = static_cast<MCAST_TMR_NODE_S *>(malloc(sizeof(*node)));
+
+    if (node == nullptr) {
+        return nullptr;
+    }
+    *node = MCAST_TMR_NODE_S{0, ExpiryAfter(seconds), callback, {}};
+    if (data != nullptr) {
+        memcpy(node->data, data, sizeof(node->data));
+    }
+    uint32_t earliest = EarliestExpiry(manager->heap);
+
+    if (!mcast::HeapInsert(manager->heap, node, ExpiryOrder())) {
+        free(node);
+        return nullptr;
+    }
+    uint32_t expiry = EarliestExpiry(manager->heap);
+
+    if (expiry != earliest) {
+        Rearm(manager, expiry);
+    }
+    return node;
+}
+
+MCAST_STATUS MCAST_TMR_RefreshNode(MCAST_TMR_S *manager, MCAST_TMR_NODE_S *node, uint32_t seconds)
+{
+    if (manager == nullptr || node == nullptr) {
+        return MCAST_ERR_GENERAL;
+    }
+    MCAST_MINHEAP_S *heap = manager->heap;
+    uint32_t earliest = EarliestExpiry(heap);
+    uint32_t previous = node->expiry;
+
+    node->expiry = ExpiryAfter(seconds);
+    if (node->expiry == previous || !IsPending(heap, node)) {
+        return MCAST_OK;
+    }
+    if (node->expiry > previous) {
+        mcast::HeapMoveDown(heap, node->position, ExpiryOrder());
+    } else {
+        mcast::HeapMoveUp(heap, node->position, ExpiryOrder());
+    }
+    uint32_t expiry = EarliestExpiry(heap);
+
+    return expiry < earliest ? Rearm(manager, expiry) : MCAST_OK;
+}
+
+void MCAST_TMR_DeleteNode(MCAST_TMR_S *manager, MCAST_TMR_NODE_S *node)
+{
+    if (manager != nullptr && node != nullptr && IsPending(manager->heap, node)) {
+        mcast::HeapRemove(manager->heap, node->position, ExpiryOrder());
+        free(node);
+    }
+}
+
+MCAST_STATUS MCAST_TMR_ProcExpires(MCAST_TMR_S *manager)
+{
+    if (manager == nullptr) {
+        return MCAST_ERR_GENERAL;
+    }
+    Timer_SetStatus(manager->service, manager->timer, TIMER_STATE_STOP, 0);
+    MCAST_MINHEAP_S *heap = manager->heap;
+    uint32_t now = Now();
+
+    while (heap->count != 0 && EarliestExpiry(heap) <= now) {
+        MCAST_TMR_NODE_S *node = static_cast<MCAST_TMR_NODE_S *>(mcast::HeapExtract(heap, ExpiryOrder()));
+
+        if (node->callback != nullptr) {
+            node->callback(node->data);
+        }
+        free(node);
+    }
+    return heap->count != 0 ? Rearm(manager, EarliestExpiry(heap)) : MCAST_OK;
+}
+
+MCAST_STATUS MCAST_TMR_GetParam(const MCAST_TMR_S *manager, uint64_t out[4])
+{
+    if (manager == nullptr || out == nullptr) {
+        return MCAST_ERR_GENERAL;
+    }
+    memcpy(out, manager->parameters, sizeof(manager->parameters));
+    return MCAST_OK;
+}
