@@ -1,0 +1,99 @@
+/*
+ * What is counted: why packets are dropped, what was received and sent, and what the state machine refused.
+ * Each counter has a name under which the status file shows it. Counters never wrap in practice and are never
+ * reset while an interface exists.
+ */
+#ifndef GMPD_COUNTERS_H
+#define GMPD_COUNTERS_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace gmpd
+{
+
+// Each row: identifier, name in the status file. The drop reasons come first, in the order of the checks.
+#define GMPD_COUNTERS(ROW)                                                                                   \
+    ROW(ShortPacket, "dropped_short_packet")                                                                 \
+    ROW(IpVersion, "dropped_ip_version")                                                                     \
+    ROW(HeaderLength, "dropped_header_length")                                                               \
+    ROW(TotalLength, "dropped_total_length")                                                                 \
+    ROW(HeaderChecksum, "dropped_header_checksum")                                                           \
+    ROW(Fragment, "dropped_fragment")                                                                        \
+    ROW(Protocol, "dropped_protocol")                                                                        \
+    ROW(ExtensionHeader, "dropped_extension_header")                                                         \
+    ROW(HopLimit, "dropped_hop_limit")                                                                       \
+    ROW(Source, "dropped_source_address")                                                                    \
+    ROW(ShortMessage, "dropped_short_message")                                                               \
+    ROW(Checksum, "dropped_checksum")                                                                        \
+    ROW(MessageType, "dropped_message_type")                                                                 \
+    ROW(MessageLength, "dropped_message_length")                                                             \
+    ROW(RouterAlert, "dropped_router_alert")                                                                 \
+    ROW(UnicastQuery, "dropped_unicast_query")                                                               \
+    ROW(Destination, "dropped_destination")                                                                  \
+    ROW(Group, "dropped_group_address")                                                                      \
+    ROW(RecordCount, "dropped_record_count")                                                                 \
+    ROW(SourceCount, "dropped_source_count")                                                                 \
+    ROW(Truncated, "dropped_truncated")                                                                      \
+    ROW(NotNeighbour, "dropped_source_off_link")                                                             \
+    ROW(OwnAddress, "dropped_own_address")                                                                   \
+    ROW(QueryNoSource, "dropped_query_without_source")                                                       \
+    ROW(NewerVersion, "dropped_newer_version")                                                               \
+    ROW(QueriesV1, "received_queries_v1")                                                                    \
+    ROW(QueriesV2, "received_queries_v2")                                                                    \
+    ROW(QueriesV3, "received_queries_v3")                                                                    \
+    ROW(ReportsV1, "received_reports_v1")                                                                    \
+    ROW(ReportsV2, "received_reports_v2")                                                                    \
+    ROW(ReportsV3, "received_reports_v3")                                                                    \
+    ROW(Leaves, "received_leaves")                                                                           \
+    ROW(OlderQueries, "received_older_queries")                                                              \
+    ROW(RecordType, "ignored_record_type")                                                                   \
+    ROW(LinkScopeGroup, "ignored_unroutable_group")                                                          \
+    ROW(BadSource, "ignored_record_source")                                                                  \
+    ROW(OldHostPresent, "ignored_for_older_hosts")                                                           \
+    ROW(GroupLimit, "refused_group_limit")                                                                   \
+    ROW(SourceLimit, "refused_source_limit")                                                                 \
+    ROW(SentGeneral, "sent_general_queries")                                                                 \
+    ROW(SentGroup, "sent_group_queries")                                                                     \
+    ROW(SentSources, "sent_source_queries")                                                                  \
+    ROW(SendFailed, "send_failures")
+
+// A counter's number.
+enum class Count : uint8_t {
+#define ROW(identifier, name) identifier,
+    GMPD_COUNTERS(ROW)
+#undef ROW
+        Total
+};
+
+// No reason: the packet is good.
+inline constexpr Count NO_DROP = Count::Total;
+
+// One set of counters: an interface's, or those of packets that no interface could be told for.
+struct Counters {
+    uint64_t values[static_cast<size_t>(Count::Total)] = {};
+
+    uint64_t &operator[](Count count)
+    {
+        return values[static_cast<size_t>(count)];
+    }
+    uint64_t operator[](Count count) const
+    {
+        return values[static_cast<size_t>(count)];
+    }
+};
+
+// The name of a counter.
+inline const char *count_name(Count count)
+{
+    static constexpr const char *names[] = {
+#define ROW(identifier, name) name,
+        GMPD_COUNTERS(ROW)
+#undef ROW
+    };
+    return names[static_cast<size_t>(count)];
+}
+
+} // namespace gmpd
+
+#endif
