@@ -1,0 +1,31 @@
+/*
+ * What the operator sets, in the units of the protocol. Versions are numbered as IGMP's; see message.h.
+ */
+#ifndef GMPD_CONFIG_H
+#define GMPD_CONFIG_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "mcast/common.h"
+
+namespace gmpd
+{
+
+struct Config {
+    uint8_t family = MCAST_FAMILY_IPV4;
+    uint8_t version = 3; // the version spoken as querier and the newest one understood
+    uint32_t robustness = 2;
+    uint32_t query_interval_s = 125;
+    uint32_t response_s = 10;   // how long hosts may wait before they answer a general query
+    uint32_t last_member_s = 1; // the same for group-specific queries, and the time between these
+    bool immediate_leave = false;
+    uint32_t max_groups = 65536;         // on one interface
+    uint32_t max_sources = 1024;         // of one group
+    std::vector<std::string> interfaces; // names; empty: every suitable one
+};
+
+} // namespace gmpd
+
+#endif

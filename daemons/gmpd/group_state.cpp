@@ -1,0 +1,304 @@
+/*
+ * What the MRIB is told about a group, in bits that change one by one:
+ *
+ *      INCLUDE           every source in the table is joined
+ *      EXCLUDE           any source is joined; sources whose timer does not run are blocked
+ *
+ * A change of mode turns several bits. They are sent in three steps, each skipped when there is nothing to
+ * do: first what adds (joins of sources, blocks), then the join or prune of any source, then what takes away
+ * (prunes of sources, unblocks). Going to EXCLUDE the blocks stand before any source is let through and the
+ * joins of single sources fall only afterwards; going to INCLUDE the wanted sources are joined before the
+ * rest is cut off.
+ *
+ * Records to be removed are marked first and removed in the last step, so that their bits fall in order too.
+ */
+#include "daemons/gmpd/group_state.h"
+
+#include <memory>
+
+#include "daemons/common/log.h"
+#include "daemons/gmpd/group_query.h"
+
+namespace gmpd
+{
+
+namespace
+{
+
+// A limit is warned of from this share on, and again once use has been below the second share.
+constexpr bool warns_at(uint32_t used, uint32_t limit)
+{
+    return uint64_t{used} * 10 >= uint64_t{limit} * 9;
+}
+constexpr bool clears_at(uint32_t used, uint32_t limit)
+{
+    return uint64_t{used} * 10 < uint64_t{limit} * 8;
+}
+
+MCAST_TMR_S *timers_of(const GroupState &group)
+{
+    return group.interface->router->timers;
+}
+
+void tell_source(const SourceState &source, bool join, bool blocked)
+{
+    const Interface &interface = *source.group->interface;
+
+    interface.router->outputs->tell_member(interface, *source.group->entry->address, source.entry->address,
+                                           join, blocked);
+}
+
+void tell_any(GroupState &group, bool join)
+{
+    if (group.told_any != join) {
+        group.told_any = join;
+        group.interface->router->outputs->tell_member(*group.interface, *group.entry->address, nullptr, join,
+                                                      false);
+    }
+}
+
+bool wants_join(const SourceState &source)
+{
+    return !source.doomed && !source.group->exclude && source.timer.running();
+}
+
+bool wants_block(const SourceState &source)
+{
+    return !source.doomed && source.group->exclude && !source.timer.running();
+}
+
+void tell_additions(SourceState &source)
+{
+    if (!source.told_joined && wants_join(source)) {
+        source.told_joined = true;
+        tell_source(source, true, false);
+    }
+    if (!source.told_blocked && wants_block(source)) {
+        source.told_blocked = true;
+        tell_source(source, true, true);
+    }
+}
+
+void tell_removals(SourceState &source)
+{
+    if (source.told_joined && !wants_join(source)) {
+        source.told_joined = false;
+        tell_source(source, false, false);
+    }
+    if (source.told_blocked && !wants_block(source)) {
+        source.told_blocked = false;
+        tell_source(source, false, true);
+    }
+}
+
+void group_expired(void *owner)
+{
+    GroupState &group = *static_cast<GroupState *>(owner);
+
+    // Sources that end in this very second do not outlive the group for an instant.
+    for_each_source(group, [](SourceState &source) {
+        if (timer_is_due(source.timer)) {
+            timer_stop(timers_of(*source.group), source.timer);
+        }
+    });
+    group_include(group);
+    settle_group(group);
+}
+
+void source_expired(void *owner)
+{
+    SourceState &source = *static_cast<SourceState *>(owner);
+
+    source.group->dirty = true;
+    settle_group(*source.group);
+}
+
+void warn_group_limit(Interface &interface)
+{
+    const uint32_t used = MRT_CountTable(interface.groups);
+    const uint32_t limit = interface.router->config.max_groups;
+
+    if (!interface.near_group_limit && warns_at(used, limit)) {
+        interface.near_group_limit = true;
+        mcastd::log_warning("%s: %u groups, the limit is %u: raise it with --max-groups",
+                            interface.name.c_str(), used, limit);
+    } else if (interface.near_group_limit && clears_at(used, limit)) {
+        interface.near_group_limit = false;
+    }
+}
+
+void warn_source_limit(GroupState &group)
+{
+    const uint32_t used = MRT_CountTable(group.entry->sources);
+    const uint32_t limit = group.interface->router->config.max_sources;
+
+    if (!group.near_source_limit && warns_at(used, limit)) {
+        group.near_source_limit = true;
+        mcastd::log_warning("%s: group %s has %u sources, the limit is %u: raise it with --max-sources",
+                            group.interface->name.c_str(), to_text(*group.entry->address).c_str(), used,
+                            limit);
+    } else if (group.near_source_limit && clears_at(used, limit)) {
+        group.near_source_limit = false;
+    }
+}
+
+} // namespace
+
+void release_group(void **user_data)
+{
+    std::unique_ptr<GroupState> group(static_cast<GroupState *>(*user_data));
+    MCAST_TMR_S *timers = timers_of(*group);
+
+    for (Timer *timer : {&group->timer, &group->retransmit, &group->v1_host, &group->v2_host}) {
+        timer_stop(timers, *timer);
+    }
+}
+
+void release_source(void **user_data)
+{
+    std::unique_ptr<SourceState> source(static_cast<SourceState *>(*user_data));
+
+    timer_stop(timers_of(*source->group), source->timer);
+}
+
+GroupState *find_group(const Interface &interface, const Address &group)
+{
+    return state_of(static_cast<MRT_GROUP_S *>(MRT_Locate(interface.groups, &group)));
+}
+
+SourceState *find_source(const GroupState &group, const Address &source)
+{
+    SourceState *state = state_of(static_cast<MRT_SOURCE_S *>(MRT_Locate(group.entry->sources, &source)));
+
+    return state != nullptr && !state->doomed ? state : nullptr;
+}
+
+GroupState *ensure_group(Interface &interface, const Address &group)
+{
+    GroupState *found = find_group(interface, group);
+
+    if (found != nullptr) {
+        return found;
+    }
+    if (MRT_CountTable(interface.groups) >= interface.router->config.max_groups) {
+        ++interface.counters[Count::GroupLimit];
+        return nullptr;
+    }
+    auto state = std::make_unique<GroupState>();
+
+    state->interface = &interface;
+    state->entry = must_have(MRT_CreateGroupMask(interface.groups, &group, address_bits(group.family)));
+    state->entry->user_data = state.get();
+    warn_group_limit(interface);
+    return state.release();
+}
+
+SourceState *ensure_source(GroupState &group, const Address &source)
+{
+    SourceState *found = state_of(static_cast<MRT_SOURCE_S *>(MRT_Locate(group.entry->sources, &source)));
+
+    if (found != nullptr) {
+        group.dirty = group.dirty || found->doomed;
+        found->doomed = false;
+        return found;
+    }
+    if (MRT_CountTable(group.entry->sources) >= group.interface->router->config.max_sources) {
+        ++group.interface->counters[Count::SourceLimit];
+        return nullptr;
+    }
+    auto state = std::make_unique<SourceState>();
+
+    state->group = &group;
+    state->entry = must_have(MRT_CreateSourceMask(group.entry, &source, address_bits(source.family)));
+    state->entry->user_data = state.get();
+    group.dirty = true;
+    warn_source_limit(group);
+    return state.release();
+}
+
+void source_wanted(SourceState &source, uint32_t timeout_ms)
+{
+    source.group->dirty = source.group->dirty || !source.timer.running();
+    timer_start(timers_of(*source.group), source.timer, timeout_ms, source_expired, &source);
+}
+
+void source_wanted_with_group(SourceState &source)
+{
+    source.group->dirty = source.group->dirty || !source.timer.running();
+    timer_start_with(timers_of(*source.group), source.timer, source.group->timer, source_expired, &source);
+}
+
+void source_unwanted(SourceState &source)
+{
+    source.group->dirty = source.group->dirty || source.timer.running();
+    source.queries_left = 0;
+    timer_stop(timers_of(*source.group), source.timer);
+}
+
+void group_exclude(GroupState &group, uint32_t timeout_ms)
+{
+    group.dirty = group.dirty || !group.exclude;
+    timer_start(timers_of(group), group.timer, timeout_ms, group_expired, &group);
+    group.exclude = true;
+}
+
+void group_include(GroupState &group)
+{
+    timer_stop(timers_of(group), group.timer);
+    group.queries_left = 0;
+    group.exclude = false;
+    group.dirty = true;
+}
+
+void settle_group(GroupState &group)
+{
+    if (!group.dirty) {
+        return;
+    }
+    group.dirty = false;
+    for_each_source(group, tell_additions);
+    tell_any(group, group.exclude);
+    for_each_source(group, [](SourceState &source) {
+        tell_removals(source);
+        if (source.doomed || (!source.group->exclude && !source.timer.running())) {
+            MRT_DeleteSource(source.entry);
+        }
+    });
+    if (!group.exclude && MRT_CountTable(group.entry->sources) == 0) {
+        remove_group(group);
+    } else {
+        warn_source_limit(group);
+    }
+}
+
+void remove_group(GroupState &group)
+{
+    Interface &interface = *group.interface;
+
+    for_each_source(group, [](SourceState &source) { source.doomed = true; });
+    group.exclude = false;
+    tell_any(group, false);
+    for_each_source(group, tell_removals);
+    MRT_DeleteGroup(group.entry);
+    warn_group_limit(interface);
+}
+
+void forget_groups(Interface &interface)
+{
+    MRT_ClearTable(interface.groups);
+}
+
+void tell_everything(Interface &interface)
+{
+    for_each_group(interface, [](GroupState &group) {
+        group.told_any = false;
+        for_each_source(group, [](SourceState &source) {
+            source.told_joined = false;
+            source.told_blocked = false;
+        });
+        group.dirty = true;
+        settle_group(group);
+    });
+}
+
+} // namespace gmpd

@@ -1,0 +1,144 @@
+/*
+ * Group and source records of an interface and their life: creation within limits, expiry, and the report of
+ * what changed to the MRIB. What messages do to them is in membership.h, what is asked about them in
+ * group_query.h.
+ */
+#ifndef GMPD_GROUP_STATE_H
+#define GMPD_GROUP_STATE_H
+
+#include <cstdint>
+#include <memory>
+
+#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/memory.h"
+
+namespace gmpd
+{
+
+// A group with members, hanging on its MRT_GROUP_S. exclude: some member wants every source except those
+// whose timer does not run; otherwise only the sources in the table are wanted.
+struct GroupState {
+    Interface *interface = nullptr;
+    MRT_GROUP_S *entry = nullptr;
+    bool exclude = false;
+    bool told_any = false;          // the MRIB knows the join of any source
+    bool dirty = false;             // what the MRIB knows may be out of date, or records are to go
+    bool near_source_limit = false; // the operator has been warned
+    uint32_t queries_left = 0;      // of the group-specific kind
+    Timer timer;                    // runs while exclude
+    Timer retransmit;               // the next group-specific or source-specific queries
+    Timer v1_host;                  // runs while hosts of version 1 are taken to be present
+    Timer v2_host;
+};
+
+// A source of a group, hanging on its MRT_SOURCE_S. Some member wants it while its timer runs.
+struct SourceState {
+    GroupState *group = nullptr;
+    MRT_SOURCE_S *entry = nullptr;
+    bool told_joined = false;  // the MRIB knows the join of this source
+    bool told_blocked = false; // the MRIB knows its exclusion
+    bool doomed = false;       // to go with the next settle_group
+    uint32_t queries_left = 0;
+    Timer timer;
+};
+
+// Release functions for the tables.
+void release_group(void **user_data);
+void release_source(void **user_data);
+
+// The state of an entry.
+inline GroupState *state_of(const MRT_GROUP_S *entry)
+{
+    return entry != nullptr ? static_cast<GroupState *>(entry->user_data) : nullptr;
+}
+inline SourceState *state_of(const MRT_SOURCE_S *entry)
+{
+    return entry != nullptr ? static_cast<SourceState *>(entry->user_data) : nullptr;
+}
+
+// The group's state on the interface, or NULL.
+GroupState *find_group(const Interface &interface, const Address &group);
+
+// The source's state in the group, or NULL; doomed ones count as absent.
+SourceState *find_source(const GroupState &group, const Address &source);
+
+// The group's state, made when missing: INCLUDE without sources. NULL when the interface is at its limit,
+// which is counted.
+GroupState *ensure_group(Interface &interface, const Address &group);
+
+// The source's state, made when missing with its timer stopped. NULL when the group is at its limit, which is
+// counted.
+SourceState *ensure_source(GroupState &group, const Address &source);
+
+// Starts the source's timer; it is then wanted.
+void source_wanted(SourceState &source, uint32_t timeout_ms);
+
+// The same for as long as the group, in EXCLUDE mode, lives when nobody confirms it.
+void source_wanted_with_group(SourceState &source);
+
+// Stops the source's timer; in EXCLUDE mode it is then blocked.
+void source_unwanted(SourceState &source);
+
+// Puts the group into EXCLUDE mode, or keeps it there, for timeout_ms.
+void group_exclude(GroupState &group, uint32_t timeout_ms);
+
+// Ends EXCLUDE mode, as the end of the group's timer does: the sources whose timers run remain.
+void group_include(GroupState &group);
+
+// Tells the MRIB what changed, in an order in which wanted traffic never stops and unwanted traffic never
+// starts, then removes what is of no more use; the group itself when nothing is left of it. Costs nothing
+// when nothing changed.
+void settle_group(GroupState &group);
+
+// Removes the group from the tables and from the MRIB.
+void remove_group(GroupState &group);
+
+// Removes every group of the interface without telling the MRIB about each.
+void forget_groups(Interface &interface);
+
+// Tells a MRIB that knows nothing of the interface all of its memberships.
+void tell_everything(Interface &interface);
+
+// A walk over a table that is not empty; entries may go while it is open.
+struct WalkEnd {
+    void operator()(MRT_WALK_S *walk) const
+    {
+        MRT_DeleteWalk(walk);
+    }
+};
+using Walk = std::unique_ptr<MRT_WALK_S, WalkEnd>;
+
+inline Walk open_walk(MRT_TABLE_S *table)
+{
+    return Walk(must_have(MRT_CreateWalk(table)));
+}
+
+// Calls visit(SourceState &) for every source of the group in address order; visit may remove the source.
+template <typename Visit> void for_each_source(const GroupState &group, Visit visit)
+{
+    if (MRT_CountTable(group.entry->sources) == 0) {
+        return;
+    }
+    const Walk walk = open_walk(group.entry->sources);
+
+    while (auto *entry = static_cast<MRT_SOURCE_S *>(MRT_WalkNext(walk.get()))) {
+        visit(*state_of(entry));
+    }
+}
+
+// Calls visit(GroupState &) for every group of the interface in address order; visit may remove the group.
+template <typename Visit> void for_each_group(const Interface &interface, Visit visit)
+{
+    if (MRT_CountTable(interface.groups) == 0) {
+        return;
+    }
+    const Walk walk = open_walk(interface.groups);
+
+    while (auto *entry = static_cast<MRT_GROUP_S *>(MRT_WalkNext(walk.get()))) {
+        visit(*state_of(entry));
+    }
+}
+
+} // namespace gmpd
+
+#endif

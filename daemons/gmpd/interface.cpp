@@ -1,0 +1,93 @@
+#include "daemons/gmpd/interface.h"
+
+#include "daemons/common/log.h"
+#include "daemons/gmpd/group_state.h"
+#include "daemons/gmpd/memory.h"
+#include "daemons/gmpd/querier.h"
+
+namespace gmpd
+{
+
+Interface::Interface(Router &owner, uint32_t if_index, const std::string &if_name)
+    : router(&owner), index(if_index), name(if_name),
+      groups(must_have(MRT_CreateTable(owner.config.family, if_name.c_str(), release_group, release_source)))
+{
+    address = any_address(owner.config.family);
+}
+
+Interface::~Interface()
+{
+    interface_stop(*this);
+    timer_stop(router->timers, querier.warned);
+    MRT_DestroyTable(groups);
+}
+
+void interface_start(Interface &interface, const Address &address)
+{
+    if (interface.running) {
+        if (!same_address(interface.address, address)) {
+            mcastd::log_info("%s: address is now %s", interface.name.c_str(), to_text(address).c_str());
+            interface.address = address;
+        }
+        return;
+    }
+    interface.address = address;
+    interface.running = true;
+    mcastd::log_info("%s: started, address %s", interface.name.c_str(), to_text(address).c_str());
+    interface.router->outputs->tell_running(interface, true);
+    querier_start(interface);
+}
+
+void interface_stop(Interface &interface)
+{
+    if (!interface.running) {
+        return;
+    }
+    mcastd::log_info("%s: stopped", interface.name.c_str());
+    querier_stop(interface);
+    forget_groups(interface);
+    interface.running = false;
+    interface.near_group_limit = false;
+    interface.address = any_address(interface.router->config.family);
+    interface.router->outputs->tell_running(interface, false);
+}
+
+bool interface_is_neighbour(const Interface &interface, const Address &sender)
+{
+    // Link-local addresses, and those of hosts that have none yet, are on every link.
+    if (sender.family == MCAST_FAMILY_IPV6 || is_unspecified(sender) || interface.prefixes.empty()) {
+        return true;
+    }
+    for (const Prefix &prefix : interface.prefixes) {
+        // A full-length prefix is how links without a subnet of their own are numbered.
+        if (prefix.length == address_bits(sender.family) ||
+            shares_prefix(sender, prefix.address, prefix.length)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+uint32_t membership_interval_ms(const Interface &interface)
+{
+    const Querier &querier = interface.querier;
+
+    return querier.robustness * querier.query_interval_s * 1000 + querier.response_ms;
+}
+
+uint32_t older_host_interval_ms(const Interface &interface)
+{
+    return membership_interval_ms(interface);
+}
+
+uint32_t last_member_interval_ms(const Interface &interface)
+{
+    return interface.router->config.last_member_s * 1000;
+}
+
+uint32_t last_member_time_ms(const Interface &interface)
+{
+    return last_member_interval_ms(interface) * interface.querier.robustness;
+}
+
+} // namespace gmpd

@@ -1,0 +1,151 @@
+/*
+ * Every event leads to the same question: given what the link table says now, must the protocol run on this
+ * interface, and from which address? The answer is compared with what runs. Nothing depends on the order of
+ * events, so that interfaces may come, go, change their names, indexes and addresses in any order.
+ *
+ * An interface is followed while it is up, can do multicast, is no loopback and no part of a bridge, bond or
+ * the like (those who are named with --interface may be that), and it runs while it also has an address of
+ * the family. A lost carrier does not end memberships: they end in time when it does not return. When it
+ * returns, hosts are asked at once.
+ */
+#include "daemons/gmpd/links.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "daemons/common/log.h"
+#include "daemons/gmpd/querier.h"
+
+namespace gmpd
+{
+
+namespace
+{
+
+Address address_of(uint16_t family, const uint8_t *bytes)
+{
+    return make_address(family, std::span(bytes, address_size(family)));
+}
+
+// The prefixes of the family that are on the link.
+std::vector<Prefix> prefixes_of(HOST_LINK_TABLE table, uint32_t if_index, uint16_t family)
+{
+    std::vector<Prefix> prefixes;
+    HOST_ADDRESS_S address;
+
+    for (uint32_t at = 0; HOST_LinkGetAddress(table, if_index, at, &address) == 0; ++at) {
+        if (address.family == family) {
+            prefixes.push_back(Prefix{address_of(family, address.peer), address.prefix_length});
+        }
+    }
+    return prefixes;
+}
+
+} // namespace
+
+Links::~Links()
+{
+    close();
+}
+
+bool Links::open(int32_t loop)
+{
+    table_ = HOST_LinkOpen(loop, on_event, this);
+    if (table_ == nullptr) {
+        mcastd::log_error("cannot read the network interfaces: %s", strerror(errno));
+        return false;
+    }
+    report_missing_names();
+    return true;
+}
+
+void Links::close()
+{
+    HOST_LinkClose(table_);
+    table_ = nullptr;
+    router_.interfaces.clear();
+}
+
+void Links::report_missing_names() const
+{
+    for (const std::string &name : router_.config.interfaces) {
+        HOST_LINK_S link;
+
+        if (HOST_LinkGetByName(table_, name.c_str(), &link) != 0) {
+            mcastd::log_warning("there is no interface %s yet, waiting for it", name.c_str());
+        }
+    }
+}
+
+bool Links::is_wanted(const HOST_LINK_S &link) const
+{
+    constexpr uint32_t needed = HOST_LINK_UP | HOST_LINK_MULTICAST;
+    const std::vector<std::string> &names = router_.config.interfaces;
+
+    if ((link.flags & needed) != needed || (link.flags & HOST_LINK_LOOPBACK) != 0) {
+        return false;
+    }
+    return names.empty() ? link.master_index == 0
+                         : std::find(names.begin(), names.end(), link.name) != names.end();
+}
+
+void Links::update(HOST_LINK_TABLE table, const HOST_LINK_S &link)
+{
+    const uint16_t family = router_.config.family;
+    HOST_ADDRESS_S source;
+
+    if (!is_wanted(link)) {
+        remove(link.if_index);
+        return;
+    }
+    std::unique_ptr<Interface> &interface = router_.interfaces[link.if_index];
+
+    if (interface == nullptr) {
+        interface = std::make_unique<Interface>(router_, link.if_index, link.name);
+        receiver_.join(link.if_index);
+    }
+    interface->name = link.name;
+    interface->mtu = link.mtu;
+    interface->prefixes = prefixes_of(table, link.if_index, family);
+    if (HOST_LinkGetSourceAddress(table, link.if_index, static_cast<uint8_t>(family), &source) == 0) {
+        interface_start(*interface, address_of(family, source.address));
+    } else {
+        interface_stop(*interface);
+    }
+}
+
+void Links::remove(uint32_t if_index)
+{
+    if (router_.interfaces.erase(if_index) > 0) {
+        receiver_.leave(if_index);
+    }
+}
+
+void Links::on_event(HOST_LINK_TABLE table, const HOST_LINK_EVENT_S *event, void *context)
+{
+    Links &links = *static_cast<Links *>(context);
+    const HOST_LINK_S &link = *event->link;
+
+    switch (event->kind) {
+    case HOST_LINK_EVENT_REMOVED:
+        links.remove(link.if_index);
+        return;
+    case HOST_LINK_EVENT_RENAMED:
+        mcastd::log_info("%s: is now %s", event->old_link->name, link.name);
+        break;
+    default:
+        break;
+    }
+    links.update(table, link);
+    if (event->kind == HOST_LINK_EVENT_CHANGED && (event->old_link->flags & HOST_LINK_RUNNING) == 0 &&
+        (link.flags & HOST_LINK_RUNNING) != 0) {
+        const auto found = links.router_.interfaces.find(link.if_index);
+
+        if (found != links.router_.interfaces.end()) {
+            querier_carrier_returned(*found->second);
+        }
+    }
+}
+
+} // namespace gmpd

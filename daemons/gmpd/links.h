@@ -1,0 +1,47 @@
+/*
+ * Following the machine's network interfaces: which of them the protocol runs on, and from which address.
+ */
+#ifndef GMPD_LINKS_H
+#define GMPD_LINKS_H
+
+#include <cstdint>
+
+#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/receiver.h"
+#include "mcasthost/link.h"
+
+namespace gmpd
+{
+
+class Links
+{
+public:
+    Links(Router &router, Receiver &receiver) : router_(router), receiver_(receiver)
+    {
+    }
+    ~Links();
+    Links(const Links &) = delete;
+    Links &operator=(const Links &) = delete;
+
+    // Begins to follow, on the host loop, what exists and what will. False on failure, which is logged.
+    bool open(int32_t loop);
+
+    // Ends following and the protocol on every interface.
+    void close();
+
+private:
+    static void on_event(HOST_LINK_TABLE table, const HOST_LINK_EVENT_S *event, void *context);
+
+    bool is_wanted(const HOST_LINK_S &link) const;
+    void update(HOST_LINK_TABLE table, const HOST_LINK_S &link);
+    void remove(uint32_t if_index);
+    void report_missing_names() const;
+
+    Router &router_;
+    Receiver &receiver_;
+    HOST_LINK_TABLE table_ = nullptr;
+};
+
+} // namespace gmpd
+
+#endif

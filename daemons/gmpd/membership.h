@@ -1,0 +1,26 @@
+/*
+ * What received messages do to an interface's memberships.
+ */
+#ifndef GMPD_MEMBERSHIP_H
+#define GMPD_MEMBERSHIP_H
+
+#include <vector>
+
+#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/message.h"
+
+namespace gmpd
+{
+
+// Acts on a checked message that arrived on the running interface, or counts why not. The message's memory
+// is not kept.
+void handle_message(Interface &interface, const Message &message);
+
+// One row of the state tables: a record of the given type for the group, with its sources in ascending order
+// and without duplicates. The group is created, changed, reported to the MRIB and removed as the row says.
+void apply_record(Interface &interface, RecordType type, const Address &group,
+                  const std::vector<Address> &sources);
+
+} // namespace gmpd
+
+#endif

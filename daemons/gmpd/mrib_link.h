@@ -1,0 +1,74 @@
+/*
+ * The way to the MRIB process: one connection, kept up as long as the daemon runs, and the records that go
+ * over it.
+ */
+#ifndef GMPD_MRIB_LINK_H
+#define GMPD_MRIB_LINK_H
+
+#include <cstdint>
+
+#include "daemons/common/reactor.h"
+#include "daemons/gmpd/interface.h"
+
+namespace gmpd
+{
+
+// One object per process: the library's channel has no handle.
+class MribLink
+{
+public:
+    MribLink(Router &router, mcastd::Reactor &reactor);
+    ~MribLink();
+    MribLink(const MribLink &) = delete;
+    MribLink &operator=(const MribLink &) = delete;
+
+    // Sets the channel up and tries to connect; a missing MRIB process is tried again every second. False
+    // when the channel cannot be set up, which is logged.
+    bool open();
+
+    // Appends records; see Outputs. Without a connection nothing happens: a new one begins with everything.
+    void tell_running(const Interface &interface, bool running);
+    void tell_querier(const Interface &interface, bool elected);
+    void tell_member(const Interface &interface, const Address &group, const Address *source, bool join,
+                     bool blocked);
+
+    // Sends what was appended, as far as the socket takes it, and rebuilds a connection that lost records. To
+    // be called once after everything that a wake-up brought.
+    void flush();
+
+    bool connected() const
+    {
+        return connected_;
+    }
+    // Connections made since the start.
+    uint64_t connects() const
+    {
+        return connects_;
+    }
+    // Messages that wait for the socket.
+    uint32_t pending() const;
+
+private:
+    static uint64_t on_connected(int32_t socket);
+    static void on_disconnected(int32_t socket);
+    static void on_retry(void *owner);
+
+    void connect();
+    void retry_later();
+    void ready(uint32_t events, int socket);
+    void tell_all();
+
+    Router &router_;
+    mcastd::Reactor &reactor_;
+    Timer retry_;
+    bool open_ = false;
+    bool connected_ = false;
+    bool reported_missing_ = false;
+    bool waiting_for_room_ = false;
+    int socket_ = -1;
+    uint64_t connects_ = 0;
+};
+
+} // namespace gmpd
+
+#endif

@@ -1,0 +1,91 @@
+#include <map>
+
+#include "daemons/common/log.h"
+#include "daemons/gmpd/daemon.h"
+
+namespace gmpd
+{
+
+namespace
+{
+
+// The greatest interval that a query can carry, in seconds.
+constexpr uint32_t MOST_INTERVAL_S = 31744;
+// The greatest response time that an IGMP query can carry, in seconds.
+constexpr uint32_t MOST_RESPONSE_S = 3174;
+constexpr uint8_t VERSION_UNSET = 0;
+
+} // namespace
+
+void add_options(mcastd::Options &options, Config &config)
+{
+    CLI::App &app = options.app();
+    const std::map<std::string, uint8_t> families = {{"ipv4", MCAST_FAMILY_IPV4},
+                                                     {"ipv6", MCAST_FAMILY_IPV6}};
+
+    config.version = VERSION_UNSET;
+    CLI::Option *family =
+        app.add_option("--family", config.family, "Family to serve: ipv4 (IGMP, the default) or ipv6 (MLD)")
+            ->transform(CLI::CheckedTransformer(families));
+    CLI::Option *ipv4 = app.add_flag_callback(
+        "-4", [&config] { config.family = MCAST_FAMILY_IPV4; }, "The same as --family ipv4");
+    CLI::Option *ipv6 = app.add_flag_callback(
+        "-6", [&config] { config.family = MCAST_FAMILY_IPV6; }, "The same as --family ipv6");
+
+    ipv4->excludes(ipv6)->excludes(family);
+    ipv6->excludes(family);
+    app.add_option(
+        "--interface", config.interfaces,
+        "Interface to serve; may be given more than once. Without it: every one that is up, can do "
+        "multicast and is neither a loopback nor part of a bridge or bond");
+    app.add_option(
+           "--protocol-version", config.version,
+           "Version to speak as querier and newest version to understand: IGMP 1 to 3, MLD 1 to 2; the "
+           "default is the newest")
+        ->check(CLI::Range(1, 3));
+    app.add_option("--query-interval", config.query_interval_s, "Seconds between general queries")
+        ->check(CLI::Range(1u, MOST_INTERVAL_S))
+        ->capture_default_str();
+    app.add_option("--query-response-interval", config.response_s,
+                   "Seconds that hosts may take to answer; less than the query interval")
+        ->check(CLI::Range(1u, MOST_RESPONSE_S))
+        ->capture_default_str();
+    app.add_option("--last-member-interval", config.last_member_s,
+                   "Seconds between the queries that follow a leave, and to answer them")
+        ->check(CLI::Range(1u, 25u))
+        ->capture_default_str();
+    app.add_option("--robustness", config.robustness, "How many packets in a row may be lost, plus one")
+        ->check(CLI::Range(1u, 7u))
+        ->capture_default_str();
+    app.add_flag("--immediate-leave", config.immediate_leave,
+                 "End a membership with its first leave, without asking for others: for links with one host");
+    app.add_option("--max-groups", config.max_groups, "Most groups on one interface")
+        ->check(CLI::Range(1u, 16777216u))
+        ->capture_default_str();
+    app.add_option("--max-sources", config.max_sources, "Most sources of one group")
+        ->check(CLI::Range(1u, 1048576u))
+        ->capture_default_str();
+}
+
+bool finish_config(Config &config)
+{
+    const bool ipv4 = config.family == MCAST_FAMILY_IPV4;
+
+    if (config.version == VERSION_UNSET) {
+        config.version = 3;
+    } else if (!ipv4) {
+        if (config.version > 2) {
+            mcastd::log_error("--protocol-version %u: MLD has the versions 1 and 2", config.version);
+            return false;
+        }
+        ++config.version;
+    }
+    if (config.response_s >= config.query_interval_s) {
+        mcastd::log_error("--query-response-interval %u: must be less than the query interval of %u seconds",
+                          config.response_s, config.query_interval_s);
+        return false;
+    }
+    return true;
+}
+
+} // namespace gmpd

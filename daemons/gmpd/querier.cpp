@@ -1,0 +1,189 @@
+/*
+ * The election needs no messages of its own. Every router asks until it hears a query from a lower address;
+ * then it is silent until that querier has been silent for long enough.
+ *
+ *                 query from a lower address
+ *        asking ───────────────────────────────► waiting   (other_present runs, restarted by each such query)
+ *          ▲  general runs                          │
+ *          └────────────────────────────────────────┘
+ *                 other_present ends
+ *
+ * A version 1 query takes no part: version 1 has no election. A router that waits follows the querier's
+ * robustness, interval and response time, so that both forget a member at the same time.
+ */
+#include "daemons/gmpd/querier.h"
+
+#include <algorithm>
+
+#include "daemons/common/log.h"
+#include "daemons/gmpd/group_query.h"
+
+namespace gmpd
+{
+
+namespace
+{
+
+constexpr uint32_t OLDER_ROUTER_WARNING_MS = 600 * 1000;
+constexpr uint32_t STARTUP_DIVISOR = 4;
+
+// As the protocols of the family number it.
+unsigned version_shown(const Interface &interface, unsigned version)
+{
+    return interface.router->config.family == MCAST_FAMILY_IPV4 ? version : version - 1;
+}
+
+void adopt_own_values(Interface &interface)
+{
+    const Config &config = interface.router->config;
+
+    interface.querier.robustness = config.robustness;
+    interface.querier.query_interval_s = config.query_interval_s;
+    interface.querier.response_ms = config.response_s * 1000;
+}
+
+void general_due(void *owner);
+
+void send_general(Interface &interface)
+{
+    Querier &querier = interface.querier;
+    Query query;
+
+    query.group = any_address(interface.router->config.family);
+    query.max_response_ms = querier.response_ms;
+    querier_send(interface, query);
+    uint32_t interval_ms = querier.query_interval_s * 1000;
+
+    if (querier.startup_left > 0) {
+        --querier.startup_left;
+    }
+    if (querier.startup_left > 0) {
+        interval_ms = std::max(interval_ms / STARTUP_DIVISOR, 1000u);
+    }
+    timer_start(interface.router->timers, querier.general, interval_ms, general_due, &interface);
+}
+
+void general_due(void *owner)
+{
+    send_general(*static_cast<Interface *>(owner));
+}
+
+void become_querier(Interface &interface)
+{
+    interface.querier.elected = true;
+    interface.querier.other = any_address(interface.router->config.family);
+    adopt_own_values(interface);
+    interface.router->outputs->tell_querier(interface, true);
+    send_general(interface);
+}
+
+void other_gone(void *owner)
+{
+    Interface &interface = *static_cast<Interface *>(owner);
+
+    mcastd::log_info("%s: querier %s is gone, taking over", interface.name.c_str(),
+                     to_text(interface.querier.other).c_str());
+    become_querier(interface);
+}
+
+void follow(Interface &interface, const Message &query)
+{
+    Querier &querier = interface.querier;
+
+    if (querier.elected) {
+        querier.elected = false;
+        querier.startup_left = 0;
+        timer_stop(interface.router->timers, querier.general);
+        interface.router->outputs->tell_querier(interface, false);
+    }
+    if (!same_address(querier.other, query.sender)) {
+        mcastd::log_info("%s: querier is %s", interface.name.c_str(), to_text(query.sender).c_str());
+        querier.other = query.sender;
+    }
+    adopt_own_values(interface);
+    if (query.version == 3) {
+        if (query.robustness != 0) {
+            querier.robustness = query.robustness;
+        }
+        if (query.query_interval_s != 0) {
+            querier.query_interval_s = query.query_interval_s;
+        }
+    }
+    if (is_unspecified(query.group)) {
+        querier.response_ms = query.max_response_ms;
+    }
+    uint32_t present_ms = querier.robustness * querier.query_interval_s * 1000 + querier.response_ms / 2;
+
+    timer_start(interface.router->timers, querier.other_present, present_ms, other_gone, &interface);
+}
+
+void warn_of_older_router(Interface &interface, const Message &query)
+{
+    ++interface.counters[Count::OlderQueries];
+    if (interface.querier.warned.running()) {
+        return;
+    }
+    mcastd::log_warning(
+        "%s: %s asks with version %u, this router with version %u: start every router of the "
+        "link with --protocol-version %u",
+        interface.name.c_str(), to_text(query.sender).c_str(), version_shown(interface, query.version),
+        version_shown(interface, interface.router->config.version), version_shown(interface, query.version));
+    timer_start(
+        interface.router->timers, interface.querier.warned, OLDER_ROUTER_WARNING_MS, [](void *) {}, nullptr);
+}
+
+} // namespace
+
+void querier_start(Interface &interface)
+{
+    interface.querier.startup_left = interface.router->config.robustness;
+    become_querier(interface);
+}
+
+void querier_carrier_returned(Interface &interface)
+{
+    if (interface.running && interface.querier.elected) {
+        interface.querier.startup_left = interface.router->config.robustness;
+        send_general(interface);
+    }
+}
+
+void querier_stop(Interface &interface)
+{
+    timer_stop(interface.router->timers, interface.querier.general);
+    timer_stop(interface.router->timers, interface.querier.other_present);
+    interface.querier.elected = false;
+    interface.querier.startup_left = 0;
+    interface.querier.other = any_address(interface.router->config.family);
+}
+
+void querier_heard(Interface &interface, const Message &query)
+{
+    if (query.version < interface.router->config.version) {
+        warn_of_older_router(interface, query);
+    }
+    if (query.version == 1) {
+        return;
+    }
+    if (compare_address(query.sender, interface.address) < 0) {
+        follow(interface, query);
+    }
+    if (!query.suppress && !is_unspecified(query.group)) {
+        lower_queried(interface, query);
+    }
+}
+
+void querier_send(Interface &interface, Query query)
+{
+    query.version = interface.router->config.version;
+    query.robustness = interface.querier.robustness;
+    query.query_interval_s = interface.querier.query_interval_s;
+    if (is_unspecified(query.group)) {
+        ++interface.counters[Count::SentGeneral];
+    } else {
+        ++interface.counters[query.sources.empty() ? Count::SentGroup : Count::SentSources];
+    }
+    interface.router->outputs->send_query(interface, query);
+}
+
+} // namespace gmpd

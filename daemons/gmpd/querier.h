@@ -1,0 +1,31 @@
+/*
+ * Who asks: the election of the querier on a link, its general queries, and what queries of others change.
+ */
+#ifndef GMPD_QUERIER_H
+#define GMPD_QUERIER_H
+
+#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/message.h"
+
+namespace gmpd
+{
+
+// Makes this router the querier of the interface and begins the start-up queries.
+void querier_start(Interface &interface);
+
+// Ends asking and waiting.
+void querier_stop(Interface &interface);
+
+// The link can carry traffic again: begins the start-up queries anew when this router is the querier.
+void querier_carrier_returned(Interface &interface);
+
+// Another router's query, checked and from a neighbour. A lower address wins the querier's role; a query
+// without the S flag shortens the life of what it asks for.
+void querier_heard(Interface &interface, const Message &query);
+
+// Fills in what every query of the interface says and sends it.
+void querier_send(Interface &interface, Query query);
+
+} // namespace gmpd
+
+#endif

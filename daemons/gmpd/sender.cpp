@@ -1,0 +1,143 @@
+#include "daemons/gmpd/sender.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include <linux/filter.h>
+#include <netinet/in.h>
+#include <netinet/ip.h>
+
+#include "daemons/common/log.h"
+
+namespace gmpd
+{
+
+namespace
+{
+
+// Internetwork control, as for all routing traffic.
+constexpr int TRAFFIC_CLASS = IPTOS_CLASS_CS6;
+// The router alert option of IPv4, and the hop-by-hop header with that of IPv6 for MLD.
+constexpr std::array<uint8_t, 4> ROUTER_ALERT4 = {0x94, 4, 0, 0};
+constexpr std::array<uint8_t, 8> ROUTER_ALERT6 = {0, 0, 5, 2, 0, 0, 1, 0};
+constexpr size_t LONGEST_MESSAGE = 65535;
+
+// Room for the control message of either family.
+union Control {
+    cmsghdr align;
+    uint8_t bytes[CMSG_SPACE(sizeof(in6_pktinfo))];
+};
+
+template <typename Info>
+void put_control(msghdr &header, Control &control, int level, int type, const Info &info)
+{
+    memset(&control, 0, sizeof(control));
+    header.msg_control = control.bytes;
+    header.msg_controllen = CMSG_SPACE(sizeof(info));
+    cmsghdr *message = CMSG_FIRSTHDR(&header);
+
+    message->cmsg_level = level;
+    message->cmsg_type = type;
+    message->cmsg_len = CMSG_LEN(sizeof(info));
+    memcpy(CMSG_DATA(message), &info, sizeof(info));
+}
+
+// Names the interface to leave through and the address to send from.
+void put_packet_info(msghdr &header, Control &control, const Interface &interface)
+{
+    if (interface.address.family == MCAST_FAMILY_IPV4) {
+        in_pktinfo info{};
+
+        info.ipi_ifindex = static_cast<int>(interface.index);
+        memcpy(&info.ipi_spec_dst, interface.address.address, sizeof(info.ipi_spec_dst));
+        put_control(header, control, IPPROTO_IP, IP_PKTINFO, info);
+    } else {
+        in6_pktinfo info{};
+
+        info.ipi6_ifindex = interface.index;
+        memcpy(&info.ipi6_addr, interface.address.address, sizeof(info.ipi6_addr));
+        put_control(header, control, IPPROTO_IPV6, IPV6_PKTINFO, info);
+    }
+}
+
+socklen_t put_destination(sockaddr_storage &storage, const Address &destination, uint32_t if_index)
+{
+    if (destination.family == MCAST_FAMILY_IPV4) {
+        auto &address = reinterpret_cast<sockaddr_in &>(storage);
+
+        address.sin_family = AF_INET;
+        memcpy(&address.sin_addr, destination.address, sizeof(address.sin_addr));
+        return sizeof(address);
+    }
+    auto &address = reinterpret_cast<sockaddr_in6 &>(storage);
+
+    address.sin6_family = AF_INET6;
+    address.sin6_scope_id = if_index;
+    memcpy(&address.sin6_addr, destination.address, sizeof(address.sin6_addr));
+    return sizeof(address);
+}
+
+} // namespace
+
+bool Sender::set_up_ipv4()
+{
+    return set_option(socket_, IPPROTO_IP, IP_OPTIONS, ROUTER_ALERT4) &&
+           set_option(socket_, IPPROTO_IP, IP_MULTICAST_TTL, 1) &&
+           set_option(socket_, IPPROTO_IP, IP_MULTICAST_LOOP, 0) &&
+           set_option(socket_, IPPROTO_IP, IP_TOS, TRAFFIC_CLASS);
+}
+
+bool Sender::set_up_ipv6()
+{
+    return set_option(socket_, IPPROTO_IPV6, IPV6_HOPOPTS, ROUTER_ALERT6) &&
+           set_option(socket_, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, 1) &&
+           set_option(socket_, IPPROTO_IPV6, IPV6_MULTICAST_LOOP, 0) &&
+           set_option(socket_, IPPROTO_IPV6, IPV6_TCLASS, TRAFFIC_CLASS);
+}
+
+bool Sender::open(uint16_t family)
+{
+    const bool ipv4 = family == MCAST_FAMILY_IPV4;
+    sock_filter nothing[] = {BPF_STMT(BPF_RET | BPF_K, 0)};
+    const sock_fprog filter = {1, nothing};
+
+    family_ = family;
+    socket_ = Descriptor(socket(ipv4 ? AF_INET : AF_INET6, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC,
+                                static_cast<int>(ipv4 ? +IPPROTO_IGMP : +IPPROTO_ICMPV6)));
+    if (!socket_.valid()) {
+        mcastd::log_error("cannot open a raw socket: %s%s", strerror(errno),
+                          errno == EPERM ? " (root or the capability CAP_NET_RAW is needed)" : "");
+        return false;
+    }
+    // The socket is never read; the filter keeps packets from piling up in it.
+    if (!set_option(socket_, SOL_SOCKET, SO_ATTACH_FILTER, filter) ||
+        !(ipv4 ? set_up_ipv4() : set_up_ipv6())) {
+        mcastd::log_error("cannot set up the raw socket: %s", strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+void Sender::send(Interface &interface, const Query &query)
+{
+    static std::array<uint8_t, LONGEST_MESSAGE> buffer;
+    const Address destination = query_destination(query);
+    sockaddr_storage to{};
+    Control control;
+    iovec bytes = {buffer.data(), build_query(query, buffer)};
+    msghdr header{};
+
+    header.msg_name = &to;
+    header.msg_namelen = put_destination(to, destination, interface.index);
+    header.msg_iov = &bytes;
+    header.msg_iovlen = 1;
+    put_packet_info(header, control, interface);
+    if (bytes.iov_len == 0 || sendmsg(socket_.get(), &header, MSG_DONTWAIT) < 0) {
+        ++interface.counters[Count::SendFailed];
+        mcastd::log_info("%s: query to %s not sent: %s", interface.name.c_str(), to_text(destination).c_str(),
+                         strerror(errno));
+    }
+}
+
+} // namespace gmpd

@@ -1,0 +1,32 @@
+/*
+ * Queries on their way to the link.
+ */
+#ifndef GMPD_SENDER_H
+#define GMPD_SENDER_H
+
+#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/socket.h"
+
+namespace gmpd
+{
+
+class Sender
+{
+public:
+    // Opens the socket of the family. False when the kernel refuses, which is logged with the remedy.
+    bool open(uint16_t family);
+
+    // Sends the query through the interface from the interface's address. A failure is counted and logged.
+    void send(Interface &interface, const Query &query);
+
+private:
+    bool set_up_ipv4();
+    bool set_up_ipv6();
+
+    Descriptor socket_;
+    uint16_t family_ = MCAST_FAMILY_IPV4;
+};
+
+} // namespace gmpd
+
+#endif

@@ -1,0 +1,194 @@
+#include "daemons/gmpd/status.h"
+
+#include <cstdio>
+
+#include "daemons/gmpd/group_state.h"
+
+namespace gmpd
+{
+
+namespace
+{
+
+// Builds JSON text: objects and lists nest, commas and indentation follow by themselves.
+class Json
+{
+public:
+    void open(const char *name, char bracket)
+    {
+        begin(name);
+        text_ += bracket;
+        ++depth_;
+        first_ = true;
+    }
+    void close(char bracket)
+    {
+        --depth_;
+        if (!first_) {
+            new_line();
+        }
+        text_ += bracket;
+        first_ = false;
+    }
+    void text(const char *name, const std::string &value)
+    {
+        begin(name);
+        quote(value);
+    }
+    void number(const char *name, uint64_t value)
+    {
+        begin(name);
+        text_ += std::to_string(value);
+    }
+    void truth(const char *name, bool value)
+    {
+        begin(name);
+        text_ += value ? "true" : "false";
+    }
+    std::string take()
+    {
+        return std::move(text_) + "\n";
+    }
+
+private:
+    void begin(const char *name)
+    {
+        if (!first_) {
+            text_ += ',';
+        }
+        if (depth_ > 0) {
+            new_line();
+        }
+        first_ = false;
+        if (name != nullptr) {
+            quote(name);
+            text_ += ": ";
+        }
+    }
+    void new_line()
+    {
+        text_ += '\n';
+        text_.append(2 * depth_, ' ');
+    }
+    // Interface names may hold nearly any byte.
+    void quote(const std::string &value)
+    {
+        text_ += '"';
+        for (const char c : value) {
+            if (c == '"' || c == '\\') {
+                text_ += '\\';
+                text_ += c;
+            } else if (static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) >= 0x7f) {
+                char escaped[8];
+
+                snprintf(escaped, sizeof(escaped), "\\u%04x",
+                         static_cast<unsigned>(static_cast<unsigned char>(c)));
+                text_ += escaped;
+            } else {
+                text_ += c;
+            }
+        }
+        text_ += '"';
+    }
+
+    std::string text_;
+    size_t depth_ = 0;
+    bool first_ = true;
+};
+
+void write_counters(Json &json, const Counters &counters)
+{
+    json.open("counters", '{');
+    for (size_t i = 0; i < static_cast<size_t>(Count::Total); ++i) {
+        const Count count = static_cast<Count>(i);
+
+        if (counters[count] != 0) {
+            json.number(count_name(count), counters[count]);
+        }
+    }
+    json.close('}');
+}
+
+void write_querier(Json &json, const Interface &interface)
+{
+    const Querier &querier = interface.querier;
+
+    json.open("querier", '{');
+    json.truth("this_router", querier.elected);
+    json.text("address", to_text(querier.elected ? interface.address : querier.other));
+    json.number(querier.elected ? "next_query_s" : "expires_s",
+                timer_remaining_s(querier.elected ? querier.general : querier.other_present));
+    json.number("robustness", querier.robustness);
+    json.number("query_interval_s", querier.query_interval_s);
+    json.close('}');
+}
+
+void write_group(Json &json, const GroupState &group)
+{
+    json.open(nullptr, '{');
+    json.text("group", to_text(*group.entry->address));
+    json.text("mode", group.exclude ? "exclude" : "include");
+    if (group.exclude) {
+        json.number("expires_s", timer_remaining_s(group.timer));
+    }
+    if (group.v1_host.running()) {
+        json.number("version_1_host_s", timer_remaining_s(group.v1_host));
+    }
+    if (group.v2_host.running()) {
+        json.number("version_2_host_s", timer_remaining_s(group.v2_host));
+    }
+    json.open("sources", '[');
+    for_each_source(group, [&](const SourceState &source) {
+        json.open(nullptr, '{');
+        json.text("source", to_text(*source.entry->address));
+        json.truth("wanted", source.timer.running());
+        json.number("expires_s", timer_remaining_s(source.timer));
+        json.close('}');
+    });
+    json.close(']');
+    json.close('}');
+}
+
+void write_interface(Json &json, const Interface &interface)
+{
+    json.open(nullptr, '{');
+    json.text("interface", interface.name);
+    json.number("index", interface.index);
+    json.truth("running", interface.running);
+    if (interface.running) {
+        json.text("address", to_text(interface.address));
+        write_querier(json, interface);
+    }
+    json.number("group_count", MRT_CountTable(interface.groups));
+    json.open("groups", '[');
+    for_each_group(interface, [&](const GroupState &group) { write_group(json, group); });
+    json.close(']');
+    write_counters(json, interface.counters);
+    json.close('}');
+}
+
+} // namespace
+
+std::string status_text(const Router &router, const ProcessStatus &process)
+{
+    const bool ipv4 = router.config.family == MCAST_FAMILY_IPV4;
+    Json json;
+
+    json.open(nullptr, '{');
+    json.text("daemon", "gmpd");
+    json.text("family", ipv4 ? "ipv4" : "ipv6");
+    json.number("protocol_version", ipv4 ? router.config.version : router.config.version - 1u);
+    json.truth("mrib_connected", process.mrib_connected);
+    json.number("mrib_connects", process.mrib_connects);
+    json.number("mrib_pending_messages", process.mrib_pending);
+    json.number("packets_lost_in_kernel", process.kernel_drops);
+    json.open("interfaces", '[');
+    for (const auto &[index, interface] : router.interfaces) {
+        write_interface(json, *interface);
+    }
+    json.close(']');
+    json.close('}');
+    return json.take();
+}
+
+} // namespace gmpd

@@ -1,0 +1,28 @@
+/*
+ * The daemon's tables as JSON text.
+ */
+#ifndef GMPD_STATUS_H
+#define GMPD_STATUS_H
+
+#include <string>
+
+#include "daemons/gmpd/interface.h"
+
+namespace gmpd
+{
+
+// What only the process knows.
+struct ProcessStatus {
+    bool mrib_connected = false;
+    uint64_t mrib_connects = 0;
+    uint32_t mrib_pending = 0; // messages that wait for the channel
+    uint64_t kernel_drops = 0; // packets lost before they were read
+};
+
+// One object: the process, then each interface with its querier, groups, sources and non-zero counters. Times
+// are seconds that are left.
+std::string status_text(const Router &router, const ProcessStatus &process);
+
+} // namespace gmpd
+
+#endif

@@ -1,0 +1,111 @@
+#include "daemons/gmpd/timer.h"
+
+#include "daemons/gmpd/memory.h"
+#include "platform/timer.h"
+
+namespace gmpd
+{
+
+namespace
+{
+
+constexpr uint32_t MS_PER_S = 1000;
+constexpr uint32_t NS_PER_S = 1000000000;
+
+// Data words of a timer: the Timer itself, its handler, its owner.
+constexpr size_t WORD_TIMER = 0;
+constexpr size_t WORD_HANDLER = 1;
+constexpr size_t WORD_OWNER = 2;
+
+uint32_t now_s()
+{
+    uint32_t seconds = 0;
+    uint32_t sub_seconds = 0;
+
+    TIME_GetSystemBootTime(&seconds, &sub_seconds);
+    return seconds;
+}
+
+// The seconds to give to the library so that timeout_ms have passed in full when it calls.
+uint32_t whole_seconds(uint32_t timeout_ms)
+{
+    uint32_t seconds = 0;
+    uint32_t sub_seconds = 0;
+
+    TIME_GetSystemBootTime(&seconds, &sub_seconds);
+    uint64_t rest_ns = uint64_t{timeout_ms % MS_PER_S} * (NS_PER_S / MS_PER_S) + sub_seconds;
+
+    return timeout_ms / MS_PER_S + static_cast<uint32_t>((rest_ns + NS_PER_S - 1) / NS_PER_S);
+}
+
+void expired(uint64_t data[4])
+{
+    reinterpret_cast<Timer *>(data[WORD_TIMER])->node = nullptr;
+    reinterpret_cast<TimerHandler>(data[WORD_HANDLER])(reinterpret_cast<void *>(data[WORD_OWNER]));
+}
+
+void start_for(MCAST_TMR_S *manager, Timer &timer, uint32_t seconds, TimerHandler handler, void *owner)
+{
+    if (timer.node != nullptr) {
+        MCAST_TMR_RefreshNode(manager, timer.node, seconds);
+        return;
+    }
+    const uint64_t data[4] = {reinterpret_cast<uint64_t>(&timer), reinterpret_cast<uint64_t>(handler),
+                              reinterpret_cast<uint64_t>(owner), 0};
+
+    timer.node = must_have(MCAST_TMR_AddNode(manager, seconds, expired, data));
+}
+
+} // namespace
+
+void timer_start(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler, void *owner)
+{
+    start_for(manager, timer, whole_seconds(timeout_ms), handler, owner);
+}
+
+void timer_start_with(MCAST_TMR_S *manager, Timer &timer, const Timer &model, TimerHandler handler,
+                      void *owner)
+{
+    start_for(manager, timer, timer_remaining_s(model), handler, owner);
+}
+
+void timer_stop(MCAST_TMR_S *manager, Timer &timer)
+{
+    if (timer.node != nullptr) {
+        MCAST_TMR_DeleteNode(manager, timer.node);
+        timer.node = nullptr;
+    }
+}
+
+void timer_lower(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms)
+{
+    if (timer_beyond(timer, timeout_ms)) {
+        MCAST_TMR_RefreshNode(manager, timer.node, whole_seconds(timeout_ms));
+    }
+}
+
+void timer_raise(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms)
+{
+    if (timer.node != nullptr && timer.node->expiry < now_s() + whole_seconds(timeout_ms)) {
+        MCAST_TMR_RefreshNode(manager, timer.node, whole_seconds(timeout_ms));
+    }
+}
+
+bool timer_beyond(const Timer &timer, uint32_t timeout_ms)
+{
+    return timer.node != nullptr && timer.node->expiry > now_s() + whole_seconds(timeout_ms);
+}
+
+bool timer_is_due(const Timer &timer)
+{
+    return timer.node != nullptr && timer.node->expiry <= now_s();
+}
+
+uint32_t timer_remaining_s(const Timer &timer)
+{
+    uint32_t now = now_s();
+
+    return timer.node != nullptr && timer.node->expiry > now ? timer.node->expiry - now : 0;
+}
+
+} // namespace gmpd

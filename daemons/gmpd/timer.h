@@ -1,0 +1,58 @@
+/*
+ * Timers that are never early. The library's timers are due at whole seconds since boot, counted from the
+ * second in which they are started; a timeout of 2 s started at 10.9 s would end at 12.0 s, after 1.1 s. The
+ * functions here therefore round the end up to the next whole second: late by less than a second, early
+ * never.
+ */
+#ifndef GMPD_TIMER_H
+#define GMPD_TIMER_H
+
+#include <cstdint>
+
+#include "mcast/timer.h"
+
+namespace gmpd
+{
+
+// Called when a timer ends, with what was given at its start. The timer is then stopped and may be started
+// again or freed.
+using TimerHandler = void (*)(void *owner);
+
+// A timer inside the record whose time it keeps. It must be stopped before the record is freed.
+struct Timer {
+    MCAST_TMR_NODE_S *node = nullptr;
+
+    bool running() const
+    {
+        return node != nullptr;
+    }
+};
+
+// Starts the timer or, when it runs, starts it over. handler and owner of a running timer stay as they are.
+void timer_start(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler, void *owner);
+
+// Starts the timer, or starts it over, to end together with model.
+void timer_start_with(MCAST_TMR_S *manager, Timer &timer, const Timer &model, TimerHandler handler,
+                      void *owner);
+
+// Stops the timer without calling its handler; a stopped one stays stopped.
+void timer_stop(MCAST_TMR_S *manager, Timer &timer);
+
+// Brings the end of a running timer forward to timeout_ms from now when it would end later.
+void timer_lower(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms);
+
+// Puts the end of a running timer off to timeout_ms from now when it would end earlier.
+void timer_raise(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms);
+
+// Whether the timer runs and ends later than one started now for timeout_ms would.
+bool timer_beyond(const Timer &timer, uint32_t timeout_ms);
+
+// Whether the timer's end has come though its handler has not been called yet.
+bool timer_is_due(const Timer &timer);
+
+// Seconds until the timer ends; 0 when it does not run or is due.
+uint32_t timer_remaining_s(const Timer &timer);
+
+} // namespace gmpd
+
+#endif
