@@ -1,0 +1,59 @@
+#include "daemons/mribd/address.h"
+
+#include "mcast/addr.h"
+
+#include <arpa/inet.h>
+#include <cstring>
+
+namespace mribd
+{
+
+MCAST_ADDR_S make_address(uint8_t family, const void *bytes)
+{
+    MCAST_ADDR_S address{};
+    address.family = family;
+    std::memcpy(address.address, bytes, full_length(family) / 8);
+    return address;
+}
+
+MCAST_ADDR_S any_address(uint8_t family)
+{
+    MCAST_ADDR_S address{};
+    address.family = family;
+    return address;
+}
+
+bool is_any(const MCAST_ADDR_S &address)
+{
+    static constexpr uint8_t ZERO[sizeof(address.address)] = {};
+    return std::memcmp(address.address, ZERO, sizeof(ZERO)) == 0;
+}
+
+unsigned full_length(uint8_t family)
+{
+    return family == MCAST_FAMILY_IPV4 ? 32 : 128;
+}
+
+bool is_routable_source(const MCAST_ADDR_S &source)
+{
+    const bool is_link_local4 =
+        source.family == MCAST_FAMILY_IPV4 && source.address[0] == 169 && source.address[1] == 254;
+    return MCAST_SrcAddrCheck(&source) == MCAST_TRUE && !is_link_local4;
+}
+
+std::string text(const MCAST_ADDR_S &address)
+{
+    if (is_any(address)) {
+        return "*";
+    }
+    char buffer[INET6_ADDRSTRLEN] = "?";
+    inet_ntop(address.family, address.address, buffer, sizeof(buffer));
+    return buffer;
+}
+
+const char *family_name(uint8_t family)
+{
+    return family == MCAST_FAMILY_IPV4 ? "ipv4" : "ipv6";
+}
+
+} // namespace mribd

@@ -1,0 +1,38 @@
+/*
+ * Small helpers on the address record for mribd.
+ */
+#ifndef DAEMONS_MRIBD_ADDRESS_H
+#define DAEMONS_MRIBD_ADDRESS_H
+
+#include "mcast/common.h"
+
+#include <cstdint>
+#include <string>
+
+namespace mribd
+{
+
+// The record for an address of the family: 4 or 16 bytes in network order, the rest zero.
+MCAST_ADDR_S make_address(uint8_t family, const void *bytes);
+
+// The family's all-zero address: any source.
+MCAST_ADDR_S any_address(uint8_t family);
+
+bool is_any(const MCAST_ADDR_S &address);
+
+// 32 or 128.
+unsigned full_length(uint8_t family);
+
+// A source whose packets routers forward: what the library accepts as a source, and no link-local address of
+// IPv4 either.
+bool is_routable_source(const MCAST_ADDR_S &source);
+
+// The usual text of the address; "*" for any source.
+std::string text(const MCAST_ADDR_S &address);
+
+// "ipv4" or "ipv6".
+const char *family_name(uint8_t family);
+
+} // namespace mribd
+
+#endif

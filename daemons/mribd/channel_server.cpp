@@ -1,0 +1,203 @@
+#include "daemons/mribd/channel_server.h"
+
+#include "daemons/common/log.h"
+#include "daemons/mribd/address.h"
+#include "platform/local_socket.h"
+
+#include <arpa/inet.h>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+namespace mribd
+{
+namespace
+{
+
+// What one wake-up takes of one client and of the listening socket, before timers and others have their turn.
+constexpr unsigned MESSAGES_PER_WAKE = 32;
+constexpr unsigned ACCEPTS_PER_WAKE = 16;
+
+constexpr int BACKLOG = 64;
+
+} // namespace
+
+ChannelServer::ChannelServer(mcastd::Reactor &reactor, Router &router) : reactor_(reactor), router_(router)
+{
+    router_.on_designated_router([this](uint32_t if_index, bool is_designated) {
+        for (auto &[fd, client] : clients_) {
+            client.session->tell_designated_router(if_index, is_designated);
+        }
+    });
+}
+
+ChannelServer::~ChannelServer()
+{
+    router_.on_designated_router(nullptr);
+    while (!clients_.empty()) {
+        drop(clients_.begin()->first, nullptr);
+    }
+    if (listener_ >= 0) {
+        reactor_.remove(listener_);
+        close(listener_);
+    }
+}
+
+bool ChannelServer::open()
+{
+    const uint16_t port = router_.family() == MCAST_FAMILY_IPV4 ? MRIB_PORT_IPV4 : MRIB_PORT_IPV6;
+    LOCAL_SOCKET_ADDR_S address{};
+    address.length = sizeof(address);
+    address.family = LOCAL_SOCKET_FAMILY;
+    address.port_be = htons(port);
+    address.node = LOCAL_SOCKET_NODE;
+    listener_ = socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, LOCAL_SOCKET_PROTOCOL);
+    if (listener_ < 0 ||
+        bind(listener_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
+        listen(listener_, BACKLOG) != 0) {
+        mcastd::log_error("%s: cannot listen on local port %u: %s%s", family_name(router_.family()), port,
+                          std::strerror(errno),
+                          errno == EADDRINUSE ? "; another mribd serves this network namespace" : "");
+        return false;
+    }
+    return reactor_.add(listener_, EPOLLIN, [this](uint32_t) { accept_clients(); });
+}
+
+void ChannelServer::accept_clients()
+{
+    for (unsigned count = 0; count < ACCEPTS_PER_WAKE; count++) {
+        const int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (fd >= 0) {
+            adopt(fd);
+            continue;
+        }
+        if (errno == EMFILE || errno == ENFILE) {
+            // Readiness would be reported for ever; accepting resumes when a client goes.
+            mcastd::log_error("%s: cannot accept a client: %s; raise the limit of open files (ulimit -n)",
+                              family_name(router_.family()), std::strerror(errno));
+            accepting_ = false;
+            reactor_.modify(listener_, 0);
+        }
+        return;
+    }
+}
+
+void ChannelServer::adopt(int fd)
+{
+    Client client;
+    client.session = std::make_unique<Session>(next_id_++, router_, counters_);
+    if (!reactor_.add(fd, EPOLLIN, [this, fd](uint32_t events) { serve(fd, events); })) {
+        mcastd::log_error("%s: cannot watch a client: %s", family_name(router_.family()),
+                          std::strerror(errno));
+        close(fd);
+        return;
+    }
+    mcastd::log_debug("%s: client %u connected", family_name(router_.family()), client.session->id());
+    clients_[fd] = std::move(client);
+}
+
+void ChannelServer::serve(int fd, uint32_t events)
+{
+    if ((events & (EPOLLERR | EPOLLHUP)) != 0) {
+        drop(fd, "is gone");
+        return;
+    }
+    if ((events & EPOLLOUT) != 0 && !flush(fd, clients_.at(fd), true)) {
+        return;
+    }
+    if ((events & EPOLLIN) != 0) {
+        receive(fd);
+    }
+}
+
+void ChannelServer::receive(int fd)
+{
+    static std::array<uint8_t, MRIB_MSG_RECV_MAX> buffer;
+    Session &session = *clients_.at(fd).session;
+    for (unsigned count = 0; count < MESSAGES_PER_WAKE; count++) {
+        const ssize_t size = recv(fd, buffer.data(), buffer.size(), MSG_DONTWAIT | MSG_TRUNC);
+        if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
+            return;
+        }
+        if (size <= 0) {
+            drop(fd, size == 0 ? "closed its connection" : std::strerror(errno));
+            return;
+        }
+        const bool truncated = static_cast<size_t>(size) > buffer.size();
+        bool good;
+        try {
+            good = session.take_message(buffer.data(), truncated ? buffer.size() : static_cast<size_t>(size),
+                                        truncated);
+        } catch (const std::bad_alloc &) {
+            good = false;
+        }
+        if (!good) {
+            drop(fd, "is disconnected for lack of memory, to report again");
+            return;
+        }
+    }
+}
+
+bool ChannelServer::flush(int fd, Client &client, bool writable)
+{
+    Outbox &outbox = client.session->outbox();
+    Outbox::Result result = outbox.flush(fd);
+    if (writable && outbox.has_overflowed()) {
+        counters_.overflows++;
+        mcastd::log_warning("%s: client %u read too slowly; it is sent everything again",
+                            family_name(router_.family()), client.session->id());
+        client.session->start_afresh();
+        result = outbox.flush(fd);
+    }
+    if (result == Outbox::Result::Failed) {
+        drop(fd, std::strerror(errno));
+        return false;
+    }
+    const bool wait = result == Outbox::Result::Blocked || outbox.has_overflowed();
+    if (wait != client.waits_for_room) {
+        client.waits_for_room = wait;
+        reactor_.modify(fd, wait ? EPOLLIN | EPOLLOUT : EPOLLIN);
+    }
+    return true;
+}
+
+void ChannelServer::flush()
+{
+    for (auto next = clients_.begin(); next != clients_.end();) {
+        const auto current = next++; // flush may drop the client
+        const Outbox &outbox = current->second.session->outbox();
+        if (!current->second.waits_for_room && (!outbox.empty() || outbox.has_overflowed())) {
+            flush(current->first, current->second, false);
+        }
+    }
+}
+
+void ChannelServer::drop(int fd, const char *why)
+{
+    const auto found = clients_.find(fd);
+    if (why != nullptr) {
+        mcastd::log_info("%s: client %u %s", family_name(router_.family()), found->second.session->id(), why);
+    }
+    const std::unique_ptr<Session> session = std::move(found->second.session);
+    clients_.erase(found); // before the session goes: its end may be told to the other clients
+    reactor_.remove(fd);
+    close(fd);
+    if (!accepting_ && listener_ >= 0) {
+        accepting_ = true;
+        reactor_.modify(listener_, EPOLLIN);
+    }
+}
+
+void ChannelServer::visit(const std::function<void(const Session &)> &visitor) const
+{
+    for (const auto &[fd, client] : clients_) {
+        visitor(*client.session);
+    }
+}
+
+} // namespace mribd

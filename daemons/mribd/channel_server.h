@@ -1,0 +1,65 @@
+/*
+ * The channel's end in mribd for one family: the listening socket and a session for each client.
+ */
+#ifndef DAEMONS_MRIBD_CHANNEL_SERVER_H
+#define DAEMONS_MRIBD_CHANNEL_SERVER_H
+
+#include "daemons/common/reactor.h"
+#include "daemons/mribd/session.h"
+
+#include <functional>
+#include <map>
+#include <memory>
+
+namespace mribd
+{
+
+class ChannelServer
+{
+public:
+    // Both must outlive the server.
+    ChannelServer(mcastd::Reactor &reactor, Router &router);
+    ~ChannelServer();
+    ChannelServer(const ChannelServer &) = delete;
+    ChannelServer &operator=(const ChannelServer &) = delete;
+
+    // Listens on the family's port. Failures are logged with what to do.
+    bool open();
+
+    // Serves a connected descriptor, which becomes the server's; what accept does with each.
+    void adopt(int fd);
+
+    // Sends what the last round left in the outboxes.
+    void flush();
+
+    const ChannelCounters &counters() const
+    {
+        return counters_;
+    }
+
+    void visit(const std::function<void(const Session &)> &visitor) const;
+
+private:
+    struct Client {
+        std::unique_ptr<Session> session;
+        bool waits_for_room = false; // watched for writability
+    };
+
+    void accept_clients();
+    void serve(int fd, uint32_t events);
+    void receive(int fd);
+    bool flush(int fd, Client &client, bool writable);
+    void drop(int fd, const char *why);
+
+    mcastd::Reactor &reactor_;
+    Router &router_;
+    ChannelCounters counters_;
+    int listener_ = -1;
+    bool accepting_ = true;
+    ClientId next_id_ = 1;
+    std::map<int, Client> clients_;
+};
+
+} // namespace mribd
+
+#endif

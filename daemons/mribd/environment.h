@@ -1,0 +1,42 @@
+/*
+ * What mribd asks about the machine around it: interfaces and unicast routes. HostEnvironment answers from
+ * the host platform; tests put a table in its place.
+ */
+#ifndef DAEMONS_MRIBD_ENVIRONMENT_H
+#define DAEMONS_MRIBD_ENVIRONMENT_H
+
+#include "mcast/common.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace mribd
+{
+
+class Environment
+{
+public:
+    virtual ~Environment() = default;
+
+    // Interfaces that can carry multicast now: up, multicast capable, not the loopback. Ascending.
+    virtual std::vector<uint32_t> multicast_interfaces() const = 0;
+
+    // The interface's name, or "#index" when there is no such interface.
+    virtual std::string interface_name(uint32_t if_index) const = 0;
+
+    // Whether the source is on the link of the interface by one of the interface's subnets.
+    virtual bool is_on_link(uint32_t if_index, const MCAST_ADDR_S &source) const = 0;
+
+    struct Route {
+        uint32_t if_index = 0; // 0: there is no route
+        bool is_own = false;   // the address is this machine's own; if_index is the interface that has it
+    };
+
+    // The unicast route to the source.
+    virtual Route route_to(const MCAST_ADDR_S &source) const = 0;
+};
+
+} // namespace mribd
+
+#endif

@@ -1,0 +1,351 @@
+/*
+ * An entry exists for every (source, group) that sends, because the kernel asked, and for every source that
+ * somebody joined by name. It is computed from three things that change independently:
+ *
+ *     upstream   the incoming interface, by the reverse path check       unicast routes, links
+ *     outgoing   receivers of (source, group) that this router serves,   memberships, queriers,
+ *                never upstream                                          virtual interfaces
+ *     parent     upstream's virtual interface                            virtual interfaces
+ *
+ * Whatever changes, the entries concerned are queued once and evaluated a bounded number at a time, so that a
+ * flapping route costs one pass and never starves the channel. evaluate compares the result with what is
+ * installed and calls the kernel only for a difference; it is the one place that installs.
+ *
+ * A source nobody wants, or whose packets come from the wrong side, gets an entry with no outgoing interface:
+ * the kernel drops its packets without asking again. The 32 virtual interfaces are numbers that get new
+ * meanings, so vacate_vifs rewrites all entries that use one before it is given up.
+ *
+ * The kernel's packet counter is read once an idle period for each entry. No packet in a whole period: the
+ * entry goes, unless it was joined by name. The table is bounded, because anybody on a link can make up
+ * sources.
+ */
+#include "daemons/mribd/forwarding.h"
+
+#include "daemons/common/log.h"
+#include "daemons/mribd/address.h"
+#include "daemons/mribd/rpf.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <new>
+
+namespace mribd
+{
+namespace
+{
+
+template <typename Visitor> void walk_sources(MRT_GROUP_S *group, const Visitor &visitor)
+{
+    MRT_WALK_S *walk = MRT_CreateWalk(group->sources);
+    while (auto *node = static_cast<MRT_SOURCE_S *>(MRT_WalkNext(walk))) {
+        visitor(static_cast<Entry *>(node->user_data));
+    }
+    MRT_DeleteWalk(walk);
+}
+
+template <typename Visitor> void walk_entries(MRT_TABLE_S *table, const Visitor &visitor)
+{
+    MRT_WALK_S *walk = MRT_CreateWalk(table);
+    while (auto *group = static_cast<MRT_GROUP_S *>(MRT_WalkNext(walk))) {
+        walk_sources(group, visitor);
+    }
+    MRT_DeleteWalk(walk);
+}
+
+bool is_under(const MCAST_ADDR_S &address, const MCAST_ADDR_S &prefix, unsigned length)
+{
+    const unsigned whole = length / 8;
+    if (std::memcmp(address.address, prefix.address, whole) != 0) {
+        return false;
+    }
+    const unsigned rest = length % 8;
+    return rest == 0 || ((address.address[whole] ^ prefix.address[whole]) >> (8 - rest)) == 0;
+}
+
+} // namespace
+
+Forwarding::Forwarding(const Parts &parts)
+    : parts_(parts), table_(MRT_CreateTable(parts.family, "entries", nullptr, nullptr))
+{
+    if (table_ == nullptr) {
+        throw std::bad_alloc();
+    }
+}
+
+Forwarding::~Forwarding()
+{
+    walk_entries(table_, [this](Entry *entry) {
+        if (entry->timer != nullptr) {
+            parts_.timers.cancel(entry->timer);
+        }
+        delete entry;
+    });
+    MRT_DestroyTable(table_);
+}
+
+Entry *Forwarding::find(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const
+{
+    const MRT_SOURCE_S *node = MRT_LocateSource(table_, &group, &source);
+    return node == nullptr ? nullptr : static_cast<Entry *>(node->user_data);
+}
+
+Entry *Forwarding::find_or_create(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
+{
+    if (Entry *known = find(group, source)) {
+        return known;
+    }
+    if (entry_count_ >= parts_.entry_limit) {
+        counters_.refused_by_limit++;
+        if (!limit_reported_) {
+            limit_reported_ = true;
+            mcastd::log_warning(
+                "%s: the limit of %u forwarding entries is reached; new sources are not forwarded "
+                "(option --max-entries)",
+                parts_.family_name, parts_.entry_limit);
+        }
+        return nullptr;
+    }
+    const unsigned length = full_length(parts_.family);
+    auto entry = std::make_unique<Entry>();
+    entry->node = MRT_CreateEntryMask(table_, &group, length, &source, length);
+    if (entry->node == nullptr) {
+        counters_.refused_by_memory++;
+        return nullptr;
+    }
+    entry->timer = parts_.timers.start(entry.get());
+    if (entry->timer == nullptr) {
+        counters_.refused_by_memory++;
+        MRT_DeleteSourceGroup(entry->node);
+        return nullptr;
+    }
+    entry_count_++;
+    entry->node->user_data = entry.get();
+    return entry.release();
+}
+
+void Forwarding::remove(Entry *entry)
+{
+    withdraw(entry);
+    set_upstream(entry, 0);
+    if (entry->queued) {
+        *std::find(waiting_.begin(), waiting_.end(), entry) = nullptr;
+    }
+    if (entry->timer != nullptr) {
+        parts_.timers.cancel(entry->timer);
+    }
+    entry->node->user_data = nullptr;
+    MRT_DeleteSourceGroup(entry->node);
+    delete entry;
+    entry_count_--;
+    if (entry_count_ < parts_.entry_limit - parts_.entry_limit / 10) {
+        limit_reported_ = false;
+    }
+}
+
+void Forwarding::queue(Entry *entry, bool check_route)
+{
+    entry->check_route |= check_route;
+    if (!entry->queued) {
+        entry->queued = true;
+        waiting_.push_back(entry);
+    }
+}
+
+void Forwarding::take_upcall(const Upcall &upcall)
+{
+    counters_.upcalls++;
+    const uint32_t arrival = parts_.vifs.if_index(upcall.vif);
+    if (arrival == 0) {
+        counters_.stray_upcalls++;
+        return;
+    }
+    if (upcall.kind == UpcallKind::WrongInterface) {
+        counters_.wrong_interface++;
+        if (Entry *entry = find(upcall.group, upcall.source)) {
+            entry->arrival = arrival;
+            queue(entry, true);
+        }
+        return;
+    }
+    Entry *entry = find_or_create(upcall.group, upcall.source);
+    if (entry != nullptr) {
+        entry->arrival = arrival;
+        entry->check_route = true;
+        entry->installed = false; // the kernel has none, whatever was installed before
+        evaluate(entry);
+    }
+}
+
+void Forwarding::membership_changed(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
+{
+    if (!is_any(source)) {
+        Entry *entry = parts_.members.has_source_join(group, source) ? find_or_create(group, source)
+                                                                     : find(group, source);
+        if (entry != nullptr) {
+            queue(entry, false);
+        }
+        return;
+    }
+    if (auto *node = static_cast<MRT_GROUP_S *>(MRT_Locate(table_, &group))) {
+        walk_sources(node, [this](Entry *entry) { queue(entry, false); });
+    }
+}
+
+void Forwarding::routes_changed(const MCAST_ADDR_S &prefix, unsigned length)
+{
+    walk_entries(table_, [&](Entry *entry) {
+        if (is_under(entry->source(), prefix, length)) {
+            queue(entry, true);
+        }
+    });
+}
+
+void Forwarding::interfaces_changed()
+{
+    walk_entries(table_, [this](Entry *entry) { queue(entry, false); });
+}
+
+void Forwarding::vacate_vifs(uint32_t bits)
+{
+    walk_entries(table_, [&](Entry *entry) {
+        if (entry->installed && ((entry->outgoing & bits) != 0 || (bits >> entry->parent & 1) != 0)) {
+            entry->check_route = true;
+            evaluate(entry);
+        }
+    });
+}
+
+bool Forwarding::settle(unsigned limit)
+{
+    for (; limit > 0 && !waiting_.empty(); limit--) {
+        Entry *entry = waiting_.front();
+        waiting_.pop_front();
+        if (entry != nullptr) {
+            entry->queued = false;
+            evaluate(entry);
+        }
+    }
+    return !waiting_.empty();
+}
+
+void Forwarding::determine_upstream(Entry *entry)
+{
+    const uint32_t upstream =
+        rpf_interface(parts_.environment, entry->source(), entry->upstream, entry->arrival);
+    entry->check_route = false;
+    if (upstream == 0) {
+        counters_.no_route++;
+    }
+    set_upstream(entry, upstream);
+}
+
+void Forwarding::set_upstream(Entry *entry, uint32_t upstream)
+{
+    if (upstream == entry->upstream) {
+        return;
+    }
+    if (entry->upstream != 0 && --entries_per_upstream_[entry->upstream] == 0) {
+        entries_per_upstream_.erase(entry->upstream);
+        upstream_changed_ = true;
+    }
+    if (upstream != 0 && ++entries_per_upstream_[upstream] == 1) {
+        upstream_changed_ = true;
+    }
+    entry->upstream = upstream;
+}
+
+uint32_t Forwarding::outgoing_for(const Entry *entry) const
+{
+    uint32_t outgoing = 0;
+    for (const uint32_t if_index : parts_.members.receivers(entry->group(), entry->source())) {
+        const int vif = parts_.vifs.find(if_index);
+        if (if_index != entry->upstream && vif >= 0 && parts_.gmp.is_forwarder(if_index)) {
+            outgoing |= 1u << vif;
+        }
+    }
+    return outgoing;
+}
+
+void Forwarding::evaluate(Entry *entry)
+{
+    if (entry->check_route) {
+        determine_upstream(entry);
+    }
+    int parent = parts_.vifs.find(entry->upstream);
+    uint32_t outgoing = 0;
+    if (parent >= 0) {
+        outgoing = outgoing_for(entry);
+    } else {
+        // Not forwarded; the entry only keeps the kernel from asking for every packet.
+        parent = parts_.vifs.find(entry->arrival);
+    }
+    if (parent < 0) {
+        withdraw(entry);
+    } else if (!entry->installed || parent != entry->parent || outgoing != entry->outgoing) {
+        install(entry, parent, outgoing);
+    }
+}
+
+void Forwarding::install(Entry *entry, int parent, uint32_t outgoing)
+{
+    const bool replaces = entry->installed;
+    const int error =
+        parts_.kernel.set_entry(entry->source(), entry->group(), static_cast<unsigned>(parent), outgoing);
+    entry->installed = error == 0;
+    entry->parent = parent;
+    entry->outgoing = outgoing;
+    if (error != 0) {
+        // Tried again when anything about it changes, and with its idle check.
+        counters_.kernel_failures++;
+        if (replaces) {
+            parts_.kernel.delete_entry(entry->source(), entry->group()); // better none than a wrong one
+        }
+        mcastd::log_warning("%s: the kernel refused the entry (%s, %s): %s", parts_.family_name,
+                            text(entry->source()).c_str(), text(entry->group()).c_str(),
+                            std::strerror(error));
+    } else if (mcastd::log_enabled(mcastd::LogLevel::Debug)) {
+        mcastd::log_debug("%s: (%s, %s) from virtual interface %d to bits %#x", parts_.family_name,
+                          text(entry->source()).c_str(), text(entry->group()).c_str(), parent, outgoing);
+    }
+}
+
+void Forwarding::withdraw(Entry *entry)
+{
+    if (entry->installed) {
+        parts_.kernel.delete_entry(entry->source(), entry->group());
+        entry->installed = false;
+    }
+    entry->parent = -1;
+    entry->outgoing = 0;
+}
+
+void Forwarding::check_idle(Entry *entry)
+{
+    entry->timer = nullptr; // it has fired
+    const auto now =
+        entry->installed ? parts_.kernel.counters(entry->source(), entry->group()) : std::nullopt;
+    const bool active = now && now->packets != entry->last_packets;
+    if (!active && !parts_.members.has_source_join(entry->group(), entry->source())) {
+        counters_.expired++;
+        remove(entry);
+        return;
+    }
+    entry->last_packets = now ? now->packets : 0;
+    if (!now) {
+        entry->installed = false; // the kernel does not know it: install it again
+        queue(entry, true);
+    }
+    entry->timer = parts_.timers.start(entry);
+    if (entry->timer == nullptr) {
+        counters_.refused_by_memory++;
+        remove(entry); // it comes back with its next packet; without a timer it would stay for ever
+    }
+}
+
+void Forwarding::visit(const std::function<void(const Entry &)> &visitor) const
+{
+    walk_entries(table_, [&](Entry *entry) { visitor(*entry); });
+}
+
+} // namespace mribd

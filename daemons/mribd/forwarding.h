@@ -1,0 +1,161 @@
+/*
+ * The forwarding entries of one family: which (source, group) the kernel forwards, from where to where.
+ */
+#ifndef DAEMONS_MRIBD_FORWARDING_H
+#define DAEMONS_MRIBD_FORWARDING_H
+
+#include "daemons/mribd/environment.h"
+#include "daemons/mribd/gmp_state.h"
+#include "daemons/mribd/kernel_table.h"
+#include "daemons/mribd/member_table.h"
+#include "daemons/mribd/upcall.h"
+#include "daemons/mribd/vif_table.h"
+#include "mcast/route_table.h"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <unordered_map>
+#include <utility>
+
+namespace mribd
+{
+
+// One (source, group). Its addresses are those of its node in the table.
+struct Entry {
+    MRT_SOURCE_S *node = nullptr;
+    uint32_t upstream = 0; // interface on which the packets are to arrive, 0 when there is none
+    uint32_t arrival = 0;  // interface on which a packet last asked for the entry, 0 when none did
+    int parent = -1;       // as installed: incoming virtual interface
+    uint32_t outgoing = 0; // as installed: outgoing virtual interfaces
+    bool installed = false;
+    bool check_route = true; // upstream is to be determined again
+    bool queued = false;     // waits to be evaluated
+    uint64_t last_packets = 0;
+    void *timer = nullptr;
+
+    const MCAST_ADDR_S &source() const
+    {
+        return *node->address;
+    }
+    const MCAST_ADDR_S &group() const
+    {
+        return *node->group->address;
+    }
+};
+
+// One-shot timers for entries. MRT and the library's timer manager stand behind it.
+class EntryTimers
+{
+public:
+    virtual ~EntryTimers() = default;
+
+    // Forwarding::check_idle is to be called with the entry after the idle period. NULL when memory is short.
+    virtual void *start(Entry *entry) = 0;
+
+    // Only for timers that have not fired.
+    virtual void cancel(void *timer) = 0;
+};
+
+struct ForwardingCounters {
+    uint64_t upcalls = 0;
+    uint64_t stray_upcalls = 0;    // on a virtual interface that is gone
+    uint64_t wrong_interface = 0;  // packets reported on another than the incoming interface
+    uint64_t no_route = 0;         // sources without a usable incoming interface
+    uint64_t refused_by_limit = 0; // new entries beyond the limit
+    uint64_t refused_by_memory = 0;
+    uint64_t kernel_failures = 0; // entries that the kernel did not take
+    uint64_t expired = 0;
+};
+
+class Forwarding
+{
+public:
+    struct Parts {
+        const char *family_name;
+        uint8_t family;
+        KernelTable &kernel;
+        const Environment &environment;
+        const MemberTable &members;
+        const GmpState &gmp;
+        const VifTable &vifs;
+        EntryTimers &timers;
+        uint32_t entry_limit;
+    };
+
+    explicit Forwarding(const Parts &parts);
+    ~Forwarding();
+    Forwarding(const Forwarding &) = delete;
+    Forwarding &operator=(const Forwarding &) = delete;
+
+    // The kernel asks; an answer to a packet without entry goes out before the call returns.
+    void take_upcall(const Upcall &upcall);
+
+    // Memberships changed, as MemberTable::Changed says. Evaluated by settle.
+    void membership_changed(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
+
+    // Unicast routes under the prefix, or all with length 0, may have changed. Evaluated by settle.
+    void routes_changed(const MCAST_ADDR_S &prefix, unsigned length);
+
+    // Virtual interfaces, or which links this router forwards on to, changed. Evaluated by settle.
+    void interfaces_changed();
+
+    // No entry uses these virtual interfaces when it returns.
+    void vacate_vifs(uint32_t bits);
+
+    // Evaluates at most limit entries that wait. Whether some are left.
+    bool settle(unsigned limit);
+
+    // An entry's idle period is over: removes it when no packet came and nobody joined just this source.
+    void check_idle(Entry *entry);
+
+    // Whether some entry's packets arrive on the interface.
+    bool is_upstream(uint32_t if_index) const
+    {
+        return entries_per_upstream_.contains(if_index);
+    }
+
+    // Whether is_upstream gives other answers than at the last call of this.
+    bool take_upstream_change()
+    {
+        return std::exchange(upstream_changed_, false);
+    }
+
+    uint32_t entry_count() const
+    {
+        return entry_count_;
+    }
+
+    const ForwardingCounters &counters() const
+    {
+        return counters_;
+    }
+
+    // Visits all entries in order of group, then source.
+    void visit(const std::function<void(const Entry &)> &visitor) const;
+
+private:
+    Entry *find(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const;
+    Entry *find_or_create(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
+    void remove(Entry *entry);
+    void queue(Entry *entry, bool check_route);
+    void evaluate(Entry *entry);
+    void determine_upstream(Entry *entry);
+    void set_upstream(Entry *entry, uint32_t upstream);
+    uint32_t outgoing_for(const Entry *entry) const;
+    void install(Entry *entry, int parent, uint32_t outgoing);
+    void withdraw(Entry *entry);
+
+    Parts parts_;
+    MRT_TABLE_S *table_;
+    uint32_t entry_count_ = 0;
+    bool limit_reported_ = false;
+    std::deque<Entry *> waiting_; // may hold NULL for entries that were removed meanwhile
+    std::unordered_map<uint32_t, uint32_t> entries_per_upstream_;
+    bool upstream_changed_ = false;
+    ForwardingCounters counters_;
+};
+
+} // namespace mribd
+
+#endif

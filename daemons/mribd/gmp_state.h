@@ -1,0 +1,56 @@
+/*
+ * What the clients of one family say of their protocol on each interface: whether it runs, and whether this
+ * router is the link's querier.
+ */
+#ifndef DAEMONS_MRIBD_GMP_STATE_H
+#define DAEMONS_MRIBD_GMP_STATE_H
+
+#include "daemons/mribd/member_table.h"
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+namespace mribd
+{
+
+class GmpState
+{
+public:
+    // Each answers whether anything changed.
+    bool set_enabled(ClientId client, uint32_t if_index, bool enabled);
+    bool set_querier(ClientId client, uint32_t if_index, bool this_router);
+    bool drop_client(ClientId client);
+
+    // Whether a client runs its protocol on the interface.
+    bool is_enabled(uint32_t if_index) const;
+
+    // Whether this router forwards on to the link: no client reports another querier there. Without a
+    // multicast routing protocol the querier is what keeps two routers of a link from both forwarding.
+    bool is_forwarder(uint32_t if_index) const;
+
+    // Whether this router is reported to the clients as the interface's designated router.
+    bool is_designated_router(uint32_t if_index) const
+    {
+        return is_enabled(if_index) && is_forwarder(if_index);
+    }
+
+    // Every interface on which a protocol runs, ascending.
+    std::vector<uint32_t> enabled_interfaces() const;
+
+private:
+    struct Report {
+        bool enabled = false;
+        bool other_querier = false;
+    };
+    using Reports = std::map<ClientId, Report>;
+
+    Report &report(ClientId client, uint32_t if_index);
+    void tidy(ClientId client, uint32_t if_index);
+
+    std::map<uint32_t, Reports> interfaces_;
+};
+
+} // namespace mribd
+
+#endif

@@ -1,0 +1,146 @@
+#include "daemons/mribd/host_environment.h"
+
+#include "daemons/common/log.h"
+#include "daemons/mribd/address.h"
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace mribd
+{
+namespace
+{
+
+// Whether the first length bits of both are the same.
+bool share_prefix(const uint8_t *one, const uint8_t *other, unsigned length)
+{
+    const unsigned whole = length / 8;
+    const unsigned rest = length % 8;
+    return std::memcmp(one, other, whole) == 0 &&
+           (rest == 0 || ((one[whole] ^ other[whole]) >> (8 - rest)) == 0);
+}
+
+} // namespace
+
+HostEnvironment::~HostEnvironment()
+{
+    HOST_RouteWatchClose(watch_);
+    HOST_LinkClose(links_);
+}
+
+bool HostEnvironment::open(int loop, Events events)
+{
+    links_ = HOST_LinkOpen(loop, link_event, this);
+    if (links_ == nullptr) {
+        mcastd::log_error("cannot follow the network interfaces: %s", std::strerror(errno));
+        return false;
+    }
+    watch_ = HOST_RouteWatchOpen(loop, route_event, this);
+    if (watch_ == nullptr) {
+        mcastd::log_error("cannot follow the unicast routes: %s", std::strerror(errno));
+        return false;
+    }
+    events_ = std::move(events);
+    return true;
+}
+
+void HostEnvironment::link_event(HOST_LINK_TABLE, const HOST_LINK_EVENT_S *event, void *context)
+{
+    static_cast<const HostEnvironment *>(context)->take_link_event(*event);
+}
+
+void HostEnvironment::take_link_event(const HOST_LINK_EVENT_S &event) const
+{
+    if (!events_.links_changed) {
+        return; // still opening
+    }
+    switch (event.kind) {
+    case HOST_LINK_EVENT_RENAMED:
+        mcastd::log_info("interface %s is now called %s", event.old_link->name, event.link->name);
+        return;
+    case HOST_LINK_EVENT_REMOVED:
+        mcastd::log_info("interface %s is gone", event.link->name);
+        events_.link_removed(event.link->if_index);
+        return;
+    case HOST_LINK_EVENT_CHANGED:
+        if (event.link->flags == event.old_link->flags) {
+            return;
+        }
+        break;
+    default:
+        break;
+    }
+    events_.links_changed();
+}
+
+void HostEnvironment::route_event(const HOST_ROUTE_CHANGE_S *change, void *context)
+{
+    const auto *self = static_cast<const HostEnvironment *>(context);
+    if (self->events_.routes_changed) {
+        self->events_.routes_changed(change->family, change->prefix, change->prefix_length);
+    }
+}
+
+std::vector<uint32_t> HostEnvironment::multicast_interfaces() const
+{
+    constexpr uint32_t NEEDED = HOST_LINK_UP | HOST_LINK_MULTICAST;
+    std::vector<uint32_t> result;
+    HOST_LINK_S link{};
+    while (HOST_LinkGetNext(links_, link.if_index, &link) == 0) {
+        if ((link.flags & (NEEDED | HOST_LINK_LOOPBACK)) == NEEDED) {
+            result.push_back(link.if_index);
+        }
+    }
+    return result;
+}
+
+std::string HostEnvironment::interface_name(uint32_t if_index) const
+{
+    HOST_LINK_S link;
+    if (HOST_LinkGetByIndex(links_, if_index, &link) == 0) {
+        return link.name;
+    }
+    return "#" + std::to_string(if_index);
+}
+
+bool HostEnvironment::is_on_link(uint32_t if_index, const MCAST_ADDR_S &source) const
+{
+    HOST_ADDRESS_S address;
+    for (uint32_t i = 0; HOST_LinkGetAddress(links_, if_index, i, &address) == 0; i++) {
+        if (address.family == source.family &&
+            share_prefix(address.peer, source.address, address.prefix_length)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+uint32_t HostEnvironment::owner_of(const MCAST_ADDR_S &source) const
+{
+    HOST_LINK_S link{};
+    while (HOST_LinkGetNext(links_, link.if_index, &link) == 0) {
+        HOST_ADDRESS_S address;
+        for (uint32_t i = 0; HOST_LinkGetAddress(links_, link.if_index, i, &address) == 0; i++) {
+            if (address.family == source.family &&
+                std::memcmp(address.address, source.address, sizeof(address.address)) == 0) {
+                return link.if_index;
+            }
+        }
+    }
+    return 0;
+}
+
+Environment::Route HostEnvironment::route_to(const MCAST_ADDR_S &source) const
+{
+    HOST_ROUTE_S route;
+    if (HOST_RouteLookup(static_cast<uint8_t>(source.family), source.address, 0, &route) != 0) {
+        return {};
+    }
+    if (route.is_local != 0) {
+        return {owner_of(source), true};
+    }
+    return {route.if_index, false};
+}
+
+} // namespace mribd

@@ -1,0 +1,54 @@
+/*
+ * The environment as the host platform sees it.
+ */
+#ifndef DAEMONS_MRIBD_HOST_ENVIRONMENT_H
+#define DAEMONS_MRIBD_HOST_ENVIRONMENT_H
+
+#include "daemons/mribd/environment.h"
+#include "mcasthost/link.h"
+#include "mcasthost/route.h"
+
+#include <functional>
+
+namespace mribd
+{
+
+class HostEnvironment final : public Environment
+{
+public:
+    // What happened around; called from the event loop.
+    struct Events {
+        std::function<void()> links_changed; // flags, names or addresses
+        std::function<void(uint32_t if_index)> link_removed;
+        // Routes of the family (0: both) under the prefix may have changed.
+        std::function<void(uint8_t family, const uint8_t *prefix, unsigned length)> routes_changed;
+    };
+
+    HostEnvironment() = default;
+    ~HostEnvironment() override;
+    HostEnvironment(const HostEnvironment &) = delete;
+    HostEnvironment &operator=(const HostEnvironment &) = delete;
+
+    // Follows links and routes from the event loop. Failures are logged. Links present at the start are not
+    // reported.
+    bool open(int loop, Events events);
+
+    std::vector<uint32_t> multicast_interfaces() const override;
+    std::string interface_name(uint32_t if_index) const override;
+    bool is_on_link(uint32_t if_index, const MCAST_ADDR_S &source) const override;
+    Route route_to(const MCAST_ADDR_S &source) const override;
+
+private:
+    static void link_event(HOST_LINK_TABLE table, const HOST_LINK_EVENT_S *event, void *context);
+    static void route_event(const HOST_ROUTE_CHANGE_S *change, void *context);
+    void take_link_event(const HOST_LINK_EVENT_S &event) const;
+    uint32_t owner_of(const MCAST_ADDR_S &address) const;
+
+    Events events_;
+    HOST_LINK_TABLE links_ = nullptr;
+    HOST_ROUTE_WATCH watch_ = nullptr;
+};
+
+} // namespace mribd
+
+#endif

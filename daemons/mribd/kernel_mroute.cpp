@@ -1,0 +1,305 @@
+#include "daemons/mribd/kernel_mroute.h"
+
+#include "daemons/common/log.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <netinet/in.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <linux/filter.h>
+#include <linux/icmpv6.h>
+#include <linux/mroute.h>
+#include <linux/mroute6.h>
+
+namespace mribd
+{
+
+// All that differs between the families: option names, and the records that the options take.
+struct FamilyCalls {
+    int domain;
+    int protocol;
+    int level;
+    int init;
+    int done;
+    int assert;
+    const char *kernel_option;
+    int (*add_vif)(int fd, unsigned vif, uint32_t if_index);
+    int (*delete_vif)(int fd, unsigned vif);
+    int (*change_entry)(int fd, bool add, const MCAST_ADDR_S &source, const MCAST_ADDR_S &group,
+                        unsigned parent, uint32_t outgoing);
+    int (*counters)(int fd, const MCAST_ADDR_S &source, const MCAST_ADDR_S &group, EntryCounters *counters);
+    void (*quieten)(int fd);
+};
+
+namespace
+{
+
+constexpr int RECEIVE_BUFFER = 8 << 20;
+
+int set_option(int fd, int level, int option, const void *value, size_t size)
+{
+    return setsockopt(fd, level, option, value, static_cast<socklen_t>(size)) == 0 ? 0 : errno;
+}
+
+int add_vif4(int fd, unsigned vif, uint32_t if_index)
+{
+    vifctl control{};
+    control.vifc_vifi = static_cast<vifi_t>(vif);
+    control.vifc_flags = VIFF_USE_IFINDEX;
+    control.vifc_threshold = 1;
+    control.vifc_lcl_ifindex = static_cast<int>(if_index);
+    return set_option(fd, IPPROTO_IP, MRT_ADD_VIF, &control, sizeof(control));
+}
+
+int delete_vif4(int fd, unsigned vif)
+{
+    vifctl control{};
+    control.vifc_vifi = static_cast<vifi_t>(vif);
+    return set_option(fd, IPPROTO_IP, MRT_DEL_VIF, &control, sizeof(control));
+}
+
+int change_entry4(int fd, bool add, const MCAST_ADDR_S &source, const MCAST_ADDR_S &group, unsigned parent,
+                  uint32_t outgoing)
+{
+    mfcctl control{};
+    std::memcpy(&control.mfcc_origin, source.address, sizeof(control.mfcc_origin));
+    std::memcpy(&control.mfcc_mcastgrp, group.address, sizeof(control.mfcc_mcastgrp));
+    control.mfcc_parent = static_cast<vifi_t>(parent);
+    for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
+        control.mfcc_ttls[vif] = (outgoing >> vif & 1) != 0 ? 1 : 0;
+    }
+    return set_option(fd, IPPROTO_IP, add ? MRT_ADD_MFC : MRT_DEL_MFC, &control, sizeof(control));
+}
+
+int counters4(int fd, const MCAST_ADDR_S &source, const MCAST_ADDR_S &group, EntryCounters *counters)
+{
+    sioc_sg_req request{};
+    std::memcpy(&request.src, source.address, sizeof(request.src));
+    std::memcpy(&request.grp, group.address, sizeof(request.grp));
+    if (ioctl(fd, SIOCGETSGCNT, &request) != 0) {
+        return errno;
+    }
+    *counters = {request.pktcnt, request.bytecnt, request.wrong_if};
+    return 0;
+}
+
+// The routing socket also hears every IGMP packet. Only upcalls carry protocol 0 in what stands for the IP
+// header; letting nothing else in keeps a flood of reports from crowding them out.
+void quieten4(int fd)
+{
+    sock_filter code[] = {
+        BPF_STMT(BPF_LD | BPF_B | BPF_ABS, offsetof(igmpmsg, im_mbz)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, 0xffff),
+        BPF_STMT(BPF_RET | BPF_K, 0),
+    };
+    const sock_fprog program{static_cast<unsigned short>(std::size(code)), code};
+    set_option(fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof(program));
+}
+
+int add_vif6(int fd, unsigned vif, uint32_t if_index)
+{
+    mif6ctl control{};
+    if (if_index > UINT16_MAX) {
+        return ERANGE; // the kernel's record has 16 bits for it
+    }
+    control.mif6c_mifi = static_cast<mifi_t>(vif);
+    control.vifc_threshold = 1;
+    control.mif6c_pifi = static_cast<uint16_t>(if_index);
+    return set_option(fd, IPPROTO_IPV6, MRT6_ADD_MIF, &control, sizeof(control));
+}
+
+int delete_vif6(int fd, unsigned vif)
+{
+    const mifi_t index = static_cast<mifi_t>(vif);
+    return set_option(fd, IPPROTO_IPV6, MRT6_DEL_MIF, &index, sizeof(index));
+}
+
+sockaddr_in6 socket_address6(const MCAST_ADDR_S &address)
+{
+    sockaddr_in6 result{};
+    result.sin6_family = AF_INET6;
+    std::memcpy(&result.sin6_addr, address.address, sizeof(result.sin6_addr));
+    return result;
+}
+
+int change_entry6(int fd, bool add, const MCAST_ADDR_S &source, const MCAST_ADDR_S &group, unsigned parent,
+                  uint32_t outgoing)
+{
+    mf6cctl control{};
+    control.mf6cc_origin = socket_address6(source);
+    control.mf6cc_mcastgrp = socket_address6(group);
+    control.mf6cc_parent = static_cast<mifi_t>(parent);
+    control.mf6cc_ifset.ifs_bits[0] = outgoing;
+    return set_option(fd, IPPROTO_IPV6, add ? MRT6_ADD_MFC : MRT6_DEL_MFC, &control, sizeof(control));
+}
+
+int counters6(int fd, const MCAST_ADDR_S &source, const MCAST_ADDR_S &group, EntryCounters *counters)
+{
+    sioc_sg_req6 request{};
+    request.src = socket_address6(source);
+    request.grp = socket_address6(group);
+    if (ioctl(fd, SIOCGETSGCNT_IN6, &request) != 0) {
+        return errno;
+    }
+    *counters = {request.pktcnt, request.bytecnt, request.wrong_if};
+    return 0;
+}
+
+// Upcalls pass this filter of message types, the namespace's ICMPv6 does not.
+void quieten6(int fd)
+{
+    icmp6_filter filter;
+    std::memset(&filter, 0xff, sizeof(filter));
+    set_option(fd, IPPROTO_ICMPV6, ICMPV6_FILTER, &filter, sizeof(filter));
+}
+
+constexpr FamilyCalls CALLS_IPV4 = {AF_INET,     IPPROTO_IGMP,  IPPROTO_IP,         MRT_INIT,
+                                    MRT_DONE,    MRT_ASSERT,    "CONFIG_IP_MROUTE", add_vif4,
+                                    delete_vif4, change_entry4, counters4,          quieten4};
+constexpr FamilyCalls CALLS_IPV6 = {
+    AF_INET6, IPPROTO_ICMPV6, IPPROTO_IPV6,  MRT6_INIT, MRT6_DONE, MRT6_ASSERT, "CONFIG_IPV6_MROUTE",
+    add_vif6, delete_vif6,    change_entry6, counters6, quieten6};
+
+} // namespace
+
+KernelMroute::KernelMroute(uint8_t family)
+    : calls_(family == MCAST_FAMILY_IPV4 ? CALLS_IPV4 : CALLS_IPV6), family_(family)
+{
+}
+
+KernelMroute::~KernelMroute()
+{
+    shut();
+}
+
+KernelMroute::OpenResult KernelMroute::open_failed(const char *step, int error, std::string *reason)
+{
+    shut();
+    *reason = std::string(step) + ": " + std::strerror(error);
+    switch (error) {
+    case EADDRINUSE:
+        *reason += "; another process is this network namespace's multicast router. Only one may be: end the "
+                   "other routing daemon, or run mribd in a namespace of its own";
+        return OpenResult::Failed;
+    case EPERM:
+    case EACCES:
+        *reason += "; mribd needs CAP_NET_ADMIN and CAP_NET_RAW";
+        return OpenResult::Failed;
+    case ENOPROTOOPT:
+    case EOPNOTSUPP:
+    case EAFNOSUPPORT:
+        *reason += std::string("; the kernel lacks ") + calls_.kernel_option;
+        return OpenResult::NotSupported;
+    default:
+        return OpenResult::Failed;
+    }
+}
+
+KernelMroute::OpenResult KernelMroute::open(std::string *reason)
+{
+    fd_ = socket(calls_.domain, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, calls_.protocol);
+    if (fd_ < 0) {
+        return open_failed("raw socket", errno, reason);
+    }
+    prepare_receiving();
+    const int one = 1;
+    int error = set_option(fd_, calls_.level, calls_.init, &one, sizeof(one));
+    if (error != 0) {
+        return open_failed("becoming the multicast router", error, reason);
+    }
+    // Without it the kernel says nothing about packets on a wrong interface.
+    error = set_option(fd_, calls_.level, calls_.assert, &one, sizeof(one));
+    if (error != 0) {
+        return open_failed("asking for wrong-interface reports", error, reason);
+    }
+    return OpenResult::Ready;
+}
+
+void KernelMroute::prepare_receiving()
+{
+    const int size = RECEIVE_BUFFER;
+    if (set_option(fd_, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof(size)) != 0) {
+        set_option(fd_, SOL_SOCKET, SO_RCVBUF, &size, sizeof(size));
+        mcastd::log_warning("cannot force a receive buffer of %d bytes; bursts of new sources may be lost",
+                            size);
+    }
+    const int one = 1;
+    set_option(fd_, SOL_SOCKET, SO_RXQ_OVFL, &one, sizeof(one));
+    calls_.quieten(fd_);
+}
+
+void KernelMroute::shut()
+{
+    if (fd_ >= 0) {
+        set_option(fd_, calls_.level, calls_.done, nullptr, 0);
+        close(fd_);
+        fd_ = -1;
+    }
+}
+
+void KernelMroute::receive(unsigned limit, const std::function<void(const Upcall &)> &take)
+{
+    std::array<uint8_t, 256> bytes; // an upcall is 20 to 60 bytes; the packet behind it is of no interest
+    alignas(cmsghdr) std::array<uint8_t, 256> control;
+    for (unsigned count = 0; count < limit; count++) {
+        iovec vector{bytes.data(), bytes.size()};
+        msghdr message{};
+        message.msg_iov = &vector;
+        message.msg_iovlen = 1;
+        message.msg_control = control.data();
+        message.msg_controllen = control.size();
+        const ssize_t size = recvmsg(fd_, &message, MSG_DONTWAIT);
+        if (size < 0) {
+            return;
+        }
+        for (const cmsghdr *c = CMSG_FIRSTHDR(&message); c != nullptr;
+             c = CMSG_NXTHDR(&message, const_cast<cmsghdr *>(c))) {
+            if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SO_RXQ_OVFL) {
+                uint32_t dropped;
+                std::memcpy(&dropped, CMSG_DATA(c), sizeof(dropped));
+                lost_upcalls_ += dropped - last_drop_count_;
+                last_drop_count_ = dropped;
+            }
+        }
+        if (const auto upcall = parse_upcall(family_, bytes.data(), static_cast<size_t>(size))) {
+            take(*upcall);
+        }
+    }
+}
+
+int KernelMroute::add_vif(unsigned vif, uint32_t if_index)
+{
+    return calls_.add_vif(fd_, vif, if_index);
+}
+
+int KernelMroute::delete_vif(unsigned vif)
+{
+    return calls_.delete_vif(fd_, vif);
+}
+
+int KernelMroute::set_entry(const MCAST_ADDR_S &source, const MCAST_ADDR_S &group, unsigned parent,
+                            uint32_t outgoing)
+{
+    return calls_.change_entry(fd_, true, source, group, parent, outgoing);
+}
+
+int KernelMroute::delete_entry(const MCAST_ADDR_S &source, const MCAST_ADDR_S &group)
+{
+    return calls_.change_entry(fd_, false, source, group, 0, 0);
+}
+
+std::optional<EntryCounters> KernelMroute::counters(const MCAST_ADDR_S &source, const MCAST_ADDR_S &group)
+{
+    EntryCounters result;
+    if (calls_.counters(fd_, source, group, &result) != 0) {
+        return std::nullopt;
+    }
+    return result;
+}
+
+} // namespace mribd

@@ -1,0 +1,74 @@
+/*
+ * The kernel's multicast forwarding through a multicast routing socket, IPv4 or IPv6. Closing the socket
+ * makes the kernel forget all that was set through it.
+ */
+#ifndef DAEMONS_MRIBD_KERNEL_MROUTE_H
+#define DAEMONS_MRIBD_KERNEL_MROUTE_H
+
+#include "daemons/mribd/kernel_table.h"
+#include "daemons/mribd/upcall.h"
+
+#include <functional>
+#include <string>
+
+namespace mribd
+{
+
+struct FamilyCalls;
+
+class KernelMroute final : public KernelTable
+{
+public:
+    enum class OpenResult {
+        Ready,
+        NotSupported, // the kernel has no multicast routing for the family
+        Failed
+    };
+
+    explicit KernelMroute(uint8_t family);
+    ~KernelMroute() override;
+    KernelMroute(const KernelMroute &) = delete;
+    KernelMroute &operator=(const KernelMroute &) = delete;
+
+    // Becomes the namespace's multicast router of the family. Unless Ready, *reason says what is wrong and
+    // what to do about it.
+    OpenResult open(std::string *reason);
+
+    // Withdraws everything and gives the role back. Safe when not open.
+    void shut();
+
+    int descriptor() const
+    {
+        return fd_;
+    }
+
+    // Reads at most limit messages and hands over the upcalls among them.
+    void receive(unsigned limit, const std::function<void(const Upcall &)> &take);
+
+    // Upcalls that the kernel dropped because the receive buffer was full.
+    uint64_t lost_upcalls() const
+    {
+        return lost_upcalls_;
+    }
+
+    int add_vif(unsigned vif, uint32_t if_index) override;
+    int delete_vif(unsigned vif) override;
+    int set_entry(const MCAST_ADDR_S &source, const MCAST_ADDR_S &group, unsigned parent,
+                  uint32_t outgoing) override;
+    int delete_entry(const MCAST_ADDR_S &source, const MCAST_ADDR_S &group) override;
+    std::optional<EntryCounters> counters(const MCAST_ADDR_S &source, const MCAST_ADDR_S &group) override;
+
+private:
+    OpenResult open_failed(const char *step, int error, std::string *reason);
+    void prepare_receiving();
+
+    const FamilyCalls &calls_;
+    uint8_t family_;
+    int fd_ = -1;
+    uint64_t lost_upcalls_ = 0;
+    uint32_t last_drop_count_ = 0;
+};
+
+} // namespace mribd
+
+#endif

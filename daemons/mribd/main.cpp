@@ -1,0 +1,129 @@
+/*
+ * mribd: the multicast routing information base process of the reference router. It serves the MRIB channel,
+ * keeps what its clients report, and programs the kernel's multicast forwarding, IPv4 and IPv6.
+ *
+ *     clients --channel--> ChannelServer --> Session --> Router --> MemberTable, GmpState
+ *     kernel  --upcalls--> KernelMroute  ------------->    |
+ *     links, routes -----> HostEnvironment ----------->    +------> VifTable, Forwarding --> KernelMroute
+ *
+ * A Plane holds this chain for one family. All of it runs on one thread in the daemon frame's event loop;
+ * what an event changes is worked off by settle after each round, a bounded amount at a time.
+ */
+#include "daemons/common/frame.h"
+#include "daemons/mribd/address.h"
+#include "daemons/mribd/host_environment.h"
+#include "daemons/mribd/plane.h"
+#include "mcasthost/loop.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+namespace
+{
+
+using mribd::HostEnvironment;
+using mribd::KernelMroute;
+using mribd::Plane;
+
+using Planes = std::vector<std::unique_ptr<Plane>>;
+
+HostEnvironment::Events events_for(const Planes &planes)
+{
+    HostEnvironment::Events events;
+    events.links_changed = [&planes] {
+        for (const auto &plane : planes) {
+            plane->router().links_changed();
+        }
+    };
+    events.link_removed = [&planes](uint32_t if_index) {
+        for (const auto &plane : planes) {
+            plane->router().link_removed(if_index);
+        }
+    };
+    events.routes_changed = [&planes](uint8_t family, const uint8_t *prefix, unsigned length) {
+        for (const auto &plane : planes) {
+            const uint8_t own = plane->router().family();
+            if (family == own) {
+                plane->router().routes_changed(mribd::make_address(own, prefix), length);
+            } else if (family == 0) {
+                plane->router().routes_changed(mribd::any_address(own), 0);
+            }
+        }
+    };
+    return events;
+}
+
+// A family that the kernel does not route is left out; anything else that is wrong ends the start.
+bool open_planes(mcastd::Frame &frame, const mribd::PlaneSettings &settings,
+                 const HostEnvironment &environment, Planes *planes)
+{
+    for (const uint8_t family : {uint8_t{MCAST_FAMILY_IPV4}, uint8_t{MCAST_FAMILY_IPV6}}) {
+        auto plane = std::make_unique<Plane>(family, settings, frame.reactor(), environment);
+        const auto result = plane->open(HOST_LoopTimerService(frame.reactor().descriptor()));
+        if (result == KernelMroute::OpenResult::Failed) {
+            return false;
+        }
+        if (result == KernelMroute::OpenResult::Ready) {
+            planes->push_back(std::move(plane));
+        }
+    }
+    if (planes->empty()) {
+        mcastd::log_error("there is no family to serve");
+    }
+    return !planes->empty();
+}
+
+int serve(mcastd::Frame &frame, const mribd::PlaneSettings &settings)
+{
+    HostEnvironment environment;
+    Planes planes;
+    if (!environment.open(frame.reactor().descriptor(), events_for(planes)) ||
+        !open_planes(frame, settings, environment, &planes)) {
+        return EXIT_FAILURE;
+    }
+    frame.on_status([&planes] {
+        std::string text;
+        for (const auto &plane : planes) {
+            text += plane->status();
+        }
+        return text;
+    });
+    frame.reactor().set_background([&planes] {
+        bool more = false;
+        for (const auto &plane : planes) {
+            more |= plane->settle();
+        }
+        return more;
+    });
+    mcastd::log_info("ready");
+    const int code = frame.run();
+    frame.on_status(nullptr);
+    frame.reactor().set_background(nullptr);
+    return code;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    mribd::PlaneSettings settings{210, 262144};
+    mcastd::Options options("mribd",
+                            "Multicast routing information base: takes memberships from the GMP daemons "
+                            "and programs the kernel's multicast forwarding, IPv4 and IPv6");
+    options.app()
+        .add_option("--idle-timeout", settings.idle_period_s,
+                    "Seconds without a packet after which a forwarding entry is removed")
+        ->check(CLI::Range(1u, 86400u))
+        ->capture_default_str();
+    options.app()
+        .add_option("--max-entries", settings.entry_limit, "Most forwarding entries of a family")
+        ->check(CLI::Range(1u, 16777216u))
+        ->capture_default_str();
+    if (const auto code = options.parse(argc, argv)) {
+        return *code;
+    }
+    mcastd::Frame frame(options);
+    return frame.open() ? serve(frame, settings) : EXIT_FAILURE;
+}

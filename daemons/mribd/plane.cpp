@@ -1,0 +1,93 @@
+#include "daemons/mribd/plane.h"
+
+#include "daemons/common/log.h"
+#include "daemons/mribd/address.h"
+#include "daemons/mribd/status.h"
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstring>
+#include <sys/epoll.h>
+
+namespace mribd
+{
+namespace
+{
+
+// What one wake-up reads of the routing socket before timers and clients have their turn.
+constexpr unsigned UPCALLS_PER_WAKE = 256;
+
+} // namespace
+
+Plane::Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &reactor,
+             const HostEnvironment &environment)
+    : reactor_(reactor), kernel_(family),
+      timers_(settings.idle_period_s, [this](Entry *entry) { router_.check_idle(entry); }),
+      router_(family, kernel_, environment, timers_, settings.entry_limit), server_(reactor, router_)
+{
+}
+
+Plane::~Plane()
+{
+    if (kernel_.descriptor() >= 0) {
+        reactor_.remove(kernel_.descriptor());
+    }
+    // First of all, in one step: what the clients leave behind needs no withdrawing one by one any more.
+    kernel_.shut();
+}
+
+KernelMroute::OpenResult Plane::open(TIMER_SERVICE timers)
+{
+    std::string reason;
+    const char *family = family_name(router_.family());
+    const KernelMroute::OpenResult result = kernel_.open(&reason);
+    if (result != KernelMroute::OpenResult::Ready) {
+        if (result == KernelMroute::OpenResult::Failed) {
+            mcastd::log_error("%s: %s", family, reason.c_str());
+        } else {
+            mcastd::log_warning("%s is not served: %s", family, reason.c_str());
+        }
+        return result;
+    }
+    if (!timers_.open(timers)) {
+        mcastd::log_error("%s: cannot create a timer", family);
+        return KernelMroute::OpenResult::Failed;
+    }
+    if (!reactor_.add(kernel_.descriptor(), EPOLLIN, [this](uint32_t) { receive(); })) {
+        mcastd::log_error("%s: cannot watch the routing socket: %s", family, std::strerror(errno));
+        return KernelMroute::OpenResult::Failed;
+    }
+    return server_.open() ? result : KernelMroute::OpenResult::Failed;
+}
+
+void Plane::receive()
+{
+    kernel_.receive(UPCALLS_PER_WAKE, [this](const Upcall &upcall) { router_.take_upcall(upcall); });
+    report_losses();
+}
+
+// Once per doubling, so that a flood of sources does not become a flood of messages.
+void Plane::report_losses()
+{
+    if (kernel_.lost_upcalls() > 2 * reported_losses_) {
+        reported_losses_ = kernel_.lost_upcalls();
+        mcastd::log_warning("%s: the kernel dropped %" PRIu64
+                            " reports of new sources so far; they are repeated "
+                            "with the sources' next packets",
+                            family_name(router_.family()), reported_losses_);
+    }
+}
+
+bool Plane::settle()
+{
+    const bool more = router_.settle();
+    server_.flush();
+    return more;
+}
+
+std::string Plane::status() const
+{
+    return status_text(router_, server_, kernel_.lost_upcalls());
+}
+
+} // namespace mribd

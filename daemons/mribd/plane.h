@@ -1,0 +1,62 @@
+/*
+ * One family's half of mribd at work: the router, the kernel's table behind it and the channel before it,
+ * joined to the event loop.
+ */
+#ifndef DAEMONS_MRIBD_PLANE_H
+#define DAEMONS_MRIBD_PLANE_H
+
+#include "daemons/common/reactor.h"
+#include "daemons/mribd/channel_server.h"
+#include "daemons/mribd/host_environment.h"
+#include "daemons/mribd/idle_timers.h"
+#include "daemons/mribd/kernel_mroute.h"
+#include "daemons/mribd/router.h"
+
+#include <string>
+
+namespace mribd
+{
+
+struct PlaneSettings {
+    uint32_t idle_period_s;
+    uint32_t entry_limit;
+};
+
+class Plane
+{
+public:
+    // Both must outlive the plane.
+    Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &reactor,
+          const HostEnvironment &environment);
+    ~Plane();
+    Plane(const Plane &) = delete;
+    Plane &operator=(const Plane &) = delete;
+
+    // Listens, and becomes the multicast router. Everything but Ready is logged.
+    KernelMroute::OpenResult open(TIMER_SERVICE timers);
+
+    Router &router()
+    {
+        return router_;
+    }
+
+    // Work between the rounds of the event loop. Whether there is more.
+    bool settle();
+
+    std::string status() const;
+
+private:
+    void receive();
+    void report_losses();
+
+    mcastd::Reactor &reactor_;
+    KernelMroute kernel_;
+    IdleTimers timers_;
+    Router router_;
+    ChannelServer server_;
+    uint64_t reported_losses_ = 0;
+};
+
+} // namespace mribd
+
+#endif

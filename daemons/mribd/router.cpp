@@ -1,0 +1,189 @@
+#include "daemons/mribd/router.h"
+
+#include "daemons/mribd/address.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace mribd
+{
+namespace
+{
+
+// Entries evaluated in one round of the event loop: a few milliseconds, most of them the route look-ups.
+constexpr unsigned ENTRIES_PER_ROUND = 512;
+
+// Virtual interfaces kept for interfaces without receivers.
+constexpr size_t PLACES_FOR_SOURCES = 2;
+
+} // namespace
+
+Router::Router(uint8_t family, KernelTable &kernel, const Environment &environment, EntryTimers &timers,
+               uint32_t entry_limit)
+    : family_(family), kernel_(kernel), environment_(environment), members_(family),
+      vifs_(family_name(family), kernel, environment),
+      forwarding_(
+          {family_name(family), family, kernel, environment, members_, gmp_, vifs_, timers, entry_limit})
+{
+}
+
+void Router::on_designated_router(std::function<void(uint32_t, bool)> told)
+{
+    designated_router_told_ = std::move(told);
+}
+
+std::vector<uint32_t> Router::designated_interfaces() const
+{
+    std::vector<uint32_t> result = gmp_.enabled_interfaces();
+    std::erase_if(result, [this](uint32_t if_index) { return !gmp_.is_forwarder(if_index); });
+    return result;
+}
+
+void Router::gmp_changed(const std::vector<uint32_t> &designated_before)
+{
+    vifs_stale_ = true;
+    forwarding_.interfaces_changed();
+    if (!designated_router_told_) {
+        return;
+    }
+    const std::vector<uint32_t> now = designated_interfaces();
+    std::vector<uint32_t> changed;
+    std::set_symmetric_difference(designated_before.begin(), designated_before.end(), now.begin(), now.end(),
+                                  std::back_inserter(changed));
+    for (const uint32_t if_index : changed) {
+        designated_router_told_(if_index, std::binary_search(now.begin(), now.end(), if_index));
+    }
+}
+
+void Router::set_enabled(ClientId client, uint32_t if_index, bool enabled)
+{
+    const auto before = designated_interfaces();
+    if (!enabled) {
+        drop_members(client, if_index);
+    }
+    if (gmp_.set_enabled(client, if_index, enabled)) {
+        gmp_changed(before);
+    }
+}
+
+void Router::set_querier(ClientId client, uint32_t if_index, bool this_router)
+{
+    const auto before = designated_interfaces();
+    if (gmp_.set_querier(client, if_index, this_router)) {
+        gmp_changed(before);
+    }
+}
+
+MemberTable::Result Router::set_member(ClientId client, uint32_t if_index, const MCAST_ADDR_S &group,
+                                       const MCAST_ADDR_S &source, MemberTable::Kind kind, bool present)
+{
+    const bool used = members_.uses_interface(if_index);
+    const MemberTable::Result result = members_.set(client, if_index, group, source, kind, present);
+    if (result == MemberTable::Result::Changed) {
+        vifs_stale_ |= used != members_.uses_interface(if_index);
+        forwarding_.membership_changed(group, source);
+    }
+    return result;
+}
+
+void Router::drop_members(ClientId client, uint32_t if_index)
+{
+    if (!members_.uses_interface(if_index)) {
+        return;
+    }
+    members_.drop_interface(client, if_index, [this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
+        forwarding_.membership_changed(group, source);
+    });
+    vifs_stale_ = true;
+}
+
+void Router::drop_client(ClientId client)
+{
+    const auto before = designated_interfaces();
+    members_.drop_client(client, [this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
+        forwarding_.membership_changed(group, source);
+    });
+    gmp_.drop_client(client);
+    gmp_changed(before);
+}
+
+void Router::take_upcall(const Upcall &upcall)
+{
+    forwarding_.take_upcall(upcall);
+}
+
+void Router::links_changed()
+{
+    vifs_stale_ = true;
+    forwarding_.interfaces_changed();
+}
+
+void Router::link_removed(uint32_t if_index)
+{
+    vifs_stale_ = true;
+    vifs_.forget(if_index, [this](uint32_t bits) { forwarding_.vacate_vifs(bits); });
+}
+
+void Router::routes_changed(const MCAST_ADDR_S &prefix, unsigned length)
+{
+    forwarding_.routes_changed(prefix, length);
+    vifs_stale_ = true;
+}
+
+void Router::check_idle(Entry *entry)
+{
+    forwarding_.check_idle(entry);
+}
+
+// The interfaces that need a virtual interface, the most important first: where known sources are, then where
+// receivers are, then where a protocol runs (its daemon may hear some hosts only there), then every other one
+// as long as anybody listens at all, because the kernel reports new sources only on interfaces that have one.
+// For the same reason receivers never take the last places. Who has one already comes before equals.
+std::vector<uint32_t> Router::wanted_interfaces() const
+{
+    std::vector<uint32_t> upstream;
+    std::vector<uint32_t> receiving;
+    std::vector<uint32_t> running;
+    std::vector<uint32_t> rest;
+    for (const uint32_t if_index : environment_.multicast_interfaces()) {
+        if (forwarding_.is_upstream(if_index)) {
+            upstream.push_back(if_index);
+        } else if (members_.uses_interface(if_index)) {
+            receiving.push_back(if_index);
+        } else if (gmp_.is_enabled(if_index)) {
+            running.push_back(if_index);
+        } else {
+            rest.push_back(if_index);
+        }
+    }
+    for (auto *equals : {&upstream, &receiving, &running, &rest}) {
+        std::stable_partition(equals->begin(), equals->end(),
+                              [this](uint32_t if_index) { return vifs_.find(if_index) >= 0; });
+    }
+    if (members_.wish_count() != 0) {
+        running.insert(running.end(), rest.begin(), rest.end());
+    }
+    std::vector<uint32_t> wanted = std::move(upstream);
+    const size_t kept = wanted.size() < PLACES_FOR_SOURCES ? PLACES_FOR_SOURCES - wanted.size() : 0;
+    const auto kept_end = running.begin() + static_cast<ptrdiff_t>(std::min(kept, running.size()));
+    wanted.insert(wanted.end(), running.begin(), kept_end);
+    wanted.insert(wanted.end(), receiving.begin(), receiving.end());
+    wanted.insert(wanted.end(), kept_end, running.end());
+    return wanted;
+}
+
+bool Router::settle()
+{
+    if (vifs_stale_) {
+        vifs_stale_ = false;
+        if (vifs_.refresh(wanted_interfaces(), [this](uint32_t bits) { forwarding_.vacate_vifs(bits); })) {
+            forwarding_.interfaces_changed();
+        }
+    }
+    const bool more = forwarding_.settle(ENTRIES_PER_ROUND);
+    vifs_stale_ = forwarding_.take_upstream_change();
+    return more || vifs_stale_;
+}
+
+} // namespace mribd

@@ -1,0 +1,100 @@
+/*
+ * mribd for one family: memberships, virtual interfaces and entries put together. Two of them, one a family,
+ * share the process and nothing else.
+ */
+#ifndef DAEMONS_MRIBD_ROUTER_H
+#define DAEMONS_MRIBD_ROUTER_H
+
+#include "daemons/mribd/forwarding.h"
+#include "daemons/mribd/gmp_state.h"
+#include "daemons/mribd/member_table.h"
+#include "daemons/mribd/vif_table.h"
+
+#include <functional>
+#include <map>
+#include <utility>
+#include <vector>
+
+namespace mribd
+{
+
+class Router
+{
+public:
+    // kernel, environment and timers must outlive the router.
+    Router(uint8_t family, KernelTable &kernel, const Environment &environment, EntryTimers &timers,
+           uint32_t entry_limit);
+
+    uint8_t family() const
+    {
+        return family_;
+    }
+
+    // Called whenever this router becomes or ceases to be the designated router of an interface.
+    void on_designated_router(std::function<void(uint32_t if_index, bool is_designated)> told);
+
+    // What clients report. The results tell how the change was taken.
+    void set_enabled(ClientId client, uint32_t if_index, bool enabled);
+    void set_querier(ClientId client, uint32_t if_index, bool this_router);
+    MemberTable::Result set_member(ClientId client, uint32_t if_index, const MCAST_ADDR_S &group,
+                                   const MCAST_ADDR_S &source, MemberTable::Kind kind, bool present);
+    void drop_members(ClientId client, uint32_t if_index);
+    void drop_client(ClientId client);
+
+    // What the kernel reports.
+    void take_upcall(const Upcall &upcall);
+    void links_changed();
+    void link_removed(uint32_t if_index);
+    void routes_changed(const MCAST_ADDR_S &prefix, unsigned length);
+    void check_idle(Entry *entry);
+
+    // Does what the calls above left to do: virtual interfaces, then a bounded number of entries. Whether
+    // there is more. To be called after every round of the event loop.
+    bool settle();
+
+    // Interfaces for which this router is the designated router, ascending.
+    std::vector<uint32_t> designated_interfaces() const;
+
+    const MemberTable &members() const
+    {
+        return members_;
+    }
+    const GmpState &gmp() const
+    {
+        return gmp_;
+    }
+    const VifTable &vifs() const
+    {
+        return vifs_;
+    }
+    const Forwarding &forwarding() const
+    {
+        return forwarding_;
+    }
+    const Environment &environment() const
+    {
+        return environment_;
+    }
+    KernelTable &kernel() const
+    {
+        return kernel_;
+    }
+
+private:
+    std::vector<uint32_t> wanted_interfaces() const;
+    void gmp_changed(const std::vector<uint32_t> &designated_before);
+
+    uint8_t family_;
+    KernelTable &kernel_;
+    const Environment &environment_;
+    MemberTable members_;
+    GmpState gmp_;
+    VifTable vifs_;
+    Forwarding forwarding_;
+    std::function<void(uint32_t, bool)> designated_router_told_;
+    bool vifs_stale_ = false;
+};
+
+} // namespace mribd
+
+#endif

@@ -1,0 +1,26 @@
+#include "daemons/mribd/rpf.h"
+
+#include "daemons/mribd/address.h"
+
+namespace mribd
+{
+
+uint32_t rpf_interface(const Environment &environment, const MCAST_ADDR_S &source, uint32_t current,
+                       uint32_t arrival)
+{
+    if (!is_routable_source(source)) {
+        return 0;
+    }
+    for (const uint32_t seen : {arrival, current}) {
+        if (seen != 0 && environment.is_on_link(seen, source)) {
+            return seen;
+        }
+    }
+    const Environment::Route route = environment.route_to(source);
+    if (route.is_own && arrival != 0) {
+        return arrival;
+    }
+    return route.if_index;
+}
+
+} // namespace mribd

@@ -1,0 +1,318 @@
+/*
+ * A client introduces itself with a registration, asks for the instance states and the SSM policy, and sends
+ * a smooth alert. The alert is answered with a smooth start, which makes it ask for the rest:
+ *
+ *     client                                   mribd
+ *     REGISTER                        -->
+ *     REQ_VRF_STATE                   -->
+ *                                     <--      VRF_STATE (public instance: enabled), VRF_STATE_END
+ *     REQ_SSM_POLICY                  -->
+ *                                     <--      SSM_POLICY (no ACL: the default range)
+ *     SMOOTH_ALERT                    -->
+ *                                     <--      SMOOTH_START
+ *     REQ_PIM_DR, REQ_BOUNDARY, ...   -->
+ *                                     <--      PIM_DR for each interface, PIM_DR_END, BOUNDARY_END, ...
+ *
+ * The smooth start must follow the SSM policy: a client gives up a policy that was not confirmed by then.
+ * Memberships need no request; a client reports all of them after each connect, and they live as long as its
+ * connection.
+ *
+ * A record that does not pass its checks is counted by what was wrong and otherwise ignored, and the records
+ * after it still count. Reading stops at the first record that does not lie whole inside the message.
+ */
+#include "daemons/mribd/session.h"
+
+#include "daemons/common/log.h"
+#include "daemons/common/membership.h"
+#include "daemons/mribd/address.h"
+#include "mcast/addr.h"
+
+#include <cstring>
+
+namespace mribd
+{
+namespace
+{
+
+// The instance that exists: the public one.
+constexpr uint16_t PUBLIC_INSTANCE = 0;
+
+template <typename Value> const Value *value_of(const MRIB_RECORD_S &record)
+{
+    return record.length < sizeof(Value) ? nullptr : reinterpret_cast<const Value *>(record.value);
+}
+
+} // namespace
+
+const char *fault_name(Fault fault)
+{
+    switch (fault) {
+    case Fault::UnknownType:
+        return "unknown-type";
+    case Fault::NotServed:
+        return "not-served";
+    case Fault::Short:
+        return "short";
+    case Fault::NotRegistered:
+        return "not-registered";
+    case Fault::Family:
+        return "family";
+    case Fault::Instance:
+        return "instance";
+    case Fault::Interface:
+        return "interface";
+    case Fault::Group:
+        return "group";
+    case Fault::Source:
+        return "source";
+    case Fault::Flags:
+        return "flags";
+    case Fault::Count:
+        break;
+    }
+    return "?";
+}
+
+Session::Session(ClientId id, Router &router, ChannelCounters &counters)
+    : id_(id), router_(router), counters_(counters)
+{
+    counters_.clients++;
+}
+
+Session::~Session()
+{
+    router_.drop_client(id_);
+}
+
+bool Session::take_message(const uint8_t *message, size_t size, bool truncated)
+{
+    counters_.messages++;
+    MRIB_MSG_READER_S reader;
+    if (MRIB_MsgReaderStart(&reader, message, size) != MCAST_TRUE) {
+        counters_.malformed_messages++;
+        return true;
+    }
+    MRIB_MSG_HEADER_S header;
+    std::memcpy(&header, message, sizeof(header));
+    uint32_t taken = 0;
+    MRIB_RECORD_S record;
+    bool good = true;
+    while (good && MRIB_MsgReaderNext(&reader, &record) == MCAST_TRUE) {
+        taken++;
+        counters_.records++;
+        good = take_record(record);
+    }
+    if (good && (truncated || taken < header.record_count)) {
+        counters_.malformed_messages++;
+    }
+    return good;
+}
+
+bool Session::refuse(Fault fault)
+{
+    counters_.faults[static_cast<size_t>(fault)]++;
+    mcastd::log_debug("%s: client %u: record ignored: %s", family_name(router_.family()), id_,
+                      fault_name(fault));
+    return true;
+}
+
+bool Session::take_record(const MRIB_RECORD_S &record)
+{
+    if (!registered_ && record.type != MRIB_TLV_REGISTER) {
+        return refuse(Fault::NotRegistered);
+    }
+    switch (record.type) {
+    case MRIB_TLV_REGISTER:
+        return take_register(record);
+    case MRIB_TLV_GMP_ENABLE:
+    case MRIB_TLV_QUERIER_CHANGE:
+        return take_interface_alert(record);
+    case MRIB_TLV_GMP_JOIN_PRUNE:
+        return take_join_prune(record);
+    case MRIB_TLV_DELETE_IF_MEMBER:
+        return take_delete_member(record);
+    case MRIB_TLV_REQ_VRF_STATE:
+    case MRIB_TLV_REQ_SSM_POLICY:
+    case MRIB_TLV_REQ_PIM_DR:
+    case MRIB_TLV_REQ_BOUNDARY:
+    case MRIB_TLV_REQ_LOCAL_SRC:
+    case MRIB_TLV_SMOOTH_ALERT:
+        return take_request(record);
+    default:
+        return refuse(
+            (record.type >= MRIB_TLV_MSDP_REMOTE_SG && record.type <= MRIB_TLV_MSDP_SMOOTH_ENCAP_END) ||
+                    (record.type >= MRIB_TLV_PROXY_ENABLE && record.type <= MRIB_TLV_MAUTH_USER_INFO) ||
+                    record.type == MRIB_TLV_HOST_ENABLE
+                ? Fault::NotServed
+                : Fault::UnknownType);
+    }
+}
+
+bool Session::take_register(const MRIB_RECORD_S &record)
+{
+    const auto *value = value_of<MRIB_REGISTER_S>(record);
+    if (value == nullptr) {
+        return refuse(Fault::Short);
+    }
+    if (value->family != router_.family()) {
+        return refuse(Fault::Family);
+    }
+    registered_ = true;
+    component_ = value->component;
+    capabilities_ = value->capability_flags;
+    mcastd::log_info("%s: client %u registered as component %u", family_name(router_.family()), id_,
+                     component_);
+    return true;
+}
+
+bool Session::is_ours(uint8_t family, uint16_t vrf_index, uint32_t if_index)
+{
+    if (family != router_.family()) {
+        return !refuse(Fault::Family);
+    }
+    if (vrf_index != PUBLIC_INSTANCE) {
+        return !refuse(Fault::Instance);
+    }
+    return if_index != 0 || !refuse(Fault::Interface);
+}
+
+bool Session::take_interface_alert(const MRIB_RECORD_S &record)
+{
+    const auto *value = value_of<MRIB_IF_ALERT_S>(record);
+    if (value == nullptr) {
+        return refuse(Fault::Short);
+    }
+    if (!is_ours(value->family, value->vrf_index, value->if_index)) {
+        return true;
+    }
+    if (value->value > 1) {
+        return refuse(Fault::Flags);
+    }
+    if (record.type == MRIB_TLV_GMP_ENABLE) {
+        router_.set_enabled(id_, value->if_index, value->value == mcastd::GMP_ENABLED);
+    } else {
+        router_.set_querier(id_, value->if_index, value->value == mcastd::QUERIER_THIS_ROUTER);
+    }
+    return true;
+}
+
+bool Session::take_join_prune(const MRIB_RECORD_S &record)
+{
+    const auto *value = value_of<MRIB_JOIN_PRUNE_S>(record);
+    if (value == nullptr) {
+        return refuse(Fault::Short);
+    }
+    if (!is_ours(value->family, value->vrf_index, value->if_index)) {
+        return true;
+    }
+    const MCAST_ADDR_S group = make_address(value->family, value->group);
+    const MCAST_ADDR_S source = make_address(value->family, value->source);
+    if (value->flag1 > mcastd::MEMBERSHIP_JOIN || value->flag2 > mcastd::MEMBERSHIP_EXCLUDE) {
+        return refuse(Fault::Flags);
+    }
+    if (MCAST_GrpAddrCheck(&group) != MCAST_TRUE) {
+        return refuse(Fault::Group);
+    }
+    const bool exclude = value->flag2 == mcastd::MEMBERSHIP_EXCLUDE;
+    if (is_any(source) ? exclude : MCAST_SrcAddrCheck(&source) != MCAST_TRUE) {
+        return refuse(Fault::Source);
+    }
+    const auto result = router_.set_member(id_, value->if_index, group, source,
+                                           exclude ? MemberTable::Kind::Block : MemberTable::Kind::Join,
+                                           value->flag1 == mcastd::MEMBERSHIP_JOIN);
+    return result != MemberTable::Result::NoMemory;
+}
+
+bool Session::take_delete_member(const MRIB_RECORD_S &record)
+{
+    const auto *value = value_of<MRIB_DELETE_IF_MEMBER_S>(record);
+    if (value == nullptr) {
+        return refuse(Fault::Short);
+    }
+    if (!is_ours(value->family, value->vrf_index, value->if_index)) {
+        return true;
+    }
+    if (value->selector.word != 0 || value->selector.byte != 0) {
+        return refuse(Fault::Flags);
+    }
+    router_.drop_members(id_, value->if_index);
+    return true;
+}
+
+bool Session::take_request(const MRIB_RECORD_S &record)
+{
+    const auto *value = value_of<MRIB_REQUEST_S>(record);
+    if (value == nullptr) {
+        return refuse(Fault::Short);
+    }
+    if (value->family != router_.family()) {
+        return refuse(Fault::Family);
+    }
+    switch (record.type) {
+    case MRIB_TLV_REQ_VRF_STATE:
+        put_vrf_state();
+        break;
+    case MRIB_TLV_REQ_SSM_POLICY:
+        put_ssm_policy();
+        break;
+    case MRIB_TLV_REQ_PIM_DR:
+        for (const uint32_t if_index : router_.designated_interfaces()) {
+            put_designated_router(if_index, true);
+        }
+        outbox_.put_marker(MRIB_TLV_PIM_DR_END);
+        break;
+    case MRIB_TLV_REQ_BOUNDARY:
+        outbox_.put_marker(MRIB_TLV_BOUNDARY_END); // this router has no boundaries
+        break;
+    case MRIB_TLV_REQ_LOCAL_SRC:
+        outbox_.put_marker(MRIB_TLV_MSDP_LOCAL_SRC_END); // and is no rendezvous point
+        break;
+    default:
+        outbox_.put_marker(MRIB_TLV_SMOOTH_START);
+        break;
+    }
+    return true;
+}
+
+void Session::put_vrf_state()
+{
+    MRIB_VRF_STATE_S state{};
+    state.vrf_index = PUBLIC_INSTANCE;
+    state.state = 1;
+    outbox_.put(MRIB_TLV_VRF_STATE, state);
+    outbox_.put_marker(MRIB_TLV_VRF_STATE_END);
+}
+
+void Session::put_ssm_policy()
+{
+    MRIB_SSM_POLICY_S policy{};
+    policy.vrf_index = PUBLIC_INSTANCE;
+    policy.acl_number = MCAST_NONE;
+    outbox_.put(MRIB_TLV_SSM_POLICY, policy);
+}
+
+void Session::put_designated_router(uint32_t if_index, bool is_designated)
+{
+    MRIB_PIM_DR_S record{};
+    record.state = is_designated ? 1 : 0;
+    record.vrf_index = PUBLIC_INSTANCE;
+    record.if_index = if_index;
+    outbox_.put(MRIB_TLV_PIM_DR, record);
+}
+
+void Session::tell_designated_router(uint32_t if_index, bool is_designated)
+{
+    if (registered_ && (capabilities_ & MRIB_CAP_DR) != 0) {
+        put_designated_router(if_index, is_designated);
+    }
+}
+
+void Session::start_afresh()
+{
+    outbox_.restart();
+    put_vrf_state();
+    put_ssm_policy();
+    outbox_.put_marker(MRIB_TLV_SMOOTH_START);
+}
+
+} // namespace mribd

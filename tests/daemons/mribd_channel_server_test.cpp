@@ -1,0 +1,224 @@
+#include "daemons/mribd/channel_server.h"
+
+#include "daemons/mribd_messages.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace mribd;
+using namespace mribd_test;
+
+namespace
+{
+
+constexpr uint8_t FAMILY = MCAST_FAMILY_IPV4;
+
+// The client's end of a connection that the server serves.
+class Peer
+{
+public:
+    explicit Peer(ChannelServer &server)
+    {
+        int fds[2];
+        if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, fds) != 0) {
+            std::abort();
+        }
+        fd_ = fds[0];
+        server.adopt(fds[1]);
+    }
+    ~Peer()
+    {
+        hang_up();
+    }
+    Peer(const Peer &) = delete;
+    Peer &operator=(const Peer &) = delete;
+
+    void hang_up()
+    {
+        if (fd_ >= 0) {
+            close(fd_);
+            fd_ = -1;
+        }
+    }
+
+    bool send(const Message &message)
+    {
+        const auto bytes = message.bytes();
+        return send(bytes);
+    }
+
+    bool send(const std::vector<uint8_t> &bytes)
+    {
+        return ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    }
+
+    std::vector<Record> receive()
+    {
+        std::vector<Record> result;
+        std::vector<uint8_t> bytes(MRIB_MSG_RECV_MAX);
+        ssize_t size;
+        while ((size = recv(fd_, bytes.data(), bytes.size(), 0)) > 0) {
+            const auto records = records_of({bytes.begin(), bytes.begin() + size});
+            result.insert(result.end(), records.begin(), records.end());
+        }
+        return result;
+    }
+
+private:
+    int fd_ = -1;
+};
+
+class ChannelServerTest : public testing::Test
+{
+protected:
+    // More rounds than any test here makes descriptors ready.
+    void serve()
+    {
+        for (int i = 0; i < 200; i++) {
+            ASSERT_TRUE(reactor.run_once(0));
+            server.flush();
+        }
+    }
+
+    unsigned clients() const
+    {
+        unsigned count = 0;
+        server.visit([&count](const Session &) { count++; });
+        return count;
+    }
+
+    Bench bench;
+    mcastd::Reactor reactor;
+    ChannelServer server{reactor, bench.router};
+};
+
+TEST_F(ChannelServerTest, AnswersAndKeepsClientsApart)
+{
+    Peer one(server);
+    Peer two(server);
+    one.send(Message().add_register(FAMILY).add_request(MRIB_TLV_REQ_VRF_STATE, FAMILY));
+    two.send(Message().add_register(FAMILY));
+    serve();
+    EXPECT_EQ(types_of(one.receive()), (std::vector<uint16_t>{MRIB_TLV_VRF_STATE, MRIB_TLV_VRF_STATE_END}));
+    EXPECT_TRUE(two.receive().empty());
+    EXPECT_EQ(clients(), 2u);
+}
+
+TEST_F(ChannelServerTest, HangUpTakesTheClientsJoinsEvenWithUnreadMessages)
+{
+    Peer one(server);
+    Peer two(server);
+    one.send(Message().add_register(FAMILY).add_join(FAMILY, 2, "239.1.1.1"));
+    two.send(Message().add_register(FAMILY).add_join(FAMILY, 3, "239.1.1.1"));
+    serve();
+    EXPECT_EQ(bench.router.members().wish_count(), 2u);
+    one.send(Message().add_join(FAMILY, 2, "239.1.1.2"));
+    one.hang_up();
+    serve();
+    EXPECT_EQ(clients(), 1u);
+    EXPECT_EQ(bench.router.members().interfaces(), std::vector<uint32_t>{3});
+}
+
+TEST_F(ChannelServerTest, ChangeByOneClientIsToldToTheOthers)
+{
+    Peer one(server);
+    Peer two(server);
+    one.send(Message().add_register(FAMILY));
+    two.send(Message().add_register(FAMILY));
+    serve();
+    one.send(Message().add_alert(MRIB_TLV_GMP_ENABLE, FAMILY, 2, 1));
+    serve();
+    EXPECT_EQ(types_of(two.receive()), std::vector<uint16_t>{MRIB_TLV_PIM_DR});
+    one.hang_up();
+    serve();
+    const auto records = two.receive();
+    ASSERT_EQ(types_of(records), std::vector<uint16_t>{MRIB_TLV_PIM_DR});
+    EXPECT_EQ(records[0].value[2], 0);
+}
+
+TEST_F(ChannelServerTest, ClientThatDoesNotReadIsBoundedKeepsItsJoinsAndGetsAFreshStart)
+{
+    Peer slow(server);
+    Peer quick(server);
+    slow.send(Message().add_register(FAMILY).add_join(FAMILY, 2, "239.1.1.1"));
+    quick.send(Message().add_register(FAMILY));
+    serve();
+    size_t most = 0;
+    for (int i = 0; i < 2000; i++) {
+        Message requests;
+        for (int j = 0; j < 900; j++) {
+            requests.add_request(MRIB_TLV_REQ_VRF_STATE, FAMILY);
+        }
+        if (!slow.send(requests)) {
+            break;
+        }
+        ASSERT_TRUE(reactor.run_once(0));
+        server.flush();
+        server.visit(
+            [&most](const Session &session) { most = std::max(most, session.outbox().message_count()); });
+        ASSERT_LE(most, Outbox::MESSAGE_LIMIT);
+    }
+    EXPECT_EQ(most, Outbox::MESSAGE_LIMIT);
+    quick.send(Message().add_request(MRIB_TLV_REQ_BOUNDARY, FAMILY));
+    serve();
+    EXPECT_EQ(types_of(quick.receive()), std::vector<uint16_t>{MRIB_TLV_BOUNDARY_END});
+    EXPECT_TRUE(bench.router.members().uses_interface(2));
+    slow.receive();
+    serve();
+    const auto records = slow.receive();
+    ASSERT_FALSE(records.empty());
+    EXPECT_EQ(records.back().type, MRIB_TLV_SMOOTH_START);
+    EXPECT_EQ(server.counters().overflows, 1u);
+    slow.send(Message().add_request(MRIB_TLV_REQ_BOUNDARY, FAMILY));
+    serve();
+    EXPECT_EQ(types_of(slow.receive()), std::vector<uint16_t>{MRIB_TLV_BOUNDARY_END});
+}
+
+TEST_F(ChannelServerTest, OneWakeUpReadsABoundedNumberOfMessages)
+{
+    Peer peer(server);
+    peer.send(Message().add_register(FAMILY));
+    for (int i = 0; i < 100; i++) {
+        ASSERT_TRUE(peer.send(Message().add_join(FAMILY, 2, "239.1.1.1")));
+    }
+    ASSERT_TRUE(reactor.run_once(0));
+    EXPECT_GT(server.counters().messages, 0u);
+    EXPECT_LT(server.counters().messages, 101u);
+    serve();
+    EXPECT_EQ(server.counters().messages, 101u);
+}
+
+TEST_F(ChannelServerTest, DatagramBeyondTheLongestMessageIsCountedAsMalformed)
+{
+    Peer peer(server);
+    peer.send(Message().add_register(FAMILY));
+    peer.send(std::vector<uint8_t>(MRIB_MSG_RECV_MAX + 1));
+    peer.send(std::vector<uint8_t>(3));
+    peer.send(Message().add_join(FAMILY, 2, "239.1.1.1"));
+    serve();
+    EXPECT_EQ(server.counters().malformed_messages, 2u);
+    EXPECT_EQ(bench.router.members().wish_count(), 1u);
+    EXPECT_EQ(clients(), 1u);
+}
+
+TEST_F(ChannelServerTest, ClientsComeAndGoWithoutLeavingDescriptors)
+{
+    const int before = dup(0);
+    close(before);
+    for (int i = 0; i < 200; i++) {
+        Peer peer(server);
+        peer.send(Message().add_register(FAMILY).add_join(FAMILY, 2, "239.1.1.1"));
+        ASSERT_TRUE(reactor.run_once(0));
+        peer.hang_up();
+        serve();
+    }
+    EXPECT_EQ(clients(), 0u);
+    const int after = dup(0);
+    close(after);
+    EXPECT_EQ(after, before);
+    EXPECT_EQ(bench.router.members().wish_count(), 0u);
+}
+
+} // namespace

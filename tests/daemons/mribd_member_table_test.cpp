@@ -1,0 +1,207 @@
+#include "daemons/mribd_support.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <tuple>
+
+using namespace mribd;
+using mribd_test::address;
+
+namespace
+{
+
+using Kind = MemberTable::Kind;
+using Result = MemberTable::Result;
+using Indexes = std::vector<uint32_t>;
+
+const MCAST_ADDR_S GROUP = address("239.1.1.1");
+const MCAST_ADDR_S ANY = any_address(MCAST_FAMILY_IPV4);
+const MCAST_ADDR_S SOURCE = address("10.0.0.5");
+const MCAST_ADDR_S OTHER = address("192.168.7.9");
+
+void ignore(const MCAST_ADDR_S &, const MCAST_ADDR_S &)
+{
+}
+
+TEST(MemberTable, EmptyTableHasNoReceivers)
+{
+    const MemberTable table(MCAST_FAMILY_IPV4);
+    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{});
+    EXPECT_EQ(table.group_count(), 0u);
+    EXPECT_FALSE(table.has_source_join(GROUP, SOURCE));
+}
+
+TEST(MemberTable, AnySourceJoinTakesEverySource)
+{
+    MemberTable table(MCAST_FAMILY_IPV4);
+    EXPECT_EQ(table.set(1, 7, GROUP, ANY, Kind::Join, true), Result::Changed);
+    EXPECT_EQ(table.set(1, 7, GROUP, ANY, Kind::Join, true), Result::Unchanged);
+    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{7});
+    EXPECT_EQ(table.receivers(GROUP, OTHER), Indexes{7});
+    EXPECT_EQ(table.receivers(address("239.1.1.2"), SOURCE), Indexes{});
+}
+
+TEST(MemberTable, SourceJoinTakesThatSourceOnly)
+{
+    MemberTable table(MCAST_FAMILY_IPV4);
+    table.set(1, 7, GROUP, SOURCE, Kind::Join, true);
+    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{7});
+    EXPECT_EQ(table.receivers(GROUP, OTHER), Indexes{});
+    EXPECT_TRUE(table.has_source_join(GROUP, SOURCE));
+    EXPECT_FALSE(table.has_source_join(GROUP, OTHER));
+}
+
+TEST(MemberTable, BlockedSourceIsNotTakenWhileTheRestOfTheGroupIs)
+{
+    MemberTable table(MCAST_FAMILY_IPV4);
+    table.set(1, 7, GROUP, ANY, Kind::Join, true);
+    table.set(1, 7, GROUP, SOURCE, Kind::Block, true);
+    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{});
+    EXPECT_EQ(table.receivers(GROUP, OTHER), Indexes{7});
+    EXPECT_FALSE(table.has_source_join(GROUP, SOURCE));
+    table.set(1, 7, GROUP, SOURCE, Kind::Block, false);
+    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{7});
+}
+
+TEST(MemberTable, BlockHoldsForItsInterfaceAndItsClientOnly)
+{
+    MemberTable table(MCAST_FAMILY_IPV4);
+    table.set(1, 7, GROUP, ANY, Kind::Join, true);
+    table.set(1, 8, GROUP, ANY, Kind::Join, true);
+    table.set(1, 7, GROUP, SOURCE, Kind::Block, true);
+    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{8});
+    table.set(2, 7, GROUP, ANY, Kind::Join, true);
+    EXPECT_EQ(table.receivers(GROUP, SOURCE), (Indexes{7, 8}));
+}
+
+TEST(MemberTable, BlockMayComeBeforeTheJoinItLimits)
+{
+    MemberTable table(MCAST_FAMILY_IPV4);
+    table.set(1, 7, GROUP, SOURCE, Kind::Block, true);
+    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{});
+    table.set(1, 7, GROUP, ANY, Kind::Join, true);
+    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{});
+    EXPECT_EQ(table.receivers(GROUP, OTHER), Indexes{7});
+}
+
+TEST(MemberTable, SourceJoinOutweighsABlockOfTheSameSource)
+{
+    MemberTable table(MCAST_FAMILY_IPV4);
+    table.set(1, 7, GROUP, ANY, Kind::Join, true);
+    table.set(1, 7, GROUP, SOURCE, Kind::Block, true);
+    table.set(1, 7, GROUP, SOURCE, Kind::Join, true);
+    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{7});
+    table.set(1, 7, GROUP, SOURCE, Kind::Join, false);
+    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{});
+}
+
+TEST(MemberTable, RemovingWhatIsNotThereChangesNothing)
+{
+    MemberTable table(MCAST_FAMILY_IPV4);
+    EXPECT_EQ(table.set(1, 7, GROUP, ANY, Kind::Join, false), Result::Unchanged);
+    table.set(1, 7, GROUP, ANY, Kind::Join, true);
+    EXPECT_EQ(table.set(2, 7, GROUP, ANY, Kind::Join, false), Result::Unchanged);
+    EXPECT_EQ(table.set(1, 7, GROUP, SOURCE, Kind::Join, false), Result::Unchanged);
+    EXPECT_EQ(table.set(1, 7, GROUP, ANY, Kind::Block, false), Result::Unchanged);
+    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{7});
+}
+
+TEST(MemberTable, LastPruneLeavesNothingBehind)
+{
+    MemberTable table(MCAST_FAMILY_IPV4);
+    table.set(1, 7, GROUP, ANY, Kind::Join, true);
+    table.set(1, 7, GROUP, SOURCE, Kind::Block, true);
+    EXPECT_EQ(table.wish_count(), 2u);
+    table.set(1, 7, GROUP, SOURCE, Kind::Block, false);
+    table.set(1, 7, GROUP, ANY, Kind::Join, false);
+    EXPECT_EQ(table.wish_count(), 0u);
+    EXPECT_EQ(table.group_count(), 0u);
+    EXPECT_FALSE(table.uses_interface(7));
+}
+
+TEST(MemberTable, ClientThatGoesTakesItsOwnJoinsOnly)
+{
+    MemberTable table(MCAST_FAMILY_IPV4);
+    table.set(1, 7, GROUP, ANY, Kind::Join, true);
+    table.set(2, 7, GROUP, ANY, Kind::Join, true);
+    table.set(1, 8, GROUP, SOURCE, Kind::Join, true);
+    table.set(1, 9, address("239.2.2.2"), ANY, Kind::Join, true);
+    std::vector<std::string> told;
+    table.drop_client(1, [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
+        told.push_back(text(source) + "," + text(group));
+    });
+    EXPECT_EQ(told, (std::vector<std::string>{"*,239.1.1.1", "10.0.0.5,239.1.1.1", "*,239.2.2.2"}));
+    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{7});
+    EXPECT_EQ(table.wish_count(), 1u);
+    EXPECT_EQ(table.group_count(), 1u);
+    EXPECT_EQ(table.interfaces(), Indexes{7});
+}
+
+TEST(MemberTable, DroppingAnInterfaceKeepsTheOthersAndOtherClients)
+{
+    MemberTable table(MCAST_FAMILY_IPV4);
+    table.set(1, 7, GROUP, ANY, Kind::Join, true);
+    table.set(1, 8, GROUP, ANY, Kind::Join, true);
+    table.set(2, 7, GROUP, SOURCE, Kind::Join, true);
+    table.drop_interface(1, 7, ignore);
+    EXPECT_EQ(table.receivers(GROUP, OTHER), Indexes{8});
+    EXPECT_EQ(table.receivers(GROUP, SOURCE), (Indexes{7, 8}));
+}
+
+TEST(MemberTable, Ipv6FollowsTheSameRules)
+{
+    MemberTable table(MCAST_FAMILY_IPV6);
+    const MCAST_ADDR_S group = address("ff1e::42");
+    const MCAST_ADDR_S source = address("2001:db8::5");
+    table.set(1, 7, group, any_address(MCAST_FAMILY_IPV6), Kind::Join, true);
+    table.set(1, 7, group, source, Kind::Block, true);
+    EXPECT_EQ(table.receivers(group, source), Indexes{});
+    EXPECT_EQ(table.receivers(group, address("2001:db8::6")), Indexes{7});
+    EXPECT_EQ(table.receivers(address("ff1e::43"), address("2001:db8::6")), Indexes{});
+}
+
+// Random reports against the rule written down literally over a flat set.
+TEST(MemberTable, AgreesWithTheRuleOnRandomReports)
+{
+    const unsigned seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const auto pick = [&random](unsigned count) { return static_cast<unsigned>(random() % count); };
+    MemberTable table(MCAST_FAMILY_IPV4);
+    using Fact = std::tuple<ClientId, uint32_t, std::string, std::string, Kind>;
+    std::set<Fact> facts;
+    for (int step = 0; step < 20000; step++) {
+        const ClientId client = 1 + pick(3);
+        const uint32_t if_index = 1 + pick(4);
+        const std::string group = "239.0.0." + std::to_string(1 + pick(3));
+        const MCAST_ADDR_S source = pick(3) == 0 ? ANY : address("10.0.0." + std::to_string(1 + pick(3)));
+        if (step % 997 == 0) {
+            table.drop_client(client, ignore);
+            std::erase_if(facts, [&](const Fact &fact) { return std::get<0>(fact) == client; });
+        } else {
+            const Kind kind = !is_any(source) && pick(2) == 0 ? Kind::Block : Kind::Join;
+            const bool present = pick(2) == 0;
+            const Fact fact{client, if_index, group, text(source), kind};
+            const bool changes = facts.contains(fact) != present;
+            ASSERT_EQ(table.set(client, if_index, address(group), source, kind, present),
+                      changes ? Result::Changed : Result::Unchanged);
+            present ? static_cast<void>(facts.insert(fact)) : static_cast<void>(facts.erase(fact));
+        }
+        const MCAST_ADDR_S asked = address("10.0.0." + std::to_string(1 + pick(3)));
+        Indexes expected;
+        for (uint32_t i = 1; i <= 4; i++) {
+            for (ClientId c = 1; c <= 3; c++) {
+                const bool direct = facts.contains({c, i, group, text(asked), Kind::Join});
+                const bool any = facts.contains({c, i, group, "*", Kind::Join});
+                if (direct || (any && !facts.contains({c, i, group, text(asked), Kind::Block}))) {
+                    expected.push_back(i);
+                    break;
+                }
+            }
+        }
+        ASSERT_EQ(table.receivers(address(group), asked), expected) << "step " << step;
+    }
+}
+
+} // namespace

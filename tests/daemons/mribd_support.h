@@ -1,0 +1,243 @@
+/*
+ * What stands in for the machine in mribd's tests: a kernel table that records, an environment made of tables
+ * and timers that fire when told.
+ */
+#ifndef TESTS_DAEMONS_MRIBD_SUPPORT_H
+#define TESTS_DAEMONS_MRIBD_SUPPORT_H
+
+#include "daemons/mribd/address.h"
+#include "daemons/mribd/router.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace mribd_test
+{
+
+inline MCAST_ADDR_S address(const std::string &text)
+{
+    const bool is_ipv6 = text.find(':') != std::string::npos;
+    uint8_t bytes[16] = {};
+    if (inet_pton(is_ipv6 ? AF_INET6 : AF_INET, text.c_str(), bytes) != 1) {
+        std::abort();
+    }
+    return mribd::make_address(is_ipv6 ? MCAST_FAMILY_IPV6 : MCAST_FAMILY_IPV4, bytes);
+}
+
+// Keeps what the kernel would keep and refuses what it would refuse.
+class RecordingKernel final : public mribd::KernelTable
+{
+public:
+    using Key = std::pair<std::string, std::string>; // source, group
+    struct Installed {
+        unsigned parent;
+        uint32_t outgoing;
+        bool operator==(const Installed &) const = default;
+    };
+
+    int add_vif(unsigned vif, uint32_t if_index) override
+    {
+        if (refused_interfaces.contains(if_index)) {
+            return EADDRNOTAVAIL;
+        }
+        return vifs.emplace(vif, if_index).second ? 0 : EADDRINUSE;
+    }
+
+    int delete_vif(unsigned vif) override
+    {
+        for (const auto &[key, entry] : entries) {
+            if ((entry.outgoing >> vif & 1) != 0 || entry.parent == vif) {
+                dangling++; // the number may get a new meaning while an entry uses it
+            }
+        }
+        return vifs.erase(vif) == 1 ? 0 : EADDRNOTAVAIL;
+    }
+
+    int set_entry(const MCAST_ADDR_S &source, const MCAST_ADDR_S &group, unsigned parent,
+                  uint32_t outgoing) override
+    {
+        if (next_set_error != 0) {
+            return std::exchange(next_set_error, 0);
+        }
+        sets++;
+        entries[{mribd::text(source), mribd::text(group)}] = {parent, outgoing};
+        return 0;
+    }
+
+    int delete_entry(const MCAST_ADDR_S &source, const MCAST_ADDR_S &group) override
+    {
+        return entries.erase({mribd::text(source), mribd::text(group)}) == 1 ? 0 : ENOENT;
+    }
+
+    std::optional<mribd::EntryCounters> counters(const MCAST_ADDR_S &source,
+                                                 const MCAST_ADDR_S &group) override
+    {
+        const Key key{mribd::text(source), mribd::text(group)};
+        if (!entries.contains(key)) {
+            return std::nullopt;
+        }
+        return mribd::EntryCounters{packets[key], 0, 0};
+    }
+
+    bool has(const std::string &source, const std::string &group) const
+    {
+        return entries.contains({source, group});
+    }
+
+    std::map<unsigned, uint32_t> vifs;
+    std::map<Key, Installed> entries;
+    std::map<Key, uint64_t> packets;
+    std::set<uint32_t> refused_interfaces;
+    int next_set_error = 0;
+    int sets = 0;
+    int dangling = 0;
+};
+
+class TableEnvironment final : public mribd::Environment
+{
+public:
+    std::vector<uint32_t> multicast_interfaces() const override
+    {
+        return {interfaces.begin(), interfaces.end()};
+    }
+
+    std::string interface_name(uint32_t if_index) const override
+    {
+        return "if" + std::to_string(if_index);
+    }
+
+    bool is_on_link(uint32_t if_index, const MCAST_ADDR_S &source) const override
+    {
+        return on_link.contains({if_index, mribd::text(source)});
+    }
+
+    Route route_to(const MCAST_ADDR_S &source) const override
+    {
+        lookups++;
+        const auto found = routes.find(mribd::text(source));
+        return found == routes.end() ? Route{} : found->second;
+    }
+
+    std::set<uint32_t> interfaces;
+    std::set<std::pair<uint32_t, std::string>> on_link;
+    std::map<std::string, Route> routes;
+    mutable int lookups = 0;
+};
+
+class ManualTimers final : public mribd::EntryTimers
+{
+public:
+    void *start(mribd::Entry *entry) override
+    {
+        if (fail) {
+            return nullptr;
+        }
+        return new mribd::Entry *(*running.insert(entry).first);
+    }
+
+    void cancel(void *timer) override
+    {
+        auto *entry = static_cast<mribd::Entry **>(timer);
+        running.erase(*entry);
+        delete entry;
+    }
+
+    // Ends the period of every running timer.
+    template <typename Router> void expire(Router &router)
+    {
+        for (mribd::Entry *entry : std::set<mribd::Entry *>(running)) {
+            running.erase(entry);
+            delete static_cast<mribd::Entry **>(entry->timer);
+            router.check_idle(entry);
+        }
+    }
+
+    std::set<mribd::Entry *> running;
+    bool fail = false;
+};
+
+// A router of interfaces 1 to 4 among such stand-ins.
+struct Bench {
+    explicit Bench(uint8_t family = MCAST_FAMILY_IPV4, uint32_t entry_limit = 100)
+        : router(family, kernel, environment, timers, entry_limit)
+    {
+        environment.interfaces = {1, 2, 3, 4};
+    }
+
+    void settle()
+    {
+        while (router.settle()) {
+        }
+    }
+
+    void join(mribd::ClientId client, uint32_t if_index, const std::string &group,
+              const std::string &source = "")
+    {
+        set(client, if_index, group, source, mribd::MemberTable::Kind::Join, true);
+    }
+
+    void prune(mribd::ClientId client, uint32_t if_index, const std::string &group,
+               const std::string &source = "")
+    {
+        set(client, if_index, group, source, mribd::MemberTable::Kind::Join, false);
+    }
+
+    void set(mribd::ClientId client, uint32_t if_index, const std::string &group, const std::string &source,
+             mribd::MemberTable::Kind kind, bool present)
+    {
+        router.set_member(client, if_index, address(group),
+                          source.empty() ? mribd::any_address(router.family()) : address(source), kind,
+                          present);
+        settle();
+    }
+
+    // A packet of a new source arrives.
+    void packet(uint32_t if_index, const std::string &source, const std::string &group,
+                mribd::UpcallKind kind = mribd::UpcallKind::NoEntry)
+    {
+        router.take_upcall(
+            {kind, static_cast<unsigned>(router.vifs().find(if_index)), address(source), address(group)});
+        settle();
+    }
+
+    // The interfaces to which the kernel forwards, -1 alone without an entry.
+    std::vector<int> forwards(const std::string &source, const std::string &group) const
+    {
+        const auto found = kernel.entries.find({source, group});
+        if (found == kernel.entries.end()) {
+            return {-1};
+        }
+        std::vector<int> result;
+        for (unsigned vif = 0; vif < mribd::MAX_VIFS; vif++) {
+            if ((found->second.outgoing >> vif & 1) != 0) {
+                result.push_back(static_cast<int>(kernel.vifs.at(vif)));
+            }
+        }
+        std::sort(result.begin(), result.end());
+        return result;
+    }
+
+    // The interface from which the kernel takes the packets, 0 without an entry.
+    uint32_t takes_from(const std::string &source, const std::string &group) const
+    {
+        const auto found = kernel.entries.find({source, group});
+        return found == kernel.entries.end() ? 0 : kernel.vifs.at(found->second.parent);
+    }
+
+    RecordingKernel kernel;
+    TableEnvironment environment;
+    ManualTimers timers;
+    mribd::Router router;
+};
+
+using Interfaces = std::vector<int>;
+
+} // namespace mribd_test
+
+#endif
