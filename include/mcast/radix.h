@@ -167,7 +167,9 @@ MCAST_API void *MRT_RDX_SearchNextBest(const MRT_RDX_TREE_S *tree, const void *k
 /*
  * The first entry after (key_record, length) in tree order: ascending address and, on equal addresses,
  * ascending length when no key has bits beyond its length. Length 0 stands for the tree's maximum length; a
- * NULL key_record gives the first entry. tree is not NULL. NULL when there is none. Cost: the tree's depth.
+ * NULL key_record gives the first entry. tree is not NULL. NULL when there is none. When (key_record, length)
+ * is not in the tree and its path ends at a covering entry that has nothing on the key's side, what hangs on
+ * that entry's other side counts as coming after, even where it sorts before. Cost: the tree's depth.
  */
 MCAST_API void *MRT_RDX_GetNext(const MRT_RDX_TREE_S *tree, const void *key_record, uint32_t length);
 

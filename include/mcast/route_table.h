@@ -161,8 +161,9 @@ MCAST_API void *MRT_SearchNextBest(const MRT_TABLE_S *table, const MCAST_ADDR_S 
  * after (source, source_length), provided that the group is stored at full length; any other group counts as
  * absent, and the search starts at the group after (group, group_length). Without a group it starts at the
  * first one, after (source, source_length) there. A NULL source means the first; a length of 0 means full
- * length. Later groups are found with group_length, not with their own length. NULL when nothing follows and
- * for a NULL table.
+ * length. Later groups are found with group_length, not with their own length, so that a group_length shorter
+ * than theirs may lead to the same group again. NULL when nothing follows and for a NULL table. Cost: linear
+ * in the number of groups without sources passed.
  */
 MCAST_API MRT_SOURCE_S *MRT_GetNextSourceGroup(const MRT_TABLE_S *table, const MCAST_ADDR_S *group,
                                                uint32_t group_length, const MCAST_ADDR_S *source,

@@ -199,7 +199,10 @@ MRT_SOURCE_S *MRT_GetNextSourceGroup(const MRT_TABLE_S *table, const MCAST_ADDR_
             source = nullptr;
         }
     }
-    while (entry != nullptr) {
+    /* A short group_length can lead back to a group that was passed, and then for ever. */
+    uint64_t visits = uint64_t{table->tree->entry_count} + 1;
+
+    for (; entry != nullptr && visits > 0; --visits) {
         void *next = MRT_GetNext(entry->sources, source, source_length);
 
         if (next != nullptr) {
