@@ -57,7 +57,7 @@ typedef struct HOST_ADDRESS_S {
 #define HOST_LINK_EVENT_RENAMED 3u /* reported before a CHANGED of the same moment */
 #define HOST_LINK_EVENT_REMOVED 4u /* after an ADDRESS_REMOVED for each of its addresses */
 #define HOST_LINK_EVENT_ADDRESS_ADDED 5u
-#define HOST_LINK_EVENT_ADDRESS_CHANGED 6u /* flags, peer or prefix length */
+#define HOST_LINK_EVENT_ADDRESS_CHANGED 6u /* flags; IPv6: also peer and prefix length */
 #define HOST_LINK_EVENT_ADDRESS_REMOVED 7u
 
 /* An event, valid during the callback. */

@@ -1,7 +1,8 @@
 /*
  * Event loop of a daemon: an epoll instance whose registrations carry a handler. A loop is named by its epoll
- * descriptor, so that it can be given to whatever registers descriptors through epoll_ctl. All functions are
- * for the thread that runs the loop, except where stated.
+ * descriptor, so that it can be given to whatever registers descriptors through epoll_ctl. That descriptor is
+ * readable while something is ready: another event loop can hold this one and serve it with HOST_LoopRunOnce.
+ * All functions are for the thread that runs the loop, except where stated.
  */
 #ifndef MCASTHOST_LOOP_H
 #define MCASTHOST_LOOP_H

@@ -27,10 +27,10 @@ typedef struct HOST_ROUTE_S {
 /*
  * Looks up the unicast route to an address in the calling thread's network namespace. family is AF_INET or
  * AF_INET6 and address its 4 or 16 bytes in network order. vrf_if_index is the index of the VRF device whose
- * table is asked, or of an interface through which the route must lead; 0 for neither. Fills *route. 0;
- * HOST_FAILED when there is no usable route (errno ENETUNREACH, EHOSTUNREACH or EACCES) or the look-up itself
- * failed
- * (*route is untouched). One system call pair; from any thread.
+ * table is asked; 0 for the main instance. Fills *route. 0; HOST_FAILED when there is no usable route (errno
+ * ENETUNREACH, EHOSTUNREACH or EACCES), when the address is not a unicast address (EINVAL) or when the
+ * look-up itself failed
+ * (*route is untouched). Four system calls; from any thread.
  */
 HOST_API uint32_t HOST_RouteLookup(uint8_t family, const uint8_t *address, uint32_t vrf_if_index,
                                    HOST_ROUTE_S *route);

@@ -1,0 +1,147 @@
+#include "link_table.h"
+
+#include <algorithm>
+#include <cstring>
+#include <sys/socket.h>
+
+namespace host
+{
+
+namespace
+{
+
+bool equal(const HOST_LINK_S &first, const HOST_LINK_S &second)
+{
+    return first.flags == second.flags && first.mtu == second.mtu &&
+           first.master_index == second.master_index && strcmp(first.name, second.name) == 0 &&
+           strcmp(first.kind, second.kind) == 0;
+}
+
+bool equal(const HOST_ADDRESS_S &first, const HOST_ADDRESS_S &second)
+{
+    return first.flags == second.flags && first.prefix_length == second.prefix_length &&
+           memcmp(first.peer, second.peer, sizeof(first.peer)) == 0;
+}
+
+template <typename Addresses> auto position(Addresses &addresses, const HOST_ADDRESS_S &address)
+{
+    return std::find_if(addresses.begin(), addresses.end(),
+                        [&](const HOST_ADDRESS_S &each) { return same_address(each, address); });
+}
+
+} // namespace
+
+/*
+ * IPv4 tells the addresses of a link apart by address, peer and mask together; IPv6 by address, whose peer
+ * and prefix can change.
+ */
+bool same_address(const HOST_ADDRESS_S &first, const HOST_ADDRESS_S &second)
+{
+    return first.family == second.family &&
+           memcmp(first.address, second.address, sizeof(first.address)) == 0 &&
+           (first.family == AF_INET6 || (first.prefix_length == second.prefix_length &&
+                                         memcmp(first.peer, second.peer, sizeof(first.peer)) == 0));
+}
+
+void LinkState::emit(uint32_t kind, const HOST_LINK_S &link, const HOST_LINK_S *old_link,
+                     const HOST_ADDRESS_S *address)
+{
+    HOST_LINK_EVENT_S event{kind, &link, old_link, address};
+    sink_(event, context_);
+}
+
+void LinkState::change_link(LinkEntry *entry, const HOST_LINK_S &link)
+{
+    const HOST_LINK_S old_link = entry->link;
+    entry->link = link;
+    if (strcmp(old_link.name, link.name) != 0) {
+        emit(HOST_LINK_EVENT_RENAMED, link, &old_link, nullptr);
+    }
+    HOST_LINK_S renamed = old_link;
+    memcpy(renamed.name, link.name, sizeof(renamed.name));
+    if (!equal(renamed, link)) {
+        emit(HOST_LINK_EVENT_CHANGED, link, &old_link, nullptr);
+    }
+}
+
+void LinkState::set_link(const HOST_LINK_S &link)
+{
+    auto [entry, added] = links_.try_emplace(link.if_index, LinkEntry{link, {}});
+    if (added) {
+        emit(HOST_LINK_EVENT_ADDED, link, nullptr, nullptr);
+    } else {
+        change_link(&entry->second, link);
+    }
+}
+
+void LinkState::remove_link(uint32_t if_index)
+{
+    auto entry = links_.find(if_index);
+    if (entry == links_.end()) {
+        return;
+    }
+    while (!entry->second.addresses.empty()) {
+        const HOST_ADDRESS_S address = entry->second.addresses.back();
+        entry->second.addresses.pop_back();
+        emit(HOST_LINK_EVENT_ADDRESS_REMOVED, entry->second.link, nullptr, &address);
+    }
+    const HOST_LINK_S link = entry->second.link;
+    links_.erase(entry);
+    emit(HOST_LINK_EVENT_REMOVED, link, nullptr, nullptr);
+}
+
+void LinkState::set_address(const HOST_ADDRESS_S &address)
+{
+    auto entry = links_.find(address.if_index);
+    if (entry == links_.end()) {
+        return; // its link is still to be told, and the address again after it
+    }
+    auto &addresses = entry->second.addresses;
+    auto known = position(addresses, address);
+    if (known == addresses.end()) {
+        addresses.push_back(address);
+        emit(HOST_LINK_EVENT_ADDRESS_ADDED, entry->second.link, nullptr, &address);
+    } else if (!equal(*known, address)) {
+        *known = address;
+        emit(HOST_LINK_EVENT_ADDRESS_CHANGED, entry->second.link, nullptr, &address);
+    }
+}
+
+void LinkState::remove_address(const HOST_ADDRESS_S &address)
+{
+    auto entry = links_.find(address.if_index);
+    if (entry == links_.end()) {
+        return;
+    }
+    auto known = position(entry->second.addresses, address);
+    if (known != entry->second.addresses.end()) {
+        const HOST_ADDRESS_S removed = *known;
+        entry->second.addresses.erase(known);
+        emit(HOST_LINK_EVENT_ADDRESS_REMOVED, entry->second.link, nullptr, &removed);
+    }
+}
+
+void LinkState::become(const LinkMap &fresh)
+{
+    const LinkMap before = links_;
+    for (const auto &[if_index, entry] : before) {
+        auto kept = fresh.find(if_index);
+        if (kept == fresh.end()) {
+            remove_link(if_index);
+            continue;
+        }
+        for (const HOST_ADDRESS_S &address : entry.addresses) {
+            if (position(kept->second.addresses, address) == kept->second.addresses.end()) {
+                remove_address(address);
+            }
+        }
+    }
+    for (const auto &[if_index, entry] : fresh) {
+        set_link(entry.link);
+        for (const HOST_ADDRESS_S &address : entry.addresses) {
+            set_address(address);
+        }
+    }
+}
+
+} // namespace host

@@ -1,0 +1,43 @@
+/*
+ * Tests inside a network namespace of their own.
+ */
+#ifndef TESTS_HOST_NAMESPACE_H
+#define TESTS_HOST_NAMESPACE_H
+
+#include <cstdlib>
+#include <functional>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <string>
+#include <thread>
+
+namespace host_test
+{
+
+// Runs the body on a thread in a fresh network namespace, which ends with it. False when that is not
+// permitted.
+inline bool in_fresh_namespace(const std::function<void()> &body)
+{
+    bool permitted = false;
+    std::thread([&] {
+        permitted = unshare(CLONE_NEWNET) == 0;
+        if (permitted) {
+            body();
+        }
+    }).join();
+    return permitted;
+}
+
+inline void shell(const std::string &command)
+{
+    EXPECT_EQ(system(command.c_str()), 0) << command;
+}
+
+} // namespace host_test
+
+#define IN_FRESH_NAMESPACE(body)                                                                             \
+    if (!host_test::in_fresh_namespace(body)) {                                                              \
+        GTEST_SKIP() << "network namespaces may not be created here";                                        \
+    }
+
+#endif
