@@ -18,19 +18,19 @@ namespace gmpd
 namespace
 {
 
-void send_queries(GroupState &group);
+// What one round asks.
+struct Round {
+    bool about_group = false;
+    std::vector<Address> doubtful;  // sources that nobody has confirmed yet
+    std::vector<Address> confirmed; // sources confirmed since the first round
+};
 
-void retransmit_due(void *owner)
+MCAST_TMR_S *timers_of(const GroupState &group)
 {
-    GroupState &group = *static_cast<GroupState *>(owner);
-
-    if (group.interface->querier.elected) {
-        send_queries(group);
-    }
+    return group.interface->router->timers;
 }
 
-// Sends one question about the group when one is left.
-void send_group_query(GroupState &group)
+void send_about_group(GroupState &group)
 {
     Interface &interface = *group.interface;
     Query query;
@@ -45,7 +45,7 @@ void send_group_query(GroupState &group)
 }
 
 // Sends the sources in as many messages as the link's MTU asks for.
-void send_source_query(GroupState &group, std::span<const Address> sources, bool suppress)
+void send_about_sources(GroupState &group, std::span<const Address> sources, bool suppress)
 {
     Interface &interface = *group.interface;
     const size_t room = sources_per_query(group.entry->address->family, interface.mtu);
@@ -61,83 +61,104 @@ void send_source_query(GroupState &group, std::span<const Address> sources, bool
     }
 }
 
-// Sends what is left to ask about the group and its sources, and sees to the next round.
-void send_queries(GroupState &group)
+void send_round(GroupState &group, const Round &round)
 {
-    Interface &interface = *group.interface;
-    const bool group_asked = group.queries_left > 0;
-    bool more = false;
-    std::vector<Address> confirmed;
-    std::vector<Address> doubtful;
+    if (round.about_group) {
+        send_about_group(group);
+    } else {
+        // A question about the whole group covers what is confirmed.
+        send_about_sources(group, round.confirmed, true);
+    }
+    send_about_sources(group, round.doubtful, false);
+}
 
+void repeat(void *owner);
+
+void repeat_later(GroupState &group)
+{
+    timer_start(timers_of(group), group.retransmit, last_member_interval_ms(*group.interface), repeat,
+                &group);
+}
+
+void repeat(void *owner)
+{
+    GroupState &group = *static_cast<GroupState *>(owner);
+    const uint32_t answer_ms = last_member_interval_ms(*group.interface);
+    const uint32_t time_ms = last_member_time_ms(*group.interface);
+    Round round;
+    bool more = false;
+
+    if (!group.interface->querier.elected) {
+        return;
+    }
     for_each_source(group, [&](SourceState &source) {
-        if (source.queries_left == 0 || source.doomed || !source.timer.running()) {
+        if (source.queries_left == 0 || !source.timer.running()) {
             return;
         }
         more = --source.queries_left > 0 || more;
-        if (timer_beyond(source.timer, last_member_time_ms(interface))) {
-            confirmed.push_back(*source.entry->address);
+        if (timer_beyond(source.timer, time_ms)) {
+            round.confirmed.push_back(*source.entry->address);
         } else {
-            timer_raise(interface.router->timers, source.timer, last_member_interval_ms(interface));
-            doubtful.push_back(*source.entry->address);
+            timer_raise(timers_of(group), source.timer, answer_ms);
+            round.doubtful.push_back(*source.entry->address);
         }
     });
-    if (group_asked) {
+    if (group.queries_left > 0) {
+        round.about_group = true;
         more = --group.queries_left > 0 || more;
-        send_group_query(group);
-    } else {
-        // A question about the whole group covers the confirmed sources.
-        send_source_query(group, confirmed, true);
     }
-    send_source_query(group, doubtful, false);
+    send_round(group, round);
     if (more) {
-        timer_start(interface.router->timers, group.retransmit, last_member_interval_ms(interface),
-                    retransmit_due, &group);
-    } else {
-        timer_stop(interface.router->timers, group.retransmit);
+        repeat_later(group);
+    }
+}
+
+// The leave is believed at once: what was to be asked about ends.
+void end_at_once(GroupState &group, const std::vector<SourceState *> &sources, bool about_group)
+{
+    for (SourceState *source : sources) {
+        source_unwanted(*source);
+    }
+    if (about_group) {
+        group_include(group);
     }
 }
 
 } // namespace
 
-void query_group(GroupState &group)
+void ask(GroupState &group, const std::vector<SourceState *> &sources, bool about_group)
 {
     Interface &interface = *group.interface;
+    const uint32_t time_ms = last_member_time_ms(interface);
+    const uint32_t repetitions = interface.querier.robustness - 1;
+    Round round;
 
     if (interface.router->config.immediate_leave) {
-        group_include(group);
+        end_at_once(group, sources, about_group);
         return;
     }
-    // A group that ends within that time anyway has been asked about, or is about to be forgotten.
-    if (!interface.querier.elected || !timer_beyond(group.timer, last_member_time_ms(interface))) {
+    if (!interface.querier.elected) {
         return;
     }
-    timer_lower(interface.router->timers, group.timer, last_member_time_ms(interface));
-    group.queries_left = interface.querier.robustness;
-    send_queries(group);
-}
-
-void query_sources(GroupState &group, const std::vector<SourceState *> &sources)
-{
-    Interface &interface = *group.interface;
-    bool any = false;
-
+    // What ends within that time anyway has been asked about already, or is about to be forgotten.
     for (SourceState *source : sources) {
-        if (interface.router->config.immediate_leave) {
-            source_unwanted(*source);
-            continue;
-        }
-        if (!interface.querier.elected) {
-            continue;
-        }
-        if (timer_beyond(source->timer, last_member_time_ms(interface))) {
-            timer_lower(interface.router->timers, source->timer, last_member_time_ms(interface));
-            source->queries_left = interface.querier.robustness;
-            any = true;
+        if (timer_beyond(source->timer, time_ms)) {
+            timer_lower(timers_of(group), source->timer, time_ms);
+            source->queries_left = repetitions;
+            round.doubtful.push_back(*source->entry->address);
         }
     }
-    if (any) {
-        send_queries(group);
+    if (about_group && timer_beyond(group.timer, time_ms)) {
+        timer_lower(timers_of(group), group.timer, time_ms);
+        group.queries_left = repetitions;
+        round.about_group = true;
+    }
+    if (!round.about_group && round.doubtful.empty()) {
+        return;
+    }
+    send_round(group, round);
+    if (repetitions > 0 && !group.retransmit.running()) {
+        repeat_later(group);
     }
 }
 

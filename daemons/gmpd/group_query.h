@@ -13,12 +13,10 @@
 namespace gmpd
 {
 
-// Asks whether the group, in EXCLUDE mode, still has members, and lets it end soon when nobody answers. Only
-// the querier asks; with immediate leave the group ends at once.
-void query_group(GroupState &group);
-
-// The same about some of the group's sources, all with running timers.
-void query_sources(GroupState &group, const std::vector<SourceState *> &sources);
+// Asks whether some of the group's sources, all with running timers, and with about_group the group itself,
+// in EXCLUDE mode, still have members, and lets them end soon when nobody answers. Only the querier asks;
+// with immediate leave they end at once. The caller settles the group.
+void ask(GroupState &group, const std::vector<SourceState *> &sources, bool about_group);
 
 // Shortens the life of what another router's query asks for. query names a group and has its S flag clear.
 void lower_queried(Interface &interface, const Message &query);

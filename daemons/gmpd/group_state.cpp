@@ -110,7 +110,10 @@ void source_expired(void *owner)
     SourceState &source = *static_cast<SourceState *>(owner);
 
     source.group->dirty = true;
-    settle_group(*source.group);
+    // When the group ends in this very second, its own handler settles both.
+    if (!timer_is_due(source.group->timer)) {
+        settle_group(*source.group);
+    }
 }
 
 void warn_group_limit(Interface &interface)

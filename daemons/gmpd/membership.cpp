@@ -70,10 +70,7 @@ void allow(GroupState &group, const std::vector<Address> &sources)
 void to_include(GroupState &group, const std::vector<Address> &sources)
 {
     allow(group, sources);
-    query_sources(group, wanted_sources(group, sources, false));
-    if (group.exclude) {
-        query_group(group);
-    }
+    ask(group, wanted_sources(group, sources, false), group.exclude);
 }
 
 // B-A or B-X-Y: calls begin(SourceState &) for each source that the group does not have yet.
@@ -115,7 +112,7 @@ void become_exclude(GroupState &group, const std::vector<Address> &sources, bool
     }
     group_exclude(group, interval_ms);
     if (change) {
-        query_sources(group, wanted_sources(group, sources, true));
+        ask(group, wanted_sources(group, sources, true), false);
     }
 }
 
@@ -124,7 +121,7 @@ void block(GroupState &group, const std::vector<Address> &sources)
     if (group.exclude) {
         begin_new(group, sources, source_wanted_with_group);
     }
-    query_sources(group, wanted_sources(group, sources, true));
+    ask(group, wanted_sources(group, sources, true), false);
 }
 
 // Whether a record makes something of a group that is not there.

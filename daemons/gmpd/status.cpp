@@ -10,21 +10,30 @@ namespace gmpd
 namespace
 {
 
-// Builds JSON text: objects and lists nest, commas and indentation follow by themselves.
+// Builds JSON text: objects and lists nest, commas and indentation follow by themselves. What is opened in
+// one line stays in it, with all that it holds.
 class Json
 {
 public:
-    void open(const char *name, char bracket)
+    void open(const char *name, char bracket, bool one_line = false)
     {
         begin(name);
         text_ += bracket;
         ++depth_;
         first_ = true;
+        if (one_line && line_depth_ == 0) {
+            line_depth_ = depth_;
+        }
     }
     void close(char bracket)
     {
+        const bool in_line = line_depth_ != 0;
+
+        if (line_depth_ == depth_) {
+            line_depth_ = 0;
+        }
         --depth_;
-        if (!first_) {
+        if (!first_ && !in_line) {
             new_line();
         }
         text_ += bracket;
@@ -54,9 +63,9 @@ private:
     void begin(const char *name)
     {
         if (!first_) {
-            text_ += ',';
+            text_ += line_depth_ != 0 ? ", " : ",";
         }
-        if (depth_ > 0) {
+        if (depth_ > 0 && line_depth_ == 0) {
             new_line();
         }
         first_ = false;
@@ -93,6 +102,7 @@ private:
 
     std::string text_;
     size_t depth_ = 0;
+    size_t line_depth_ = 0; // depth of the outermost thing that is kept in one line
     bool first_ = true;
 };
 
@@ -113,7 +123,7 @@ void write_querier(Json &json, const Interface &interface)
 {
     const Querier &querier = interface.querier;
 
-    json.open("querier", '{');
+    json.open("querier", '{', true);
     json.truth("this_router", querier.elected);
     json.text("address", to_text(querier.elected ? interface.address : querier.other));
     json.number(querier.elected ? "next_query_s" : "expires_s",
@@ -125,7 +135,7 @@ void write_querier(Json &json, const Interface &interface)
 
 void write_group(Json &json, const GroupState &group)
 {
-    json.open(nullptr, '{');
+    json.open(nullptr, '{', true);
     json.text("group", to_text(*group.entry->address));
     json.text("mode", group.exclude ? "exclude" : "include");
     if (group.exclude) {
