@@ -35,8 +35,8 @@ inline void shell(const std::string &command)
 
 } // namespace host_test
 
-#define IN_FRESH_NAMESPACE(body)                                                                             \
-    if (!host_test::in_fresh_namespace(body)) {                                                              \
+#define IN_FRESH_NAMESPACE(...)                                                                              \
+    if (!host_test::in_fresh_namespace(__VA_ARGS__)) {                                                       \
         GTEST_SKIP() << "network namespaces may not be created here";                                        \
     }
 
