@@ -19,6 +19,9 @@ extern "C" {
  */
 uint32_t L3VPN_GetNameByVrfIndex(uint16_t vrf_index, uint32_t capacity, char *name);
 
+/* The instance that the interface belongs to. 0; otherwise an error code, and *vrf_index is untouched. */
+uint32_t L3VPN_GetVrfIndexByIfIndex(uint32_t if_index, uint16_t *vrf_index);
+
 #ifdef __cplusplus
 }
 #endif

@@ -8,76 +8,18 @@
  */
 #include "platform/avl.h"
 
-#include <boost/intrusive/avltree_algorithms.hpp>
 #include <new>
 
+#include "avl_node.h"
 #include "mcasthost/loop.h"
 
 namespace
 {
 
-struct Node {
-    Node *parent;
-    Node *left;
-    Node *right;
-    int64_t balance;
-};
+using Node = host::AvlNode;
+using Algorithms = host::AvlAlgorithms;
 
 static_assert(sizeof(Node) <= sizeof(AVL_NODE_S) && alignof(Node) <= alignof(AVL_NODE_S));
-
-struct NodeTraits {
-    using node = Node;
-    using node_ptr = Node *;
-    using const_node_ptr = const Node *;
-    using balance = int64_t;
-
-    static Node *get_parent(const Node *node)
-    {
-        return node->parent;
-    }
-    static void set_parent(Node *node, Node *parent)
-    {
-        node->parent = parent;
-    }
-    static Node *get_left(const Node *node)
-    {
-        return node->left;
-    }
-    static void set_left(Node *node, Node *left)
-    {
-        node->left = left;
-    }
-    static Node *get_right(const Node *node)
-    {
-        return node->right;
-    }
-    static void set_right(Node *node, Node *right)
-    {
-        node->right = right;
-    }
-    static balance get_balance(const Node *node)
-    {
-        return node->balance;
-    }
-    static void set_balance(Node *node, balance value)
-    {
-        node->balance = value;
-    }
-    static balance negative()
-    {
-        return -1;
-    }
-    static balance zero()
-    {
-        return 0;
-    }
-    static balance positive()
-    {
-        return 1;
-    }
-};
-
-using Algorithms = boost::intrusive::avltree_algorithms<NodeTraits>;
 
 // header is the root's parent; its left child is the first node.
 struct Tree {
