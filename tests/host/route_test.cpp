@@ -26,6 +26,8 @@ void build()
     shell("ip addr add 10.9.0.1/24 dev left0 && ip addr add 2001:db8:9::1/64 dev left0 nodad");
     shell("ip route add 10.1.0.0/16 via 10.9.0.2");
     shell("ip -6 route add 2001:db8:1::/48 via 2001:db8:9::2");
+    // The kernel installs the address's own route some time after the command.
+    shell("until ip -6 route show table local | grep -q 'local 2001:db8:9::1'; do :; done");
 }
 
 uint32_t look_up(const char *address, HOST_ROUTE_S *route)
