@@ -33,6 +33,10 @@ public:
         bool is_own = false;   // the address is this machine's own; if_index is the interface that has it
     };
 
+    // What keeps the interface from routing multicast of the family, with the sysctl to change; empty when
+    // nothing does.
+    virtual std::string obstacle(uint8_t family, uint32_t if_index) const = 0;
+
     // The unicast route to the source.
     virtual Route route_to(const MCAST_ADDR_S &source) const = 0;
 };

@@ -234,9 +234,10 @@ void Forwarding::determine_upstream(Entry *entry)
     const uint32_t upstream =
         rpf_interface(parts_.environment, entry->source(), entry->upstream, entry->arrival);
     entry->check_route = false;
-    if (upstream == 0) {
+    if (upstream == 0 && !entry->unreachable) {
         counters_.no_route++;
     }
+    entry->unreachable = upstream == 0;
     set_upstream(entry, upstream);
 }
 

@@ -29,8 +29,9 @@ struct Entry {
     int parent = -1;       // as installed: incoming virtual interface
     uint32_t outgoing = 0; // as installed: outgoing virtual interfaces
     bool installed = false;
-    bool check_route = true; // upstream is to be determined again
-    bool queued = false;     // waits to be evaluated
+    bool check_route = true;  // upstream is to be determined again
+    bool unreachable = false; // the last check found no incoming interface
+    bool queued = false;      // waits to be evaluated
     uint64_t last_packets = 0;
     void *timer = nullptr;
 
@@ -61,7 +62,7 @@ struct ForwardingCounters {
     uint64_t upcalls = 0;
     uint64_t stray_upcalls = 0;    // on a virtual interface that is gone
     uint64_t wrong_interface = 0;  // packets reported on another than the incoming interface
-    uint64_t no_route = 0;         // sources without a usable incoming interface
+    uint64_t no_route = 0;         // times that an entry lost, or never had, an incoming interface
     uint64_t refused_by_limit = 0; // new entries beyond the limit
     uint64_t refused_by_memory = 0;
     uint64_t kernel_failures = 0; // entries that the kernel did not take

@@ -54,6 +54,11 @@ bool GmpState::drop_client(ClientId client)
     return changed;
 }
 
+bool GmpState::drop_interface(uint32_t if_index)
+{
+    return interfaces_.erase(if_index) != 0;
+}
+
 bool GmpState::is_enabled(uint32_t if_index) const
 {
     const auto found = interfaces_.find(if_index);

@@ -21,6 +21,7 @@ public:
     bool set_enabled(ClientId client, uint32_t if_index, bool enabled);
     bool set_querier(ClientId client, uint32_t if_index, bool this_router);
     bool drop_client(ClientId client);
+    bool drop_interface(uint32_t if_index);
 
     // Whether a client runs its protocol on the interface.
     bool is_enabled(uint32_t if_index) const;

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <utility>
 
 namespace mribd
@@ -114,6 +115,24 @@ bool HostEnvironment::is_on_link(uint32_t if_index, const MCAST_ADDR_S &source) 
         }
     }
     return false;
+}
+
+// The kernel needs no forwarding sysctl: it sets mc_forwarding itself, and multicast passes with ip_forward
+// and its IPv6 twin off. What it does need is the family on the interface.
+std::string HostEnvironment::obstacle(uint8_t family, uint32_t if_index) const
+{
+    const std::string conf =
+        std::string("net/") + family_name(family) + "/conf/" + interface_name(if_index) + "/";
+    const auto value_of = [&conf](const char *name) {
+        std::ifstream file("/proc/sys/" + conf + name);
+        std::string value;
+        file >> value;
+        return value;
+    };
+    if (family == MCAST_FAMILY_IPV6 && value_of("disable_ipv6") == "1") {
+        return conf + "disable_ipv6 is 1";
+    }
+    return value_of("mc_forwarding") == "0" ? conf + "mc_forwarding is 0" : "";
 }
 
 uint32_t HostEnvironment::owner_of(const MCAST_ADDR_S &source) const

@@ -36,6 +36,7 @@ public:
     std::vector<uint32_t> multicast_interfaces() const override;
     std::string interface_name(uint32_t if_index) const override;
     bool is_on_link(uint32_t if_index, const MCAST_ADDR_S &source) const override;
+    std::string obstacle(uint8_t family, uint32_t if_index) const override;
     Route route_to(const MCAST_ADDR_S &source) const override;
 
 private:

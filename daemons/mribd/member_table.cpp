@@ -182,6 +182,11 @@ void MemberTable::drop_interface(ClientId client, uint32_t if_index, const Chang
     drop([=](const Wish &wish) { return wish.client == client && wish.if_index == if_index; }, changed);
 }
 
+void MemberTable::drop_interface(uint32_t if_index, const Changed &changed)
+{
+    drop([if_index](const Wish &wish) { return wish.if_index == if_index; }, changed);
+}
+
 std::vector<uint32_t> MemberTable::receivers(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const
 {
     std::vector<uint32_t> result;

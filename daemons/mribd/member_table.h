@@ -45,9 +45,11 @@ public:
     Result set(ClientId client, uint32_t if_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
                Kind kind, bool present);
 
-    // Forgets all that the client reported, or what it reported for one interface. Linear in the table.
+    // Forgets all that the client reported, what it reported for one interface, or what anybody reported for
+    // the interface. Linear in the table.
     void drop_client(ClientId client, const Changed &changed);
     void drop_interface(ClientId client, uint32_t if_index, const Changed &changed);
+    void drop_interface(uint32_t if_index, const Changed &changed);
 
     // The interfaces that want packets of (source, group), ascending, each once.
     std::vector<uint32_t> receivers(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const;

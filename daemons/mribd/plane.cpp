@@ -38,15 +38,19 @@ Plane::~Plane()
 
 KernelMroute::OpenResult Plane::open(TIMER_SERVICE timers)
 {
-    std::string reason;
     const char *family = family_name(router_.family());
+    // Before the kernel's table: a second mribd is then told that there is a first.
+    if (!server_.open()) {
+        return KernelMroute::OpenResult::Failed;
+    }
+    std::string reason;
     const KernelMroute::OpenResult result = kernel_.open(&reason);
-    if (result != KernelMroute::OpenResult::Ready) {
-        if (result == KernelMroute::OpenResult::Failed) {
-            mcastd::log_error("%s: %s", family, reason.c_str());
-        } else {
-            mcastd::log_warning("%s is not served: %s", family, reason.c_str());
-        }
+    if (result == KernelMroute::OpenResult::NotSupported) {
+        mcastd::log_warning("%s is not served: %s", family, reason.c_str());
+        return result;
+    }
+    if (result == KernelMroute::OpenResult::Failed) {
+        mcastd::log_error("%s: %s", family, reason.c_str());
         return result;
     }
     if (!timers_.open(timers)) {
@@ -57,7 +61,7 @@ KernelMroute::OpenResult Plane::open(TIMER_SERVICE timers)
         mcastd::log_error("%s: cannot watch the routing socket: %s", family, std::strerror(errno));
         return KernelMroute::OpenResult::Failed;
     }
-    return server_.open() ? result : KernelMroute::OpenResult::Failed;
+    return result;
 }
 
 void Plane::receive()

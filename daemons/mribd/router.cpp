@@ -22,9 +22,8 @@ constexpr size_t PLACES_FOR_SOURCES = 2;
 Router::Router(uint8_t family, KernelTable &kernel, const Environment &environment, EntryTimers &timers,
                uint32_t entry_limit)
     : family_(family), kernel_(kernel), environment_(environment), members_(family),
-      vifs_(family_name(family), kernel, environment),
-      forwarding_(
-          {family_name(family), family, kernel, environment, members_, gmp_, vifs_, timers, entry_limit})
+      vifs_(family, kernel, environment), forwarding_({family_name(family), family, kernel, environment,
+                                                       members_, gmp_, vifs_, timers, entry_limit})
 {
 }
 
@@ -123,6 +122,15 @@ void Router::link_removed(uint32_t if_index)
 {
     vifs_stale_ = true;
     vifs_.forget(if_index, [this](uint32_t bits) { forwarding_.vacate_vifs(bits); });
+    if (members_.uses_interface(if_index)) {
+        members_.drop_interface(if_index, [this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
+            forwarding_.membership_changed(group, source);
+        });
+    }
+    const auto before = designated_interfaces();
+    if (gmp_.drop_interface(if_index)) {
+        gmp_changed(before);
+    }
 }
 
 void Router::routes_changed(const MCAST_ADDR_S &prefix, unsigned length)

@@ -44,7 +44,7 @@ public:
     // What the kernel reports.
     void take_upcall(const Upcall &upcall);
     void links_changed();
-    void link_removed(uint32_t if_index);
+    void link_removed(uint32_t if_index); // with all that was reported for it; its index does not come back
     void routes_changed(const MCAST_ADDR_S &prefix, unsigned length);
     void check_idle(Entry *entry);
 

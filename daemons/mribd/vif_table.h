@@ -19,7 +19,7 @@ namespace mribd
 class VifTable
 {
 public:
-    VifTable(const char *family_name, KernelTable &kernel, const Environment &environment);
+    VifTable(uint8_t family, KernelTable &kernel, const Environment &environment);
 
     // The virtual interface of the interface, -1 when it has none.
     int find(uint32_t if_index) const;
@@ -61,7 +61,7 @@ private:
     bool add(uint32_t if_index);
     void note_refused(const std::vector<uint32_t> &wanted);
 
-    const char *family_name_;
+    uint8_t family_;
     KernelTable &kernel_;
     const Environment &environment_;
     std::array<uint32_t, MAX_VIFS> if_indexes_{};

@@ -16,9 +16,9 @@ struct Family {
     std::string link_local_source;
     std::string group;
 
-    friend void PrintTo(const Family &family, std::ostream *out)
+    friend void PrintTo(const Family &value, std::ostream *out)
     {
-        *out << family_name(family.family);
+        *out << family_name(value.family);
     }
 };
 
@@ -347,6 +347,9 @@ TEST_P(RouterTest, RemovedAndRecreatedBetweenTwoRoundsGetsANewVirtualInterface)
     bench.router.link_removed(2);
     bench.router.links_changed();
     bench.settle();
+    EXPECT_EQ(bench.forwards(source, group), Interfaces{});
+    EXPECT_FALSE(bench.router.members().uses_interface(2));
+    bench.join(1, 2, group);
     EXPECT_EQ(bench.forwards(source, group), Interfaces{2});
 }
 

@@ -117,6 +117,11 @@ public:
         return on_link.contains({if_index, mribd::text(source)});
     }
 
+    std::string obstacle(uint8_t, uint32_t) const override
+    {
+        return "";
+    }
+
     Route route_to(const MCAST_ADDR_S &source) const override
     {
         lookups++;
