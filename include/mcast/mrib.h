@@ -97,8 +97,8 @@ typedef struct MRIB_GMP_CONNECT_S {
     uint64_t queued_count MCAST_GUARDED_BY(lock);             /* messages ever queued */
 } MRIB_GMP_CONNECT_S;
 
-extern MRIB_GMP_COMPONENT_S g_stMRIBComponent;
-extern MRIB_GMP_CONNECT_S g_stMribConnectInfo;
+MCAST_API extern MRIB_GMP_COMPONENT_S g_stMRIBComponent;
+MCAST_API extern MRIB_GMP_CONNECT_S g_stMribConnectInfo;
 
 /* Flags of an instance record: what a replay has not confirmed yet. */
 #define MRIB_GMP_VRF_STATE_STALE 1u
@@ -179,12 +179,12 @@ MCAST_STATIC_ASSERT(offsetof(MRIB_GMP_IF_S, tree_index) == 40, "tree family");
 #endif
 
 /* The client's address family, MCAST_FAMILY_IPV4 or MCAST_FAMILY_IPV6. */
-extern uint8_t g_ucMribGmpFamily;
+MCAST_API extern uint8_t g_ucMribGmpFamily;
 /* Where datagrams are received: at least MRIB_MSG_RECV_MAX bytes from MRIB_GMP_Init to MRIB_GMP_Fini. */
-extern char *g_pcMribGmpRecvBuf;
+MCAST_API extern char *g_pcMribGmpRecvBuf;
 /* One MRIB_GMP_SMOOTH_... bit for each re-synchronisation that was asked for and has not ended. */
-extern uint64_t g_ulMribGmpSmoothEndFlag;
-extern MRIB_GMP_VRF_INFO_S g_stMribGmpVrfInfo;
+MCAST_API extern uint64_t g_ulMribGmpSmoothEndFlag;
+MCAST_API extern MRIB_GMP_VRF_INFO_S g_stMribGmpVrfInfo;
 
 #define MRIB_GMP_SMOOTH_DR 1u
 #define MRIB_GMP_SMOOTH_BOUNDARY 2u
@@ -206,25 +206,26 @@ extern MRIB_GMP_VRF_INFO_S g_stMribGmpVrfInfo;
  * when the platform could not create a table of an instance: the rest is then set up and MRIB_GMP_Fini
  * releases it. Called again without MRIB_GMP_Fini, it first closes the connection and releases what it held.
  */
-uint64_t MRIB_GMP_Init(uint8_t component, uint8_t family, uint64_t vrf_count, uint64_t max_message_size,
-                       const MRIB_GMP_CALLBACKS_S *callbacks) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_Init(uint8_t component, uint8_t family, uint64_t vrf_count,
+                                 uint64_t max_message_size, const MRIB_GMP_CALLBACKS_S *callbacks)
+    MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /*
  * Connects to the MRIB of the client's family, registers and asks for the MRIB's state; then the connected
  * callback decides the result. MCAST_OK at once when connected. MCAST_ERR_GENERAL when a system call failed:
  * the new socket is closed again. Before MRIB_GMP_Init it fails. Linear in the number of instances.
  */
-uint64_t MRIB_GMP_OpenConnect(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_OpenConnect(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /*
  * Closes the connection, drops everything that was batched or queued, and resets busy, failed and smooth
  * flags; the disconnected callback runs before the descriptor is closed. Harmless when not connected. May be
  * called from a callback.
  */
-uint64_t MRIB_GMP_CloseConnection(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_CloseConnection(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /* Closes the connection and returns 1 when it has lost a message; otherwise returns 0. */
-uint64_t MRIB_GMP_CloseFailConnection(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_CloseFailConnection(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /*
  * Reserves record_size bytes, record header included, in the current message of the connection, which is
@@ -233,44 +234,45 @@ uint64_t MRIB_GMP_CloseFailConnection(void) MCAST_EXCLUDES(g_stMribConnectInfo.l
  * neither be sent nor queued (then the failed flag is set). The memory is the library's and holds until the
  * lock is released.
  */
-void *MRIB_GMP_GetOutBuffer(MRIB_GMP_CONNECT_S *connection, uint32_t record_size)
+MCAST_API void *MRIB_GMP_GetOutBuffer(MRIB_GMP_CONNECT_S *connection, uint32_t record_size)
     MCAST_REQUIRES(connection->lock);
 
 /*
  * Sends the current message if it holds a record and nothing waits before it. MCAST_ERR_GENERAL when the
  * socket did not take it: it stays for the next attempt. Never blocks.
  */
-uint64_t MRIB_GMP_TrySendBuffer(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connection->lock);
+MCAST_API uint64_t MRIB_GMP_TrySendBuffer(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connection->lock);
 
 /* Takes the lock and does what MRIB_GMP_TrySendBuffer does: flushes records that were appended only. */
-uint64_t MRIB_GMP_SendAtOnce(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_SendAtOnce(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /*
  * Sends up to MRIB_GMP_DRAIN_LIMIT waiting messages, oldest first, then tries the current one; for when the
  * socket has become writable. MCAST_ERR_GENERAL when the socket did not take one, which stays first.
  */
-uint64_t MRIB_GMP_SendFailData(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_SendFailData(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /* The last flow-control value of the MRIB, 0 when it has sent none on this connection. */
-uint64_t MRIB_GMP_IsConnectionBusy(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_IsConnectionBusy(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /*
  * Handles readiness of the socket. events: EPOLL... bits; error or hang-up closes the connection and returns
  * MCAST_OK. Otherwise one datagram is read and its records applied in order; the results of the records are
  * combined. MCAST_ERR_GENERAL for an empty or short datagram and when nothing could be read.
  */
-uint64_t MRIB_GMP_ProcLipcMsg(uint32_t events, int32_t socket) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_ProcLipcMsg(uint32_t events, int32_t socket)
+    MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /* Clears MRIB_GMP_SMOOTH_... bits; when none is left the smooth-finished callback runs. */
-uint64_t MRIB_GMP_ClearSmoothFlag(uint64_t bits);
+MCAST_API uint64_t MRIB_GMP_ClearSmoothFlag(uint64_t bits);
 
 /* Empties the view: every instance disabled, without ACL, interface records and MSDP sources. No callback. */
-uint64_t MRIB_GMP_DelData(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_DelData(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /*
  * Releases everything except the socket: the client closes the connection first. Harmless when called twice.
  */
-uint64_t MRIB_GMP_Fini(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_Fini(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /* ---- The view ---- */
 
@@ -279,30 +281,32 @@ uint64_t MRIB_GMP_Fini(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
  * unknown, too short or for an instance out of range change nothing and give MCAST_OK. MCAST_ERR_GENERAL when
  * an update could not be made. Runs callbacks.
  */
-uint64_t mribGmpTLVProc(uint16_t type, uint16_t length, const void *value)
+MCAST_API uint64_t mribGmpTLVProc(uint16_t type, uint16_t length, const void *value)
     MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /* The instance's layer-3 multicast state, 1 = enabled. key->vrf_index is below the instance count. */
-uint32_t MRIB_GMP_IsL3McEnabled(const MRIB_GMP_VRF_KEY_S *key);
+MCAST_API uint32_t MRIB_GMP_IsL3McEnabled(const MRIB_GMP_VRF_KEY_S *key);
 
 /* The interface's designated-router state, 1 = this router; 0 when nothing is known. Index as above. */
-uint32_t MRIB_GMP_IsPimDr(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index);
+MCAST_API uint32_t MRIB_GMP_IsPimDr(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index);
 
 /* 1 when multicast for the group may cross the interface, 0 when a boundary blocks it. Index as above. */
-uint64_t MRIB_GMP_CanPassMBoundary(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
-                                   const MCAST_ADDR_S *group);
+MCAST_API uint64_t MRIB_GMP_CanPassMBoundary(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
+                                             const MCAST_ADDR_S *group);
 
 /* Creates and stores the interface's record, which has none yet. NULL when that failed. */
-MRIB_GMP_IF_S *mribGmpCreateInterface(MRIB_GMP_VRF_S *vrf, uint32_t if_index) MCAST_REQUIRES(vrf->lock);
+MCAST_API MRIB_GMP_IF_S *mribGmpCreateInterface(MRIB_GMP_VRF_S *vrf, uint32_t if_index)
+    MCAST_REQUIRES(vrf->lock);
 
 /* Removes the interface's record with all its boundaries and frees it. */
-void mribGmpDeleteInterface(MRIB_GMP_VRF_S *vrf, MRIB_GMP_IF_S *interface) MCAST_REQUIRES(vrf->lock);
+MCAST_API void mribGmpDeleteInterface(MRIB_GMP_VRF_S *vrf, MRIB_GMP_IF_S *interface)
+    MCAST_REQUIRES(vrf->lock);
 
 /* Deletes all boundaries of the interface, ranges and scope; its record goes when nothing is left in it. */
-void mribGmpDeleteIfAllMBoundry(MRIB_GMP_VRF_S *vrf, uint32_t if_index) MCAST_REQUIRES(vrf->lock);
+MCAST_API void mribGmpDeleteIfAllMBoundry(MRIB_GMP_VRF_S *vrf, uint32_t if_index) MCAST_REQUIRES(vrf->lock);
 
 /* A hash from 0 to 0x7FFFFFFF of a key and two addresses; the key counts only when b is IPv6. */
-uint32_t MRIB_GMP_GetHashVal(uint32_t key, const MCAST_ADDR_S *a, const MCAST_ADDR_S *b);
+MCAST_API uint32_t MRIB_GMP_GetHashVal(uint32_t key, const MCAST_ADDR_S *a, const MCAST_ADDR_S *b);
 
 /*
  * ---- Senders ----
@@ -315,54 +319,63 @@ uint32_t MRIB_GMP_GetHashVal(uint32_t key, const MCAST_ADDR_S *a, const MCAST_AD
  */
 
 /* The interface's group-membership protocol was switched; the low byte of enable is sent unchanged. */
-uint64_t MRIB_GMP_SendGmpEnableAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, uint32_t enable,
-                                     uint32_t send_now) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_SendGmpEnableAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
+                                               uint32_t enable, uint32_t send_now)
+    MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /* The interface's querier changed; the low byte of querier is sent unchanged. */
-uint64_t MRIB_GMP_SendQuerierChangeAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, uint32_t querier,
-                                         uint32_t send_now) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_SendQuerierChangeAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
+                                                   uint32_t querier, uint32_t send_now)
+    MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /*
  * A group, or with a source a (source, group) pair, was joined or left on the interface. source may be NULL.
  * The flags are sent unchanged. Never sends by itself: flush with MRIB_GMP_SendAtOnce.
  */
-uint64_t MRIB_GMP_SendGmpJoinPrune(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
-                                   const MCAST_ADDR_S *group, const MCAST_ADDR_S *source, uint8_t flag1,
-                                   uint8_t flag2) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_SendGmpJoinPrune(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
+                                             const MCAST_ADDR_S *group, const MCAST_ADDR_S *source,
+                                             uint8_t flag1, uint8_t flag2)
+    MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /* Members of the interface that the selector names are to be deleted. Sends at once. */
-uint64_t MRIB_GMP_SendDeleteIfMember(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
-                                     const MRIB_MEMBER_SELECTOR_S *selector)
+MCAST_API uint64_t MRIB_GMP_SendDeleteIfMember(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
+                                               const MRIB_MEMBER_SELECTOR_S *selector)
     MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /* The host function was switched on the interface; sent as 1 when enable is 1, else as 0. */
-uint64_t MRIB_GMP_SendHostEnableAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, uint32_t enable,
-                                      uint32_t send_now) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_SendHostEnableAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
+                                                uint32_t enable, uint32_t send_now)
+    MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /* The proxy was switched on the interface; sent as 1 when enable is 1, else as 0. */
-uint64_t MRIB_GMP_SendProxyEnableAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, uint32_t enable,
-                                       uint32_t send_now) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_SendProxyEnableAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
+                                                 uint32_t enable, uint32_t send_now)
+    MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /* Proxy forwarding was switched on the interface; the low byte of forwarding is sent unchanged. */
-uint64_t MRIB_GMP_ProxyForwardingAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, uint32_t forwarding,
-                                       uint32_t send_now) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_ProxyForwardingAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
+                                                 uint32_t forwarding, uint32_t send_now)
+    MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /* Proxy multipath was switched in the instance; the low byte of multipath is sent unchanged. */
-uint64_t MRIB_GMP_SendProxyMultipathAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_t multipath,
-                                          uint32_t send_now) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_SendProxyMultipathAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_t multipath,
+                                                    uint32_t send_now)
+    MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /* An authenticated user on the interface. block points at 16 bytes that are sent unchanged, like the bytes.
  */
-uint64_t MRIB_GMP_SendMAuthUserInfo(const MRIB_GMP_VRF_KEY_S *key, const MCAST_USRAUTH_INFO_S *user,
-                                    uint32_t if_index, const uint8_t *block, uint8_t byte1, uint8_t byte2,
-                                    uint16_t send_now) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
+MCAST_API uint64_t MRIB_GMP_SendMAuthUserInfo(const MRIB_GMP_VRF_KEY_S *key, const MCAST_USRAUTH_INFO_S *user,
+                                              uint32_t if_index, const uint8_t *block, uint8_t byte1,
+                                              uint8_t byte2, uint16_t send_now)
+    MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /* A record of the given type with family and smooth record as its value. Sends at once. */
-uint64_t MRIB_GMP_SendSmoothAlert(uint8_t family, uint16_t type, const MRIB_SMOOTH_RECORD_S *smooth_record)
+MCAST_API uint64_t MRIB_GMP_SendSmoothAlert(uint8_t family, uint16_t type,
+                                            const MRIB_SMOOTH_RECORD_S *smooth_record)
     MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /* A request of the given type for the client's family. Sends at once. */
-uint64_t MRIB_GMP_SendSmoothRequire(MRIB_GMP_CONNECT_S *connection, uint16_t type)
+MCAST_API uint64_t MRIB_GMP_SendSmoothRequire(MRIB_GMP_CONNECT_S *connection, uint16_t type)
     MCAST_REQUIRES(connection->lock);
 
 MCAST_EXTERN_C_END
