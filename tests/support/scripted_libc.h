@@ -8,6 +8,7 @@
 
 #include <functional>
 
+#include <regex.h>
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>

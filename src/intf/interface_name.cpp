@@ -1,0 +1,114 @@
+#include "mcast/interface_name.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#include "intf/name_text.h"
+#include "mcast/interface_registry.h"
+
+namespace
+{
+
+using mcast::kMuaPrefix;
+using mcast::WriteHexIndex;
+using mcast::WriteNumberedName;
+
+/* What an interface of the library's own is called; NULL for all others. */
+const char *PrefixOf(uint32_t ifIndex)
+{
+    if (MCAST_IsMUAIntf(ifIndex)) {
+        return kMuaPrefix;
+    }
+    return MCAST_IsNBMALinkIntf(ifIndex) ? mcast::kNbmaPrefix : nullptr;
+}
+
+} // namespace
+
+uint64_t MCAST_GetMUANameByIfIndex(uint32_t ifIndex, char *buf)
+{
+    return WriteNumberedName(buf, kMuaPrefix, ifIndex & MCAST_IF_NUMBER_MASK);
+}
+
+uint64_t MCAST_GetNBMANameByIfIndex(uint32_t ifIndex, char *buf)
+{
+    return WriteNumberedName(buf, mcast::kNbmaPrefix, ifIndex & MCAST_IF_NUMBER_MASK);
+}
+
+uint32_t MCAST_GetIfIndexByMUAName(uint32_t family, const char *name)
+{
+    uint32_t type = family == MCAST_FAMILY_IPV4 ? MCAST_IF_TYPE_MUA_IPV4 : MCAST_IF_TYPE_MUA_IPV6;
+    /* A name too short for a number has none; nothing behind its end is read. */
+    const char *digit = name + strnlen(name, strlen(kMuaPrefix));
+    uint32_t number = 0;
+
+    for (; *digit >= '0' && *digit <= '9'; ++digit) {
+        number = number * 10 + static_cast<uint32_t>(*digit - '0');
+    }
+    return (MCAST_IF_PRIVATE_FIRST | type << MCAST_IF_TYPE_SHIFT) + number;
+}
+
+uint64_t MCAST_GetIfName(uint32_t ifIndex, char *buf)
+{
+    const char *prefix = PrefixOf(ifIndex);
+
+    if (prefix != nullptr) {
+        WriteNumberedName(buf, prefix, ifIndex & MCAST_IF_NUMBER_MASK);
+        return MCAST_OK;
+    }
+    return IF_GetDataByIfIndex(ifIndex, IF_ITEM_FULL_NAME, buf);
+}
+
+uint64_t MCAST_GetIfSimpleName(uint32_t ifIndex, char *buf)
+{
+    if (MCAST_IsNBMALinkIntf(ifIndex)) {
+        MCAST_GetNBMANameByIfIndex(ifIndex, buf);
+        return MCAST_OK;
+    }
+    if (MCAST_IsMUAIntf(ifIndex)) {
+        /* The platform has the last word: it may know a shorter name. */
+        MCAST_GetMUANameByIfIndex(ifIndex, buf);
+    }
+    return IF_GetDataByIfIndex(ifIndex, IF_ITEM_SHORT_NAME, buf);
+}
+
+void MCAST_GetIfNameOrIndex(uint32_t ifIndex, char *buf)
+{
+    if (buf == nullptr) {
+        return;
+    }
+    buf[0] = '\0';
+    if (ifIndex == 0 || MCAST_GetIfName(ifIndex, buf) != MCAST_OK) {
+        WriteHexIndex(buf, ifIndex);
+    }
+}
+
+uint64_t MCAST_GetIfSimpleNameOrIndex(uint32_t ifIndex, char *buf)
+{
+    if (ifIndex != 0 && MCAST_GetIfSimpleName(ifIndex, buf) == MCAST_OK) {
+        return 0;
+    }
+    return WriteHexIndex(buf, ifIndex);
+}
+
+uint64_t MCAST_IF_GetFullName(const char *text, char *fullName)
+{
+    IF_SELECTOR_S selector = {};
+
+    (void)MCAST_IF_HookForQuery(&selector);
+    return IF_IfNameFill(&selector, text, IF_FILL_ABBREVIATED, fullName);
+}
+
+uint32_t MCAST_GetIfIndexByIfName(const char *typeText, const char *numberText, char *nameBuf)
+{
+    char full_name[IF_FILLED_NAME_SIZE] = {};
+
+    if (nameBuf[0] == '\0') {
+        (void)snprintf(nameBuf, MCAST_IF_NAME_SIZE, "%s%s", typeText != nullptr ? typeText : "",
+                       numberText != nullptr ? numberText : "");
+    }
+    if (MCAST_IF_GetFullName(nameBuf, full_name) != MCAST_OK) {
+        return 0;
+    }
+    (void)snprintf(nameBuf, MCAST_IF_NAME_SIZE, "%s", full_name);
+    return IF_GetIfIndexByFullName(full_name);
+}
