@@ -1,0 +1,39 @@
+"""Checks what libmcasthost exports: the platform's names as platform/ declares them, HOST_ names as its public
+headers declare them, and the calls that it takes over from libc; all under their bare names, because a versioned
+one would not be found by callers that were linked against libc."""
+
+import glob
+import os
+import re
+import subprocess
+import sys
+
+ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
+FROM_LIBC = {"accept", "accept4", "bind", "connect", "epoll_ctl", "setsockopt", "socket"}
+
+
+def declared(pattern):
+    names = set()
+    for path in glob.glob(os.path.join(ROOT, pattern)):
+        with open(path) as header:
+            text = re.sub(r"/\*.*?\*/", "", header.read(), flags=re.DOTALL)
+        names |= set(re.findall(r"^[A-Za-z_][^(){};=]*?\b(\w+)\s*\([^()]*(?:\([^()]*\)[^()]*)*\);", text, re.MULTILINE))
+        names |= set(re.findall(r"^extern [^{]*?(\w+)\s*(?:\[\w*\])?;", text, re.MULTILINE))
+    return {name for name in names if name not in ("static_assert", "_Static_assert")}
+
+
+def main(library):
+    words = ("nm", "-D", "--defined-only", library)
+    lines = subprocess.run(words, check=True, stdout=subprocess.PIPE, text=True).stdout.splitlines()
+    exported = {line.split()[-1] for line in lines}
+    platform, own = declared("platform/*.h"), declared("host/include/mcasthost/*.h")
+    faults = [f"exported, but nobody's: {n}" for n in sorted(exported - platform - own - FROM_LIBC)]
+    faults += [f"not exported: {n}" for n in sorted((own | FROM_LIBC) - exported)]
+    if not platform or not own:
+        faults.append("no declarations found")
+    print("\n".join(faults))
+    print(f"{len(exported)} names exported; of the platform's still to come: {sorted(platform - exported)}")
+    return 1 if faults else 0
+
+
+sys.exit(main(sys.argv[1]))
