@@ -17,13 +17,14 @@ constexpr uint16_t IPV4 = MCAST_FAMILY_IPV4;
 constexpr uint16_t IPV6 = MCAST_FAMILY_IPV6;
 
 // The packet is copied to a block of its very size, so that a sanitizer sees every byte read behind its end.
+// The blocks stay, because a message points into its packet.
 Count parse(uint16_t family, const Bytes &packet, Message &out)
 {
-    static std::unique_ptr<uint8_t[]> block;
+    static std::vector<std::unique_ptr<uint8_t[]>> blocks;
 
-    block.reset(new uint8_t[packet.size()]);
-    std::copy(packet.begin(), packet.end(), block.get());
-    return parse_packet(family, std::span<const uint8_t>(block.get(), packet.size()), out);
+    blocks.emplace_back(new uint8_t[packet.size()]);
+    std::copy(packet.begin(), packet.end(), blocks.back().get());
+    return parse_packet(family, std::span<const uint8_t>(blocks.back().get(), packet.size()), out);
 }
 
 std::string reason(uint16_t family, const Bytes &packet)
