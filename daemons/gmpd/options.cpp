@@ -1,4 +1,4 @@
-#include <map>
+#include <string>
 
 #include "daemons/common/log.h"
 #include "daemons/gmpd/daemon.h"
@@ -20,13 +20,15 @@ constexpr uint8_t VERSION_UNSET = 0;
 void add_options(mcastd::Options &options, Config &config)
 {
     CLI::App &app = options.app();
-    const std::map<std::string, uint8_t> families = {{"ipv4", MCAST_FAMILY_IPV4},
-                                                     {"ipv6", MCAST_FAMILY_IPV6}};
 
     config.version = VERSION_UNSET;
-    CLI::Option *family =
-        app.add_option("--family", config.family, "Family to serve: ipv4 (IGMP, the default) or ipv6 (MLD)")
-            ->transform(CLI::CheckedTransformer(families));
+    CLI::Option *family = app.add_option_function<std::string>(
+                                 "--family",
+                                 [&config](const std::string &name) {
+                                     config.family = name == "ipv6" ? MCAST_FAMILY_IPV6 : MCAST_FAMILY_IPV4;
+                                 },
+                                 "Family to serve: ipv4 (IGMP, the default) or ipv6 (MLD)")
+                              ->check(CLI::IsMember({"ipv4", "ipv6"}));
     CLI::Option *ipv4 = app.add_flag_callback(
         "-4", [&config] { config.family = MCAST_FAMILY_IPV4; }, "The same as --family ipv4");
     CLI::Option *ipv6 = app.add_flag_callback(
@@ -35,9 +37,10 @@ void add_options(mcastd::Options &options, Config &config)
     ipv4->excludes(ipv6)->excludes(family);
     ipv6->excludes(family);
     app.add_option(
-        "--interface", config.interfaces,
-        "Interface to serve; may be given more than once. Without it: every one that is up, can do "
-        "multicast and is neither a loopback nor part of a bridge or bond");
+           "--interface", config.interfaces,
+           "Interface to serve; may be given more than once. Without it: every one that is up, can do "
+           "multicast and is neither a loopback nor part of a bridge or bond")
+        ->allow_extra_args(false);
     app.add_option(
            "--protocol-version", config.version,
            "Version to speak as querier and newest version to understand: IGMP 1 to 3, MLD 1 to 2; the "
