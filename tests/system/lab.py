@@ -118,9 +118,17 @@ class Daemon(Process):
             os.unlink(self.status_path)
         super().__init__(host, name, *words, "--status-file", self.status_path)
 
+    def takes_signals(self):
+        """Whether the daemon has blocked SIGUSR1, which it then reads from a descriptor."""
+        with open(f"/proc/{self.process.pid}/status") as status:
+            blocked = re.search(r"^SigBlk:\s*([0-9a-f]+)", status.read(), re.MULTILINE)
+        return blocked and int(blocked.group(1), 16) >> (signal.SIGUSR1 - 1) & 1
+
     def status(self):
         """A fresh status text."""
         before = os.stat(self.status_path).st_ino if os.path.exists(self.status_path) else 0
+        # Before the daemon has taken over its signals this one would end it.
+        wait_for(lambda: not self.alive() or self.takes_signals(), f"{self.name} taking signals", 5)
         self.process.send_signal(signal.SIGUSR1)
 
         def fresh():

@@ -3,6 +3,7 @@
 One router without neighbours; no traffic.
 """
 
+import json
 import os
 import signal
 import subprocess
@@ -44,9 +45,9 @@ class Refusals(unittest.TestCase):
 
     def test_gmpd_without_mribd_waits_for_it(self):
         gmpd = self.router.start_gmpd("ipv4")
-        gmpd.status()
+        self.assertFalse(json.loads(gmpd.status())["mrib_connected"])
         mribd = self.router.start_mribd()
-        wait_for(lambda: "connected" in gmpd.status(), "gmpd connected")
+        wait_for(lambda: json.loads(gmpd.status())["mrib_connected"], "gmpd connected")
         self.assertEqual(gmpd.stop(), 0)
         self.assertEqual(mribd.stop(), 0)
 
