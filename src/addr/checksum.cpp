@@ -31,7 +31,11 @@ namespace
 constexpr size_t kBlock = sizeof(__m128i);
 constexpr size_t kStride = 4 * kBlock;
 constexpr size_t kMostBlocksUndrained = 0x2000;
+/* Long data is drained after each part of this many blocks; that leaves room for the addresses. */
+constexpr size_t kPartBlocks = 0x1000;
+constexpr size_t kPart = kPartBlocks * kBlock;
 constexpr uint32_t kShortfallPerBlock = 8 * 0x8000;
+static_assert(kPartBlocks + 2 <= kMostBlocksUndrained);
 
 /* The lane sums of one block, together short by kShortfallPerBlock. */
 inline __m128i PairSums(const uint8_t *block)
@@ -84,6 +88,9 @@ inline uint64_t SumTail(const uint8_t *data, size_t length)
 {
     uint64_t sum = 0;
 
+    if (length == 0) {
+        return 0;
+    }
     if (length & 8) {
         uint64_t words = Load<uint64_t>(data);
 
@@ -118,25 +125,33 @@ inline uint32_t Fold(uint64_t sum)
     return (half + std::rotl(half, 16)) >> 16;
 }
 
+/* The sum of whole parts. Apart from the rest, so that a checksum over a packet does not pay for it. */
+__attribute__((noinline)) uint64_t SumParts(const uint8_t *data, size_t parts)
+{
+    uint64_t sum = 0;
+
+    for (; parts > 0; --parts, data += kPart) {
+        sum += Drain(AddBlocks(_mm_setzero_si128(), data, kPartBlocks), kPartBlocks);
+    }
+    return sum;
+}
+
 /* The sum of the two addresses of the pseudo-header and of data. */
 inline uint64_t SumAddressesAndData(const uint8_t *src, const uint8_t *dst, const uint8_t *data,
                                     size_t length)
 {
-    __m128i lanes = _mm_add_epi32(PairSums(src), PairSums(dst));
-    size_t blocks = length / kBlock;
-    size_t added = 2;
     uint64_t sum = 0;
 
-    while (added + blocks > kMostBlocksUndrained) {
-        size_t now = kMostBlocksUndrained - added;
-
-        sum += Drain(AddBlocks(lanes, data, now), kMostBlocksUndrained);
-        lanes = _mm_setzero_si128();
-        data += now * kBlock;
-        blocks -= now;
-        added = 0;
+    if (__builtin_expect(length >= kPart, false)) {
+        sum = SumParts(data, length / kPart);
+        data += length / kPart * kPart;
+        length %= kPart;
     }
-    sum += Drain(AddBlocks(lanes, data, blocks), added + blocks);
+
+    size_t blocks = length / kBlock;
+    __m128i lanes = _mm_add_epi32(PairSums(src), PairSums(dst));
+
+    sum += Drain(AddBlocks(lanes, data, blocks), blocks + 2);
     return sum + SumTail(data + blocks * kBlock, length % kBlock);
 }
 

@@ -174,7 +174,7 @@ TEST(Checksum, StaysExactOverMoreThanTheLanesHold)
     std::mt19937 random(14);
     std::vector<uint8_t> ones(3 * 1024 * 1024 + 77, 0xff);
     std::vector<uint8_t> mixed = RandomBytes(random, ones.size());
-    constexpr size_t kEdge = 0x2000 * 16;
+    constexpr size_t kEdge = 0x1000 * 16;
 
     for (size_t length :
          {kEdge - 32, kEdge - 31, kEdge - 16, kEdge, kEdge + 1, 2 * kEdge - 64, 2 * kEdge, ones.size()}) {
