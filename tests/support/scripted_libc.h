@@ -6,6 +6,7 @@
 #ifndef TESTS_SUPPORT_SCRIPTED_LIBC_H
 #define TESTS_SUPPORT_SCRIPTED_LIBC_H
 
+#include <cerrno>
 #include <functional>
 
 #include <regex.h>
