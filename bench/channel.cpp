@@ -6,8 +6,8 @@
  *   bare send  ready datagrams alone
  *
  * Each row is timed over many rounds that alternate between the ways, so that a change of the machine's mood
- * meets all of them; the ratio rows divide the medians. The socket is a local SOCK_SEQPACKET pair. A full socket
- * is waited for with poll by all three alike.
+ * meets all of them; the ratio rows divide the medians. The socket is a local SOCK_SEQPACKET pair. A full
+ * socket is waited for with poll by all three alike.
  */
 #include <algorithm>
 #include <benchmark/benchmark.h>
@@ -32,7 +32,7 @@ constexpr uint32_t kRecord = MRIB_RECORD_SIZE(sizeof(MRIB_JOIN_PRUNE_S));
 /* The two ends of the channel, the far one drained by a thread of its own. */
 class Channel
 {
-  public:
+public:
     Channel()
     {
         int ends[2];
@@ -72,7 +72,7 @@ class Channel
         poll(&wait, 1, -1);
     }
 
-  private:
+private:
     int near_;
     std::thread peer_;
 };
@@ -155,7 +155,8 @@ double NanosecondsARecord(Way way, const Channel &channel, uint32_t size, uint32
     auto start = std::chrono::steady_clock::now();
 
     way(channel, size, records);
-    return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count() / records;
+    return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count() /
+           records;
 }
 
 double Median(std::vector<double> &values)
