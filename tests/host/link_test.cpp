@@ -5,8 +5,6 @@
 #include <arpa/inet.h>
 #include <cstring>
 #include <functional>
-#include <linux/netlink.h>
-#include <linux/rtnetlink.h>
 #include <map>
 #include <net/if.h>
 #include <string>
@@ -20,6 +18,7 @@
 namespace
 {
 
+using host_test::notification_socket;
 using host_test::shell;
 
 struct Seen {
@@ -114,22 +113,6 @@ void make_pair()
     shell("ip link add left0 type veth peer name right0");
 }
 
-// The table's notification socket, found by what it is.
-int notification_socket()
-{
-    for (int fd = 3; fd < 1024; fd++) {
-        int family = 0;
-        socklen_t length = sizeof(family);
-        sockaddr_nl name{};
-        socklen_t name_length = sizeof(name);
-        if (getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &family, &length) == 0 && family == AF_NETLINK &&
-            getsockname(fd, reinterpret_cast<sockaddr *>(&name), &name_length) == 0 && name.nl_groups != 0) {
-            return fd;
-        }
-    }
-    return -1;
-}
-
 TEST(LinkTable, ReportsWhatExistsBeforeOpenReturns)
 {
     IN_FRESH_NAMESPACE([] {
@@ -168,9 +151,11 @@ TEST(LinkTable, FollowsLinksThatAppearChangeRenameAndVanish)
         EXPECT_TRUE(watched.saw({HOST_LINK_EVENT_CHANGED, "left0", "left0", ""}));
         EXPECT_EQ(watched.link("left0").mtu, 1400u);
 
+        size_t changes = watched.count(HOST_LINK_EVENT_CHANGED);
         shell("ip link set left0 name renamed0");
         watched.drain();
         EXPECT_TRUE(watched.saw({HOST_LINK_EVENT_RENAMED, "renamed0", "left0", ""}));
+        EXPECT_EQ(watched.count(HOST_LINK_EVENT_CHANGED), changes);
         EXPECT_EQ(watched.link("renamed0").if_index, index);
         HOST_LINK_S none;
         EXPECT_EQ(HOST_LinkGetByName(watched.table, "left0", &none), HOST_FAILED);

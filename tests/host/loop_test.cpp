@@ -203,6 +203,18 @@ TEST_F(EventLoop, RegistrationThatOutlivesItsDescriptorCallsNoHandler)
     EXPECT_EQ(errno, EBADF);
 }
 
+TEST_F(EventLoop, RemovalCountsAlsoWhenADuplicateKeepsTheKernelsRegistration)
+{
+    int fd = ready_descriptor();
+    int copy = dup(fd);
+    HOST_LoopAdd(loop_, fd, EPOLLIN, handler);
+    close(fd);
+    EXPECT_EQ(HOST_LoopRunOnce(loop_, 0), 1); // the kernel still reports the number
+    EXPECT_EQ(HOST_LoopRemove(loop_, fd), HOST_FAILED);
+    EXPECT_EQ(HOST_LoopRunOnce(loop_, 0), 0);
+    close(copy);
+}
+
 TEST_F(EventLoop, ReadyDescriptorsAreServedInTurn)
 {
     int fds[5];

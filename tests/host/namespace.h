@@ -7,8 +7,10 @@
 #include <cstdlib>
 #include <functional>
 #include <gtest/gtest.h>
+#include <linux/netlink.h>
 #include <sched.h>
 #include <string>
+#include <sys/socket.h>
 #include <thread>
 
 namespace host_test
@@ -31,6 +33,22 @@ inline bool in_fresh_namespace(const std::function<void()> &body)
 inline void shell(const std::string &command)
 {
     EXPECT_EQ(system(command.c_str()), 0) << command;
+}
+
+// The process's netlink socket that belongs to a group, or -1.
+inline int notification_socket()
+{
+    for (int fd = 3; fd < 1024; fd++) {
+        int family = 0;
+        socklen_t length = sizeof(family);
+        sockaddr_nl name{};
+        socklen_t name_length = sizeof(name);
+        if (getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &family, &length) == 0 && family == AF_NETLINK &&
+            getsockname(fd, reinterpret_cast<sockaddr *>(&name), &name_length) == 0 && name.nl_groups != 0) {
+            return fd;
+        }
+    }
+    return -1;
 }
 
 } // namespace host_test

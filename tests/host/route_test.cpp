@@ -233,6 +233,21 @@ TEST(RouteWatch, ManyChangesAtOnceAreToldInBoundedNumber)
     });
 }
 
+TEST(RouteWatch, LostNotificationsMeanThatAnythingMayHaveChanged)
+{
+    IN_FRESH_NAMESPACE([] {
+        build_quiet();
+        Watched watched;
+        int smallest = 1;
+        ASSERT_EQ(
+            setsockopt(host_test::notification_socket(), SOL_SOCKET, SO_RCVBUF, &smallest, sizeof(smallest)),
+            0);
+        shell("for i in $(seq 50); do echo route add 10.1.$i.0/24 via 10.9.0.2; done | ip -batch -");
+        watched.drain();
+        EXPECT_EQ(watched.changes, std::vector<std::string>{"anything"});
+    });
+}
+
 TEST(RouteWatch, MayBeClosedFromItsCallback)
 {
     IN_FRESH_NAMESPACE([] {
