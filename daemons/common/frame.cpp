@@ -1,12 +1,13 @@
 #include "daemons/common/frame.h"
 
+#include "mcast/event.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/epoll.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -42,9 +43,9 @@ Frame::Frame(const Options &options) : status_file_(options.status_file())
 
 Frame::~Frame()
 {
-    if (signals_ >= 0) {
-        reactor_.remove(signals_);
-        close(signals_);
+    for (const int fd : signals_) {
+        reactor_.remove(fd);
+        close(fd);
     }
 }
 
@@ -54,20 +55,16 @@ bool Frame::open()
         log_error("cannot create an event loop: %s", std::strerror(errno));
         return false;
     }
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int number : {SIGTERM, SIGINT, SIGUSR1, SIGHUP}) {
-        sigaddset(&set, number);
-    }
     signal(SIGPIPE, SIG_IGN);
-    if (pthread_sigmask(SIG_BLOCK, &set, nullptr) != 0) {
-        log_error("cannot block signals");
-        return false;
-    }
-    signals_ = signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
-    if (signals_ < 0 || !reactor_.add(signals_, EPOLLIN, [this](uint32_t) { take_signals(); })) {
-        log_error("cannot receive signals: %s", std::strerror(errno));
-        return false;
+    for (const int number : {SIGTERM, SIGINT, SIGUSR1, SIGHUP}) {
+        uint32_t fd;
+        if (MCAST_SigToEpoll(static_cast<uint32_t>(reactor_.descriptor()), static_cast<uint32_t>(number),
+                             Reactor::context(), &fd) != MCAST_OK) {
+            log_error("cannot receive signals: %s", std::strerror(errno));
+            return false;
+        }
+        signals_.push_back(static_cast<int>(fd));
+        reactor_.attach(signals_.back(), [this, fd](uint32_t) { take_signal(static_cast<int>(fd)); });
     }
     return true;
 }
@@ -82,25 +79,26 @@ void Frame::on_reload(std::function<void()> reload)
     reload_ = std::move(reload);
 }
 
-void Frame::take_signals()
+void Frame::take_signal(int fd)
 {
     signalfd_siginfo info;
-    while (read(signals_, &info, sizeof(info)) == static_cast<ssize_t>(sizeof(info))) {
-        switch (static_cast<int>(info.ssi_signo)) {
-        case SIGUSR1:
-            write_status();
-            break;
-        case SIGHUP:
-            log_info("SIGHUP received%s", reload_ ? ", reloading" : ", nothing to reload");
-            if (reload_) {
-                reload_();
-            }
-            break;
-        default:
-            log_info("%s received, ending", info.ssi_signo == SIGTERM ? "SIGTERM" : "SIGINT");
-            reactor_.stop();
-            break;
+    if (read(fd, &info, sizeof(info)) != static_cast<ssize_t>(sizeof(info))) {
+        return;
+    }
+    switch (static_cast<int>(info.ssi_signo)) {
+    case SIGUSR1:
+        write_status();
+        break;
+    case SIGHUP:
+        log_info("SIGHUP received%s", reload_ ? ", reloading" : ", nothing to reload");
+        if (reload_) {
+            reload_();
         }
+        break;
+    default:
+        log_info("%s received, ending", info.ssi_signo == SIGTERM ? "SIGTERM" : "SIGINT");
+        reactor_.stop();
+        break;
     }
 }
 

@@ -24,6 +24,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace mcastd
 {
@@ -85,11 +86,11 @@ public:
     int run();
 
 private:
-    void take_signals();
+    void take_signal(int fd);
 
     std::string status_file_;
     Reactor reactor_;
-    int signals_ = -1;
+    std::vector<int> signals_;
     std::function<std::string()> status_;
     std::function<void()> reload_;
 };

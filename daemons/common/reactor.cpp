@@ -1,5 +1,6 @@
 #include "daemons/common/reactor.h"
 
+#include "mcast/event.h"
 #include "mcasthost/loop.h"
 
 #include <utility>
@@ -23,21 +24,33 @@ Reactor::~Reactor()
 
 bool Reactor::add(int fd, uint32_t events, Handler handler)
 {
-    if (HOST_LoopAdd(loop_, fd, events, dispatch) != 0) {
+    if (MCAST_AddEpoll(static_cast<uint32_t>(loop_), static_cast<uint32_t>(fd), events, context()) !=
+        MCAST_OK) {
         return false;
     }
-    handlers_[fd] = std::make_shared<Handler>(std::move(handler));
+    attach(fd, std::move(handler));
     return true;
+}
+
+void Reactor::attach(int fd, Handler handler)
+{
+    handlers_[fd] = std::make_shared<Handler>(std::move(handler));
+}
+
+uint64_t Reactor::context()
+{
+    return reinterpret_cast<uintptr_t>(&dispatch);
 }
 
 bool Reactor::modify(int fd, uint32_t events)
 {
-    return HOST_LoopModify(loop_, fd, events, dispatch) == 0;
+    return MCAST_ModifyEpoll(static_cast<uint32_t>(loop_), static_cast<uint32_t>(fd), events, context()) ==
+           MCAST_OK;
 }
 
 void Reactor::remove(int fd)
 {
-    HOST_LoopRemove(loop_, fd);
+    MCAST_DeleteEpoll(static_cast<uint32_t>(loop_), static_cast<uint32_t>(fd));
     handlers_.erase(fd);
 }
 

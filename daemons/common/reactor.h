@@ -32,7 +32,8 @@ public:
         return loop_ >= 0;
     }
 
-    // The host's loop, for its timer service, link table and route watch, and for MCAST_AddEpoll.
+    // The host's loop, for its timer service, link table and route watch, and for what registers descriptors
+    // itself.
     int descriptor() const
     {
         return loop_;
@@ -40,6 +41,11 @@ public:
 
     // Watches fd, which stays the caller's. False when the kernel refuses or fd is watched already.
     bool add(int fd, uint32_t events, Handler handler);
+
+    // For what registers a descriptor itself: the context with which it does so, and the handler for the
+    // descriptor, to be attached right after.
+    static uint64_t context();
+    void attach(int fd, Handler handler);
 
     // Replaces the events waited for.
     bool modify(int fd, uint32_t events);

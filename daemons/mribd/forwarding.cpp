@@ -35,6 +35,9 @@ namespace mribd
 namespace
 {
 
+// Prefixes with changed routes that are told apart; more of them at once count as everything.
+constexpr size_t PREFIXES_REMEMBERED = 16;
+
 template <typename Visitor> void walk_sources(MRT_GROUP_S *group, const Visitor &visitor)
 {
     MRT_WALK_S *walk = MRT_CreateWalk(group->sources);
@@ -97,13 +100,7 @@ Entry *Forwarding::find_or_create(const MCAST_ADDR_S &group, const MCAST_ADDR_S 
     }
     if (entry_count_ >= parts_.entry_limit) {
         counters_.refused_by_limit++;
-        if (!limit_reported_) {
-            limit_reported_ = true;
-            mcastd::log_warning(
-                "%s: the limit of %u forwarding entries is reached; new sources are not forwarded "
-                "(option --max-entries)",
-                parts_.family_name, parts_.entry_limit);
-        }
+        watch_limit();
         return nullptr;
     }
     const unsigned length = full_length(parts_.family);
@@ -120,6 +117,7 @@ Entry *Forwarding::find_or_create(const MCAST_ADDR_S &group, const MCAST_ADDR_S 
         return nullptr;
     }
     entry_count_++;
+    watch_limit();
     entry->node->user_data = entry.get();
     return entry.release();
 }
@@ -138,8 +136,25 @@ void Forwarding::remove(Entry *entry)
     MRT_DeleteSourceGroup(entry->node);
     delete entry;
     entry_count_--;
-    if (entry_count_ < parts_.entry_limit - parts_.entry_limit / 10) {
+    watch_limit();
+}
+
+// Says once that the limit is near and once that it is reached, and again after it was far.
+void Forwarding::watch_limit()
+{
+    const uint32_t near = parts_.entry_limit - parts_.entry_limit / 10;
+    if (entry_count_ < near - near / 10) {
+        limit_near_reported_ = false;
         limit_reported_ = false;
+    } else if (entry_count_ >= near && !limit_near_reported_) {
+        limit_near_reported_ = true;
+        mcastd::log_warning("%s: %u of at most %u forwarding entries are in use (option --max-entries)",
+                            parts_.family_name, entry_count_, parts_.entry_limit);
+    } else if (entry_count_ == parts_.entry_limit && counters_.refused_by_limit != 0 && !limit_reported_) {
+        limit_reported_ = true;
+        mcastd::log_warning(
+            "%s: the limit of %u forwarding entries is reached; new sources are not forwarded",
+            parts_.family_name, parts_.entry_limit);
     }
 }
 
@@ -194,16 +209,30 @@ void Forwarding::membership_changed(const MCAST_ADDR_S &group, const MCAST_ADDR_
 
 void Forwarding::routes_changed(const MCAST_ADDR_S &prefix, unsigned length)
 {
-    walk_entries(table_, [&](Entry *entry) {
-        if (is_under(entry->source(), prefix, length)) {
-            queue(entry, true);
-        }
-    });
+    if (length == 0 || changed_prefixes_.size() == PREFIXES_REMEMBERED) {
+        changed_prefixes_.assign(1, {any_address(parts_.family), 0});
+    } else {
+        changed_prefixes_.emplace_back(prefix, length);
+    }
 }
 
-void Forwarding::interfaces_changed()
+// One walk for all that was reported since the last, so that a burst of changes costs no walk each.
+void Forwarding::queue_changed()
 {
-    walk_entries(table_, [this](Entry *entry) { queue(entry, false); });
+    if (!interfaces_changed_ && changed_prefixes_.empty()) {
+        return;
+    }
+    walk_entries(table_, [this](Entry *entry) {
+        const bool check_route =
+            std::any_of(changed_prefixes_.begin(), changed_prefixes_.end(), [entry](const auto &changed) {
+                return is_under(entry->source(), changed.first, changed.second);
+            });
+        if (interfaces_changed_ || check_route) {
+            queue(entry, check_route);
+        }
+    });
+    interfaces_changed_ = false;
+    changed_prefixes_.clear();
 }
 
 void Forwarding::vacate_vifs(uint32_t bits)
@@ -218,6 +247,7 @@ void Forwarding::vacate_vifs(uint32_t bits)
 
 bool Forwarding::settle(unsigned limit)
 {
+    queue_changed();
     for (; limit > 0 && !waiting_.empty(); limit--) {
         Entry *entry = waiting_.front();
         waiting_.pop_front();

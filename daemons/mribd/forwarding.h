@@ -17,6 +17,7 @@
 #include <functional>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace mribd
 {
@@ -99,7 +100,10 @@ public:
     void routes_changed(const MCAST_ADDR_S &prefix, unsigned length);
 
     // Virtual interfaces, or which links this router forwards on to, changed. Evaluated by settle.
-    void interfaces_changed();
+    void interfaces_changed()
+    {
+        interfaces_changed_ = true;
+    }
 
     // No entry uses these virtual interfaces when it returns.
     void vacate_vifs(uint32_t bits);
@@ -140,6 +144,8 @@ private:
     Entry *find_or_create(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
     void remove(Entry *entry);
     void queue(Entry *entry, bool check_route);
+    void queue_changed();
+    void watch_limit();
     void evaluate(Entry *entry);
     void determine_upstream(Entry *entry);
     void set_upstream(Entry *entry, uint32_t upstream);
@@ -150,10 +156,13 @@ private:
     Parts parts_;
     MRT_TABLE_S *table_;
     uint32_t entry_count_ = 0;
+    bool limit_near_reported_ = false;
     bool limit_reported_ = false;
     std::deque<Entry *> waiting_; // may hold NULL for entries that were removed meanwhile
     std::unordered_map<uint32_t, uint32_t> entries_per_upstream_;
     bool upstream_changed_ = false;
+    bool interfaces_changed_ = false;
+    std::vector<std::pair<MCAST_ADDR_S, unsigned>> changed_prefixes_;
     ForwardingCounters counters_;
 };
 
