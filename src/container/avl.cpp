@@ -92,7 +92,7 @@ MCAST_AVL_NODE_S *FindWithPath(const MCAST_AVL_S *tree, const void *key, AvlPath
         if (order == 0) {
             return node;
         }
-        node = order > 0 ? node->left : node->right;
+        node = *mcast::AvlLink(node, order > 0);
     }
     return nullptr;
 }
@@ -164,7 +164,7 @@ uint32_t MCAST_AVL_Insert(MCAST_AVL_S *tree, MCAST_AVL_NODE_S *node)
         if (path.depth == MCAST_AVL_MAX_DEPTH) {
             return MCAST_AVL_TOO_DEEP;
         }
-        link = order < 0 ? &visited->left : &visited->right;
+        link = mcast::AvlLink(visited, order < 0);
     }
     Attach(tree, link, node);
     mcast::AvlRebalance(tree, path);

@@ -15,7 +15,7 @@
  * 512 are idle: between the two a heap that breathes by a few hundred elements does not allocate at all. The
  * element that leaves a heap of one is simply cleared away, without a look at the idle slots.
  *
- * The walks themselves are in heap_core.h, because the timer manager uses them with its own inline order.
+ * The walks themselves are in heap_core.h, because the timer manager uses them with keys of its own.
  */
 #include "mcast/heap.h"
 
@@ -70,23 +70,72 @@ namespace
 
 constexpr uint64_t kMostSlots = SIZE_MAX / sizeof(void *);
 
-/* The order that the heap's creator gave, fetched once for a whole move. */
-struct GivenOrder {
+/* Elements compared and told their position by the functions that the heap's creator gave. */
+struct GivenView {
+    using Item = void *;
+
+    void **slots;
     MCAST_HEAP_COMPARE compare;
     MCAST_HEAP_SET_INDEX set_index;
 
-    explicit GivenOrder(const MCAST_MINHEAP_S *heap) : compare(heap->compare), set_index(heap->set_index)
+    Item At(uint64_t position) const
     {
+        return slots[position - 1];
     }
 
-    int64_t Compare(const void *first, const void *second) const
+    void Set(uint64_t position, Item element) const
+    {
+        slots[position - 1] = element;
+    }
+
+    void Put(uint64_t position, Item element) const
+    {
+        slots[position - 1] = element;
+        set_index(element, &position);
+    }
+
+    int64_t Compare(Item first, Item second) const
     {
         return compare(first, second);
     }
 
-    void SetIndex(void *element, uint64_t position) const
+    /*
+     * The four grandchildren, and the slots of the level after them. A large heap's elements lie scattered,
+     * so without this every level waits for memory in turn.
+     */
+    [[gnu::always_inline]] void Prefetch(uint64_t child, uint64_t count) const
     {
-        set_index(element, &position);
+        uint64_t grandchild = 2 * child;
+
+        if (grandchild + 3 > count) {
+            return;
+        }
+        __builtin_prefetch(slots[grandchild - 1]);
+        __builtin_prefetch(slots[grandchild]);
+        __builtin_prefetch(slots[grandchild + 1]);
+        __builtin_prefetch(slots[grandchild + 2]);
+        if (4 * grandchild + 4 <= count) {
+            __builtin_prefetch(&slots[4 * grandchild + 3]);
+        }
+    }
+};
+
+struct GivenKeeper {
+    MCAST_MINHEAP_S *heap;
+
+    bool Reserve() const
+    {
+        return mcast::HeapReserve(heap);
+    }
+
+    void Shrink() const
+    {
+        mcast::HeapShrink(heap);
+    }
+
+    GivenView View() const
+    {
+        return {heap->slots, heap->compare, heap->set_index};
     }
 };
 
@@ -124,7 +173,7 @@ void MCAST_MinHeapDestory(MCAST_MINHEAP_S *heap)
 
 MCAST_STATUS MCAST_MinHeapInsert(MCAST_MINHEAP_S *heap, void *element)
 {
-    if (heap == nullptr || element == nullptr || !mcast::HeapInsert(heap, element, GivenOrder(heap))) {
+    if (heap == nullptr || element == nullptr || !mcast::HeapInsert(GivenKeeper{heap}, element)) {
         return MCAST_ERR_GENERAL;
     }
     return MCAST_OK;
@@ -137,27 +186,27 @@ void *MCAST_MinHeapTop(const MCAST_MINHEAP_S *heap)
 
 void *MCAST_MinHeapExtract(MCAST_MINHEAP_S *heap)
 {
-    return heap != nullptr ? mcast::HeapExtract(heap, GivenOrder(heap)) : nullptr;
+    return heap != nullptr ? mcast::HeapExtract(GivenKeeper{heap}) : nullptr;
 }
 
 void MCAST_MinHeapRemove(MCAST_MINHEAP_S *heap, uint64_t position)
 {
     if (mcast::HeapHas(heap, position)) {
-        mcast::HeapRemove(heap, position, GivenOrder(heap));
+        mcast::HeapRemove(GivenKeeper{heap}, position);
     }
 }
 
 void MCAST_MinHeapMoveUp(MCAST_MINHEAP_S *heap, uint64_t position)
 {
     if (mcast::HeapHas(heap, position)) {
-        mcast::HeapMoveUp(heap, position, GivenOrder(heap));
+        mcast::HeapMoveUp(GivenKeeper{heap}.View(), position);
     }
 }
 
 void MCAST_MinHeapMoveDown(MCAST_MINHEAP_S *heap, uint64_t position)
 {
     if (mcast::HeapHas(heap, position)) {
-        mcast::HeapMoveDown(heap, position, GivenOrder(heap));
+        mcast::HeapMoveDown<false>(GivenKeeper{heap}.View(), position, heap->count);
     }
 }
 

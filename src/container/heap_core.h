@@ -1,11 +1,19 @@
 /*
- * The heap's algorithms, once for every way of comparing elements and telling them their position. An Order
- * provides
- *     int64_t Compare(const void *first, const void *second)   as MCAST_HEAP_COMPARE
- *     void SetIndex(void *element, uint64_t position)          as MCAST_HEAP_SET_INDEX
- * so that the exported heap can call the functions its creator gave, and the timer manager its own inline.
- * Which elements are compared, in which order they are told their position, and that x is told also when it
- * stays where it was, is part of the heap's contract and the same for every Order.
+ * The heap's algorithms, once for every way of keeping it. A Keeper, a small value, provides
+ *     heap                the heap record
+ *     Reserve(), Shrink() room for one more element, false when there is none; giving idle slots back
+ *     View()              access to the elements; invalid once Reserve or Shrink was called
+ * and its View
+ *     Item                an element in hand, cheap to copy
+ *     At(position)        the item at a position
+ *     Set(position, item) stores it there
+ *     Put(position, item) stores it there and tells the element its position
+ *     Compare(one, other) as MCAST_HEAP_COMPARE
+ *     Prefetch(child, count)  fetches what the levels below the children child and child + 1 will need;
+ * always inline, since a call of a function that only fetches is optimised away so that the exported heap can
+ * call the functions its creator gave, and the timer manager can compare keys that it keeps beside the slots.
+ * Which elements are compared, in which order they are told their position, and that a moving element is told
+ * also when it stays where it was, is part of the heap's contract and the same for all.
  */
 #ifndef CONTAINER_HEAP_CORE_H
 #define CONTAINER_HEAP_CORE_H
@@ -26,123 +34,123 @@ inline bool HeapHas(const MCAST_MINHEAP_S *heap, uint64_t position)
     return heap != nullptr && position != 0 && position <= heap->count;
 }
 
-/* position is from 1 to count. */
-template <typename Order> void HeapMoveUp(MCAST_MINHEAP_S *heap, uint64_t position, Order order)
+/* position is that of an element. */
+template <typename View> void HeapMoveUp(View view, uint64_t position)
 {
-    void **slots = heap->slots;
-    void *moving = slots[position - 1];
+    typename View::Item moving = view.At(position);
 
     while (position > 1) {
-        uint64_t above = position / 2;
-        void *parent = slots[above - 1];
+        typename View::Item parent = view.At(position / 2);
 
-        if (order.Compare(moving, parent) >= 0) {
+        if (view.Compare(moving, parent) >= 0) {
             break;
         }
-        slots[position - 1] = parent;
-        order.SetIndex(parent, position);
-        position = above;
+        view.Put(position, parent);
+        position /= 2;
     }
-    slots[position - 1] = moving;
-    order.SetIndex(moving, position);
+    view.Put(position, moving);
 }
 
 /*
- * Fetches the four grandchildren below the children at child and child + 1 while those two are compared. A
- * large heap's elements lie scattered, so without this every level waits for memory in turn.
+ * position is that of an element, count the number of elements. kFar says that the element will probably sink
+ * to the bottom: then memory is fetched ahead and the lesser child, which cannot be foretold, is added
+ * instead of branched on. A short move is better served by the processor's own guesses and without the extra
+ * traffic.
  */
-inline void HeapPrefetchBelow(void **slots, uint64_t child, uint64_t count)
+template <bool kFar, typename View> void HeapMoveDown(View view, uint64_t position, uint64_t count)
 {
-    uint64_t below = 2 * child;
-
-    if (below + 3 <= count) {
-        __builtin_prefetch(slots[below - 1]);
-        __builtin_prefetch(slots[below]);
-        __builtin_prefetch(slots[below + 1]);
-        __builtin_prefetch(slots[below + 2]);
-    }
-}
-
-/* position is from 1 to count. */
-template <typename Order> void HeapMoveDown(MCAST_MINHEAP_S *heap, uint64_t position, Order order)
-{
-    void **slots = heap->slots;
-    uint64_t count = heap->count;
-    void *moving = slots[position - 1];
+    typename View::Item moving = view.At(position);
 
     for (uint64_t child = 2 * position; child <= count; child = 2 * position) {
-        HeapPrefetchBelow(slots, child, count);
-        if (child < count && order.Compare(slots[child], slots[child - 1]) < 0) {
-            ++child;
+        if constexpr (kFar) {
+            view.Prefetch(child, count);
         }
-        void *least = slots[child - 1];
+        if (child < count) {
+            int64_t difference = view.Compare(view.At(child + 1), view.At(child));
 
-        if (order.Compare(least, moving) >= 0) {
+            if constexpr (kFar) {
+                child += static_cast<uint64_t>(difference) >> 63;
+            } else if (difference < 0) {
+                ++child;
+            }
+        }
+        typename View::Item least = view.At(child);
+
+        if (view.Compare(least, moving) >= 0) {
             break;
         }
-        slots[position - 1] = least;
-        order.SetIndex(least, position);
+        view.Put(position, least);
         position = child;
     }
-    slots[position - 1] = moving;
-    order.SetIndex(moving, position);
+    view.Put(position, moving);
 }
 
-/* element is not NULL. False when the array cannot grow. */
-template <typename Order> bool HeapInsert(MCAST_MINHEAP_S *heap, void *element, Order order)
+/* Adds item; false when there is no room. */
+template <typename Keeper, typename Item> bool HeapInsert(Keeper keeper, Item item)
 {
-    if (!HeapReserve(heap)) {
+    if (!keeper.Reserve()) {
         return false;
     }
-    heap->slots[heap->count++] = element;
-    HeapMoveUp(heap, heap->count, order);
+    uint64_t position = ++keeper.heap->count;
+
+    keeper.View().Set(position, item);
+    HeapMoveUp(keeper.View(), position);
     return true;
 }
 
-/* The top taken out, or NULL when the heap is empty. */
-template <typename Order> void *HeapExtract(MCAST_MINHEAP_S *heap, Order order)
+/* Takes the last element, which is elsewhere by now or goes, out of its slot. */
+template <typename Keeper> void HeapDropLast(Keeper keeper)
 {
+    keeper.heap->slots[--keeper.heap->count] = nullptr;
+    keeper.Shrink();
+}
+
+/* The top taken out, or NULL when the heap is empty. */
+template <typename Keeper> void *HeapExtract(Keeper keeper)
+{
+    MCAST_MINHEAP_S *heap = keeper.heap;
+
     if (heap->count == 0) {
         return nullptr;
     }
-    void **slots = heap->slots;
-    void *top = slots[0];
+    void *top = heap->slots[0];
 
     if (heap->count == 1) {
-        slots[0] = nullptr;
+        heap->slots[0] = nullptr;
         heap->count = 0;
         return top;
     }
-    slots[0] = slots[heap->count - 1];
-    order.SetIndex(slots[0], 1);
-    slots[--heap->count] = nullptr;
-    HeapShrink(heap);
-    HeapMoveDown(heap, 1, order);
+    auto view = keeper.View();
+
+    view.Put(1, view.At(heap->count));
+    HeapDropLast(keeper);
+    HeapMoveDown<true>(keeper.View(), 1, heap->count);
     return top;
 }
 
-/* position is from 1 to count. */
-template <typename Order> void HeapRemove(MCAST_MINHEAP_S *heap, uint64_t position, Order order)
+/* position is that of an element. */
+template <typename Keeper> void HeapRemove(Keeper keeper, uint64_t position)
 {
+    MCAST_MINHEAP_S *heap = keeper.heap;
+
     if (heap->count == 1) {
         heap->slots[0] = nullptr;
         heap->count = 0;
         return;
     }
-    void *last = heap->slots[heap->count - 1];
-    int64_t difference = order.Compare(heap->slots[position - 1], last);
+    auto view = keeper.View();
+    auto last = view.At(heap->count);
+    int64_t difference = view.Compare(view.At(position), last);
 
-    heap->slots[position - 1] = last;
-    order.SetIndex(last, position);
-    heap->slots[--heap->count] = nullptr;
-    HeapShrink(heap);
+    view.Put(position, last);
+    HeapDropLast(keeper);
     if (position > heap->count) {
         return; /* the last element itself went; a compare that finds it unequal to itself moves nothing */
     }
     if (difference > 0) {
-        HeapMoveUp(heap, position, order);
+        HeapMoveUp(keeper.View(), position);
     } else if (difference < 0) {
-        HeapMoveDown(heap, position, order);
+        HeapMoveDown<false>(keeper.View(), position, heap->count);
     }
 }
 

@@ -47,7 +47,7 @@ TEST_F(TimerManager, CreationUndoesEverythingWhenAStepFails)
         MCAST_TMR_Destroy(other);
     });
 
-    EXPECT_EQ(needed, 3u);
+    EXPECT_EQ(needed, 4u);
     platform.fail_create = true;
     Calls();
     EXPECT_EQ(MCAST_TMR_Create(scripted_timer::Service(), Fired, nullptr), nullptr);
@@ -253,7 +253,7 @@ TEST_F(TimerManager, AddFailsWithoutMemoryForTheTimerOrTheHeap)
             EXPECT_EQ(Calls(), "");
         }
     });
-    EXPECT_EQ(needed, 2u);
+    EXPECT_EQ(needed, 3u);
     EXPECT_EQ(manager->heap->count, 17u);
 }
 
