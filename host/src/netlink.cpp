@@ -39,7 +39,7 @@ Netlink::~Netlink()
 
 bool Netlink::open(Kind kind, std::initializer_list<unsigned> groups)
 {
-    buffer_.resize(DATAGRAM_MAX);
+    buffer_ = std::make_unique_for_overwrite<char[]>(DATAGRAM_MAX);
     int flags = SOCK_CLOEXEC | (kind == Kind::notifications ? SOCK_NONBLOCK : 0);
     socket_ = mnl_socket_open2(NETLINK_ROUTE, flags);
     if (socket_ == nullptr || mnl_socket_bind(socket_, 0, MNL_SOCKET_AUTOPID) != 0) {
@@ -63,13 +63,13 @@ void Netlink::discard()
 {
     ssize_t length;
     do {
-        length = mnl_socket_recvfrom(socket_, buffer_.data(), buffer_.size());
+        length = mnl_socket_recvfrom(socket_, buffer_.get(), DATAGRAM_MAX);
     } while (length >= 0 || (errno != EAGAIN && errno != EBADF));
 }
 
 Netlink::Received Netlink::receive(Message message, void *context)
 {
-    ssize_t length = mnl_socket_recvfrom(socket_, buffer_.data(), buffer_.size());
+    ssize_t length = mnl_socket_recvfrom(socket_, buffer_.get(), DATAGRAM_MAX);
     if (length < 0) {
         if (errno == EAGAIN || errno == EINTR) {
             return Received::nothing;
@@ -81,7 +81,7 @@ Netlink::Received Netlink::receive(Message message, void *context)
         return Received::overrun;
     }
     Handover handover{message, context};
-    mnl_cb_run(buffer_.data(), static_cast<size_t>(length), 0, 0, hand_over, &handover);
+    mnl_cb_run(buffer_.get(), static_cast<size_t>(length), 0, 0, hand_over, &handover);
     return Received::messages;
 }
 
@@ -89,7 +89,7 @@ Netlink::Received Netlink::receive(Message message, void *context)
 bool Netlink::read_answer(size_t length, Message message, void *context, int *error)
 {
     int left = static_cast<int>(length);
-    const nlmsghdr *header = reinterpret_cast<const nlmsghdr *>(buffer_.data());
+    const nlmsghdr *header = reinterpret_cast<const nlmsghdr *>(buffer_.get());
     for (; mnl_nlmsg_ok(header, left); header = mnl_nlmsg_next(header, &left)) {
         if (header->nlmsg_seq != sequence_) {
             continue; // left from a request that was given up
@@ -124,7 +124,7 @@ bool Netlink::request(nlmsghdr *header, Message message, void *context)
     }
     int error = 0;
     for (bool complete = false; !complete;) {
-        ssize_t length = mnl_socket_recvfrom(socket_, buffer_.data(), buffer_.size());
+        ssize_t length = mnl_socket_recvfrom(socket_, buffer_.get(), DATAGRAM_MAX);
         if (length < 0 && errno != EINTR) {
             return false;
         }

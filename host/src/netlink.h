@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <libmnl/libmnl.h>
-#include <vector>
+#include <memory>
 
 namespace host
 {
@@ -63,7 +63,7 @@ private:
 
     mnl_socket *socket_ = nullptr;
     uint32_t sequence_ = 0;
-    std::vector<char> buffer_;
+    std::unique_ptr<char[]> buffer_;
 };
 
 } // namespace host
