@@ -1,65 +1,26 @@
 /*
- * One thread, one event loop: signals, the packet socket, the MRIB channel, the platform timer and the link
- * notifications take turns in it. After each turn what it changed is flushed to the MRIB process.
+ * One thread, one event loop: signals, the packet socket, the MRIB channel, timers and link notifications
+ * take turns in it. After each turn what it changed is flushed to the MRIB process.
  */
 #include "daemons/gmpd/daemon.h"
 
-#include <cerrno>
-#include <cstring>
 #include <new>
 
 #include <sys/epoll.h>
 
-#include "daemons/common/log.h"
 #include "daemons/gmpd/links.h"
 #include "daemons/gmpd/memory.h"
 #include "daemons/gmpd/mrib_link.h"
 #include "daemons/gmpd/receiver.h"
 #include "daemons/gmpd/sender.h"
 #include "daemons/gmpd/status.h"
-#include "mcasthost/loop.h"
+#include "daemons/gmpd/timer_loop.h"
 
 namespace gmpd
 {
 
 namespace
 {
-
-// The daemon's timers, on the timer service of its loop.
-class Timers
-{
-public:
-    Timers() = default;
-    ~Timers()
-    {
-        MCAST_TMR_Destroy(manager_);
-    }
-    Timers(const Timers &) = delete;
-    Timers &operator=(const Timers &) = delete;
-
-    bool open(int loop)
-    {
-        const uint64_t parameters[4] = {reinterpret_cast<uint64_t>(this), 0, 0, 0};
-
-        manager_ = MCAST_TMR_Create(HOST_LoopTimerService(loop), fired, parameters);
-        if (manager_ == nullptr) {
-            mcastd::log_error("cannot set up timers: %s", strerror(errno));
-        }
-        return manager_ != nullptr;
-    }
-    MCAST_TMR_S *manager() const
-    {
-        return manager_;
-    }
-
-private:
-    static void fired(uint64_t parameters[4])
-    {
-        MCAST_TMR_ProcExpires(reinterpret_cast<Timers *>(parameters[0])->manager_);
-    }
-
-    MCAST_TMR_S *manager_ = nullptr;
-};
 
 // Where the state machine's effects go.
 class DaemonOutputs final : public Outputs
@@ -96,13 +57,13 @@ private:
 int run_daemon(const mcastd::Options &options, const Config &config)
 {
     mcastd::Frame frame(options);
-    Timers timers;
+    TimerLoop timers(frame.reactor());
     Router router;
     Sender sender;
     Receiver receiver(router);
 
     std::set_new_handler(out_of_memory);
-    if (!frame.open() || !timers.open(frame.reactor().descriptor())) {
+    if (!frame.open() || !timers.open()) {
         return EXIT_FAILURE;
     }
     router.config = config;
@@ -125,9 +86,11 @@ int run_daemon(const mcastd::Options &options, const Config &config)
     });
     frame.reactor().set_background([&] {
         mrib.flush();
+        timers.set_wake_up();
         return false;
     });
     mrib.flush();
+    timers.set_wake_up();
     const int result = frame.run();
 
     links.close();

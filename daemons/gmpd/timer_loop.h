@@ -1,0 +1,50 @@
+/*
+ * The daemon's timer manager in its event loop.
+ */
+#ifndef GMPD_TIMER_LOOP_H
+#define GMPD_TIMER_LOOP_H
+
+#include <cstdint>
+
+#include "daemons/common/reactor.h"
+#include "daemons/gmpd/socket.h"
+#include "mcast/timer.h"
+
+namespace gmpd
+{
+
+class TimerLoop
+{
+public:
+    explicit TimerLoop(mcastd::Reactor &reactor) : reactor_(reactor)
+    {
+    }
+    ~TimerLoop();
+    TimerLoop(const TimerLoop &) = delete;
+    TimerLoop &operator=(const TimerLoop &) = delete;
+
+    // Makes the manager and its timer in the loop. False on failure, which is logged.
+    bool open();
+
+    // NULL before open.
+    MCAST_TMR_S *manager() const
+    {
+        return manager_;
+    }
+
+    // Sets the wake-up for the earliest timer; to be called after everything that may have changed it.
+    void set_wake_up();
+
+private:
+    static void platform_timer_fired(uint64_t parameters[4]);
+    void woken();
+
+    mcastd::Reactor &reactor_;
+    MCAST_TMR_S *manager_ = nullptr;
+    Descriptor wake_up_;
+    uint32_t wake_up_s_ = 0; // what wake_up_ is set to, seconds since boot; 0 when it is not
+};
+
+} // namespace gmpd
+
+#endif
