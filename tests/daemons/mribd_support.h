@@ -5,6 +5,7 @@
 #ifndef TESTS_DAEMONS_MRIBD_SUPPORT_H
 #define TESTS_DAEMONS_MRIBD_SUPPORT_H
 
+#include "daemons/common/log.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/router.h"
 
@@ -172,6 +173,7 @@ struct Bench {
     explicit Bench(uint8_t family = MCAST_FAMILY_IPV4, uint32_t entry_limit = 100)
         : router(family, kernel, environment, timers, entry_limit)
     {
+        mcastd::log_open("mribd", mcastd::LogLevel::Error);
         environment.interfaces = {1, 2, 3, 4};
     }
 

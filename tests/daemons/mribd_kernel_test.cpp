@@ -1,0 +1,270 @@
+/*
+ * mribd against the running kernel, in a network namespace of the test's own: a veth pair whose one end
+ * routes and whose other end is the wire into which packets are put.
+ */
+#include "daemons/common/reactor.h"
+#include "daemons/mribd/address.h"
+#include "daemons/mribd/host_environment.h"
+#include "daemons/mribd/kernel_mroute.h"
+#include "daemons/mribd_support.h"
+#include "host/namespace.h"
+
+#include <gtest/gtest.h>
+
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <poll.h>
+#include <unistd.h>
+
+using namespace mribd;
+using mribd_test::address;
+
+namespace
+{
+
+struct Family {
+    uint8_t family;
+    std::string source;
+    std::string group;
+
+    friend void PrintTo(const Family &value, std::ostream *out)
+    {
+        *out << family_name(value.family);
+    }
+};
+
+// A UDP packet without content from source to group, from the Ethernet header on. No checksum that is wrong
+// keeps the kernel from routing it: it looks at IPv4's header checksum only.
+std::vector<uint8_t> frame(const Family &family)
+{
+    const MCAST_ADDR_S source = address(family.source);
+    const MCAST_ADDR_S group = address(family.group);
+    std::vector<uint8_t> bytes(family.family == MCAST_FAMILY_IPV4 ? 42 : 62);
+    uint8_t *ip = bytes.data() + 14;
+    bytes[6] = 2;
+    if (family.family == MCAST_FAMILY_IPV4) {
+        const uint8_t ethernet[] = {1, 0, 0x5e, group.address[1], group.address[2], group.address[3]};
+        std::copy(std::begin(ethernet), std::end(ethernet), bytes.begin());
+        bytes[12] = 0x08;
+        const uint8_t header[] = {0x45, 0, 0, 28, 0, 1, 0, 0, 8, 17};
+        std::copy(std::begin(header), std::end(header), ip);
+        std::copy_n(source.address, 4, ip + 12);
+        std::copy_n(group.address, 4, ip + 16);
+        uint32_t sum = 0;
+        for (int i = 0; i < 20; i += 2) {
+            sum += static_cast<uint32_t>(ip[i] << 8 | ip[i + 1]);
+        }
+        sum = (sum & 0xffff) + (sum >> 16);
+        ip[10] = static_cast<uint8_t>(~sum >> 8);
+        ip[11] = static_cast<uint8_t>(~sum);
+    } else {
+        const uint8_t ethernet[] = {
+            0x33, 0x33, group.address[12], group.address[13], group.address[14], group.address[15]};
+        std::copy(std::begin(ethernet), std::end(ethernet), bytes.begin());
+        bytes[12] = 0x86;
+        bytes[13] = 0xdd;
+        const uint8_t header[] = {0x60, 0, 0, 0, 0, 8, 17, 8};
+        std::copy(std::begin(header), std::end(header), ip);
+        std::copy_n(source.address, 16, ip + 8);
+        std::copy_n(group.address, 16, ip + 24);
+    }
+    return bytes;
+}
+
+void put_on_wire(const std::string &interface, const Family &family)
+{
+    const int fd = socket(AF_PACKET, SOCK_RAW, 0);
+    sockaddr_ll where{};
+    where.sll_family = AF_PACKET;
+    where.sll_ifindex = static_cast<int>(if_nametoindex(interface.c_str()));
+    const auto bytes = frame(family);
+    EXPECT_EQ(
+        sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr *>(&where), sizeof(where)),
+        static_cast<ssize_t>(bytes.size()));
+    close(fd);
+}
+
+void make_link(const std::string &name)
+{
+    host_test::shell("ip link add " + name + " type veth peer name " + name + "_wire");
+    host_test::shell("ip link set " + name + " up && ip link set " + name + "_wire up");
+}
+
+std::vector<Upcall> next_upcalls(KernelMroute &kernel)
+{
+    std::vector<Upcall> result;
+    pollfd waiting{kernel.descriptor(), POLLIN, 0};
+    for (int tries = 0; tries < 10 && result.empty() && poll(&waiting, 1, 1000) == 1; tries++) {
+        kernel.receive(16, [&](const Upcall &upcall) { result.push_back(upcall); });
+    }
+    return result;
+}
+
+class KernelTest : public testing::TestWithParam<Family>
+{
+protected:
+    const Family family = GetParam();
+};
+
+TEST_P(KernelTest, OneRouterANamespaceAndTheSecondIsToldWhy)
+{
+    IN_FRESH_NAMESPACE([this] {
+        KernelMroute first(family.family);
+        KernelMroute second(family.family);
+        std::string reason;
+        ASSERT_EQ(first.open(&reason), KernelMroute::OpenResult::Ready) << reason;
+        EXPECT_EQ(second.open(&reason), KernelMroute::OpenResult::Failed);
+        EXPECT_NE(reason.find("another process"), std::string::npos) << reason;
+        EXPECT_EQ(second.descriptor(), -1);
+        first.shut();
+        EXPECT_EQ(second.open(&reason), KernelMroute::OpenResult::Ready) << reason;
+    });
+}
+
+TEST_P(KernelTest, PacketOfANewSourceIsReportedAndForwardedOnceItHasAnEntry)
+{
+    IN_FRESH_NAMESPACE([this] {
+        make_link("in");
+        make_link("out");
+        KernelMroute kernel(family.family);
+        std::string reason;
+        ASSERT_EQ(kernel.open(&reason), KernelMroute::OpenResult::Ready) << reason;
+        ASSERT_EQ(kernel.add_vif(3, if_nametoindex("in")), 0);
+        ASSERT_EQ(kernel.add_vif(31, if_nametoindex("out")), 0);
+        EXPECT_EQ(kernel.add_vif(31, if_nametoindex("in")), EADDRINUSE);
+        const MCAST_ADDR_S source = address(family.source);
+        const MCAST_ADDR_S group = address(family.group);
+        EXPECT_FALSE(kernel.counters(source, group));
+        put_on_wire("in_wire", family);
+        const auto upcalls = next_upcalls(kernel);
+        ASSERT_EQ(upcalls.size(), 1u);
+        EXPECT_EQ(upcalls[0].kind, UpcallKind::NoEntry);
+        EXPECT_EQ(upcalls[0].vif, 3u);
+        EXPECT_EQ(text(upcalls[0].source), family.source);
+        EXPECT_EQ(text(upcalls[0].group), family.group);
+        ASSERT_EQ(kernel.set_entry(source, group, 3, 1u << 31), 0);
+        put_on_wire("in_wire", family);
+        put_on_wire("out_wire", family);
+        const auto wrong = next_upcalls(kernel);
+        ASSERT_EQ(wrong.size(), 1u);
+        EXPECT_EQ(wrong[0].kind, UpcallKind::WrongInterface);
+        EXPECT_EQ(wrong[0].vif, 31u);
+        const auto counters = kernel.counters(source, group);
+        ASSERT_TRUE(counters);
+        EXPECT_GE(counters->packets, 2u);
+        EXPECT_GE(counters->wrong_interface, 1u); // the wire's ends are in this namespace too and may count
+        EXPECT_EQ(kernel.delete_entry(source, group), 0);
+        EXPECT_EQ(kernel.delete_entry(source, group), ENOENT);
+        EXPECT_EQ(kernel.delete_vif(31), 0);
+        EXPECT_EQ(kernel.delete_vif(31), EADDRNOTAVAIL);
+    });
+}
+
+TEST_P(KernelTest, InterfaceThatDoesNotExistGetsNoVirtualInterface)
+{
+    IN_FRESH_NAMESPACE([this] {
+        KernelMroute kernel(family.family);
+        std::string reason;
+        ASSERT_EQ(kernel.open(&reason), KernelMroute::OpenResult::Ready) << reason;
+        EXPECT_NE(kernel.add_vif(0, 4711), 0);
+        EXPECT_NE(kernel.add_vif(MAX_VIFS, 1), 0);
+        if (family.family == MCAST_FAMILY_IPV6) {
+            EXPECT_EQ(kernel.add_vif(0, 65536), ERANGE);
+        }
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, KernelTest,
+                         testing::Values(Family{MCAST_FAMILY_IPV4, "10.9.0.5", "239.1.1.1"},
+                                         Family{MCAST_FAMILY_IPV6, "2001:db8:9::5", "ff1e::1"}),
+                         [](const auto &instance) {
+                             return std::string(family_name(instance.param.family));
+                         });
+
+TEST(HostEnvironment, KnowsLinksSubnetsRoutesAndOwnAddresses)
+{
+    IN_FRESH_NAMESPACE([] {
+        host_test::shell("ip link set lo up");
+        make_link("one");
+        host_test::shell(
+            "ip address add 10.9.1.1/24 dev one && ip address add 2001:db8:9::1/64 dev one nodad");
+        host_test::shell(
+            "ip route add 10.8.0.0/16 via 10.9.1.2 && ip route add 2001:db8:8::/48 via 2001:db8:9::2");
+        host_test::shell("ip link set one_wire down");
+        mcastd::Reactor reactor;
+        HostEnvironment environment;
+        ASSERT_TRUE(environment.open(reactor.descriptor(), {}));
+        const uint32_t one = if_nametoindex("one");
+        EXPECT_EQ(environment.multicast_interfaces(), std::vector<uint32_t>{one});
+        EXPECT_EQ(environment.interface_name(one), "one");
+        EXPECT_EQ(environment.interface_name(4711), "#4711");
+        EXPECT_TRUE(environment.is_on_link(one, address("10.9.1.77")));
+        EXPECT_FALSE(environment.is_on_link(one, address("10.9.2.77")));
+        EXPECT_TRUE(environment.is_on_link(one, address("2001:db8:9::77")));
+        EXPECT_FALSE(environment.is_on_link(one, address("2001:db8:9:1::77")));
+        EXPECT_TRUE(environment.route_to(address("10.9.1.1")).is_own);
+        EXPECT_EQ(environment.route_to(address("10.9.1.1")).if_index, one);
+        EXPECT_TRUE(environment.route_to(address("2001:db8:9::1")).is_own);
+        EXPECT_EQ(environment.route_to(address("192.0.2.1")).if_index, 0u);
+        EXPECT_EQ(environment.obstacle(MCAST_FAMILY_IPV6, one).find("disable_ipv6"), std::string::npos);
+        host_test::shell("ip link set one_wire up");
+        EXPECT_EQ(environment.route_to(address("10.8.3.4")).if_index, one);
+        EXPECT_FALSE(environment.route_to(address("10.8.3.4")).is_own);
+        EXPECT_EQ(environment.route_to(address("2001:db8:8::4")).if_index, one);
+    });
+}
+
+TEST(HostEnvironment, TellsWhatChangesAround)
+{
+    IN_FRESH_NAMESPACE([] {
+        make_link("one");
+        mcastd::Reactor reactor;
+        HostEnvironment environment;
+        unsigned links = 0;
+        unsigned routes = 0;
+        std::vector<uint32_t> removed;
+        HostEnvironment::Events events;
+        events.links_changed = [&links] { links++; };
+        events.link_removed = [&removed](uint32_t if_index) { removed.push_back(if_index); };
+        events.routes_changed = [&routes](uint8_t, const uint8_t *, unsigned) { routes++; };
+        ASSERT_TRUE(environment.open(reactor.descriptor(), events));
+        const auto serve_until = [&reactor](const std::function<bool()> &done) {
+            for (int round = 0; round < 100 && !done(); round++) {
+                ASSERT_TRUE(reactor.run_once(1000));
+            }
+            EXPECT_TRUE(done());
+        };
+        const uint32_t one = if_nametoindex("one");
+        host_test::shell("ip address add 10.9.1.1/24 dev one");
+        serve_until([&] { return links != 0 && routes != 0; });
+        links = 0;
+        host_test::shell("ip link set one down");
+        serve_until([&] { return links != 0; });
+        const auto usable = environment.multicast_interfaces();
+        EXPECT_EQ(std::count(usable.begin(), usable.end(), one), 0);
+        host_test::shell("ip link set one name other");
+        serve_until([&] { return environment.interface_name(one) == "other"; });
+        host_test::shell("ip link delete other");
+        serve_until([&] { return std::count(removed.begin(), removed.end(), one) == 1; });
+    });
+}
+
+TEST(HostEnvironment, NamesTheSysctlThatKeepsIpv6Away)
+{
+    IN_FRESH_NAMESPACE([] {
+        make_link("one");
+        // Written by this thread, because /proc/sys/net shows the writer's namespace.
+        FILE *file = fopen("/proc/sys/net/ipv6/conf/one/disable_ipv6", "w");
+        ASSERT_NE(file, nullptr);
+        fputs("1", file);
+        fclose(file);
+        mcastd::Reactor reactor;
+        HostEnvironment environment;
+        ASSERT_TRUE(environment.open(reactor.descriptor(), {}));
+        EXPECT_EQ(environment.obstacle(MCAST_FAMILY_IPV6, if_nametoindex("one")),
+                  "net/ipv6/conf/one/disable_ipv6 is 1");
+    });
+}
+
+} // namespace
