@@ -8,6 +8,7 @@ Two receivers join groups of both families; the source's packets reach them thro
 entries that the router's daemons made; a group is left again; the MRIB daemon is killed and started again.
 """
 
+import json
 import os
 import signal
 import sys
@@ -31,9 +32,19 @@ def show(name, text):
     sys.stdout.flush()
 
 
+def memberships(status):
+    """One line a group of what a gmpd said as JSON."""
+    for interface in json.loads(status)["interfaces"]:
+        role = "querier" if interface["querier"]["this_router"] else "not querier"
+        for group in interface["groups"]:
+            sources = " ".join(source["source"] for source in group["sources"])
+            yield f"interface {interface['interface']} ({role}): {group['group']} {group['mode']} {{{sources}}}"
+
+
 def show_router(router, daemons):
     for daemon in daemons:
-        show(f"{daemon.name} says", daemon.status())
+        status = daemon.status()
+        show(f"{daemon.name} says", "\n".join(memberships(status)) if status.startswith("{") else status)
     show("the kernel says (ip mroute)", "\n".join(router.mroute("-4") + router.mroute("-6")))
 
 
@@ -82,6 +93,13 @@ def main():
         receiver.grows(by=50)
     show_receivers(receivers)
     show_router(router, [mribd])
+
+    title("Every receiver leaves: nothing is forwarded any more")
+    for receiver in receivers.values():
+        receiver.leave()
+    wait_for(lambda: not any(name in line for name in ("red", "blue") for line in
+                             router.mroute("-4") + router.mroute("-6")), "every output gone")
+    show("the kernel says (ip mroute)", "\n".join(router.mroute("-4") + router.mroute("-6")))
 
     title("Everything is taken down")
     for daemon in reversed(network.daemons()):
