@@ -13,3 +13,7 @@ if(MCAST_SANITIZE)
                                                  -fno-sanitize-recover=all)
   target_link_options(mcast_options INTERFACE -fsanitize=${MCAST_SANITIZE})
 endif()
+if(MCAST_FUZZ)
+  # Coverage for the fuzzers, of the library's code as well as of the targets.
+  target_compile_options(mcast_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()

@@ -18,6 +18,15 @@ inline void ResetMessage(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connecti
 /* Frees every waiting message. */
 void FreePending(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connection->lock);
 
+/* Reserves a record and writes its header. The value, every byte of which the sender writes; or nullptr. */
+template <typename Value>
+inline Value *ReserveValue(MRIB_GMP_CONNECT_S *connection, uint16_t type) MCAST_REQUIRES(connection->lock)
+{
+    void *record = MRIB_GMP_GetOutBuffer(connection, MRIB_RECORD_SIZE(sizeof(Value)));
+
+    return record == nullptr ? nullptr : static_cast<Value *>(MRIB_TlvStart(record, type, sizeof(Value)));
+}
+
 } // namespace mcast
 
 #endif

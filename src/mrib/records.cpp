@@ -1,8 +1,8 @@
 /* Received records that change one thing of the view each. */
 #include <string.h>
 
+#include "mcast/msdp.h"
 #include "mrib/guards.h"
-#include "mrib/msdp_table.h"
 #include "mrib/view.h"
 
 using namespace mcast;
@@ -89,9 +89,9 @@ bool SetDesignatedRouter(MRIB_GMP_VRF_S *vrf, uint32_t if_index, bool is_dr) MCA
 
 } // namespace
 
-uint64_t mcast::ApplyVrfState(uint16_t, const uint8_t *value)
+uint64_t mcast::ApplyVrfState(uint16_t, const void *value)
 {
-    const MRIB_VRF_STATE_S &record = *reinterpret_cast<const MRIB_VRF_STATE_S *>(value);
+    const MRIB_VRF_STATE_S &record = *static_cast<const MRIB_VRF_STATE_S *>(value);
     const MRIB_GMP_CALLBACKS_S &callbacks = g_stMRIBComponent.callbacks;
     MRIB_GMP_VRF_S *vrf = VrfAt(record.vrf_index);
 
@@ -105,7 +105,7 @@ uint64_t mcast::ApplyVrfState(uint16_t, const uint8_t *value)
         vrf->l3mc_state = record.state;
         if (record.state != 1) {
             DeleteAllInterfaces(vrf);
-            DeleteLocalSources(vrf);
+            MRIB_MSDP_DeleteVrfData(vrf);
         }
     }
     const MRIB_GMP_VRF_KEY_S key = KeyOf(record.vrf_index);
@@ -117,9 +117,9 @@ uint64_t mcast::ApplyVrfState(uint16_t, const uint8_t *value)
     return MCAST_OK;
 }
 
-uint64_t mcast::ApplyBoundary(uint16_t, const uint8_t *value)
+uint64_t mcast::ApplyBoundary(uint16_t, const void *value)
 {
-    const MRIB_BOUNDARY_S &record = *reinterpret_cast<const MRIB_BOUNDARY_S *>(value);
+    const MRIB_BOUNDARY_S &record = *static_cast<const MRIB_BOUNDARY_S *>(value);
     MRIB_GMP_VRF_S *vrf = VrfAt(record.vrf_index);
     uint32_t operation = record.operation;
 
@@ -143,9 +143,9 @@ uint64_t mcast::ApplyBoundary(uint16_t, const uint8_t *value)
     return MCAST_OK;
 }
 
-uint64_t mcast::ApplyPimDr(uint16_t, const uint8_t *value)
+uint64_t mcast::ApplyPimDr(uint16_t, const void *value)
 {
-    const MRIB_PIM_DR_S &record = *reinterpret_cast<const MRIB_PIM_DR_S *>(value);
+    const MRIB_PIM_DR_S &record = *static_cast<const MRIB_PIM_DR_S *>(value);
     MRIB_GMP_VRF_S *vrf = VrfAt(record.vrf_index);
     bool done = false;
 
@@ -165,17 +165,17 @@ uint64_t mcast::ApplyPimDr(uint16_t, const uint8_t *value)
     return done ? MCAST_OK : MCAST_ERR_GENERAL;
 }
 
-uint64_t mcast::ApplyFlowControl(uint16_t, const uint8_t *value)
+uint64_t mcast::ApplyFlowControl(uint16_t, const void *value)
 {
     MutexGuard guard(g_stMribConnectInfo.lock);
 
-    g_stMribConnectInfo.busy = reinterpret_cast<const MRIB_FLOW_CONTROL_S *>(value)->busy;
+    g_stMribConnectInfo.busy = static_cast<const MRIB_FLOW_CONTROL_S *>(value)->busy;
     return MCAST_OK;
 }
 
-uint64_t mcast::ApplySsmPolicy(uint16_t, const uint8_t *value)
+uint64_t mcast::ApplySsmPolicy(uint16_t, const void *value)
 {
-    const MRIB_SSM_POLICY_S &record = *reinterpret_cast<const MRIB_SSM_POLICY_S *>(value);
+    const MRIB_SSM_POLICY_S &record = *static_cast<const MRIB_SSM_POLICY_S *>(value);
     MRIB_GMP_VRF_S *vrf = VrfAt(record.vrf_index);
 
     if (vrf == nullptr) {

@@ -3,6 +3,7 @@
  */
 #include <stdlib.h>
 
+#include "mcast/msdp.h"
 #include "mrib/guards.h"
 #include "mrib/view.h"
 
@@ -157,7 +158,7 @@ uint64_t RequestReplay(MRIB_GMP_CONNECT_S *connection, uint64_t capability, uint
 
 } // namespace
 
-uint64_t mcast::ApplyVrfStateEnd(uint16_t, const uint8_t *)
+uint64_t mcast::ApplyVrfStateEnd(uint16_t, const void *)
 {
     for (uint64_t i = 0; i < g_stMribGmpVrfInfo.count; ++i) {
         MRIB_GMP_VRF_S *vrf = &g_stMribGmpVrfInfo.vrfs[i];
@@ -179,7 +180,7 @@ uint64_t mcast::ApplyVrfStateEnd(uint16_t, const uint8_t *)
     return MCAST_OK;
 }
 
-uint64_t mcast::ApplyPimDrEnd(uint16_t, const uint8_t *)
+uint64_t mcast::ApplyPimDrEnd(uint16_t, const void *)
 {
     if ((g_stMRIBComponent.capability_flags & MRIB_CAP_DR) == 0) {
         return MCAST_ERR_GENERAL;
@@ -187,7 +188,7 @@ uint64_t mcast::ApplyPimDrEnd(uint16_t, const uint8_t *)
     return EndReplay(SweepDr, g_stMRIBComponent.callbacks.dr_changed, MRIB_GMP_SMOOTH_DR);
 }
 
-uint64_t mcast::ApplyBoundaryEnd(uint16_t, const uint8_t *)
+uint64_t mcast::ApplyBoundaryEnd(uint16_t, const void *)
 {
     if ((g_stMRIBComponent.capability_flags & MRIB_CAP_BOUNDARY) == 0) {
         return MCAST_ERR_GENERAL;
@@ -195,7 +196,7 @@ uint64_t mcast::ApplyBoundaryEnd(uint16_t, const uint8_t *)
     return EndReplay(SweepBoundary, g_stMRIBComponent.callbacks.boundary_changed, MRIB_GMP_SMOOTH_BOUNDARY);
 }
 
-uint64_t mcast::ApplySmoothStart(uint16_t, const uint8_t *)
+uint64_t mcast::ApplySmoothStart(uint16_t, const void *)
 {
     MRIB_GMP_CONNECT_S *connection = &g_stMribConnectInfo;
 
@@ -207,8 +208,14 @@ uint64_t mcast::ApplySmoothStart(uint16_t, const uint8_t *)
         }
     }
     MarkViewStale();
-    MutexGuard guard(connection->lock);
+    uint64_t result = MCAST_OK;
 
-    return RequestReplay(connection, MRIB_CAP_DR, MRIB_TLV_REQ_PIM_DR, MRIB_GMP_SMOOTH_DR) |
-           RequestReplay(connection, MRIB_CAP_BOUNDARY, MRIB_TLV_REQ_BOUNDARY, MRIB_GMP_SMOOTH_BOUNDARY);
+    {
+        MutexGuard guard(connection->lock);
+
+        result = RequestReplay(connection, MRIB_CAP_DR, MRIB_TLV_REQ_PIM_DR, MRIB_GMP_SMOOTH_DR);
+        result |=
+            RequestReplay(connection, MRIB_CAP_BOUNDARY, MRIB_TLV_REQ_BOUNDARY, MRIB_GMP_SMOOTH_BOUNDARY);
+    }
+    return result | MRIB_MSDP_SendSmoothLocalSrcRequest();
 }

@@ -1,7 +1,7 @@
 /*
  * The senders of the group-membership daemons. Each reserves one record under the mutex, stores its fields
- * and sends or leaves it; Reserve and Finish hold what they share. The layouts are those of the wire header,
- * so a sender is a handful of stores at fixed offsets.
+ * and sends or leaves it; ReserveValue and Finish hold what they share. The layouts are those of the wire
+ * header, so a sender is a handful of stores at fixed offsets.
  */
 #include <string.h>
 
@@ -12,15 +12,6 @@ using namespace mcast;
 
 namespace
 {
-
-/* Reserves a record and writes its header. The value, every byte of which the sender writes; or nullptr. */
-template <typename Value>
-inline Value *Reserve(MRIB_GMP_CONNECT_S *connection, uint16_t type) MCAST_REQUIRES(connection->lock)
-{
-    void *record = MRIB_GMP_GetOutBuffer(connection, MRIB_RECORD_SIZE(sizeof(Value)));
-
-    return record == nullptr ? nullptr : static_cast<Value *>(MRIB_TlvStart(record, type, sizeof(Value)));
-}
 
 inline uint64_t Finish(MRIB_GMP_CONNECT_S *connection, uint32_t send_now) MCAST_REQUIRES(connection->lock)
 {
@@ -34,7 +25,7 @@ uint64_t SendIfAlert(uint16_t type, const MRIB_GMP_VRF_KEY_S *key, uint32_t if_i
 {
     MRIB_GMP_CONNECT_S *connection = &g_stMribConnectInfo;
     MutexGuard guard(connection->lock);
-    Value *value = Reserve<Value>(connection, type);
+    Value *value = ReserveValue<Value>(connection, type);
 
     if (value == nullptr) {
         return MCAST_ERR_GENERAL;
@@ -94,7 +85,7 @@ uint64_t MRIB_GMP_SendProxyMultipathAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_
 {
     MRIB_GMP_CONNECT_S *connection = &g_stMribConnectInfo;
     MutexGuard guard(connection->lock);
-    auto *value = Reserve<MRIB_PROXY_MULTIPATH_S>(connection, MRIB_TLV_PROXY_MULTIPATH);
+    auto *value = ReserveValue<MRIB_PROXY_MULTIPATH_S>(connection, MRIB_TLV_PROXY_MULTIPATH);
 
     if (value == nullptr) {
         return MCAST_ERR_GENERAL;
@@ -112,7 +103,7 @@ uint64_t MRIB_GMP_SendGmpJoinPrune(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_in
     static const uint8_t kNoSource[sizeof(source->address)] = {};
     MRIB_GMP_CONNECT_S *connection = &g_stMribConnectInfo;
     MutexGuard guard(connection->lock);
-    auto *value = Reserve<MRIB_JOIN_PRUNE_S>(connection, MRIB_TLV_GMP_JOIN_PRUNE);
+    auto *value = ReserveValue<MRIB_JOIN_PRUNE_S>(connection, MRIB_TLV_GMP_JOIN_PRUNE);
 
     if (value == nullptr) {
         return MCAST_ERR_GENERAL;
@@ -133,7 +124,7 @@ uint64_t MRIB_GMP_SendDeleteIfMember(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_
 {
     MRIB_GMP_CONNECT_S *connection = &g_stMribConnectInfo;
     MutexGuard guard(connection->lock);
-    auto *value = Reserve<MRIB_DELETE_IF_MEMBER_S>(connection, MRIB_TLV_DELETE_IF_MEMBER);
+    auto *value = ReserveValue<MRIB_DELETE_IF_MEMBER_S>(connection, MRIB_TLV_DELETE_IF_MEMBER);
 
     if (value == nullptr) {
         return MCAST_ERR_GENERAL;
@@ -151,7 +142,7 @@ uint64_t MRIB_GMP_SendMAuthUserInfo(const MRIB_GMP_VRF_KEY_S *key, const MCAST_U
 {
     MRIB_GMP_CONNECT_S *connection = &g_stMribConnectInfo;
     MutexGuard guard(connection->lock);
-    auto *value = Reserve<MRIB_MAUTH_USER_INFO_S>(connection, MRIB_TLV_MAUTH_USER_INFO);
+    auto *value = ReserveValue<MRIB_MAUTH_USER_INFO_S>(connection, MRIB_TLV_MAUTH_USER_INFO);
 
     if (value == nullptr) {
         return MCAST_ERR_GENERAL;
@@ -178,7 +169,7 @@ uint64_t MRIB_GMP_SendSmoothAlert(uint8_t family, uint16_t type, const MRIB_SMOO
 {
     MRIB_GMP_CONNECT_S *connection = &g_stMribConnectInfo;
     MutexGuard guard(connection->lock);
-    auto *value = Reserve<MRIB_SMOOTH_ALERT_S>(connection, type);
+    auto *value = ReserveValue<MRIB_SMOOTH_ALERT_S>(connection, type);
 
     if (value == nullptr) {
         return MCAST_ERR_GENERAL;
@@ -190,7 +181,7 @@ uint64_t MRIB_GMP_SendSmoothAlert(uint8_t family, uint16_t type, const MRIB_SMOO
 
 uint64_t MRIB_GMP_SendSmoothRequire(MRIB_GMP_CONNECT_S *connection, uint16_t type)
 {
-    auto *value = Reserve<MRIB_REQUEST_S>(connection, type);
+    auto *value = ReserveValue<MRIB_REQUEST_S>(connection, type);
 
     if (value == nullptr) {
         return MCAST_ERR_GENERAL;

@@ -18,6 +18,7 @@
  */
 #include "mrib/view.h"
 
+#include "mcast/msdp.h"
 #include "mrib/guards.h"
 #include "mrib/msdp_table.h"
 
@@ -34,7 +35,7 @@ void ResetVrf(MRIB_GMP_VRF_S *vrf) MCAST_REQUIRES(vrf->lock)
     vrf->flags = 0;
     vrf->ssm_acl = MCAST_NONE;
     DeleteAllInterfaces(vrf);
-    DeleteLocalSources(vrf);
+    MRIB_MSDP_DeleteVrfData(vrf);
 }
 
 } // namespace

@@ -82,15 +82,15 @@ bool IsInRange(const MRIB_GMP_IF_S *interface, const MCAST_ADDR_S &address);
 
 /* ---- records.cpp and replay.cpp: what received records do; value holds at least the type's minimum ---- */
 
-uint64_t ApplyVrfState(uint16_t length, const uint8_t *value);
-uint64_t ApplyBoundary(uint16_t length, const uint8_t *value);
-uint64_t ApplyPimDr(uint16_t length, const uint8_t *value);
-uint64_t ApplyFlowControl(uint16_t length, const uint8_t *value);
-uint64_t ApplySsmPolicy(uint16_t length, const uint8_t *value);
-uint64_t ApplyVrfStateEnd(uint16_t length, const uint8_t *value);
-uint64_t ApplyPimDrEnd(uint16_t length, const uint8_t *value);
-uint64_t ApplyBoundaryEnd(uint16_t length, const uint8_t *value);
-uint64_t ApplySmoothStart(uint16_t length, const uint8_t *value);
+uint64_t ApplyVrfState(uint16_t length, const void *value);
+uint64_t ApplyBoundary(uint16_t length, const void *value);
+uint64_t ApplyPimDr(uint16_t length, const void *value);
+uint64_t ApplyFlowControl(uint16_t length, const void *value);
+uint64_t ApplySsmPolicy(uint16_t length, const void *value);
+uint64_t ApplyVrfStateEnd(uint16_t length, const void *value);
+uint64_t ApplyPimDrEnd(uint16_t length, const void *value);
+uint64_t ApplyBoundaryEnd(uint16_t length, const void *value);
+uint64_t ApplySmoothStart(uint16_t length, const void *value);
 
 } // namespace mcast
 
