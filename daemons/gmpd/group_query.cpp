@@ -1,7 +1,7 @@
 /*
  * A question is asked robustness times, one interval apart, and what was asked about ends when the last
- * answer could have come. Because timers are late by up to a second or two, a repetition that leaves late
- * puts the end off: hosts always have the full time to answer the last question.
+ * answer could have come. Timers know whole seconds only: a repetition that leaves late puts the end off, so
+ * that hosts always have the full time to answer the last question.
  *
  * What has been confirmed in the meantime is asked about with the S flag, which tells other routers not to
  * shorten anything.
@@ -76,8 +76,8 @@ void repeat(void *owner);
 
 void repeat_later(GroupState &group)
 {
-    timer_start(timers_of(group), group.retransmit, last_member_interval_ms(*group.interface), repeat,
-                &group);
+    timer_start_near(timers_of(group), group.retransmit, last_member_interval_ms(*group.interface), repeat,
+                     &group);
 }
 
 void repeat(void *owner)
@@ -111,6 +111,8 @@ void repeat(void *owner)
     if (more) {
         repeat_later(group);
     }
+    // A source that ended in this second has left it to the group's timer, which may just have been put off.
+    settle_group(group);
 }
 
 // The leave is believed at once: what was to be asked about ends.

@@ -60,7 +60,7 @@ void send_general(Interface &interface)
     if (querier.startup_left > 0) {
         interval_ms = std::max(interval_ms / STARTUP_DIVISOR, 1000u);
     }
-    timer_start(interface.router->timers, querier.general, interval_ms, general_due, &interface);
+    timer_start_near(interface.router->timers, querier.general, interval_ms, general_due, &interface);
 }
 
 void general_due(void *owner)

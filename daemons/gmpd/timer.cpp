@@ -26,16 +26,17 @@ uint32_t now_s()
     return seconds;
 }
 
-// The seconds to give to the library so that timeout_ms have passed in full when it calls.
-uint32_t whole_seconds(uint32_t timeout_ms)
+// The seconds to give to the library so that it calls when timeout_ms have passed: in full when nearly a
+// second is added before the rest is cut off, to the nearest second when half of one is.
+uint32_t whole_seconds(uint32_t timeout_ms, uint32_t round_up_ns = NS_PER_S - 1)
 {
     uint32_t seconds = 0;
     uint32_t sub_seconds = 0;
 
     TIME_GetSystemBootTime(&seconds, &sub_seconds);
-    uint64_t rest_ns = uint64_t{timeout_ms % MS_PER_S} * (NS_PER_S / MS_PER_S) + sub_seconds;
+    const uint64_t rest_ns = uint64_t{timeout_ms % MS_PER_S} * (NS_PER_S / MS_PER_S) + sub_seconds;
 
-    return timeout_ms / MS_PER_S + static_cast<uint32_t>((rest_ns + NS_PER_S - 1) / NS_PER_S);
+    return timeout_ms / MS_PER_S + static_cast<uint32_t>((rest_ns + round_up_ns) / NS_PER_S);
 }
 
 void expired(uint64_t data[4])
@@ -61,6 +62,12 @@ void start_for(MCAST_TMR_S *manager, Timer &timer, uint32_t seconds, TimerHandle
 void timer_start(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler, void *owner)
 {
     start_for(manager, timer, whole_seconds(timeout_ms), handler, owner);
+}
+
+void timer_start_near(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler,
+                      void *owner)
+{
+    start_for(manager, timer, whole_seconds(timeout_ms, NS_PER_S / 2), handler, owner);
 }
 
 void timer_start_with(MCAST_TMR_S *manager, Timer &timer, const Timer &model, TimerHandler handler,

@@ -1,8 +1,8 @@
 /*
- * Timers that are never early. The library's timers are due at whole seconds since boot, counted from the
+ * Timers that do not end early. The library's timers are due at whole seconds since boot, counted from the
  * second in which they are started; a timeout of 2 s started at 10.9 s would end at 12.0 s, after 1.1 s. The
  * functions here therefore round the end up to the next whole second: late by less than a second, early
- * never.
+ * never. Only what repeats a message may be early, by half a second; see timer_start_near.
  */
 #ifndef GMPD_TIMER_H
 #define GMPD_TIMER_H
@@ -30,6 +30,10 @@ struct Timer {
 
 // Starts the timer or, when it runs, starts it over. handler and owner of a running timer stay as they are.
 void timer_start(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler, void *owner);
+
+// The same for what is sent again and again: to the nearest whole second, so that a period is kept.
+void timer_start_near(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler,
+                      void *owner);
 
 // Starts the timer, or starts it over, to end together with model.
 void timer_start_with(MCAST_TMR_S *manager, Timer &timer, const Timer &model, TimerHandler handler,

@@ -303,6 +303,21 @@ TEST_P(GmpdState, SourcesThatEndWithTheGroupAreNotJoinedForAnInstant)
     EXPECT_EQ(lab.state(), "none");
 }
 
+TEST_P(GmpdState, ASourceThatEndsBesideAGroupThatIsPutOffIsBlocked)
+{
+    lab.record(RecordType::IsExclude, {});
+    lab.record(RecordType::Allow, {1});
+    lab.pass(100);
+    lab.record(RecordType::IsExclude, {1});
+    lab.pass(159);
+    lab.record(RecordType::ToInclude, {});
+    EXPECT_EQ(lab.state(), "EXCLUDE {1:1} {} 2");
+    lab.recorder.told();
+    lab.pass_ms(2000); // late: source, repetition and group are due at once
+    EXPECT_EQ(lab.state(), "EXCLUDE {} {1} 1");
+    EXPECT_EQ(lab.recorder.told(), "block G1 1");
+}
+
 TEST_P(GmpdState, ConfirmationsTellTheMribNothing)
 {
     lab.record(RecordType::IsExclude, {1, 2});
