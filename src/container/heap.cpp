@@ -74,9 +74,9 @@ constexpr uint64_t kMostSlots = SIZE_MAX / sizeof(void *);
 struct GivenView {
     using Item = void *;
 
+    /* Two words, which travel in registers; with the functions as well it would go over the stack. */
+    const MCAST_MINHEAP_S *heap;
     void **slots;
-    MCAST_HEAP_COMPARE compare;
-    MCAST_HEAP_SET_INDEX set_index;
 
     Item At(uint64_t position) const
     {
@@ -91,12 +91,12 @@ struct GivenView {
     void Put(uint64_t position, Item element) const
     {
         slots[position - 1] = element;
-        set_index(element, &position);
+        heap->set_index(element, &position);
     }
 
     int64_t Compare(Item first, Item second) const
     {
-        return compare(first, second);
+        return heap->compare(first, second);
     }
 
     /*
@@ -135,7 +135,7 @@ struct GivenKeeper {
 
     GivenView View() const
     {
-        return {heap->slots, heap->compare, heap->set_index};
+        return {heap, heap->slots};
     }
 };
 
