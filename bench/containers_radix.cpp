@@ -3,8 +3,7 @@
  * run. Each row is one operation on one workload: nanoseconds an operation (median of the rounds, containers
  * taking turns within a round) and, for each peer, our time divided by its time.
  *
- * containers_radix [LARGEST [ROUNDS]]: sizes are 1024, 32768, 262144 and LARGEST when above; default
- * 262144, 5.
+ * containers_radix [ROUNDS [SIZE...]]: default 3 rounds of 1024, 32768 and 262144 entries.
  */
 #include <benchmark/benchmark.h>
 
@@ -62,14 +61,15 @@ unsigned MixedLength(bool ipv6, std::mt19937_64 &random)
 Prefix RandomPrefix(bool ipv6, unsigned length, std::mt19937_64 &random)
 {
     Prefix prefix = {};
+    const unsigned whole = length / 8;
 
     prefix.address.family = ipv6 ? MCAST_FAMILY_IPV6 : MCAST_FAMILY_IPV4;
     prefix.length = static_cast<uint8_t>(length);
-    for (unsigned bit = 0; bit < length; ++bit) {
-        if ((random() >> 60 & 1) != 0) {
-            prefix.address.address[bit / 8] =
-                static_cast<uint8_t>(prefix.address.address[bit / 8] | 0x80u >> bit % 8);
-        }
+    for (unsigned i = 0; i < whole; ++i) {
+        prefix.address.address[i] = static_cast<uint8_t>(random());
+    }
+    if (length % 8 != 0) {
+        prefix.address.address[whole] = static_cast<uint8_t>(random() & 0xff00u >> length % 8);
     }
     return prefix;
 }
@@ -229,15 +229,14 @@ void Run(bool ipv6, bool mixed, size_t size, unsigned rounds)
 
 int main(int count, char **arguments)
 {
-    const size_t largest = count > 1 ? strtoul(arguments[1], nullptr, 0) : 262144;
-    const unsigned rounds = count > 2 ? static_cast<unsigned>(strtoul(arguments[2], nullptr, 0)) : 5;
-    std::vector<size_t> sizes = {1024, 32768, 262144};
+    const unsigned rounds = count > 1 ? static_cast<unsigned>(strtoul(arguments[1], nullptr, 0)) : 3;
+    std::vector<size_t> sizes;
 
-    if (largest > sizes.back()) {
-        sizes.push_back(largest);
+    for (int i = 2; i < count; ++i) {
+        sizes.push_back(strtoul(arguments[i], nullptr, 0));
     }
-    while (!sizes.empty() && sizes.back() > largest) {
-        sizes.pop_back();
+    if (sizes.empty()) {
+        sizes = {1024, 32768, 262144};
     }
     printf("%-11s %8s  %-7s", "workload", "entries", "ns");
     for (const Peer &peer : kPeers) {

@@ -15,9 +15,13 @@ using Node = MRT_RDX_NODE_S;
 
 enum class KeyKind : uint8_t { kIpv4, kIpv6, kAny };
 
+struct Index;
+
 /* The tree record with its private end. */
 struct Tree {
     MRT_RDX_TREE_S shared;
+    Index *index;   /* NULL: none, small or odd tree or short memory; see radix_index.h */
+    uint32_t hosts; /* entries of exactly the maximum length */
     KeyKind kind;
     bool uniform; /* every entry added so far has an MCAST_ADDR_S key of the family that kind stands for */
 };

@@ -6,7 +6,7 @@
  * that is the same as comparing key words, which the fast forms here do; any other tree takes the
  * definition's own way through the records.
  */
-#include "container/radix_internal.h"
+#include "container/radix_index.h"
 
 using namespace mcast::radix;
 
@@ -88,6 +88,13 @@ bool HoldsPrefix(const MRT_RDX_TREE_S *tree, const Node *node, const void *key_r
 template <typename Key>
 Node *FindExact(const MRT_RDX_TREE_S *tree, const void *key_record, const Key &key, unsigned length)
 {
+    if (WordsDecide(tree, key_record)) {
+        const IndexAnswer answer = AskIndex(tree, key, length);
+
+        if (answer.decided) {
+            return answer.node;
+        }
+    }
     Node *node = Descend(tree, key, length);
 
     if (node == nullptr || node->bit != length || node->entry == nullptr ||
@@ -176,11 +183,16 @@ void *SearchNextBest(const MRT_RDX_TREE_S *tree, const void *key_record, unsigne
 
 /*
  * The first subtree in tree order after (key, length), or NULL. The descent's end tells how many bits the key
- * shares with the tree; from there the key lies inside, before or after what hangs below the fork.
+ * shares with the tree; from there the key lies inside, before or after what hangs below the fork. The node
+ * of the prefix itself, when the index has it, is where the descent would end.
  */
 template <typename Key> Node *SubtreeAfter(const MRT_RDX_TREE_S *tree, const Key &key, unsigned length)
 {
-    Node *node = DescendToEntry(tree, key, length);
+    Node *node = AskIndex(tree, key, length).node;
+
+    if (node == nullptr) {
+        node = DescendToEntry(tree, key, length);
+    }
     const unsigned limit = node->bit < length ? node->bit : length;
     const unsigned common = key.CommonBits(NodeKey<Key>(tree, node));
 
@@ -197,6 +209,22 @@ template <typename Key> Node *SubtreeAfter(const MRT_RDX_TREE_S *tree, const Key
         node = node->parent;
     }
     return Test(key, common) ? RightSubtreeAfter(node) : node;
+}
+
+/*
+ * The best match of (key, length). Among entries that are mostly hosts the index is asked first: the node of
+ * exactly the key and length, when there is one, is the longest of all.
+ */
+template <typename Key> Node *FindBestIndexed(const MRT_RDX_TREE_S *tree, const Key &key, unsigned length)
+{
+    if (length == tree->maximum_length && Inner(tree)->hosts > tree->entry_count / 2) {
+        Node *node = AskIndex(tree, key, length).node;
+
+        if (node != nullptr) {
+            return node;
+        }
+    }
+    return FindBest(tree, key, length);
 }
 
 } // namespace
@@ -217,7 +245,7 @@ void *MRT_RDX_LocateBest(const MRT_RDX_TREE_S *tree, const void *key_record, uin
                          MRT_RDX_FILTER filter, void *filter_argument)
 {
     const Node *node = WithKeyType(tree, [=]<typename Key>(Key *) {
-        return FindBest(tree, LoadKey<Key>(tree, key_record), length & 0xff);
+        return FindBestIndexed(tree, LoadKey<Key>(tree, key_record), length & 0xff);
     });
 
     if (filter != nullptr) {

@@ -17,6 +17,9 @@
  * node, in IPv4 trees in every node and in IPv6 trees in nodes that were made for an entry; a glue node that
  * took an entry later, and trees of other key sizes, go through the entry to its key record.
  *
+ * Larger trees keep an index beside them (radix_index.h), which finds the node of an exact prefix without a
+ * descent and is consulted first; it never changes an answer.
+ *
  * A node's stated fields are the caller's to read. Behind them stand the key's words; the record of a tree
  * likewise has a private end.
  *
@@ -27,7 +30,7 @@
  */
 #include <stdlib.h>
 
-#include "container/radix_internal.h"
+#include "container/radix_index.h"
 
 using namespace mcast::radix;
 
@@ -107,15 +110,28 @@ void TakePlace(MRT_RDX_TREE_S *tree, const Node *old, Node *node)
     }
 }
 
+/* Private bookkeeping for a node that now stands in the tree with an entry. */
+void NoteAdded(MRT_RDX_TREE_S *tree, const Node *node)
+{
+    Tree *inner = Inner(tree);
+
+    inner->hosts += node->bit == tree->maximum_length;
+    IndexAdd(inner, node);
+}
+
 /* The prefix is in the tree: its node takes the entry, in place of the one it has if any. */
 template <typename Key> Node *TakeEntry(MRT_RDX_TREE_S *tree, Node *node, const Key &key, void *entry)
 {
     if (node->entry == nullptr) {
         --tree->glue_count;
         ++tree->entry_count;
+        node->entry = entry;
+        StoreKey(node, key);
+        NoteAdded(tree, node);
+    } else {
+        node->entry = entry;
+        StoreKey(node, key);
     }
-    node->entry = entry;
-    StoreKey(node, key);
     return node;
 }
 
@@ -126,6 +142,7 @@ template <typename Key> Node *AddFirst(MRT_RDX_TREE_S *tree, const Key &key, uns
     if (node != nullptr) {
         tree->root = node;
         tree->entry_count = 1;
+        NoteAdded(tree, node);
     }
     return node;
 }
@@ -138,6 +155,7 @@ template <typename Key> Node *Add(MRT_RDX_TREE_S *tree, void *entry)
     if (tree->root == nullptr) {
         return AddFirst(tree, key, length, entry);
     }
+    FetchHome(Inner(tree)->index, key, length);
     Node *anchor = DescendToEntry(tree, key, length);
     const Key other = NodeKey<Key>(tree, anchor);
     const unsigned limit = length < anchor->bit ? length : anchor->bit;
@@ -174,6 +192,7 @@ template <typename Key> Node *Add(MRT_RDX_TREE_S *tree, void *entry)
         SetChild(glue, Test(key, fork), node);
         SetChild(glue, !Test(key, fork), anchor);
     }
+    NoteAdded(tree, node);
     return node;
 }
 
@@ -198,6 +217,52 @@ void Prune(MRT_RDX_TREE_S *tree, Node *node)
         free(node);
         --tree->glue_count;
         node = parent;
+    }
+}
+
+/* The slot of a node that holds an entry; NULL without an index and for a node that has no place in it. */
+template <typename Key> uint64_t *SlotOf(const MRT_RDX_TREE_S *tree, const Node *node)
+{
+    Index *index = Inner(tree)->index;
+
+    if (index == nullptr || !IsIndexed(tree, node->bit)) {
+        return nullptr;
+    }
+    return FindSlot(tree, index, NodeKey<Key>(tree, node), node->bit);
+}
+
+template <typename Key> void Delete(MRT_RDX_TREE_S *tree, const void *entry)
+{
+    const Key key = LoadKey<Key>(tree, EntryKeyRecord(tree, entry));
+    const unsigned length = EntryLength(tree, entry);
+    Tree *inner = Inner(tree);
+    uint64_t *slot = nullptr;
+    Node *node;
+
+    if (inner->index != nullptr && IsIndexed(tree, length)) {
+        slot = FindSlot(tree, inner->index, key, length);
+    }
+    if (slot != nullptr) {
+        node = NodeOf(*slot);
+    } else {
+        node = Descend(tree, key, length);
+        if (node == nullptr) {
+            return;
+        }
+        /* A node of another prefix only when the caller deletes what is not there. */
+        slot = node->entry == nullptr ? nullptr : SlotOf<Key>(tree, node);
+    }
+    const bool held = node->entry != nullptr;
+    const unsigned bit = node->bit;
+
+    node->entry = nullptr;
+    MoveWalksPast(tree, node);
+    ++tree->glue_count;
+    --tree->entry_count;
+    Prune(tree, node);
+    if (held) {
+        inner->hosts -= bit == tree->maximum_length;
+        IndexRemove(inner, bit, slot);
     }
 }
 
@@ -283,6 +348,7 @@ void MRT_RDX_DestroyTree(MRT_RDX_TREE_S *tree)
 {
     DetachWalks(tree);
     FreeNodes(tree->root);
+    IndexDrop(Inner(tree));
     free(tree);
 }
 
@@ -292,22 +358,12 @@ MRT_RDX_NODE_S *MRT_RDX_AddNode(MRT_RDX_TREE_S *tree, void *entry)
 
     if (inner->uniform && !IsOfFamily(inner, entry)) {
         inner->uniform = false;
+        IndexDrop(inner);
     }
     return WithKeyType(tree, [=]<typename Key>(Key *) { return Add<Key>(tree, entry); });
 }
 
 void MRT_RDX_DeleteNode(MRT_RDX_TREE_S *tree, void *entry)
 {
-    Node *node = WithKeyType(tree, [=]<typename Key>(Key *) {
-        return Descend(tree, LoadKey<Key>(tree, EntryKeyRecord(tree, entry)), EntryLength(tree, entry));
-    });
-
-    if (node == nullptr) {
-        return;
-    }
-    node->entry = nullptr;
-    MoveWalksPast(tree, node);
-    ++tree->glue_count;
-    --tree->entry_count;
-    Prune(tree, node);
+    WithKeyType(tree, [=]<typename Key>(Key *) { Delete<Key>(tree, entry); });
 }

@@ -3,7 +3,9 @@
  * of prefixes, with the whole tree validated after every operation; and its searches against their
  * definitions.
  */
+#include "property/radix_index_validate.h"
 #include "property/radix_validate.h"
+#include "support/fault.h"
 #include "support/property.h"
 
 namespace
@@ -78,6 +80,9 @@ public:
             Query();
         }
         Validate(tree, model);
+        if (flavour.size > 100 && random.OneIn(16)) {
+            ValidateIndex(tree, model);
+        }
     }
 
 private:
@@ -141,7 +146,10 @@ private:
     {
         const unsigned length = RandomLength();
         auto *entry = new Entry{0, new MCAST_ADDR_S(RandomRecord(length)), static_cast<uint8_t>(length)};
+        /* Only the index of a large tree takes a third block; it does without when there is none. */
+        fault::FailAllocation(random.OneIn(4) ? 3 : 0);
         const MRT_RDX_NODE_S *node = MRT_RDX_AddNode(tree, entry);
+        fault::FailAllocation(0);
 
         Free(model.Put(PrefixOf(*entry->key, length), entry));
         ASSERT_NE(node, nullptr);
