@@ -13,11 +13,18 @@
 
 #include <algorithm>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <random>
 #include <set>
+#include <string>
 
-#include "radix_peers.h"
+#include "radix_frr.h"
+#include "radix_ordered.h"
+#include "radix_ours.h"
+#ifdef BENCH_WITH_DPDK
+#include "radix_rib.h"
+#endif
 
 namespace
 {
@@ -74,31 +81,20 @@ Prefix RandomPrefix(bool ipv6, unsigned length, std::mt19937_64 &random)
     return prefix;
 }
 
-Workload MakeWorkload(bool ipv6, bool mixed, size_t size)
+/* An address that lies under a prefix. */
+Prefix Below(const Prefix &prefix, std::mt19937_64 &random)
 {
-    std::mt19937_64 random(size * 4 + ipv6 * 2 + mixed);
-    Workload work = {ipv6, {}, {}};
-    std::set<OrderedKey> known;
+    const bool ipv6 = prefix.address.family == MCAST_FAMILY_IPV6;
+    Prefix target = RandomPrefix(ipv6, ipv6 ? 128 : 32, random);
+    const unsigned whole = prefix.length / 8;
+    const unsigned keep = 0xff00u >> prefix.length % 8 & 0xff;
 
-    while (work.stored.size() < size) {
-        const unsigned length = mixed ? MixedLength(ipv6, random) : FullLength(work);
-        const Prefix prefix = RandomPrefix(ipv6, length, random);
-        if (known.insert(OrderedKey(prefix)).second) {
-            work.stored.push_back(prefix);
-        }
+    memcpy(target.address.address, prefix.address.address, whole);
+    if (keep != 0) {
+        uint8_t &edge = target.address.address[whole];
+        edge = static_cast<uint8_t>((prefix.address.address[whole] & keep) | (edge & ~keep));
     }
-    for (const Prefix &prefix : work.stored) {
-        Prefix target = RandomPrefix(ipv6, FullLength(work), random);
-        const unsigned whole = prefix.length / 8;
-        const unsigned keep = 0xff00u >> prefix.length % 8 & 0xff;
-        memcpy(target.address.address, prefix.address.address, whole);
-        if (keep != 0) {
-            uint8_t &edge = target.address.address[whole];
-            edge = static_cast<uint8_t>((prefix.address.address[whole] & keep) | (edge & ~keep));
-        }
-        work.targets.push_back(target);
-    }
-    return work;
+    return target;
 }
 
 std::vector<uint32_t> RandomOrder(size_t size, size_t length, uint64_t seed)
@@ -110,6 +106,28 @@ std::vector<uint32_t> RandomOrder(size_t size, size_t length, uint64_t seed)
     }
     std::shuffle(order.begin(), order.end(), std::mt19937_64(seed));
     return order;
+}
+
+Workload MakeWorkload(bool ipv6, bool mixed, size_t size)
+{
+    std::mt19937_64 random(size * 4 + ipv6 * 2 + mixed);
+    Workload work = {ipv6, {}, {}, {}};
+    std::set<OrderedKey> known;
+
+    while (work.stored.size() < size) {
+        const unsigned length = mixed ? MixedLength(ipv6, random) : FullLength(work);
+        const Prefix prefix = RandomPrefix(ipv6, length, random);
+        if (known.insert(OrderedKey(prefix)).second) {
+            work.stored.push_back(prefix);
+        }
+    }
+    const size_t lookups = std::max(size, kFewestLookups);
+
+    for (uint32_t i : RandomOrder(size, lookups, size)) {
+        work.present.push_back(work.stored[i]);
+        work.targets.push_back(Below(work.stored[i], random));
+    }
+    return work;
 }
 
 /* The thread's own time, so that other load on the machine counts less. */
@@ -172,13 +190,12 @@ size_t BytesInUse()
 void Round(const Peer &peer, const Workload &work, uint64_t seed, Samples &samples)
 {
     const size_t size = work.stored.size();
-    const size_t lookups = std::max(size, kFewestLookups);
+    const size_t lookups = work.present.size();
     auto container = peer.make(work);
 
     if (!container->Usable()) {
         return;
     }
-    const std::vector<uint32_t> order = RandomOrder(size, lookups, seed);
     const std::vector<uint32_t> in = RandomOrder(size, size, seed + 1);
     const std::vector<uint32_t> out = RandomOrder(size, size, seed + 2);
     const size_t before = BytesInUse();
@@ -190,10 +207,10 @@ void Round(const Peer &peer, const Workload &work, uint64_t seed, Samples &sampl
         return size;
     }));
     samples.of[kBytes].push_back(static_cast<double>(BytesInUse() - before) / static_cast<double>(size));
-    container->Exact(order);
-    samples.of[kExact].push_back(Time(lookups, [&] { return container->Exact(order); }));
-    samples.of[kBest].push_back(Time(lookups, [&] { return container->Best(order); }));
-    samples.of[kNext].push_back(Time(lookups, [&] { return container->Next(order); }));
+    container->Exact();
+    samples.of[kExact].push_back(Time(lookups, [&] { return container->Exact(); }));
+    samples.of[kBest].push_back(Time(lookups, [&] { return container->Best(); }));
+    samples.of[kNext].push_back(Time(lookups, [&] { return container->Next(); }));
     samples.of[kWalk].push_back(Time(size, [&] { return container->Walk(); }));
     samples.of[kDelete].push_back(Time(size, [&] {
         for (uint32_t i : out) {

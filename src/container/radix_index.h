@@ -164,18 +164,20 @@ inline uint64_t *FindSlot(const MRT_RDX_TREE_S *tree, Index *index, const Key &k
     return SearchBucket(tree, index->compared, bucket, kDisplaced | place.tag, key, length);
 }
 
-/* Starts fetching the home bucket of a prefix that is about to be added. */
-template <typename Key> inline void FetchHome(Index *index, const Key &key, unsigned length)
-{
-    if (index != nullptr) {
-        __builtin_prefetch(index->Bucket(PlaceOf(index, Hash(index->salt, key, length)).home), 1);
-    }
-}
-
 /* Whether nodes of a length have a place in the index; longer ones may share a masked key. */
 inline bool IsIndexed(const MRT_RDX_TREE_S *tree, unsigned length)
 {
     return length <= tree->maximum_length;
+}
+
+/* Starts fetching the home bucket of a prefix that is about to be added. */
+template <typename Key> inline void FetchHome(const MRT_RDX_TREE_S *tree, const Key &key, unsigned length)
+{
+    Index *index = Inner(tree)->index;
+
+    if (index != nullptr && IsIndexed(tree, length)) {
+        __builtin_prefetch(index->Bucket(PlaceOf(index, Hash(index->salt, key, length)).home), 1);
+    }
 }
 
 /* What the index says about a prefix. */

@@ -155,7 +155,7 @@ template <typename Key> Node *Add(MRT_RDX_TREE_S *tree, void *entry)
     if (tree->root == nullptr) {
         return AddFirst(tree, key, length, entry);
     }
-    FetchHome(Inner(tree)->index, key, length);
+    FetchHome(tree, key, length);
     Node *anchor = DescendToEntry(tree, key, length);
     const Key other = NodeKey<Key>(tree, anchor);
     const unsigned limit = length < anchor->bit ? length : anchor->bit;

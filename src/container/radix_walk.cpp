@@ -23,27 +23,32 @@ template <bool kReverse> Node *SecondChild(const Node *node)
     return kReverse ? node->left : node->right;
 }
 
-/* The next node in the order, with or without an entry; NULL past the root or above the bound. */
+/*
+ * The next node in the order, with or without an entry; NULL past the root or above the bound. The second
+ * child of a node is fetched while its first is visited: that is where the walk goes when it comes back.
+ */
 template <bool kReverse> Node *StepTo(const Node *node, unsigned bound)
 {
-    Node *next = FirstChild<kReverse>(node);
+    Node *first = FirstChild<kReverse>(node);
+    Node *second = SecondChild<kReverse>(node);
 
-    if (next == nullptr) {
-        next = SecondChild<kReverse>(node);
+    __builtin_prefetch(second);
+    if (first != nullptr) {
+        return first;
     }
-    while (next == nullptr) {
+    while (second == nullptr) {
         const Node *from = node;
 
         node = node->parent;
         if (node == nullptr || node->bit < bound) {
             return nullptr;
         }
-        next = SecondChild<kReverse>(node);
-        if (next == from) {
-            next = nullptr;
+        second = SecondChild<kReverse>(node);
+        if (second == from) {
+            second = nullptr;
         }
     }
-    return next;
+    return second;
 }
 
 template <bool kReverse> void *StepOrder(MRT_RDX_WALK_S *walk)
