@@ -238,9 +238,15 @@ void Forwarding::queue_changed()
 void Forwarding::vacate_vifs(uint32_t bits)
 {
     walk_entries(table_, [&](Entry *entry) {
-        if (entry->installed && ((entry->outgoing & bits) != 0 || (bits >> entry->parent & 1) != 0)) {
-            entry->check_route = true;
+        if (!entry->installed) {
+            return;
+        }
+        const bool is_parent = (bits >> entry->parent & 1) != 0;
+        if (is_parent || (entry->outgoing & bits) != 0) {
             evaluate(entry);
+        }
+        if (is_parent) {
+            queue(entry, true); // asking for the routes of all of them can wait
         }
     });
 }

@@ -14,6 +14,7 @@
 #include <linux/icmpv6.h>
 #include <linux/mroute.h>
 #include <linux/mroute6.h>
+#include <linux/sock_diag.h>
 
 namespace mribd
 {
@@ -39,6 +40,9 @@ namespace
 {
 
 constexpr int RECEIVE_BUFFER = 8 << 20;
+
+// Upcalls that wait to be served.
+constexpr size_t WAITING_LIMIT = 16384;
 
 int set_option(int fd, int level, int option, const void *value, size_t size)
 {
@@ -228,8 +232,6 @@ void KernelMroute::prepare_receiving()
         mcastd::log_warning("cannot force a receive buffer of %d bytes; bursts of new sources may be lost",
                             size);
     }
-    const int one = 1;
-    set_option(fd_, SOL_SOCKET, SO_RXQ_OVFL, &one, sizeof(one));
     calls_.quieten(fd_);
 }
 
@@ -242,34 +244,42 @@ void KernelMroute::shut()
     }
 }
 
-void KernelMroute::receive(unsigned limit, const std::function<void(const Upcall &)> &take)
+void KernelMroute::receive(unsigned limit)
 {
     std::array<uint8_t, 256> bytes; // an upcall is 20 to 60 bytes; the packet behind it is of no interest
-    alignas(cmsghdr) std::array<uint8_t, 256> control;
     for (unsigned count = 0; count < limit; count++) {
-        iovec vector{bytes.data(), bytes.size()};
-        msghdr message{};
-        message.msg_iov = &vector;
-        message.msg_iovlen = 1;
-        message.msg_control = control.data();
-        message.msg_controllen = control.size();
-        const ssize_t size = recvmsg(fd_, &message, MSG_DONTWAIT);
+        const ssize_t size = recv(fd_, bytes.data(), bytes.size(), MSG_DONTWAIT);
         if (size < 0) {
             return;
         }
-        for (const cmsghdr *c = CMSG_FIRSTHDR(&message); c != nullptr;
-             c = CMSG_NXTHDR(&message, const_cast<cmsghdr *>(c))) {
-            if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SO_RXQ_OVFL) {
-                uint32_t dropped;
-                std::memcpy(&dropped, CMSG_DATA(c), sizeof(dropped));
-                lost_upcalls_ += dropped - last_drop_count_;
-                last_drop_count_ = dropped;
-            }
-        }
         if (const auto upcall = parse_upcall(family_, bytes.data(), static_cast<size_t>(size))) {
-            take(*upcall);
+            waiting_.push_back(*upcall);
+        }
+        if (waiting_.size() > WAITING_LIMIT) {
+            waiting_.pop_front();
+            given_up_++;
         }
     }
+}
+
+// The kernel looks for the packets that wait for an entry in a list with the newest in front: in a burst of
+// new sources, answering the oldest first would cost a walk over the whole list each time.
+bool KernelMroute::serve(unsigned limit, const std::function<void(const Upcall &)> &take)
+{
+    for (; limit > 0 && !waiting_.empty(); limit--) {
+        const Upcall upcall = waiting_.back();
+        waiting_.pop_back();
+        take(upcall);
+    }
+    return !waiting_.empty();
+}
+
+uint64_t KernelMroute::lost_upcalls() const
+{
+    std::array<uint32_t, SK_MEMINFO_VARS> info{};
+    socklen_t size = sizeof(info);
+    getsockopt(fd_, SOL_SOCKET, SO_MEMINFO, info.data(), &size);
+    return given_up_ + info[SK_MEMINFO_DROPS];
 }
 
 int KernelMroute::add_vif(unsigned vif, uint32_t if_index)

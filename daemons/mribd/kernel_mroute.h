@@ -8,6 +8,7 @@
 #include "daemons/mribd/kernel_table.h"
 #include "daemons/mribd/upcall.h"
 
+#include <deque>
 #include <functional>
 #include <string>
 
@@ -42,14 +43,15 @@ public:
         return fd_;
     }
 
-    // Reads at most limit messages and hands over the upcalls among them.
-    void receive(unsigned limit, const std::function<void(const Upcall &)> &take);
+    // Reads at most limit messages and keeps the upcalls among them for serve. The oldest are given up beyond
+    // some ten thousand; the kernel repeats them.
+    void receive(unsigned limit);
 
-    // Upcalls that the kernel dropped because the receive buffer was full.
-    uint64_t lost_upcalls() const
-    {
-        return lost_upcalls_;
-    }
+    // Hands over at most limit upcalls, the newest first. Whether there are more.
+    bool serve(unsigned limit, const std::function<void(const Upcall &)> &take);
+
+    // Upcalls given up, and dropped by the kernel because the receive buffer was full.
+    uint64_t lost_upcalls() const;
 
     int add_vif(unsigned vif, uint32_t if_index) override;
     int delete_vif(unsigned vif) override;
@@ -65,8 +67,8 @@ private:
     const FamilyCalls &calls_;
     uint8_t family_;
     int fd_ = -1;
-    uint64_t lost_upcalls_ = 0;
-    uint32_t last_drop_count_ = 0;
+    std::deque<Upcall> waiting_; // oldest first
+    uint64_t given_up_ = 0;
 };
 
 } // namespace mribd

@@ -14,8 +14,10 @@ namespace mribd
 namespace
 {
 
-// What one wake-up reads of the routing socket before timers and clients have their turn.
-constexpr unsigned UPCALLS_PER_WAKE = 256;
+// What one wake-up reads of the routing socket, and what a round serves, before timers and clients have their
+// turn. Reading is far cheaper than serving, and makes room in the kernel.
+constexpr unsigned READ_PER_WAKE = 1024;
+constexpr unsigned SERVED_PER_ROUND = 256;
 
 } // namespace
 
@@ -66,15 +68,16 @@ KernelMroute::OpenResult Plane::open(TIMER_SERVICE timers)
 
 void Plane::receive()
 {
-    kernel_.receive(UPCALLS_PER_WAKE, [this](const Upcall &upcall) { router_.take_upcall(upcall); });
+    kernel_.receive(READ_PER_WAKE);
     report_losses();
 }
 
 // Once per doubling, so that a flood of sources does not become a flood of messages.
 void Plane::report_losses()
 {
-    if (kernel_.lost_upcalls() > 2 * reported_losses_) {
-        reported_losses_ = kernel_.lost_upcalls();
+    const uint64_t lost = kernel_.lost_upcalls();
+    if (lost > 2 * reported_losses_) {
+        reported_losses_ = lost;
         mcastd::log_warning("%s: the kernel dropped %" PRIu64
                             " reports of new sources so far; they are repeated "
                             "with the sources' next packets",
@@ -84,7 +87,9 @@ void Plane::report_losses()
 
 bool Plane::settle()
 {
-    const bool more = router_.settle();
+    bool more =
+        kernel_.serve(SERVED_PER_ROUND, [this](const Upcall &upcall) { router_.take_upcall(upcall); });
+    more |= router_.settle();
     server_.flush();
     return more;
 }
