@@ -27,6 +27,8 @@ def room_of_include(name, folder):
     for prefix, room in (("mcast/", "include/mcast"), ("platform/", "platform"), ("mcasthost/", "host/include")):
         if name.startswith(prefix):
             return room
+    if name.startswith("host/"):
+        return "/".join(name.split("/")[:2])
     for base, room in ((os.path.join(ROOT, "src"), "src/"), (os.path.join(ROOT, "daemons"), "daemons/")):
         if os.path.exists(os.path.join(base, name)):
             return room + name.split("/")[0]
