@@ -1,0 +1,287 @@
+/*
+ * The connection to the MRIB process, against a socket that plays that process: what a connection begins
+ * with, how it survives the peer's death, a full socket and a lost record.
+ */
+#include <cstdlib>
+#include <deque>
+#include <optional>
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include "daemons/gmpd/mrib_link.h"
+#include "daemons/gmpd/socket.h"
+#include "mcast/mrib_wire.h"
+#include "platform/local_socket.h"
+#include "tests/daemons/gmpd_lab.h"
+
+using namespace gmpd;
+using namespace gmpd_test;
+
+namespace
+{
+
+// A record as text: its type, then what a membership record says.
+std::string record_text(uint16_t type, const uint8_t *value)
+{
+    const std::string text = std::to_string(type);
+
+    if (type == 1 || type == 2) {
+        return text + "=" + std::to_string(value[0]);
+    }
+    if (type != 3) {
+        return text;
+    }
+    return (value[7] != 0 ? "join" : "prune") + std::string(value[8] != 0 ? "-exclude " : " ") +
+           std::to_string(value[28]) + "<" + std::to_string(value[12]);
+}
+
+// The MRIB process's end.
+class Peer
+{
+public:
+    Peer() : listener_(socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM, LOCAL_SOCKET_PROTOCOL))
+    {
+        LOCAL_SOCKET_ADDR_S address{};
+
+        address.family = LOCAL_SOCKET_FAMILY;
+        address.port_be = htons(2182);
+        address.node = LOCAL_SOCKET_NODE;
+        EXPECT_EQ(bind(listener_.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+        EXPECT_EQ(listen(listener_.get(), 4), 0);
+    }
+    void accept_one()
+    {
+        client_ = Descriptor(accept(listener_.get(), nullptr, nullptr));
+        EXPECT_TRUE(client_.valid());
+    }
+    void hang_up()
+    {
+        client_ = Descriptor();
+    }
+    // The records that have arrived, joined by blanks; their number alone when that is all that matters.
+    std::string records()
+    {
+        std::string all;
+
+        read_all([&](uint16_t type, const uint8_t *value) {
+            all += (all.empty() ? "" : " ") + record_text(type, value);
+        });
+        return all;
+    }
+    unsigned count_memberships()
+    {
+        unsigned count = 0;
+
+        read_all([&](uint16_t type, const uint8_t *) { count += type == 3 ? 1 : 0; });
+        return count;
+    }
+
+private:
+    template <typename Visit> void read_all(Visit visit)
+    {
+        uint8_t message[MRIB_MSG_RECV_MAX];
+        ssize_t size;
+
+        while ((size = recv(client_.get(), message, sizeof(message), MSG_DONTWAIT)) > 0) {
+            size_t at = sizeof(MRIB_MSG_HEADER_S);
+
+            while (at + 4 <= static_cast<size_t>(size)) {
+                uint16_t head[2];
+
+                memcpy(head, message + at, sizeof(head));
+                visit(head[0], message + at + 4);
+                at += 4u + head[1];
+            }
+        }
+    }
+
+    Descriptor listener_;
+    Descriptor client_;
+};
+
+// Passes what the lab's state machine says on to the link.
+class LinkOutputs final : public Outputs
+{
+public:
+    explicit LinkOutputs(MribLink &link) : link_(link)
+    {
+    }
+    void send_query(Interface &, const Query &) override
+    {
+    }
+    void tell_running(const Interface &interface, bool running) override
+    {
+        link_.tell_running(interface, running);
+    }
+    void tell_querier(const Interface &interface, bool elected) override
+    {
+        link_.tell_querier(interface, elected);
+    }
+    void tell_member(const Interface &interface, const Address &group, const Address *source, bool join,
+                     bool blocked) override
+    {
+        link_.tell_member(interface, group, source, join, blocked);
+    }
+
+private:
+    MribLink &link_;
+};
+
+class GmpdMribLink : public testing::Test
+{
+protected:
+    GmpdMribLink()
+    {
+        char name[] = "/tmp/gmpd-test-XXXXXX";
+
+        directory = mkdtemp(name);
+        setenv("MCAST_HOST_RUNTIME_DIR", name, 1);
+        lab.emplace(MCAST_FAMILY_IPV4);
+        link.emplace(lab->router, reactor);
+        outputs.emplace(*link);
+        lab->router.outputs = &*outputs;
+        lab->start();
+    }
+    ~GmpdMribLink() override
+    {
+        lab->router.interfaces.clear();
+        link.reset();
+        lab.reset();
+        unsetenv("MCAST_HOST_RUNTIME_DIR");
+        EXPECT_EQ(system(("rm -rf " + directory).c_str()), 0);
+    }
+    // Lets the loop handle what is ready.
+    void run()
+    {
+        for (int i = 0; i < 8; ++i) {
+            reactor.run_once(0);
+            link->flush();
+        }
+    }
+
+    std::string directory;
+    mcastd::Reactor reactor;
+    std::optional<Lab> lab;
+    std::optional<MribLink> link;
+    std::optional<LinkOutputs> outputs;
+};
+
+const char *const BEGIN = "0 4 14 18 1=1 2=1 ";
+
+} // namespace
+
+TEST_F(GmpdMribLink, AConnectionBeginsWithEverything)
+{
+    Peer peer;
+
+    lab->record(RecordType::IsExclude, {9});
+    lab->record(RecordType::Allow, {3}, 2);
+    ASSERT_TRUE(link->open());
+    link->flush();
+    peer.accept_one();
+    EXPECT_EQ(peer.records(), std::string(BEGIN) + "join-exclude 1<9 join 1<0 join 2<3");
+    EXPECT_TRUE(link->connected());
+}
+
+TEST_F(GmpdMribLink, ChangesGoOutWithTheFlush)
+{
+    Peer peer;
+
+    ASSERT_TRUE(link->open());
+    link->flush();
+    peer.accept_one();
+    peer.records();
+    lab->old_report(2);
+    EXPECT_EQ(peer.records(), "");
+    link->flush();
+    EXPECT_EQ(peer.records(), "join 1<0");
+    lab->pass(260);
+    link->flush();
+    EXPECT_EQ(peer.records(), "prune 1<0");
+    interface_stop(*lab->interface);
+    link->flush();
+    EXPECT_EQ(peer.records(), "13 1=0");
+}
+
+TEST_F(GmpdMribLink, AMissingProcessIsTriedEverySecond)
+{
+    ASSERT_TRUE(link->open()) << "that nobody listens is no failure";
+    lab->old_report(2);
+    EXPECT_FALSE(link->connected());
+    lab->pass(3);
+    EXPECT_FALSE(link->connected());
+    Peer peer;
+
+    lab->pass(1);
+    EXPECT_TRUE(link->connected());
+    link->flush();
+    peer.accept_one();
+    EXPECT_EQ(peer.records(), std::string(BEGIN) + "join 1<0");
+}
+
+TEST_F(GmpdMribLink, ABrokenConnectionIsMadeAnewWithEverything)
+{
+    Peer peer;
+
+    lab->old_report(2);
+    ASSERT_TRUE(link->open());
+    link->flush();
+    peer.accept_one();
+    peer.hang_up();
+    run();
+    EXPECT_FALSE(link->connected());
+    lab->old_report(2, 2);
+    lab->pass(1);
+    EXPECT_TRUE(link->connected());
+    EXPECT_EQ(link->connects(), 2u);
+    link->flush();
+    peer.accept_one();
+    EXPECT_EQ(peer.records(), std::string(BEGIN) + "join 1<0 join 2<0");
+}
+
+TEST_F(GmpdMribLink, WhatAFullSocketDoesNotTakeWaitsAndArrives)
+{
+    constexpr unsigned RECORDS = 20000;
+    Peer peer;
+    const Address group = lab->group(1);
+
+    ASSERT_TRUE(link->open());
+    for (unsigned i = 0; i < RECORDS; ++i) {
+        link->tell_member(*lab->interface, group, nullptr, i % 2 == 0, false);
+    }
+    run();
+    peer.accept_one();
+    EXPECT_GT(link->pending(), 0u);
+    unsigned arrived = 0;
+
+    for (int round = 0; round < 1000 && arrived < RECORDS; ++round) {
+        arrived += peer.count_memberships();
+        run();
+    }
+    EXPECT_EQ(arrived, RECORDS);
+    EXPECT_EQ(link->pending(), 0u);
+    EXPECT_TRUE(link->connected());
+}
+
+TEST_F(GmpdMribLink, ALostRecordStartsTheConnectionOver)
+{
+    Peer peer;
+    const Address group = lab->group(1);
+
+    lab->old_report(2);
+    ASSERT_TRUE(link->open());
+    peer.accept_one();
+    for (unsigned i = 0; i < 9000u * 144u; ++i) {
+        link->tell_member(*lab->interface, group, nullptr, true, false);
+    }
+    link->flush();
+    EXPECT_FALSE(link->connected());
+    peer.hang_up();
+    lab->pass(1);
+    EXPECT_TRUE(link->connected());
+    link->flush();
+    peer.accept_one();
+    EXPECT_EQ(peer.records(), std::string(BEGIN) + "join 1<0");
+}
