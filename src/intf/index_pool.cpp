@@ -106,26 +106,6 @@ void PutAtHand(IndexPool *pool, uint32_t lo, uint32_t count)
     }
 }
 
-/* Adds an index to the ranges. */
-void MergeIndex(IndexPool *pool, uint32_t index)
-{
-    FreeRange *previous = RangeBefore(pool, index);
-    FreeRange *next = previous != nullptr ? previous->next : pool->head;
-    bool follows = previous != nullptr && previous->hi + 1 == index;
-    bool precedes = next != nullptr && next->lo == index + 1;
-
-    if (follows && precedes) {
-        previous->hi = next->hi;
-        RemoveRange(pool, previous, next);
-    } else if (follows) {
-        previous->hi = index;
-    } else if (precedes) {
-        next->lo = index;
-    } else {
-        (void)AddRange(pool, previous, index, index);
-    }
-}
-
 } // namespace
 
 bool ResetPool(IndexPool *pool)
@@ -166,29 +146,23 @@ void ClosePool(IndexPool *pool)
     pool->hi = 0;
 }
 
-bool Serves(const IndexPool *pool, uint32_t index)
+void MergeIndex(IndexPool *pool, uint32_t index)
 {
-    return pool->cache != nullptr && index >= pool->lo && index <= pool->hi;
-}
+    FreeRange *previous = RangeBefore(pool, index);
+    FreeRange *next = previous != nullptr ? previous->next : pool->head;
+    bool follows = previous != nullptr && previous->hi + 1 == index;
+    bool precedes = next != nullptr && next->lo == index + 1;
 
-uint32_t TakeIndex(IndexPool *pool)
-{
-    if (pool->cursor >= pool->capacity) {
-        FillCache(pool);
-        if (pool->cursor >= pool->capacity) {
-            return 0;
-        }
+    if (follows && precedes) {
+        previous->hi = next->hi;
+        RemoveRange(pool, previous, next);
+    } else if (follows) {
+        previous->hi = index;
+    } else if (precedes) {
+        next->lo = index;
+    } else {
+        (void)AddRange(pool, previous, index, index);
     }
-    return pool->cache[pool->cursor++];
-}
-
-void GiveIndex(IndexPool *pool, uint32_t index)
-{
-    if (pool->cursor > 0) {
-        pool->cache[--pool->cursor] = index;
-        return;
-    }
-    MergeIndex(pool, index);
 }
 
 bool ReserveIndex(IndexPool *pool, uint32_t index)

@@ -42,15 +42,6 @@ void ClosePool(IndexPool *pool);
 /* Makes every index free and the cache empty. False when memory is short; then no index is free. */
 bool ResetPool(IndexPool *pool);
 
-/* Whether the index lies in the range of an open pool. */
-bool Serves(const IndexPool *pool, uint32_t index);
-
-/* The next index, now in use, or 0. */
-uint32_t TakeIndex(IndexPool *pool);
-
-/* Makes an index of the pool free. */
-void GiveIndex(IndexPool *pool, uint32_t index);
-
 /* Makes a free index that is not in the cache used. False, changing nothing, when it is none or memory is
  * short.
  */
@@ -58,6 +49,37 @@ bool ReserveIndex(IndexPool *pool, uint32_t index);
 
 /* Fills the empty slots of the cache with free indexes. */
 void FillCache(IndexPool *pool);
+
+/* Adds an index to the ranges, past the cache. */
+void MergeIndex(IndexPool *pool, uint32_t index);
+
+/* Whether the index lies in the range of an open pool. */
+inline bool Serves(const IndexPool *pool, uint32_t index)
+{
+    return pool->cache != nullptr && index >= pool->lo && index <= pool->hi;
+}
+
+/* The next index, now in use, or 0. */
+inline uint32_t TakeIndex(IndexPool *pool)
+{
+    if (pool->cursor >= pool->capacity) {
+        FillCache(pool);
+        if (pool->cursor >= pool->capacity) {
+            return 0;
+        }
+    }
+    return pool->cache[pool->cursor++];
+}
+
+/* Makes an index of the pool free. */
+inline void GiveIndex(IndexPool *pool, uint32_t index)
+{
+    if (pool->cursor > 0) {
+        pool->cache[--pool->cursor] = index;
+        return;
+    }
+    MergeIndex(pool, index);
+}
 
 } // namespace mcast
 
