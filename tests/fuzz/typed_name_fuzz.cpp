@@ -118,8 +118,8 @@ void CheckLookUp(const std::string &text, const char *typed)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    std::string text(reinterpret_cast<const char *>(data),
-                     strnlen(reinterpret_cast<const char *>(data), size));
+    std::string whole(data, data + size);
+    std::string text = whole.substr(0, whole.find('\0'));
     auto typed = std::make_unique<char[]>(text.size() + 1);
     char name[MCAST_IF_NAME_SIZE] = "untouched";
     uint32_t number = 0;
