@@ -97,7 +97,6 @@ struct Router {
     MCAST_TMR_S *timers = nullptr; // not owned; outlives the interfaces
     Outputs *outputs = nullptr;    // not owned
     std::map<uint32_t, std::unique_ptr<Interface>> interfaces;
-    Counters unplaced; // of packets that no interface could be told for
 };
 
 // Starts the protocol on the interface with the given source address, or moves a running one to it: a changed

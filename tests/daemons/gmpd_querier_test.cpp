@@ -66,7 +66,7 @@ TEST_P(GmpdQuerier, KeepsThePeriodThoughItsTimersAreLate)
     unsigned queries = 0;
 
     lab.start();
-    lab.pass(31);
+    lab.pass(32);
     lab.recorder.queries();
     while (scripted_timer::platform.now_ms < (1000 + 31 + 10 * 125 + 5) * 1000) {
         lab.pass_ms(103);
