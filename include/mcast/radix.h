@@ -129,7 +129,9 @@ MCAST_API void MRT_RDX_DestroyTree(MRT_RDX_TREE_S *tree);
  * stay the caller's and outlive the link. An entry already present under the same prefix is replaced silently
  * and is the caller's again. Returns the node that now holds entry, or NULL when memory is short: entry is
  * then not linked and the tree stays usable, but when it is the second allocation (a glue node) that fails,
- * entry_count and glue_count stay raised by one and the first allocation is lost. Cost: the tree's depth.
+ * entry_count and glue_count stay raised by one and the first allocation is lost.
+ * Trees of 256 entries and more take further memory for an index, about 12 bytes an entry, and do without it
+ * when there is none. Cost: the tree's depth, and now and then, as the tree doubles, time linear in its size.
  */
 MCAST_API MRT_RDX_NODE_S *MRT_RDX_AddNode(MRT_RDX_TREE_S *tree, void *entry);
 
