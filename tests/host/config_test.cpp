@@ -279,7 +279,7 @@ TEST_F(Config, TheExampleOfTheDocumentationLoads)
 // Every load says the same in both lists, one time permit and one time deny: readers see one of the two.
 TEST_F(Config, ReadersOnOtherThreadsSeeOneConfigurationOrTheOtherAndNeverNone)
 {
-    constexpr int LOADS = 300;
+    constexpr int LOADS = 600;
     const auto text = [](const char *action) {
         const std::string rule = std::string("id = 1\naction = '") + action + "'\n";
         return "[[vpn]]\nname = '" + std::string(action) + "'\nindex = 7\n" + one_rule("ipv4", 2001, rule) +
@@ -309,7 +309,9 @@ TEST_F(Config, ReadersOnOtherThreadsSeeOneConfigurationOrTheOtherAndNeverNone)
     for (int i = 0; i < LOADS; i++) {
         const std::string &next = i % 2 == 0 ? deny : permit;
         EXPECT_EQ(HOST_ConfigLoadText("f", next.data(), next.size(), nullptr, 0), 0u);
-        EXPECT_EQ(match(2001, "ipv4", "232.1.1.1").permitted(), i % 2 != 0); // in force when the call returns
+        if (i % 16 < 2) { // seldom, because asking synchronises this thread with the others
+            EXPECT_EQ(match(2001, "ipv4", "232.1.1.1").permitted(), i % 2 != 0); // in force when it returns
+        }
         if (i % 3 == 0) {
             EXPECT_EQ(HOST_ConfigLoadText("f", "[", 1, nullptr, 0), HOST_FAILED);
         }
