@@ -180,11 +180,11 @@ struct Samples {
     std::vector<std::optional<double>> of[kOperations];
 };
 
-size_t BytesInUse()
+double BytesInUse()
 {
     const struct mallinfo2 info = mallinfo2();
 
-    return info.uordblks + info.hblkhd;
+    return static_cast<double>(info.uordblks) + static_cast<double>(info.hblkhd);
 }
 
 void Round(const Peer &peer, const Workload &work, uint64_t seed, Samples &samples)
@@ -198,7 +198,7 @@ void Round(const Peer &peer, const Workload &work, uint64_t seed, Samples &sampl
     }
     const std::vector<uint32_t> in = RandomOrder(size, size, seed + 1);
     const std::vector<uint32_t> out = RandomOrder(size, size, seed + 2);
-    const size_t before = BytesInUse();
+    const double before = BytesInUse();
 
     samples.of[kInsert].push_back(Time(size, [&] {
         for (uint32_t i : in) {
@@ -206,7 +206,7 @@ void Round(const Peer &peer, const Workload &work, uint64_t seed, Samples &sampl
         }
         return size;
     }));
-    samples.of[kBytes].push_back(static_cast<double>(BytesInUse() - before) / static_cast<double>(size));
+    samples.of[kBytes].push_back((BytesInUse() - before) / static_cast<double>(size));
     container->Exact();
     samples.of[kExact].push_back(Time(lookups, [&] { return container->Exact(); }));
     samples.of[kBest].push_back(Time(lookups, [&] { return container->Best(); }));
