@@ -81,35 +81,41 @@ TEST_F(RadixIndex, GrowsAndShrinksWithTheTree)
     ExpectAllFound();
 }
 
+/* A further host takes a node and a glue node; the third block is the index's. */
 TEST_F(RadixIndex, StaysRightWhenItCannotBeMade)
 {
-    fault::FailAllocation(0);
     AddHosts(0, 255);
     for (unsigned i = 255; i < 300; ++i) {
-        const bool glue = i % 2 == 1 || (i & (i - 1)) == 0;
         fault::FailAllocation(3);
         AddHosts(i, i + 1);
-        const bool tried = fault::Fired();
+        EXPECT_TRUE(fault::Fired());
         fault::FailAllocation(0);
-        EXPECT_TRUE(glue || !tried || Inner(f.tree)->index == nullptr);
+        EXPECT_EQ(Inner(f.tree)->index, nullptr);
     }
     ExpectAllFound();
+    AddHosts(300, 301);
+    ASSERT_NE(Inner(f.tree)->index, nullptr);
+    EXPECT_EQ(Inner(f.tree)->index->live, 301u);
 }
 
-TEST_F(RadixIndex, StaysRightWhenItCannotGrow)
+TEST_F(RadixIndex, StaysRightWhenItCannotGrowAndCatchesUpWhenItCan)
 {
     AddHosts(0, 256);
     const mcast::radix::Index *first = Inner(f.tree)->index;
 
     for (unsigned i = 256; i < 1500; ++i) {
-        /* Node, glue and then the larger index. */
         fault::FailAllocation(3);
         AddHosts(i, i + 1);
         fault::FailAllocation(0);
-        if (Inner(f.tree)->index != first) {
-            break;
-        }
+        ASSERT_EQ(Inner(f.tree)->index, first);
     }
+    EXPECT_GT(first->missing, 500u);
+    EXPECT_EQ(first->live + first->missing, 1500u);
+    ExpectAllFound();
+    AddHosts(1500, 1501);
+    EXPECT_NE(Inner(f.tree)->index, first);
+    EXPECT_EQ(Inner(f.tree)->index->missing, 0u);
+    EXPECT_EQ(Inner(f.tree)->index->live, 1501u);
     ExpectAllFound();
 }
 
