@@ -15,6 +15,20 @@ inline void ResetMessage(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connecti
     connection->used = MRIB_MsgReset(connection->out_buffer, g_stMRIBComponent.component);
 }
 
+/*
+ * The smooth flags have no lock of their own: the receiving thread clears what another thread may just be
+ * setting. Single atomic changes keep each other's bits.
+ */
+inline void SetSmoothFlag(uint64_t bits)
+{
+    __atomic_or_fetch(&g_ulMribGmpSmoothEndFlag, bits, __ATOMIC_ACQ_REL);
+}
+
+inline void ForgetSmoothFlags()
+{
+    __atomic_store_n(&g_ulMribGmpSmoothEndFlag, 0, __ATOMIC_RELEASE);
+}
+
 /* Frees every waiting message. */
 void FreePending(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connection->lock);
 

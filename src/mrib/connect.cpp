@@ -145,7 +145,7 @@ uint64_t MRIB_GMP_OpenConnect(void)
 
         g_stMribConnectInfo.socket = descriptor;
     }
-    g_ulMribGmpSmoothEndFlag = 0;
+    ForgetSmoothFlags();
     MRIB_GMP_SendSmoothAlert(g_ucMribGmpFamily, MRIB_TLV_SMOOTH_ALERT, &kSmoothRecord);
     return g_stMRIBComponent.callbacks.connected != nullptr
                ? g_stMRIBComponent.callbacks.connected(descriptor)
@@ -165,7 +165,7 @@ uint64_t MRIB_GMP_CloseConnection(void)
         FreePending(connection);
         connection->busy = 0;
         connection->failed = 0;
-        g_ulMribGmpSmoothEndFlag = 0;
+        ForgetSmoothFlags();
         if (connection->out_buffer != nullptr) {
             ResetMessage(connection);
         }

@@ -108,7 +108,7 @@ uint64_t MRIB_MSDP_SendSmoothLocalSrcRequest(void)
     if (result != MCAST_OK) {
         return result;
     }
-    g_ulMribGmpSmoothEndFlag |= MRIB_GMP_SMOOTH_LOCAL_SRC;
+    SetSmoothFlag(MRIB_GMP_SMOOTH_LOCAL_SRC);
     for (uint64_t i = 0; i < g_stMribGmpVrfInfo.count; ++i) {
         MRIB_GMP_VRF_S *vrf = &g_stMribGmpVrfInfo.vrfs[i];
         WriteGuard vrf_guard(vrf->lock);

@@ -41,8 +41,9 @@ uint64_t MRIB_GMP_ProcLipcMsg(uint32_t events, int32_t socket)
 
 uint64_t MRIB_GMP_ClearSmoothFlag(uint64_t bits)
 {
-    g_ulMribGmpSmoothEndFlag &= ~bits;
-    if (g_ulMribGmpSmoothEndFlag == 0 && g_stMRIBComponent.callbacks.smooth_finished != nullptr) {
+    uint64_t left = __atomic_and_fetch(&g_ulMribGmpSmoothEndFlag, ~bits, __ATOMIC_ACQ_REL);
+
+    if (left == 0 && g_stMRIBComponent.callbacks.smooth_finished != nullptr) {
         g_stMRIBComponent.callbacks.smooth_finished();
     }
     return MCAST_OK;

@@ -4,6 +4,7 @@
 #include <stdlib.h>
 
 #include "mcast/msdp.h"
+#include "mrib/channel.h"
 #include "mrib/guards.h"
 #include "mrib/view.h"
 
@@ -151,7 +152,7 @@ uint64_t RequestReplay(MRIB_GMP_CONNECT_S *connection, uint64_t capability, uint
     uint64_t result = MRIB_GMP_SendSmoothRequire(connection, type);
 
     if (result == MCAST_OK) {
-        g_ulMribGmpSmoothEndFlag |= smooth;
+        SetSmoothFlag(smooth);
     }
     return result;
 }
