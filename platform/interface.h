@@ -23,7 +23,10 @@ typedef uint64_t IF_INSTANCE;
 #define IF_ITEM_SHORT_NAME 11u /* char[IF_SHORT_NAME_SIZE], terminated */
 #define IF_ITEM_TYPE 18u       /* uint32_t, an interface type code */
 
-/* Data item of an interface type: uint32_t, non-zero when the type may not be selected. */
+/*
+ * Data item of an interface type, also to be had of an interface for its type: uint32_t, non-zero when the
+ * type may not be selected.
+ */
 #define IF_TYPE_ITEM_HIDDEN 23u
 
 /* Buffer sizes, terminator included: a full name, a short name, a name completed by IF_IfNameFill. */

@@ -16,6 +16,7 @@
 #include <new>
 #include <sys/socket.h>
 
+#include "interface_view.h"
 #include "link_message.h"
 #include "link_table.h"
 #include "loop_objects.h"
@@ -34,6 +35,7 @@ struct HOST_LINK_TABLE_S {
     host::Netlink notifications;
     host::Netlink requests;
     host::LinkState state{tell, this};
+    host::InterfaceFeed feed;
     uint64_t resyncs = 0;
     bool stale = false;      // a dump is due
     bool delivering = false; // the callback may be running
@@ -195,6 +197,9 @@ bool open_table(HOST_LINK_TABLE table)
                   g_tables.add(table->loop, table->notifications.descriptor(), on_notification, table) &&
                   resynchronise(table);
     table->delivering = false;
+    if (opened) {
+        table->feed.complete();
+    }
     return opened;
 }
 
@@ -212,6 +217,7 @@ HOST_LINK_TABLE_S::~HOST_LINK_TABLE_S()
 void HOST_LINK_TABLE_S::tell(const HOST_LINK_EVENT_S &event, void *self)
 {
     HOST_LINK_TABLE table = static_cast<HOST_LINK_TABLE>(self);
+    table->feed.apply(event);
     if (table->callback != nullptr && !table->closed) {
         table->callback(table, &event, table->context);
     }
