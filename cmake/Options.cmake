@@ -6,7 +6,8 @@ if(MCAST_WERROR)
   target_compile_options(mcast_options INTERFACE -Werror)
 endif()
 if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
-  target_compile_options(mcast_options INTERFACE -Wthread-safety -Werror=thread-safety)
+  target_compile_options(mcast_options INTERFACE -Wthread-safety -Wthread-safety-beta -Werror=thread-safety
+                                                -Werror=thread-safety-beta)
 endif()
 if(MCAST_SANITIZE)
   target_compile_options(mcast_options INTERFACE -fsanitize=${MCAST_SANITIZE} -fno-omit-frame-pointer

@@ -32,11 +32,28 @@ inline void ForgetSmoothFlags()
 /* Frees every waiting message. */
 void FreePending(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connection->lock);
 
+/* The rare end of a reservation, when the record does not fit behind what is in the current message. */
+void *ReserveInNextMessage(MRIB_GMP_CONNECT_S *connection, uint32_t record_size)
+    MCAST_REQUIRES(connection->lock);
+
+/* MRIB_GMP_GetOutBuffer, for the senders' own use without a call. */
+inline void *ReserveRecord(MRIB_GMP_CONNECT_S *connection, uint32_t record_size)
+    MCAST_REQUIRES(connection->lock)
+{
+    if (connection->socket == -1 || connection->out_buffer == nullptr) {
+        return nullptr;
+    }
+    void *record = MRIB_MsgReserve(connection->out_buffer, &connection->used,
+                                   g_stMRIBComponent.max_message_size, record_size);
+
+    return record != nullptr ? record : ReserveInNextMessage(connection, record_size);
+}
+
 /* Reserves a record and writes its header. The value, every byte of which the sender writes; or nullptr. */
 template <typename Value>
 inline Value *ReserveValue(MRIB_GMP_CONNECT_S *connection, uint16_t type) MCAST_REQUIRES(connection->lock)
 {
-    void *record = MRIB_GMP_GetOutBuffer(connection, MRIB_RECORD_SIZE(sizeof(Value)));
+    void *record = ReserveRecord(connection, MRIB_RECORD_SIZE(sizeof(Value)));
 
     return record == nullptr ? nullptr : static_cast<Value *>(MRIB_TlvStart(record, type, sizeof(Value)));
 }

@@ -55,7 +55,7 @@ uint64_t MRIB_MSDP_SendRemoteOneSG(uint32_t vrf_index, uint8_t operation, uint32
         return MCAST_ERR_GENERAL;
     }
     MutexGuard guard(connection->lock);
-    void *record = MRIB_GMP_GetOutBuffer(connection, MRIB_RECORD_SIZE(value_length));
+    void *record = ReserveRecord(connection, MRIB_RECORD_SIZE(value_length));
 
     if (record == nullptr) {
         return MCAST_ERR_GENERAL;

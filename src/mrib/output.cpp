@@ -68,9 +68,16 @@ void DropHead(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connection->lock)
     free(node);
 }
 
-/* The rare end of a reservation: the record does not fit behind what is there. */
-void *ReserveInNextMessage(MRIB_GMP_CONNECT_S *connection, uint32_t record_size)
-    MCAST_REQUIRES(connection->lock)
+} // namespace
+
+void mcast::FreePending(MRIB_GMP_CONNECT_S *connection)
+{
+    while (connection->pending_head != nullptr) {
+        DropHead(connection);
+    }
+}
+
+void *mcast::ReserveInNextMessage(MRIB_GMP_CONNECT_S *connection, uint32_t record_size)
 {
     uint64_t capacity = g_stMRIBComponent.max_message_size;
 
@@ -85,24 +92,9 @@ void *ReserveInNextMessage(MRIB_GMP_CONNECT_S *connection, uint32_t record_size)
     return MRIB_MsgReserve(connection->out_buffer, &connection->used, capacity, record_size);
 }
 
-} // namespace
-
-void mcast::FreePending(MRIB_GMP_CONNECT_S *connection)
-{
-    while (connection->pending_head != nullptr) {
-        DropHead(connection);
-    }
-}
-
 void *MRIB_GMP_GetOutBuffer(MRIB_GMP_CONNECT_S *connection, uint32_t record_size)
 {
-    if (connection->socket == -1 || connection->out_buffer == nullptr) {
-        return nullptr;
-    }
-    void *record = MRIB_MsgReserve(connection->out_buffer, &connection->used,
-                                   g_stMRIBComponent.max_message_size, record_size);
-
-    return record != nullptr ? record : ReserveInNextMessage(connection, record_size);
+    return ReserveRecord(connection, record_size);
 }
 
 uint64_t MRIB_GMP_TrySendBuffer(MRIB_GMP_CONNECT_S *connection)

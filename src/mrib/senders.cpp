@@ -3,6 +3,7 @@
  * and sends or leaves it; ReserveValue and Finish hold what they share. The layouts are those of the wire
  * header, so a sender is a handful of stores at fixed offsets.
  */
+#include <bit>
 #include <string.h>
 
 #include "mrib/channel.h"
@@ -35,6 +36,29 @@ uint64_t SendIfAlert(uint16_t type, const MRIB_GMP_VRF_KEY_S *key, uint32_t if_i
     value->vrf_index = key->vrf_index;
     value->if_index = if_index;
     return Finish(connection, send_now);
+}
+
+/*
+ * The eight bytes of a join/prune record between the family and the source in one store: the record is the
+ * hot one, and the lock's release has to wait for each store before it.
+ */
+inline void StoreJoinPruneKey(MRIB_JOIN_PRUNE_S *value, uint16_t vrf_index, uint32_t if_index, uint8_t flag1,
+                              uint8_t flag2)
+{
+    static_assert(offsetof(MRIB_JOIN_PRUNE_S, source) - offsetof(MRIB_JOIN_PRUNE_S, vrf_index) ==
+                  sizeof(uint64_t));
+    if constexpr (std::endian::native == std::endian::little) {
+        const uint64_t key =
+            uint64_t{vrf_index} | uint64_t{if_index} << 16 | uint64_t{flag1} << 48 | uint64_t{flag2} << 56;
+
+        memcpy(reinterpret_cast<uint8_t *>(value) + offsetof(MRIB_JOIN_PRUNE_S, vrf_index), &key,
+               sizeof(key));
+    } else {
+        value->vrf_index = vrf_index;
+        value->if_index = if_index;
+        value->flag1 = flag1;
+        value->flag2 = flag2;
+    }
 }
 
 uint8_t LowByte(uint32_t value)
@@ -109,10 +133,7 @@ uint64_t MRIB_GMP_SendGmpJoinPrune(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_in
         return MCAST_ERR_GENERAL;
     }
     value->family = key->family;
-    value->vrf_index = key->vrf_index;
-    value->if_index = if_index;
-    value->flag1 = flag1;
-    value->flag2 = flag2;
+    StoreJoinPruneKey(value, key->vrf_index, if_index, flag1, flag2);
     memcpy(value->source, source != nullptr ? source->address : kNoSource, sizeof(value->source));
     memcpy(value->group, group->address, sizeof(value->group));
     memset(value->reserved, 0, sizeof(value->reserved));

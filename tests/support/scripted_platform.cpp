@@ -1,6 +1,7 @@
 #include "support/scripted_platform.h"
 
 #include <array>
+#include <atomic>
 #include <map>
 #include <set>
 
@@ -27,13 +28,13 @@ Script &ScriptOf(Operation operation)
 
 using PrivateData = std::map<uint32_t, void *>;
 
-std::set<PrivateData *> g_instances;
+/* Readers of different instances and trees may run in parallel, so nothing but these counts is shared. */
+std::atomic<long> g_live_instances{0};
+std::atomic<long> g_live_trees{0};
 
 PrivateData *InstanceOf(IF_INSTANCE handle)
 {
-    auto *instance = reinterpret_cast<PrivateData *>(handle);
-
-    return g_instances.count(instance) != 0 ? instance : nullptr;
+    return handle == IF_NO_INSTANCE ? nullptr : reinterpret_cast<PrivateData *>(handle);
 }
 
 uint32_t Fetch(PrivateData &data, PrivateData::iterator at, uint32_t *if_index, void **out)
@@ -75,13 +76,9 @@ struct Tree {
     AVL_FREE free_record;
 };
 
-std::set<Tree *> g_trees;
-
 Tree *TreeOf(AVL_HANDLE handle)
 {
-    auto *tree = reinterpret_cast<Tree *>(handle);
-
-    return g_trees.count(tree) != 0 ? tree : nullptr;
+    return reinterpret_cast<Tree *>(handle);
 }
 
 } // namespace
@@ -123,12 +120,12 @@ void Reset()
 
 long LiveInstances()
 {
-    return static_cast<long>(g_instances.size());
+    return g_live_instances;
 }
 
 long LiveTrees()
 {
-    return static_cast<long>(g_trees.size());
+    return g_live_trees;
 }
 
 } // namespace platform
@@ -140,7 +137,7 @@ IF_INSTANCE IF_CreatePDInstance(uint32_t kind, uint32_t option)
     }
     auto *instance = new PrivateData;
 
-    g_instances.insert(instance);
+    ++g_live_instances;
     return reinterpret_cast<IF_INSTANCE>(instance);
 }
 
@@ -151,7 +148,7 @@ uint32_t IF_DestroyPDInstance(IF_INSTANCE handle)
     if (instance == nullptr) {
         return 1;
     }
-    g_instances.erase(instance);
+    --g_live_instances;
     delete instance;
     return 0;
 }
@@ -204,14 +201,17 @@ AVL_HANDLE AVL_Init(AVL_NODE_COMPARE compare, uint32_t option, AVL_FREE free_rec
     }
     auto *tree = new Tree{std::set<void *, RecordLess>(RecordLess{compare}), free_record};
 
-    g_trees.insert(tree);
+    ++g_live_trees;
     return reinterpret_cast<AVL_HANDLE>(tree);
 }
 
 void AVL_Fini(AVL_HANDLE handle)
 {
+    if (handle == 0) {
+        return;
+    }
     AVL_FreeAll(handle);
-    g_trees.erase(TreeOf(handle));
+    --g_live_trees;
     delete reinterpret_cast<Tree *>(handle);
 }
 
