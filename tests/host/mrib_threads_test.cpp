@@ -183,7 +183,9 @@ bool sends_are_right()
     const bool appended = MRIB_GMP_SendGmpJoinPrune(&KEY, STEADY_IF, &group, &source, 1, 0) == MCAST_OK;
     MRIB_GMP_SendQuerierChangeAlert(&KEY, STEADY_IF, 1, 0);
     MRIB_GMP_SendAtOnce();
-    MRIB_GMP_SendFailData(); // what the peer did not take at once
+    while (MRIB_GMP_SendFailData() != MCAST_OK) {
+        std::this_thread::yield(); // the peer is slow to be run: what waits must not outgrow the queue
+    }
     MRIB_GMP_IsConnectionBusy();
     return appended;
 }
