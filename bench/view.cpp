@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "mcast/mrib.h"
+#include "mcast/mrib_message.h"
 
 namespace
 {

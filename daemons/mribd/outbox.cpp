@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <sys/socket.h>
 
+#include "mcast/mrib_message.h"
+
 namespace mribd
 {
 namespace

@@ -6,7 +6,7 @@
 
 #include "daemons/mribd/outbox.h"
 #include "daemons/mribd/router.h"
-#include "mcast/mrib_wire.h"
+#include "mcast/mrib_message.h"
 
 #include <array>
 #include <cstddef>

@@ -5,6 +5,7 @@
 #define SRC_MRIB_CHANNEL_H
 
 #include "mcast/mrib.h"
+#include "mcast/mrib_message.h"
 
 namespace mcast
 {

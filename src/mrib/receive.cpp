@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include "mcast/mrib.h"
+#include "mcast/mrib_message.h"
 
 uint64_t g_ulMribGmpSmoothEndFlag = 0;
 

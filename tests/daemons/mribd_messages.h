@@ -6,7 +6,7 @@
 
 #include "daemons/mribd/outbox.h"
 #include "daemons/mribd_support.h"
-#include "mcast/mrib_wire.h"
+#include "mcast/mrib_message.h"
 
 #include <cstring>
 #include <vector>

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <memory>
 
+#include "mcast/mrib_message.h"
 #include "unit/mrib/channel_fixture.h"
 
 namespace mrib_test
