@@ -56,7 +56,7 @@ bool Frame::open()
         return false;
     }
     signal(SIGPIPE, SIG_IGN);
-    for (const int number : {SIGTERM, SIGINT, SIGUSR1, SIGHUP}) {
+    for (const int number : {SIGTERM, SIGINT, SIGUSR1, SIGUSR2, SIGHUP}) {
         uint32_t fd;
         if (MCAST_SigToEpoll(static_cast<uint32_t>(reactor_.descriptor()), static_cast<uint32_t>(number),
                              Reactor::context(), &fd) != MCAST_OK) {
@@ -79,6 +79,11 @@ void Frame::on_reload(std::function<void()> reload)
     reload_ = std::move(reload);
 }
 
+void Frame::on_resynchronise(std::function<void()> resynchronise)
+{
+    resynchronise_ = std::move(resynchronise);
+}
+
 void Frame::take_signal(int fd)
 {
     signalfd_siginfo info;
@@ -88,6 +93,12 @@ void Frame::take_signal(int fd)
     switch (static_cast<int>(info.ssi_signo)) {
     case SIGUSR1:
         write_status();
+        break;
+    case SIGUSR2:
+        log_info("SIGUSR2 received%s", resynchronise_ ? ", resynchronising" : ", nothing to resynchronise");
+        if (resynchronise_) {
+            resynchronise_();
+        }
         break;
     case SIGHUP:
         log_info("SIGHUP received%s", reload_ ? ", reloading" : ", nothing to reload");

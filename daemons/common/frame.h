@@ -11,8 +11,8 @@
  *     return frame.run();
  *
  * SIGTERM and SIGINT end run; SIGUSR1 writes the status file, or prints the status on standard output when no
- * file was given; SIGHUP calls the reload function. SIGPIPE is ignored. The status file is replaced by a
- * rename, so that a reader never sees half of it.
+ * file was given; SIGHUP calls the reload function, SIGUSR2 the resynchronise function. SIGPIPE is ignored.
+ * The status file is replaced by a rename, so that a reader never sees half of it.
  */
 #ifndef DAEMONS_COMMON_FRAME_H
 #define DAEMONS_COMMON_FRAME_H
@@ -79,6 +79,9 @@ public:
     // What SIGHUP does; without it SIGHUP is only logged.
     void on_reload(std::function<void()> reload);
 
+    // What SIGUSR2 does; without it SIGUSR2 is only logged.
+    void on_resynchronise(std::function<void()> resynchronise);
+
     // Writes the status now, as SIGUSR1 does.
     void write_status() const;
 
@@ -93,6 +96,7 @@ private:
     std::vector<int> signals_;
     std::function<std::string()> status_;
     std::function<void()> reload_;
+    std::function<void()> resynchronise_;
 };
 
 // Replaces the file by one that holds text. False with errno set when a step failed; the old file then stays.

@@ -27,11 +27,13 @@ constexpr int BACKLOG = 64;
 
 } // namespace
 
-ChannelServer::ChannelServer(mcastd::Reactor &reactor, Router &router) : reactor_(reactor), router_(router)
+ChannelServer::ChannelServer(mcastd::Reactor &reactor, const Backend &backend)
+    : reactor_(reactor), backend_(backend), router_(backend.router)
 {
-    router_.on_designated_router([this](uint32_t if_index, bool is_designated) {
+    router_.on_designated_router([this] { backend_.policy.touch(); });
+    backend_.msdp.on_local_source([this](const MsdpExchange::LocalSource &change) {
         for (auto &[fd, client] : clients_) {
-            client.session->tell_designated_router(if_index, is_designated);
+            client.session->tell_local_source(change);
         }
     });
 }
@@ -39,6 +41,7 @@ ChannelServer::ChannelServer(mcastd::Reactor &reactor, Router &router) : reactor
 ChannelServer::~ChannelServer()
 {
     router_.on_designated_router(nullptr);
+    backend_.msdp.on_local_source(nullptr);
     while (!clients_.empty()) {
         drop(clients_.begin()->first, nullptr);
     }
@@ -90,7 +93,7 @@ void ChannelServer::accept_clients()
 void ChannelServer::adopt(int fd)
 {
     Client client;
-    client.session = std::make_unique<Session>(next_id_++, router_, counters_);
+    client.session = std::make_unique<Session>(next_id_++, backend_, counters_);
     if (!reactor_.add(fd, EPOLLIN, [this, fd](uint32_t events) { serve(fd, events); })) {
         mcastd::log_error("%s: cannot watch a client: %s", family_name(router_.family()),
                           std::strerror(errno));
@@ -143,16 +146,26 @@ void ChannelServer::receive(int fd)
     }
 }
 
+// What waits, and what was to come after it for want of room.
+Outbox::Result ChannelServer::send_all(int fd, Session &session)
+{
+    Outbox::Result result;
+    do {
+        result = session.outbox().flush(fd);
+    } while (result == Outbox::Result::Drained && session.continue_replay());
+    return result;
+}
+
 bool ChannelServer::flush(int fd, Client &client, bool writable)
 {
     Outbox &outbox = client.session->outbox();
-    Outbox::Result result = outbox.flush(fd);
+    Outbox::Result result = send_all(fd, *client.session);
     if (writable && outbox.has_overflowed()) {
         counters_.overflows++;
         mcastd::log_warning("%s: client %u read too slowly; it is sent everything again",
                             family_name(router_.family()), client.session->id());
         client.session->start_afresh();
-        result = outbox.flush(fd);
+        result = send_all(fd, *client.session);
     }
     if (result == Outbox::Result::Failed) {
         drop(fd, std::strerror(errno));
@@ -166,8 +179,22 @@ bool ChannelServer::flush(int fd, Client &client, bool writable)
     return true;
 }
 
+void ChannelServer::resynchronise()
+{
+    for (auto &[fd, client] : clients_) {
+        if (client.session->is_registered() && !client.session->outbox().has_overflowed()) {
+            client.session->start_afresh();
+        }
+    }
+}
+
 void ChannelServer::flush()
 {
+    if (const auto before = backend_.policy.refresh()) {
+        for (auto &[fd, client] : clients_) {
+            client.session->tell_changes(*before);
+        }
+    }
     for (auto next = clients_.begin(); next != clients_.end();) {
         const auto current = next++; // flush may drop the client
         const Outbox &outbox = current->second.session->outbox();

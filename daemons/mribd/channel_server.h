@@ -17,8 +17,8 @@ namespace mribd
 class ChannelServer
 {
 public:
-    // Both must outlive the server.
-    ChannelServer(mcastd::Reactor &reactor, Router &router);
+    // All must outlive the server.
+    ChannelServer(mcastd::Reactor &reactor, const Backend &backend);
     ~ChannelServer();
     ChannelServer(const ChannelServer &) = delete;
     ChannelServer &operator=(const ChannelServer &) = delete;
@@ -29,8 +29,16 @@ public:
     // Serves a connected descriptor, which becomes the server's; what accept does with each.
     void adopt(int fd);
 
-    // Sends what the last round left in the outboxes.
+    // Has every client ask for everything again.
+    void resynchronise();
+
+    // Tells the clients what changed of the view, and sends what the last round left in the outboxes.
     void flush();
+
+    const Backend &backend() const
+    {
+        return backend_;
+    }
 
     const ChannelCounters &counters() const
     {
@@ -49,9 +57,11 @@ private:
     void serve(int fd, uint32_t events);
     void receive(int fd);
     bool flush(int fd, Client &client, bool writable);
+    Outbox::Result send_all(int fd, Session &session);
     void drop(int fd, const char *why);
 
     mcastd::Reactor &reactor_;
+    Backend backend_;
     Router &router_;
     ChannelCounters counters_;
     int listener_ = -1;

@@ -25,6 +25,9 @@ public:
     // The interface's name, or "#index" when there is no such interface.
     virtual std::string interface_name(uint32_t if_index) const = 0;
 
+    // The interface of the name, 0 when there is none.
+    virtual uint32_t interface_index(const std::string &name) const = 0;
+
     // Whether the source is on the link of the interface by one of the interface's subnets.
     virtual bool is_on_link(uint32_t if_index, const MCAST_ADDR_S &source) const = 0;
 

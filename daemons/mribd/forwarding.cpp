@@ -126,6 +126,7 @@ void Forwarding::remove(Entry *entry)
 {
     withdraw(entry);
     set_upstream(entry, 0);
+    set_sending(entry, false);
     if (entry->queued) {
         *std::find(waiting_.begin(), waiting_.end(), entry) = nullptr;
     }
@@ -179,6 +180,7 @@ void Forwarding::take_upcall(const Upcall &upcall)
         counters_.wrong_interface++;
         if (Entry *entry = find(upcall.group, upcall.source)) {
             entry->arrival = arrival;
+            entry->is_sending = true;
             queue(entry, true);
         }
         return;
@@ -186,6 +188,7 @@ void Forwarding::take_upcall(const Upcall &upcall)
     Entry *entry = find_or_create(upcall.group, upcall.source);
     if (entry != nullptr) {
         entry->arrival = arrival;
+        entry->is_sending = true;
         entry->check_route = true;
         entry->installed = false; // the kernel has none, whatever was installed before
         evaluate(entry);
@@ -275,6 +278,21 @@ void Forwarding::determine_upstream(Entry *entry)
     }
     entry->unreachable = upstream == 0;
     set_upstream(entry, upstream);
+    set_sending(entry, entry->is_sending);
+}
+
+// Also determines anew whether the source is local.
+void Forwarding::set_sending(Entry *entry, bool is_sending)
+{
+    entry->is_sending = is_sending;
+    const bool is_local =
+        is_sending && entry->upstream != 0 && parts_.environment.is_on_link(entry->upstream, entry->source());
+    if (is_local != entry->is_local) {
+        entry->is_local = is_local;
+        if (local_source_told_) {
+            local_source_told_(*entry);
+        }
+    }
 }
 
 void Forwarding::set_upstream(Entry *entry, uint32_t upstream)
@@ -369,6 +387,7 @@ void Forwarding::check_idle(Entry *entry)
         return;
     }
     entry->last_packets = now ? now->packets : 0;
+    set_sending(entry, active);
     if (!now) {
         entry->installed = false; // the kernel does not know it: install it again
         queue(entry, true);

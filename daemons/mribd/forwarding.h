@@ -33,6 +33,8 @@ struct Entry {
     bool check_route = true;  // upstream is to be determined again
     bool unreachable = false; // the last check found no incoming interface
     bool queued = false;      // waits to be evaluated
+    bool is_sending = false;  // packets came, as far as the kernel told
+    bool is_local = false;    // is_sending, and the source is on the link of its incoming interface
     uint64_t last_packets = 0;
     void *timer = nullptr;
 
@@ -126,6 +128,12 @@ public:
         return std::exchange(upstream_changed_, false);
     }
 
+    // Called whenever an entry becomes local (Entry::is_local) or ceases to be. It must not change entries.
+    void on_local_source(std::function<void(const Entry &entry)> told)
+    {
+        local_source_told_ = std::move(told);
+    }
+
     uint32_t entry_count() const
     {
         return entry_count_;
@@ -149,6 +157,7 @@ private:
     void evaluate(Entry *entry);
     void determine_upstream(Entry *entry);
     void set_upstream(Entry *entry, uint32_t upstream);
+    void set_sending(Entry *entry, bool is_sending);
     uint32_t outgoing_for(const Entry *entry) const;
     void install(Entry *entry, int parent, uint32_t outgoing);
     void withdraw(Entry *entry);
@@ -164,6 +173,7 @@ private:
     bool interfaces_changed_ = false;
     std::vector<std::pair<MCAST_ADDR_S, unsigned>> changed_prefixes_;
     ForwardingCounters counters_;
+    std::function<void(const Entry &)> local_source_told_;
 };
 
 } // namespace mribd

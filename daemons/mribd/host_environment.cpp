@@ -59,6 +59,9 @@ void HostEnvironment::take_link_event(const HOST_LINK_EVENT_S &event) const
     switch (event.kind) {
     case HOST_LINK_EVENT_RENAMED:
         mcastd::log_info("interface %s is now called %s", event.old_link->name, event.link->name);
+        if (events_.link_renamed) {
+            events_.link_renamed();
+        }
         return;
     case HOST_LINK_EVENT_REMOVED:
         mcastd::log_info("interface %s is gone", event.link->name);
@@ -103,6 +106,12 @@ std::string HostEnvironment::interface_name(uint32_t if_index) const
         return link.name;
     }
     return "#" + std::to_string(if_index);
+}
+
+uint32_t HostEnvironment::interface_index(const std::string &name) const
+{
+    HOST_LINK_S link;
+    return HOST_LinkGetByName(links_, name.c_str(), &link) == 0 ? link.if_index : 0;
 }
 
 bool HostEnvironment::is_on_link(uint32_t if_index, const MCAST_ADDR_S &source) const

@@ -18,7 +18,8 @@ class HostEnvironment final : public Environment
 public:
     // What happened around; called from the event loop.
     struct Events {
-        std::function<void()> links_changed; // flags, names or addresses
+        std::function<void()> links_changed; // flags or addresses, or there is a new one
+        std::function<void()> link_renamed;
         std::function<void(uint32_t if_index)> link_removed;
         // Routes of the family (0: both) under the prefix may have changed.
         std::function<void(uint8_t family, const uint8_t *prefix, unsigned length)> routes_changed;
@@ -35,6 +36,7 @@ public:
 
     std::vector<uint32_t> multicast_interfaces() const override;
     std::string interface_name(uint32_t if_index) const override;
+    uint32_t interface_index(const std::string &name) const override;
     bool is_on_link(uint32_t if_index, const MCAST_ADDR_S &source) const override;
     std::string obstacle(uint8_t family, uint32_t if_index) const override;
     Route route_to(const MCAST_ADDR_S &source) const override;

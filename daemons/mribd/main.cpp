@@ -5,6 +5,7 @@
  *     clients --channel--> ChannelServer --> Session --> Router --> MemberTable, GmpState
  *     kernel  --upcalls--> KernelMroute  ------------->    |
  *     links, routes -----> HostEnvironment ----------->    +------> VifTable, Forwarding --> KernelMroute
+ *     configuration -----> Policy (the clients' view), MsdpExchange --> Session --channel--> clients
  *
  * A Plane holds this chain for one family. All of it runs on one thread in the daemon frame's event loop;
  * what an event changes is worked off by settle after each round, a bounded amount at a time.
@@ -35,11 +36,18 @@ HostEnvironment::Events events_for(const Planes &planes)
     events.links_changed = [&planes] {
         for (const auto &plane : planes) {
             plane->router().links_changed();
+            plane->interfaces_changed();
+        }
+    };
+    events.link_renamed = [&planes] {
+        for (const auto &plane : planes) {
+            plane->interfaces_changed();
         }
     };
     events.link_removed = [&planes](uint32_t if_index) {
         for (const auto &plane : planes) {
             plane->router().link_removed(if_index);
+            plane->interfaces_changed();
         }
     };
     events.routes_changed = [&planes](uint8_t family, const uint8_t *prefix, unsigned length) {
@@ -75,13 +83,35 @@ bool open_planes(mcastd::Frame &frame, const mribd::PlaneSettings &settings,
     return !planes->empty();
 }
 
-int serve(mcastd::Frame &frame, const mribd::PlaneSettings &settings)
+// Nothing of a file that is wrong counts, which is logged.
+bool configure(const std::string &path, const Planes &planes)
 {
-    HostEnvironment environment;
-    Planes planes;
-    if (!environment.open(frame.reactor().descriptor(), events_for(planes)) ||
-        !open_planes(frame, settings, environment, &planes)) {
-        return EXIT_FAILURE;
+    mribd::Config config;
+    std::string error;
+    const auto read = [&config](mcastd::ConfigTable &table) { config = mribd::read_config(table); };
+    if (!mcastd::load_config(path.c_str(), "mribd", read, &error)) {
+        mcastd::log_error("%s", error.c_str());
+        return false;
+    }
+    for (const auto &plane : planes) {
+        plane->configure(config);
+    }
+    return true;
+}
+
+void attach(mcastd::Frame &frame, const std::string &config_path, const Planes &planes)
+{
+    frame.on_resynchronise([&planes] {
+        for (const auto &plane : planes) {
+            plane->resynchronise();
+        }
+    });
+    if (!config_path.empty()) {
+        frame.on_reload([&config_path, &planes] {
+            if (!configure(config_path, planes)) {
+                mcastd::log_warning("the configuration stays as it was");
+            }
+        });
     }
     frame.on_status([&planes] {
         std::string text;
@@ -97,9 +127,23 @@ int serve(mcastd::Frame &frame, const mribd::PlaneSettings &settings)
         }
         return more;
     });
+}
+
+int serve(mcastd::Frame &frame, const mribd::PlaneSettings &settings, const std::string &config_path)
+{
+    HostEnvironment environment;
+    Planes planes;
+    if (!environment.open(frame.reactor().descriptor(), events_for(planes)) ||
+        !open_planes(frame, settings, environment, &planes) ||
+        (!config_path.empty() && !configure(config_path, planes))) {
+        return EXIT_FAILURE;
+    }
+    attach(frame, config_path, planes);
     mcastd::log_info("ready");
     const int code = frame.run();
     frame.on_status(nullptr);
+    frame.on_reload(nullptr);
+    frame.on_resynchronise(nullptr);
     frame.reactor().set_background(nullptr);
     return code;
 }
@@ -109,6 +153,7 @@ int serve(mcastd::Frame &frame, const mribd::PlaneSettings &settings)
 int main(int argc, char **argv)
 {
     mribd::PlaneSettings settings{210, 262144};
+    std::string config_path;
     mcastd::Options options("mribd",
                             "Multicast routing information base: takes memberships from the GMP daemons "
                             "and programs the kernel's multicast forwarding, IPv4 and IPv6");
@@ -121,9 +166,11 @@ int main(int argc, char **argv)
         .add_option("--max-entries", settings.entry_limit, "Most forwarding entries of a family")
         ->check(CLI::Range(1u, 16777216u))
         ->capture_default_str();
+    options.app().add_option("--config", config_path,
+                             "Configuration file (TOML), read again on SIGHUP; none is needed");
     if (const auto code = options.parse(argc, argv)) {
         return *code;
     }
     mcastd::Frame frame(options);
-    return frame.open() ? serve(frame, settings) : EXIT_FAILURE;
+    return frame.open() ? serve(frame, settings, config_path) : EXIT_FAILURE;
 }

@@ -25,7 +25,8 @@ Plane::Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &rea
              const HostEnvironment &environment)
     : reactor_(reactor), kernel_(family),
       timers_(settings.idle_period_s, [this](Entry *entry) { router_.check_idle(entry); }),
-      router_(family, kernel_, environment, timers_, settings.entry_limit), server_(reactor, router_)
+      router_(family, kernel_, environment, timers_, settings.entry_limit), policy_(router_),
+      msdp_(router_, settings.entry_limit), server_(reactor, Backend{router_, policy_, msdp_})
 {
 }
 
@@ -66,6 +67,14 @@ KernelMroute::OpenResult Plane::open(TIMER_SERVICE timers)
     return result;
 }
 
+void Plane::configure(const Config &config)
+{
+    policy_.configure(config);
+    if (router_.family() == MCAST_FAMILY_IPV4) {
+        msdp_.configure(config);
+    }
+}
+
 void Plane::receive()
 {
     kernel_.receive(READ_PER_WAKE);
@@ -96,7 +105,7 @@ bool Plane::settle()
 
 std::string Plane::status() const
 {
-    return status_text(router_, server_, kernel_.lost_upcalls());
+    return status_text(server_, kernel_.lost_upcalls());
 }
 
 } // namespace mribd

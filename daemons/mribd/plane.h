@@ -10,6 +10,8 @@
 #include "daemons/mribd/host_environment.h"
 #include "daemons/mribd/idle_timers.h"
 #include "daemons/mribd/kernel_mroute.h"
+#include "daemons/mribd/msdp_exchange.h"
+#include "daemons/mribd/policy.h"
 #include "daemons/mribd/router.h"
 
 #include <string>
@@ -40,6 +42,21 @@ public:
         return router_;
     }
 
+    // Takes over what the clients are to be told.
+    void configure(const Config &config);
+
+    // Interfaces came, went or changed their names.
+    void interfaces_changed()
+    {
+        policy_.touch();
+    }
+
+    // Has every client ask for everything again.
+    void resynchronise()
+    {
+        server_.resynchronise();
+    }
+
     // Work between the rounds of the event loop. Whether there is more.
     bool settle();
 
@@ -53,6 +70,8 @@ private:
     KernelMroute kernel_;
     IdleTimers timers_;
     Router router_;
+    Policy policy_;
+    MsdpExchange msdp_;
     ChannelServer server_;
     uint64_t reported_losses_ = 0;
 };

@@ -3,7 +3,6 @@
 #include "daemons/mribd/address.h"
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 namespace mribd
@@ -27,9 +26,37 @@ Router::Router(uint8_t family, KernelTable &kernel, const Environment &environme
 {
 }
 
-void Router::on_designated_router(std::function<void(uint32_t, bool)> told)
+void Router::on_designated_router(std::function<void()> told)
 {
     designated_router_told_ = std::move(told);
+}
+
+void Router::on_local_source(
+    std::function<void(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, bool present)> told)
+{
+    if (!told) {
+        forwarding_.on_local_source(nullptr);
+        return;
+    }
+    forwarding_.on_local_source([told = std::move(told)](const Entry &entry) {
+        told(entry.group(), entry.source(), entry.is_local);
+    });
+}
+
+void Router::watch_sources(bool watch)
+{
+    watches_sources_ = watch;
+    vifs_stale_ = true;
+}
+
+void Router::visit_local_sources(
+    const std::function<void(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)> &visitor) const
+{
+    forwarding_.visit([&visitor](const Entry &entry) {
+        if (entry.is_local) {
+            visitor(entry.group(), entry.source());
+        }
+    });
 }
 
 std::vector<uint32_t> Router::designated_interfaces() const
@@ -39,38 +66,29 @@ std::vector<uint32_t> Router::designated_interfaces() const
     return result;
 }
 
-void Router::gmp_changed(const std::vector<uint32_t> &designated_before)
+void Router::gmp_changed()
 {
     vifs_stale_ = true;
     forwarding_.interfaces_changed();
-    if (!designated_router_told_) {
-        return;
-    }
-    const std::vector<uint32_t> now = designated_interfaces();
-    std::vector<uint32_t> changed;
-    std::set_symmetric_difference(designated_before.begin(), designated_before.end(), now.begin(), now.end(),
-                                  std::back_inserter(changed));
-    for (const uint32_t if_index : changed) {
-        designated_router_told_(if_index, std::binary_search(now.begin(), now.end(), if_index));
+    if (designated_router_told_) {
+        designated_router_told_();
     }
 }
 
 void Router::set_enabled(ClientId client, uint32_t if_index, bool enabled)
 {
-    const auto before = designated_interfaces();
     if (!enabled) {
         drop_members(client, if_index);
     }
     if (gmp_.set_enabled(client, if_index, enabled)) {
-        gmp_changed(before);
+        gmp_changed();
     }
 }
 
 void Router::set_querier(ClientId client, uint32_t if_index, bool this_router)
 {
-    const auto before = designated_interfaces();
     if (gmp_.set_querier(client, if_index, this_router)) {
-        gmp_changed(before);
+        gmp_changed();
     }
 }
 
@@ -99,12 +117,11 @@ void Router::drop_members(ClientId client, uint32_t if_index)
 
 void Router::drop_client(ClientId client)
 {
-    const auto before = designated_interfaces();
     members_.drop_client(client, [this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
         forwarding_.membership_changed(group, source);
     });
     gmp_.drop_client(client);
-    gmp_changed(before);
+    gmp_changed();
 }
 
 void Router::take_upcall(const Upcall &upcall)
@@ -127,9 +144,8 @@ void Router::link_removed(uint32_t if_index)
             forwarding_.membership_changed(group, source);
         });
     }
-    const auto before = designated_interfaces();
     if (gmp_.drop_interface(if_index)) {
-        gmp_changed(before);
+        gmp_changed();
     }
 }
 
@@ -146,8 +162,9 @@ void Router::check_idle(Entry *entry)
 
 // The interfaces that need a virtual interface, the most important first: where known sources are, then where
 // receivers are, then where a protocol runs (its daemon may hear some hosts only there), then every other one
-// as long as anybody listens at all, because the kernel reports new sources only on interfaces that have one.
-// For the same reason receivers never take the last places. Who has one already comes before equals.
+// as long as anybody listens at all or sources are watched, because the kernel reports new sources only on
+// interfaces that have one. For the same reason receivers never take the last places. Who has one already
+// comes before equals.
 std::vector<uint32_t> Router::wanted_interfaces() const
 {
     std::vector<uint32_t> upstream;
@@ -169,7 +186,7 @@ std::vector<uint32_t> Router::wanted_interfaces() const
         std::stable_partition(equals->begin(), equals->end(),
                               [this](uint32_t if_index) { return vifs_.find(if_index) >= 0; });
     }
-    if (members_.wish_count() != 0) {
+    if (members_.wish_count() != 0 || watches_sources_) {
         running.insert(running.end(), rest.begin(), rest.end());
     }
     std::vector<uint32_t> wanted = std::move(upstream);

@@ -30,8 +30,18 @@ public:
         return family_;
     }
 
-    // Called whenever this router becomes or ceases to be the designated router of an interface.
-    void on_designated_router(std::function<void(uint32_t if_index, bool is_designated)> told);
+    // Called whenever designated_interfaces may give another answer.
+    void on_designated_router(std::function<void()> told);
+
+    // Called whenever a source on a link of this router begins or ceases to send to the group.
+    void on_local_source(
+        std::function<void(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, bool present)> told);
+
+    // Whether new sources are to be noticed even while nobody listens.
+    void watch_sources(bool watch);
+
+    void visit_local_sources(
+        const std::function<void(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)> &visitor) const;
 
     // What clients report. The results tell how the change was taken.
     void set_enabled(ClientId client, uint32_t if_index, bool enabled);
@@ -82,7 +92,7 @@ public:
 
 private:
     std::vector<uint32_t> wanted_interfaces() const;
-    void gmp_changed(const std::vector<uint32_t> &designated_before);
+    void gmp_changed();
 
     uint8_t family_;
     KernelTable &kernel_;
@@ -91,8 +101,9 @@ private:
     GmpState gmp_;
     VifTable vifs_;
     Forwarding forwarding_;
-    std::function<void(uint32_t, bool)> designated_router_told_;
+    std::function<void()> designated_router_told_;
     bool vifs_stale_ = false;
+    bool watches_sources_ = false;
 };
 
 } // namespace mribd

@@ -5,13 +5,14 @@
  *     client                                   mribd
  *     REGISTER                        -->
  *     REQ_VRF_STATE                   -->
- *                                     <--      VRF_STATE (public instance: enabled), VRF_STATE_END
+ *                                     <--      VRF_STATE for each instance, VRF_STATE_END
  *     REQ_SSM_POLICY                  -->
- *                                     <--      SSM_POLICY (no ACL: the default range)
+ *                                     <--      SSM_POLICY for each instance
  *     SMOOTH_ALERT                    -->
  *                                     <--      SMOOTH_START
  *     REQ_PIM_DR, REQ_BOUNDARY, ...   -->
- *                                     <--      PIM_DR for each interface, PIM_DR_END, BOUNDARY_END, ...
+ *                                     <--      PIM_DR for each interface, PIM_DR_END,
+                                              BOUNDARY for each range and scope, BOUNDARY_END, ...
  *
  * The smooth start must follow the SSM policy: a client gives up a policy that was not confirmed by then.
  * Memberships need no request; a client reports all of them after each connect, and they live as long as its
@@ -25,25 +26,13 @@
 #include "daemons/common/log.h"
 #include "daemons/common/membership.h"
 #include "daemons/mribd/address.h"
+#include "daemons/mribd/view_records.h"
 #include "mcast/addr.h"
 
 #include <cstring>
 
 namespace mribd
 {
-namespace
-{
-
-// The instance that exists: the public one.
-constexpr uint16_t PUBLIC_INSTANCE = 0;
-
-template <typename Value> const Value *value_of(const MRIB_RECORD_S &record)
-{
-    return record.length < sizeof(Value) ? nullptr : reinterpret_cast<const Value *>(record.value);
-}
-
-} // namespace
-
 const char *fault_name(Fault fault)
 {
     switch (fault) {
@@ -67,20 +56,23 @@ const char *fault_name(Fault fault)
         return "source";
     case Fault::Flags:
         return "flags";
+    case Fault::Limit:
+        return "limit";
     case Fault::Count:
         break;
     }
     return "?";
 }
 
-Session::Session(ClientId id, Router &router, ChannelCounters &counters)
-    : id_(id), router_(router), counters_(counters)
+Session::Session(ClientId id, const Backend &backend, ChannelCounters &counters)
+    : id_(id), router_(backend.router), policy_(backend.policy), msdp_(backend.msdp), counters_(counters)
 {
     counters_.clients++;
 }
 
 Session::~Session()
 {
+    msdp_.drop_client(id_);
     router_.drop_client(id_);
 }
 
@@ -138,14 +130,21 @@ bool Session::take_record(const MRIB_RECORD_S &record)
     case MRIB_TLV_REQ_LOCAL_SRC:
     case MRIB_TLV_SMOOTH_ALERT:
         return take_request(record);
+    case MRIB_TLV_MSDP_REMOTE_SG:
+        return take_remote_source(record);
+    case MRIB_TLV_MSDP_ENCAP_ENABLE:
+    case MRIB_TLV_MSDP_REQ_SA_ENABLE:
+        return take_msdp_enable(record);
     default:
-        return refuse(
-            (record.type >= MRIB_TLV_MSDP_REMOTE_SG && record.type <= MRIB_TLV_MSDP_SMOOTH_ENCAP_END) ||
-                    (record.type >= MRIB_TLV_PROXY_ENABLE && record.type <= MRIB_TLV_MAUTH_USER_INFO) ||
-                    record.type == MRIB_TLV_HOST_ENABLE
-                ? Fault::NotServed
-                : Fault::UnknownType);
+        break;
     }
+    if (record.type >= MRIB_TLV_MSDP_SMOOTH_REMOTE_SG_BEGIN &&
+        record.type <= MRIB_TLV_MSDP_SMOOTH_ENCAP_END) {
+        return take_bracket(record);
+    }
+    const bool is_known = (record.type >= MRIB_TLV_PROXY_ENABLE && record.type <= MRIB_TLV_MAUTH_USER_INFO) ||
+                          record.type == MRIB_TLV_HOST_ENABLE;
+    return refuse(is_known ? Fault::NotServed : Fault::UnknownType);
 }
 
 bool Session::take_register(const MRIB_RECORD_S &record)
@@ -160,6 +159,9 @@ bool Session::take_register(const MRIB_RECORD_S &record)
     registered_ = true;
     component_ = value->component;
     capabilities_ = value->capability_flags;
+    if (policy_.view().busy != 0) {
+        put_flow_control(policy_.view(), outbox_);
+    }
     mcastd::log_info("%s: client %u registered as component %u", family_name(router_.family()), id_,
                      component_);
     return true;
@@ -248,70 +250,49 @@ bool Session::take_request(const MRIB_RECORD_S &record)
     if (value->family != router_.family()) {
         return refuse(Fault::Family);
     }
-    switch (record.type) {
+    answer(record.type);
+    return true;
+}
+
+void Session::answer(uint16_t request)
+{
+    switch (request) {
     case MRIB_TLV_REQ_VRF_STATE:
-        put_vrf_state();
+        put_instances(policy_.view(), outbox_);
         break;
     case MRIB_TLV_REQ_SSM_POLICY:
-        put_ssm_policy();
+        put_ssm_policies(policy_.view(), outbox_);
         break;
     case MRIB_TLV_REQ_PIM_DR:
-        for (const uint32_t if_index : router_.designated_interfaces()) {
-            put_designated_router(if_index, true);
-        }
-        outbox_.put_marker(MRIB_TLV_PIM_DR_END);
+        put_designated_routers(policy_.view(), outbox_);
         break;
     case MRIB_TLV_REQ_BOUNDARY:
-        outbox_.put_marker(MRIB_TLV_BOUNDARY_END); // this router has no boundaries
+        put_boundaries(router_.family(), policy_.view(), outbox_);
         break;
     case MRIB_TLV_REQ_LOCAL_SRC:
-        outbox_.put_marker(MRIB_TLV_MSDP_LOCAL_SRC_END); // and is no rendezvous point
+        local_replay_.emplace();
+        continue_replay();
         break;
     default:
         outbox_.put_marker(MRIB_TLV_SMOOTH_START);
         break;
     }
-    return true;
 }
 
-void Session::put_vrf_state()
+void Session::tell_changes(const View &before)
 {
-    MRIB_VRF_STATE_S state{};
-    state.vrf_index = PUBLIC_INSTANCE;
-    state.state = 1;
-    outbox_.put(MRIB_TLV_VRF_STATE, state);
-    outbox_.put_marker(MRIB_TLV_VRF_STATE_END);
-}
-
-void Session::put_ssm_policy()
-{
-    MRIB_SSM_POLICY_S policy{};
-    policy.vrf_index = PUBLIC_INSTANCE;
-    policy.acl_number = MCAST_NONE;
-    outbox_.put(MRIB_TLV_SSM_POLICY, policy);
-}
-
-void Session::put_designated_router(uint32_t if_index, bool is_designated)
-{
-    MRIB_PIM_DR_S record{};
-    record.state = is_designated ? 1 : 0;
-    record.vrf_index = PUBLIC_INSTANCE;
-    record.if_index = if_index;
-    outbox_.put(MRIB_TLV_PIM_DR, record);
-}
-
-void Session::tell_designated_router(uint32_t if_index, bool is_designated)
-{
-    if (registered_ && (capabilities_ & MRIB_CAP_DR) != 0) {
-        put_designated_router(if_index, is_designated);
+    if (registered_) {
+        put_changes(router_.family(), before, policy_.view(), capabilities_, outbox_);
     }
 }
 
 void Session::start_afresh()
 {
     outbox_.restart();
-    put_vrf_state();
-    put_ssm_policy();
+    local_replay_.reset();
+    put_instances(policy_.view(), outbox_);
+    put_ssm_policies(policy_.view(), outbox_);
+    put_flow_control(policy_.view(), outbox_);
     outbox_.put_marker(MRIB_TLV_SMOOTH_START);
 }
 

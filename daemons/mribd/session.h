@@ -4,13 +4,16 @@
 #ifndef DAEMONS_MRIBD_SESSION_H
 #define DAEMONS_MRIBD_SESSION_H
 
+#include "daemons/mribd/msdp_exchange.h"
 #include "daemons/mribd/outbox.h"
+#include "daemons/mribd/policy.h"
 #include "daemons/mribd/router.h"
 #include "mcast/mrib_message.h"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace mribd
 {
@@ -22,11 +25,12 @@ enum class Fault {
     Short,         // the value is shorter than its layout
     NotRegistered, // the client has not introduced itself
     Family,        // not the family of the port
-    Instance,      // an instance other than the public one
+    Instance,      // an instance that is not served
     Interface,     // interface index 0
     Group,         // not a group that is routed
     Source,        // not a usable source, or none where one is needed
-    Flags,         // an unknown flag or selector
+    Flags,         // an unknown flag or selector, or an end marker without its begin
+    Limit,         // one remote source too many
     Count
 };
 
@@ -43,10 +47,23 @@ struct ChannelCounters {
     std::array<uint64_t, static_cast<size_t>(Fault::Count)> faults{};
 };
 
+// The value of a record at least as long as its layout; NULL for a shorter one.
+template <typename Value> const Value *value_of(const MRIB_RECORD_S &record)
+{
+    return record.length < sizeof(Value) ? nullptr : reinterpret_cast<const Value *>(record.value);
+}
+
+// What the sessions of one family work on.
+struct Backend {
+    Router &router;
+    Policy &policy;
+    MsdpExchange &msdp;
+};
+
 class Session
 {
 public:
-    Session(ClientId id, Router &router, ChannelCounters &counters);
+    Session(ClientId id, const Backend &backend, ChannelCounters &counters);
     ~Session();
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
@@ -79,12 +96,17 @@ public:
     // state was lost for lack of memory: the client must be disconnected, so that it reports again.
     bool take_message(const uint8_t *message, size_t size, bool truncated);
 
-    // Whether this router is the designated router of the interface changed.
-    void tell_designated_router(uint32_t if_index, bool is_designated);
+    // The view changed; this is the one before.
+    void tell_changes(const View &before);
 
-    // To be called once the outbox overflowed and the socket takes messages again: sends the whole state and
-    // has the client ask for the rest.
+    void tell_local_source(const MsdpExchange::LocalSource &change);
+
+    // Sends the state of the instances and has the client ask for the rest. Also what takes an outbox into
+    // use again that overflowed, once the socket takes messages.
     void start_afresh();
+
+    // Goes on with an answer that is too long to wait in the outbox as a whole. Whether it added anything.
+    bool continue_replay();
 
 private:
     bool take_record(const MRIB_RECORD_S &record);
@@ -95,17 +117,24 @@ private:
     bool take_register(const MRIB_RECORD_S &record);
     bool is_ours(uint8_t family, uint16_t vrf_index, uint32_t if_index);
     bool refuse(Fault fault);
-    void put_designated_router(uint32_t if_index, bool is_designated);
-    void put_vrf_state();
-    void put_ssm_policy();
+    void answer(uint16_t request);
+
+    // session_msdp.cpp
+    bool take_remote_source(const MRIB_RECORD_S &record);
+    bool take_msdp_enable(const MRIB_RECORD_S &record);
+    bool take_bracket(const MRIB_RECORD_S &record);
+    bool judge(MsdpExchange::Result result);
 
     ClientId id_;
     Router &router_;
+    Policy &policy_;
+    MsdpExchange &msdp_;
     ChannelCounters &counters_;
     Outbox outbox_;
     bool registered_ = false;
     uint8_t component_ = 0;
     uint64_t capabilities_ = 0;
+    std::optional<SgTable::Cursor> local_replay_; // while local sources are being replayed
 };
 
 } // namespace mribd

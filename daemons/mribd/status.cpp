@@ -8,10 +8,8 @@
 
 namespace mribd
 {
-namespace
-{
 
-__attribute__((format(printf, 2, 3))) void add(std::string *out, const char *format, ...)
+void add_text(std::string *out, const char *format, ...)
 {
     char line[512];
     va_list arguments;
@@ -21,12 +19,15 @@ __attribute__((format(printf, 2, 3))) void add(std::string *out, const char *for
     *out += line;
 }
 
+namespace
+{
+
 void add_clients(std::string *out, const ChannelServer &server)
 {
     server.visit([out](const Session &session) {
-        add(out, "  client %u: component %u%s, %" PRIu64 " messages sent, %zu waiting\n", session.id(),
-            session.component(), session.is_registered() ? "" : ", not registered", session.outbox().sent(),
-            session.outbox().message_count());
+        add_text(out, "  client %u: component %u%s, %" PRIu64 " messages sent, %zu waiting\n", session.id(),
+                 session.component(), session.is_registered() ? "" : ", not registered",
+                 session.outbox().sent(), session.outbox().message_count());
     });
 }
 
@@ -34,10 +35,10 @@ void add_interfaces(std::string *out, const Router &router)
 {
     for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
         if (const uint32_t if_index = router.vifs().if_index(vif)) {
-            add(out, "  interface %s: index %u, vif %u%s%s\n",
-                router.environment().interface_name(if_index).c_str(), if_index, vif,
-                router.gmp().is_enabled(if_index) ? ", protocol runs" : "",
-                router.gmp().is_forwarder(if_index) ? "" : ", another querier forwards");
+            add_text(out, "  interface %s: index %u, vif %u%s%s\n",
+                     router.environment().interface_name(if_index).c_str(), if_index, vif,
+                     router.gmp().is_enabled(if_index) ? ", protocol runs" : "",
+                     router.gmp().is_forwarder(if_index) ? "" : ", another querier forwards");
         }
     }
 }
@@ -46,10 +47,10 @@ void add_members(std::string *out, const Router &router)
 {
     router.members().visit(
         [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, const std::vector<Wish> &wishes) {
-            add(out, "  member (%s, %s):", text(source).c_str(), text(group).c_str());
+            add_text(out, "  member (%s, %s):", text(source).c_str(), text(group).c_str());
             for (const Wish &wish : wishes) {
-                add(out, " %s%s[client %u]", wish.blocked ? (wish.joined ? "!+" : "!") : "",
-                    router.environment().interface_name(wish.if_index).c_str(), wish.client);
+                add_text(out, " %s%s[client %u]", wish.blocked ? (wish.joined ? "!+" : "!") : "",
+                         router.environment().interface_name(wish.if_index).c_str(), wish.client);
             }
             *out += '\n';
         });
@@ -58,24 +59,25 @@ void add_members(std::string *out, const Router &router)
 void add_entries(std::string *out, const Router &router)
 {
     router.forwarding().visit([&](const Entry &entry) {
-        add(out, "  entry (%s, %s):", text(entry.source()).c_str(), text(entry.group()).c_str());
+        add_text(out, "  entry (%s, %s):", text(entry.source()).c_str(), text(entry.group()).c_str());
         if (entry.upstream == 0) {
             *out += " no usable route to the source,";
         } else {
-            add(out, " from %s", router.environment().interface_name(entry.upstream).c_str());
+            add_text(out, " from %s", router.environment().interface_name(entry.upstream).c_str());
         }
         *out += " to";
         for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
             if ((entry.outgoing >> vif & 1) != 0) {
-                add(out, " %s", router.environment().interface_name(router.vifs().if_index(vif)).c_str());
+                add_text(out, " %s",
+                         router.environment().interface_name(router.vifs().if_index(vif)).c_str());
             }
         }
         *out += entry.outgoing == 0 ? " nowhere" : "";
         const auto counters =
             entry.installed ? router.kernel().counters(entry.source(), entry.group()) : std::nullopt;
         if (counters) {
-            add(out, ", %" PRIu64 " packets, %" PRIu64 " bytes, %" PRIu64 " wrong interface\n",
-                counters->packets, counters->bytes, counters->wrong_interface);
+            add_text(out, ", %" PRIu64 " packets, %" PRIu64 " bytes, %" PRIu64 " wrong interface\n",
+                     counters->packets, counters->bytes, counters->wrong_interface);
         } else {
             *out += ", not in the kernel\n";
         }
@@ -85,35 +87,40 @@ void add_entries(std::string *out, const Router &router)
 void add_counters(std::string *out, const Router &router, const ChannelServer &server, uint64_t lost_upcalls)
 {
     const ChannelCounters &channel = server.counters();
-    add(out,
-        "  channel: clients %" PRIu64 ", messages %" PRIu64 ", records %" PRIu64
-        ", malformed messages %" PRIu64 ", restarts of slow clients %" PRIu64 "\n",
-        channel.clients, channel.messages, channel.records, channel.malformed_messages, channel.overflows);
+    add_text(out,
+             "  channel: clients %" PRIu64 ", messages %" PRIu64 ", records %" PRIu64
+             ", malformed messages %" PRIu64 ", restarts of slow clients %" PRIu64 "\n",
+             channel.clients, channel.messages, channel.records, channel.malformed_messages,
+             channel.overflows);
     *out += "  ignored records:";
     for (size_t fault = 0; fault < channel.faults.size(); fault++) {
-        add(out, " %s %" PRIu64, fault_name(static_cast<Fault>(fault)), channel.faults[fault]);
+        add_text(out, " %s %" PRIu64, fault_name(static_cast<Fault>(fault)), channel.faults[fault]);
     }
     *out += '\n';
     const ForwardingCounters &forwarding = router.forwarding().counters();
-    add(out, "  upcalls: %" PRIu64 ", lost %" PRIu64 ", stray %" PRIu64 ", wrong interface %" PRIu64 "\n",
-        forwarding.upcalls, lost_upcalls, forwarding.stray_upcalls, forwarding.wrong_interface);
-    add(out,
-        "  entries: %u, expired %" PRIu64 ", without route %" PRIu64 ", refused by limit %" PRIu64
-        ", by memory %" PRIu64 ", by the kernel %" PRIu64 "\n",
-        router.forwarding().entry_count(), forwarding.expired, forwarding.no_route,
-        forwarding.refused_by_limit, forwarding.refused_by_memory, forwarding.kernel_failures);
-    add(out, "  virtual interfaces: %u of %u, without one %zu, refused %" PRIu64 ", failed %" PRIu64 "\n",
-        router.vifs().count(), MAX_VIFS, router.vifs().refused(), router.vifs().refusals(),
-        router.vifs().failures());
+    add_text(out,
+             "  upcalls: %" PRIu64 ", lost %" PRIu64 ", stray %" PRIu64 ", wrong interface %" PRIu64 "\n",
+             forwarding.upcalls, lost_upcalls, forwarding.stray_upcalls, forwarding.wrong_interface);
+    add_text(out,
+             "  entries: %u, expired %" PRIu64 ", without route %" PRIu64 ", refused by limit %" PRIu64
+             ", by memory %" PRIu64 ", by the kernel %" PRIu64 "\n",
+             router.forwarding().entry_count(), forwarding.expired, forwarding.no_route,
+             forwarding.refused_by_limit, forwarding.refused_by_memory, forwarding.kernel_failures);
+    add_text(out,
+             "  virtual interfaces: %u of %u, without one %zu, refused %" PRIu64 ", failed %" PRIu64 "\n",
+             router.vifs().count(), MAX_VIFS, router.vifs().refused(), router.vifs().refusals(),
+             router.vifs().failures());
 }
 
 } // namespace
 
-std::string status_text(const Router &router, const ChannelServer &server, uint64_t lost_upcalls)
+std::string status_text(const ChannelServer &server, uint64_t lost_upcalls)
 {
+    const Router &router = server.backend().router;
     std::string out = std::string(family_name(router.family())) + "\n";
     add_clients(&out, server);
     add_interfaces(&out, router);
+    out += policy_text(server.backend());
     add_members(&out, router);
     add_entries(&out, router);
     add_counters(&out, router, server, lost_upcalls);

@@ -12,9 +12,16 @@
 namespace mribd
 {
 
-// What one family knows: clients, interfaces, memberships, entries with the kernel's packet counters (one
-// system call each), and everything that was dropped or refused. lost_upcalls is the kernel's count.
-std::string status_text(const Router &router, const ChannelServer &server, uint64_t lost_upcalls);
+// What one family knows: clients, interfaces, what the clients are told, memberships, entries with the
+// kernel's packet counters (one system call each), and everything that was dropped or refused. lost_upcalls
+// is the kernel's count.
+std::string status_text(const ChannelServer &server, uint64_t lost_upcalls);
+
+// Its part about what the clients are told, and what the MSDP daemon tells.
+std::string policy_text(const Backend &backend);
+
+// Appends formatted text, cut at a few hundred bytes.
+__attribute__((format(printf, 2, 3))) void add_text(std::string *out, const char *format, ...);
 
 } // namespace mribd
 

@@ -89,9 +89,10 @@ protected:
         return count;
     }
 
-    Bench bench;
+    Bench bench{FAMILY, 50000};
     mcastd::Reactor reactor;
-    ChannelServer server{reactor, bench.router};
+    ClientBench clients_of{bench.router};
+    ChannelServer server{reactor, clients_of.backend};
 };
 
 TEST_F(ChannelServerTest, AnswersAndKeepsClientsApart)
@@ -174,6 +175,67 @@ TEST_F(ChannelServerTest, ClientThatDoesNotReadIsBoundedKeepsItsJoinsAndGetsAFre
     slow.send(Message().add_request(MRIB_TLV_REQ_BOUNDARY, FAMILY));
     serve();
     EXPECT_EQ(types_of(slow.receive()), std::vector<uint16_t>{MRIB_TLV_BOUNDARY_END});
+}
+
+TEST_F(ChannelServerTest, NewConfigurationIsToldAsDifferences)
+{
+    Peer peer(server);
+    peer.send(Message().add_register(FAMILY, MRIB_CAP_BASE | MRIB_CAP_BOUNDARY));
+    serve();
+    clients_of.configure("[[mribd.interface]]\nname = 'if2'\nboundaries = ['239.1.0.0/16']\n");
+    serve();
+    EXPECT_EQ(types_of(peer.receive()), std::vector<uint16_t>{MRIB_TLV_BOUNDARY});
+    clients_of.configure("[[mribd.interface]]\nname = 'if2'\nboundaries = ['239.1.0.0/16']\n");
+    serve();
+    EXPECT_TRUE(peer.receive().empty());
+    clients_of.configure("");
+    serve();
+    const auto records = peer.receive();
+    ASSERT_EQ(types_of(records), std::vector<uint16_t>{MRIB_TLV_BOUNDARY});
+    EXPECT_EQ(records[0].value[6], 0); // remove
+    EXPECT_EQ(records[0].value[7], 1); // all
+}
+
+TEST_F(ChannelServerTest, ResynchronisationAsksRegisteredClientsToAskAgain)
+{
+    Peer registered(server);
+    Peer silent(server);
+    registered.send(Message().add_register(FAMILY));
+    serve();
+    server.resynchronise();
+    serve();
+    const auto records = registered.receive();
+    ASSERT_FALSE(records.empty());
+    EXPECT_EQ(records.back().type, MRIB_TLV_SMOOTH_START);
+    EXPECT_TRUE(silent.receive().empty());
+}
+
+TEST_F(ChannelServerTest, ReplayTooLongForTheOutboxArrivesWholeAsTheClientReads)
+{
+    constexpr unsigned PAIRS = 40000; // three times what an outbox holds
+    clients_of.configure("[[mribd.instance]]\nrp = '10.0.0.1'\n");
+    for (unsigned i = 0; i < PAIRS; i++) {
+        bench.show_local_source(i);
+    }
+    Peer peer(server);
+    peer.send(Message().add_register(FAMILY, MRIB_CAP_BASE | MRIB_CAP_MSDP_LOCAL_SRC));
+    peer.send(Message().add_request(MRIB_TLV_REQ_LOCAL_SRC, FAMILY));
+    std::vector<Record> records;
+    for (int i = 0; i < 1000 && (records.empty() || records.back().type != MRIB_TLV_MSDP_LOCAL_SRC_END);
+         i++) {
+        ASSERT_TRUE(reactor.run_once(0));
+        server.flush();
+        const auto more = peer.receive();
+        records.insert(records.end(), more.begin(), more.end());
+    }
+    ASSERT_EQ(records.size(), PAIRS + 1u);
+    EXPECT_EQ(records.back().type, MRIB_TLV_MSDP_LOCAL_SRC_END);
+    std::set<std::vector<uint8_t>> distinct;
+    for (const Record &record : records) {
+        distinct.insert(record.value);
+    }
+    EXPECT_EQ(distinct.size(), PAIRS + 1u);
+    EXPECT_EQ(server.counters().overflows, 0u);
 }
 
 TEST_F(ChannelServerTest, OneWakeUpReadsABoundedNumberOfMessages)

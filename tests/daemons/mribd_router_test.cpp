@@ -293,18 +293,82 @@ TEST_P(RouterTest, DisablingTheProtocolForgetsTheInterfacesMemberships)
 
 TEST_P(RouterTest, DesignatedRouterIsToldWhenItChangesAndOnlyThen)
 {
-    std::vector<std::pair<uint32_t, bool>> told;
-    bench.router.on_designated_router([&](uint32_t if_index, bool is) { told.emplace_back(if_index, is); });
+    // Each time it is told, what changed.
+    std::vector<std::vector<uint32_t>> told;
+    bench.router.on_designated_router([&] {
+        const auto now = bench.router.designated_interfaces();
+        if (told.empty() || told.back() != now) {
+            told.push_back(now);
+        }
+    });
+    using Told = std::vector<std::vector<uint32_t>>;
     bench.router.set_querier(1, 2, true);
+    EXPECT_EQ(told, Told());
     bench.router.set_enabled(1, 2, true);
     bench.router.set_enabled(2, 2, true);
     bench.router.set_querier(1, 2, false);
     bench.router.set_querier(1, 2, true);
     bench.router.drop_client(1);
-    EXPECT_EQ(told, (std::vector<std::pair<uint32_t, bool>>{{2, true}, {2, false}, {2, true}}));
+    EXPECT_EQ(told, (Told{{2}, {}, {2}}));
     bench.router.drop_client(2);
-    EXPECT_EQ(told.back(), (std::pair<uint32_t, bool>{2, false}));
-    EXPECT_TRUE(bench.router.designated_interfaces().empty());
+    EXPECT_EQ(told.back(), std::vector<uint32_t>());
+}
+
+TEST_P(RouterTest, SourceOnALinkIsLocalWhileItSends)
+{
+    std::vector<std::string> told;
+    bench.router.on_local_source([&](const MCAST_ADDR_S &to, const MCAST_ADDR_S &from, bool present) {
+        told.push_back((present ? "+" : "-") + text(from) + ">" + text(to));
+    });
+    bench.router.watch_sources(true);
+    bench.settle();
+    bench.environment.on_link = {{1, source}};
+    bench.packet(1, source, group);
+    bench.packet(1, source, group);
+    EXPECT_EQ(told, std::vector<std::string>{"+" + source + ">" + group});
+    bench.timers.expire(bench.router);
+    EXPECT_EQ(told.back(), "-" + source + ">" + group);
+    EXPECT_EQ(told.size(), 2u);
+}
+
+TEST_P(RouterTest, SourceBehindAnotherRouterIsNotLocal)
+{
+    int told = 0;
+    bench.router.on_local_source([&](const MCAST_ADDR_S &, const MCAST_ADDR_S &, bool) { told++; });
+    bench.router.watch_sources(true);
+    bench.environment.routes[source] = {1, false};
+    bench.settle();
+    bench.packet(1, source, group);
+    EXPECT_EQ(bench.takes_from(source, group), 1u);
+    EXPECT_EQ(told, 0);
+}
+
+TEST_P(RouterTest, SourceJoinedByNameIsLocalOnlyWhilePacketsCome)
+{
+    std::vector<bool> told;
+    bench.router.on_local_source(
+        [&](const MCAST_ADDR_S &, const MCAST_ADDR_S &, bool present) { told.push_back(present); });
+    bench.environment.on_link = {{1, source}};
+    bench.environment.routes[source] = {1, false};
+    bench.join(1, 2, group, source);
+    EXPECT_TRUE(told.empty());
+    bench.kernel.packets[{source, group}] = 5;
+    bench.timers.expire(bench.router);
+    EXPECT_EQ(told, std::vector<bool>{true});
+    bench.timers.expire(bench.router);
+    EXPECT_EQ(told, (std::vector<bool>{true, false}));
+}
+
+TEST_P(RouterTest, WatchedSourcesNeedNoListenerToBeNoticed)
+{
+    bench.settle();
+    EXPECT_TRUE(bench.kernel.vifs.empty());
+    bench.router.watch_sources(true);
+    bench.settle();
+    EXPECT_EQ(bench.kernel.vifs.size(), 4u);
+    bench.router.watch_sources(false);
+    bench.settle();
+    EXPECT_TRUE(bench.kernel.vifs.empty());
 }
 
 TEST_P(RouterTest, InterfaceThatVanishesLeavesEveryEntryAndItsNumberIsFree)

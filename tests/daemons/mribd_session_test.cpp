@@ -47,7 +47,8 @@ protected:
     const std::string other_source = family == MCAST_FAMILY_IPV4 ? "10.0.0.6" : "2001:db8::6";
     Bench bench{family};
     ChannelCounters counters;
-    Session session{1, bench.router, counters};
+    ClientBench clients{bench.router};
+    Session session{1, clients.backend, counters};
 };
 
 TEST_P(SessionTest, SetUpIsAnsweredInTheOrderThatClientsNeed)
@@ -78,6 +79,8 @@ TEST_P(SessionTest, DesignatedRouterReplayNamesEachInterfaceAndEnds)
     take(Message().add_alert(MRIB_TLV_GMP_ENABLE, family, 2, 1).add_alert(MRIB_TLV_GMP_ENABLE, family, 3, 1));
     take(Message().add_alert(MRIB_TLV_QUERIER_CHANGE, family, 3, 0));
     take_all(session.outbox());
+    clients.policy.touch();
+    clients.policy.refresh();
     take(Message().add_request(MRIB_TLV_REQ_PIM_DR, family).add_request(MRIB_TLV_REQ_LOCAL_SRC, family));
     // Nobody listens for changes in this test, so only the replay is there.
     const auto records = take_all(session.outbox());
@@ -87,14 +90,18 @@ TEST_P(SessionTest, DesignatedRouterReplayNamesEachInterfaceAndEnds)
 
 TEST_P(SessionTest, DesignatedRouterChangeGoesToClientsThatAskedForIt)
 {
-    session.tell_designated_router(2, true);
+    clients.configure("[[mribd.interface]]\nname = 'if2'\ndr = true\n");
+    const auto before = clients.policy.refresh();
+    ASSERT_TRUE(before);
+    session.tell_changes(*before);
+    EXPECT_TRUE(session.outbox().empty()); // not registered
     introduce();
-    session.tell_designated_router(2, true);
+    session.tell_changes(*before);
     EXPECT_EQ(types_of(take_all(session.outbox())), Types{MRIB_TLV_PIM_DR});
-    Session plain(2, bench.router, counters);
+    Session plain(2, clients.backend, counters);
     const auto bytes = Message().add_register(family, MRIB_CAP_BASE).bytes();
     plain.take_message(bytes.data(), bytes.size(), false);
-    plain.tell_designated_router(2, true);
+    plain.tell_changes(*before);
     EXPECT_TRUE(plain.outbox().empty());
 }
 
@@ -125,7 +132,7 @@ TEST_P(SessionTest, DeleteMemberForgetsTheInterface)
 TEST_P(SessionTest, EndOfTheSessionTakesItsJoins)
 {
     {
-        Session gone(2, bench.router, counters);
+        Session gone(2, clients.backend, counters);
         const auto bytes = Message().add_register(family).add_join(family, 2, group).bytes();
         gone.take_message(bytes.data(), bytes.size(), false);
         EXPECT_TRUE(is_receiver(group, source));
@@ -217,14 +224,16 @@ TEST_P(SessionTest, RandomBytesAreSurvived)
 TEST_P(SessionTest, FreshStartSendsTheStateAndAsksTheClientToAskAgain)
 {
     introduce();
+    const auto request = Message().add_request(MRIB_TLV_REQ_VRF_STATE, family);
     for (int i = 0; i < 100000 && !session.outbox().has_overflowed(); i++) {
-        session.tell_designated_router(2, i % 2 == 0);
+        take(request);
     }
     ASSERT_TRUE(session.outbox().has_overflowed());
     session.start_afresh();
     EXPECT_FALSE(session.outbox().has_overflowed());
-    EXPECT_EQ(types_of(take_all(session.outbox())), (Types{MRIB_TLV_VRF_STATE, MRIB_TLV_VRF_STATE_END,
-                                                           MRIB_TLV_SSM_POLICY, MRIB_TLV_SMOOTH_START}));
+    EXPECT_EQ(types_of(take_all(session.outbox())),
+              (Types{MRIB_TLV_VRF_STATE, MRIB_TLV_VRF_STATE_END, MRIB_TLV_SSM_POLICY, MRIB_TLV_FLOW_CONTROL,
+                     MRIB_TLV_SMOOTH_START}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, SessionTest,

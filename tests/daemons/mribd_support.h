@@ -7,7 +7,7 @@
 
 #include "daemons/common/log.h"
 #include "daemons/mribd/address.h"
-#include "daemons/mribd/router.h"
+#include "daemons/mribd/session.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -113,6 +113,16 @@ public:
         return "if" + std::to_string(if_index);
     }
 
+    // "if1" to "if4", and what names says.
+    uint32_t interface_index(const std::string &name) const override
+    {
+        const auto found = names.find(name);
+        if (found != names.end()) {
+            return found->second;
+        }
+        return name.starts_with("if") ? static_cast<uint32_t>(std::atoi(name.c_str() + 2)) : 0;
+    }
+
     bool is_on_link(uint32_t if_index, const MCAST_ADDR_S &source) const override
     {
         return on_link.contains({if_index, mribd::text(source)});
@@ -131,6 +141,7 @@ public:
     }
 
     std::set<uint32_t> interfaces;
+    std::map<std::string, uint32_t> names;
     std::set<std::pair<uint32_t, std::string>> on_link;
     std::map<std::string, Route> routes;
     mutable int lookups = 0;
@@ -213,6 +224,16 @@ struct Bench {
         settle();
     }
 
+    // Source number number of interface 1 sends.
+    void show_local_source(unsigned number)
+    {
+        const std::string source =
+            "10.1." + std::to_string(number / 250 % 250) + "." + std::to_string(number % 250);
+        environment.on_link.insert({1, source});
+        settle(); // the interface may just have become one to watch
+        packet(1, source, "239.1.1." + std::to_string(number / 62500));
+    }
+
     // The interfaces to which the kernel forwards, -1 alone without an entry.
     std::vector<int> forwards(const std::string &source, const std::string &group) const
     {
@@ -241,6 +262,31 @@ struct Bench {
     TableEnvironment environment;
     ManualTimers timers;
     mribd::Router router;
+};
+
+// What sessions work on, over a bench's router.
+struct ClientBench {
+    explicit ClientBench(mribd::Router &router)
+        : policy(router), msdp(router, 5), backend{router, policy, msdp}
+    {
+    }
+
+    // As a configuration file with this text for [mribd] does. Throws for a wrong one.
+    void configure(const std::string &text)
+    {
+        const std::string file = "file";
+        const host::ConfigDocument document(file, text);
+        mcastd::ConfigTable root = document.root();
+        mcastd::ConfigTable table = root.table("mribd");
+        const mribd::Config config = mribd::read_config(table);
+        table.finish();
+        policy.configure(config);
+        msdp.configure(config);
+    }
+
+    mribd::Policy policy;
+    mribd::MsdpExchange msdp;
+    mribd::Backend backend;
 };
 
 using Interfaces = std::vector<int>;

@@ -1,0 +1,189 @@
+/*
+ * Local sources are those from which packets come over a link where this router has an address of their
+ * subnet. The forwarding entries know them; they are kept here once more, while there is a rendezvous point,
+ * in a table whose walk can be interrupted: a replay of many goes out as the client reads.
+ *
+ * Remote sources and switches outlive the connection of the client that reported them, so that a restart of
+ * the MSDP daemon interrupts nothing; its re-send in brackets drops what is no longer true.
+ */
+#include "daemons/mribd/msdp_exchange.h"
+
+#include "daemons/common/log.h"
+
+#include <utility>
+
+namespace mribd
+{
+
+MsdpExchange::MsdpExchange(Router &router, uint32_t remote_limit)
+    : router_(router), remote_limit_(remote_limit)
+{
+    instances_[PUBLIC_INSTANCE];
+    router_.on_local_source([this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, bool present) {
+        take_local(group, source, present);
+    });
+}
+
+MsdpExchange::~MsdpExchange()
+{
+    router_.on_local_source(nullptr);
+}
+
+void MsdpExchange::on_local_source(std::function<void(const LocalSource &)> told)
+{
+    told_ = std::move(told);
+}
+
+void MsdpExchange::tell_all(uint32_t rp_be, bool present) const
+{
+    if (!told_) {
+        return;
+    }
+    SgTable::Cursor cursor;
+    local_.visit(&cursor, [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t) {
+        told_({group, source, rp_be, present});
+        return true;
+    });
+}
+
+void MsdpExchange::configure(const Config &config)
+{
+    std::erase_if(instances_, [&config](const auto &known) {
+        return known.first != PUBLIC_INSTANCE && !config.instances.contains(known.first);
+    });
+    for (const auto &[vrf_index, instance] : config.instances) {
+        instances_[vrf_index];
+    }
+    const auto found = config.instances.find(PUBLIC_INSTANCE);
+    const bool serves = found != config.instances.end() && found->second.enabled;
+    const uint32_t rp_be = serves ? found->second.rp_be : 0;
+    if (rp_be == rp_be_) {
+        return;
+    }
+    if (rp_be_ != 0) {
+        tell_all(rp_be_, false);
+    }
+    local_.clear();
+    rp_be_ = rp_be;
+    router_.watch_sources(rp_be != 0);
+    if (rp_be != 0) {
+        router_.visit_local_sources([this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
+            take_local(group, source, true);
+        });
+    }
+}
+
+void MsdpExchange::take_local(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, bool present)
+{
+    if (rp_be_ == 0) {
+        return;
+    }
+    if (present) {
+        const SgTable::Result result = local_.set(group, source);
+        if (result == SgTable::Result::NoMemory) {
+            refused_++;
+        }
+        if (result != SgTable::Result::Added) {
+            return;
+        }
+    } else if (!local_.erase(group, source)) {
+        return;
+    }
+    if (told_) {
+        told_({group, source, rp_be_, present});
+    }
+}
+
+MsdpExchange::Instance *MsdpExchange::find(uint16_t vrf_index)
+{
+    const auto found = instances_.find(vrf_index);
+    return found == instances_.end() ? nullptr : &found->second;
+}
+
+uint32_t MsdpExchange::remote_count() const
+{
+    uint32_t count = 0;
+    for (const auto &[vrf_index, instance] : instances_) {
+        count += instance.remote.size();
+    }
+    return count;
+}
+
+MsdpExchange::Result MsdpExchange::add_remote(uint16_t vrf_index, const MCAST_ADDR_S &group,
+                                              const MCAST_ADDR_S &source, uint8_t entry)
+{
+    Instance *instance = find(vrf_index);
+    if (instance == nullptr) {
+        return Result::UnknownInstance;
+    }
+    const bool fits = remote_count() < remote_limit_ || instance->remote.contains(group, source);
+    if (!fits || instance->remote.set(group, source, entry) == SgTable::Result::NoMemory) {
+        if (refused_++ == 0) {
+            mcastd::log_warning("remote sources beyond %u are not kept (option --max-entries)",
+                                remote_limit_);
+        }
+        return Result::Refused;
+    }
+    return Result::Done;
+}
+
+MsdpExchange::Result MsdpExchange::remove_remote(uint16_t vrf_index, const MCAST_ADDR_S &group,
+                                                 const MCAST_ADDR_S &source)
+{
+    Instance *instance = find(vrf_index);
+    if (instance == nullptr) {
+        return Result::UnknownInstance;
+    }
+    instance->remote.erase_matching(group, source);
+    return Result::Done;
+}
+
+MsdpExchange::Result MsdpExchange::set_enable(Bracket kind, uint16_t vrf_index, bool enable)
+{
+    Instance *instance = find(vrf_index);
+    if (instance == nullptr) {
+        return Result::UnknownInstance;
+    }
+    (kind == Bracket::RequestEnables ? instance->request_enable : instance->encap_enable) = {enable, false};
+    return Result::Done;
+}
+
+void MsdpExchange::begin(Bracket kind, ClientId client)
+{
+    owners_[static_cast<size_t>(kind)] = client;
+    for (auto &[vrf_index, instance] : instances_) {
+        if (kind == Bracket::RemoteSources) {
+            instance.remote.mark_stale();
+        } else {
+            (kind == Bracket::RequestEnables ? instance.request_enable : instance.encap_enable).stale = true;
+        }
+    }
+}
+
+MsdpExchange::Result MsdpExchange::end(Bracket kind, ClientId client)
+{
+    if (owners_[static_cast<size_t>(kind)] != client) {
+        return Result::Refused;
+    }
+    owners_[static_cast<size_t>(kind)] = 0;
+    for (auto &[vrf_index, instance] : instances_) {
+        if (kind == Bracket::RemoteSources) {
+            swept_ += instance.remote.sweep();
+            continue;
+        }
+        Switch &known = kind == Bracket::RequestEnables ? instance.request_enable : instance.encap_enable;
+        if (known.stale) {
+            known = {};
+        }
+    }
+    return Result::Done;
+}
+
+void MsdpExchange::drop_client(ClientId client)
+{
+    for (ClientId &owner : owners_) {
+        owner = owner == client ? 0 : owner;
+    }
+}
+
+} // namespace mribd

@@ -1,0 +1,116 @@
+/*
+ * The exchange with the MSDP daemon, IPv4: the local sources that it is to announce for the rendezvous point
+ * of the configuration, and the remote sources and switches that it reports, for each instance.
+ */
+#ifndef DAEMONS_MRIBD_MSDP_EXCHANGE_H
+#define DAEMONS_MRIBD_MSDP_EXCHANGE_H
+
+#include "daemons/mribd/router.h"
+#include "daemons/mribd/sg_table.h"
+#include "daemons/mribd/view.h"
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <map>
+
+namespace mribd
+{
+
+// A full re-send of one kind, between its begin and end markers.
+enum class Bracket { RemoteSources, RequestEnables, EncapEnables, Count };
+
+class MsdpExchange
+{
+public:
+    // A local source came or went.
+    struct LocalSource {
+        const MCAST_ADDR_S &group;
+        const MCAST_ADDR_S &source;
+        uint32_t rp_be;
+        bool present;
+    };
+
+    // router must outlive the exchange. Of all instances together at most remote_limit remote sources are
+    // kept.
+    MsdpExchange(Router &router, uint32_t remote_limit);
+    ~MsdpExchange();
+    MsdpExchange(const MsdpExchange &) = delete;
+    MsdpExchange &operator=(const MsdpExchange &) = delete;
+
+    void on_local_source(std::function<void(const LocalSource &)> told);
+
+    // Takes over the rendezvous point; a change of it is told as removals and additions. What was reported
+    // for instances that the configuration does not know any more is forgotten.
+    void configure(const Config &config);
+
+    // 0 when local sources are not told.
+    uint32_t rp_be() const
+    {
+        return rp_be_;
+    }
+    const SgTable &local_sources() const
+    {
+        return local_;
+    }
+
+    enum class Result { Done, UnknownInstance, Refused };
+
+    // What a client reports. Refused: the limit is reached or memory is short.
+    Result add_remote(uint16_t vrf_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
+                      uint8_t entry);
+    Result remove_remote(uint16_t vrf_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
+    Result set_enable(Bracket kind, uint16_t vrf_index, bool enable);
+
+    // A begin marker marks all of its kind, in every instance; the client's end marker drops what was not
+    // sent again. An end without its client's begin is refused.
+    void begin(Bracket kind, ClientId client);
+    Result end(Bracket kind, ClientId client);
+
+    // Ends the client's brackets without dropping anything: it will report again.
+    void drop_client(ClientId client);
+
+    struct Switch {
+        bool enable = false;
+        bool stale = false;
+    };
+    struct Instance {
+        SgTable remote;
+        Switch request_enable;
+        Switch encap_enable;
+    };
+    const std::map<uint16_t, Instance> &instances() const
+    {
+        return instances_;
+    }
+
+    uint32_t remote_count() const;
+
+    uint64_t refused() const
+    {
+        return refused_;
+    }
+    uint64_t swept() const
+    {
+        return swept_;
+    }
+
+private:
+    Instance *find(uint16_t vrf_index);
+    void take_local(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, bool present);
+    void tell_all(uint32_t rp_be, bool present) const;
+
+    Router &router_;
+    uint32_t remote_limit_;
+    uint32_t rp_be_ = 0;
+    SgTable local_; // empty without a rendezvous point
+    std::map<uint16_t, Instance> instances_;
+    std::array<ClientId, static_cast<size_t>(Bracket::Count)> owners_{}; // of the open brackets, 0: none
+    std::function<void(const LocalSource &)> told_;
+    uint64_t refused_ = 0;
+    uint64_t swept_ = 0;
+};
+
+} // namespace mribd
+
+#endif

@@ -1,0 +1,51 @@
+/*
+ * The current view of one family and when it is to be made anew.
+ */
+#ifndef DAEMONS_MRIBD_POLICY_H
+#define DAEMONS_MRIBD_POLICY_H
+
+#include "daemons/mribd/router.h"
+#include "daemons/mribd/view.h"
+
+#include <optional>
+
+namespace mribd
+{
+
+class Policy
+{
+public:
+    // router must outlive the policy.
+    explicit Policy(const Router &router);
+
+    void configure(const Config &config);
+
+    // To be called when designated routers, interfaces or their names changed.
+    void touch()
+    {
+        stale_ = true;
+    }
+
+    // Makes the view anew after configure and touch. The view before, when it differs.
+    std::optional<View> refresh();
+
+    const View &view() const
+    {
+        return view_;
+    }
+
+    const Config &config() const
+    {
+        return config_;
+    }
+
+private:
+    const Router &router_;
+    Config config_;
+    View view_;
+    bool stale_ = true;
+};
+
+} // namespace mribd
+
+#endif

@@ -1,0 +1,140 @@
+/*
+ * The records of the MSDP daemon in a client's session.
+ */
+#include "daemons/mribd/address.h"
+#include "daemons/mribd/session.h"
+#include "mcast/addr.h"
+
+namespace mribd
+{
+namespace
+{
+
+// Messages of a replay that wait at most; far below the outbox's bound, which other records need too.
+constexpr size_t REPLAY_WAITING = 8;
+
+Bracket bracket_of(uint16_t type)
+{
+    switch (type) {
+    case MRIB_TLV_MSDP_SMOOTH_REMOTE_SG_BEGIN:
+    case MRIB_TLV_MSDP_SMOOTH_REMOTE_SG_END:
+        return Bracket::RemoteSources;
+    case MRIB_TLV_MSDP_SMOOTH_REQ_ENABLE_BEGIN:
+    case MRIB_TLV_MSDP_SMOOTH_REQ_ENABLE_END:
+        return Bracket::RequestEnables;
+    default:
+        return Bracket::EncapEnables;
+    }
+}
+
+void put_local_source(const MsdpExchange::LocalSource &change, Outbox &outbox)
+{
+    MRIB_MSDP_LOCAL_SRC_S record{};
+    record.family = MCAST_FAMILY_IPV4;
+    record.operation = change.present ? 1 : 0;
+    record.vrf_index = PUBLIC_INSTANCE;
+    std::memcpy(&record.source_be, change.source.address, sizeof(record.source_be));
+    std::memcpy(&record.group_be, change.group.address, sizeof(record.group_be));
+    record.rp_be = change.rp_be;
+    outbox.put(MRIB_TLV_MSDP_LOCAL_SRC, record);
+}
+
+} // namespace
+
+void Session::tell_local_source(const MsdpExchange::LocalSource &change)
+{
+    if (registered_ && (capabilities_ & MRIB_CAP_MSDP_LOCAL_SRC) != 0) {
+        put_local_source(change, outbox_);
+    }
+}
+
+bool Session::continue_replay()
+{
+    if (!local_replay_ || outbox_.has_overflowed()) {
+        return false;
+    }
+    const auto put = [this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t) {
+        if (outbox_.has_overflowed() || outbox_.message_count() > REPLAY_WAITING) {
+            return false;
+        }
+        put_local_source({group, source, msdp_.rp_be(), true}, outbox_);
+        return true;
+    };
+    if (msdp_.local_sources().visit(&*local_replay_, put)) {
+        outbox_.put_marker(MRIB_TLV_MSDP_LOCAL_SRC_END);
+        local_replay_.reset();
+    }
+    return true;
+}
+
+bool Session::judge(MsdpExchange::Result result)
+{
+    switch (result) {
+    case MsdpExchange::Result::Done:
+        return true;
+    case MsdpExchange::Result::UnknownInstance:
+        return refuse(Fault::Instance);
+    case MsdpExchange::Result::Refused:
+        break;
+    }
+    return refuse(Fault::Limit);
+}
+
+bool Session::take_remote_source(const MRIB_RECORD_S &record)
+{
+    const auto *value = value_of<MRIB_MSDP_REMOTE_SG_S>(record);
+    if (value == nullptr || record.length < sizeof(*value) + value->data_length) {
+        return refuse(Fault::Short);
+    }
+    if (value->family != router_.family() || value->family != MCAST_FAMILY_IPV4) {
+        return refuse(Fault::Family);
+    }
+    const MCAST_ADDR_S group = make_address(value->family, &value->group_be);
+    const MCAST_ADDR_S source = make_address(value->family, &value->source_be);
+    if (value->operation == 0) {
+        return judge(msdp_.remove_remote(value->vrf_index, group, source));
+    }
+    if (MCAST_GrpAddrCheck(&group) != MCAST_TRUE) {
+        return refuse(Fault::Group);
+    }
+    if (!is_routable_source(source)) {
+        return refuse(Fault::Source);
+    }
+    return judge(msdp_.add_remote(value->vrf_index, group, source, value->entry));
+}
+
+bool Session::take_msdp_enable(const MRIB_RECORD_S &record)
+{
+    const auto *value = value_of<MRIB_MSDP_ENABLE_S>(record);
+    if (value == nullptr) {
+        return refuse(Fault::Short);
+    }
+    if (value->family != router_.family() || value->family != MCAST_FAMILY_IPV4) {
+        return refuse(Fault::Family);
+    }
+    if (value->enable > 1) {
+        return refuse(Fault::Flags);
+    }
+    const Bracket kind =
+        record.type == MRIB_TLV_MSDP_REQ_SA_ENABLE ? Bracket::RequestEnables : Bracket::EncapEnables;
+    return judge(msdp_.set_enable(kind, value->vrf_index, value->enable == 1));
+}
+
+bool Session::take_bracket(const MRIB_RECORD_S &record)
+{
+    const auto *value = value_of<MRIB_SMOOTH_ALERT_S>(record);
+    if (value == nullptr) {
+        return refuse(Fault::Short);
+    }
+    if (value->family != router_.family() || value->family != MCAST_FAMILY_IPV4) {
+        return refuse(Fault::Family);
+    }
+    // The begin markers have the even numbers.
+    if (record.type % 2 == 0) {
+        msdp_.begin(bracket_of(record.type), id_);
+        return true;
+    }
+    return msdp_.end(bracket_of(record.type), id_) == MsdpExchange::Result::Done || refuse(Fault::Flags);
+}
+
+} // namespace mribd

@@ -1,0 +1,65 @@
+#include "daemons/mribd/view.h"
+
+#include <algorithm>
+
+namespace mribd
+{
+namespace
+{
+
+// Without the ranges that lie within others: a client that adds or removes a range drops all within it.
+std::set<Prefix> widest_of(uint8_t family, const std::vector<Prefix> &ranges)
+{
+    std::set<Prefix> result;
+    for (const Prefix &range : ranges) {
+        const bool within = std::any_of(ranges.begin(), ranges.end(), [&range](const Prefix &other) {
+            return other.covers(range) && !(other == range);
+        });
+        if (range.address.family == family && !within) {
+            result.insert(range);
+        }
+    }
+    return result;
+}
+
+} // namespace
+
+View make_view(uint8_t family, const Config &config, const std::vector<uint32_t> &elected,
+               const Environment &environment)
+{
+    View view;
+    view.busy = config.busy[family_row(family)];
+    view.instances[PUBLIC_INSTANCE] = {};
+    for (const auto &[vrf_index, instance] : config.instances) {
+        view.instances[vrf_index] = {instance.enabled, instance.ssm_acl[family_row(family)]};
+    }
+    const auto is_enabled = [&view](uint16_t vrf_index) {
+        const auto found = view.instances.find(vrf_index);
+        return found != view.instances.end() && found->second.enabled;
+    };
+    if (is_enabled(PUBLIC_INSTANCE)) {
+        for (const uint32_t if_index : elected) {
+            view.designated.insert({PUBLIC_INSTANCE, if_index});
+        }
+    }
+    for (const InterfaceConfig &interface : config.interfaces) {
+        const uint32_t if_index = environment.interface_index(interface.name);
+        if (if_index == 0 || !is_enabled(interface.vrf_index)) {
+            continue;
+        }
+        const InterfaceKey key{interface.vrf_index, if_index};
+        if (interface.designated == true) {
+            view.designated.insert(key);
+        } else if (interface.designated == false) {
+            view.designated.erase(key);
+        }
+        const uint8_t scope = family == MCAST_FAMILY_IPV6 ? interface.scope_boundary : uint8_t{0};
+        const auto ranges = widest_of(family, interface.boundaries);
+        if (!ranges.empty() || scope != 0) {
+            view.boundaries[key] = {ranges, scope};
+        }
+    }
+    return view;
+}
+
+} // namespace mribd

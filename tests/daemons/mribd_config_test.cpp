@@ -1,0 +1,149 @@
+#include "daemons/mribd/config.h"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+
+using namespace mribd;
+
+namespace
+{
+
+Config read(const std::string &text)
+{
+    const host::ConfigDocument document("file", text);
+    mcastd::ConfigTable root = document.root();
+    mcastd::ConfigTable table = root.table("mribd");
+    Config config = read_config(table);
+    table.finish();
+    return config;
+}
+
+// The error, empty when the text was taken.
+std::string error_of(const std::string &text)
+{
+    try {
+        read(text);
+        return "";
+    } catch (const mcastd::ConfigError &error) {
+        return error.what();
+    }
+}
+
+std::string text_of(const std::string &prefix)
+{
+    const auto parsed = Prefix::parse(prefix);
+    return parsed ? parsed->text() : "none";
+}
+
+TEST(MribdConfig, EmptyFileIsTheDefault)
+{
+    const Config config = read("");
+    EXPECT_EQ(config.busy[0], 0u);
+    EXPECT_TRUE(config.instances.empty());
+    EXPECT_TRUE(config.interfaces.empty());
+}
+
+TEST(MribdConfig, EveryKeyReachesItsPlace)
+{
+    const Config config = read(R"(
+[mribd]
+flow_control = { ipv4 = 3, ipv6 = 4 }
+[[mribd.instance]]
+enabled = false
+ssm_acl.ipv6 = 2001
+rp = "10.0.0.1"
+[[mribd.instance]]
+vrf = 5
+[[mribd.interface]]
+name = "eth1"
+dr = false
+boundaries = ["239.255.7.0/16", "ff15::/16"]
+scope_boundary = 5
+[[mribd.interface]]
+name = "eth2"
+vrf = 5
+)");
+    EXPECT_EQ(config.busy, (std::array<uint16_t, 2>{3, 4}));
+    const InstanceConfig &instance = config.instances.at(0);
+    EXPECT_FALSE(instance.enabled);
+    EXPECT_EQ(instance.ssm_acl, (std::array<uint32_t, 2>{MCAST_NONE, 2001}));
+    EXPECT_EQ(instance.rp_be, htonl(0x0a000001));
+    EXPECT_TRUE(config.instances.at(5).enabled);
+    ASSERT_EQ(config.interfaces.size(), 2u);
+    EXPECT_EQ(config.interfaces[0].designated, std::optional<bool>(false));
+    EXPECT_EQ(config.interfaces[0].scope_boundary, 5u);
+    ASSERT_EQ(config.interfaces[0].boundaries.size(), 2u);
+    EXPECT_EQ(config.interfaces[0].boundaries[0].text(), "239.255.0.0/16");
+    EXPECT_EQ(config.interfaces[1].designated, std::nullopt);
+    EXPECT_EQ(config.interfaces[1].vrf_index, 5u);
+}
+
+TEST(MribdConfig, ErrorsNameTheLine)
+{
+    const std::pair<const char *, const char *> rows[] = {
+        {"[mribd]\nsurprise = 1\n", "file:2:"},
+        {"[mribd]\nflow_control.ipv4 = 65536\n", "file:2:"},
+        {"[mribd]\nflow_control.ipv5 = 1\n", "file:2:"},
+        {"[[mribd.instance]]\nssm_acl.ipv4 = 3000\n", "file:2:"},
+        {"[[mribd.instance]]\nrp = '239.1.1.1'\n", "file:2:"},
+        {"[[mribd.instance]]\nrp = 'ff0e::1'\n", "file:2:"},
+        {"[[mribd.instance]]\nvrf = 5\nrp = '10.0.0.1'\n", "file:3:"},
+        {"[[mribd.instance]]\n[[mribd.instance]]\nvrf = 0\n", "file:3:"},
+        {"[[mribd.instance]]\nvrf = 65536\n", "file:2:"},
+        {"[[mribd.interface]]\ndr = true\n", "file:1:"},
+        {"[[mribd.interface]]\nname = 'a'\n[[mribd.interface]]\nname = 'a'\n", "file:4:"},
+        {"[[mribd.interface]]\nname = 'longer-than-names'\n", "file:2:"},
+        {"[[mribd.interface]]\nname = 'a'\nvrf = 7\n", "file:3:"},
+        {"[[mribd.interface]]\nname = 'a'\nboundaries = ['239.0.0.0/8',\n'10.0.0.0/8']\n", "file:4:"},
+        {"[[mribd.interface]]\nname = 'a'\nboundaries = ['239.0.0.0/33']\n", "file:3:"},
+        {"[[mribd.interface]]\nname = 'a'\nscope_boundary = 2\n", "file:3:"},
+        {"[[mribd.interface]]\nname = 'a'\nscope_boundary = 16\n", "file:3:"},
+    };
+    for (const auto &[text, place] : rows) {
+        EXPECT_TRUE(error_of(text).starts_with(place)) << text << error_of(text);
+    }
+}
+
+TEST(MribdConfig, BoundariesOfAllInterfacesAreBoundedTogether)
+{
+    std::string text;
+    for (unsigned interface = 0; interface < 2; interface++) {
+        text += "[[mribd.interface]]\nname = 'if" + std::to_string(interface) + "'\nboundaries = [";
+        for (size_t i = 0; i < BOUNDARY_LIMIT / 2; i++) {
+            text += "'239.0." + std::to_string(i / 256) + "." + std::to_string(i % 256) + "/32',";
+        }
+        text += "]\n";
+    }
+    EXPECT_EQ(error_of(text), "");
+    text += "[[mribd.interface]]\nname = 'if2'\nboundaries = ['238.0.0.0/8']\n";
+    EXPECT_NE(error_of(text), "");
+}
+
+TEST(Prefix, TextIsReadWholeOrNotAtAll)
+{
+    EXPECT_EQ(text_of("239.255.255.255/12"), "239.240.0.0/12");
+    EXPECT_EQ(text_of("ff15:8000::1/17"), "ff15:8000::/17");
+    EXPECT_EQ(text_of("0.0.0.0/0"), "0.0.0.0/0");
+    for (const char *wrong :
+         {"", "/", "239.1.1.1", "239.1.1.1/", "239.1.1.1/-1", "239.1.1.1/33", "ff00::/129", "239.1.1.1/8x",
+          "239.1.1/8", " 239.0.0.0/8", "239.0.0.0/256", "/8"}) {
+        EXPECT_EQ(text_of(wrong), "none") << wrong;
+    }
+    EXPECT_EQ(text_of(std::string("239.0.0.0\0/8", 12)), "none");
+}
+
+TEST(Prefix, CoversWhatLiesWithinIt)
+{
+    const auto covers = [](const char *one, const char *other) {
+        return Prefix::parse(one)->covers(*Prefix::parse(other));
+    };
+    EXPECT_TRUE(covers("239.0.0.0/8", "239.255.0.0/16"));
+    EXPECT_TRUE(covers("239.0.0.0/8", "239.0.0.0/8"));
+    EXPECT_FALSE(covers("239.255.0.0/16", "239.0.0.0/8"));
+    EXPECT_FALSE(covers("239.128.0.0/9", "239.0.0.0/9"));
+    EXPECT_TRUE(covers("ff15:8000::/17", "ff15:8001::/32"));
+    EXPECT_FALSE(covers("224.0.0.0/4", "e000::/16"));
+}
+
+} // namespace
