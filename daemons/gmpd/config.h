@@ -23,6 +23,7 @@ struct Config {
     bool immediate_leave = false;
     uint32_t max_groups = 65536;         // on one interface
     uint32_t max_sources = 1024;         // of one group
+    std::string file;                    // the configuration file, if any
     std::vector<std::string> interfaces; // names; empty: every suitable one
 };
 

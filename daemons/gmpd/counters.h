@@ -51,6 +51,8 @@ namespace gmpd
     ROW(LinkScopeGroup, "ignored_unroutable_group")                                                          \
     ROW(BadSource, "ignored_record_source")                                                                  \
     ROW(OldHostPresent, "ignored_for_older_hosts")                                                           \
+    ROW(SsmRange, "ignored_any_source_in_ssm_range")                                                         \
+    ROW(Boundary, "refused_boundary")                                                                        \
     ROW(GroupLimit, "refused_group_limit")                                                                   \
     ROW(SourceLimit, "refused_source_limit")                                                                 \
     ROW(SentGeneral, "sent_general_queries")                                                                 \

@@ -8,6 +8,8 @@
 
 #include <sys/epoll.h>
 
+#include "daemons/common/config_file.h"
+#include "daemons/common/log.h"
 #include "daemons/gmpd/links.h"
 #include "daemons/gmpd/memory.h"
 #include "daemons/gmpd/mrib_link.h"
@@ -52,6 +54,19 @@ private:
     MribLink &mrib_;
 };
 
+// Reads the access lists. False when the file is wrong, which is logged; what was read before then stays.
+bool load_lists(const std::string &path)
+{
+    std::string error;
+
+    if (!mcastd::load_config(
+            path.c_str(), "gmpd", [](mcastd::ConfigTable &) {}, &error)) {
+        mcastd::log_error("%s", error.c_str());
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 int run_daemon(const mcastd::Options &options, const Config &config)
@@ -63,6 +78,9 @@ int run_daemon(const mcastd::Options &options, const Config &config)
     Receiver receiver(router);
 
     std::set_new_handler(out_of_memory);
+    if (!config.file.empty() && !load_lists(config.file)) {
+        return EXIT_FAILURE;
+    }
     if (!frame.open() || !timers.open()) {
         return EXIT_FAILURE;
     }
@@ -82,8 +100,17 @@ int run_daemon(const mcastd::Options &options, const Config &config)
     }
     frame.on_status([&] {
         return status_text(router, ProcessStatus{mrib.connected(), mrib.connects(), mrib.pending(),
-                                                 receiver.kernel_drops()});
+                                                 receiver.kernel_drops(), mrib.policy().replayed()});
     });
+    if (!config.file.empty()) {
+        frame.on_reload([&] {
+            if (load_lists(config.file)) {
+                mrib.policy().lists_changed();
+            } else {
+                mcastd::log_warning("the configuration stays as it was");
+            }
+        });
+    }
     frame.reactor().set_background([&] {
         mrib.flush();
         timers.set_wake_up();

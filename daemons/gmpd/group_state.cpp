@@ -4,6 +4,8 @@
  *      INCLUDE           every source in the table is joined
  *      EXCLUDE           any source is joined; sources whose timer does not run are blocked
  *
+ * Where the policy says that this router does not forward, no bit is set.
+ *
  * A change of mode turns several bits. They are sent in three steps, each skipped when there is nothing to
  * do: first what adds (joins of sources, blocks), then the join or prune of any source, then what takes away
  * (prunes of sources, unblocks). Going to EXCLUDE the blocks stand before any source is let through and the
@@ -48,6 +50,11 @@ void tell_source(const SourceState &source, bool join, bool blocked)
                                            join, blocked);
 }
 
+bool reports(const GroupState &group)
+{
+    return group.interface->router->policy->reports(*group.interface);
+}
+
 void tell_any(GroupState &group, bool join)
 {
     if (group.told_any != join) {
@@ -57,35 +64,35 @@ void tell_any(GroupState &group, bool join)
     }
 }
 
-bool wants_join(const SourceState &source)
+bool wants_join(const SourceState &source, bool reported)
 {
-    return !source.doomed && !source.group->exclude && source.timer.running();
+    return reported && !source.doomed && !source.group->exclude && source.timer.running();
 }
 
-bool wants_block(const SourceState &source)
+bool wants_block(const SourceState &source, bool reported)
 {
-    return !source.doomed && source.group->exclude && !source.timer.running();
+    return reported && !source.doomed && source.group->exclude && !source.timer.running();
 }
 
-void tell_additions(SourceState &source)
+void tell_additions(SourceState &source, bool reported)
 {
-    if (!source.told_joined && wants_join(source)) {
+    if (!source.told_joined && wants_join(source, reported)) {
         source.told_joined = true;
         tell_source(source, true, false);
     }
-    if (!source.told_blocked && wants_block(source)) {
+    if (!source.told_blocked && wants_block(source, reported)) {
         source.told_blocked = true;
         tell_source(source, true, true);
     }
 }
 
-void tell_removals(SourceState &source)
+void tell_removals(SourceState &source, bool reported)
 {
-    if (source.told_joined && !wants_join(source)) {
+    if (source.told_joined && !wants_join(source, reported)) {
         source.told_joined = false;
         tell_source(source, false, false);
     }
-    if (source.told_blocked && !wants_block(source)) {
+    if (source.told_blocked && !wants_block(source, reported)) {
         source.told_blocked = false;
         tell_source(source, false, true);
     }
@@ -259,10 +266,12 @@ void settle_group(GroupState &group)
         return;
     }
     group.dirty = false;
-    for_each_source(group, tell_additions);
-    tell_any(group, group.exclude);
-    for_each_source(group, [](SourceState &source) {
-        tell_removals(source);
+    const bool reported = reports(group);
+
+    for_each_source(group, [=](SourceState &source) { tell_additions(source, reported); });
+    tell_any(group, reported && group.exclude);
+    for_each_source(group, [=](SourceState &source) {
+        tell_removals(source, reported);
         if (source.doomed || (!source.group->exclude && !source.timer.running())) {
             MRT_DeleteSource(source.entry);
         }
@@ -281,7 +290,7 @@ void remove_group(GroupState &group)
     for_each_source(group, [](SourceState &source) { source.doomed = true; });
     group.exclude = false;
     tell_any(group, false);
-    for_each_source(group, tell_removals);
+    for_each_source(group, [](SourceState &source) { tell_removals(source, true); });
     MRT_DeleteGroup(group.entry);
     warn_group_limit(interface);
 }

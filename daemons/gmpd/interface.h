@@ -20,6 +20,7 @@
 #include "daemons/gmpd/config.h"
 #include "daemons/gmpd/counters.h"
 #include "daemons/gmpd/packet_build.h"
+#include "daemons/gmpd/policy.h"
 #include "daemons/gmpd/timer.h"
 #include "mcast/route_table.h"
 
@@ -91,11 +92,15 @@ struct Interface {
     Interface &operator=(const Interface &) = delete;
 };
 
+// The policy of a router that nobody has given one.
+inline const Policy EVERYTHING_MAY{};
+
 // The process.
 struct Router {
     Config config;
-    MCAST_TMR_S *timers = nullptr; // not owned; outlives the interfaces
-    Outputs *outputs = nullptr;    // not owned
+    MCAST_TMR_S *timers = nullptr;          // not owned; outlives the interfaces
+    Outputs *outputs = nullptr;             // not owned
+    const Policy *policy = &EVERYTHING_MAY; // not owned
     std::map<uint32_t, std::unique_ptr<Interface>> interfaces;
 };
 

@@ -143,7 +143,7 @@ void Links::on_event(HOST_LINK_TABLE table, const HOST_LINK_EVENT_S *event, void
         const auto found = links.router_.interfaces.find(link.if_index);
 
         if (found != links.router_.interfaces.end()) {
-            querier_carrier_returned(*found->second);
+            querier_ask_again(*found->second);
         }
     }
 }

@@ -141,6 +141,29 @@ bool creates_group(RecordType type, const std::vector<Address> &sources)
     return false;
 }
 
+// Whether a record asks for every source but those it names.
+bool joins_any_source(RecordType type)
+{
+    return type == RecordType::IsExclude || type == RecordType::ToExclude;
+}
+
+// Whether the policy stops the record, which is counted.
+bool is_stopped(Interface &interface, RecordType type, const Address &group,
+                const std::vector<Address> &sources)
+{
+    const Joins joins = interface.router->policy->joins_of(interface, group);
+
+    if (joins == Joins::None && creates_group(type, sources)) {
+        ++interface.counters[Count::Boundary];
+        return true;
+    }
+    if (joins == Joins::SourcesOnly && joins_any_source(type)) {
+        ++interface.counters[Count::SsmRange];
+        return true;
+    }
+    return false;
+}
+
 void apply_row(GroupState &group, RecordType type, const std::vector<Address> &sources)
 {
     switch (type) {
@@ -243,14 +266,20 @@ void handle_old_report(Interface &interface, const Message &report)
     }
 }
 
-// A leave says what TO_IN({}) says; where version 1 hosts are present nobody can know who is left.
+// A leave says what TO_IN({}) says, of a join that is not listened to in the source-specific range; where
+// version 1 hosts are present nobody can know who is left.
 void handle_leave(Interface &interface, const Message &leave)
 {
     GroupState *group = is_routable(interface, leave.group) ? find_group(interface, leave.group) : nullptr;
 
-    if (group != nullptr) {
-        apply_record(interface, RecordType::ToInclude, leave.group, {});
+    if (group == nullptr) {
+        return;
     }
+    if (interface.router->policy->joins_of(interface, leave.group) == Joins::SourcesOnly) {
+        ++interface.counters[Count::SsmRange];
+        return;
+    }
+    apply_record(interface, RecordType::ToInclude, leave.group, {});
 }
 
 void count_received(Interface &interface, const Message &message)
@@ -291,6 +320,9 @@ Count refuse(const Interface &interface, const Message &message)
 void apply_record(Interface &interface, RecordType type, const Address &address,
                   const std::vector<Address> &sources)
 {
+    if (is_stopped(interface, type, address, sources)) {
+        return;
+    }
     GroupState *group = find_group(interface, address);
 
     if (group == nullptr && creates_group(type, sources)) {

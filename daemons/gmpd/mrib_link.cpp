@@ -55,7 +55,8 @@ Backlog read_backlog() MCAST_NO_LOCK_ANALYSIS
 
 } // namespace
 
-MribLink::MribLink(Router &router, mcastd::Reactor &reactor) : router_(router), reactor_(reactor)
+MribLink::MribLink(Router &router, mcastd::Reactor &reactor)
+    : router_(router), policy_(router), reactor_(reactor)
 {
     the_link = this;
 }
@@ -64,6 +65,7 @@ MribLink::~MribLink()
 {
     if (open_) {
         open_ = false;
+        router_.policy = &EVERYTHING_MAY;
         MRIB_GMP_CloseConnection();
         MRIB_GMP_Fini();
     }
@@ -79,12 +81,14 @@ bool MribLink::open()
 
     callbacks.connected = on_connected;
     callbacks.disconnected = on_disconnected;
+    MribPolicy::add_callbacks(callbacks);
     if (MRIB_GMP_Init(static_cast<uint8_t>(component), router_.config.family, VRF_COUNT, MESSAGE_SIZE,
                       &callbacks) != MCAST_OK) {
         mcastd::log_error("cannot set up the channel to the MRIB process");
         return false;
     }
     open_ = true;
+    router_.policy = &policy_;
     connect();
     return true;
 }
@@ -159,6 +163,7 @@ void MribLink::ready(uint32_t events, int socket)
 
 void MribLink::flush()
 {
+    policy_.apply_changes();
     if (!connected_) {
         return;
     }

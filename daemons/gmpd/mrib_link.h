@@ -9,6 +9,7 @@
 
 #include "daemons/common/reactor.h"
 #include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/mrib_policy.h"
 
 namespace gmpd
 {
@@ -32,8 +33,14 @@ public:
     void tell_member(const Interface &interface, const Address &group, const Address *source, bool join,
                      bool blocked);
 
-    // Sends what was appended, as far as the socket takes it, and rebuilds a connection that lost records. To
-    // be called once after everything that a wake-up brought.
+    // What the MRIB process allows; the router's policy from open on.
+    MribPolicy &policy()
+    {
+        return policy_;
+    }
+
+    // Applies changes of the policy, then sends what was appended, as far as the socket takes it, and
+    // rebuilds a connection that lost records. To be called once after everything that a wake-up brought.
     void flush();
 
     bool connected() const
@@ -59,6 +66,7 @@ private:
     void tell_all();
 
     Router &router_;
+    MribPolicy policy_;
     mcastd::Reactor &reactor_;
     Timer retry_;
     bool open_ = false;

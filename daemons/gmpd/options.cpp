@@ -62,6 +62,8 @@ void add_options(mcastd::Options &options, Config &config)
         ->capture_default_str();
     app.add_flag("--immediate-leave", config.immediate_leave,
                  "End a membership with its first leave, without asking for others: for links with one host");
+    app.add_option("--config", config.file,
+                   "Configuration file, for the access lists in it; read again on SIGHUP");
     app.add_option("--max-groups", config.max_groups, "Most groups on one interface")
         ->check(CLI::Range(1u, 16777216u))
         ->capture_default_str();

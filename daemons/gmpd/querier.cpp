@@ -140,7 +140,7 @@ void querier_start(Interface &interface)
     become_querier(interface);
 }
 
-void querier_carrier_returned(Interface &interface)
+void querier_ask_again(Interface &interface)
 {
     if (interface.running && interface.querier.elected) {
         interface.querier.startup_left = interface.router->config.robustness;

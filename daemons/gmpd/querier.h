@@ -16,8 +16,9 @@ void querier_start(Interface &interface);
 // Ends asking and waiting.
 void querier_stop(Interface &interface);
 
-// The link can carry traffic again: begins the start-up queries anew when this router is the querier.
-void querier_carrier_returned(Interface &interface);
+// Hosts may have missed queries, or were not listened to: begins the start-up queries anew when this router
+// is the querier.
+void querier_ask_again(Interface &interface);
 
 // Another router's query, checked and from a neighbour. A lower address wins the querier's role; a query
 // without the S flag shortens the life of what it asks for.

@@ -167,6 +167,7 @@ void write_interface(Json &json, const Interface &interface)
     json.truth("running", interface.running);
     if (interface.running) {
         json.text("address", to_text(interface.address));
+        json.truth("reported", interface.router->policy->reports(interface));
         write_querier(json, interface);
     }
     json.number("group_count", MRT_CountTable(interface.groups));
@@ -191,6 +192,7 @@ std::string status_text(const Router &router, const ProcessStatus &process)
     json.truth("mrib_connected", process.mrib_connected);
     json.number("mrib_connects", process.mrib_connects);
     json.number("mrib_pending_messages", process.mrib_pending);
+    json.truth("mrib_replayed", process.mrib_replayed);
     json.number("packets_lost_in_kernel", process.kernel_drops);
     json.open("interfaces", '[');
     for (const auto &[index, interface] : router.interfaces) {

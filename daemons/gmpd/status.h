@@ -15,8 +15,9 @@ namespace gmpd
 struct ProcessStatus {
     bool mrib_connected = false;
     uint64_t mrib_connects = 0;
-    uint32_t mrib_pending = 0; // messages that wait for the channel
-    uint64_t kernel_drops = 0; // packets lost before they were read
+    uint32_t mrib_pending = 0;  // messages that wait for the channel
+    uint64_t kernel_drops = 0;  // packets lost before they were read
+    bool mrib_replayed = false; // it has said all that it had to say
 };
 
 // One object: the process, then each interface with its querier, groups, sources and non-zero counters. Times

@@ -37,7 +37,7 @@ class JoinLeave(unittest.TestCase):
                 wait_for(lambda f=family: "red" not in self.outputs(f), "red pruned")
 
     def test_source_specific_join_gets_that_source_only(self):
-        for family, group, source in (("-4", "232.1.1.1", SOURCE4), ("-6", "ff3e::1:1", SOURCE6)):
+        for family, group, source in (("-4", "239.1.2.1", SOURCE4), ("-6", "ff1e::2:1", SOURCE6)):
             with self.subTest(group=group):
                 host = self.network.hosts["source"]
                 other = source + "2"
