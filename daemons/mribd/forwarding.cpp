@@ -56,16 +56,6 @@ template <typename Visitor> void walk_entries(MRT_TABLE_S *table, const Visitor 
     MRT_DeleteWalk(walk);
 }
 
-bool is_under(const MCAST_ADDR_S &address, const MCAST_ADDR_S &prefix, unsigned length)
-{
-    const unsigned whole = length / 8;
-    if (std::memcmp(address.address, prefix.address, whole) != 0) {
-        return false;
-    }
-    const unsigned rest = length % 8;
-    return rest == 0 || ((address.address[whole] ^ prefix.address[whole]) >> (8 - rest)) == 0;
-}
-
 } // namespace
 
 Forwarding::Forwarding(const Parts &parts)
@@ -213,9 +203,9 @@ void Forwarding::membership_changed(const MCAST_ADDR_S &group, const MCAST_ADDR_
 void Forwarding::routes_changed(const MCAST_ADDR_S &prefix, unsigned length)
 {
     if (length == 0 || changed_prefixes_.size() == PREFIXES_REMEMBERED) {
-        changed_prefixes_.assign(1, {any_address(parts_.family), 0});
+        changed_prefixes_.assign(1, Prefix{any_address(parts_.family), 0});
     } else {
-        changed_prefixes_.emplace_back(prefix, length);
+        changed_prefixes_.push_back(Prefix{prefix, static_cast<uint8_t>(length)});
     }
 }
 
@@ -226,10 +216,10 @@ void Forwarding::queue_changed()
         return;
     }
     walk_entries(table_, [this](Entry *entry) {
+        const Prefix source{entry->source(), static_cast<uint8_t>(full_length(parts_.family))};
         const bool check_route =
-            std::any_of(changed_prefixes_.begin(), changed_prefixes_.end(), [entry](const auto &changed) {
-                return is_under(entry->source(), changed.first, changed.second);
-            });
+            std::any_of(changed_prefixes_.begin(), changed_prefixes_.end(),
+                        [&source](const Prefix &changed) { return changed.covers(source); });
         if (interfaces_changed_ || check_route) {
             queue(entry, check_route);
         }

@@ -8,6 +8,7 @@
 #include "daemons/mribd/gmp_state.h"
 #include "daemons/mribd/kernel_table.h"
 #include "daemons/mribd/member_table.h"
+#include "daemons/mribd/prefix.h"
 #include "daemons/mribd/upcall.h"
 #include "daemons/mribd/vif_table.h"
 #include "mcast/route_table.h"
@@ -171,7 +172,7 @@ private:
     std::unordered_map<uint32_t, uint32_t> entries_per_upstream_;
     bool upstream_changed_ = false;
     bool interfaces_changed_ = false;
-    std::vector<std::pair<MCAST_ADDR_S, unsigned>> changed_prefixes_;
+    std::vector<Prefix> changed_prefixes_;
     ForwardingCounters counters_;
     std::function<void(const Entry &)> local_source_told_;
 };

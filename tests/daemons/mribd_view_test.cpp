@@ -32,7 +32,8 @@ struct Mirror {
                 break;
             case MRIB_TLV_SSM_POLICY: {
                 const auto policy = value<MRIB_SSM_POLICY_S>(record);
-                view.instances[policy.vrf_index].ssm_acl = policy.acl_number;
+                const uint16_t vrf_index = policy.vrf_index; // a packed field binds to no reference
+                view.instances[vrf_index].ssm_acl = policy.acl_number;
                 break;
             }
             case MRIB_TLV_PIM_DR: {
