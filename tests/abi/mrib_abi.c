@@ -57,6 +57,22 @@ static void check_channel_records(void)
     ABI_AT(MRIB_GMP_IF_S, boundaries, 24);
 }
 
+static void check_msdp_records(void)
+{
+    ABI_SIZE(MRIB_MSDP_SG_S, 8);
+    ABI_AT(MRIB_MSDP_SG_S, source_be, 4);
+    ABI_SIZE(MRIB_MSDP_FILTER_S, 16);
+    ABI_AT(MRIB_MSDP_FILTER_S, acl_number, 4);
+    ABI_AT(MRIB_MSDP_FILTER_S, limit, 8);
+    ABI_AT(MRIB_MSDP_FILTER_S, group_be, 12);
+    ABI_SIZE(MRIB_MSDP_CURSOR_S, 12);
+    ABI_AT(MRIB_MSDP_CURSOR_S, group_be, 4);
+    ABI_AT(MRIB_MSDP_CURSOR_S, source_be, 8);
+    ABI_SIZE(MRIB_MSDP_BATCH_S, 2056);
+    ABI_AT(MRIB_MSDP_BATCH_S, pairs, 4);
+    ABI_AT(MRIB_MSDP_BATCH_S, count, 2048);
+}
+
 static void check_wire_records(void)
 {
     ABI_SIZE(MRIB_MSG_HEADER_S, 12);
@@ -105,6 +121,7 @@ static void check_life_cycle(void)
 int main(void)
 {
     check_channel_records();
+    check_msdp_records();
     check_wire_records();
     check_life_cycle();
     return ABI_RESULT();

@@ -541,6 +541,21 @@ TEST_F(Msdp, ResumedWalkVisitsAgainThePairAtWhichItStopped)
     EXPECT_EQ(batch.pairs[0].source_be, Be(10, 0, 0, 3));
 }
 
+TEST_F(Msdp, FullBatchStopsAlsoAtAGroupThatWouldBeLeftOut)
+{
+    MRIB_MSDP_CURSOR_S cursor = {};
+    MRIB_MSDP_BATCH_S batch;
+    const MRIB_MSDP_FILTER_S filter = Everything(1);
+
+    Connect();
+    ASSERT_EQ(Add(kRp1, Be(231, 1, 1, 1), 1), 0u);
+    ASSERT_EQ(Add(kRp1, Be(232, 1, 1, 1), 1), 0u);
+    EXPECT_EQ(MRIB_MSDP_GetLocalSrc(1, &filter, &cursor, &batch), 0x60010022u);
+    EXPECT_EQ(cursor.group_be, Be(232, 1, 1, 1));
+    EXPECT_EQ(MRIB_MSDP_GetLocalSrc(1, &filter, &cursor, &batch), 0u);
+    EXPECT_EQ(batch.count, 0u);
+}
+
 TEST_F(Msdp, GroupFilterReadsThatGroupAloneAlsoInPieces)
 {
     Connect();
@@ -551,14 +566,16 @@ TEST_F(Msdp, GroupFilterReadsThatGroupAloneAlsoInPieces)
         }
     }
     for (uint32_t limit : {1u, 2u, 5u, 255u}) {
-        MRIB_MSDP_FILTER_S filter = Everything(limit);
+        for (uint32_t group : {kGroup1, kGroup2}) {
+            MRIB_MSDP_FILTER_S filter = Everything(limit);
 
-        filter.group_be = kGroup2;
-        std::vector<Pair> pairs = ReadAll(filter);
+            filter.group_be = group;
+            std::vector<Pair> pairs = ReadAll(filter);
 
-        EXPECT_EQ(pairs.size(), 10u) << limit;
-        for (const Pair &pair : pairs) {
-            EXPECT_EQ(pair.first, kGroup2);
+            EXPECT_EQ(pairs.size(), 10u) << limit;
+            for (const Pair &pair : pairs) {
+                EXPECT_EQ(pair.first, group);
+            }
         }
     }
 }

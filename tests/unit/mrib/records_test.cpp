@@ -274,6 +274,16 @@ TEST_F(Records, SameRangeAgainIsASuccess)
     EXPECT_EQ(Ranges(), 1u);
 }
 
+TEST_F(Records, SameRangeAgainRemovesTheRangesInsideIt)
+{
+    Connect();
+    ASSERT_EQ(AddRange(Ipv4(239, 1, 0, 0), 16), 0u);
+    ASSERT_EQ(AddRange(Ipv4(239, 1, 2, 0), 24), 0u);
+    ASSERT_EQ(Ranges(), 2u);
+    EXPECT_EQ(AddRange(Ipv4(239, 1, 0, 0), 16), 0u);
+    EXPECT_EQ(Ranges(), 1u);
+}
+
 TEST_F(Records, RangeOfEveryLengthIsAccepted)
 {
     Connect();
@@ -460,10 +470,14 @@ TEST_F(Records, DelDataEmptiesTheViewAndKeepsTheChannel)
     ASSERT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, {0, 0, 0, 1, 0, 1, 0, 0, 0}), 0u);
     ASSERT_EQ(ReceiveRecord(MRIB_TLV_PIM_DR, PimDr(1, 1)), 0u);
     ASSERT_EQ(AddRange(Ipv4(239, 0, 0, 0), 8), 0u);
+    MRIB_GMP_CloseConnection();
+    ASSERT_EQ(MRIB_GMP_OpenConnect(), 0u);
+    ASSERT_EQ(PeekVrf(1).flags, 3u);
     calls.clear();
 
     EXPECT_EQ(MRIB_GMP_DelData(), 0u);
 
+    EXPECT_EQ(PeekVrf(1).flags, 0u);
     EXPECT_EQ(PeekVrf(1).l3mc_state, 0);
     EXPECT_EQ(PeekVrf(1).ssm_acl, 0xffffffffu);
     EXPECT_EQ(PeekInterface(1, kIf), nullptr);
