@@ -13,6 +13,8 @@
  * MRIB_GMP_OpenConnect, MRIB_GMP_ProcLipcMsg, the closing functions, MRIB_GMP_ClearSmoothFlag,
  * MRIB_GMP_DelData and MRIB_GMP_Fini belong to the one thread that services the channel's socket; nothing
  * else runs during Init and Fini.
+ *
+ * Sends are non-blocking and no more: where local sockets raise SIGPIPE, the process ignores it.
  */
 #ifndef MCAST_MRIB_H
 #define MCAST_MRIB_H
