@@ -1,7 +1,6 @@
 #include "daemons/gmpd/status.h"
 
-#include <cstdio>
-
+#include "daemons/common/json.h"
 #include "daemons/gmpd/group_state.h"
 
 namespace gmpd
@@ -10,101 +9,7 @@ namespace gmpd
 namespace
 {
 
-// Builds JSON text: objects and lists nest, commas and indentation follow by themselves. What is opened in
-// one line stays in it, with all that it holds.
-class Json
-{
-public:
-    void open(const char *name, char bracket, bool one_line = false)
-    {
-        begin(name);
-        text_ += bracket;
-        ++depth_;
-        first_ = true;
-        if (one_line && line_depth_ == 0) {
-            line_depth_ = depth_;
-        }
-    }
-    void close(char bracket)
-    {
-        const bool in_line = line_depth_ != 0;
-
-        if (line_depth_ == depth_) {
-            line_depth_ = 0;
-        }
-        --depth_;
-        if (!first_ && !in_line) {
-            new_line();
-        }
-        text_ += bracket;
-        first_ = false;
-    }
-    void text(const char *name, const std::string &value)
-    {
-        begin(name);
-        quote(value);
-    }
-    void number(const char *name, uint64_t value)
-    {
-        begin(name);
-        text_ += std::to_string(value);
-    }
-    void truth(const char *name, bool value)
-    {
-        begin(name);
-        text_ += value ? "true" : "false";
-    }
-    std::string take()
-    {
-        return std::move(text_) + "\n";
-    }
-
-private:
-    void begin(const char *name)
-    {
-        if (!first_) {
-            text_ += line_depth_ != 0 ? ", " : ",";
-        }
-        if (depth_ > 0 && line_depth_ == 0) {
-            new_line();
-        }
-        first_ = false;
-        if (name != nullptr) {
-            quote(name);
-            text_ += ": ";
-        }
-    }
-    void new_line()
-    {
-        text_ += '\n';
-        text_.append(2 * depth_, ' ');
-    }
-    // Interface names may hold nearly any byte.
-    void quote(const std::string &value)
-    {
-        text_ += '"';
-        for (const char c : value) {
-            if (c == '"' || c == '\\') {
-                text_ += '\\';
-                text_ += c;
-            } else if (static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) >= 0x7f) {
-                char escaped[8];
-
-                snprintf(escaped, sizeof(escaped), "\\u%04x",
-                         static_cast<unsigned>(static_cast<unsigned char>(c)));
-                text_ += escaped;
-            } else {
-                text_ += c;
-            }
-        }
-        text_ += '"';
-    }
-
-    std::string text_;
-    size_t depth_ = 0;
-    size_t line_depth_ = 0; // depth of the outermost thing that is kept in one line
-    bool first_ = true;
-};
+using mcastd::Json;
 
 void write_counters(Json &json, const Counters &counters)
 {
