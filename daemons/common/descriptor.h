@@ -1,15 +1,15 @@
 /*
  * A file descriptor that closes itself, and the handling of socket options that share one error path.
  */
-#ifndef GMPD_SOCKET_H
-#define GMPD_SOCKET_H
+#ifndef DAEMONS_COMMON_DESCRIPTOR_H
+#define DAEMONS_COMMON_DESCRIPTOR_H
 
 #include <utility>
 
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace gmpd
+namespace mcastd
 {
 
 // Owns a descriptor; -1 is none.
@@ -56,6 +56,6 @@ template <typename Value> bool set_option(const Descriptor &socket, int level, i
     return setsockopt(socket.get(), level, option, &value, sizeof(value)) == 0;
 }
 
-} // namespace gmpd
+} // namespace mcastd
 
 #endif

@@ -2,20 +2,20 @@
  * The end of a process whose memory is used up. Every table here is bounded, so that this means the machine
  * has none left; the MRIB process drops what a dead client had joined, and a restart learns it anew.
  */
-#ifndef GMPD_MEMORY_H
-#define GMPD_MEMORY_H
+#ifndef DAEMONS_COMMON_MEMORY_H
+#define DAEMONS_COMMON_MEMORY_H
 
 #include <cstdlib>
 
 #include "daemons/common/log.h"
 
-namespace gmpd
+namespace mcastd
 {
 
 // Says so and ends the process. Also serves as the handler of operator new.
 [[noreturn]] inline void out_of_memory()
 {
-    mcastd::log_error("out of memory");
+    log_error("out of memory");
     std::_Exit(EXIT_FAILURE);
 }
 
@@ -28,6 +28,6 @@ template <typename Record> Record *must_have(Record *pointer)
     return pointer;
 }
 
-} // namespace gmpd
+} // namespace mcastd
 
 #endif

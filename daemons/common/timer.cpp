@@ -1,9 +1,9 @@
-#include "daemons/gmpd/timer.h"
+#include "daemons/common/timer.h"
 
-#include "daemons/gmpd/memory.h"
+#include "daemons/common/memory.h"
 #include "platform/timer.h"
 
-namespace gmpd
+namespace mcastd
 {
 
 namespace
@@ -115,4 +115,4 @@ uint32_t timer_remaining_s(const Timer &timer)
     return timer.node != nullptr && timer.node->expiry > now ? timer.node->expiry - now : 0;
 }
 
-} // namespace gmpd
+} // namespace mcastd

@@ -4,14 +4,14 @@
  * functions here therefore round the end up to the next whole second: late by less than a second, early
  * never. Only what repeats a message may be early, by half a second; see timer_start_near.
  */
-#ifndef GMPD_TIMER_H
-#define GMPD_TIMER_H
+#ifndef DAEMONS_COMMON_TIMER_H
+#define DAEMONS_COMMON_TIMER_H
 
 #include <cstdint>
 
 #include "mcast/timer.h"
 
-namespace gmpd
+namespace mcastd
 {
 
 // Called when a timer ends, with what was given at its start. The timer is then stopped and may be started
@@ -57,6 +57,6 @@ bool timer_is_due(const Timer &timer);
 // Seconds until the timer ends; 0 when it does not run or is due.
 uint32_t timer_remaining_s(const Timer &timer);
 
-} // namespace gmpd
+} // namespace mcastd
 
 #endif

@@ -4,7 +4,7 @@
  * beginning of the second in which the earliest timer is due. Whichever comes first runs what is due, and
  * processing arms the platform timer anew.
  */
-#include "daemons/gmpd/timer_loop.h"
+#include "daemons/common/timer_loop.h"
 
 #include <cerrno>
 #include <cstring>
@@ -15,7 +15,7 @@
 #include "daemons/common/log.h"
 #include "mcasthost/loop.h"
 
-namespace gmpd
+namespace mcastd
 {
 
 TimerLoop::~TimerLoop()
@@ -35,7 +35,7 @@ bool TimerLoop::open()
     wake_up_ = Descriptor(timerfd_create(CLOCK_BOOTTIME, TFD_NONBLOCK | TFD_CLOEXEC));
     if (manager_ == nullptr || !wake_up_.valid() ||
         !reactor_.add(wake_up_.get(), EPOLLIN, [this](uint32_t) { woken(); })) {
-        mcastd::log_error("cannot set up timers: %s", strerror(errno));
+        log_error("cannot set up timers: %s", strerror(errno));
         return false;
     }
     return true;
@@ -68,4 +68,4 @@ void TimerLoop::platform_timer_fired(uint64_t parameters[4])
     MCAST_TMR_ProcExpires(reinterpret_cast<TimerLoop *>(parameters[0])->manager_);
 }
 
-} // namespace gmpd
+} // namespace mcastd

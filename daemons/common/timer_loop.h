@@ -1,22 +1,22 @@
 /*
  * The daemon's timer manager in its event loop.
  */
-#ifndef GMPD_TIMER_LOOP_H
-#define GMPD_TIMER_LOOP_H
+#ifndef DAEMONS_COMMON_TIMER_LOOP_H
+#define DAEMONS_COMMON_TIMER_LOOP_H
 
 #include <cstdint>
 
+#include "daemons/common/descriptor.h"
 #include "daemons/common/reactor.h"
-#include "daemons/gmpd/socket.h"
 #include "mcast/timer.h"
 
-namespace gmpd
+namespace mcastd
 {
 
 class TimerLoop
 {
 public:
-    explicit TimerLoop(mcastd::Reactor &reactor) : reactor_(reactor)
+    explicit TimerLoop(Reactor &reactor) : reactor_(reactor)
     {
     }
     ~TimerLoop();
@@ -39,12 +39,12 @@ private:
     static void platform_timer_fired(uint64_t parameters[4]);
     void woken();
 
-    mcastd::Reactor &reactor_;
+    Reactor &reactor_;
     MCAST_TMR_S *manager_ = nullptr;
     Descriptor wake_up_;
     uint32_t wake_up_s_ = 0; // what wake_up_ is set to, seconds since boot; 0 when it is not
 };
 
-} // namespace gmpd
+} // namespace mcastd
 
 #endif

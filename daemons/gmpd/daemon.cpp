@@ -10,13 +10,13 @@
 
 #include "daemons/common/config_file.h"
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
+#include "daemons/common/timer_loop.h"
 #include "daemons/gmpd/links.h"
-#include "daemons/gmpd/memory.h"
 #include "daemons/gmpd/mrib_link.h"
 #include "daemons/gmpd/receiver.h"
 #include "daemons/gmpd/sender.h"
 #include "daemons/gmpd/status.h"
-#include "daemons/gmpd/timer_loop.h"
 
 namespace gmpd
 {
@@ -72,12 +72,12 @@ bool load_lists(const std::string &path)
 int run_daemon(const mcastd::Options &options, const Config &config)
 {
     mcastd::Frame frame(options);
-    TimerLoop timers(frame.reactor());
+    mcastd::TimerLoop timers(frame.reactor());
     Router router;
     Sender sender;
     Receiver receiver(router);
 
-    std::set_new_handler(out_of_memory);
+    std::set_new_handler(mcastd::out_of_memory);
     if (!config.file.empty() && !load_lists(config.file)) {
         return EXIT_FAILURE;
     }

@@ -159,7 +159,7 @@ void release_group(void **user_data)
     std::unique_ptr<GroupState> group(static_cast<GroupState *>(*user_data));
     MCAST_TMR_S *timers = timers_of(*group);
 
-    for (Timer *timer : {&group->timer, &group->retransmit, &group->v1_host, &group->v2_host}) {
+    for (mcastd::Timer *timer : {&group->timer, &group->retransmit, &group->v1_host, &group->v2_host}) {
         timer_stop(timers, *timer);
     }
 }
@@ -197,7 +197,8 @@ GroupState *ensure_group(Interface &interface, const Address &group)
     auto state = std::make_unique<GroupState>();
 
     state->interface = &interface;
-    state->entry = must_have(MRT_CreateGroupMask(interface.groups, &group, address_bits(group.family)));
+    state->entry =
+        mcastd::must_have(MRT_CreateGroupMask(interface.groups, &group, address_bits(group.family)));
     state->entry->user_data = state.get();
     warn_group_limit(interface);
     return state.release();
@@ -219,7 +220,7 @@ SourceState *ensure_source(GroupState &group, const Address &source)
     auto state = std::make_unique<SourceState>();
 
     state->group = &group;
-    state->entry = must_have(MRT_CreateSourceMask(group.entry, &source, address_bits(source.family)));
+    state->entry = mcastd::must_have(MRT_CreateSourceMask(group.entry, &source, address_bits(source.family)));
     state->entry->user_data = state.get();
     group.dirty = true;
     warn_source_limit(group);

@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "daemons/common/memory.h"
 #include "daemons/gmpd/interface.h"
-#include "daemons/gmpd/memory.h"
 
 namespace gmpd
 {
@@ -25,10 +25,10 @@ struct GroupState {
     bool dirty = false;             // what the MRIB knows may be out of date, or records are to go
     bool near_source_limit = false; // the operator has been warned
     uint32_t queries_left = 0;      // of the group-specific kind
-    Timer timer;                    // runs while exclude
-    Timer retransmit;               // the next group-specific or source-specific queries
-    Timer v1_host;                  // runs while hosts of version 1 are taken to be present
-    Timer v2_host;
+    mcastd::Timer timer;            // runs while exclude
+    mcastd::Timer retransmit;       // the next group-specific or source-specific queries
+    mcastd::Timer v1_host;          // runs while hosts of version 1 are taken to be present
+    mcastd::Timer v2_host;
 };
 
 // A source of a group, hanging on its MRT_SOURCE_S. Some member wants it while its timer runs.
@@ -39,7 +39,7 @@ struct SourceState {
     bool told_blocked = false; // the MRIB knows its exclusion
     bool doomed = false;       // to go with the next settle_group
     uint32_t queries_left = 0;
-    Timer timer;
+    mcastd::Timer timer;
 };
 
 // Release functions for the tables.
@@ -110,7 +110,7 @@ using Walk = std::unique_ptr<MRT_WALK_S, WalkEnd>;
 
 inline Walk open_walk(MRT_TABLE_S *table)
 {
-    return Walk(must_have(MRT_CreateWalk(table)));
+    return Walk(mcastd::must_have(MRT_CreateWalk(table)));
 }
 
 // Calls visit(SourceState &) for every source of the group in address order; visit may remove the source.

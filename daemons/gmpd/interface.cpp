@@ -1,8 +1,8 @@
 #include "daemons/gmpd/interface.h"
 
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "daemons/gmpd/group_state.h"
-#include "daemons/gmpd/memory.h"
 #include "daemons/gmpd/querier.h"
 
 namespace gmpd
@@ -10,7 +10,8 @@ namespace gmpd
 
 Interface::Interface(Router &owner, uint32_t if_index, const std::string &if_name)
     : router(&owner), index(if_index), name(if_name),
-      groups(must_have(MRT_CreateTable(owner.config.family, if_name.c_str(), release_group, release_source)))
+      groups(mcastd::must_have(
+          MRT_CreateTable(owner.config.family, if_name.c_str(), release_group, release_source)))
 {
     address = any_address(owner.config.family);
 }

@@ -16,12 +16,12 @@
 #include <string>
 #include <vector>
 
+#include "daemons/common/timer.h"
 #include "daemons/gmpd/address.h"
 #include "daemons/gmpd/config.h"
 #include "daemons/gmpd/counters.h"
 #include "daemons/gmpd/packet_build.h"
 #include "daemons/gmpd/policy.h"
-#include "daemons/gmpd/timer.h"
 #include "mcast/route_table.h"
 
 namespace gmpd
@@ -59,9 +59,9 @@ struct Querier {
     uint32_t robustness = 0;       // in force: configured, or the querier's
     uint32_t query_interval_s = 0; // likewise
     uint32_t response_ms = 0;      // likewise
-    Timer general;
-    Timer other_present;
-    Timer warned; // runs while a warning about older routers is not repeated
+    mcastd::Timer general;
+    mcastd::Timer other_present;
+    mcastd::Timer warned; // runs while a warning about older routers is not repeated
 };
 
 // A prefix that is on the link.

@@ -259,7 +259,7 @@ void handle_old_report(Interface &interface, const Message &report)
 
     // A router that speaks the host's version hears everything that the host can say.
     if (group != nullptr && report.version < interface.router->config.version) {
-        Timer &host = report.version == 1 ? group->v1_host : group->v2_host;
+        mcastd::Timer &host = report.version == 1 ? group->v1_host : group->v2_host;
 
         timer_start(
             interface.router->timers, host, older_host_interval_ms(interface), [](void *) {}, nullptr);

@@ -68,7 +68,7 @@ private:
     Router &router_;
     MribPolicy policy_;
     mcastd::Reactor &reactor_;
-    Timer retry_;
+    mcastd::Timer retry_;
     bool open_ = false;
     bool connected_ = false;
     bool reported_missing_ = false;

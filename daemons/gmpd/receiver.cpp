@@ -66,7 +66,7 @@ bool Receiver::open()
     const bool ipv4 = router_.config.family == MCAST_FAMILY_IPV4;
 
     // Protocol 0: nothing arrives before the filter stands.
-    socket_ = Descriptor(socket(AF_PACKET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    socket_ = mcastd::Descriptor(socket(AF_PACKET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (!socket_.valid()) {
         mcastd::log_error("cannot open a packet socket: %s%s", strerror(errno),
                           errno == EPERM ? " (root or the capability CAP_NET_RAW is needed)" : "");

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "daemons/common/descriptor.h"
 #include "daemons/gmpd/interface.h"
-#include "daemons/gmpd/socket.h"
 
 namespace gmpd
 {
@@ -47,7 +47,7 @@ private:
     void membership(int option, uint32_t if_index);
 
     Router &router_;
-    Descriptor socket_;
+    mcastd::Descriptor socket_;
     std::vector<uint8_t> buffer_;
     uint64_t kernel_drops_ = 0;
     uint64_t drops_warned_ = 0;

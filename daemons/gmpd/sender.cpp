@@ -103,8 +103,8 @@ bool Sender::open(uint16_t family)
     const sock_fprog filter = {1, nothing};
 
     family_ = family;
-    socket_ = Descriptor(socket(ipv4 ? AF_INET : AF_INET6, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC,
-                                static_cast<int>(ipv4 ? +IPPROTO_IGMP : +IPPROTO_ICMPV6)));
+    socket_ = mcastd::Descriptor(socket(ipv4 ? AF_INET : AF_INET6, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC,
+                                        static_cast<int>(ipv4 ? +IPPROTO_IGMP : +IPPROTO_ICMPV6)));
     if (!socket_.valid()) {
         mcastd::log_error("cannot open a raw socket: %s%s", strerror(errno),
                           errno == EPERM ? " (root or the capability CAP_NET_RAW is needed)" : "");

@@ -4,8 +4,8 @@
 #ifndef GMPD_SENDER_H
 #define GMPD_SENDER_H
 
+#include "daemons/common/descriptor.h"
 #include "daemons/gmpd/interface.h"
-#include "daemons/gmpd/socket.h"
 
 namespace gmpd
 {
@@ -23,7 +23,7 @@ private:
     bool set_up_ipv4();
     bool set_up_ipv6();
 
-    Descriptor socket_;
+    mcastd::Descriptor socket_;
     uint16_t family_ = MCAST_FAMILY_IPV4;
 };
 

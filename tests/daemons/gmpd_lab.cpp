@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "daemons/common/log.h"
-#include "daemons/gmpd/timer.h"
+#include "daemons/common/timer.h"
 
 namespace gmpd_test
 {
@@ -219,7 +219,7 @@ std::string Lab::state(unsigned group_number) const
 
         if (source.timer.running()) {
             wanted += (wanted.empty() ? "" : " ") + number + ":" +
-                      std::to_string(gmpd::timer_remaining_s(source.timer));
+                      std::to_string(mcastd::timer_remaining_s(source.timer));
         } else {
             blocked += (blocked.empty() ? "" : " ") + number;
         }
@@ -228,7 +228,7 @@ std::string Lab::state(unsigned group_number) const
         return "INCLUDE {" + wanted + "}" + (blocked.empty() ? "" : " blocked in INCLUDE: " + blocked);
     }
     return "EXCLUDE {" + wanted + "} {" + blocked + "} " +
-           std::to_string(gmpd::timer_remaining_s(group_state->timer));
+           std::to_string(mcastd::timer_remaining_s(group_state->timer));
 }
 
 } // namespace gmpd_test

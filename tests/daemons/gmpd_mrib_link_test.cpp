@@ -10,14 +10,15 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
+#include "daemons/common/descriptor.h"
 #include "daemons/gmpd/mrib_link.h"
-#include "daemons/gmpd/socket.h"
 #include "mcast/mrib_wire.h"
 #include "platform/local_socket.h"
 #include "tests/daemons/gmpd_lab.h"
 
 using namespace gmpd;
 using namespace gmpd_test;
+using mcastd::Descriptor;
 
 namespace
 {
