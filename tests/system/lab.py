@@ -4,16 +4,22 @@ Everything here expects to run inside scripts/lab: as root of namespaces of its 
 behind disappears with the last process.
 """
 
+import contextlib
+import ctypes
 import json
 import os
 import re
+import shutil
 import signal
+import socket
 import subprocess
 import sys
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 ENDPOINT = os.path.join(HERE, "endpoint.py")
+SKIPPED = 77
+CLONE_NEWNET = 0x40000000
 
 
 def run(*words, check=True):
@@ -33,7 +39,14 @@ def wait_for(condition, what, timeout_s=20.0):
             return value
         if time.monotonic() > end:
             raise AssertionError(f"not within {timeout_s:g} s: {what}")
-        time.sleep(0.05)
+        time.sleep(0.02)
+
+
+def needs(program, package):
+    """Ends a scenario as skipped, with the reason, when a program that it is about is not installed."""
+    if not shutil.which(program):
+        print(f"skipped: {program} is not installed (Debian package {package})")
+        sys.exit(SKIPPED)
 
 
 class Host:
@@ -56,6 +69,16 @@ class Host:
     def run(self, *words, check=True):
         return run(*self.words(*words), check=check)
 
+    @contextlib.contextmanager
+    def inside(self):
+        """Sockets that this process opens meanwhile belong to the namespace, for as long as they live."""
+        with open("/proc/self/ns/net") as home, open(f"/run/netns/{self.name}") as there:
+            enter(there)
+            try:
+                yield
+            finally:
+                enter(home)
+
     def sysctl(self, name, value):
         path = "/proc/sys/" + name.replace(".", "/")
         self.run("sh", "-c", f"echo {value} > {path}")
@@ -73,6 +96,38 @@ class Host:
         return [line for line in self.run("ip", family, "mroute", "show").splitlines() if "Iif" in line]
 
 
+def enter(namespace):
+    if ctypes.CDLL(None, use_errno=True).setns(namespace.fileno(), CLONE_NEWNET) != 0:
+        raise OSError(ctypes.get_errno(), "setns")
+
+
+class Segment(Host):
+    """A switch: what is attached to it is on one link, and every frame reaches everybody."""
+
+    def __init__(self, name):
+        super().__init__(name)
+        self.run("ip", "link", "add", "bridge", "type", "bridge", "mcast_snooping", "0")
+        self.run("ip", "link", "set", "bridge", "up")
+
+    def attach(self, host, interface):
+        link(host, interface, self, host.name)
+        self.run("ip", "link", "set", host.name, "master", "bridge")
+
+
+class Wire:
+    """Sends whole IP packets from an interface, right or wrong as they are."""
+
+    def __init__(self, host, interface):
+        self.interface = interface
+        with host.inside():
+            self.socket = socket.socket(socket.AF_PACKET, socket.SOCK_DGRAM, 0)
+            self.socket.bind((interface, 0))
+
+    def send(self, packet, family, mac=b"\x01\x00\x5e\x00\x00\x01"):
+        """The receiver's kernel looks at the destination, a group's by default, only to see that it is one."""
+        self.socket.sendto(packet, (self.interface, 0x0800 if family == "ipv4" else 0x86DD, 0, 0, mac))
+
+
 def link(left, left_name, right, right_name):
     """Joins two hosts by a virtual cable and brings both ends up."""
     run("ip", "link", "add", left_name, "netns", left.name, "type", "veth",
@@ -87,9 +142,8 @@ class Process:
     def __init__(self, host, name, *words):
         self.name = name
         self.path = f"/run/{host.name}.{name}.log"
-        self.log = open(self.path, "a")
-        self.process = subprocess.Popen(host.words(*words), stdout=self.log, stderr=self.log,
-                                        stdin=subprocess.DEVNULL)
+        with open(self.path, "a") as log:
+            self.process = subprocess.Popen(host.words(*words), stdout=log, stderr=log, stdin=subprocess.DEVNULL)
 
     def output(self):
         with open(self.path) as log:
@@ -191,11 +245,38 @@ class Router(Host):
     def __init__(self, name):
         super().__init__(name, forwarding=True)
 
+    def assert_agrees(self, mribd, timeout_s=20.0):
+        """The kernel's forwarding cache becomes what mribd says it installed, in both families."""
+        end = time.monotonic() + timeout_s
+        while True:
+            daemon = forwarded_by_daemon(mribd.status())
+            kernel = forwarded_by_kernel(self.mroute("-4") + self.mroute("-6"))
+            heard = {pair: (None, kernel[pair][1]) for pair, (incoming, _) in daemon.items()
+                     if incoming is None and pair in kernel}
+            if daemon == kernel | heard:
+                return
+            assert time.monotonic() < end, f"mribd says {daemon}, ip mroute {kernel}"
+
     def start_mribd(self, *options):
         return Daemon(self, "mribd", os.path.join(PROGRAMS, "mribd"), *options)
 
     def start_gmpd(self, family, *options):
         return Daemon(self, f"gmpd-{family}", os.path.join(PROGRAMS, "gmpd"), "--family", family, *options)
+
+
+def forwarded_by_daemon(status):
+    """What a status text of mribd says is in the kernel: (source, group): (incoming, set of outgoing). An entry
+    that only drops, for want of a route to its source, is incoming where the kernel heard it: None here."""
+    pattern = r"^  entry \((\S+), (\S+)\):(?: from (\S+)| no usable route to the source,) to (.*?), \d+ packets"
+    return {(source, group): (incoming or None, set(outgoing.replace("nowhere", "").split()))
+            for source, group, incoming, outgoing in re.findall(pattern, status, re.MULTILINE)}
+
+
+def forwarded_by_kernel(lines):
+    """The same from what ip mroute prints, unresolved entries left out."""
+    pattern = r"\((\S+),\s*(\S+)\)\s+Iif: (\S+)\s+(?:Oifs: (.*?)\s+)?State: resolved"
+    return {(source, group): (incoming, set(outgoing.split()))
+            for source, group, incoming, outgoing in re.findall(pattern, "\n".join(lines))}
 
 
 def take_programs():

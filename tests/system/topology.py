@@ -46,9 +46,10 @@ class Network:
         return [self.mribd, *self.gmpd.values()]
 
     def assert_healthy(self):
-        """Every daemon runs and ends cleanly when asked to."""
+        """Every daemon runs, forwards what it says, and ends cleanly when asked to."""
         for daemon in self.daemons():
             assert daemon.alive(), f"{daemon.name} died: {daemon.output()[-2000:]}"
+        self.router.assert_agrees(self.mribd)
         for daemon in reversed(self.daemons()):
             status = daemon.stop()
             assert status == 0, f"{daemon.name} ended with {status}: {daemon.output()[-2000:]}"
