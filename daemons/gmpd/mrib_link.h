@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "daemons/common/reactor.h"
+#include "daemons/common/mrib_channel.h"
 #include "daemons/gmpd/interface.h"
 #include "daemons/gmpd/mrib_policy.h"
 
@@ -45,36 +45,25 @@ public:
 
     bool connected() const
     {
-        return connected_;
+        return channel_.connected();
     }
     // Connections made since the start.
     uint64_t connects() const
     {
-        return connects_;
+        return channel_.connects();
     }
     // Messages that wait for the socket.
-    uint32_t pending() const;
+    uint32_t pending() const
+    {
+        return channel_.pending();
+    }
 
 private:
-    static uint64_t on_connected(int32_t socket);
-    static void on_disconnected(int32_t socket);
-    static void on_retry(void *owner);
-
-    void connect();
-    void retry_later();
-    void ready(uint32_t events, int socket);
     void tell_all();
 
     Router &router_;
     MribPolicy policy_;
-    mcastd::Reactor &reactor_;
-    mcastd::Timer retry_;
-    bool open_ = false;
-    bool connected_ = false;
-    bool reported_missing_ = false;
-    bool waiting_for_room_ = false;
-    int socket_ = -1;
-    uint64_t connects_ = 0;
+    mcastd::MribChannel channel_;
 };
 
 } // namespace gmpd
