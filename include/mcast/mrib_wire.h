@@ -50,6 +50,7 @@ enum MRIB_TLV_TO_MRIB_E {
     MRIB_TLV_REQ_BOUNDARY = 6,                 /* MRIB_REQUEST_S */
     MRIB_TLV_DELETE_IF_MEMBER = 13,            /* MRIB_DELETE_IF_MEMBER_S */
     MRIB_TLV_REQ_SSM_POLICY = 14,              /* MRIB_REQUEST_S */
+    MRIB_TLV_CHANGE_EVENTS = 15,               /* MRIB_REGISTER_S with all flags that count from now on */
     MRIB_TLV_SMOOTH_ALERT = 18,                /* MRIB_SMOOTH_ALERT_S */
     MRIB_TLV_MSDP_REMOTE_SG = 20,              /* MRIB_MSDP_REMOTE_SG_S and data */
     MRIB_TLV_MSDP_ENCAP_ENABLE = 21,           /* MRIB_MSDP_ENABLE_S */

@@ -5,38 +5,17 @@
  * failure on the way closes it and leaves the connection record as it was. The three set-up messages go
  * straight from the stack to the socket, ahead of everything that senders will batch.
  */
-#include <errno.h>
-#include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <endian.h>
-
+#include "event/local_channel.h"
 #include "mrib/channel.h"
 #include "mrib/guards.h"
-#include "platform/local_socket.h"
 
 using namespace mcast;
 
 namespace
 {
-
-/* Connects the socket to the MRIB of the client's family. */
-bool ConnectToMrib(int descriptor)
-{
-    LOCAL_SOCKET_ADDR_S address = {};
-    const uint32_t linger[2] = {1, 0};
-
-    address.family = LOCAL_SOCKET_FAMILY;
-    address.port_be = htobe16(g_ucMribGmpFamily == MCAST_FAMILY_IPV4 ? MRIB_PORT_IPV4 : MRIB_PORT_IPV6);
-    address.node = LOCAL_SOCKET_NODE;
-    if (connect(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 &&
-        errno != EISCONN) {
-        return false;
-    }
-    setsockopt(descriptor, SOL_SOCKET, LOCAL_SOCKET_OPTION_LINGER, linger, sizeof(linger));
-    return true;
-}
 
 /* A message with a single record, as connection set-up sends it. */
 template <typename Value> struct MRIB_PACKED SetUpMessage {
@@ -98,10 +77,10 @@ bool RequestVrfState(int descriptor)
     return state_sent && policy_sent;
 }
 
-/* Everything up to the point where the socket can be published. */
+/* What goes over a new connection before its socket can be published. */
 bool SetUp(int descriptor)
 {
-    if (!ConnectToMrib(descriptor) || !Register(descriptor)) {
+    if (!Register(descriptor)) {
         return false;
     }
     MarkVrfsStale();
@@ -131,7 +110,8 @@ uint64_t MRIB_GMP_OpenConnect(void)
     if (state != State::kClosed) {
         return state == State::kConnected ? MCAST_OK : MCAST_ERR_GENERAL;
     }
-    int descriptor = socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM, LOCAL_SOCKET_PROTOCOL);
+    int descriptor =
+        OpenLocalChannel(g_ucMribGmpFamily == MCAST_FAMILY_IPV4 ? MRIB_PORT_IPV4 : MRIB_PORT_IPV6);
 
     if (descriptor < 0) {
         return MCAST_ERR_GENERAL;
