@@ -1,0 +1,211 @@
+/*
+ * Multicast user authentication: a local service on which authentication agents announce users, where they
+ * are attached and which (source, group) pairs each may join, and the store that answers the daemon's
+ * questions about them. mcast/usrauth_wire.h has the messages. One process holds one store and one service,
+ * for one address family.
+ *
+ * Life. A user is announced, its group list is sent and ended; with the first end the daemon is asked for
+ * the user's interface (user_online) and the user can be found by it. A change that needs it set up again
+ * takes the user offline until the next end of list. A refresh lets an agent announce all users of a kind on
+ * a node anew; those that it leaves out are deleted, eight every half second.
+ *
+ * Threads. One thread services the event loop: messages, timers and all callbacks of
+ * MCAST_USRAUTH_CALLBACKS_S run on it, and every function here that does not say otherwise must be called on
+ * it. Nothing else runs during MCAST_USRAUTH_Init and MCAST_USRAUTH_Fini.
+ *
+ * Lock. g_stUsrAuthRWLock guards users, nodes and the interface tree. The event loop's thread alone changes
+ * them and takes it for writing while it does; functions that say "any thread" take it for reading.
+ *
+ * Results are MCAST_OK or MCAST_ERR_GENERAL unless stated otherwise. A function whose comment names no
+ * failure always returns MCAST_OK. Without a store (before MCAST_USRAUTH_Init and after MCAST_USRAUTH_Fini)
+ * every question is answered as by an empty one.
+ */
+#ifndef MCAST_USRAUTH_H
+#define MCAST_USRAUTH_H
+
+#include "mcast/common.h"
+#include "mcast/lock.h"
+#include "mcast/mtable.h"
+#include "mcast/usrauth_info.h"
+#include "platform/avl.h"
+#include "platform/timer.h"
+
+MCAST_EXTERN_C_BEGIN
+
+/* The node that a user belongs to; its contents are the library's. */
+typedef struct MCAST_USRAUTH_NODE_S MCAST_USRAUTH_NODE_S;
+
+/* Flags of a user. Those from MCAST_USRAUTH_LIST_LOST on are events and end with a group list. */
+#define MCAST_USRAUTH_REFRESHED 0x00000001u     /* announced since a refresh of its kind began */
+#define MCAST_USRAUTH_MARKED 0x00000002u        /* will be deleted */
+#define MCAST_USRAUTH_LIST_LOST 0x01000000u     /* the last exchange of its group list lost entries */
+#define MCAST_USRAUTH_24_CHANGED 0x02000000u    /* attribute_24 changed */
+#define MCAST_USRAUTH_NEW 0x10000000u           /* the daemon does not know it yet, or not any more */
+#define MCAST_USRAUTH_RECREATE 0x20000000u      /* kind, VRF or what the next flag stands for changed */
+#define MCAST_USRAUTH_PLACE_CHANGED 0x40000000u /* access interface or attribute_32, 34, 80 or 84 changed */
+#define MCAST_USRAUTH_40_CHANGED 0x80000000u    /* attribute_40 changed */
+#define MCAST_USRAUTH_EVENT_FLAGS 0xff000000u
+
+/*
+ * A user. The library allocates and frees it; callbacks and walks read it. A field named attribute_N holds
+ * the value at offset N of the agent's message. Integers are in host order. The addresses are of the store's
+ * family.
+ */
+typedef struct MCAST_USRAUTH_USER_S {
+    AVL_NODE_S node_link;      /* in its node's tree, by user ID */
+    AVL_NODE_S interface_link; /* in the interface tree, by if_index, while it can be found there */
+    uint32_t user_id;          /* unique within the node */
+    uint32_t kind;             /* 1 to 4 */
+    uint32_t access_if_index;
+    uint32_t if_index; /* the user's interface, 0 = none; for kind 2 the access interface */
+    MCAST_ADDR_S address;
+    uint16_t vrf_index;
+    uint16_t attribute_40;
+    uint16_t attribute_32;
+    uint16_t attribute_34;
+    uint32_t attribute_24;
+    uint32_t attribute_36;
+    uint32_t attribute_80;
+    uint32_t attribute_84;
+    uint32_t hardware_address_first; /* the first four bytes of six, as they stood in the message */
+    uint16_t hardware_address_last;  /* the last two */
+    uint16_t attribute_70;
+    MCAST_ADDR_S second_address;
+    uint32_t flags;                            /* MCAST_USRAUTH_... */
+    MCAST_USRAUTH_NODE_S *node;                /* MCAST_USRAUTH_GetNode tells its number */
+    struct MCAST_USRAUTH_USER_S *next_of_kind; /* in the node's list of users of this kind */
+    MTABLE_S groups;                           /* what it may join: MCAST_USRAUTH_ENTRY_S sources */
+    char *name;                                /* terminated; empty when the agent sent none */
+    /* The library's own from here on. */
+    struct MCAST_USRAUTH_USER_S *previous_of_kind;
+    uint16_t name_size;         /* bytes at name */
+    uint16_t in_interface_tree; /* 1 while interface_link is in use */
+} MCAST_USRAUTH_USER_S;
+
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_S, interface_link) == 32, "two links come first");
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_S, user_id) == 64, "the user ID follows the links");
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_S, if_index) == 76, "the interface is the fourth word");
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_S, address) == 80, "the address follows the words");
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_S, vrf_index) == 100, "the VRF follows the address");
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_S, attribute_24) == 108, "words follow four short values");
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_S, hardware_address_first) == 124, "follows the words");
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_S, second_address) == 132, "follows the short values");
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_S, flags) == 152, "flags follow the second address");
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_S, node) == 160, "the node is aligned");
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_S, groups) == 176, "the table follows the list link");
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_S, name) == 200, "the name follows the table");
+
+/* One (source, group) pair that a user may join; the group is head.group. The library allocates and frees it.
+ */
+typedef struct MCAST_USRAUTH_ENTRY_S {
+    MTABLE_SOURCE_S head;
+    uint32_t flags; /* bit 0: seen since the last end of list */
+} MCAST_USRAUTH_ENTRY_S;
+
+#define MCAST_USRAUTH_ENTRY_SEEN 1u
+
+/* change_mask of user_changed. */
+#define MCAST_USRAUTH_CHANGED_ATTRIBUTE_40 1u
+#define MCAST_USRAUTH_CHANGED_LIST 2u /* entries were lost */
+#define MCAST_USRAUTH_CHANGED_ATTRIBUTE_24 4u
+
+/* What message_filter returns to drop a message. */
+#define MCAST_USRAUTH_FILTER_DROP 3u
+
+/*
+ * What the daemon is told. Any callback may be NULL. They run on the event loop's thread without the lock,
+ * user_offline within MCAST_USRAUTH_ClearAllUsers excepted, and may call every function of this header but
+ * MCAST_USRAUTH_Init; a user given to one holds until the callback returns or deletes it.
+ */
+typedef struct MCAST_USRAUTH_CALLBACKS_S {
+    /* The group list of a new user has ended. The callback may store the user's interface, which starts at 0
+     * = none; for users of kind 2 what it stores is not used. The user cannot be found by it before it
+     * returns. */
+    void (*user_online)(MCAST_USRAUTH_USER_S *user, uint32_t *if_index);
+    /* A user that has an interface is about to be deleted or set up again. */
+    void (*user_offline)(MCAST_USRAUTH_USER_S *user);
+    /* A group list has ended and something changed: MCAST_USRAUTH_CHANGED_... */
+    void (*user_changed)(MCAST_USRAUTH_USER_S *user, uint32_t change_mask);
+    /* A refresh of a kind on a node has ended. Users to be deleted may still be there. */
+    void (*refresh_ended)(uint16_t node, uint32_t kind);
+    /* up 1: the first user of the kind appeared on the node; up 0: the node has no user of the kind (left),
+     * told after deletions of single users and after a withdrawal that names the kind. kind is 0 to 6. */
+    void (*node_kind_changed)(uint16_t node, uint32_t kind, uint32_t up);
+    /* An announcement, update or group list arrived: the connection's descriptor and the value of length
+     * bytes, which holds for the call only. MCAST_USRAUTH_FILTER_DROP drops it before it is counted. */
+    uint32_t (*message_filter)(int32_t descriptor, const void *value, uint16_t length);
+} MCAST_USRAUTH_CALLBACKS_S;
+
+MCAST_STATIC_ASSERT(sizeof(MCAST_USRAUTH_CALLBACKS_S) == 6 * sizeof(void (*)(void)), "six callbacks");
+
+/* Messages handled, since the start or the last clearing. Counters wrap. */
+typedef struct MCAST_USRAUTH_STATISTICS_S {
+    uint32_t receive_count;  /* reads that delivered data */
+    uint32_t messages[7][7]; /* by user kind 0 to 6 and message type 0 to 6; other kinds are not counted */
+} MCAST_USRAUTH_STATISTICS_S;
+
+MCAST_STATIC_ASSERT(sizeof(MCAST_USRAUTH_STATISTICS_S) == 200, "50 counters");
+
+/* The messages that named one user, which need not exist. The library allocates and frees it. */
+typedef struct MCAST_USRAUTH_MSG_DETAIL_S {
+    AVL_NODE_S link;
+    uint16_t node;
+    uint32_t user_id;
+    uint32_t counts[5]; /* by message type 0 to 4 */
+} MCAST_USRAUTH_MSG_DETAIL_S;
+
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_MSG_DETAIL_S, user_id) == 36, "the user ID is aligned");
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_MSG_DETAIL_S, counts) == 40, "counters follow the user ID");
+
+/* Detail records kept unless MCAST_USRAUTH_SetMsgDetailLimit says otherwise. */
+#define MCAST_USRAUTH_MSG_DETAIL_LIMIT 512u
+
+/* mode of MCAST_USRAUTH_USER_FILTER_S. */
+#define MCAST_USRAUTH_WALK_ONE 0u          /* the user of the interface */
+#define MCAST_USRAUTH_WALK_FROM 1u         /* that user and all after it in the order of interfaces */
+#define MCAST_USRAUTH_WALK_ONE_ENTRIES 2u  /* the user of the interface and its entries */
+#define MCAST_USRAUTH_WALK_FROM_ENTRIES 3u /* like 1, with the entries of each user */
+
+/*
+ * Where a walk over users starts, and the position in a user's entries as in MTABLE_WALK_S: a walk stopped at
+ * an entry leaves the cursors there. A NULL cursor stands for the beginning.
+ */
+typedef struct MCAST_USRAUTH_USER_FILTER_S {
+    uint32_t mode; /* MCAST_USRAUTH_WALK_..., any other value as MCAST_USRAUTH_WALK_ONE */
+    uint32_t if_index;
+    uint64_t unused;
+    MCAST_ADDR_S *group_cursor;
+    MCAST_ADDR_S *source_cursor;
+} MCAST_USRAUTH_USER_FILTER_S;
+
+MCAST_STATIC_ASSERT(sizeof(MCAST_USRAUTH_USER_FILTER_S) == 32, "a user filter is 32 bytes");
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_FILTER_S, group_cursor) == 16, "cursors follow 16 bytes");
+
+/*
+ * Called for each user of a walk, with entry and group NULL, and for each of its entries. MCAST_OK goes on,
+ * anything else stops the walk. It runs under the read lock: it may call what any thread may, and nothing
+ * that changes the store.
+ */
+typedef uint32_t (*MCAST_USRAUTH_USER_CALLBACK)(MCAST_USRAUTH_USER_S *user, MCAST_USRAUTH_ENTRY_S *entry,
+                                                MTABLE_GROUP_S *group, void *argument);
+
+/* Which detail records a walk visits. */
+typedef struct MCAST_USRAUTH_DETAIL_FILTER_S {
+    uint32_t mode; /* 1: from the pair on, by node, then user ID; else the record of the pair only */
+    uint32_t unused;
+    uint32_t user_id;
+    uint16_t node;
+} MCAST_USRAUTH_DETAIL_FILTER_S;
+
+MCAST_STATIC_ASSERT(sizeof(MCAST_USRAUTH_DETAIL_FILTER_S) == 16, "a detail filter is 16 bytes");
+MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_DETAIL_FILTER_S, user_id) == 8, "the user ID is the third word");
+
+#define MCAST_USRAUTH_DETAIL_FROM 1u
+
+/* Called for each detail record of a walk. MCAST_OK goes on, anything else stops it. It may clear the
+ * records, but not use this one afterwards. */
+typedef uint32_t (*MCAST_USRAUTH_DETAIL_CALLBACK)(MCAST_USRAUTH_MSG_DETAIL_S *record, void *argument);
+
+MCAST_EXTERN_C_END
+
+#endif
