@@ -9,6 +9,7 @@ std::function<uint32_t(uint32_t, const RC_TEXT_TABLE_S *, uint32_t)> rc_register
 std::function<uint32_t(uint32_t)> rc_withdraw;
 std::function<const char *(uint32_t)> rc_load;
 std::function<uint32_t(uint16_t, uint32_t, char *)> vpn_name;
+std::function<uint32_t(uint32_t, uint16_t *)> vpn_of_interface;
 std::vector<HelpEntry> help_entries;
 
 void ResetResource()
@@ -17,6 +18,7 @@ void ResetResource()
     rc_withdraw = nullptr;
     rc_load = nullptr;
     vpn_name = nullptr;
+    vpn_of_interface = nullptr;
     help_entries.clear();
 }
 
@@ -45,4 +47,9 @@ void CLI_NewHelpInfo(const char *syntax, const char *description, CLI_HELP_LIST_
 uint32_t L3VPN_GetNameByVrfIndex(uint16_t vrf_index, uint32_t capacity, char *name)
 {
     return scripted::vpn_name ? scripted::vpn_name(vrf_index, capacity, name) : 1;
+}
+
+uint32_t L3VPN_GetVrfIndexByIfIndex(uint32_t if_index, uint16_t *vrf_index)
+{
+    return scripted::vpn_of_interface ? scripted::vpn_of_interface(if_index, vrf_index) : 1;
 }

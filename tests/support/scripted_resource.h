@@ -24,6 +24,9 @@ extern std::function<const char *(uint32_t id)> rc_load;
 /* L3VPN_GetNameByVrfIndex; while unset no instance is known and the name is untouched. */
 extern std::function<uint32_t(uint16_t vrf_index, uint32_t capacity, char *name)> vpn_name;
 
+/* L3VPN_GetVrfIndexByIfIndex; while unset no interface is known and the index is untouched. */
+extern std::function<uint32_t(uint32_t if_index, uint16_t *vrf_index)> vpn_of_interface;
+
 /* An entry added with CLI_NewHelpInfo. */
 struct HelpEntry {
     std::string syntax;
