@@ -99,6 +99,7 @@ enum MRIB_TLV_TO_CLIENT_E {
 #define MRIB_CAP_MSDP_REMOTE_SRC 0x4000u   /* MSDP remote-source-request callback present */
 #define MRIB_CAP_MSDP_ENCAP_REPORT 0x8000u /* MSDP encapsulated-data callback present */
 
+/* Opens every message; the records follow back to back. */
 typedef struct MRIB_PACKED MRIB_MSG_HEADER_S {
     uint8_t component; /* the sending client's code */
     uint8_t reserved;  /* written 0 */
@@ -107,6 +108,7 @@ typedef struct MRIB_PACKED MRIB_MSG_HEADER_S {
     uint32_t body_length; /* receivers ignore it */
 } MRIB_MSG_HEADER_S;
 
+/* Opens every record; its value follows. */
 typedef struct MRIB_PACKED MRIB_TLV_HEADER_S {
     uint16_t type;
     uint16_t length; /* of the value, without this header */
@@ -117,6 +119,7 @@ typedef struct MRIB_PACKED MRIB_TLV_HEADER_S {
 
 /* Values sent by the client; the types that use each are listed above. */
 
+/* Who the client is and what it wants to be told, first on every connection. */
 typedef struct MRIB_PACKED MRIB_REGISTER_S {
     uint8_t family;
     uint8_t component;
@@ -131,6 +134,7 @@ typedef struct MRIB_PACKED MRIB_IF_ALERT_S {
     uint32_t if_index;
 } MRIB_IF_ALERT_S;
 
+/* A (source, group) pair is wanted on an interface, or no longer. */
 typedef struct MRIB_PACKED MRIB_JOIN_PRUNE_S {
     uint8_t family;
     uint16_t vrf_index;
@@ -142,6 +146,7 @@ typedef struct MRIB_PACKED MRIB_JOIN_PRUNE_S {
     uint8_t reserved[26];
 } MRIB_JOIN_PRUNE_S;
 
+/* Asks the MRIB for everything of one kind. */
 typedef struct MRIB_PACKED MRIB_REQUEST_S {
     uint8_t family;
     uint8_t zero[5];
@@ -153,6 +158,7 @@ typedef struct MRIB_PACKED MRIB_MEMBER_SELECTOR_S {
     uint8_t byte;
 } MRIB_MEMBER_SELECTOR_S;
 
+/* What the client reported on an interface is void. */
 typedef struct MRIB_PACKED MRIB_DELETE_IF_MEMBER_S {
     uint8_t family;
     uint16_t vrf_index;
@@ -165,6 +171,7 @@ typedef struct MRIB_PACKED MRIB_SMOOTH_RECORD_S {
     uint8_t bytes[5];
 } MRIB_SMOOTH_RECORD_S;
 
+/* The client has started anew and says everything again. */
 typedef struct MRIB_PACKED MRIB_SMOOTH_ALERT_S {
     uint8_t family;
     MRIB_SMOOTH_RECORD_S smooth;
@@ -182,6 +189,7 @@ typedef struct MRIB_PACKED MRIB_MSDP_REMOTE_SG_S {
     uint32_t source_be; /* 0 = all sources */
 } MRIB_MSDP_REMOTE_SG_S;
 
+/* The MSDP daemon switches one of its services of an instance. */
 typedef struct MRIB_PACKED MRIB_MSDP_ENABLE_S {
     uint8_t family; /* always MCAST_FAMILY_IPV4 */
     uint8_t unused1;
@@ -190,6 +198,7 @@ typedef struct MRIB_PACKED MRIB_MSDP_ENABLE_S {
     uint8_t unused5[3];
 } MRIB_MSDP_ENABLE_S;
 
+/* A proxy or host setting of an interface. */
 typedef struct MRIB_PACKED MRIB_PROXY_ALERT_S {
     uint8_t family;
     uint8_t value;
@@ -197,6 +206,7 @@ typedef struct MRIB_PACKED MRIB_PROXY_ALERT_S {
     uint32_t if_index;
 } MRIB_PROXY_ALERT_S;
 
+/* The multipath setting of an instance's proxy. */
 typedef struct MRIB_PACKED MRIB_PROXY_MULTIPATH_S {
     uint8_t family;
     uint8_t value;
@@ -230,6 +240,7 @@ typedef struct MRIB_PACKED MRIB_VRF_STATE_S {
     uint8_t state; /* 1 = layer-3 multicast enabled */
 } MRIB_VRF_STATE_S;
 
+/* Groups of a range, or of a scope, may not cross an interface any more, or may again. */
 typedef struct MRIB_PACKED MRIB_BOUNDARY_S {
     uint8_t unused0[2];
     uint8_t family;
@@ -244,6 +255,7 @@ typedef struct MRIB_PACKED MRIB_BOUNDARY_S {
     uint8_t address[16]; /* network order, IPv4 in the first four */
 } MRIB_BOUNDARY_S;
 
+/* Whether this router is the designated router of an interface. */
 typedef struct MRIB_PACKED MRIB_PIM_DR_S {
     uint8_t unused0[2];
     uint8_t state; /* 1 = this router is the designated router */
@@ -252,11 +264,13 @@ typedef struct MRIB_PACKED MRIB_PIM_DR_S {
     uint32_t if_index;
 } MRIB_PIM_DR_S;
 
+/* Whether the MRIB is busy, so that clients hold back. */
 typedef struct MRIB_PACKED MRIB_FLOW_CONTROL_S {
     uint8_t unused[2];
     uint16_t busy;
 } MRIB_FLOW_CONTROL_S;
 
+/* The list that says which groups of an instance are source-specific. */
 typedef struct MRIB_PACKED MRIB_SSM_POLICY_S {
     uint8_t unused[3];
     uint16_t vrf_index;
@@ -276,6 +290,7 @@ typedef struct MRIB_PACKED MRIB_MSDP_LOCAL_SRC_S {
     uint32_t data_length;
 } MRIB_MSDP_LOCAL_SRC_S;
 
+/* The MRIB asks the MSDP daemon for the remote sources of a group. */
 typedef struct MRIB_PACKED MRIB_MSDP_REQ_REMOTE_SRC_S {
     uint8_t unused0[2];
     uint8_t family; /* must be MCAST_FAMILY_IPV4 */
