@@ -62,6 +62,7 @@ enum USRAUTH_MSG_TYPE_E {
 #define USRAUTH_KIND_INTERFACE 2u /* the access interface is the user's interface */
 #define USRAUTH_KIND_MAX 4u
 
+/* Opens every message; its value follows. */
 typedef struct USRAUTH_PACKED USRAUTH_MSG_HEADER_S {
     uint16_t type_be;   /* USRAUTH_MSG_... */
     uint16_t length_be; /* of the value, without this header */
