@@ -4,6 +4,8 @@
  *     Options options("mribd", "what it does");
  *     options.app().add_option(...);                 its own options
  *     if (auto code = options.parse(argc, argv)) return *code;
+ *     ... read the configuration ...
+ *     if (!options.start_trace()) return EXIT_FAILURE;
  *     Frame frame(options);
  *     if (!frame.open()) return EXIT_FAILURE;
  *     frame.on_status([&] { return text; });
@@ -19,6 +21,7 @@
 
 #include "daemons/common/log.h"
 #include "daemons/common/reactor.h"
+#include "mcast/common.h"
 
 #include <CLI/CLI.hpp>
 #include <functional>
@@ -50,11 +53,18 @@ public:
         return status_file_;
     }
 
+    // Begins to trace as the command line says; the configuration, which has the access lists, is read
+    // before. False when it names a list or an interface that does not exist, which is logged.
+    bool start_trace() const;
+
 private:
     const char *name_;
     CLI::App app_;
     std::string level_ = "info";
     std::string status_file_;
+    std::vector<std::string> trace_categories_;
+    uint32_t trace_acl_ = MCAST_NONE;
+    std::string trace_interface_;
 };
 
 class Frame

@@ -56,6 +56,11 @@ void log_open(const char *name, LogLevel level)
     g_log.level = level;
 }
 
+const char *log_name()
+{
+    return g_log.name;
+}
+
 bool log_enabled(LogLevel level)
 {
     return level <= g_log.level;

@@ -20,6 +20,9 @@ std::optional<LogLevel> log_level_from_name(std::string_view name);
 // process's logging, a literal as a rule. Before the first call the name is "daemon" and the level Info.
 void log_open(const char *name, LogLevel level);
 
+// The name that log_open set.
+const char *log_name();
+
 // Whether a message of this level would be printed; guards work done only for the message.
 bool log_enabled(LogLevel level);
 

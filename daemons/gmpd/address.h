@@ -13,6 +13,7 @@
 
 #include <arpa/inet.h>
 
+#include "daemons/common/line_format.h"
 #include "mcast/common.h"
 
 namespace gmpd
@@ -102,10 +103,7 @@ inline bool shares_prefix(const Address &first, const Address &second, uint8_t b
 // The usual text form.
 inline std::string to_text(const Address &address)
 {
-    char text[INET6_ADDRSTRLEN] = "?";
-
-    inet_ntop(address.family, address.address, text, sizeof(text));
-    return text;
+    return mcastd::formatted("%A", &address);
 }
 
 // An address from its text form; the unspecified IPv4 address when the text is not one.

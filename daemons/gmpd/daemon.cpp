@@ -81,7 +81,7 @@ int run_daemon(const mcastd::Options &options, const Config &config)
     if (!config.file.empty() && !load_lists(config.file)) {
         return EXIT_FAILURE;
     }
-    if (!frame.open() || !timers.open()) {
+    if (!options.start_trace() || !frame.open() || !timers.open()) {
         return EXIT_FAILURE;
     }
     router.config = config;

@@ -104,6 +104,12 @@ struct Router {
     std::map<uint32_t, std::unique_ptr<Interface>> interfaces;
 };
 
+// The instance that the interface belongs to, for the MRIB process and for trace lines.
+inline MRIB_GMP_VRF_KEY_S key_of(const Interface &interface)
+{
+    return MRIB_GMP_VRF_KEY_S{interface.router->config.family, 0};
+}
+
 // Starts the protocol on the interface with the given source address, or moves a running one to it: a changed
 // address does not disturb the memberships.
 void interface_start(Interface &interface, const Address &address);

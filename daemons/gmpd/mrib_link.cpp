@@ -18,11 +18,6 @@ namespace
 constexpr uint32_t COMPONENT_IPV4 = 4;
 constexpr uint32_t SEND_LATER = 0;
 
-MRIB_GMP_VRF_KEY_S key_of(const Interface &interface)
-{
-    return MRIB_GMP_VRF_KEY_S{interface.router->config.family, 0};
-}
-
 } // namespace
 
 MribLink::MribLink(Router &router, mcastd::Reactor &reactor)

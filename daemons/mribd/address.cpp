@@ -1,8 +1,8 @@
 #include "daemons/mribd/address.h"
 
+#include "daemons/common/line_format.h"
 #include "mcast/addr.h"
 
-#include <arpa/inet.h>
 #include <cstring>
 
 namespace mribd
@@ -46,9 +46,7 @@ std::string text(const MCAST_ADDR_S &address)
     if (is_any(address)) {
         return "*";
     }
-    char buffer[INET6_ADDRSTRLEN] = "?";
-    inet_ntop(address.family, address.address, buffer, sizeof(buffer));
-    return buffer;
+    return mcastd::formatted("%A", &address);
 }
 
 const char *family_name(uint8_t family)

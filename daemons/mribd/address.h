@@ -30,6 +30,12 @@ bool is_routable_source(const MCAST_ADDR_S &source);
 // The usual text of the address; "*" for any source.
 std::string text(const MCAST_ADDR_S &address);
 
+// The key of an instance, for trace lines.
+constexpr MRIB_GMP_VRF_KEY_S instance_key(uint8_t family, uint16_t vrf_index = 0)
+{
+    return MRIB_GMP_VRF_KEY_S{family, vrf_index};
+}
+
 // "ipv4" or "ipv6".
 const char *family_name(uint8_t family);
 

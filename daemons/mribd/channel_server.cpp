@@ -1,6 +1,7 @@
 #include "daemons/mribd/channel_server.h"
 
 #include "daemons/common/log.h"
+#include "daemons/common/trace.h"
 #include "daemons/mribd/address.h"
 #include "platform/local_socket.h"
 
@@ -100,7 +101,8 @@ void ChannelServer::adopt(int fd)
         close(fd);
         return;
     }
-    mcastd::log_debug("%s: client %u connected", family_name(router_.family()), client.session->id());
+    mcastd::trace(mcastd::TraceCategory::Channel, instance_key(router_.family()), "client %u connected",
+                  client.session->id());
     clients_[fd] = std::move(client);
 }
 

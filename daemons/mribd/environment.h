@@ -22,7 +22,7 @@ public:
     // Interfaces that can carry multicast now: up, multicast capable, not the loopback. Ascending.
     virtual std::vector<uint32_t> multicast_interfaces() const = 0;
 
-    // The interface's name, or "#index" when there is no such interface.
+    // The interface's name, or its index as the library writes it when there is no such interface.
     virtual std::string interface_name(uint32_t if_index) const = 0;
 
     // The interface of the name, 0 when there is none.

@@ -22,6 +22,7 @@
 #include "daemons/mribd/forwarding.h"
 
 #include "daemons/common/log.h"
+#include "daemons/common/trace.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/rpf.h"
 
@@ -349,10 +350,28 @@ void Forwarding::install(Entry *entry, int parent, uint32_t outgoing)
         mcastd::log_warning("%s: the kernel refused the entry (%s, %s): %s", parts_.family_name,
                             text(entry->source()).c_str(), text(entry->group()).c_str(),
                             std::strerror(error));
-    } else if (mcastd::log_enabled(mcastd::LogLevel::Debug)) {
-        mcastd::log_debug("%s: (%s, %s) from virtual interface %d to bits %#x", parts_.family_name,
-                          text(entry->source()).c_str(), text(entry->group()).c_str(), parent, outgoing);
+    } else {
+        trace_entry(entry, replaces ? "replaced" : "installed");
     }
+}
+
+// What became of the kernel's entry; from its upstream interface, or where its packets arrive when they are
+// not to.
+void Forwarding::trace_entry(const Entry *entry, const char *what) const
+{
+    if (!mcastd::tracing(mcastd::TraceCategory::Route)) {
+        return;
+    }
+    std::string outgoing;
+    for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
+        if ((entry->outgoing >> vif & 1) != 0) {
+            outgoing += " " + parts_.environment.interface_name(parts_.vifs.if_index(vif));
+        }
+    }
+    mcastd::trace(mcastd::TraceCategory::Route, instance_key(parts_.family),
+                  "entry (%M, %N) %s: from %P to%s", &entry->source(), &entry->group(), what,
+                  entry->upstream != 0 ? entry->upstream : entry->arrival,
+                  outgoing.empty() ? " nowhere" : outgoing.c_str());
 }
 
 void Forwarding::withdraw(Entry *entry)
@@ -360,6 +379,7 @@ void Forwarding::withdraw(Entry *entry)
     if (entry->installed) {
         parts_.kernel.delete_entry(entry->source(), entry->group());
         entry->installed = false;
+        trace_entry(entry, "withdrawn");
     }
     entry->parent = -1;
     entry->outgoing = 0;

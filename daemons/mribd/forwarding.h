@@ -162,6 +162,7 @@ private:
     uint32_t outgoing_for(const Entry *entry) const;
     void install(Entry *entry, int parent, uint32_t outgoing);
     void withdraw(Entry *entry);
+    void trace_entry(const Entry *entry, const char *what) const;
 
     Parts parts_;
     MRT_TABLE_S *table_;

@@ -1,5 +1,6 @@
 #include "daemons/mribd/host_environment.h"
 
+#include "daemons/common/line_format.h"
 #include "daemons/common/log.h"
 #include "daemons/mribd/address.h"
 
@@ -101,11 +102,7 @@ std::vector<uint32_t> HostEnvironment::multicast_interfaces() const
 
 std::string HostEnvironment::interface_name(uint32_t if_index) const
 {
-    HOST_LINK_S link;
-    if (HOST_LinkGetByIndex(links_, if_index, &link) == 0) {
-        return link.name;
-    }
-    return "#" + std::to_string(if_index);
+    return mcastd::formatted("%I", if_index);
 }
 
 uint32_t HostEnvironment::interface_index(const std::string &name) const

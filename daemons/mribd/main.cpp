@@ -129,13 +129,14 @@ void attach(mcastd::Frame &frame, const std::string &config_path, const Planes &
     });
 }
 
-int serve(mcastd::Frame &frame, const mribd::PlaneSettings &settings, const std::string &config_path)
+int serve(const mcastd::Options &options, mcastd::Frame &frame, const mribd::PlaneSettings &settings,
+          const std::string &config_path)
 {
     HostEnvironment environment;
     Planes planes;
     if (!environment.open(frame.reactor().descriptor(), events_for(planes)) ||
         !open_planes(frame, settings, environment, &planes) ||
-        (!config_path.empty() && !configure(config_path, planes))) {
+        (!config_path.empty() && !configure(config_path, planes)) || !options.start_trace()) {
         return EXIT_FAILURE;
     }
     attach(frame, config_path, planes);
@@ -172,5 +173,5 @@ int main(int argc, char **argv)
         return *code;
     }
     mcastd::Frame frame(options);
-    return frame.open() ? serve(frame, settings, config_path) : EXIT_FAILURE;
+    return frame.open() ? serve(options, frame, settings, config_path) : EXIT_FAILURE;
 }

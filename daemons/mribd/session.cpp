@@ -25,6 +25,7 @@
 
 #include "daemons/common/log.h"
 #include "daemons/common/membership.h"
+#include "daemons/common/trace.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/view_records.h"
 #include "mcast/addr.h"
@@ -103,8 +104,8 @@ bool Session::take_message(const uint8_t *message, size_t size, bool truncated)
 bool Session::refuse(Fault fault)
 {
     counters_.faults[static_cast<size_t>(fault)]++;
-    mcastd::log_debug("%s: client %u: record ignored: %s", family_name(router_.family()), id_,
-                      fault_name(fault));
+    mcastd::trace(mcastd::TraceCategory::Channel, instance_key(router_.family()),
+                  "client %u: record ignored: %s", id_, fault_name(fault));
     return true;
 }
 

@@ -241,7 +241,7 @@ TEST(HostEnvironment, KnowsLinksSubnetsRoutesAndOwnAddresses)
         EXPECT_TRUE(eventually([&] { return environment.is_on_link(one, address("2001:db8:9::77")); }));
         EXPECT_EQ(environment.multicast_interfaces(), std::vector<uint32_t>{one});
         EXPECT_EQ(environment.interface_name(one), "one");
-        EXPECT_EQ(environment.interface_name(4711), "#4711");
+        EXPECT_EQ(environment.interface_name(4711), "0x1267");
         EXPECT_TRUE(environment.is_on_link(one, address("10.9.1.77")));
         EXPECT_FALSE(environment.is_on_link(one, address("10.9.2.77")));
         EXPECT_FALSE(environment.is_on_link(one, address("2001:db8:9:1::77")));
