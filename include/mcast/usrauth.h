@@ -206,6 +206,132 @@ MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_DETAIL_FILTER_S, user_id) == 8, "the 
  * records, but not use this one afterwards. */
 typedef uint32_t (*MCAST_USRAUTH_DETAIL_CALLBACK)(MCAST_USRAUTH_MSG_DETAIL_S *record, void *argument);
 
+/* Guards users, nodes and the interface tree. It exists from MCAST_USRAUTH_Init to MCAST_USRAUTH_Fini. */
+MCAST_API extern MCAST_RWLOCK_S g_stUsrAuthRWLock;
+
+/* ---- The store ---- */
+
+/*
+ * Starts the store, empty, for users of family (MCAST_FAMILY_IPV4 or MCAST_FAMILY_IPV6). Connections of the
+ * service are registered in the set epollId; timers are made with timerService; callbacks are copied. Fails,
+ * with no store, when timerService or callbacks is NULL, epollId is -1 or memory is short, and, leaving it as
+ * it is, when there is a store already.
+ */
+MCAST_API MCAST_STATUS MCAST_USRAUTH_Init(uint8_t family, int32_t epollId, TIMER_SERVICE timerService,
+                                          const MCAST_USRAUTH_CALLBACKS_S *callbacks);
+
+/* Ends the store with all it holds, timers included. No callback is called. The service is not touched. */
+MCAST_API MCAST_STATUS MCAST_USRAUTH_Fini(void);
+
+/*
+ * Empties the store when the process becomes a standby: users, nodes, refreshes, details and statistics are
+ * gone, the detail limit is MCAST_USRAUTH_MSG_DETAIL_LIMIT again; what MCAST_USRAUTH_Init was given stays. No
+ * callback is called.
+ */
+MCAST_API MCAST_STATUS MCAST_USRAUTH_Degrade(void) MCAST_EXCLUDES(g_stUsrAuthRWLock);
+
+/*
+ * Deletes every user. user_offline is called for each that has an interface, under the write lock: it must
+ * not call what takes the lock. No other callback is called.
+ */
+MCAST_API MCAST_STATUS MCAST_USRAUTH_ClearAllUsers(void) MCAST_EXCLUDES(g_stUsrAuthRWLock);
+
+/*
+ * The access node is gone: its users of kinds 3, 4 and 2 are marked, in that order, and deleted in batches as
+ * after a refresh. Users of kind 1 stay.
+ */
+MCAST_API MCAST_STATUS MCAST_USRAUTH_RefreshAllUserByNodeRemove(uint16_t node)
+    MCAST_EXCLUDES(g_stUsrAuthRWLock);
+
+/* ---- Users ---- */
+
+/* The number of users that can be found by interface. Any thread. */
+MCAST_API uint32_t MCAST_USRAUTH_UserCount(void) MCAST_EXCLUDES(g_stUsrAuthRWLock);
+
+/*
+ * Fills *info with what is known about the user of the interface, with the defaults of
+ * MCAST_USRAUTH_SetDefaultUserInfo when there is none. MCAST_ERR_GENERAL when there is none or info is NULL.
+ * The address is the second one of a user whose ID has 2 in its upper four bits. Any thread.
+ */
+MCAST_API MCAST_STATUS MCAST_USRAUTH_GetInfoByIfIndex(uint32_t ifIndex, MCAST_USRAUTH_INFO_S *info)
+    MCAST_EXCLUDES(g_stUsrAuthRWLock);
+
+/*
+ * Tells VRF and ID of the user of the interface: *userId, which is the result too, is 0xFFFFFFFF when there
+ * is none, and *vrfIndex keeps its value then. Either pointer may be NULL. Any thread.
+ */
+MCAST_API uint32_t MCAST_USRAUTH_GetVrfIndexAndUserIDByIfIndex(uint32_t ifIndex, uint16_t *vrfIndex,
+                                                               uint32_t *userId)
+    MCAST_EXCLUDES(g_stUsrAuthRWLock);
+
+/*
+ * MCAST_TRUE when the user of the interface has the group in its list, from whichever source; MCAST_FALSE
+ * also when there is no such user and for NULL. Any thread.
+ */
+MCAST_API MCAST_BOOL MCAST_USRAUTH_CanPassGroupList(uint32_t ifIndex, const MCAST_ADDR_S *group)
+    MCAST_EXCLUDES(g_stUsrAuthRWLock);
+
+/*
+ * Visits users in the order of their interfaces as the filter says: each goes to userCallback and then, in
+ * the modes with entries, each of its entries to entryCallback. Where the filter's interface has no user, the
+ * modes that visit several start at the next one. Either callback may be NULL. MCAST_ERR_STOPPED: a callback
+ * stopped the walk; MCAST_OK: it is complete; MCAST_ERR_GENERAL: filter is NULL. The whole walk holds the
+ * read lock. Any thread.
+ */
+MCAST_API MCAST_STATUS MCAST_USRAUTH_WalkAllUserByIfIndex(const MCAST_USRAUTH_USER_FILTER_S *filter,
+                                                          MCAST_USRAUTH_USER_CALLBACK userCallback,
+                                                          MCAST_USRAUTH_USER_CALLBACK entryCallback,
+                                                          void *argument) MCAST_EXCLUDES(g_stUsrAuthRWLock);
+
+/* The number of the user's node. user is one given to a callback, not NULL. Any thread that holds the lock.
+ */
+MCAST_API uint16_t MCAST_USRAUTH_GetNode(const MCAST_USRAUTH_USER_S *user);
+
+/*
+ * Fills *info as for no user: IDs and attributes that are told apart from 0 have all bits of theirs set
+ * (user_id, attribute_32, 34, 40 and 80; attribute_84 is 0x0000FFFF), the rest is 0, and the address is the
+ * zero address of the store's family. NULL is ignored. Any thread.
+ */
+MCAST_API void MCAST_USRAUTH_SetDefaultUserInfo(MCAST_USRAUTH_INFO_S *info);
+
+/* ---- What was received ---- */
+
+/*
+ * Visits detail records as the filter says. MCAST_ERR_STOPPED: the callback stopped the walk; MCAST_OK: it is
+ * complete; MCAST_ERR_GENERAL: filter or callback is NULL.
+ */
+MCAST_API MCAST_STATUS MCAST_USRAUTH_WalkAllUserMsgDetail(const MCAST_USRAUTH_DETAIL_FILTER_S *filter,
+                                                          MCAST_USRAUTH_DETAIL_CALLBACK callback,
+                                                          void *argument);
+
+/* The number of detail records. */
+MCAST_API uint32_t MCAST_USRAUTH_UserMsgDetailCount(void);
+
+/* Frees all detail records. */
+MCAST_API MCAST_STATUS MCAST_USRAUTH_ClearRecord(void);
+
+/* No detail record is made while there are limit or more of them; those that are there go on counting. */
+MCAST_API MCAST_STATUS MCAST_USRAUTH_SetMsgDetailLimit(uint32_t limit);
+
+/* Copies the counters into *out. Fails when out is NULL. */
+MCAST_API MCAST_STATUS MCAST_USRAUTH_GetStatistics(MCAST_USRAUTH_STATISTICS_S *out);
+
+/* Zeroes the counters. */
+MCAST_API MCAST_STATUS MCAST_USRAUTH_ClearStatistics(void);
+
+/* ---- The service ---- */
+
+/*
+ * Opens the service, when the process becomes the active one: a listening socket on the family's port,
+ * registered in the set epollId. Nothing to do, and MCAST_OK, when it is open. Fails, with no socket left,
+ * when a system call does. What the loop finds registered as context, here and for each connection, is a
+ * handler to be called with the events and the descriptor: uint64_t (*)(uint32_t events, int32_t fd).
+ */
+MCAST_API MCAST_STATUS MCAST_USRAUTH_Upgrade(uint8_t family, int32_t epollId);
+
+/* Closes all connections and the service. MCAST_TRUE when there was something to close. Users stay. */
+MCAST_API MCAST_BOOL MCAST_USRAUTH_StopServer(void);
+
 MCAST_EXTERN_C_END
 
 #endif

@@ -11,8 +11,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "event/guards.h"
 #include "mrib/channel.h"
-#include "mrib/guards.h"
 #include "mrib/view.h"
 
 MRIB_GMP_COMPONENT_S g_stMRIBComponent = {};

@@ -8,9 +8,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "event/guards.h"
 #include "event/local_channel.h"
 #include "mrib/channel.h"
-#include "mrib/guards.h"
 
 using namespace mcast;
 

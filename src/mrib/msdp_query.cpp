@@ -4,9 +4,9 @@
  */
 #include <endian.h>
 
+#include "event/guards.h"
 #include "mcast/acl_filter.h"
 #include "mcast/msdp.h"
-#include "mrib/guards.h"
 #include "mrib/msdp_table.h"
 #include "mrib/view.h"
 

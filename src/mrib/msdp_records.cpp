@@ -1,7 +1,7 @@
 /* Received records of the MSDP exchange, and the request to replay the local sources. */
+#include "event/guards.h"
 #include "mcast/msdp.h"
 #include "mrib/channel.h"
-#include "mrib/guards.h"
 #include "mrib/msdp_table.h"
 #include "mrib/view.h"
 

@@ -1,9 +1,9 @@
 /* The senders of the MSDP daemon. */
 #include <string.h>
 
+#include "event/guards.h"
 #include "mcast/msdp.h"
 #include "mrib/channel.h"
-#include "mrib/guards.h"
 
 using namespace mcast;
 

@@ -16,8 +16,8 @@
 #include <string.h>
 #include <sys/socket.h>
 
+#include "event/guards.h"
 #include "mrib/channel.h"
-#include "mrib/guards.h"
 
 using namespace mcast;
 

@@ -2,7 +2,7 @@
 #include <endian.h>
 #include <string.h>
 
-#include "mrib/guards.h"
+#include "event/guards.h"
 #include "mrib/view.h"
 
 using namespace mcast;

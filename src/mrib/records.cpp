@@ -1,8 +1,8 @@
 /* Received records that change one thing of the view each. */
 #include <string.h>
 
+#include "event/guards.h"
 #include "mcast/msdp.h"
-#include "mrib/guards.h"
 #include "mrib/view.h"
 
 using namespace mcast;

@@ -3,9 +3,9 @@
  */
 #include <stdlib.h>
 
+#include "event/guards.h"
 #include "mcast/msdp.h"
 #include "mrib/channel.h"
-#include "mrib/guards.h"
 #include "mrib/view.h"
 
 using namespace mcast;

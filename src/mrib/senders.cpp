@@ -6,8 +6,8 @@
 #include <bit>
 #include <string.h>
 
+#include "event/guards.h"
 #include "mrib/channel.h"
-#include "mrib/guards.h"
 
 using namespace mcast;
 

@@ -18,8 +18,8 @@
  */
 #include "mrib/view.h"
 
+#include "event/guards.h"
 #include "mcast/msdp.h"
-#include "mrib/guards.h"
 #include "mrib/msdp_table.h"
 
 MRIB_GMP_VRF_INFO_S g_stMribGmpVrfInfo = {0, nullptr};

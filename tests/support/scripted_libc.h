@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <functional>
 
+#include <pthread.h>
 #include <regex.h>
 #include <signal.h>
 #include <sys/epoll.h>

@@ -1,8 +1,8 @@
 /*
  * Holding a lock for the length of a scope, in a form that the compiler's lock analysis follows.
  */
-#ifndef SRC_MRIB_GUARDS_H
-#define SRC_MRIB_GUARDS_H
+#ifndef SRC_EVENT_GUARDS_H
+#define SRC_EVENT_GUARDS_H
 
 #include "mcast/lock.h"
 

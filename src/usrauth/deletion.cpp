@@ -1,0 +1,90 @@
+/*
+ * A timer deletes up to eight marked users and starts another one when it found as many. Each kind of a node
+ * has at most one timer, however often it is swept: the one that runs meets the new marks too.
+ *
+ * Between two deletions the daemon is called and may delete users, the node or everything. So a timer knows
+ * its node by number, and a walk over a list starts again when more users went than the one it removed.
+ */
+#include "usrauth/deletion.h"
+
+#include "usrauth/node.h"
+#include "usrauth/user.h"
+
+namespace mcast::usrauth
+{
+
+namespace
+{
+
+constexpr uint32_t kBatch = 8;
+constexpr uint32_t kPeriodMs = 500;
+
+/* The first marked user from one on. */
+User *MarkedFrom(User *user)
+{
+    while (user != nullptr && (user->flags & MCAST_USRAUTH_MARKED) == 0) {
+        user = user->next_of_kind;
+    }
+    return user;
+}
+
+User *FirstMarked(uint16_t number, uint32_t kind)
+{
+    const Node *node = FindNode(number);
+
+    return node == nullptr ? nullptr : MarkedFrom(node->kinds[kind].head);
+}
+
+/* Deletes marked users, at most so many. How many there were. */
+uint32_t DeleteMarked(uint16_t number, uint32_t kind, uint32_t most) MCAST_EXCLUDES(g_stUsrAuthRWLock)
+{
+    uint32_t deleted = 0;
+    User *user = FirstMarked(number, kind);
+
+    while (user != nullptr && deleted < most) {
+        User *next = user->next_of_kind;
+        const uint64_t freed_users = g_store.freed_users + 1;
+
+        RemoveUser(user);
+        ++deleted;
+        TellIfKindIsGone(number, kind);
+        user = g_store.freed_users == freed_users ? MarkedFrom(next) : FirstMarked(number, kind);
+    }
+    return deleted;
+}
+
+void OnBatch(uint64_t parameters[4])
+{
+    const uint16_t number = static_cast<uint16_t>(parameters[0]);
+    const uint32_t kind = static_cast<uint32_t>(parameters[1]);
+    Node *node = g_store.open && kind < kKinds ? FindNode(number) : nullptr;
+
+    if (node == nullptr) {
+        return;
+    }
+    node->timers[kind] = TIMER_NONE;
+    const bool more = DeleteMarked(number, kind, kBatch) == kBatch;
+
+    node = g_store.open ? FindNode(number) : nullptr;
+    if (more && node != nullptr) {
+        StartDeletion(node, kind);
+    }
+}
+
+} // namespace
+
+void StartDeletion(Node *node, uint32_t kind)
+{
+    const uint64_t parameters[4] = {node->number, kind, 0, 0};
+
+    if (node->timers[kind] != TIMER_NONE) {
+        return;
+    }
+    node->timers[kind] =
+        Timer_Create(g_store.timer_service, TIMER_KIND_ONE_SHOT, kPeriodMs, OnBatch, parameters);
+    if (node->timers[kind] == TIMER_NONE) {
+        DeleteMarked(node->number, kind, UINT32_MAX);
+    }
+}
+
+} // namespace mcast::usrauth

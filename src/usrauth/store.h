@@ -1,0 +1,81 @@
+/*
+ * The store's records and its state, one record for the process.
+ *
+ *   nodes ── hash of node numbers ──► node ── users: tree of user IDs ──────────┐
+ *                                       │                                       ▼
+ *                                       └─ kinds[0..6]: lists ───────────────► user ── groups ──► entries
+ *                                                                               ▲
+ *   interfaces ── tree of user interfaces, only of users that have one ─────────┘
+ *   refreshes ─── hash of node numbers ──► kinds that are being refreshed on the node
+ *   details ───── tree of (node, user ID) ──► counters of messages
+ *
+ * A node lives as long as it has users, and each of its users is in its tree and in the list of its kind. The
+ * user's place in the interface tree is told by in_interface_tree, not by if_index: a user whose interface is
+ * known but not confirmed by an end of list, or taken by another user, is not in the tree.
+ *
+ * Only the event loop's thread writes. It takes g_stUsrAuthRWLock for what other threads may read, which is
+ * all but refreshes, details and statistics, and reads without it.
+ */
+#ifndef SRC_USRAUTH_STORE_H
+#define SRC_USRAUTH_STORE_H
+
+#include "mcast/usrauth.h"
+#include "mcast/usrauth_wire.h"
+#include "platform/hash.h"
+
+/* Users of one kind on a node, in the order in which they came. */
+struct MCAST_USRAUTH_KIND_LIST_S {
+    MCAST_USRAUTH_USER_S *head;
+    MCAST_USRAUTH_USER_S *tail;
+};
+
+inline constexpr uint32_t kUsrAuthKinds = 7;
+
+struct MCAST_USRAUTH_NODE_S {
+    HASH_NODE_S link;
+    uint16_t number;
+    AVL_HANDLE users;
+    MCAST_USRAUTH_KIND_LIST_S kinds[kUsrAuthKinds];
+    TIMER_ID timers[kUsrAuthKinds]; /* of the deletion that is under way for the kind, TIMER_NONE = none */
+};
+
+namespace mcast::usrauth
+{
+
+using User = MCAST_USRAUTH_USER_S;
+using Node = MCAST_USRAUTH_NODE_S;
+using KindList = MCAST_USRAUTH_KIND_LIST_S;
+
+inline constexpr uint32_t kKinds = kUsrAuthKinds;
+inline constexpr uint32_t kBuckets = 512;
+
+struct Store {
+    bool open;
+    uint8_t family;
+    int32_t epoll_id; /* -1 without a store */
+    TIMER_SERVICE timer_service;
+    MCAST_USRAUTH_CALLBACKS_S callbacks;
+    HASH_HANDLE nodes;
+    HASH_HANDLE refreshes;
+    AVL_HANDLE interfaces;
+    AVL_HANDLE details;
+    uint32_t detail_limit;
+    MCAST_USRAUTH_STATISTICS_S statistics;
+    uint64_t freed_users; /* ever; who holds a user across a callback sees by it whether any went */
+};
+
+extern Store g_store;
+
+inline uint32_t HashOf(uint16_t node)
+{
+    return node & (kBuckets - 1);
+}
+
+inline bool IsUserKind(uint32_t kind)
+{
+    return kind >= USRAUTH_KIND_MIN && kind <= USRAUTH_KIND_MAX;
+}
+
+} // namespace mcast::usrauth
+
+#endif

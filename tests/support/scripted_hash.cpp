@@ -1,0 +1,152 @@
+/* Hash tables for tests: a list for each bucket. */
+#include <algorithm>
+#include <atomic>
+#include <list>
+#include <vector>
+
+#include "platform/hash.h"
+#include "support/scripted_platform.h"
+
+namespace platform
+{
+
+bool Fails(Operation operation);
+
+} // namespace platform
+
+namespace
+{
+
+using platform::Operation;
+
+using Bucket = std::list<void *>; /* newest first */
+
+struct Table {
+    std::vector<Bucket> buckets;
+    HASH_FREE free_record;
+
+    Bucket &bucket(uint32_t hash)
+    {
+        return buckets[hash % buckets.size()];
+    }
+};
+
+std::atomic<long> g_live_tables{0};
+
+Table *TableOf(HASH_HANDLE handle)
+{
+    return reinterpret_cast<Table *>(handle);
+}
+
+void *FirstFrom(Table &table, size_t position)
+{
+    for (; position < table.buckets.size(); ++position) {
+        if (!table.buckets[position].empty()) {
+            return table.buckets[position].front();
+        }
+    }
+    return nullptr;
+}
+
+} // namespace
+
+long platform::LiveTables()
+{
+    return g_live_tables;
+}
+
+HASH_HANDLE HASH_Init(uint32_t bucket_count, HASH_FREE free_record)
+{
+    if (platform::Fails(Operation::kHashInit) || bucket_count == 0) {
+        return 0;
+    }
+    ++g_live_tables;
+    return reinterpret_cast<HASH_HANDLE>(new Table{std::vector<Bucket>(bucket_count), free_record});
+}
+
+void HASH_Fini(HASH_HANDLE handle)
+{
+    if (handle != 0) {
+        HASH_FreeAll(handle);
+        --g_live_tables;
+        delete TableOf(handle);
+    }
+}
+
+uint32_t HASH_FreeAll(HASH_HANDLE handle)
+{
+    Table *table = TableOf(handle);
+
+    if (table == nullptr) {
+        return 1;
+    }
+    for (Bucket &bucket : table->buckets) {
+        while (!bucket.empty()) {
+            void *record = bucket.front();
+
+            bucket.pop_front();
+            if (table->free_record != nullptr) {
+                table->free_record(record);
+            }
+        }
+    }
+    return 0;
+}
+
+uint32_t HASH_Insert(HASH_HANDLE handle, uint32_t hash, void *record)
+{
+    if (platform::Fails(Operation::kHashInsert) || handle == 0 || record == nullptr) {
+        return 1;
+    }
+    TableOf(handle)->bucket(hash).push_front(record);
+    return 0;
+}
+
+uint32_t HASH_Remove(HASH_HANDLE handle, uint32_t hash, void *record)
+{
+    return handle != 0 && TableOf(handle)->bucket(hash).remove(record) != 0 ? 1 : 0;
+}
+
+void *HASH_Get(HASH_HANDLE handle, uint32_t hash, const void *key, HASH_KEY_COMPARE compare)
+{
+    if (handle == 0) {
+        return nullptr;
+    }
+    for (void *record : TableOf(handle)->bucket(hash)) {
+        if (compare(record, key) == 0) {
+            return record;
+        }
+    }
+    return nullptr;
+}
+
+void *HASH_GetFirst(HASH_HANDLE handle)
+{
+    return handle == 0 ? nullptr : FirstFrom(*TableOf(handle), 0);
+}
+
+void *HASH_GetNext(HASH_HANDLE handle, uint32_t hash, const void *record)
+{
+    Table *table = TableOf(handle);
+
+    if (table == nullptr) {
+        return nullptr;
+    }
+    const Bucket &bucket = table->bucket(hash);
+    auto at = std::find(bucket.begin(), bucket.end(), record);
+
+    if (at != bucket.end() && ++at != bucket.end()) {
+        return *at;
+    }
+    return FirstFrom(*table, hash % table->buckets.size() + 1);
+}
+
+uint32_t HASH_Count(HASH_HANDLE handle)
+{
+    uint32_t count = 0;
+
+    for (size_t at = 0; handle != 0 && at < TableOf(handle)->buckets.size(); ++at) {
+        count += static_cast<uint32_t>(TableOf(handle)->buckets[at].size());
+    }
+    return count;
+}
