@@ -64,6 +64,9 @@ public:
         }
         real_taken.clear();
         model_taken.clear();
+        allocations = 0;
+        failing_allocation = random.OneIn(20) ? 1 + random.Below(4) : 0;
+        fault::FailAllocation(failing_allocation);
         switch (random.Below(12)) {
         case 0:
             EXPECT_EQ(Messager_Announce(messager), FlushAll());
@@ -79,7 +82,14 @@ public:
         default:
             Message();
         }
+        fault::FailAllocation(0);
         Check();
+    }
+
+    /* Blocks that memory was too short for. */
+    uint64_t Losses() const
+    {
+        return losses;
     }
 
     std::string Header() const
@@ -101,11 +111,19 @@ private:
         return answer.status;
     }
 
+    /* A block is two allocations; when one fails, what it was to keep is lost. */
     void Queue(uint64_t sent)
     {
-        if (mode != MESSAGER_DROP) {
-            pending.push_back(mode == MESSAGER_KEEP_TAIL ? packet.substr(sent) : packet);
+        if (mode == MESSAGER_DROP) {
+            return;
         }
+        allocations += 2;
+        if (failing_allocation == allocations - 1 || failing_allocation == allocations) {
+            lossless = false;
+            ++losses;
+            return;
+        }
+        pending.push_back(mode == MESSAGER_KEEP_TAIL ? packet.substr(sent) : packet);
     }
 
     uint64_t FlushPacket()
@@ -232,12 +250,15 @@ private:
     std::string made;   /* packets finished since the last step, behind what waited then */
     std::string stream; /* what the peer took since then */
     bool lossless = true;
+    unsigned long allocations = 0; /* of this step */
+    unsigned long failing_allocation = 0;
+    uint64_t losses = 0;
 };
 
 TEST(MessagerProperty, SendsKeepsAndRefusesAsAListOfPacketsDoes)
 {
     uint64_t seed = property::Seed("messager");
-    uint64_t operations = property::Operations(60000);
+    uint64_t operations = property::Operations(300000);
     long live = fault::LiveBlocks();
 
     for (uint64_t mode = 0; mode < 3; ++mode) {
@@ -249,6 +270,9 @@ TEST(MessagerProperty, SendsKeepsAndRefusesAsAListOfPacketsDoes)
                 if (HasFailure()) {
                     FAIL() << "mode " << mode << ", operation " << operation;
                 }
+            }
+            if (operations >= 6000) {
+                EXPECT_EQ(owner.Losses() > 0, mode != MESSAGER_DROP);
             }
         }
     }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -398,6 +399,69 @@ TEST_F(Messager, SeveralThreadsMaySendAtOnce)
         bytes += packet.size() - 16;
     }
     EXPECT_EQ(bytes, 4u * 500 * 9);
+}
+
+/* A peer that takes a stream: of every third call nothing or a part. Runs under the messager's lock. */
+struct Stream {
+    std::string taken;
+    unsigned calls;
+    unsigned failures;
+};
+
+Stream g_stream;
+
+uint64_t SendSome(uint32_t, const void *data, uint64_t length, uint64_t *sent)
+{
+    bool fails = ++g_stream.calls % 3 == 0;
+
+    *sent = fails ? length * (g_stream.calls % 4) / 4 : 0;
+    g_stream.taken.append(static_cast<const char *>(data), fails ? *sent : length);
+    g_stream.failures += fails ? 1 : 0;
+    return fails ? kFailed : 0;
+}
+
+TEST_F(Messager, TwoThreadsLoseNothingToAPeerThatTakesPartsAndToRefusals)
+{
+    struct Numbered {
+        uint32_t thread;
+        uint32_t number;
+    };
+    constexpr uint32_t kMessages = 20000;
+    const MESSAGER_CALLBACKS_S callbacks = {nullptr, nullptr, SendSome};
+    std::vector<std::thread> threads;
+
+    g_stream = {};
+    messager = Messager_Init(1, 1300, 0, MESSAGER_KEEP_TAIL, 1, &callbacks);
+    ASSERT_NE(messager, nullptr);
+    for (uint32_t thread = 0; thread < 2; ++thread) {
+        threads.emplace_back([this, thread] {
+            for (uint32_t number = 0; number < kMessages; ++number) {
+                const Numbered message = {thread, number};
+
+                while (Messager_Send(messager, &message, sizeof(message), number % 64 == 0) != MCAST_OK) {
+                    Messager_Announce(messager);
+                }
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    while (Messager_GetDataLen(messager) != 0) {
+        Messager_Announce(messager);
+    }
+    EXPECT_GT(g_stream.failures, 0u);
+    ASSERT_EQ(g_stream.taken.size(), 2 * kMessages * sizeof(Numbered));
+    uint32_t next[2] = {0, 0};
+
+    for (size_t start = 0; start < g_stream.taken.size(); start += sizeof(Numbered)) {
+        Numbered message;
+
+        memcpy(&message, &g_stream.taken[start], sizeof(message));
+        ASSERT_LT(message.thread, 2u);
+        ASSERT_EQ(message.number, next[message.thread]++);
+    }
+    g_stream = {};
 }
 
 } // namespace
