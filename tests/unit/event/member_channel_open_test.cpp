@@ -1,6 +1,4 @@
 /* Opening, closing and registering on the member channel. */
-#include <cstdlib>
-
 #include "unit/event/member_fixture.h"
 
 namespace member_test
@@ -316,6 +314,7 @@ TEST_F(MemberRegistration, FinalStepTakesAnyTypeAndMask)
 {
     MBR_CHANNEL_S channel = {1000, kIpv6, 3, MCAST_NONE, 6, 0, {nullptr, nullptr}};
 
+    EXPECT_EQ(MbrLib_RegFinalEvt(nullptr, 0, 1), 0x40010001u);
     EXPECT_EQ(MbrLib_RegFinalEvt(&channel, 77, 6), 0u);
     EXPECT_TRUE(sent.empty());
     EXPECT_EQ(MbrLib_RegFinalEvt(&channel, 77, 8), 0u);
@@ -325,13 +324,30 @@ TEST_F(MemberRegistration, FinalStepTakesAnyTypeAndMask)
     channel.socket = MCAST_NONE;
     EXPECT_EQ(MbrLib_RegFinalEvt(&channel, 77, 9), 0x40010001u);
     EXPECT_EQ(channel.events, 8u);
-    EXPECT_EQ(channel.block_count, 1u);
-    ASSERT_NE(channel.queue.head, nullptr);
-    EXPECT_EQ(channel.queue.head, channel.queue.tail);
-    EXPECT_EQ(channel.queue.head->used, 12u);
-    EXPECT_EQ(channel.queue.head->reserved, 0u);
     MCAST_FreeFunc(channel.queue.head);
-    EXPECT_EQ(MbrLib_RegFinalEvt(nullptr, 0, 1), 0x40010001u);
+}
+
+TEST_F(MemberRegistration, TheBlockThatWasSentIsKeptAsNew)
+{
+    MBR_CHANNEL_S channel = {1000, kIpv6, 3, MCAST_NONE, 0, 0, {nullptr, nullptr}};
+
+    EXPECT_EQ(MbrLib_RegFinalEvt(&channel, 0, 1), 0u);
+    MBR_BLOCK_S *block = channel.queue.head;
+
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(channel.queue.tail, block);
+    EXPECT_EQ(channel.block_count, 1u);
+    EXPECT_EQ(block->used, 12u);
+    block->reserved = 7;
+    EXPECT_EQ(MbrLib_RegFinalEvt(&channel, 15, 2), 0u);
+    EXPECT_EQ(channel.queue.head, block);
+    EXPECT_EQ(channel.queue.tail, block);
+    EXPECT_EQ(channel.block_count, 1u);
+    EXPECT_EQ(block->next, nullptr);
+    EXPECT_EQ(block->previous, nullptr);
+    EXPECT_EQ(block->reserved, 0u);
+    EXPECT_EQ(block->used, 12u);
+    MCAST_FreeFunc(block);
 }
 
 } // namespace
