@@ -1,53 +1,89 @@
-"""Hosts of every protocol version are heard, although the routing sockets belong to mribd (topology.py).
+"""Hosts of every protocol version side by side on one link are heard, although the routing sockets belong to mribd.
 
-The receiving host is forced to IGMPv1, v2, v3 and MLDv1, v2 in turn; each joins, receives, and, where its
-version has a leave message, leaves with effect. A version 1 host's membership ends by time-out alone.
+      source  eth0 ---- src  router  lan ---- switch ---- eth0  host1   IGMPv1, MLDv1
+      10.1.0.2             10.7.0.1              |------- eth0  host2   IGMPv2, MLDv1
+                           fd00:7::1             +------- eth0  host3   IGMPv3, MLDv2
+
+All three join one group, and each one of its own. The older ones keep the shared group when the newest leaves,
+whose leave does not count while they are present; a version 1 host has no leave, so that time alone ends its
+memberships.
 """
 
+import json
 import unittest
 
-from lab import Receiver, Sender, wait_for
+from lab import Host, Receiver, Segment, Sender, link, wait_for
 from topology import Network
 
-# Short timers, so that a membership that only time ends does so within the scenario.
-OPTIONS = ("--last-member-interval", "1", "--query-interval", "3", "--query-response-interval", "1")
+# Short timers: a version 1 host is forgotten after 2 * 2 + 1 seconds.
+OPTIONS = ("--last-member-interval", "1", "--query-interval", "2", "--query-response-interval", "1")
+VERSIONS = {"ipv4": ("force_igmp_version", (1, 2, 3)), "ipv6": ("force_mld_version", (1, 1, 2))}
+SHARED = {"ipv4": "239.2.0.9", "ipv6": "ff1e::2:9"}
+OWN = {"ipv4": ["239.2.0.1", "239.2.0.2", "239.2.0.3"], "ipv6": ["ff1e::2:1", "ff1e::2:2", "ff1e::2:3"]}
 
 
 class HostVersions(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.network = Network(gmpd_options=OPTIONS)
-        cls.groups = ["239.2.0.1", "239.2.0.2", "239.2.0.3", "ff1e::2:1", "ff1e::2:2"]
-        cls.sender = Sender(cls.network.hosts["source"], "eth0", cls.groups)
+        cls.segment = Segment("switch")
+        cls.segment.attach(cls.network.router, "lan")
+        cls.network.router.address("lan", "10.7.0.1/24", "fd00:7::1/64")
+        cls.hosts = [cls.attach(number) for number in (1, 2, 3)]
+        groups = [*SHARED.values(), *OWN["ipv4"], *OWN["ipv6"]]
+        cls.sender = Sender(cls.network.hosts["source"], "eth0", groups)
 
     @classmethod
     def tearDownClass(cls):
         cls.network.assert_healthy()
 
-    def join_and_leave(self, family, sysctl, version, group):
-        red = self.network.hosts["red"]
-        red.sysctl(sysctl, version)
-        receiver = Receiver(red, "eth0", group)
-        receiver.grows()
-        receiver.leave()
-        wait_for(
-            lambda: not any(group in line and "red" in line for line in self.network.router.mroute(family)),
-            f"{group} no longer forwarded to red", 30)
+    @classmethod
+    def attach(cls, number):
+        host = Host(f"host{number}")
+        cls.segment.attach(host, "eth0")
+        host.address("eth0", f"10.7.0.{number + 1}/24", f"fd00:7::{number + 1}/64")
+        for sysctl, versions in VERSIONS.values():
+            family = "ipv4" if "igmp" in sysctl else "ipv6"
+            host.sysctl(f"net.{family}.conf.eth0.{sysctl}", versions[number - 1])
+        return host
 
-    def test_igmp_version_1(self):
-        self.join_and_leave("-4", "net.ipv4.conf.eth0.force_igmp_version", 1, "239.2.0.1")
+    def lan(self, family):
+        interfaces = json.loads(self.network.gmpd[family].status())["interfaces"]
+        return next(one for one in interfaces if one["interface"] == "lan")
 
-    def test_igmp_version_2(self):
-        self.join_and_leave("-4", "net.ipv4.conf.eth0.force_igmp_version", 2, "239.2.0.2")
+    def group(self, family, address):
+        return next((one for one in self.lan(family)["groups"] if one["group"] == address), {})
 
-    def test_igmp_version_3(self):
-        self.join_and_leave("-4", "net.ipv4.conf.eth0.force_igmp_version", 3, "239.2.0.3")
+    def forwarded(self, address):
+        entries = self.network.router.mroute("-6" if ":" in address else "-4")
+        return any(address in line and "lan" in line for line in entries)
 
-    def test_mld_version_1(self):
-        self.join_and_leave("-6", "net.ipv6.conf.eth0.force_mld_version", 1, "ff1e::2:1")
+    def test_versions_side_by_side_on_one_link(self):
+        shared = {family: [Receiver(host, "eth0", group) for host in self.hosts] for family, group in SHARED.items()}
+        own = [Receiver(host, "eth0", OWN[family][at]) for family in OWN for at, host in enumerate(self.hosts)]
+        for receiver in (*shared["ipv4"], *shared["ipv6"], *own):
+            receiver.grows()
+        oldest = {"ipv4": "version_1_host_s", "ipv6": "version_2_host_s"}
+        for family, name in oldest.items():
+            self.assertIn(name, self.group(family, SHARED[family]))
+            self.assertIn(name, self.group(family, OWN[family][0]))
+            self.assertFalse(set(oldest.values()) & set(self.group(family, OWN[family][2])))
+        self.assertIn("version_2_host_s", self.group("ipv4", OWN["ipv4"][1]))
 
-    def test_mld_version_2(self):
-        self.join_and_leave("-6", "net.ipv6.conf.eth0.force_mld_version", 2, "ff1e::2:2")
+        before = self.lan("ipv4")["counters"].get("ignored_for_older_hosts", 0)
+        for host in (2, 1):
+            for receivers in shared.values():
+                receivers[host].leave()
+            if host == 2:
+                wait_for(lambda: self.lan("ipv4")["counters"].get("ignored_for_older_hosts", 0) > before,
+                         "the newest host's leave not counting")
+            for receivers in shared.values():
+                receivers[0].grows(by=50)
+
+        for receiver in (*own, *(receivers[0] for receivers in shared.values())):
+            receiver.leave()
+        for address in (*OWN["ipv4"], *OWN["ipv6"], *SHARED.values()):
+            wait_for(lambda a=address: not self.forwarded(a), f"{address} no longer forwarded", 40)
 
 
 if __name__ == "__main__":
