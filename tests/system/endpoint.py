@@ -2,12 +2,15 @@
 
 endpoint.py send INTERFACE [--rate N] [--source ADDRESS] GROUP...
 endpoint.py receive INTERFACE GROUP [--source ADDRESS] [--port N]
+endpoint.py join INTERFACE GROUP [--count N]
 
 The receiver prints, ten times a second while packets arrive, one JSON object: packets by source address. With
-a source it joins that source only. On SIGTERM it leaves by closing its socket.
+a source it joins that source only. On SIGTERM it leaves by closing its socket. join is for many groups: it joins
+COUNT of them from GROUP on, says so, and takes no packets.
 """
 
 import argparse
+import ipaddress
 import json
 import signal
 import socket
@@ -89,16 +92,29 @@ def receive(arguments):
             printed = now
 
 
+def join(arguments):
+    first = ipaddress.ip_address(arguments.address[0])
+    family = family_of(arguments.address[0])
+    level = socket.IPPROTO_IP if family == socket.AF_INET else socket.IPPROTO_IPV6
+    head = struct.pack("=I4x", socket.if_nametoindex(arguments.interface))
+    endpoint = socket.socket(family, socket.SOCK_DGRAM)
+    for number in range(arguments.count):
+        endpoint.setsockopt(level, MCAST_JOIN_GROUP, head + storage(str(first + number)))
+    print(f"joined {arguments.count}", flush=True)
+    signal.sigwait([signal.SIGTERM])
+
+
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("mode", choices=("send", "receive"))
+    parser.add_argument("mode", choices=("send", "receive", "join"))
     parser.add_argument("interface")
     parser.add_argument("address", nargs="+")
     parser.add_argument("--rate", type=float, default=50)
     parser.add_argument("--source")
     parser.add_argument("--port", type=int, default=5000)
+    parser.add_argument("--count", type=int, default=1)
     arguments = parser.parse_args()
-    (send if arguments.mode == "send" else receive)(arguments)
+    {"send": send, "receive": receive, "join": join}[arguments.mode](arguments)
 
 
 main()
