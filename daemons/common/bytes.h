@@ -59,13 +59,22 @@ public:
     }
     uint32_t u32()
     {
-        return number(4);
+        return static_cast<uint32_t>(number(4));
+    }
+    uint64_t u64()
+    {
+        return number(8);
+    }
+    // For a value that may not stand where it was read.
+    void fail()
+    {
+        failed_ = true;
     }
 
 private:
-    uint32_t number(size_t size)
+    uint64_t number(size_t size)
     {
-        uint32_t value = 0;
+        uint64_t value = 0;
 
         for (const uint8_t byte : take(size)) {
             value = value << 8 | byte;
@@ -106,6 +115,16 @@ public:
     {
         u16(static_cast<uint16_t>(value >> 16));
         u16(static_cast<uint16_t>(value));
+    }
+    void u64(uint64_t value)
+    {
+        u32(static_cast<uint32_t>(value >> 32));
+        u32(static_cast<uint32_t>(value));
+    }
+    // For a value that cannot be written.
+    void fail()
+    {
+        failed_ = true;
     }
     void put(const uint8_t *bytes, size_t count)
     {

@@ -13,6 +13,9 @@
 namespace gmpd
 {
 
+// The greatest query interval, in seconds: more does not fit into a query.
+constexpr uint32_t MOST_QUERY_INTERVAL_S = 31744;
+
 struct Config {
     uint8_t family = MCAST_FAMILY_IPV4;
     uint8_t version = 3; // the version spoken as querier and the newest one understood

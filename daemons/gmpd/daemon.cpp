@@ -9,9 +9,12 @@
 #include <sys/epoll.h>
 
 #include "daemons/common/config_file.h"
+#include "daemons/common/control.h"
 #include "daemons/common/log.h"
 #include "daemons/common/memory.h"
+#include "daemons/common/services.h"
 #include "daemons/common/timer_loop.h"
+#include "daemons/gmpd/control.h"
 #include "daemons/gmpd/links.h"
 #include "daemons/gmpd/mrib_link.h"
 #include "daemons/gmpd/receiver.h"
@@ -98,10 +101,17 @@ int run_daemon(const mcastd::Options &options, const Config &config)
         !frame.reactor().add(receiver.descriptor(), EPOLLIN, [&](uint32_t) { receiver.read_some(); })) {
         return EXIT_FAILURE;
     }
-    frame.on_status([&] {
-        return status_text(router, ProcessStatus{mrib.connected(), mrib.connects(), mrib.pending(),
-                                                 receiver.kernel_drops(), mrib.policy().replayed()});
-    });
+    const auto process = [&] {
+        return ProcessStatus{mrib.connected(), mrib.connects(), mrib.pending(), receiver.kernel_drops(),
+                             mrib.policy().replayed()};
+    };
+    frame.on_status([&] { return status_text(router, process()); });
+    mcastd::ControlServer control(frame.reactor());
+    offer_control(control, router, process);
+    if (!control.open(config.family == MCAST_FAMILY_IPV4 ? mcastd::CONTROL_PORT_GMPD_IPV4
+                                                         : mcastd::CONTROL_PORT_GMPD_IPV6)) {
+        return EXIT_FAILURE;
+    }
     if (!config.file.empty()) {
         frame.on_reload([&] {
             if (load_lists(config.file)) {

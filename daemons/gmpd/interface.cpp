@@ -69,6 +69,12 @@ bool interface_is_neighbour(const Interface &interface, const Address &sender)
     return false;
 }
 
+uint32_t configured_query_interval_s(const Interface &interface)
+{
+    return interface.query_interval_s != 0 ? interface.query_interval_s
+                                           : interface.router->config.query_interval_s;
+}
+
 uint32_t membership_interval_ms(const Interface &interface)
 {
     const Querier &querier = interface.querier;

@@ -78,6 +78,7 @@ struct Interface {
     uint32_t index = 0;
     std::string name;
     uint32_t mtu = 1500;
+    uint32_t query_interval_s = 0; // as configured for it; 0: as for all interfaces
     bool running = false;
     Address address{}; // what queries are sent from, while running
     std::vector<Prefix> prefixes;
@@ -119,6 +120,9 @@ void interface_stop(Interface &interface);
 
 // Whether a packet from sender can come from a neighbour on this link.
 bool interface_is_neighbour(const Interface &interface, const Address &sender);
+
+// Seconds between general queries that this router, as the querier, is to keep.
+uint32_t configured_query_interval_s(const Interface &interface);
 
 // How long a membership lasts without being confirmed.
 uint32_t membership_interval_ms(const Interface &interface);

@@ -9,8 +9,6 @@ namespace gmpd
 namespace
 {
 
-// The greatest interval that a query can carry, in seconds.
-constexpr uint32_t MOST_INTERVAL_S = 31744;
 // The greatest response time that an IGMP query can carry, in seconds.
 constexpr uint32_t MOST_RESPONSE_S = 3174;
 constexpr uint8_t VERSION_UNSET = 0;
@@ -47,7 +45,7 @@ void add_options(mcastd::Options &options, Config &config)
            "default is the newest")
         ->check(CLI::Range(1, 3));
     app.add_option("--query-interval", config.query_interval_s, "Seconds between general queries")
-        ->check(CLI::Range(1u, MOST_INTERVAL_S))
+        ->check(CLI::Range(1u, MOST_QUERY_INTERVAL_S))
         ->capture_default_str();
     app.add_option("--query-response-interval", config.response_s,
                    "Seconds that hosts may take to answer; less than the query interval")

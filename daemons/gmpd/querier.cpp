@@ -38,7 +38,7 @@ void adopt_own_values(Interface &interface)
     const Config &config = interface.router->config;
 
     interface.querier.robustness = config.robustness;
-    interface.querier.query_interval_s = config.query_interval_s;
+    interface.querier.query_interval_s = configured_query_interval_s(interface);
     interface.querier.response_ms = config.response_s * 1000;
 }
 
@@ -144,6 +144,15 @@ void querier_ask_again(Interface &interface)
 {
     if (interface.running && interface.querier.elected) {
         interface.querier.startup_left = interface.router->config.robustness;
+        send_general(interface);
+    }
+}
+
+void querier_set_interval(Interface &interface, uint32_t seconds)
+{
+    interface.query_interval_s = seconds;
+    if (interface.running && interface.querier.elected) {
+        adopt_own_values(interface);
         send_general(interface);
     }
 }

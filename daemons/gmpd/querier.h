@@ -20,6 +20,11 @@ void querier_stop(Interface &interface);
 // is the querier.
 void querier_ask_again(Interface &interface);
 
+// Configures the interface's query interval, 0 for that of all interfaces, more than the response interval
+// otherwise. The querier asks at once: memberships then last by the new interval, and other routers hear of
+// it. One that waits keeps to what it hears, and uses the interval when it becomes the querier.
+void querier_set_interval(Interface &interface, uint32_t seconds);
+
 // Another router's query, checked and from a neighbour. A lower address wins the querier's role; a query
 // without the S flag shortens the life of what it asks for.
 void querier_heard(Interface &interface, const Message &query);

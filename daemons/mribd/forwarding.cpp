@@ -414,4 +414,16 @@ void Forwarding::visit(const std::function<void(const Entry &)> &visitor) const
     walk_entries(table_, [&](Entry *entry) { visitor(*entry); });
 }
 
+void Forwarding::visit_from(const MCAST_ADDR_S *group, const MCAST_ADDR_S *source,
+                            const std::function<bool(const Entry &)> &visitor) const
+{
+    const MRT_SOURCE_S *node = MRT_LocateSource(table_, group, source);
+    if (node == nullptr) {
+        node = MRT_GetNextSourceGroup(table_, group, 0, source, 0);
+    }
+    while (node != nullptr && visitor(*static_cast<const Entry *>(node->user_data))) {
+        node = MRT_GetNextSourceGroup(table_, node->group->address, 0, node->address, 0);
+    }
+}
+
 } // namespace mribd

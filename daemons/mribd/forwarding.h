@@ -148,6 +148,11 @@ public:
     // Visits all entries in order of group, then source.
     void visit(const std::function<void(const Entry &)> &visitor) const;
 
+    // Visits entries in the same order, beginning with the one of (group, source) or the first after it,
+    // until visitor returns false. NULL source: from the group's first; NULL group: from the first of all.
+    void visit_from(const MCAST_ADDR_S *group, const MCAST_ADDR_S *source,
+                    const std::function<bool(const Entry &)> &visitor) const;
+
 private:
     Entry *find(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const;
     Entry *find_or_create(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);

@@ -10,8 +10,11 @@
  * A Plane holds this chain for one family. All of it runs on one thread in the daemon frame's event loop;
  * what an event changes is worked off by settle after each round, a bounded amount at a time.
  */
+#include "daemons/common/control.h"
 #include "daemons/common/frame.h"
+#include "daemons/common/services.h"
 #include "daemons/mribd/address.h"
+#include "daemons/mribd/control.h"
 #include "daemons/mribd/host_environment.h"
 #include "daemons/mribd/plane.h"
 #include "mcasthost/loop.h"
@@ -19,6 +22,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace
@@ -129,6 +133,16 @@ void attach(mcastd::Frame &frame, const std::string &config_path, const Planes &
     });
 }
 
+bool open_control(mcastd::ControlServer &control, const Planes &planes)
+{
+    std::vector<mribd::ControlFamily> families;
+    for (const auto &plane : planes) {
+        families.push_back({plane->server(), [&plane] { return plane->lost_upcalls(); }});
+    }
+    mribd::offer_control(control, std::move(families));
+    return control.open(mcastd::CONTROL_PORT_MRIBD);
+}
+
 int serve(const mcastd::Options &options, mcastd::Frame &frame, const mribd::PlaneSettings &settings,
           const std::string &config_path)
 {
@@ -137,6 +151,10 @@ int serve(const mcastd::Options &options, mcastd::Frame &frame, const mribd::Pla
     if (!environment.open(frame.reactor().descriptor(), events_for(planes)) ||
         !open_planes(frame, settings, environment, &planes) ||
         (!config_path.empty() && !configure(config_path, planes)) || !options.start_trace()) {
+        return EXIT_FAILURE;
+    }
+    mcastd::ControlServer control(frame.reactor());
+    if (!open_control(control, planes)) {
         return EXIT_FAILURE;
     }
     attach(frame, config_path, planes);

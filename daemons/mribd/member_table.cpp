@@ -253,4 +253,19 @@ void MemberTable::visit(const std::function<void(const MCAST_ADDR_S &, const MCA
     }
 }
 
+void MemberTable::visit_from(const MCAST_ADDR_S *group, const MCAST_ADDR_S *source,
+                             const std::function<bool(const MCAST_ADDR_S &, const MCAST_ADDR_S &,
+                                                      const std::vector<Wish> &)> &visitor) const
+{
+    // Any source is stored with length 0 and is the first of its group.
+    const MCAST_ADDR_S *after = source != nullptr && is_any(*source) ? nullptr : source;
+    const MRT_SOURCE_S *entry = MRT_LocateSource(table_, group, after);
+    if (entry == nullptr) {
+        entry = MRT_GetNextSourceGroup(table_, group, 0, after, 0);
+    }
+    while (entry != nullptr && visitor(*entry->group->address, *entry->address, wishes_of(entry))) {
+        entry = MRT_GetNextSourceGroup(table_, entry->group->address, 0, entry->address, entry->mask_length);
+    }
+}
+
 } // namespace mribd

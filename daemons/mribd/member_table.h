@@ -77,6 +77,12 @@ public:
     void visit(const std::function<void(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
                                         const std::vector<Wish> &wishes)> &visitor) const;
 
+    // Visits in the same order, beginning with (group, source) or the first after it, until visitor returns
+    // false. NULL source: from the group's first; NULL group: from the first of all.
+    void visit_from(const MCAST_ADDR_S *group, const MCAST_ADDR_S *source,
+                    const std::function<bool(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
+                                             const std::vector<Wish> &wishes)> &visitor) const;
+
 private:
     void drop(const std::function<bool(const Wish &)> &matches, const Changed &changed);
     void count(uint32_t if_index, int change);

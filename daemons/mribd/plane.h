@@ -62,6 +62,17 @@ public:
 
     std::string status() const;
 
+    const ChannelServer &server() const
+    {
+        return server_;
+    }
+
+    // Reports of new sources that the kernel dropped.
+    uint64_t lost_upcalls() const
+    {
+        return kernel_.lost_upcalls();
+    }
+
 private:
     void receive();
     void report_losses();

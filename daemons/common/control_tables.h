@@ -1,0 +1,111 @@
+/*
+ * The tables that the daemons show through their control endpoints: numbers, columns, and which of the
+ * columns are the key. Daemon and mcastctl read the same description, so that neither names a column twice.
+ */
+#ifndef DAEMONS_COMMON_CONTROL_TABLES_H
+#define DAEMONS_COMMON_CONTROL_TABLES_H
+
+#include "daemons/common/control_field.h"
+
+#include <cstdint>
+#include <span>
+
+namespace mcastd
+{
+
+struct ControlColumn {
+    const char *name; // the member of JSON rows; the heading of text tables, "_" as a blank
+    FieldType type;   // of a row's field, which may also be None
+};
+
+// Rows are ordered by their key, which is the first key_size columns and never None.
+struct ControlSchema {
+    uint16_t number;
+    const char *name;
+    size_t key_size;
+    std::span<const ControlColumn> columns;
+};
+
+// Tables that every daemon has.
+
+inline constexpr ControlColumn COUNTER_COLUMNS[] = {
+    {"family", FieldType::Family},
+    {"interface", FieldType::Interface}, // 0: of the daemon as a whole
+    {"counter", FieldType::Text},
+    {"value", FieldType::Counter},
+};
+inline constexpr ControlSchema COUNTER_TABLE{1, "counters", 3, COUNTER_COLUMNS};
+
+// Tables of gmpd, one process for each family.
+
+inline constexpr ControlColumn GROUP_COLUMNS[] = {
+    {"interface", FieldType::Interface},    {"group", FieldType::Address},   {"mode", FieldType::Text},
+    {"sources", FieldType::Number},         {"expires", FieldType::Seconds}, // in exclude mode
+    {"version_1_host", FieldType::Seconds}, // while one is taken to be present
+    {"version_2_host", FieldType::Seconds},
+};
+inline constexpr ControlSchema GROUP_TABLE{16, "groups", 2, GROUP_COLUMNS};
+
+inline constexpr ControlColumn SOURCE_COLUMNS[] = {
+    {"interface", FieldType::Interface}, {"group", FieldType::Address},   {"source", FieldType::Address},
+    {"wanted", FieldType::Truth},        {"expires", FieldType::Seconds}, // while wanted
+};
+inline constexpr ControlSchema SOURCE_TABLE{17, "sources", 3, SOURCE_COLUMNS};
+
+inline constexpr ControlColumn INTERFACE_COLUMNS[] = {
+    {"interface", FieldType::Interface},     {"family", FieldType::Family},  {"running", FieldType::Truth},
+    {"address", FieldType::Address},         {"version", FieldType::Number}, {"groups", FieldType::Number},
+    {"reported", FieldType::Truth}, // whether the MRIB is told of the memberships
+    {"query_interval_s", FieldType::Number},
+};
+inline constexpr ControlSchema INTERFACE_TABLE{18, "interfaces", 1, INTERFACE_COLUMNS};
+
+inline constexpr ControlColumn QUERIER_COLUMNS[] = {
+    {"interface", FieldType::Interface},     {"family", FieldType::Family},
+    {"querier", FieldType::Address},         {"this_router", FieldType::Truth},
+    {"next_query", FieldType::Seconds}, // when this router is the querier
+    {"expires", FieldType::Seconds},    // when it is another one
+    {"query_interval_s", FieldType::Number}, {"robustness", FieldType::Number},
+    {"response_ms", FieldType::Number},
+};
+inline constexpr ControlSchema QUERIER_TABLE{19, "queriers", 1, QUERIER_COLUMNS};
+
+// Tables of mribd, which serves both families.
+
+inline constexpr ControlColumn ROUTE_COLUMNS[] = {
+    {"group", FieldType::Address},
+    {"source", FieldType::Address},
+    {"upstream", FieldType::Interface}, // None: no usable route to the source
+    {"outgoing", FieldType::Interfaces},
+    {"packets", FieldType::Counter}, // the counters are None when the kernel does not have the entry
+    {"bytes", FieldType::Counter},
+    {"wrong_interface", FieldType::Counter},
+};
+inline constexpr ControlSchema ROUTE_TABLE{32, "routes", 2, ROUTE_COLUMNS};
+
+inline constexpr ControlColumn MEMBER_COLUMNS[] = {
+    {"group", FieldType::Address},       {"source", FieldType::Address}, // all zero: any source
+    {"interface", FieldType::Interface}, {"client", FieldType::Number},
+    {"joined", FieldType::Truth},        {"blocked", FieldType::Truth},
+};
+inline constexpr ControlSchema MEMBER_TABLE{33, "members", 4, MEMBER_COLUMNS};
+
+inline constexpr ControlColumn VIF_COLUMNS[] = {
+    {"family", FieldType::Family},       {"vif", FieldType::Number},
+    {"interface", FieldType::Interface}, {"protocol", FieldType::Truth}, // a GMP daemon serves it
+    {"forwarder", FieldType::Truth},
+};
+inline constexpr ControlSchema VIF_TABLE{34, "vifs", 2, VIF_COLUMNS};
+
+inline constexpr ControlColumn CLIENT_COLUMNS[] = {
+    {"family", FieldType::Family},    {"client", FieldType::Number}, {"component", FieldType::Number},
+    {"registered", FieldType::Truth}, {"sent", FieldType::Counter},  {"waiting", FieldType::Number},
+};
+inline constexpr ControlSchema CLIENT_TABLE{35, "clients", 2, CLIENT_COLUMNS};
+
+// Settings of gmpd, of the interface table: for the interface of the key, without a key for all.
+inline constexpr const char *SETTING_QUERY_INTERVAL = "query_interval";
+
+} // namespace mcastd
+
+#endif

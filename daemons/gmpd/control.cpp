@@ -1,0 +1,271 @@
+/*
+ * Each table begins where the request says and goes on until the reply is full. What the position names may
+ * have gone since the last request; the walk then begins with what follows it.
+ */
+#include "daemons/gmpd/control.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "daemons/gmpd/group_state.h"
+#include "daemons/gmpd/querier.h"
+
+namespace gmpd
+{
+
+namespace
+{
+
+using mcastd::ControlField;
+using mcastd::ControlFields;
+using mcastd::ControlRows;
+
+uint32_t first_interface(const ControlRows &rows)
+{
+    return rows.key().empty() ? 0 : rows.key()[0].as_interface();
+}
+
+// Calls visit(Interface &) from the position's interface on until the reply is full.
+template <typename Visit> void from_position(const Router &router, const ControlRows &rows, Visit visit)
+{
+    const auto end = router.interfaces.end();
+
+    for (auto at = router.interfaces.lower_bound(first_interface(rows)); at != end && !rows.full(); ++at) {
+        visit(*at->second);
+    }
+}
+
+// The address at the place of the position, when the position is on this interface and names one of its
+// family; otherwise NULL, and the interface's rows are wanted from the first.
+const Address *address_in(const ControlRows &rows, const Interface &interface, size_t place)
+{
+    const ControlFields &key = rows.key();
+
+    if (key.size() <= place || key[0].as_interface() != interface.index ||
+        key[place].as_address().family != interface.router->config.family) {
+        return nullptr;
+    }
+    return &key[place].as_address();
+}
+
+// Seconds that are left of a running timer.
+ControlField remaining(const mcastd::Timer &timer)
+{
+    return timer.running() ? ControlField::seconds(mcastd::timer_remaining_s(timer)) : ControlField();
+}
+
+ControlFields group_row(const Interface &interface, const GroupState &group)
+{
+    return {
+        ControlField::interface(interface.index),
+        ControlField::address(*group.entry->address),
+        ControlField::text(group.exclude ? "exclude" : "include"),
+        ControlField::number(MRT_CountTable(group.entry->sources)),
+        group.exclude ? remaining(group.timer) : ControlField(),
+        remaining(group.v1_host),
+        remaining(group.v2_host),
+    };
+}
+
+void list_groups(const Router &router, ControlRows &rows)
+{
+    from_position(router, rows, [&rows](const Interface &interface) {
+        const Address *address = address_in(rows, interface, 1);
+        void *entry = MRT_Locate(interface.groups, address);
+
+        if (entry == nullptr) {
+            entry = MRT_GetNext(interface.groups, address, 0);
+        }
+        while (entry != nullptr) {
+            const GroupState &group = *state_of(static_cast<MRT_GROUP_S *>(entry));
+
+            if (!rows.add(group_row(interface, group))) {
+                return;
+            }
+            entry = MRT_GetNext(interface.groups, group.entry->address, 0);
+        }
+    });
+}
+
+ControlFields source_row(const Interface &interface, const SourceState &source)
+{
+    return {
+        ControlField::interface(interface.index),
+        ControlField::address(*source.group->entry->address),
+        ControlField::address(*source.entry->address),
+        ControlField::truth(source.timer.running()),
+        remaining(source.timer),
+    };
+}
+
+void list_sources(const Router &router, ControlRows &rows)
+{
+    from_position(router, rows, [&rows](const Interface &interface) {
+        const Address *group = address_in(rows, interface, 1);
+        const Address *address = group != nullptr ? address_in(rows, interface, 2) : nullptr;
+        MRT_SOURCE_S *entry = MRT_LocateSource(interface.groups, group, address);
+
+        if (entry == nullptr) {
+            entry = MRT_GetNextSourceGroup(interface.groups, group, 0, address, 0);
+        }
+        while (entry != nullptr && rows.add(source_row(interface, *state_of(entry)))) {
+            entry = MRT_GetNextSourceGroup(interface.groups, entry->group->address, 0, entry->address, 0);
+        }
+    });
+}
+
+void list_interfaces(const Router &router, ControlRows &rows)
+{
+    const bool ipv4 = router.config.family == MCAST_FAMILY_IPV4;
+
+    from_position(router, rows, [&](const Interface &interface) {
+        rows.add({
+            ControlField::interface(interface.index),
+            ControlField::family(router.config.family),
+            ControlField::truth(interface.running),
+            interface.running ? ControlField::address(interface.address) : ControlField(),
+            ControlField::number(ipv4 ? router.config.version : router.config.version - 1u),
+            ControlField::number(MRT_CountTable(interface.groups)),
+            ControlField::truth(interface.running && router.policy->reports(interface)),
+            ControlField::number(configured_query_interval_s(interface)),
+        });
+    });
+}
+
+void list_queriers(const Router &router, ControlRows &rows)
+{
+    from_position(router, rows, [&](const Interface &interface) {
+        const Querier &querier = interface.querier;
+
+        if (!interface.running) {
+            return;
+        }
+        rows.add({
+            ControlField::interface(interface.index),
+            ControlField::family(router.config.family),
+            ControlField::address(querier.elected ? interface.address : querier.other),
+            ControlField::truth(querier.elected),
+            remaining(querier.general),
+            remaining(querier.other_present),
+            ControlField::number(querier.query_interval_s),
+            ControlField::number(querier.robustness),
+            ControlField::number(querier.response_ms),
+        });
+    });
+}
+
+using NamedValues = std::vector<std::pair<std::string, uint64_t>>;
+
+void add_counters(ControlRows &rows, const Router &router, uint32_t if_index, NamedValues counters)
+{
+    std::sort(counters.begin(), counters.end());
+    for (const auto &[name, value] : counters) {
+        if (!rows.add({ControlField::family(router.config.family), ControlField::interface(if_index),
+                       ControlField::text(name), ControlField::counter(value)})) {
+            return;
+        }
+    }
+}
+
+NamedValues process_counters(const mcastd::ControlServer &server, const ProcessStatus &process)
+{
+    NamedValues counters = {
+        {"mrib_connects", process.mrib_connects},
+        {"packets_lost_in_kernel", process.kernel_drops},
+    };
+
+    server.visit_counters(
+        [&counters](const char *name, uint64_t value) { counters.emplace_back(name, value); });
+    return counters;
+}
+
+NamedValues interface_counters(const Interface &interface)
+{
+    NamedValues counters;
+
+    for (size_t i = 0; i < static_cast<size_t>(Count::Total); ++i) {
+        counters.emplace_back(count_name(static_cast<Count>(i)), interface.counters[static_cast<Count>(i)]);
+    }
+    return counters;
+}
+
+void list_counters(const mcastd::ControlServer &server, const Router &router, const ProcessStatus &process,
+                   ControlRows &rows)
+{
+    const ControlFields family = {ControlField::family(router.config.family)};
+    const uint32_t first = rows.key().size() > 1 ? rows.key()[1].as_interface() : 0;
+
+    if (!rows.wants(family)) {
+        return;
+    }
+    if (first == 0) {
+        add_counters(rows, router, 0, process_counters(server, process));
+    }
+    for (auto at = router.interfaces.lower_bound(first); at != router.interfaces.end() && !rows.full();
+         ++at) {
+        add_counters(rows, router, at->first, interface_counters(*at->second));
+    }
+}
+
+std::string check_query_interval(const Router &router, const ControlFields &key, const ControlField &value)
+{
+    if (!key.empty() && !router.interfaces.contains(key[0].as_interface())) {
+        return "the protocol is not configured on the interface";
+    }
+    if (value.as_number() == 0 && !key.empty()) {
+        return ""; // back to the value for all interfaces
+    }
+    if (value.as_number() <= router.config.response_s) {
+        return "the query interval must be more than the query response interval of " +
+               std::to_string(router.config.response_s) + " seconds";
+    }
+    if (value.as_number() > MOST_QUERY_INTERVAL_S) {
+        return "the query interval is at most " + std::to_string(MOST_QUERY_INTERVAL_S) + " seconds";
+    }
+    return "";
+}
+
+void apply_query_interval(Router &router, const ControlFields &key, const ControlField &value)
+{
+    const auto seconds = static_cast<uint32_t>(value.as_number());
+
+    if (!key.empty()) {
+        querier_set_interval(*router.interfaces.at(key[0].as_interface()), seconds);
+        return;
+    }
+    router.config.query_interval_s = seconds;
+    for (const auto &[index, interface] : router.interfaces) {
+        if (interface->query_interval_s == 0) {
+            querier_set_interval(*interface, 0);
+        }
+    }
+}
+
+} // namespace
+
+void offer_control(mcastd::ControlServer &server, Router &router, std::function<ProcessStatus()> process)
+{
+    mcastd::ControlRegistry &registry = server.registry();
+
+    registry.add_table(mcastd::GROUP_TABLE, [&router](ControlRows &rows) { list_groups(router, rows); });
+    registry.add_table(mcastd::SOURCE_TABLE, [&router](ControlRows &rows) { list_sources(router, rows); });
+    registry.add_table(mcastd::INTERFACE_TABLE,
+                       [&router](ControlRows &rows) { list_interfaces(router, rows); });
+    registry.add_table(mcastd::QUERIER_TABLE, [&router](ControlRows &rows) { list_queriers(router, rows); });
+    registry.add_table(mcastd::COUNTER_TABLE,
+                       [&server, &router, process = std::move(process)](ControlRows &rows) {
+                           list_counters(server, router, process(), rows);
+                       });
+    registry.add_setting(mcastd::INTERFACE_TABLE,
+                         {mcastd::SETTING_QUERY_INTERVAL, mcastd::FieldType::Number,
+                          [&router](const ControlFields &key, const ControlField &value) {
+                              return check_query_interval(router, key, value);
+                          },
+                          [&router](const ControlFields &key, const ControlField &value) {
+                              apply_query_interval(router, key, value);
+                          }});
+}
+
+} // namespace gmpd

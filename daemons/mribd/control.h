@@ -1,0 +1,28 @@
+/*
+ * What mribd offers at its control endpoint: the tables of both families.
+ */
+#ifndef DAEMONS_MRIBD_CONTROL_H
+#define DAEMONS_MRIBD_CONTROL_H
+
+#include "daemons/common/control.h"
+#include "daemons/mribd/channel_server.h"
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace mribd
+{
+
+// What the tables show of one family.
+struct ControlFamily {
+    const ChannelServer &server;
+    std::function<uint64_t()> lost_upcalls;
+};
+
+// Offers the tables of the families, ascending; what they refer to must outlive the registration.
+void offer_control(mcastd::ControlServer &control, std::vector<ControlFamily> families);
+
+} // namespace mribd
+
+#endif
