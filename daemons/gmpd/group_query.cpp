@@ -11,6 +11,7 @@
 #include <algorithm>
 
 #include "daemons/gmpd/querier.h"
+#include "daemons/gmpd/trace.h"
 
 namespace gmpd
 {
@@ -136,6 +137,8 @@ void ask(GroupState &group, const std::vector<SourceState *> &sources, bool abou
     Round round;
 
     if (interface.router->config.immediate_leave) {
+        trace(TraceCategory::Group, interface, "%N on %P: the leave is believed at once",
+              group.entry->address, interface.index);
         end_at_once(group, sources, about_group);
         return;
     }
@@ -158,6 +161,9 @@ void ask(GroupState &group, const std::vector<SourceState *> &sources, bool abou
     if (!round.about_group && round.doubtful.empty()) {
         return;
     }
+    trace(TraceCategory::Group, interface, "%N on %P: %s and %u sources end in %u s unless somebody answers",
+          group.entry->address, interface.index, round.about_group ? "the group" : "no group",
+          static_cast<uint32_t>(round.doubtful.size()), time_ms / 1000);
     send_round(group, round);
     if (repetitions > 0 && !group.retransmit.running()) {
         repeat_later(group);
@@ -173,6 +179,8 @@ void lower_queried(Interface &interface, const Message &query)
     }
     const uint32_t timeout_ms = query.max_response_ms * interface.querier.robustness;
 
+    trace(TraceCategory::Group, interface, "%N on %P: %A asks, what it asks about ends in %u s at most",
+          &query.group, interface.index, &query.sender, timeout_ms / 1000);
     if (query.sources.count() == 0) {
         timer_lower(interface.router->timers, group->timer, timeout_ms);
         return;

@@ -20,6 +20,7 @@
 
 #include "daemons/common/log.h"
 #include "daemons/gmpd/group_query.h"
+#include "daemons/gmpd/trace.h"
 
 namespace gmpd
 {
@@ -102,6 +103,8 @@ void group_expired(void *owner)
 {
     GroupState &group = *static_cast<GroupState *>(owner);
 
+    trace(TraceCategory::Group, *group.interface, "%N on %P: nobody wants any source any more",
+          group.entry->address, group.interface->index);
     // Sources that end in this very second do not outlive the group for an instant.
     for_each_source(group, [](SourceState &source) {
         if (timer_is_due(source.timer)) {
@@ -116,6 +119,8 @@ void source_expired(void *owner)
 {
     SourceState &source = *static_cast<SourceState *>(owner);
 
+    trace(TraceCategory::Group, *source.group->interface, "(%M, %N) on %P: nobody wants it any more",
+          source.entry->address, source.group->entry->address, source.group->interface->index);
     source.group->dirty = true;
     // When the group ends in this very second, its own handler settles both.
     if (!timer_is_due(source.group->timer)) {
@@ -192,6 +197,8 @@ GroupState *ensure_group(Interface &interface, const Address &group)
     }
     if (MRT_CountTable(interface.groups) >= interface.router->config.max_groups) {
         ++interface.counters[Count::GroupLimit];
+        trace(TraceCategory::Group, interface, "%N on %P refused: %u groups are the limit", &group,
+              interface.index, interface.router->config.max_groups);
         return nullptr;
     }
     auto state = std::make_unique<GroupState>();
@@ -201,6 +208,7 @@ GroupState *ensure_group(Interface &interface, const Address &group)
         mcastd::must_have(MRT_CreateGroupMask(interface.groups, &group, address_bits(group.family)));
     state->entry->user_data = state.get();
     warn_group_limit(interface);
+    trace(TraceCategory::Group, interface, "%N on %P begins", &group, interface.index);
     return state.release();
 }
 
@@ -215,6 +223,9 @@ SourceState *ensure_source(GroupState &group, const Address &source)
     }
     if (MRT_CountTable(group.entry->sources) >= group.interface->router->config.max_sources) {
         ++group.interface->counters[Count::SourceLimit];
+        trace(TraceCategory::Group, *group.interface, "(%M, %N) on %P refused: %u sources are the limit",
+              &source, group.entry->address, group.interface->index,
+              group.interface->router->config.max_sources);
         return nullptr;
     }
     auto state = std::make_unique<SourceState>();
@@ -231,6 +242,9 @@ void source_wanted(SourceState &source, uint32_t timeout_ms)
 {
     source.group->dirty = source.group->dirty || !source.timer.running();
     timer_start(timers_of(*source.group), source.timer, timeout_ms, source_expired, &source);
+    trace(TraceCategory::Group, *source.group->interface, "(%M, %N) on %P wanted for %u s",
+          source.entry->address, source.group->entry->address, source.group->interface->index,
+          timeout_ms / 1000);
 }
 
 void source_wanted_with_group(SourceState &source)
@@ -250,6 +264,8 @@ void group_exclude(GroupState &group, uint32_t timeout_ms)
 {
     group.dirty = group.dirty || !group.exclude;
     timer_start(timers_of(group), group.timer, timeout_ms, group_expired, &group);
+    trace(TraceCategory::Group, *group.interface, "(*, %N) on %P wanted for %u s", group.entry->address,
+          group.interface->index, timeout_ms / 1000);
     group.exclude = true;
 }
 
@@ -292,6 +308,7 @@ void remove_group(GroupState &group)
     group.exclude = false;
     tell_any(group, false);
     for_each_source(group, [](SourceState &source) { tell_removals(source, true); });
+    trace(TraceCategory::Group, interface, "%N on %P ends", group.entry->address, interface.index);
     MRT_DeleteGroup(group.entry);
     warn_group_limit(interface);
 }

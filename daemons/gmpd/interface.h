@@ -111,6 +111,12 @@ inline MRIB_GMP_VRF_KEY_S key_of(const Interface &interface)
     return MRIB_GMP_VRF_KEY_S{interface.router->config.family, 0};
 }
 
+// A version as the protocols of the family number it.
+inline uint32_t version_shown(const Interface &interface, uint32_t version)
+{
+    return interface.router->config.family == MCAST_FAMILY_IPV4 ? version : version - 1;
+}
+
 // Starts the protocol on the interface with the given source address, or moves a running one to it: a changed
 // address does not disturb the memberships.
 void interface_start(Interface &interface, const Address &address);

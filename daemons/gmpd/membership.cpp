@@ -20,10 +20,12 @@
 #include "daemons/gmpd/membership.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "daemons/gmpd/group_query.h"
 #include "daemons/gmpd/group_state.h"
 #include "daemons/gmpd/querier.h"
+#include "daemons/gmpd/trace.h"
 #include "mcast/addr.h"
 
 namespace gmpd
@@ -155,10 +157,14 @@ bool is_stopped(Interface &interface, RecordType type, const Address &group,
 
     if (joins == Joins::None && creates_group(type, sources)) {
         ++interface.counters[Count::Boundary];
+        trace(TraceCategory::Group, interface, "%N on %P refused: behind a boundary", &group,
+              interface.index);
         return true;
     }
     if (joins == Joins::SourcesOnly && joins_any_source(type)) {
         ++interface.counters[Count::SsmRange];
+        trace(TraceCategory::Group, interface, "%N on %P: any source of the source-specific range ignored",
+              &group, interface.index);
         return true;
     }
     return false;
@@ -206,6 +212,8 @@ bool is_routable(Interface &interface, const Address &group)
         return true;
     }
     ++interface.counters[Count::LinkScopeGroup];
+    trace(TraceCategory::Group, interface, "%N on %P ignored: it never leaves the link", &group,
+          interface.index);
     return false;
 }
 
@@ -229,6 +237,17 @@ std::vector<Address> sorted_sources(Interface &interface, const SourceList &list
     return sources;
 }
 
+void trace_record(const Interface &interface, const Record &record)
+{
+    static constexpr const char *NAMES[] = {"?",          "IS_INCLUDE", "IS_EXCLUDE", "TO_INCLUDE",
+                                            "TO_EXCLUDE", "ALLOW",      "BLOCK"};
+    const auto type = static_cast<size_t>(record.type);
+
+    trace(TraceCategory::Group, interface, "record %s of %N on %P, %u sources",
+          NAMES[type < std::size(NAMES) ? type : 0], &record.group, interface.index,
+          static_cast<uint32_t>(record.sources.count()));
+}
+
 void handle_records(Interface &interface, const Message &report)
 {
     const uint16_t family = interface.router->config.family;
@@ -239,6 +258,9 @@ void handle_records(Interface &interface, const Message &report)
     for (unsigned left = report.record_count; left > 0; --left) {
         if (!next_record(records, family, record, source_count_lies)) {
             return;
+        }
+        if (mcastd::tracing(TraceCategory::Group)) {
+            trace_record(interface, record);
         }
         if (record.type < RecordType::IsInclude || record.type > RecordType::Block) {
             ++interface.counters[Count::RecordType];
@@ -263,6 +285,9 @@ void handle_old_report(Interface &interface, const Message &report)
 
         timer_start(
             interface.router->timers, host, older_host_interval_ms(interface), [](void *) {}, nullptr);
+        trace(TraceCategory::Group, interface, "%N on %P: hosts of version %u for %u s", &report.group,
+              interface.index, version_shown(interface, report.version),
+              older_host_interval_ms(interface) / 1000);
     }
 }
 
@@ -277,6 +302,8 @@ void handle_leave(Interface &interface, const Message &leave)
     }
     if (interface.router->policy->joins_of(interface, leave.group) == Joins::SourcesOnly) {
         ++interface.counters[Count::SsmRange];
+        trace(TraceCategory::Group, interface, "leave of %N on %P ignored: source-specific", &leave.group,
+              interface.index);
         return;
     }
     apply_record(interface, RecordType::ToInclude, leave.group, {});
@@ -297,6 +324,30 @@ void count_received(Interface &interface, const Message &message)
     case MessageKind::Leave:
         ++interface.counters[Count::Leaves];
         break;
+    }
+}
+
+// What a message is, and from whom.
+void trace_message(const Interface &interface, const Message &message)
+{
+    const uint32_t version = version_shown(interface, message.version);
+
+    if (message.kind == MessageKind::Query && is_unspecified(message.group)) {
+        trace(TraceCategory::Packet, interface, "general query of version %u from %A on %P", version,
+              &message.sender, interface.index);
+    } else if (message.kind == MessageKind::Query) {
+        trace(TraceCategory::Packet, interface, "query of version %u from %A about %N on %P, %u sources",
+              version, &message.sender, &message.group, interface.index,
+              static_cast<uint32_t>(message.sources.count()));
+    } else if (message.kind == MessageKind::Leave) {
+        trace(TraceCategory::Packet, interface, "leave from %A of %N on %P", &message.sender, &message.group,
+              interface.index);
+    } else if (message.version == 3) {
+        trace(TraceCategory::Packet, interface, "report of version %u from %A on %P, %u records", version,
+              &message.sender, interface.index, message.record_count);
+    } else {
+        trace(TraceCategory::Packet, interface, "report of version %u from %A of %N on %P", version,
+              &message.sender, &message.group, interface.index);
     }
 }
 
@@ -335,6 +386,8 @@ void apply_record(Interface &interface, RecordType type, const Address &address,
 
     if (ignored_for_older_hosts(*group, type, list_counts)) {
         ++interface.counters[Count::OldHostPresent];
+        trace(TraceCategory::Group, interface, "record of %N on %P ignored while older hosts are present",
+              &address, interface.index);
         return;
     }
     apply_row(*group, type, list_counts ? sources : std::vector<Address>());
@@ -347,8 +400,13 @@ void handle_message(Interface &interface, const Message &message)
 {
     const Count reason = refuse(interface, message);
 
+    if (mcastd::tracing(TraceCategory::Packet)) {
+        trace_message(interface, message);
+    }
     if (reason != NO_DROP) {
         ++interface.counters[reason];
+        trace(TraceCategory::Packet, interface, "message from %A on %P: %s", &message.sender, interface.index,
+              count_name(reason));
         return;
     }
     count_received(interface, message);

@@ -5,6 +5,7 @@
 
 #include "daemons/common/membership.h"
 #include "daemons/gmpd/group_state.h"
+#include "daemons/gmpd/trace.h"
 #include "mcast/addr.h"
 #include "mcast/mrib.h"
 
@@ -17,6 +18,20 @@ namespace
 // The component code of the IPv4 daemon; the IPv6 daemon's is its twin.
 constexpr uint32_t COMPONENT_IPV4 = 4;
 constexpr uint32_t SEND_LATER = 0;
+
+void trace_told(const Interface &interface, const Address &group, const Address *source, bool join,
+                bool blocked)
+{
+    if (source == nullptr) {
+        trace(TraceCategory::Channel, interface, "told: %s (*, %N) on %P", join ? "join" : "prune", &group,
+              interface.index);
+        return;
+    }
+    const char *what = blocked ? (join ? "block" : "unblock") : (join ? "join" : "prune");
+
+    trace(TraceCategory::Channel, interface, "told: %s (%M, %N) on %P", what, source, &group,
+          interface.index);
+}
 
 } // namespace
 
@@ -65,6 +80,8 @@ void MribLink::tell_running(const Interface &interface, bool running)
     if (!channel_.connected()) {
         return;
     }
+    trace(TraceCategory::Channel, interface, "told: %s on %P", running ? "running" : "no longer running",
+          interface.index);
     if (!running) {
         const MRIB_MEMBER_SELECTOR_S every_member{};
 
@@ -78,10 +95,13 @@ void MribLink::tell_querier(const Interface &interface, bool elected)
 {
     const MRIB_GMP_VRF_KEY_S key = key_of(interface);
 
-    if (channel_.connected()) {
-        MRIB_GMP_SendQuerierChangeAlert(
-            &key, interface.index, elected ? mcastd::QUERIER_THIS_ROUTER : mcastd::QUERIER_OTHER, SEND_LATER);
+    if (!channel_.connected()) {
+        return;
     }
+    trace(TraceCategory::Channel, interface, "told: %s is the querier on %P",
+          elected ? "this router" : "another router", interface.index);
+    MRIB_GMP_SendQuerierChangeAlert(
+        &key, interface.index, elected ? mcastd::QUERIER_THIS_ROUTER : mcastd::QUERIER_OTHER, SEND_LATER);
 }
 
 void MribLink::tell_member(const Interface &interface, const Address &group, const Address *source, bool join,
@@ -89,11 +109,15 @@ void MribLink::tell_member(const Interface &interface, const Address &group, con
 {
     const MRIB_GMP_VRF_KEY_S key = key_of(interface);
 
-    if (channel_.connected()) {
-        MRIB_GMP_SendGmpJoinPrune(&key, interface.index, &group, source,
-                                  join ? mcastd::MEMBERSHIP_JOIN : mcastd::MEMBERSHIP_PRUNE,
-                                  blocked ? mcastd::MEMBERSHIP_EXCLUDE : mcastd::MEMBERSHIP_PLAIN);
+    if (!channel_.connected()) {
+        return;
     }
+    if (mcastd::tracing(TraceCategory::Channel)) {
+        trace_told(interface, group, source, join, blocked);
+    }
+    MRIB_GMP_SendGmpJoinPrune(&key, interface.index, &group, source,
+                              join ? mcastd::MEMBERSHIP_JOIN : mcastd::MEMBERSHIP_PRUNE,
+                              blocked ? mcastd::MEMBERSHIP_EXCLUDE : mcastd::MEMBERSHIP_PLAIN);
 }
 
 } // namespace gmpd

@@ -18,6 +18,7 @@
 
 #include "daemons/gmpd/interface.h"
 #include "daemons/gmpd/querier.h"
+#include "daemons/gmpd/trace.h"
 #include "mcast/acl_filter.h"
 
 namespace gmpd
@@ -107,6 +108,7 @@ void MribPolicy::lists_changed()
 
 void MribPolicy::on_smooth_finished()
 {
+    mcastd::trace(TraceCategory::Channel, key_of(the_policy->router_), "heard: everything has been said");
     the_policy->replayed_ = true;
     the_policy->all_changed();
 }
@@ -115,6 +117,8 @@ void MribPolicy::on_instance(const MRIB_GMP_VRF_KEY_S *key)
 {
     if (is_public(key)) {
         the_policy->disabled_ = MRIB_GMP_IsL3McEnabled(key) != 1;
+        mcastd::trace(TraceCategory::Channel, *key, "heard: multicast is %s",
+                      the_policy->disabled_ ? "disabled" : "enabled");
         the_policy->all_changed();
     }
 }
@@ -124,6 +128,8 @@ void MribPolicy::on_designated_router(const MRIB_GMP_VRF_KEY_S *key, uint32_t if
     if (!is_public(key)) {
         return;
     }
+    mcastd::trace(TraceCategory::Channel, *key, "heard: %s is designated on %P",
+                  state == 1 ? "this router" : "another router", if_index);
     if (state == 1) {
         the_policy->others_.erase(if_index);
     } else if (!the_policy->replayed_) {
@@ -137,6 +143,8 @@ void MribPolicy::on_boundary(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, u
     if (!is_public(key)) {
         return;
     }
+    mcastd::trace(TraceCategory::Channel, *key, "heard: a boundary %s on %P",
+                  operation == OPERATION_ADD ? "is" : "is no longer", if_index);
     the_policy->changed_.insert(if_index);
     if (operation != OPERATION_ADD) {
         the_policy->to_ask_.insert(if_index);
@@ -147,6 +155,8 @@ void MribPolicy::on_ssm_policy(const MRIB_GMP_VRF_KEY_S *key, uint32_t acl_numbe
 {
     // Every connection begins with the policy, changed or not.
     if (is_public(key) && acl_number != the_policy->ssm_acl_) {
+        mcastd::trace(TraceCategory::Channel, *key, "heard: list %d is the source-specific range",
+                      static_cast<int32_t>(acl_number));
         the_policy->ssm_acl_ = acl_number;
         the_policy->lists_changed();
     }

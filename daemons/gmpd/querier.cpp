@@ -17,6 +17,7 @@
 
 #include "daemons/common/log.h"
 #include "daemons/gmpd/group_query.h"
+#include "daemons/gmpd/trace.h"
 
 namespace gmpd
 {
@@ -26,12 +27,6 @@ namespace
 
 constexpr uint32_t OLDER_ROUTER_WARNING_MS = 600 * 1000;
 constexpr uint32_t STARTUP_DIVISOR = 4;
-
-// As the protocols of the family number it.
-unsigned version_shown(const Interface &interface, unsigned version)
-{
-    return interface.router->config.family == MCAST_FAMILY_IPV4 ? version : version - 1;
-}
 
 void adopt_own_values(Interface &interface)
 {
@@ -61,6 +56,8 @@ void send_general(Interface &interface)
         interval_ms = std::max(interval_ms / STARTUP_DIVISOR, 1000u);
     }
     timer_start_near(interface.router->timers, querier.general, interval_ms, general_due, &interface);
+    trace(TraceCategory::Querier, interface, "next general query on %P in %u s", interface.index,
+          interval_ms / 1000);
 }
 
 void general_due(void *owner)
@@ -73,6 +70,7 @@ void become_querier(Interface &interface)
     interface.querier.elected = true;
     interface.querier.other = any_address(interface.router->config.family);
     adopt_own_values(interface);
+    trace(TraceCategory::Querier, interface, "this router is the querier on %P", interface.index);
     interface.router->outputs->tell_querier(interface, true);
     send_general(interface);
 }
@@ -115,6 +113,8 @@ void follow(Interface &interface, const Message &query)
     uint32_t present_ms = querier.robustness * querier.query_interval_s * 1000 + querier.response_ms / 2;
 
     timer_start(interface.router->timers, querier.other_present, present_ms, other_gone, &interface);
+    trace(TraceCategory::Querier, interface, "%A is the querier on %P for %u s", &query.sender,
+          interface.index, present_ms / 1000);
 }
 
 void warn_of_older_router(Interface &interface, const Message &query)
@@ -176,6 +176,9 @@ void querier_heard(Interface &interface, const Message &query)
     }
     if (compare_address(query.sender, interface.address) < 0) {
         follow(interface, query);
+    } else {
+        trace(TraceCategory::Querier, interface, "query of %A on %P: this router's address is lower",
+              &query.sender, interface.index);
     }
     if (!query.suppress && !is_unspecified(query.group)) {
         lower_queried(interface, query);
@@ -191,6 +194,14 @@ void querier_send(Interface &interface, Query query)
         ++interface.counters[Count::SentGeneral];
     } else {
         ++interface.counters[query.sources.empty() ? Count::SentGroup : Count::SentSources];
+    }
+    if (is_unspecified(query.group)) {
+        trace(TraceCategory::Querier, interface, "general query of version %u on %P",
+              version_shown(interface, query.version), interface.index);
+    } else {
+        trace(TraceCategory::Querier, interface, "query of version %u about %N on %P, %u sources%s",
+              version_shown(interface, query.version), &query.group, interface.index,
+              static_cast<uint32_t>(query.sources.size()), query.suppress ? ", suppressed" : "");
     }
     interface.router->outputs->send_query(interface, query);
 }

@@ -18,9 +18,9 @@
 #include <linux/if_packet.h>
 
 #include "daemons/common/log.h"
-#include "daemons/common/trace.h"
 #include "daemons/gmpd/membership.h"
 #include "daemons/gmpd/packet_parse.h"
+#include "daemons/gmpd/trace.h"
 
 namespace gmpd
 {
@@ -142,8 +142,8 @@ bool Receiver::read_one()
 
     if (drop != NO_DROP) {
         ++interface.counters[drop];
-        mcastd::trace(mcastd::TraceCategory::Packet, key_of(interface), "packet of %u bytes on %P: %s",
-                      static_cast<uint32_t>(size), interface.index, count_name(drop));
+        trace(TraceCategory::Packet, interface, "packet of %u bytes on %P: %s", static_cast<uint32_t>(size),
+              interface.index, count_name(drop));
         return true;
     }
     handle_message(interface, message);

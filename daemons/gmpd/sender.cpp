@@ -9,6 +9,7 @@
 #include <netinet/ip.h>
 
 #include "daemons/common/log.h"
+#include "daemons/gmpd/trace.h"
 
 namespace gmpd
 {
@@ -78,6 +79,19 @@ socklen_t put_destination(sockaddr_storage &storage, const Address &destination,
     return sizeof(address);
 }
 
+void trace_query(const Interface &interface, const Query &query, const Address &destination, size_t size)
+{
+    const auto bytes = static_cast<uint32_t>(size);
+
+    if (is_unspecified(query.group)) {
+        trace(TraceCategory::Packet, interface, "%u bytes from %A to %A on %P", bytes, &interface.address,
+              &destination, interface.index);
+    } else {
+        trace(TraceCategory::Packet, interface, "%u bytes from %A to %N on %P", bytes, &interface.address,
+              &destination, interface.index);
+    }
+}
+
 } // namespace
 
 bool Sender::set_up_ipv4()
@@ -133,6 +147,7 @@ void Sender::send(Interface &interface, const Query &query)
     header.msg_iov = &bytes;
     header.msg_iovlen = 1;
     put_packet_info(header, control, interface);
+    trace_query(interface, query, destination, bytes.iov_len);
     if (bytes.iov_len == 0 || sendmsg(socket_.get(), &header, MSG_DONTWAIT) < 0) {
         ++interface.counters[Count::SendFailed];
         mcastd::log_info("%s: query to %s not sent: %s", interface.name.c_str(), to_text(destination).c_str(),

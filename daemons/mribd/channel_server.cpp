@@ -213,6 +213,8 @@ void ChannelServer::drop(int fd, const char *why)
         mcastd::log_info("%s: client %u %s", family_name(router_.family()), found->second.session->id(), why);
     }
     const std::unique_ptr<Session> session = std::move(found->second.session);
+    mcastd::trace(mcastd::TraceCategory::Channel, instance_key(router_.family()), "client %u disconnected",
+                  session->id());
     clients_.erase(found); // before the session goes: its end may be told to the other clients
     reactor_.remove(fd);
     close(fd);

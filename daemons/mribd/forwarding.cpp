@@ -22,8 +22,6 @@
 #include "daemons/mribd/forwarding.h"
 
 #include "daemons/common/log.h"
-#include "daemons/common/trace.h"
-#include "daemons/mribd/address.h"
 #include "daemons/mribd/rpf.h"
 
 #include <algorithm>
@@ -91,6 +89,7 @@ Entry *Forwarding::find_or_create(const MCAST_ADDR_S &group, const MCAST_ADDR_S 
     }
     if (entry_count_ >= parts_.entry_limit) {
         counters_.refused_by_limit++;
+        trace_route("(%M, %N) refused: %u entries are the limit", &source, &group, parts_.entry_limit);
         watch_limit();
         return nullptr;
     }
@@ -165,8 +164,12 @@ void Forwarding::take_upcall(const Upcall &upcall)
     const uint32_t arrival = parts_.vifs.if_index(upcall.vif);
     if (arrival == 0) {
         counters_.stray_upcalls++;
+        trace_route("upcall: packets of (%M, %N) arrive on virtual interface %u, which is gone",
+                    &upcall.source, &upcall.group, upcall.vif);
         return;
     }
+    trace_route("upcall: packets of (%M, %N) arrive on %P, %s", &upcall.source, &upcall.group, arrival,
+                upcall.kind == UpcallKind::WrongInterface ? "the wrong interface" : "no entry");
     if (upcall.kind == UpcallKind::WrongInterface) {
         counters_.wrong_interface++;
         if (Entry *entry = find(upcall.group, upcall.source)) {
@@ -203,6 +206,7 @@ void Forwarding::membership_changed(const MCAST_ADDR_S &group, const MCAST_ADDR_
 
 void Forwarding::routes_changed(const MCAST_ADDR_S &prefix, unsigned length)
 {
+    trace_route("unicast routes changed: %A/%u", &prefix, length);
     if (length == 0 || changed_prefixes_.size() == PREFIXES_REMEMBERED) {
         changed_prefixes_.assign(1, Prefix{any_address(parts_.family), 0});
     } else {
@@ -268,6 +272,11 @@ void Forwarding::determine_upstream(Entry *entry)
         counters_.no_route++;
     }
     entry->unreachable = upstream == 0;
+    if (upstream == 0) {
+        trace_route("(%M, %N): no usable route to the source", &entry->source(), &entry->group());
+    } else if (upstream != entry->upstream) {
+        trace_route("(%M, %N): packets are to come from %P", &entry->source(), &entry->group(), upstream);
+    }
     set_upstream(entry, upstream);
     set_sending(entry, entry->is_sending);
 }
@@ -280,6 +289,8 @@ void Forwarding::set_sending(Entry *entry, bool is_sending)
         is_sending && entry->upstream != 0 && parts_.environment.is_on_link(entry->upstream, entry->source());
     if (is_local != entry->is_local) {
         entry->is_local = is_local;
+        trace_route("(%M, %N): the source %s on the link of %P", &entry->source(), &entry->group(),
+                    is_local ? "sends" : "is silent or no longer", entry->upstream);
         if (local_source_told_) {
             local_source_told_(*entry);
         }
@@ -368,10 +379,9 @@ void Forwarding::trace_entry(const Entry *entry, const char *what) const
             outgoing += " " + parts_.environment.interface_name(parts_.vifs.if_index(vif));
         }
     }
-    mcastd::trace(mcastd::TraceCategory::Route, instance_key(parts_.family),
-                  "entry (%M, %N) %s: from %P to%s", &entry->source(), &entry->group(), what,
-                  entry->upstream != 0 ? entry->upstream : entry->arrival,
-                  outgoing.empty() ? " nowhere" : outgoing.c_str());
+    trace_route("entry (%M, %N) %s: from %P to%s", &entry->source(), &entry->group(), what,
+                entry->upstream != 0 ? entry->upstream : entry->arrival,
+                outgoing.empty() ? " nowhere" : outgoing.c_str());
 }
 
 void Forwarding::withdraw(Entry *entry)
@@ -392,6 +402,7 @@ void Forwarding::check_idle(Entry *entry)
         entry->installed ? parts_.kernel.counters(entry->source(), entry->group()) : std::nullopt;
     const bool active = now && now->packets != entry->last_packets;
     if (!active && !parts_.members.has_source_join(entry->group(), entry->source())) {
+        trace_route("(%M, %N) expires: no packet in a period", &entry->source(), &entry->group());
         counters_.expired++;
         remove(entry);
         return;

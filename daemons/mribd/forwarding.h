@@ -4,6 +4,8 @@
 #ifndef DAEMONS_MRIBD_FORWARDING_H
 #define DAEMONS_MRIBD_FORWARDING_H
 
+#include "daemons/common/trace.h"
+#include "daemons/mribd/address.h"
 #include "daemons/mribd/environment.h"
 #include "daemons/mribd/gmp_state.h"
 #include "daemons/mribd/kernel_table.h"
@@ -168,6 +170,12 @@ private:
     void install(Entry *entry, int parent, uint32_t outgoing);
     void withdraw(Entry *entry);
     void trace_entry(const Entry *entry, const char *what) const;
+    template <typename... Arguments>
+    void trace_route(std::type_identity_t<mcastd::LineFormat<Arguments...>> format,
+                     Arguments... arguments) const
+    {
+        mcastd::trace(mcastd::TraceCategory::Route, instance_key(parts_.family), format, arguments...);
+    }
 
     Parts parts_;
     MRT_TABLE_S *table_;

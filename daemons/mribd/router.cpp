@@ -1,5 +1,6 @@
 #include "daemons/mribd/router.h"
 
+#include "daemons/common/trace.h"
 #include "daemons/mribd/address.h"
 
 #include <algorithm>
@@ -9,6 +10,8 @@ namespace mribd
 {
 namespace
 {
+
+using mcastd::TraceCategory;
 
 // Entries evaluated in one round of the event loop: a few milliseconds, most of them the route look-ups.
 constexpr unsigned ENTRIES_PER_ROUND = 512;
@@ -81,6 +84,8 @@ void Router::set_enabled(ClientId client, uint32_t if_index, bool enabled)
         drop_members(client, if_index);
     }
     if (gmp_.set_enabled(client, if_index, enabled)) {
+        mcastd::trace(TraceCategory::Group, instance_key(family_), "the protocol %s on %P",
+                      enabled ? "runs" : "no longer runs", if_index);
         gmp_changed();
     }
 }
@@ -88,7 +93,24 @@ void Router::set_enabled(ClientId client, uint32_t if_index, bool enabled)
 void Router::set_querier(ClientId client, uint32_t if_index, bool this_router)
 {
     if (gmp_.set_querier(client, if_index, this_router)) {
+        mcastd::trace(TraceCategory::Group, instance_key(family_), "%s forwards to %P",
+                      this_router ? "this router" : "another router", if_index);
         gmp_changed();
+    }
+}
+
+void Router::trace_member(uint32_t if_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
+                          MemberTable::Kind kind, bool present) const
+{
+    const char *what = kind == MemberTable::Kind::Join ? (present ? "wanted" : "no longer wanted")
+                                                       : (present ? "blocked" : "no longer blocked");
+
+    if (is_any(source)) {
+        mcastd::trace(TraceCategory::Group, instance_key(family_), "(*, %N) %s on %P", &group, what,
+                      if_index);
+    } else {
+        mcastd::trace(TraceCategory::Group, instance_key(family_), "(%M, %N) %s on %P", &source, &group, what,
+                      if_index);
     }
 }
 
@@ -98,6 +120,7 @@ MemberTable::Result Router::set_member(ClientId client, uint32_t if_index, const
     const bool used = members_.uses_interface(if_index);
     const MemberTable::Result result = members_.set(client, if_index, group, source, kind, present);
     if (result == MemberTable::Result::Changed) {
+        trace_member(if_index, group, source, kind, present);
         vifs_stale_ |= used != members_.uses_interface(if_index);
         forwarding_.membership_changed(group, source);
     }
@@ -109,6 +132,8 @@ void Router::drop_members(ClientId client, uint32_t if_index)
     if (!members_.uses_interface(if_index)) {
         return;
     }
+    mcastd::trace(TraceCategory::Group, instance_key(family_), "client %u wants nothing more on %P", client,
+                  if_index);
     members_.drop_interface(client, if_index, [this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
         forwarding_.membership_changed(group, source);
     });
@@ -117,6 +142,7 @@ void Router::drop_members(ClientId client, uint32_t if_index)
 
 void Router::drop_client(ClientId client)
 {
+    mcastd::trace(TraceCategory::Group, instance_key(family_), "client %u wants nothing more", client);
     members_.drop_client(client, [this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
         forwarding_.membership_changed(group, source);
     });

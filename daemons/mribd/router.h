@@ -93,6 +93,8 @@ public:
 private:
     std::vector<uint32_t> wanted_interfaces() const;
     void gmp_changed();
+    void trace_member(uint32_t if_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
+                      MemberTable::Kind kind, bool present) const;
 
     uint8_t family_;
     KernelTable &kernel_;

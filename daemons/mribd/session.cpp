@@ -25,8 +25,6 @@
 
 #include "daemons/common/log.h"
 #include "daemons/common/membership.h"
-#include "daemons/common/trace.h"
-#include "daemons/mribd/address.h"
 #include "daemons/mribd/view_records.h"
 #include "mcast/addr.h"
 
@@ -34,6 +32,29 @@
 
 namespace mribd
 {
+namespace
+{
+
+const char *request_name(uint16_t type)
+{
+    switch (type) {
+    case MRIB_TLV_REQ_VRF_STATE:
+        return "the instances";
+    case MRIB_TLV_REQ_SSM_POLICY:
+        return "the source-specific ranges";
+    case MRIB_TLV_REQ_PIM_DR:
+        return "the designated routers";
+    case MRIB_TLV_REQ_BOUNDARY:
+        return "the boundaries";
+    case MRIB_TLV_REQ_LOCAL_SRC:
+        return "the local sources";
+    default:
+        return "everything";
+    }
+}
+
+} // namespace
+
 const char *fault_name(Fault fault)
 {
     switch (fault) {
@@ -87,6 +108,8 @@ bool Session::take_message(const uint8_t *message, size_t size, bool truncated)
     }
     MRIB_MSG_HEADER_S header;
     std::memcpy(&header, message, sizeof(header));
+    trace_channel("client %u: message of %u bytes, %u records", id_, static_cast<uint32_t>(size),
+                  header.record_count);
     uint32_t taken = 0;
     MRIB_RECORD_S record;
     bool good = true;
@@ -96,6 +119,8 @@ bool Session::take_message(const uint8_t *message, size_t size, bool truncated)
         good = take_record(record);
     }
     if (good && (truncated || taken < header.record_count)) {
+        trace_channel("client %u: message holds %u of its records%s", id_, taken,
+                      truncated ? ", and is too long" : "");
         counters_.malformed_messages++;
     }
     return good;
@@ -104,8 +129,7 @@ bool Session::take_message(const uint8_t *message, size_t size, bool truncated)
 bool Session::refuse(Fault fault)
 {
     counters_.faults[static_cast<size_t>(fault)]++;
-    mcastd::trace(mcastd::TraceCategory::Channel, instance_key(router_.family()),
-                  "client %u: record ignored: %s", id_, fault_name(fault));
+    trace_channel("client %u: record ignored: %s", id_, fault_name(fault));
     return true;
 }
 
@@ -192,9 +216,15 @@ bool Session::take_interface_alert(const MRIB_RECORD_S &record)
         return refuse(Fault::Flags);
     }
     if (record.type == MRIB_TLV_GMP_ENABLE) {
-        router_.set_enabled(id_, value->if_index, value->value == mcastd::GMP_ENABLED);
+        const bool runs = value->value == mcastd::GMP_ENABLED;
+        trace_channel("client %u: the protocol %s on %P", id_, runs ? "runs" : "no longer runs",
+                      value->if_index);
+        router_.set_enabled(id_, value->if_index, runs);
     } else {
-        router_.set_querier(id_, value->if_index, value->value == mcastd::QUERIER_THIS_ROUTER);
+        const bool this_router = value->value == mcastd::QUERIER_THIS_ROUTER;
+        trace_channel("client %u: %s is the querier on %P", id_,
+                      this_router ? "this router" : "another router", value->if_index);
+        router_.set_querier(id_, value->if_index, this_router);
     }
     return true;
 }
@@ -217,12 +247,19 @@ bool Session::take_join_prune(const MRIB_RECORD_S &record)
         return refuse(Fault::Group);
     }
     const bool exclude = value->flag2 == mcastd::MEMBERSHIP_EXCLUDE;
+    const bool join = value->flag1 == mcastd::MEMBERSHIP_JOIN;
     if (is_any(source) ? exclude : MCAST_SrcAddrCheck(&source) != MCAST_TRUE) {
         return refuse(Fault::Source);
     }
-    const auto result = router_.set_member(id_, value->if_index, group, source,
-                                           exclude ? MemberTable::Kind::Block : MemberTable::Kind::Join,
-                                           value->flag1 == mcastd::MEMBERSHIP_JOIN);
+    const char *what = exclude ? (join ? "block" : "unblock") : (join ? "join" : "prune");
+    if (is_any(source)) {
+        trace_channel("client %u: %s (*, %N) on %P", id_, what, &group, value->if_index);
+    } else {
+        trace_channel("client %u: %s (%M, %N) on %P", id_, what, &source, &group, value->if_index);
+    }
+    const auto result =
+        router_.set_member(id_, value->if_index, group, source,
+                           exclude ? MemberTable::Kind::Block : MemberTable::Kind::Join, join);
     return result != MemberTable::Result::NoMemory;
 }
 
@@ -238,6 +275,7 @@ bool Session::take_delete_member(const MRIB_RECORD_S &record)
     if (value->selector.word != 0 || value->selector.byte != 0) {
         return refuse(Fault::Flags);
     }
+    trace_channel("client %u: forget everything on %P", id_, value->if_index);
     router_.drop_members(id_, value->if_index);
     return true;
 }
@@ -251,6 +289,7 @@ bool Session::take_request(const MRIB_RECORD_S &record)
     if (value->family != router_.family()) {
         return refuse(Fault::Family);
     }
+    trace_channel("client %u: asks for %s", id_, request_name(record.type));
     answer(record.type);
     return true;
 }
@@ -283,12 +322,14 @@ void Session::answer(uint16_t request)
 void Session::tell_changes(const View &before)
 {
     if (registered_) {
+        trace_channel("client %u: told what is different now", id_);
         put_changes(router_.family(), before, policy_.view(), capabilities_, outbox_);
     }
 }
 
 void Session::start_afresh()
 {
+    trace_channel("client %u: told to ask for everything again", id_);
     outbox_.restart();
     local_replay_.reset();
     put_instances(policy_.view(), outbox_);

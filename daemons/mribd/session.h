@@ -4,6 +4,8 @@
 #ifndef DAEMONS_MRIBD_SESSION_H
 #define DAEMONS_MRIBD_SESSION_H
 
+#include "daemons/common/trace.h"
+#include "daemons/mribd/address.h"
 #include "daemons/mribd/msdp_exchange.h"
 #include "daemons/mribd/outbox.h"
 #include "daemons/mribd/policy.h"
@@ -118,6 +120,12 @@ private:
     bool is_ours(uint8_t family, uint16_t vrf_index, uint32_t if_index);
     bool refuse(Fault fault);
     void answer(uint16_t request);
+    template <typename... Arguments>
+    void trace_channel(std::type_identity_t<mcastd::LineFormat<Arguments...>> format,
+                       Arguments... arguments) const
+    {
+        mcastd::trace(mcastd::TraceCategory::Channel, instance_key(router_.family()), format, arguments...);
+    }
 
     // session_msdp.cpp
     bool take_remote_source(const MRIB_RECORD_S &record);

@@ -1,7 +1,6 @@
 /*
  * The records of the MSDP daemon in a client's session.
  */
-#include "daemons/mribd/address.h"
 #include "daemons/mribd/session.h"
 #include "mcast/addr.h"
 
@@ -44,6 +43,8 @@ void put_local_source(const MsdpExchange::LocalSource &change, Outbox &outbox)
 void Session::tell_local_source(const MsdpExchange::LocalSource &change)
 {
     if (registered_ && (capabilities_ & MRIB_CAP_MSDP_LOCAL_SRC) != 0) {
+        trace_channel("client %u: told: local source (%M, %N) %s", id_, &change.source, &change.group,
+                      change.present ? "is there" : "is gone");
         put_local_source(change, outbox_);
     }
 }
@@ -91,6 +92,8 @@ bool Session::take_remote_source(const MRIB_RECORD_S &record)
     }
     const MCAST_ADDR_S group = make_address(value->family, &value->group_be);
     const MCAST_ADDR_S source = make_address(value->family, &value->source_be);
+    trace_channel("client %u: remote source (%M, %N) of instance %u %s", id_, &source, &group,
+                  value->vrf_index, value->operation == 0 ? "removed" : "added");
     if (value->operation == 0) {
         return judge(msdp_.remove_remote(value->vrf_index, group, source));
     }
@@ -115,6 +118,9 @@ bool Session::take_msdp_enable(const MRIB_RECORD_S &record)
     if (value->enable > 1) {
         return refuse(Fault::Flags);
     }
+    trace_channel("client %u: %s of instance %u %s", id_,
+                  record.type == MRIB_TLV_MSDP_REQ_SA_ENABLE ? "source requests" : "encapsulation",
+                  value->vrf_index, value->enable == 1 ? "enabled" : "disabled");
     const Bracket kind =
         record.type == MRIB_TLV_MSDP_REQ_SA_ENABLE ? Bracket::RequestEnables : Bracket::EncapEnables;
     return judge(msdp_.set_enable(kind, value->vrf_index, value->enable == 1));
@@ -129,6 +135,7 @@ bool Session::take_bracket(const MRIB_RECORD_S &record)
     if (value->family != router_.family() || value->family != MCAST_FAMILY_IPV4) {
         return refuse(Fault::Family);
     }
+    trace_channel("client %u: re-send %s", id_, record.type % 2 == 0 ? "begins" : "ends");
     // The begin markers have the even numbers.
     if (record.type % 2 == 0) {
         msdp_.begin(bracket_of(record.type), id_);
