@@ -16,6 +16,7 @@ extern "C" {
 
 /* States of a service; others mean that it is there but not ready. */
 #define SERVICE_STATE_ABSENT 0u
+#define SERVICE_STATE_STARTING 1u
 #define SERVICE_STATE_RUNNING 2u
 #define SERVICE_STATE_STOPPED 3u
 

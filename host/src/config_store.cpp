@@ -60,6 +60,8 @@ std::shared_ptr<const Config> read_config(std::string_view name, std::string_vie
     auto config = std::make_shared<Config>();
     config->vpns = host::read_vpns(root);
     config->acls = host::read_acls(root, config->vpns);
+    config->nodes = host::read_nodes(root);
+    config->services = host::read_services(root);
     for (const char *table : DAEMON_TABLES) {
         static_cast<void>(root.table(table));
     }

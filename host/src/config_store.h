@@ -4,6 +4,8 @@
 
 #include "acl_table.h"
 #include "mcasthost/config.h"
+#include "node_table.h"
+#include "service_table.h"
 #include "vpn_table.h"
 
 namespace host
@@ -12,6 +14,8 @@ namespace host
 struct Config {
     VpnTable vpns;
     AclTable acls;
+    NodeTable nodes;
+    ServiceTable services;
 };
 
 // The configuration in force, nullptr before the first load. It stays as it is until the calling thread asks

@@ -1,19 +1,51 @@
 /*
- * A stock machine as a router of one node, number 0: it is up, its own master, and has no standby. It knows
- * no services, because daemons are started by whoever runs the machine; so every service is absent and none
- * can be started. The forwarding plane is the kernel, whose multicast forwarding needs no threads of its own
- * started.
+ * The nodes of the router as the configuration describes them: one, this machine, unless it says otherwise.
  */
 #include "platform/device.h"
 
+#include <algorithm>
 #include <cstdlib>
 
+#include "config_store.h"
 #include "mcasthost/loop.h"
 
 namespace
 {
 
-constexpr uint16_t NODE = 0;
+using host::Node;
+using host::NodeTable;
+
+// Never destroyed: threads may ask while the process ends.
+const NodeTable &single_node()
+{
+    static const NodeTable &table = *new NodeTable;
+    return table;
+}
+
+const NodeTable &nodes()
+{
+    const host::Config *config = host::current_config();
+    return config == nullptr ? single_node() : config->nodes;
+}
+
+// The nodes that the condition selects, or nullptr when there are none.
+template <typename Condition> uint16_t *list_nodes(uint32_t *count, Condition selects)
+{
+    const std::vector<Node> &all = nodes().nodes;
+    const auto found = static_cast<size_t>(std::count_if(all.begin(), all.end(), selects));
+    if (count == nullptr || found == 0) {
+        return nullptr;
+    }
+    auto *list = static_cast<uint16_t *>(malloc(found * sizeof(uint16_t)));
+    uint32_t filled = 0;
+    for (const Node &node : all) {
+        if (list != nullptr && selects(node)) {
+            list[filled++] = node.id;
+        }
+    }
+    *count = list != nullptr ? filled : *count;
+    return list;
+}
 
 } // namespace
 
@@ -21,62 +53,36 @@ extern "C" {
 
 HOST_API uint16_t DEV_GetSystemMaster(void)
 {
-    return NODE;
+    return nodes().master;
 }
 
 HOST_API uint16_t DEV_GetSelf(void)
 {
-    return NODE;
+    return nodes().self;
 }
 
 HOST_API uint16_t *DEV_GetAllNodes(uint32_t *count)
 {
-    auto *nodes = count == nullptr ? nullptr : static_cast<uint16_t *>(malloc(sizeof(uint16_t)));
-    if (nodes != nullptr) {
-        *nodes = NODE;
-        *count = 1;
-    }
-    return nodes;
+    return list_nodes(count, [](const Node &) { return true; });
 }
 
-HOST_API uint16_t *DEV_GetAllStandbyNodes(uint32_t *)
+HOST_API uint16_t *DEV_GetAllStandbyNodes(uint32_t *count)
 {
-    return nullptr;
+    return list_nodes(count, [](const Node &node) { return node.standby; });
 }
 
 HOST_API uint32_t IF_IsNodeUp(uint16_t node)
 {
-    return node == NODE ? 1 : 0;
+    const std::vector<Node> &all = nodes().nodes;
+    return std::any_of(all.begin(), all.end(),
+                       [=](const Node &other) { return other.id == node && other.up; })
+               ? 1
+               : 0;
 }
 
 HOST_API uint32_t LIP_GetLocalLip(void)
 {
-    return NODE;
-}
-
-HOST_API uint32_t SERVICE_GetStatus(uint16_t node, uint64_t, uint32_t option, uint32_t *state)
-{
-    if (node != NODE || option != 0 || state == nullptr) {
-        return HOST_FAILED;
-    }
-    *state = SERVICE_STATE_ABSENT;
-    return 0;
-}
-
-HOST_API uint32_t SERVICE_Start(uint16_t, uint64_t, uint64_t, uint32_t)
-{
-    return HOST_FAILED;
-}
-
-HOST_API uint32_t CIOCTL(uint16_t node, uint32_t command, uint32_t length, const void *input, void *,
-                         uint32_t output_length, uint32_t *status)
-{
-    if (node != NODE || command != CIOCTL_START_MULTICAST_THREADS || length != sizeof(uint64_t) ||
-        input == nullptr || output_length != 0 || status == nullptr) {
-        return HOST_FAILED;
-    }
-    *status = 0;
-    return 0;
+    return nodes().self;
 }
 
 } // extern "C"

@@ -36,6 +36,7 @@ namespace
 using host::Descriptor;
 using host::libc;
 using host::Missing;
+using host::PortUse;
 using host::RuntimeDir;
 
 constexpr int MARK = LOCAL_SOCKET_FAMILY;
@@ -100,21 +101,41 @@ const sockaddr *generic(const sockaddr_un *name)
     return reinterpret_cast<const sockaddr *>(name);
 }
 
+PortUse use_of(const sockaddr_un &name)
+{
+    const Descriptor probe(libc().socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!probe.valid()) {
+        return PortUse::unknown;
+    }
+    if (libc().connect(probe.get(), generic(&name), sizeof(name)) == 0) {
+        return PortUse::bound;
+    }
+    switch (errno) {
+    case EPROTOTYPE:
+        return PortUse::bound;
+    case ECONNREFUSED:
+        return PortUse::left;
+    case ENOENT:
+        return PortUse::unused;
+    default:
+        return PortUse::unknown;
+    }
+}
+
 // Makes the name free for a bind, or fails with EADDRINUSE. The caller holds the lock.
 bool clear_name(const sockaddr_un &name)
 {
-    Descriptor probe(libc().socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (!probe.valid()) {
-        return false;
-    }
-    if (libc().connect(probe.get(), generic(&name), sizeof(name)) == 0 || errno == EPROTOTYPE) {
+    switch (use_of(name)) {
+    case PortUse::bound:
         errno = EADDRINUSE;
         return false;
-    }
-    if (errno == ECONNREFUSED) {
+    case PortUse::left:
         return unlink(name.sun_path) == 0;
+    case PortUse::unused:
+        return true;
+    default:
+        return false;
     }
-    return errno == ENOENT;
 }
 
 Descriptor lock_names(const RuntimeDir &dir)
@@ -163,6 +184,12 @@ bool host::is_local_address(const sockaddr *address, socklen_t length)
 {
     return address != nullptr && length >= 2 &&
            reinterpret_cast<const unsigned char *>(address)[1] == LOCAL_SOCKET_FAMILY;
+}
+
+PortUse host::local_port_use(const RuntimeDir &dir, unsigned port)
+{
+    sockaddr_un name{};
+    return port_name(dir, port, &name) ? use_of(name) : PortUse::unknown;
 }
 
 int host::local_socket(int type, int protocol)

@@ -7,6 +7,8 @@
 
 #include <sys/socket.h>
 
+#include "runtime_dir.h"
+
 namespace host
 {
 
@@ -15,6 +17,11 @@ bool is_local_socket(int fd);
 
 // Whether the address is of the family of local sockets.
 bool is_local_address(const sockaddr *address, socklen_t length);
+
+// Who has a port: a live process, one that is gone and left the name, nobody; or, with errno set, that is not
+// to be found out. A listener does not notice.
+enum class PortUse { bound, left, unused, unknown };
+PortUse local_port_use(const RuntimeDir &dir, unsigned port);
 
 int local_socket(int type, int protocol);
 int local_bind(int fd, const sockaddr *address, socklen_t length);

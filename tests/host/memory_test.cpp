@@ -1,4 +1,5 @@
 // The host platform when memory is short: every allocation of a call fails once, on the calling thread alone.
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -8,11 +9,14 @@
 #include <string>
 #include <utility>
 
+#include "mcasthost/config.h"
 #include "mcasthost/help.h"
 #include "mcasthost/link.h"
 #include "namespace.h"
+#include "platform/device.h"
 #include "platform/interface.h"
 #include "platform/resource.h"
+#include "support/descriptors.h"
 
 namespace
 {
@@ -197,6 +201,28 @@ TEST(ShortMemory, AHelpEntryIsLeftOutWhole)
               2u);
     EXPECT_EQ(second, description);
     HOST_HelpDestroy(list);
+}
+
+TEST(ShortMemory, AServiceIsNotStartedAndCanBeStartedLater)
+{
+    const std::string text = "[[service]]\nid = 7\nport = 4000\ncommand = ['/bin/true', 'one', 'two']\n";
+    char base[] = "/tmp/mcasthost-test-XXXXXX";
+    ASSERT_NE(mkdtemp(base), nullptr);
+    setenv("MCAST_HOST_RUNTIME_DIR", base, 1);
+    ASSERT_EQ(HOST_ConfigLoadText("f", text.data(), text.size(), nullptr, 0), 0u);
+    ASSERT_EQ(DEV_GetSelf(), 0u); // this thread has seen the configuration
+    const int descriptors = OpenDescriptors();
+    uint32_t result = 0;
+    EXPECT_GE(for_every_allocation([&] { result = SERVICE_Start(0, 7, 0, 0); },
+                                   [&](bool failed) {
+                                       EXPECT_EQ(result, failed ? HOST_FAILED : 0u);
+                                       EXPECT_TRUE(!failed || errno == ENOMEM);
+                                       EXPECT_EQ(OpenDescriptors(), descriptors);
+                                   }),
+              3u);
+    ASSERT_EQ(HOST_ConfigLoadText("f", "", 0, nullptr, 0), 0u);
+    unsetenv("MCAST_HOST_RUNTIME_DIR");
+    EXPECT_EQ(system((std::string("rm -rf ") + base).c_str()), 0);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 /*
- * The configuration file of the host platform: access control lists and VPN instances, behind platform/acl.h
- * and platform/vpn.h. docs/configuration.md describes the file. Any thread may call these functions.
+ * The configuration file of the host platform: access control lists, VPN instances, nodes and services,
+ * behind platform/acl.h, platform/vpn.h and platform/device.h. docs/configuration.md describes the file. Any
+ * thread may call these functions.
  *
  * A load reads and checks the whole text before anything is exchanged. When something is wrong nothing
  * changes. When all is well the new configuration takes the place of the old one at once: a call that runs
