@@ -2,6 +2,8 @@
  * A timer deletes up to eight marked users and starts another one when it found as many. Each kind of a node
  * has at most one timer, however often it is swept: the one that runs meets the new marks too.
  *
+ * A timer that the platform fires though it was deleted is told by its serial, and does nothing.
+ *
  * Between two deletions the daemon is called and may delete users, the node or everything. So a timer knows
  * its node by number, and a walk over a list starts again when more users went than the one it removed.
  */
@@ -53,19 +55,31 @@ uint32_t DeleteMarked(uint16_t number, uint32_t kind, uint32_t most) MCAST_EXCLU
     return deleted;
 }
 
+/* The node for whose kind the timer was made, or nullptr for a timer that should not be there any more. */
+Node *NodeOfTimer(const uint64_t parameters[4])
+{
+    Node *node = FindNode(static_cast<uint16_t>(parameters[0]));
+
+    return node != nullptr && parameters[1] < kKinds && node->batches[parameters[1]].timer != TIMER_NONE &&
+                   node->batches[parameters[1]].serial == parameters[2]
+               ? node
+               : nullptr;
+}
+
 void OnBatch(uint64_t parameters[4])
 {
-    const uint16_t number = static_cast<uint16_t>(parameters[0]);
-    const uint32_t kind = static_cast<uint32_t>(parameters[1]);
-    Node *node = g_store.open && kind < kKinds ? FindNode(number) : nullptr;
+    Node *node = NodeOfTimer(parameters);
 
     if (node == nullptr) {
         return;
     }
-    node->timers[kind] = TIMER_NONE;
+    const uint16_t number = node->number;
+    const uint32_t kind = static_cast<uint32_t>(parameters[1]);
+
+    node->batches[kind].timer = TIMER_NONE;
     const bool more = DeleteMarked(number, kind, kBatch) == kBatch;
 
-    node = g_store.open ? FindNode(number) : nullptr;
+    node = FindNode(number);
     if (more && node != nullptr) {
         StartDeletion(node, kind);
     }
@@ -75,14 +89,16 @@ void OnBatch(uint64_t parameters[4])
 
 void StartDeletion(Node *node, uint32_t kind)
 {
-    const uint64_t parameters[4] = {node->number, kind, 0, 0};
+    Batch &batch = node->batches[kind];
 
-    if (node->timers[kind] != TIMER_NONE) {
+    if (batch.timer != TIMER_NONE) {
         return;
     }
-    node->timers[kind] =
-        Timer_Create(g_store.timer_service, TIMER_KIND_ONE_SHOT, kPeriodMs, OnBatch, parameters);
-    if (node->timers[kind] == TIMER_NONE) {
+    batch.serial = ++g_store.last_serial;
+    const uint64_t parameters[4] = {node->number, kind, batch.serial, 0};
+
+    batch.timer = Timer_Create(g_store.timer_service, TIMER_KIND_ONE_SHOT, kPeriodMs, OnBatch, parameters);
+    if (batch.timer == TIMER_NONE) {
         DeleteMarked(node->number, kind, UINT32_MAX);
     }
 }

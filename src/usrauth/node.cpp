@@ -40,8 +40,8 @@ Node *CreateNode(uint16_t number)
         return nullptr;
     }
     node->number = number;
-    for (TIMER_ID &timer : node->timers) {
-        timer = TIMER_NONE;
+    for (Batch &batch : node->batches) {
+        batch.timer = TIMER_NONE;
     }
     node->users = AVL_Init(CompareUsers, 0, FreeUserRecord);
     if (node->users == 0 || HASH_Insert(g_store.nodes, HashOf(number), node) != 0) {
@@ -63,9 +63,9 @@ void FreeNodeRecord(void *record)
 {
     Node *node = static_cast<Node *>(record);
 
-    for (TIMER_ID timer : node->timers) {
-        if (timer != TIMER_NONE) {
-            Timer_Delete(g_store.timer_service, timer);
+    for (const Batch &batch : node->batches) {
+        if (batch.timer != TIMER_NONE) {
+            Timer_Delete(g_store.timer_service, batch.timer);
         }
     }
     AVL_Fini(node->users);

@@ -23,8 +23,19 @@ MCAST_RWLOCK_S g_stUsrAuthRWLock = {PTHREAD_RWLOCK_INITIALIZER};
 namespace mcast::usrauth
 {
 
-static constexpr Store kNoStore = {false, 0, -1, nullptr, {}, 0, 0, 0, 0, MCAST_USRAUTH_MSG_DETAIL_LIMIT,
-                                   {},    0};
+static constexpr Store kNoStore = {.open = false,
+                                   .family = 0,
+                                   .epoll_id = -1,
+                                   .timer_service = nullptr,
+                                   .callbacks = {},
+                                   .nodes = 0,
+                                   .refreshes = 0,
+                                   .interfaces = 0,
+                                   .details = 0,
+                                   .detail_limit = MCAST_USRAUTH_MSG_DETAIL_LIMIT,
+                                   .statistics = {},
+                                   .freed_users = 0,
+                                   .last_serial = 0};
 
 Store g_store = kNoStore;
 
@@ -98,9 +109,11 @@ MCAST_STATUS MCAST_USRAUTH_Fini(void)
     pthread_rwlock_destroy(&g_stUsrAuthRWLock.posix);
     g_stUsrAuthRWLock = {PTHREAD_RWLOCK_INITIALIZER};
     const uint64_t freed_users = g_store.freed_users;
+    const uint64_t last_serial = g_store.last_serial;
 
     g_store = kNoStore;
     g_store.freed_users = freed_users;
+    g_store.last_serial = last_serial;
     return MCAST_OK;
 }
 

@@ -31,12 +31,18 @@ struct MCAST_USRAUTH_KIND_LIST_S {
 
 inline constexpr uint32_t kUsrAuthKinds = 7;
 
+/* The timer of a deletion that is under way. */
+struct MCAST_USRAUTH_BATCH_S {
+    TIMER_ID timer;  /* TIMER_NONE = none */
+    uint64_t serial; /* which the timer brings along; no other timer has the same */
+};
+
 struct MCAST_USRAUTH_NODE_S {
     HASH_NODE_S link;
     uint16_t number;
     AVL_HANDLE users;
     MCAST_USRAUTH_KIND_LIST_S kinds[kUsrAuthKinds];
-    TIMER_ID timers[kUsrAuthKinds]; /* of the deletion that is under way for the kind, TIMER_NONE = none */
+    MCAST_USRAUTH_BATCH_S batches[kUsrAuthKinds];
 };
 
 namespace mcast::usrauth
@@ -45,6 +51,7 @@ namespace mcast::usrauth
 using User = MCAST_USRAUTH_USER_S;
 using Node = MCAST_USRAUTH_NODE_S;
 using KindList = MCAST_USRAUTH_KIND_LIST_S;
+using Batch = MCAST_USRAUTH_BATCH_S;
 
 inline constexpr uint32_t kKinds = kUsrAuthKinds;
 inline constexpr uint32_t kBuckets = 512;
@@ -62,6 +69,7 @@ struct Store {
     uint32_t detail_limit;
     MCAST_USRAUTH_STATISTICS_S statistics;
     uint64_t freed_users; /* ever; who holds a user across a callback sees by it whether any went */
+    uint64_t last_serial; /* of a batch's timer */
 };
 
 extern Store g_store;

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <atomic>
 #include <list>
-#include <vector>
+#include <map>
 
 #include "platform/hash.h"
 #include "support/scripted_platform.h"
@@ -22,12 +22,13 @@ using platform::Operation;
 using Bucket = std::list<void *>; /* newest first */
 
 struct Table {
-    std::vector<Bucket> buckets;
+    uint32_t bucket_count;
     HASH_FREE free_record;
+    std::map<uint32_t, Bucket> buckets; /* those that were used since the table was empty */
 
     Bucket &bucket(uint32_t hash)
     {
-        return buckets[hash % buckets.size()];
+        return buckets[hash % bucket_count];
     }
 };
 
@@ -38,11 +39,11 @@ Table *TableOf(HASH_HANDLE handle)
     return reinterpret_cast<Table *>(handle);
 }
 
-void *FirstFrom(Table &table, size_t position)
+void *FirstFrom(Table &table, uint32_t position)
 {
-    for (; position < table.buckets.size(); ++position) {
-        if (!table.buckets[position].empty()) {
-            return table.buckets[position].front();
+    for (auto at = table.buckets.lower_bound(position); at != table.buckets.end(); ++at) {
+        if (!at->second.empty()) {
+            return at->second.front();
         }
     }
     return nullptr;
@@ -61,7 +62,7 @@ HASH_HANDLE HASH_Init(uint32_t bucket_count, HASH_FREE free_record)
         return 0;
     }
     ++g_live_tables;
-    return reinterpret_cast<HASH_HANDLE>(new Table{std::vector<Bucket>(bucket_count), free_record});
+    return reinterpret_cast<HASH_HANDLE>(new Table{bucket_count, free_record, {}});
 }
 
 void HASH_Fini(HASH_HANDLE handle)
@@ -80,7 +81,7 @@ uint32_t HASH_FreeAll(HASH_HANDLE handle)
     if (table == nullptr) {
         return 1;
     }
-    for (Bucket &bucket : table->buckets) {
+    for (auto &[hash, bucket] : table->buckets) {
         while (!bucket.empty()) {
             void *record = bucket.front();
 
@@ -90,6 +91,7 @@ uint32_t HASH_FreeAll(HASH_HANDLE handle)
             }
         }
     }
+    table->buckets.clear();
     return 0;
 }
 
@@ -138,15 +140,17 @@ void *HASH_GetNext(HASH_HANDLE handle, uint32_t hash, const void *record)
     if (at != bucket.end() && ++at != bucket.end()) {
         return *at;
     }
-    return FirstFrom(*table, hash % table->buckets.size() + 1);
+    return FirstFrom(*table, hash % table->bucket_count + 1);
 }
 
 uint32_t HASH_Count(HASH_HANDLE handle)
 {
-    uint32_t count = 0;
+    size_t count = 0;
 
-    for (size_t at = 0; handle != 0 && at < TableOf(handle)->buckets.size(); ++at) {
-        count += static_cast<uint32_t>(TableOf(handle)->buckets[at].size());
+    if (handle != 0) {
+        for (const auto &[hash, bucket] : TableOf(handle)->buckets) {
+            count += bucket.size();
+        }
     }
-    return count;
+    return static_cast<uint32_t>(count);
 }

@@ -26,8 +26,10 @@ void Note(const std::string &call)
     if (g_fixture->expect_lock_free) {
         ExpectLockFree();
     }
-    if (g_fixture->on_callback) {
-        g_fixture->on_callback(call);
+    const auto on_callback = g_fixture->on_callback; /* which may replace itself */
+
+    if (on_callback) {
+        on_callback(call);
     }
 }
 
@@ -98,7 +100,10 @@ int Control(int epoll, int operation, int descriptor, const epoll_event *event)
 {
     uint64_t context = 0;
 
-    EXPECT_EQ(epoll, UsrAuthTest::kEpoll);
+    if (epoll != UsrAuthTest::kEpoll) {
+        errno = EBADF;
+        return -1;
+    }
     if (operation == EPOLL_CTL_ADD) {
         memcpy(&context, reinterpret_cast<const char *>(event) + 12, sizeof(context));
         g_fixture->system_calls.push_back("add " + std::to_string(descriptor));
