@@ -21,6 +21,9 @@ ENDPOINT = os.path.join(HERE, "endpoint.py")
 SKIPPED = 77
 CLONE_NEWNET = 0x40000000
 
+# Where Debian keeps daemons, which not every user's path names.
+os.environ["PATH"] += os.pathsep + os.pathsep.join(("/usr/sbin", "/sbin"))
+
 
 def run(*words, check=True):
     """Runs a command and returns what it printed."""
