@@ -3,43 +3,16 @@
 The MSDP daemon is msdp_client, which prints the library's view and reports remote sources on command.
 """
 
-import os
 import signal
-import subprocess
 import unittest
 
-from lab import PROGRAMS, Sender, matches, wait_for
+from lab import Sender, matches, wait_for
+from msdp_client import MsdpClient
 from topology import Network
 
 CONFIG = "/run/mrib_view.toml"
 INSTANCE = '[[mribd.instance]]\nrp = "10.1.0.1"\n'
 RED = '[[mribd.interface]]\nname = "red"\nboundaries = ["239.255.0.0/16"]\n'
-
-
-class MsdpClient:
-    """msdp_client on the router, commanded through a pipe."""
-
-    def __init__(self, router):
-        self.path = "/run/msdp_client.log"
-        self.log = open(self.path, "w")
-        self.process = subprocess.Popen(router.words(os.path.join(PROGRAMS, "msdp_client")), text=True,
-                                        stdin=subprocess.PIPE, stdout=self.log, stderr=self.log)
-
-    def command(self, line):
-        self.process.stdin.write(line + "\n")
-        self.process.stdin.flush()
-
-    def view(self):
-        """The view it printed last."""
-        with open(self.path) as log:
-            lines = [line for line in log.read().splitlines() if line.startswith("show: ")]
-        return lines[-1] if lines else ""
-
-    def stop(self):
-        self.process.stdin.close()
-        status = self.process.wait(10)
-        self.log.close()
-        return status
 
 
 class MribView(unittest.TestCase):

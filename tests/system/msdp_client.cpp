@@ -6,9 +6,10 @@
  *     delete GROUP SOURCE      takes it back; 0.0.0.0 for all
  *     resend GROUP SOURCE ...  reports just these in a bracket
  *     enable                   asks for requests and for encapsulated data
+ *     instance NUMBER          what is printed and reported is from now on that instance's
  *     show                     prints
  *
- *     show: vrf 1, acl none, local 10.1.0.2>239.1.1.1@10.0.0.9
+ *     show: vrf 1, acl none, replays 1, busy 0, local 10.1.0.2>239.1.1.1@10.0.0.9
  */
 #include "mcast/acl_filter.h"
 #include "mcast/mrib.h"
@@ -16,6 +17,7 @@
 #include "mcasthost/loop.h"
 
 #include <arpa/inet.h>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -28,8 +30,11 @@
 namespace
 {
 
+constexpr uint16_t INSTANCES = 8;
+
 int the_loop;
-uint32_t acl_number = MCAST_NONE;
+uint16_t instance; // the one that is looked at
+std::array<uint32_t, INSTANCES> acl_numbers;
 unsigned replays;
 
 std::string text_of(uint32_t address_be)
@@ -51,16 +56,17 @@ uint32_t address_of(const std::string &text)
 // All local sources as the library has them, one RP a call.
 void show()
 {
-    const MRIB_GMP_VRF_KEY_S key{MCAST_FAMILY_IPV4, 0};
+    const MRIB_GMP_VRF_KEY_S key{MCAST_FAMILY_IPV4, instance};
+    const uint32_t acl_number = acl_numbers[instance];
     std::cout << "show: vrf " << MRIB_GMP_IsL3McEnabled(&key) << ", acl "
               << (acl_number == MCAST_NONE ? "none" : std::to_string(acl_number)) << ", replays " << replays
-              << ", local";
-    const MRIB_MSDP_FILTER_S filter{0, MCAST_NONE, MRIB_MSDP_BATCH_MAX, 0};
+              << ", busy " << MRIB_GMP_IsConnectionBusy() << ", local";
+    const MRIB_MSDP_FILTER_S filter{instance, MCAST_NONE, MRIB_MSDP_BATCH_MAX, 0};
     MRIB_MSDP_CURSOR_S cursor{};
     uint64_t result;
     do {
         MRIB_MSDP_BATCH_S batch{};
-        result = MRIB_MSDP_GetLocalSrc(0, &filter, &cursor, &batch);
+        result = MRIB_MSDP_GetLocalSrc(instance, &filter, &cursor, &batch);
         for (uint64_t i = 0; i < batch.count; i++) {
             std::cout << ' ' << text_of(batch.pairs[i].source_be) << '>' << text_of(batch.pairs[i].group_be)
                       << '@' << text_of(batch.rp_be);
@@ -98,19 +104,22 @@ void obey(const std::string &line)
     std::string source;
     words >> command;
     if (command == "enable") {
-        MRIB_MSDP_SendRequestSAEnable(0, 1);
-        MRIB_MSDP_SendEncapDataEnable(0, 1);
+        MRIB_MSDP_SendRequestSAEnable(instance, 1);
+        MRIB_MSDP_SendEncapDataEnable(instance, 1);
     } else if (command == "resend") {
         MRIB_MSDP_SendSmoothRemoteSGBegin();
         while (words >> group >> source) {
-            MRIB_MSDP_SendRemoteOneSG(0, 1, address_of(group), address_of(source), 0, nullptr, 0);
+            MRIB_MSDP_SendRemoteOneSG(instance, 1, address_of(group), address_of(source), 0, nullptr, 0);
         }
         MRIB_MSDP_SendSmoothRemoteSGEnd();
     } else if (command == "remote" || command == "delete") {
         words >> group >> source;
-        MRIB_MSDP_SendRemoteOneSG(0, command == "remote" ? 1 : 0, address_of(group), address_of(source), 0,
-                                  nullptr, 0);
+        MRIB_MSDP_SendRemoteOneSG(instance, command == "remote" ? 1 : 0, address_of(group),
+                                  address_of(source), 0, nullptr, 0);
     } else {
+        if (command == "instance") {
+            words >> instance;
+        }
         show();
     }
 }
@@ -136,17 +145,20 @@ uint64_t take_input(uint32_t, int32_t fd)
 int main()
 {
     the_loop = HOST_LoopCreate();
+    acl_numbers.fill(MCAST_NONE);
     MRIB_GMP_CALLBACKS_S callbacks{};
     callbacks.connected = connected;
     callbacks.disconnected = disconnected;
     callbacks.smooth_finished = [] { replays++; };
     callbacks.vrf_enabled = [](const MRIB_GMP_VRF_KEY_S *) {};
-    callbacks.ssm_policy_changed = [](const MRIB_GMP_VRF_KEY_S *, uint32_t number) { acl_number = number; };
+    callbacks.ssm_policy_changed = [](const MRIB_GMP_VRF_KEY_S *key, uint32_t number) {
+        acl_numbers[key->vrf_index] = number;
+    };
     callbacks.msdp_local_source = [](const MRIB_GMP_VRF_KEY_S *, uint32_t, uint32_t, uint32_t, const void *,
                                      uint32_t) {};
     constexpr uint8_t COMPONENT = 7;
     if (the_loop < 0 ||
-        MRIB_GMP_Init(COMPONENT, MCAST_FAMILY_IPV4, 1, MRIB_MSG_RECV_MAX, &callbacks) != MCAST_OK ||
+        MRIB_GMP_Init(COMPONENT, MCAST_FAMILY_IPV4, INSTANCES, MRIB_MSG_RECV_MAX, &callbacks) != MCAST_OK ||
         HOST_LoopAdd(the_loop, STDIN_FILENO, EPOLLIN, take_input) != 0 ||
         MRIB_GMP_OpenConnect() != MCAST_OK) {
         std::cerr << "cannot connect to mribd\n";

@@ -15,8 +15,10 @@ GMPD_OPTIONS = ("--last-member-interval", "1")
 class Network:
     """The router with its daemons running and the three hosts around it."""
 
-    def __init__(self, gmpd_options=GMPD_OPTIONS, start=True):
-        self.router = Router("router")
+    def __init__(self, gmpd_options=GMPD_OPTIONS, start=True, prefix=""):
+        """The prefix tells the namespaces of one network from those of another beside it."""
+        self.prefix = prefix
+        self.router = Router(prefix + "router")
         self.hosts = {}
         for number, name in ((1, "source"), (2, "red"), (3, "blue")):
             self.hosts[name] = self.attach(name, number)
@@ -28,7 +30,7 @@ class Network:
 
     def attach(self, name, number):
         """A host of its own segment: NAME on the router's side, eth0 on the host's."""
-        host = Host(name)
+        host = Host(self.prefix + name)
         port = "src" if name == "source" else name
         link(self.router, port, host, "eth0")
         self.router.address(port, f"10.{number}.0.1/24", f"fd00:{number}::1/64")
