@@ -2,6 +2,7 @@
 
 import os
 import subprocess
+import time
 
 from lab import PROGRAMS
 
@@ -10,7 +11,7 @@ class MsdpClient:
     """Commanded through a pipe; prints the view that the library keeps."""
 
     def __init__(self, router):
-        self.path = "/run/msdp_client.log"
+        self.path = f"/run/{router.name}.msdp_client-{time.monotonic_ns()}.log"
         self.log = open(self.path, "w")
         self.process = subprocess.Popen(router.words(os.path.join(PROGRAMS, "msdp_client")), text=True,
                                         stdin=subprocess.PIPE, stdout=self.log, stderr=self.log)
