@@ -1,5 +1,6 @@
-"""What gmpd does about what the MRIB process says: the range of source-specific multicast, boundaries that come
-and go while traffic flows, and links where another router is designated (network of topology.py).
+"""What gmpd does about what the MRIB process says: the range of source-specific multicast, by default and by access
+list, boundaries that come and go while traffic flows, and links where another router is designated (network of
+topology.py).
 """
 
 import json
@@ -15,6 +16,30 @@ BOUNDED = RED + 'boundaries = ["239.255.0.0/16", "ff15::/16"]\n'
 SCOPED = {"ipv4": "239.255.1.1", "ipv6": "ff15::1:1"}
 GROUPS = {"ipv4": "232.1.1.1", "ipv6": "ff3e::8000:1"}
 SOURCES = {"ipv4": "10.1.0.2", "ipv6": "fd00:1::2"}
+OPTIONS = {"ipv4": "-4", "ipv6": "-6"}
+# The source-specific range by lists: 239.232.0.0/16 and ff1e::232:0/112 in place of the default.
+LISTED = {"ipv4": "239.232.1.1", "ipv6": "ff1e::232:1"}
+BY_LIST = """[[mribd.instance]]
+ssm_acl = { ipv4 = 2001, ipv6 = 2001 }
+
+[[acl]]
+number = 2001
+family = "ipv4"
+
+[[acl.rule]]
+id = 1
+action = "permit"
+source = "239.232.0.0/16"
+
+[[acl]]
+number = 2001
+family = "ipv6"
+
+[[acl.rule]]
+id = 1
+action = "permit"
+source = "ff1e::232:0/112"
+"""
 
 
 def configure(text):
@@ -47,26 +72,31 @@ class PolicyTest(unittest.TestCase):
         return self.interface(family, "red")["counters"].get(name, 0)
 
     def stopped(self, family, receiver):
-        wait_for(lambda: not any("red" in line for line in self.network.router.mroute(family)), "red pruned")
+        wait_for(lambda: not any("red" in line for line in self.network.router.mroute(OPTIONS[family])), "red pruned")
         # What the receiver says is a tenth of a second old.
         wait_for(receiver.stays, "the end of red's traffic")
 
+    def receivers(self, host, groups, sources=None):
+        return {family: Receiver(self.network.hosts[host], "eth0", group, sources[family] if sources else None)
+                for family, group in groups.items()}
+
     def test_a_boundary_comes_and_goes(self):
         sender = Sender(self.network.hosts["source"], "eth0", list(SCOPED.values()))
-        for family, group in SCOPED.items():
-            with self.subTest(group=group):
-                red = Receiver(self.network.hosts["red"], "eth0", group)
-                blue = Receiver(self.network.hosts["blue"], "eth0", group)
-                red.grows()
-                self.reload(BOUNDED)
-                self.stopped("-4" if family == "ipv4" else "-6", red)
-                blue.grows()
-                again = Receiver(self.network.hosts["red"], "eth0", group[:-1] + "2")
-                wait_for(lambda f=family: self.count(f, "refused_boundary"), "the new join being refused")
-                self.reload("")
-                red.grows()
-                for receiver in (red, blue, again):
-                    receiver.leave()
+        red, blue = self.receivers("red", SCOPED), self.receivers("blue", SCOPED)
+        for receiver in (*red.values(), *blue.values()):
+            receiver.grows()
+        self.reload(BOUNDED)
+        for family in SCOPED:
+            self.stopped(family, red[family])
+            blue[family].grows()
+        again = self.receivers("red", {family: group[:-1] + "2" for family, group in SCOPED.items()})
+        for family in SCOPED:
+            wait_for(lambda f=family: self.count(f, "refused_boundary"), "the new join being refused")
+        self.reload("")
+        for receiver in red.values():
+            receiver.grows()
+        for receiver in (*red.values(), *blue.values(), *again.values()):
+            receiver.leave()
         sender.stop()
 
     def test_another_routers_link_is_silent_until_it_is_ours(self):
@@ -74,7 +104,7 @@ class PolicyTest(unittest.TestCase):
         red = Receiver(self.network.hosts["red"], "eth0", "239.1.3.1")
         red.grows()
         self.reload(RED + "dr = false\n")
-        self.stopped("-4", red)
+        self.stopped("ipv4", red)
         groups = [one["group"] for one in self.interface("ipv4", "red")["groups"]]
         self.assertIn("239.1.3.1", groups, "the membership is kept")
         self.reload("")
@@ -82,28 +112,55 @@ class PolicyTest(unittest.TestCase):
         red.leave()
         sender.stop()
 
-    def check(self, family):
-        group, source = GROUPS[family], SOURCES[family]
-        wait_for(lambda: self.interface(family, "red").get("reported"), "this router forwarding to red")
-        sender = Sender(self.network.hosts["source"], "eth0", [group])
-        any_source = Receiver(self.network.hosts["red"], "eth0", group)
-        wait_for(lambda: self.interface(family, "red")["counters"].get("ignored_any_source_in_ssm_range"),
-                 "the join of any source being counted")
-        named = Receiver(self.network.hosts["blue"], "eth0", group, source=source)
-        named.grows()
-        self.assertTrue(any_source.stays(), "traffic for a join of any source")
-        self.assertEqual(any_source.total(), 0)
-        red = [one["group"] for one in self.interface(family, "red")["groups"]]
-        self.assertNotIn(group, red)
-        any_source.leave()
-        named.leave()
+    def groups_on_red(self, family):
+        return {one["group"]: one for one in self.interface(family, "red")["groups"]}
+
+    def test_joins_of_any_source_in_the_range_are_ignored(self):
+        for family in GROUPS:
+            wait_for(lambda f=family: self.interface(f, "red").get("reported"), "this router forwarding to red")
+        sender = Sender(self.network.hosts["source"], "eth0", list(GROUPS.values()))
+        before = {family: self.count(family, "ignored_any_source_in_ssm_range") for family in GROUPS}
+        any_source, named = self.receivers("red", GROUPS), self.receivers("blue", GROUPS, SOURCES)
+        for family, group in GROUPS.items():
+            wait_for(lambda f=family: self.count(f, "ignored_any_source_in_ssm_range") > before[f],
+                     "the join of any source being counted")
+            named[family].grows()
+            self.assertNotIn(group, self.groups_on_red(family))
+        for receiver in any_source.values():
+            self.assertTrue(receiver.stays(), "traffic for a join of any source")
+            self.assertEqual(receiver.total(), 0)
+        for receiver in (*any_source.values(), *named.values()):
+            receiver.leave()
         sender.stop()
 
-    def test_igmp_joins_of_any_source_in_the_range_are_ignored(self):
-        self.check("ipv4")
+    def reload_lists(self, text):
+        """The numbers of the lists come from mribd, their rules from gmpd's own reading of the file."""
+        configure(text)
+        for daemon in (*self.network.gmpd.values(), self.network.mribd):
+            daemon.process.send_signal(signal.SIGHUP)
 
-    def test_mld_joins_of_any_source_in_the_range_are_ignored(self):
-        self.check("ipv6")
+    def test_the_range_is_what_a_list_says_while_traffic_flows(self):
+        sender = Sender(self.network.hosts["source"], "eth0", [*LISTED.values(), *GROUPS.values()])
+        red, named = self.receivers("red", LISTED), self.receivers("blue", LISTED, SOURCES)
+        for receiver in (*red.values(), *named.values()):
+            receiver.grows()
+        self.reload_lists(BY_LIST)
+        for family, group in LISTED.items():
+            self.stopped(family, red[family])
+            self.assertNotIn(group, self.groups_on_red(family))
+            named[family].grows()
+        # What was source-specific is no longer: the list replaces the default.
+        formerly = self.receivers("red", GROUPS)
+        for receiver in formerly.values():
+            receiver.grows()
+        self.reload_lists("")
+        for family in GROUPS:
+            red[family].grows()
+            self.assertEqual(self.groups_on_red(family)[LISTED[family]]["mode"], "exclude")
+            wait_for(lambda f=family: GROUPS[f] not in self.groups_on_red(f), "the default range back in force")
+        for receiver in (*red.values(), *named.values(), *formerly.values()):
+            receiver.leave()
+        sender.stop()
 
 
 if __name__ == "__main__":

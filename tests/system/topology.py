@@ -9,7 +9,8 @@
 
 from lab import Host, Router, link
 
-GMPD_OPTIONS = ("--last-member-interval", "1")
+# Hosts answer within a second, and are believed for minutes.
+GMPD_OPTIONS = ("--last-member-interval", "1", "--query-response-interval", "1")
 
 
 class Network:
