@@ -4,6 +4,7 @@ Traffic to the unconcerned host goes on throughout; the concerned one is served 
 whole again.
 """
 
+import json
 import unittest
 
 from lab import Receiver, Sender, run, wait_for
@@ -74,9 +75,21 @@ class Interfaces(unittest.TestCase):
 
     def test_address_removed_and_restored(self):
         router, blue = self.network.router, self.network.hosts["blue"]
-        router.run("ip", "address", "delete", "10.3.0.1/24", "dev", "blue")
-        router.run("ip", "address", "add", "10.3.0.1/24", "dev", "blue")
-        self.served(blue, (GROUP4,))
+        link_local = router.run("ip", "-6", "-o", "address", "show", "dev", "blue", "scope", "link").split()[3]
+        for family, group, address in (("ipv4", GROUP4, "10.3.0.1/24"), ("ipv6", GROUP6, link_local)):
+            with self.subTest(family=family):
+                receiver = Receiver(blue, "eth0", group)
+                receiver.grows()
+                router.run("ip", "address", "delete", address, "dev", "blue")
+                wait_for(lambda f=family: not self.runs(f, "blue"), "gmpd without an address to ask from")
+                router.run("ip", "address", "add", address, "dev", "blue")
+                wait_for(lambda f=family: self.runs(f, "blue"), "gmpd asking again")
+                receiver.grows(timeout_s=30)
+                receiver.leave()
+
+    def runs(self, family, name):
+        interfaces = json.loads(self.network.gmpd[family].status())["interfaces"]
+        return any(one["interface"] == name and one["running"] for one in interfaces)
 
 
 if __name__ == "__main__":

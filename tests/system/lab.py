@@ -70,7 +70,9 @@ class Host:
         return ("ip", "netns", "exec", self.name) + words
 
     def run(self, *words, check=True):
-        return run(*self.words(*words), check=check)
+        # ip enters a namespace by itself, in a fraction of the time.
+        inside = ("ip", "-n", self.name) + words[1:] if words[0] == "ip" else self.words(*words)
+        return run(*inside, check=check)
 
     @contextlib.contextmanager
     def inside(self):
@@ -83,8 +85,8 @@ class Host:
                 enter(home)
 
     def sysctl(self, name, value):
-        path = "/proc/sys/" + name.replace(".", "/")
-        self.run("sh", "-c", f"echo {value} > {path}")
+        with self.inside(), open("/proc/sys/" + name.replace(".", "/"), "w") as file:
+            file.write(str(value))
 
     def address(self, interface, *prefixes):
         for prefix in prefixes:

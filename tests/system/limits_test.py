@@ -1,9 +1,11 @@
-"""More interfaces than the kernel's 32 virtual ones: the limit is said, and what fits is served.
+"""More interfaces than the kernel's 32 virtual ones, and all of them changing at once while traffic flows: the
+limit is said, and what fits is served.
 
         source                router
       10.1.0.2 ---- src     mribd, gmpd (IPv4)    p01 ---- h01 ... p40 ---- h40
 """
 
+import re
 import unittest
 
 from lab import Receiver, Sender, wait_for
@@ -14,26 +16,71 @@ PORTS = 40
 
 
 class Limits(unittest.TestCase):
-    def test_forty_interfaces_with_joins(self):
-        network = Network(start=False)
-        hosts = [network.attach(f"p{number:02}", 20 + number) for number in range(1, PORTS + 1)]
-        network.start()
-        Sender(network.hosts["source"], "eth0", [GROUP], rate=20)
-        receivers = [Receiver(host, "eth0", GROUP) for host in hosts]
+    @classmethod
+    def setUpClass(cls):
+        cls.network = Network(start=False)
+        cls.names = [f"p{number:02}" for number in range(1, PORTS + 1)]
+        cls.hosts = [cls.network.attach(name, 20 + number) for number, name in enumerate(cls.names, 1)]
+        cls.network.start()
+        Sender(cls.network.hosts["source"], "eth0", [GROUP], rate=20)
+        cls.receivers = [Receiver(host, "eth0", GROUP) for host in cls.hosts]
 
-        def served():
-            return [receiver for receiver in receivers if receiver.total() > 0]
+    @classmethod
+    def tearDownClass(cls):
+        cls.network.assert_healthy()
 
-        # One of the 32 is the incoming interface; the kernel may need one more for itself.
-        wait_for(lambda: len(served()) >= 30, "as many receivers served as the kernel has interfaces for", 40)
-        self.assertLess(len(served()), PORTS)
-        wait_for(lambda: "32" in network.mribd.output(), "the limit in mribd's log")
-        served_now = served()
-        for receiver in served_now[:10]:
+    def all_ports(self, what):
+        """One ip command on every port, as fast as one program can."""
+        with open("/run/batch", "w") as file:
+            file.writelines(what.format(name=name) + "\n" for name in self.names)
+        self.network.router.run("ip", "-force", "-batch", "/run/batch")
+
+    def served_since(self, before):
+        return [receiver for receiver, count in zip(self.receivers, before) if receiver.total() > count]
+
+    def outputs(self):
+        """How many of the ports the kernel forwards to."""
+        return sum(line.count(" p") for line in self.network.router.mroute("-4"))
+
+    def test_forty_interfaces(self):
+        self.limit_is_said_and_what_fits_is_served()
+        self.all_come_back_after_they_went_down()
+        self.a_freed_place_is_taken_by_another()
+        self.all_vanish_at_once()
+
+    def limit_is_said_and_what_fits_is_served(self):
+        # One of the 32 is the incoming interface; one more is kept for sources.
+        wait_for(lambda: len(self.served_since([0] * PORTS)) >= 30, "as many served as the kernel has interfaces for", 40)
+        self.assertLess(len(self.served_since([0] * PORTS)), PORTS)
+        wait_for(lambda: "32" in self.network.mribd.output(), "the limit in mribd's log")
+        limits = re.findall(r"virtual interfaces: 32 of 32, without one (\d+)", self.network.mribd.status())
+        self.assertEqual(limits, [str(PORTS + 3 - 32)] * 2)
+
+    def all_come_back_after_they_went_down(self):
+        self.all_ports("link set dev {name} down")
+        wait_for(lambda: self.outputs() == 0, "nothing forwarded to dead interfaces", 40)
+        before = [receiver.total() for receiver in self.receivers]
+        self.all_ports("link set dev {name} up")
+        wait_for(lambda: len(self.served_since(before)) >= 30, "as many served as before", 40)
+
+    def a_freed_place_is_taken_by_another(self):
+        before = [receiver.total() for receiver in self.receivers]
+        wait_for(lambda: len(self.served_since(before)) >= 30, "who is served now", 40)
+        served = self.served_since(before)
+        left = [receiver for receiver in self.receivers if receiver not in served]
+        before = [receiver.total() for receiver in left]
+        for receiver in served[:10]:
             receiver.leave()
-        left = [receiver for receiver in receivers if receiver not in served_now]
-        wait_for(lambda: any(receiver.total() > 0 for receiver in left), "a freed interface used by another", 40)
-        network.assert_healthy()
+        wait_for(lambda: any(now.total() > count for now, count in zip(left, before)), "a freed place taken", 40)
+
+    def all_vanish_at_once(self):
+        self.all_ports("link delete dev {name}")
+        wait_for(lambda: self.outputs() == 0, "nothing forwarded to what is gone", 40)
+        wait_for(lambda: "without one 0" in self.network.mribd.status(), "no interface without a place", 40)
+        for daemon in self.network.daemons():
+            wait_for(lambda d=daemon: not any(f'{name}"' in d.status() or f" {name}:" in d.status()
+                                              for name in (self.names[0], self.names[-1])),
+                     f"{daemon.name} without the ports", 40)
 
 
 if __name__ == "__main__":
