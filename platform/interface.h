@@ -18,7 +18,10 @@ typedef uint64_t IF_INSTANCE;
 
 #define IF_NO_INSTANCE UINT64_MAX
 
-/* Data items of an interface, and what data points at. */
+/*
+ * Data items of an interface, and what data points at. Asked of an interface type they are the names of the
+ * type and its own code; a type that has no name is an error.
+ */
 #define IF_ITEM_FULL_NAME 10u  /* char[IF_NAME_SIZE], terminated */
 #define IF_ITEM_SHORT_NAME 11u /* char[IF_SHORT_NAME_SIZE], terminated */
 #define IF_ITEM_TYPE 18u       /* uint32_t, an interface type code */

@@ -2,9 +2,7 @@
  * Data of interfaces: names, type codes and whether a type may be selected. The kernel's names are short
  * already, so the short name is the full one.
  */
-#include <cerrno>
 #include <cstring>
-#include <new>
 
 #include "interface_type.h"
 #include "interface_view.h"
@@ -15,23 +13,14 @@ namespace
 
 static_assert(sizeof(HOST_LINK_S::name) <= IF_SHORT_NAME_SIZE && IF_SHORT_NAME_SIZE <= IF_NAME_SIZE);
 
-// Finds a link with what a C caller can bear: no exceptions, and errno as it was.
-template <typename Key> bool find_quietly(Key key, HOST_LINK_S *link)
-{
-    const int saved = errno;
-    bool found = false;
-    try {
-        found = host::find_interface(key, link);
-    } catch (const std::bad_alloc &) {
-        found = false;
-    }
-    errno = saved;
-    return found;
-}
-
 void put_number(uint32_t number, void *data)
 {
     memcpy(data, &number, sizeof(number));
+}
+
+void put_text(const char *text, void *data)
+{
+    memcpy(data, text, strlen(text) + 1);
 }
 
 } // namespace
@@ -41,13 +30,13 @@ extern "C" {
 HOST_API uint32_t IF_GetDataByIfIndex(uint32_t if_index, uint32_t item, void *data)
 {
     HOST_LINK_S link;
-    if (data == nullptr || !find_quietly(if_index, &link)) {
+    if (data == nullptr || !host::find_interface_quietly(if_index, &link)) {
         return HOST_FAILED;
     }
     switch (item) {
     case IF_ITEM_FULL_NAME:
     case IF_ITEM_SHORT_NAME:
-        memcpy(data, link.name, strlen(link.name) + 1);
+        put_text(link.name, data);
         return 0;
     case IF_ITEM_TYPE:
         put_number(host::interface_type(link), data);
@@ -61,17 +50,33 @@ HOST_API uint32_t IF_GetDataByIfIndex(uint32_t if_index, uint32_t item, void *da
 
 HOST_API uint32_t IF_GetDataByIfType(uint32_t type, uint32_t item, void *data)
 {
-    if (data == nullptr || item != IF_TYPE_ITEM_HIDDEN || type == 0 || type > host::TYPE_OTHER) {
+    if (data == nullptr || type == 0 || type > host::TYPE_OTHER) {
         return HOST_FAILED;
     }
-    put_number(type == host::TYPE_OTHER ? 1 : 0, data);
-    return 0;
+    const host::TypeName *name = host::type_name(type);
+    switch (item) {
+    case IF_ITEM_FULL_NAME:
+    case IF_ITEM_SHORT_NAME:
+        if (name == nullptr) {
+            return HOST_FAILED;
+        }
+        put_text(item == IF_ITEM_FULL_NAME ? name->full : name->brief, data);
+        return 0;
+    case IF_ITEM_TYPE:
+        put_number(type, data);
+        return 0;
+    case IF_TYPE_ITEM_HIDDEN:
+        put_number(type == host::TYPE_OTHER ? 1 : 0, data);
+        return 0;
+    default:
+        return HOST_FAILED;
+    }
 }
 
 HOST_API uint32_t IF_GetIfIndexByFullName(const char *full_name)
 {
     HOST_LINK_S link;
-    return full_name != nullptr && find_quietly(full_name, &link) ? link.if_index : 0;
+    return full_name != nullptr && host::find_interface_quietly(full_name, &link) ? link.if_index : 0;
 }
 
 } // extern "C"

@@ -1,6 +1,8 @@
 #include "interface_type.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 namespace
 {
@@ -55,7 +57,26 @@ constexpr struct {
     {"xfrm", TUNNEL},
 };
 
+constexpr host::TypeName NAMES[] = {
+    {LOOPBACK, "loopback", "loop"},
+    {ETHERNET, "ethernet_l3", "eth"},
+    {VIRTUAL_ETHERNET, "virtual-ethernet_l3", "veth"},
+    {SERIAL, "serial", "ser"},
+    {TUNNEL, "tunnel", "tun"},
+    {VLAN, "vlan-interface", "vlan"},
+    {AGGREGATION, "route-aggregation", "ragg"},
+    {REDUNDANT_ETHERNET, "reth", "reth"},
+    {SWITCHED_DOMAIN, "vsi-interface", "vsi"},
+};
+
 } // namespace
+
+const host::TypeName *host::type_name(uint32_t type)
+{
+    const auto found = std::find_if(std::begin(NAMES), std::end(NAMES),
+                                    [type](const TypeName &name) { return name.type == type; });
+    return found == std::end(NAMES) ? nullptr : found;
+}
 
 uint32_t host::interface_type(const HOST_LINK_S &link)
 {

@@ -12,6 +12,16 @@ namespace host
 // The code of what has none of its own; the codes of types are below it.
 constexpr uint32_t TYPE_OTHER = 128;
 
+// How a type is called; brief is the abbreviation.
+struct TypeName {
+    uint32_t type;
+    const char *full;
+    const char *brief;
+};
+
+// The names of a type that links can have; NULL for any other.
+const TypeName *type_name(uint32_t type);
+
 // The type code of a link, from what the kernel says it is.
 uint32_t interface_type(const HOST_LINK_S &link);
 

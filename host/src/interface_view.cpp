@@ -210,6 +210,28 @@ bool find_interface(const char *name, HOST_LINK_S *link)
     return copied ? found : ask_kernel(0, name, &answer) && take_first(answer, link);
 }
 
+bool find_interface(const std::function<bool(const HOST_LINK_S &)> &wanted, HOST_LINK_S *link)
+{
+    bool found = false;
+    const bool copied = read_copy([&](const std::map<uint32_t, HOST_LINK_S> &links) {
+        const auto place = std::find_if(links.begin(), links.end(),
+                                        [&wanted](const auto &entry) { return wanted(entry.second); });
+        found = place != links.end();
+        if (found) {
+            *link = place->second;
+        }
+    });
+    std::vector<HOST_LINK_S> answer;
+    if (copied || !all_interfaces(&answer)) {
+        return found;
+    }
+    const auto place = std::find_if(answer.begin(), answer.end(), wanted);
+    if (place != answer.end()) {
+        *link = *place;
+    }
+    return place != answer.end();
+}
+
 bool all_interfaces(std::vector<HOST_LINK_S> *links)
 {
     links->clear();

@@ -5,8 +5,11 @@
 #ifndef HOST_INTERFACE_VIEW_H
 #define HOST_INTERFACE_VIEW_H
 
+#include <cerrno>
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <new>
 #include <vector>
 
 #include "mcasthost/link.h"
@@ -41,6 +44,24 @@ private:
 // False when there is none or the kernel cannot be asked; *link is then untouched. May throw std::bad_alloc.
 bool find_interface(uint32_t if_index, HOST_LINK_S *link);
 bool find_interface(const char *name, HOST_LINK_S *link);
+
+// The link with the lowest index for which wanted is true. Calls it under the view's lock, so it must not ask
+// the view.
+bool find_interface(const std::function<bool(const HOST_LINK_S &)> &wanted, HOST_LINK_S *link);
+
+// find_interface with what a C caller can bear: no exceptions, and errno as it was.
+template <typename Key> bool find_interface_quietly(const Key &key, HOST_LINK_S *link)
+{
+    const int saved = errno;
+    bool found = false;
+    try {
+        found = find_interface(key, link);
+    } catch (const std::bad_alloc &) {
+        found = false;
+    }
+    errno = saved;
+    return found;
+}
 
 // Every link, in the order of their indexes. False when the kernel cannot be asked. May throw std::bad_alloc.
 bool all_interfaces(std::vector<HOST_LINK_S> *links);

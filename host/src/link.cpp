@@ -57,33 +57,7 @@ host::LoopObjects<HOST_LINK_TABLE_S> g_tables;
 
 void apply(const nlmsghdr *message, void *context)
 {
-    host::LinkState &state = static_cast<HOST_LINK_TABLE_S *>(context)->state;
-    HOST_LINK_S link;
-    HOST_ADDRESS_S address;
-    switch (message->nlmsg_type) {
-    case RTM_NEWLINK:
-        if (host::read_link(message, &link)) {
-            state.set_link(link);
-        }
-        break;
-    case RTM_DELLINK:
-        if (host::read_link(message, &link)) {
-            state.remove_link(link.if_index);
-        }
-        break;
-    case RTM_NEWADDR:
-        if (host::read_address(message, &address)) {
-            state.set_address(address);
-        }
-        break;
-    case RTM_DELADDR:
-        if (host::read_address(message, &address)) {
-            state.remove_address(address);
-        }
-        break;
-    default:
-        break;
-    }
+    host::apply_message(message, &static_cast<HOST_LINK_TABLE_S *>(context)->state);
 }
 
 void collect(const nlmsghdr *message, void *context)

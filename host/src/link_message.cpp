@@ -84,6 +84,17 @@ bool copy_address(const nlattr *attribute, size_t size, uint8_t (&address)[16])
     return true;
 }
 
+// The data of a link belongs to its kind: another one's attribute of the same number is something else.
+uint32_t vrf_table(const char *kind, const nlattr *data)
+{
+    if (data == nullptr || strcmp(kind, "vrf") != 0) {
+        return 0;
+    }
+    Attributes<IFLA_VRF_TABLE + 1> attributes;
+    mnl_attr_parse_nested(data, attributes.store, &attributes);
+    return number(attributes.at[IFLA_VRF_TABLE], 0);
+}
+
 } // namespace
 
 bool host::read_link(const nlmsghdr *message, HOST_LINK_S *link)
@@ -104,9 +115,10 @@ bool host::read_link(const nlmsghdr *message, HOST_LINK_S *link)
     link->master_index = number(attributes.at[IFLA_MASTER], 0);
     copy_text(attributes.at[IFLA_IFNAME], link->name);
     if (attributes.at[IFLA_LINKINFO] != nullptr) {
-        Attributes<IFLA_INFO_KIND + 1> info;
+        Attributes<IFLA_INFO_DATA + 1> info;
         mnl_attr_parse_nested(attributes.at[IFLA_LINKINFO], info.store, &info);
         copy_text(info.at[IFLA_INFO_KIND], link->kind);
+        link->vrf_table = vrf_table(link->kind, info.at[IFLA_INFO_DATA]);
     }
     return true;
 }

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <linux/rtnetlink.h>
 #include <sys/socket.h>
+
+#include "link_message.h"
 
 namespace host
 {
@@ -13,8 +16,8 @@ namespace
 bool equal(const HOST_LINK_S &first, const HOST_LINK_S &second)
 {
     return first.flags == second.flags && first.mtu == second.mtu &&
-           first.master_index == second.master_index && strcmp(first.name, second.name) == 0 &&
-           strcmp(first.kind, second.kind) == 0;
+           first.master_index == second.master_index && first.vrf_table == second.vrf_table &&
+           strcmp(first.name, second.name) == 0 && strcmp(first.kind, second.kind) == 0;
 }
 
 bool equal(const HOST_ADDRESS_S &first, const HOST_ADDRESS_S &second)
@@ -141,6 +144,36 @@ void LinkState::become(const LinkMap &fresh)
         for (const HOST_ADDRESS_S &address : entry.addresses) {
             set_address(address);
         }
+    }
+}
+
+void apply_message(const nlmsghdr *message, LinkState *state)
+{
+    HOST_LINK_S link;
+    HOST_ADDRESS_S address;
+    switch (message->nlmsg_type) {
+    case RTM_NEWLINK:
+        if (read_link(message, &link)) {
+            state->set_link(link);
+        }
+        break;
+    case RTM_DELLINK:
+        if (read_link(message, &link)) {
+            state->remove_link(link.if_index);
+        }
+        break;
+    case RTM_NEWADDR:
+        if (read_address(message, &address)) {
+            state->set_address(address);
+        }
+        break;
+    case RTM_DELADDR:
+        if (read_address(message, &address)) {
+            state->remove_address(address);
+        }
+        break;
+    default:
+        break;
     }
 }
 

@@ -4,6 +4,7 @@
 #ifndef HOST_LINK_TABLE_H
 #define HOST_LINK_TABLE_H
 
+#include <linux/netlink.h>
 #include <map>
 #include <vector>
 
@@ -50,6 +51,9 @@ private:
     void *context_;
     LinkMap links_;
 };
+
+// Makes the change that a route netlink message tells of; others change nothing.
+void apply_message(const nlmsghdr *message, LinkState *state);
 
 // Whether both are the same address of a link, whatever its flags.
 bool same_address(const HOST_ADDRESS_S &first, const HOST_ADDRESS_S &second);

@@ -1,11 +1,59 @@
+/*
+ * The platform's questions about VPN instances, answered from the configuration in force and the links as the
+ * interface service sees them: with a link table open, as far as its loop has read the kernel's
+ * notifications.
+ */
 #include "platform/vpn.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <net/if.h>
+#include <string>
 
 #include "config_store.h"
+#include "interface_view.h"
+#include "vpn_instance.h"
+
+namespace
+{
+
+// NULL before the first load.
+const host::VpnTable *vpns_in_force()
+{
+    const host::Config *config = host::current_config();
+    return config != nullptr ? &config->vpns : nullptr;
+}
+
+// The name of an entry of the file; NULL when there is none.
+const char *name_of_entry(const host::VpnTable *vpns, uint16_t vrf_index)
+{
+    if (vpns == nullptr) {
+        return nullptr;
+    }
+    const auto place = vpns->names.find(vrf_index);
+    return place == vpns->names.end() ? nullptr : place->second.c_str();
+}
+
+// The VRF device with the lowest interface index that is the instance.
+bool find_device(const host::VpnTable *vpns, uint16_t vrf_index, HOST_LINK_S *device)
+{
+    return host::find_interface_quietly(
+        [&](const HOST_LINK_S &link) {
+            return host::is_vrf_device(link) && host::instance_of_device(vpns, link) == vrf_index;
+        },
+        device);
+}
+
+// False when it does not fit, with as much of it as does.
+bool copy_name(const char *found, uint32_t capacity, char *name)
+{
+    const size_t length = strlen(found);
+    const size_t copied = std::min<size_t>(length, capacity - 1);
+    memcpy(name, found, copied);
+    name[copied] = '\0';
+    return copied == length;
+}
+
+} // namespace
 
 extern "C" {
 
@@ -14,37 +62,34 @@ HOST_API uint32_t L3VPN_GetNameByVrfIndex(uint16_t vrf_index, uint32_t capacity,
     if (name == nullptr || capacity == 0) {
         return HOST_FAILED;
     }
-    const host::Config *config = host::current_config();
-    const char *found = vrf_index == 0 ? "" : nullptr;
-    if (config != nullptr && vrf_index != 0) {
-        const auto place = config->vpns.names.find(vrf_index);
-        found = place == config->vpns.names.end() ? nullptr : place->second.c_str();
-    }
+    const host::VpnTable *vpns = vpns_in_force();
+    const char *found = vrf_index == 0 ? "" : name_of_entry(vpns, vrf_index);
+    HOST_LINK_S device;
     if (found == nullptr) {
-        return HOST_FAILED;
+        if (!find_device(vpns, vrf_index, &device)) {
+            return HOST_FAILED;
+        }
+        found = device.name;
     }
-    const size_t length = strlen(found);
-    const size_t copied = std::min<size_t>(length, capacity - 1);
-    memcpy(name, found, copied);
-    name[copied] = '\0';
-    return copied == length ? 0 : HOST_FAILED;
+    return copy_name(found, capacity, name) ? 0 : HOST_FAILED;
 }
 
-// The name is asked of the kernel each time, so an interface that is renamed or comes later is found.
 HOST_API uint32_t L3VPN_GetVrfIndexByIfIndex(uint32_t if_index, uint16_t *vrf_index)
 {
-    char name[IF_NAMESIZE];
-    const int saved = errno;
-    if (vrf_index == nullptr || if_indextoname(if_index, name) == nullptr) {
-        errno = saved;
+    HOST_LINK_S link;
+    HOST_LINK_S master;
+    if (vrf_index == nullptr || !host::find_interface_quietly(if_index, &link)) {
         return HOST_FAILED;
     }
-    uint16_t found = 0;
-    if (const host::Config *config = host::current_config(); config != nullptr) {
-        const auto place = config->vpns.interfaces.find(std::string_view(name));
-        found = place == config->vpns.interfaces.end() ? uint16_t{0} : place->second;
+    const bool is_port = link.master_index != 0;
+    if (is_port && !host::find_interface_quietly(link.master_index, &master)) {
+        return HOST_FAILED; // it may be a VRF device
     }
-    *vrf_index = found;
+    const auto found = host::instance_of_link(vpns_in_force(), link, is_port ? &master : nullptr);
+    if (!found) {
+        return HOST_FAILED;
+    }
+    *vrf_index = *found;
     return 0;
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "config_support.h"
+#include "namespace.h"
 #include "platform/vpn.h"
 
 namespace
@@ -341,6 +342,25 @@ TEST_F(Config, NamesOfInstancesAreThoseOfTheFile)
     EXPECT_NE(L3VPN_GetNameByVrfIndex(5, 1, nullptr), 0u);
     EXPECT_EQ(L3VPN_GetNameByVrfIndex(0, 1, name), 0u);
     EXPECT_STREQ(name, "");
+}
+
+// What a table of the process has read is what the answers come from; without one the kernel is asked.
+TEST_F(Config, VrfDeviceIsAnInstanceWithItsPorts)
+{
+    IN_FRESH_NAMESPACE([] {
+        if (system("ip link add red type vrf table 77 2>/dev/null") != 0) {
+            GTEST_SKIP() << "the kernel has no VRF devices";
+        }
+        host_test::shell("ip link add left0 type veth peer name right0 && ip link set left0 master red");
+        uint16_t vrf = 99;
+        char name[L3VPN_NAME_SIZE];
+        EXPECT_EQ(L3VPN_GetVrfIndexByIfIndex(if_nametoindex("left0"), &vrf), 0u);
+        EXPECT_EQ(vrf, 77u);
+        EXPECT_EQ(L3VPN_GetVrfIndexByIfIndex(if_nametoindex("right0"), &vrf), 0u);
+        EXPECT_EQ(vrf, 0u);
+        EXPECT_EQ(L3VPN_GetNameByVrfIndex(77, sizeof(name), name), 0u);
+        EXPECT_STREQ(name, "red");
+    });
 }
 
 TEST_F(Config, AnInterfaceIsInTheInstanceThatListsItOtherwiseInThePublicOne)

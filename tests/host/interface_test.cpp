@@ -178,9 +178,71 @@ TEST(InterfaceData, TellsWhichTypesMayBeSelected)
     EXPECT_EQ(hidden, 1u);
     EXPECT_NE(IF_GetDataByIfType(0, IF_TYPE_ITEM_HIDDEN, &hidden), 0u);
     EXPECT_NE(IF_GetDataByIfType(129, IF_TYPE_ITEM_HIDDEN, &hidden), 0u);
-    EXPECT_NE(IF_GetDataByIfType(5, IF_ITEM_FULL_NAME, &hidden), 0u);
+    EXPECT_NE(IF_GetDataByIfType(5, 12, &hidden), 0u);
     EXPECT_NE(IF_GetDataByIfType(5, IF_TYPE_ITEM_HIDDEN, nullptr), 0u);
     EXPECT_EQ(hidden, 1u);
+}
+
+TEST(InterfaceData, TellsHowTypesAreCalled)
+{
+    const struct {
+        uint32_t type;
+        const char *full;
+        const char *brief;
+    } rows[] = {
+        {16, "loopback", "loop"},
+        {22, "ethernet_l3", "eth"},
+        {24, "virtual-ethernet_l3", "veth"},
+        {35, "serial", "ser"},
+        {39, "tunnel", "tun"},
+        {41, "vlan-interface", "vlan"},
+        {67, "route-aggregation", "ragg"},
+        {110, "reth", "reth"},
+        {111, "vsi-interface", "vsi"},
+    };
+    for (const auto &row : rows) {
+        char full[IF_NAME_SIZE];
+        char brief[IF_SHORT_NAME_SIZE];
+        uint32_t type = 0;
+        EXPECT_EQ(IF_GetDataByIfType(row.type, IF_ITEM_FULL_NAME, full), 0u);
+        EXPECT_STREQ(full, row.full);
+        EXPECT_EQ(IF_GetDataByIfType(row.type, IF_ITEM_SHORT_NAME, brief), 0u);
+        EXPECT_STREQ(brief, row.brief);
+        EXPECT_EQ(IF_GetDataByIfType(row.type, IF_ITEM_TYPE, &type), 0u);
+        EXPECT_EQ(type, row.type);
+    }
+}
+
+// The library's selectors go by the same names.
+TEST(InterfaceData, CallsTypesAsTheLibraryDoes)
+{
+    unsigned named = 0;
+    for (const MCAST_IF_TYPE_ROW_S *row = g_astMcastL3If; row->name != nullptr; row++) {
+        char full[IF_NAME_SIZE];
+        if (IF_GetDataByIfType(static_cast<uint32_t>(row->type), IF_ITEM_FULL_NAME, full) == 0) {
+            EXPECT_STREQ(full, row->name);
+            named++;
+        }
+    }
+    EXPECT_EQ(named, 9u) << "every type that the host gives to a link is one of the library's";
+}
+
+TEST(InterfaceData, TypesThatNoLinkHasAreWithoutNames)
+{
+    char name[IF_NAME_SIZE] = "untouched";
+    for (const uint32_t type : {0u, 1u, 5u, 127u, 128u, 129u, UINT32_MAX}) {
+        EXPECT_NE(IF_GetDataByIfType(type, IF_ITEM_FULL_NAME, name), 0u) << type;
+        EXPECT_NE(IF_GetDataByIfType(type, IF_ITEM_SHORT_NAME, name), 0u) << type;
+    }
+    EXPECT_STREQ(name, "untouched");
+    uint32_t code = 7;
+    for (const uint32_t type : {0u, 129u, UINT32_MAX}) {
+        EXPECT_NE(IF_GetDataByIfType(type, IF_ITEM_TYPE, &code), 0u) << type;
+    }
+    EXPECT_EQ(code, 7u);
+    EXPECT_EQ(IF_GetDataByIfType(128, IF_ITEM_TYPE, &code), 0u);
+    EXPECT_EQ(code, 128u);
+    EXPECT_NE(IF_GetDataByIfType(22, IF_ITEM_FULL_NAME, nullptr), 0u);
 }
 
 // With a table the answers change when its loop has served the kernel's notification, not before: they are

@@ -16,6 +16,7 @@
 #include "platform/device.h"
 #include "platform/interface.h"
 #include "platform/resource.h"
+#include "platform/vpn.h"
 #include "support/descriptors.h"
 
 namespace
@@ -118,6 +119,26 @@ TEST(ShortMemory, InterfaceDataFailsAndLeavesTheOutputAlone)
         EXPECT_GE(for_every_allocation([&] { found = IF_GetIfIndexByFullName("lo"); },
                                        [&](bool failed) { EXPECT_EQ(found, failed ? 0 : index); }),
                   1u);
+    });
+}
+
+TEST(ShortMemory, InstanceOfAnInterfaceFailsAndLeavesTheOutputAlone)
+{
+    IN_FRESH_NAMESPACE([] {
+        const uint32_t index = if_nametoindex("lo");
+        uint32_t result = 0;
+        uint16_t vrf = 99;
+        EXPECT_GE(for_every_allocation([&] { result = L3VPN_GetVrfIndexByIfIndex(index, &vrf); },
+                                       [&](bool failed) {
+                                           EXPECT_EQ(result != 0, failed);
+                                           EXPECT_EQ(vrf, failed ? 99u : 0u);
+                                       }),
+                  1u);
+        char name[L3VPN_NAME_SIZE] = "untouched";
+        EXPECT_GE(for_every_allocation([&] { result = L3VPN_GetNameByVrfIndex(77, sizeof(name), name); },
+                                       [&](bool) { EXPECT_NE(result, 0u); }),
+                  1u);
+        EXPECT_STREQ(name, "untouched");
     });
 }
 

@@ -33,6 +33,7 @@ typedef struct HOST_LINK_S {
     uint32_t master_index; /* the bridge, bond or VRF device it belongs to; 0 when none */
     char name[16];
     char kind[16]; /* the kernel's name for what the device is, for example "veth" or "vrf"; may be empty */
+    uint32_t vrf_table; /* of a VRF device: its routing table; otherwise 0 */
 } HOST_LINK_S;
 
 /* Flags of an address. SECONDARY: IPv4, not the first of its subnet. TENTATIVE: not usable as a source yet.
@@ -53,7 +54,7 @@ typedef struct HOST_ADDRESS_S {
 
 /* What happened. */
 #define HOST_LINK_EVENT_ADDED 1u
-#define HOST_LINK_EVENT_CHANGED 2u /* flags, MTU or master */
+#define HOST_LINK_EVENT_CHANGED 2u /* flags, MTU, master, kind or routing table */
 #define HOST_LINK_EVENT_RENAMED 3u /* reported before a CHANGED of the same moment */
 #define HOST_LINK_EVENT_REMOVED 4u /* after an ADDRESS_REMOVED for each of its addresses */
 #define HOST_LINK_EVENT_ADDRESS_ADDED 5u
