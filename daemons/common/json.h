@@ -66,6 +66,11 @@ public:
         begin(name);
         text_ += value ? "true" : "false";
     }
+    void null(const char *name)
+    {
+        begin(name);
+        text_ += "null";
+    }
     // The text, complete when everything that was opened is closed; the writer is empty then.
     std::string take()
     {

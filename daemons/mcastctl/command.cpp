@@ -1,0 +1,69 @@
+#include "daemons/mcastctl/command.h"
+
+#include "daemons/mcastctl/text.h"
+
+#include <cstdio>
+#include <utility>
+
+namespace mcastctl
+{
+namespace
+{
+
+constexpr void (*COMMANDS[])(const CommandLine &line) = {
+    add_show_commands,
+    add_set_commands,
+    add_status_command,
+    add_complete_command,
+};
+
+// A command line that ends too early. CLI11 can refuse it, too, but does so without a look at a wrong word.
+int say_what_is_missing(const CLI::App &root)
+{
+    const CLI::App *command = &root;
+    while (!command->get_subcommands().empty()) {
+        command = command->get_subcommands().front();
+    }
+    std::fprintf(stderr, "%s: what?\n%s", command->get_name().c_str(), command->help().c_str());
+    return EXIT_USAGE;
+}
+
+} // namespace
+
+void on_command(const CommandLine &line, CLI::App &command, std::function<int()> run)
+{
+    command.callback([chosen = line.run, run = std::move(run)] { *chosen = run; });
+}
+
+void report(const Outcome &outcome)
+{
+    for (const DaemonInfo *daemon : outcome.unreachable) {
+        const std::string text = format(help_text(Help::NotReady), daemon_title(*daemon).c_str());
+        std::fprintf(stderr, "mcastctl: %s\n", text.c_str());
+    }
+    for (const std::string &error : outcome.errors) {
+        std::fprintf(stderr, "mcastctl: %s\n", error.c_str());
+    }
+}
+
+int run_command_line(int argc, const char *const *argv)
+{
+    CLI::App root("Reads and sets the tables of the running multicast daemons", "mcastctl");
+    root.set_version_flag("--version", "mcastctl " MCAST_VERSION);
+    root.require_subcommand(0, 1);
+    CLI::App &show = *root.add_subcommand("show", "Show a table");
+    CLI::App &set = *root.add_subcommand("set", "Set a value");
+    std::function<int()> run;
+    const CommandLine line{root, show, set, &run};
+    for (const auto &add : COMMANDS) {
+        add(line);
+    }
+    try {
+        root.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return root.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
+    }
+    return run ? run() : say_what_is_missing(root);
+}
+
+} // namespace mcastctl

@@ -1,0 +1,46 @@
+/*
+ * The commands of mcastctl. Each lies in a file of its own with a function that adds it to the command line;
+ * command.cpp lists these functions, which is all that a new command needs.
+ */
+#ifndef DAEMONS_MCASTCTL_COMMAND_H
+#define DAEMONS_MCASTCTL_COMMAND_H
+
+#include "daemons/mcastctl/client.h"
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+namespace mcastctl
+{
+
+// Exit codes: what was asked for was done; a daemon could not be reached or refused; the command line is
+// wrong.
+constexpr int EXIT_DONE = 0;
+constexpr int EXIT_FAILED = 1;
+constexpr int EXIT_USAGE = 2;
+
+// Where commands are added.
+struct CommandLine {
+    CLI::App &root;
+    CLI::App &show;            // "show TABLE"
+    CLI::App &set;             // "set SETTING"
+    std::function<int()> *run; // what the chosen command does; its result is the exit code
+};
+
+// Sets what is done when the command is given.
+void on_command(const CommandLine &line, CLI::App &command, std::function<int()> run);
+
+void add_show_commands(const CommandLine &line);
+void add_set_commands(const CommandLine &line);
+void add_status_command(const CommandLine &line);
+void add_complete_command(const CommandLine &line);
+
+// Reads the command line and does what it says. The exit code.
+int run_command_line(int argc, const char *const *argv);
+
+// Says on standard error which daemons could not be reached and what others refused.
+void report(const Outcome &outcome);
+
+} // namespace mcastctl
+
+#endif

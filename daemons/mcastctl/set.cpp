@@ -1,0 +1,74 @@
+/*
+ * "set SETTING": values of the running daemons.
+ */
+#include "daemons/mcastctl/arguments.h"
+#include "daemons/mcastctl/command.h"
+#include "daemons/mcastctl/text.h"
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace mcastctl
+{
+namespace
+{
+
+struct SetOptions {
+    Filter filter;
+    uint32_t seconds = 0;
+};
+
+// Sets the interval at each daemon that runs. Done when at least one took it and none refused.
+int set_query_interval(const SetOptions &options)
+{
+    mcastd::ControlFields key;
+    if (options.filter.if_index) {
+        key.push_back(mcastd::ControlField::interface(*options.filter.if_index));
+    }
+    Outcome outcome;
+    const Daemons daemons = daemons_named("gmpd", options.filter.family);
+    for (const DaemonInfo *daemon : daemons) {
+        append(&outcome, set_value(*daemon, mcastd::INTERFACE_TABLE, key, mcastd::SETTING_QUERY_INTERVAL,
+                                   mcastd::ControlField::number(options.seconds)));
+    }
+    report(outcome);
+    return outcome.good() && outcome.unreachable.size() < daemons.size() ? EXIT_DONE : EXIT_FAILED;
+}
+
+// A number of seconds, or "default" where an interface may go back to the common value.
+void take_seconds(const std::string &text, SetOptions &options)
+{
+    if (text == "default") {
+        options.seconds = 0;
+        return;
+    }
+    if (!CLI::detail::lexical_cast(text, options.seconds) || options.seconds == 0) {
+        throw CLI::ValidationError("SECONDS", text + ": neither a number of seconds from 1 on nor default");
+    }
+}
+
+} // namespace
+
+void add_set_commands(const CommandLine &line)
+{
+    const auto options = std::make_shared<SetOptions>();
+    CLI::App &command = *line.set.add_subcommand(
+        "query-interval", "Seconds between the general queries of IGMP and MLD, in force at once");
+    add_family(command, &options->filter.family);
+    add_interface(command, "--interface", help_text(Help::SpecifyInterface), &options->filter.if_index);
+    command
+        .add_option_function<std::string>(
+            "SECONDS", [options](const std::string &text) { take_seconds(text, *options); },
+            "The interval; \"default\" gives an interface the value of all others again")
+        ->required();
+    on_command(line, command, [options] {
+        if (options->seconds == 0 && !options->filter.if_index) {
+            std::fputs("mcastctl: default is for an interface; give one with --interface\n", stderr);
+            return EXIT_USAGE;
+        }
+        return set_query_interval(*options);
+    });
+}
+
+} // namespace mcastctl
