@@ -12,6 +12,7 @@
 #include "daemons/common/control.h"
 #include "daemons/common/log.h"
 #include "daemons/common/memory.h"
+#include "daemons/common/service_start.h"
 #include "daemons/common/services.h"
 #include "daemons/common/timer_loop.h"
 #include "daemons/gmpd/control.h"
@@ -97,6 +98,9 @@ int run_daemon(const mcastd::Options &options, const Config &config)
     Links links(router, receiver);
 
     router.outputs = &outputs;
+    if (config.start_mribd) {
+        mcastd::start_service("mribd", mcastd::SERVICE_MRIBD, mcastd::CONTROL_PORT_MRIBD);
+    }
     if (!mrib.open() || !links.open(frame.reactor().descriptor()) ||
         !frame.reactor().add(receiver.descriptor(), EPOLLIN, [&](uint32_t) { receiver.read_some(); })) {
         return EXIT_FAILURE;

@@ -62,6 +62,8 @@ void add_options(mcastd::Options &options, Config &config)
                  "End a membership with its first leave, without asking for others: for links with one host");
     app.add_option("--config", config.file,
                    "Configuration file, for the access lists in it; read again on SIGHUP");
+    app.add_flag("--start-mribd", config.start_mribd,
+                 "Start mribd first when it does not run, as service 1 of the configuration file says");
     app.add_option("--max-groups", config.max_groups, "Most groups on one interface")
         ->check(CLI::Range(1u, 16777216u))
         ->capture_default_str();
@@ -82,6 +84,10 @@ bool finish_config(Config &config)
             return false;
         }
         ++config.version;
+    }
+    if (config.start_mribd && config.file.empty()) {
+        mcastd::log_error("--start-mribd: needs a configuration file (--config) with a [[service]] of id 1");
+        return false;
     }
     if (config.response_s >= config.query_interval_s) {
         mcastd::log_error("--query-response-interval %u: must be less than the query interval of %u seconds",

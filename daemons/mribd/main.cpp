@@ -12,11 +12,13 @@
  */
 #include "daemons/common/control.h"
 #include "daemons/common/frame.h"
+#include "daemons/common/service_start.h"
 #include "daemons/common/services.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/control.h"
 #include "daemons/mribd/host_environment.h"
 #include "daemons/mribd/plane.h"
+#include "mcast/service.h"
 #include "mcasthost/loop.h"
 
 #include <algorithm>
@@ -87,20 +89,33 @@ bool open_planes(mcastd::Frame &frame, const mribd::PlaneSettings &settings,
     return !planes->empty();
 }
 
-// Nothing of a file that is wrong counts, which is logged.
-bool configure(const std::string &path, const Planes &planes)
+// Nothing of a file that is wrong counts, which is logged; config then stays as it was.
+bool load(const std::string &path, mribd::Config *config)
 {
-    mribd::Config config;
+    mribd::Config fresh;
     std::string error;
-    const auto read = [&config](mcastd::ConfigTable &table) { config = mribd::read_config(table); };
+    const auto read = [&fresh](mcastd::ConfigTable &table) { fresh = mribd::read_config(table); };
     if (!mcastd::load_config(path.c_str(), "mribd", read, &error)) {
         mcastd::log_error("%s", error.c_str());
         return false;
     }
+    for (const auto &[vrf_index, instance] : fresh.instances) {
+        if (MCAST_VrfIsExist(vrf_index) != MCAST_TRUE) {
+            mcastd::log_warning(
+                "instance %u of [[mribd.instance]] is no [[vpn]]: the clients are told of it, "
+                "but nothing can be in it",
+                unsigned{vrf_index});
+        }
+    }
+    *config = std::move(fresh);
+    return true;
+}
+
+void configure(const mribd::Config &config, const Planes &planes)
+{
     for (const auto &plane : planes) {
         plane->configure(config);
     }
-    return true;
 }
 
 void attach(mcastd::Frame &frame, const std::string &config_path, const Planes &planes)
@@ -112,7 +127,10 @@ void attach(mcastd::Frame &frame, const std::string &config_path, const Planes &
     });
     if (!config_path.empty()) {
         frame.on_reload([&config_path, &planes] {
-            if (!configure(config_path, planes)) {
+            mribd::Config config;
+            if (load(config_path, &config)) {
+                configure(config, planes);
+            } else {
                 mcastd::log_warning("the configuration stays as it was");
             }
         });
@@ -148,10 +166,17 @@ int serve(const mcastd::Options &options, mcastd::Frame &frame, const mribd::Pla
 {
     HostEnvironment environment;
     Planes planes;
+    mribd::Config config;
     if (!environment.open(frame.reactor().descriptor(), events_for(planes)) ||
-        !open_planes(frame, settings, environment, &planes) ||
-        (!config_path.empty() && !configure(config_path, planes)) || !options.start_trace()) {
+        (!config_path.empty() && !load(config_path, &config))) {
         return EXIT_FAILURE;
+    }
+    mcastd::start_forwarding();
+    if (!open_planes(frame, settings, environment, &planes) || !options.start_trace()) {
+        return EXIT_FAILURE;
+    }
+    if (!config_path.empty()) {
+        configure(config, planes);
     }
     mcastd::ControlServer control(frame.reactor());
     if (!open_control(control, planes)) {
