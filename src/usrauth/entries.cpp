@@ -1,6 +1,6 @@
 /*
- * Most groups have one source. It lives in the block of its group, which saves an allocation and keeps what
- * is looked at together in one place; further sources have blocks of their own.
+ * Most groups have one source. It lives in the group itself, which saves an allocation and keeps what is
+ * looked at together in one place; further sources have blocks of their own.
  *
  *   Group  ┌──────────────────────────────┐
  *          │ head: address, sources ──────┼──► tree of entries
@@ -11,17 +11,13 @@
 
 #include <stdlib.h>
 
+#include "usrauth/entry_block.h"
+
 namespace mcast::usrauth
 {
 
 namespace
 {
-
-struct Group {
-    MTABLE_GROUP_S head;
-    MCAST_USRAUTH_ENTRY_S first;
-    bool first_used;
-};
 
 Group *GroupOf(MTABLE_GROUP_S *head)
 {
@@ -42,6 +38,12 @@ void FreeEntry(Group *group, MCAST_USRAUTH_ENTRY_S *entry)
     }
 }
 
+/* The group release. */
+void ReleaseGroup(void *record)
+{
+    FreeGroup(static_cast<Group *>(record));
+}
+
 /* The source release. */
 void ReleaseEntry(void *record)
 {
@@ -60,16 +62,14 @@ MCAST_USRAUTH_ENTRY_S *AllocateEntry(Group *group)
     return &group->first;
 }
 
-Group *CreateGroup(MTABLE_S *table, const MCAST_ADDR_S &address)
+Group *CreateGroup(MTABLE_S *table, const MCAST_ADDR_S &address, Group *group)
 {
-    Group *group = static_cast<Group *>(calloc(1, sizeof(*group)));
-
     if (group == nullptr) {
         return nullptr;
     }
     if (MTable_InitGroup(&group->head, &address, ReleaseEntry) != MCAST_OK ||
         MTable_InsertGroup(table, &group->head) != MCAST_OK) {
-        free(group);
+        FreeGroup(group);
         return nullptr;
     }
     return group;
@@ -95,27 +95,21 @@ void RemoveGroup(MTABLE_S *table, Group *group)
 {
     MTable_RemoveGroup(table, &group->head);
     MTable_FiniGroup(&group->head);
-    free(group);
+    FreeGroup(group);
 }
 
 /* A group that was made for a source goes with it when that cannot be added. */
-void AddToNewGroup(MTABLE_S *table, const Entry &entry)
+void AddToNewGroup(MTABLE_S *table, const Entry &entry, Group *place)
 {
-    Group *group = CreateGroup(table, entry.group);
+    Group *group = CreateGroup(table, entry.group, place);
 
     if (group != nullptr && !CreateEntry(group, entry.source)) {
         RemoveGroup(table, group);
     }
 }
 
-void AddEntry(MTABLE_S *table, const Entry &entry)
+void AddToGroup(MTABLE_GROUP_S *group, const Entry &entry)
 {
-    MTABLE_GROUP_S *group = MTable_SearchGroup(table, &entry.group);
-
-    if (group == nullptr) {
-        AddToNewGroup(table, entry);
-        return;
-    }
     MTABLE_SOURCE_S *source = MTable_SearchSourceInGroup(group, &entry.source);
 
     if (source != nullptr) {
@@ -125,50 +119,72 @@ void AddEntry(MTABLE_S *table, const Entry &entry)
     }
 }
 
-/* The walk's visit to an entry; argument counts what it removes. */
-uint32_t EndEntry(MTABLE_GROUP_S *head, MTABLE_SOURCE_S *source, void *argument)
+/* Whether the entry was not seen and is gone, and its group when it was the last one. */
+bool EndEntry(MTABLE_S *table, Group *group, MCAST_USRAUTH_ENTRY_S *entry)
 {
-    MCAST_USRAUTH_ENTRY_S *entry = EntryOf(source);
-    Group *group = GroupOf(head);
-
     if ((entry->flags & MCAST_USRAUTH_ENTRY_SEEN) != 0) {
         entry->flags &= ~MCAST_USRAUTH_ENTRY_SEEN;
-        return MCAST_OK;
+        return false;
     }
-    MTable_RemoveSource(head, source);
+    MTable_RemoveSource(&group->head, &entry->head);
     FreeEntry(group, entry);
-    if (AVL_Count(head->sources) == 0) {
-        RemoveGroup(head->owner, group);
+    if (AVL_Count(group->head.sources) == 0) {
+        RemoveGroup(table, group);
     }
-    ++*static_cast<uint32_t *>(argument);
-    return MCAST_OK;
+    return true;
+}
+
+/* Whether any entry of the group is gone. */
+bool EndGroup(MTABLE_S *table, Group *group)
+{
+    const AVL_HANDLE sources = group->head.sources;
+    void *source = AVL_GetLeftMost(sources);
+    bool any = false;
+
+    while (source != nullptr) {
+        void *next = AVL_GetNext(sources, source);
+
+        any |= EndEntry(table, group, static_cast<MCAST_USRAUTH_ENTRY_S *>(source));
+        source = next;
+    }
+    return any;
 }
 
 } // namespace
 
 bool InitEntries(MTABLE_S *table)
 {
-    return MTable_Init(table, MCAST_FreeFunc) == MCAST_OK;
+    return MTable_Init(table, ReleaseGroup) == MCAST_OK;
 }
 
 void AddEntries(MTABLE_S *table, EntryReader entries)
 {
+    EntryAllocator allocator;
     Entry entry;
 
     while (NextEntry(&entries, &entry)) {
-        AddEntry(table, entry);
+        MTABLE_GROUP_S *group = MTable_SearchGroup(table, &entry.group);
+
+        if (group != nullptr) {
+            AddToGroup(group, entry);
+        } else {
+            AddToNewGroup(table, entry, allocator.Take(1 + EntriesLeft(entries)));
+        }
     }
 }
 
 bool EndEntries(MTABLE_S *table)
 {
-    MCAST_ADDR_S group_cursor = {g_store.family, 0, {}};
-    MCAST_ADDR_S source_cursor = group_cursor;
-    MTABLE_WALK_S walk = {&group_cursor, &source_cursor, MTABLE_WALK_ALL};
-    uint32_t removed = 0;
+    void *group = AVL_GetLeftMost(table->groups);
+    bool any = false;
 
-    MTable_Walk(table, &walk, nullptr, nullptr, EndEntry, &removed);
-    return removed > 0;
+    while (group != nullptr) {
+        void *next = AVL_GetNext(table->groups, group);
+
+        any |= EndGroup(table, static_cast<Group *>(group));
+        group = next;
+    }
+    return any;
 }
 
 } // namespace mcast::usrauth

@@ -1,5 +1,7 @@
 #include "usrauth/interface_tree.h"
 
+#include "usrauth/interface_index.h"
+
 namespace mcast::usrauth
 {
 
@@ -38,6 +40,9 @@ int32_t CompareInterfaceLinks(const void *first, const void *second)
 
 User *FindByInterface(uint32_t if_index)
 {
+    if (HasIndex()) {
+        return FindInIndex(if_index);
+    }
     return g_store.open ? UserAt(AVL_Get(g_store.interfaces, &if_index, CompareInterface)) : nullptr;
 }
 
@@ -52,11 +57,15 @@ User *FirstAfterInterface(uint32_t if_index)
 void InsertInterface(User *user)
 {
     user->in_interface_tree = AVL_Insert(g_store.interfaces, &user->interface_link) == 0;
+    if (user->in_interface_tree != 0) {
+        IndexUser(user);
+    }
 }
 
 void RemoveInterface(User *user)
 {
     if (user->in_interface_tree != 0) {
+        UnindexUser(user);
         AVL_Remove(g_store.interfaces, &user->interface_link);
         user->in_interface_tree = 0;
     }

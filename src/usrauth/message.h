@@ -47,6 +47,14 @@ struct Entry {
 /* Fetches the next entry. False, for good, at the end. */
 bool NextEntry(EntryReader *reader, Entry *entry);
 
+/* How many entries may still come, at most. */
+inline uint32_t EntriesLeft(const EntryReader &reader)
+{
+    const size_t fit = reader.left / sizeof(USRAUTH_GROUP_ENTRY_S);
+
+    return fit < reader.count ? static_cast<uint32_t>(fit) : reader.count;
+}
+
 /* What an announcement, a withdrawal or an update says. Pointers are into the value. */
 struct UserMessage {
     uint32_t user_id;

@@ -13,6 +13,7 @@
 
 #include "event/guards.h"
 #include "usrauth/detail.h"
+#include "usrauth/interface_index.h"
 #include "usrauth/interface_tree.h"
 #include "usrauth/node.h"
 #include "usrauth/refresh.h"
@@ -31,6 +32,7 @@ static constexpr Store kNoStore = {.open = false,
                                    .nodes = 0,
                                    .refreshes = 0,
                                    .interfaces = 0,
+                                   .index = {nullptr, nullptr, 0},
                                    .details = 0,
                                    .detail_limit = MCAST_USRAUTH_MSG_DETAIL_LIMIT,
                                    .statistics = {},
@@ -57,8 +59,9 @@ bool CreateContainers()
 }
 
 /* What may not have been made is none, which the platform ends without ado. */
-void EndContainers()
+void EndContainers() MCAST_REQUIRES(g_stUsrAuthRWLock)
 {
+    EndIndex();
     AVL_Fini(g_store.interfaces);
     HASH_Fini(g_store.nodes);
     HASH_Fini(g_store.refreshes);
@@ -105,7 +108,11 @@ MCAST_STATUS MCAST_USRAUTH_Init(uint8_t family, int32_t epollId, TIMER_SERVICE t
 
 MCAST_STATUS MCAST_USRAUTH_Fini(void)
 {
-    EndContainers();
+    {
+        WriteGuard guard(g_stUsrAuthRWLock);
+
+        EndContainers();
+    }
     pthread_rwlock_destroy(&g_stUsrAuthRWLock.posix);
     g_stUsrAuthRWLock = {PTHREAD_RWLOCK_INITIALIZER};
     const uint64_t freed_users = g_store.freed_users;
@@ -125,6 +132,7 @@ MCAST_STATUS MCAST_USRAUTH_Degrade(void)
     {
         WriteGuard guard(g_stUsrAuthRWLock);
 
+        EndIndex();
         AVL_FreeAll(g_store.interfaces);
         HASH_FreeAll(g_store.nodes);
     }

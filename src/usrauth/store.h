@@ -56,6 +56,13 @@ using Batch = MCAST_USRAUTH_BATCH_S;
 inline constexpr uint32_t kKinds = kUsrAuthKinds;
 inline constexpr uint32_t kBuckets = 512;
 
+/* The users of the interface tree once more; see interface_index.cpp. */
+struct InterfaceIndex {
+    User **users;
+    uint32_t *keys; /* in the same block */
+    uint32_t mask;  /* places less one */
+};
+
 struct Store {
     bool open;
     uint8_t family;
@@ -65,6 +72,7 @@ struct Store {
     HASH_HANDLE nodes;
     HASH_HANDLE refreshes;
     AVL_HANDLE interfaces;
+    InterfaceIndex index;
     AVL_HANDLE details;
     uint32_t detail_limit;
     MCAST_USRAUTH_STATISTICS_S statistics;

@@ -89,6 +89,7 @@ struct Session {
     scripted_timer::Timer stale; /* one that has fired or was deleted */
     uint8_t read[USRAUTH_MSG_RECV_MAX + 200];
     size_t read_size;
+    uint8_t *buffer; /* the receiver's */
 };
 
 Session g_session;
@@ -190,25 +191,25 @@ void GuardTail(const uint8_t *to, size_t size, bool guarded)
 #endif
 }
 
-/* Hands over what has been gathered for a read. */
-void Deliver(size_t agent)
+/* Puts into the receiver's buffer what has been gathered for a read. */
+ssize_t Arrive(int, void *to, size_t length, int)
 {
     const size_t size = std::min<size_t>(g_session.read_size, USRAUTH_MSG_RECV_MAX);
-    uint8_t *buffer = nullptr;
 
-    g_session.read_size = 0;
-    if (g_session.handlers[agent] == nullptr) {
-        return;
+    Require(length == USRAUTH_MSG_RECV_MAX);
+    g_session.buffer = static_cast<uint8_t *>(to);
+    memcpy(to, g_session.read, size);
+    GuardTail(g_session.buffer, size, true);
+    return static_cast<ssize_t>(size);
+}
+
+void Deliver(size_t agent)
+{
+    if (g_session.handlers[agent] != nullptr) {
+        g_session.handlers[agent](EPOLLIN, kAgents + static_cast<int>(agent));
+        GuardTail(g_session.buffer, 0, false);
     }
-    scripted::recv = [&](int, void *to, size_t length, int) {
-        Require(length == USRAUTH_MSG_RECV_MAX);
-        buffer = static_cast<uint8_t *>(to);
-        memcpy(buffer, g_session.read, size);
-        GuardTail(buffer, size, true);
-        return static_cast<ssize_t>(size);
-    };
-    g_session.handlers[agent](EPOLLIN, kAgents + static_cast<int>(agent));
-    GuardTail(buffer, 0, false);
+    g_session.read_size = 0;
 }
 
 void Gather(const void *bytes, size_t size)
@@ -478,6 +479,7 @@ void ScriptSystem()
     scripted::close = [](int) { return 0; };
     scripted::accept = [](auto...) { return NextAgent(); };
     scripted::epoll_ctl = Control;
+    scripted::recv = Arrive;
     scripted_timer::platform.record = false;
 }
 

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "usrauth/detail.h"
+#include "usrauth/interface_index.h"
 #include "usrauth/interface_tree.h"
 #include "usrauth/node.h"
 #include "usrauth/user.h"
@@ -105,6 +106,30 @@ const char *NodeFault(const Node &node, uint32_t *online)
     return listed == AVL_Count(node.users) && FindNode(node.number) == &node ? nullptr : "a node's users";
 }
 
+/* The index has the users of the tree and no others. */
+const char *IndexFault() MCAST_NO_LOCK_ANALYSIS
+{
+    uint32_t places = 0;
+
+    if (g_store.index.users == nullptr) {
+        return nullptr;
+    }
+    for (User *user = FirstAfterInterface(0); user != nullptr; user = FirstAfterInterface(user->if_index)) {
+        if (FindInIndex(user->if_index) != user) {
+            return "a user that the index lacks";
+        }
+    }
+    for (uint32_t place = 0; place <= g_store.index.mask; ++place) {
+        if ((g_store.index.keys[place] != 0) != (g_store.index.users[place] != nullptr)) {
+            return "a place of the index";
+        }
+        places += g_store.index.keys[place] != 0;
+    }
+    return places == AVL_Count(g_store.interfaces) && places <= g_store.index.mask / 2 + 1
+               ? nullptr
+               : "strangers in the index";
+}
+
 const char *DetailsFault()
 {
     const void *last = nullptr;
@@ -133,7 +158,12 @@ const char *StoreFault()
             return fault;
         }
     }
-    return online == MCAST_USRAUTH_UserCount() ? DetailsFault() : "strangers in the interface tree";
+    if (online != MCAST_USRAUTH_UserCount()) {
+        return "strangers in the interface tree";
+    }
+    const char *fault = IndexFault();
+
+    return fault != nullptr ? fault : DetailsFault();
 }
 
 } // namespace usrauth_test
