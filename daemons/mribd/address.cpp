@@ -3,6 +3,7 @@
 #include "daemons/common/line_format.h"
 #include "mcast/addr.h"
 
+#include <arpa/inet.h>
 #include <cstring>
 
 namespace mribd
@@ -14,6 +15,20 @@ MCAST_ADDR_S make_address(uint8_t family, const void *bytes)
     address.family = family;
     std::memcpy(address.address, bytes, full_length(family) / 8);
     return address;
+}
+
+std::optional<MCAST_ADDR_S> parse_address(const std::string &text)
+{
+    MCAST_ADDR_S address{};
+    uint32_t ipv4 = 0;
+    if (text.size() != std::strlen(text.c_str())) {
+        return std::nullopt;
+    }
+    if (MCAST_StrToIP4(text.c_str(), &ipv4) == MCAST_OK) {
+        ipv4 = htonl(ipv4);
+        return make_address(MCAST_FAMILY_IPV4, &ipv4);
+    }
+    return MCAST_StrToInet6Addr(text.c_str(), &address) == 1 ? std::optional(address) : std::nullopt;
 }
 
 MCAST_ADDR_S any_address(uint8_t family)

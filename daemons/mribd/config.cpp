@@ -4,7 +4,6 @@
 #include "mcast/addr.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cstring>
 #include <net/if.h>
 
@@ -37,12 +36,12 @@ uint32_t read_rp(ConfigTable &table)
     if (!rp) {
         return 0;
     }
-    uint32_t rp_be;
-    const bool good = inet_pton(AF_INET, rp->c_str(), &rp_be) == 1;
-    const MCAST_ADDR_S address = make_address(MCAST_FAMILY_IPV4, &rp_be);
-    if (!good || !is_routable_source(address)) {
+    const auto address = parse_address(*rp);
+    if (!address || address->family != MCAST_FAMILY_IPV4 || !is_routable_source(*address)) {
         table.fail("rp", "rp is " + host::quoted(*rp) + "; allowed: an IPv4 unicast address");
     }
+    uint32_t rp_be;
+    std::memcpy(&rp_be, address->address, sizeof(rp_be));
     return rp_be;
 }
 

@@ -1,8 +1,8 @@
 #include "daemons/mribd/prefix.h"
 
+#include "daemons/common/line_format.h"
 #include "daemons/mribd/address.h"
 
-#include <arpa/inet.h>
 #include <charconv>
 
 namespace mribd
@@ -24,23 +24,19 @@ std::optional<Prefix> Prefix::parse(const std::string &text)
     if (slash == std::string::npos) {
         return std::nullopt;
     }
-    const std::string head = text.substr(0, slash);
-    const bool is_ipv6 = head.find(':') != std::string::npos;
-    const uint8_t family = is_ipv6 ? MCAST_FAMILY_IPV6 : MCAST_FAMILY_IPV4;
-    uint8_t bytes[16] = {};
+    const auto address = parse_address(text.substr(0, slash));
     Prefix result;
     const char *end = text.data() + text.size();
     const auto number = std::from_chars(text.data() + slash + 1, end, result.length);
-    if (inet_pton(is_ipv6 ? AF_INET6 : AF_INET, head.c_str(), bytes) != 1 ||
-        head.size() != std::strlen(head.c_str()) || number.ec != std::errc() || number.ptr != end ||
-        result.length > full_length(family)) {
+    if (!address || number.ec != std::errc() || number.ptr != end ||
+        result.length > full_length(static_cast<uint8_t>(address->family))) {
         return std::nullopt;
     }
-    for (unsigned i = 0; i < sizeof(bytes); i++) {
+    result.address = *address;
+    for (unsigned i = 0; i < sizeof(result.address.address); i++) {
         const unsigned before = 8 * i;
-        bytes[i] &= result.length > before ? mask_of(result.length - before) : uint8_t{0};
+        result.address.address[i] &= result.length > before ? mask_of(result.length - before) : uint8_t{0};
     }
-    result.address = make_address(family, bytes);
     return result;
 }
 
@@ -65,9 +61,7 @@ bool Prefix::is_multicast() const
 
 std::string Prefix::text() const
 {
-    char head[INET6_ADDRSTRLEN] = "?";
-    inet_ntop(address.family == MCAST_FAMILY_IPV4 ? AF_INET : AF_INET6, address.address, head, sizeof(head));
-    return std::string(head) + "/" + std::to_string(length);
+    return mcastd::formatted("%A/%u", &address, length);
 }
 
 } // namespace mribd

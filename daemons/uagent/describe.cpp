@@ -5,11 +5,11 @@
 #include "daemons/uagent/describe.h"
 
 #include "daemons/common/json.h"
+#include "daemons/common/line_format.h"
 #include "mcast/interface_name.h"
 #include "mcast/usrauth_wire.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cstdio>
 
 namespace uagent
@@ -37,9 +37,7 @@ bool is_any(const MCAST_ADDR_S &address)
 
 std::string text(const MCAST_ADDR_S &address)
 {
-    char buffer[INET6_ADDRSTRLEN] = "?";
-    inet_ntop(address.family, address.address, buffer, sizeof(buffer));
-    return is_any(address) ? "*" : buffer;
+    return is_any(address) ? "*" : mcastd::formatted("%A", &address);
 }
 
 std::string hardware_text(const std::array<uint8_t, 6> &bytes)

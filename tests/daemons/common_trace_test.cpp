@@ -126,6 +126,14 @@ static_assert(line_argument_of<uint8_t>() == LineArgument::Integer);
 static_assert(line_argument_of<MCAST_ADDR_S *>() == LineArgument::Address);
 static_assert(line_argument_of<char *>() == LineArgument::Text);
 
+TEST(Formatted, GivesTheLibrarysText)
+{
+    const MCAST_ADDR_S address = ipv4("10.1.1.1");
+    EXPECT_EQ(formatted("%A on %I, %s", &address, ABSENT, "x"), "10.1.1.1 on 0x7ffffff0, x");
+    EXPECT_EQ(formatted(""), "");
+    EXPECT_EQ(formatted("%s", std::string(4000, 'x').c_str()), std::string(LINE_TEXT_MAX, 'x'));
+}
+
 TEST_F(TraceTest, CategoriesAreOffUntilSwitchedOn)
 {
     EXPECT_EQ(member("10.1.1.1", "239.1.1.1"), "");
