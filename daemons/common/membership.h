@@ -36,6 +36,11 @@ constexpr uint8_t GMP_ENABLED = 1;
 constexpr uint8_t QUERIER_OTHER = 0;
 constexpr uint8_t QUERIER_THIS_ROUTER = 1;
 
+// First byte of a user record; its second byte is the user's kind and its block the address that the user
+// reports from. The record's interface is the user's own, under which a later record replaces the one before.
+constexpr uint8_t USER_GONE = 0;
+constexpr uint8_t USER_PRESENT = 1;
+
 // A delete-member record with an all-zero selector forgets every membership of the interface that this
 // client reported; mribd ignores and counts other selectors.
 

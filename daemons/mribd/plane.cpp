@@ -26,7 +26,7 @@ Plane::Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &rea
     : reactor_(reactor), kernel_(family),
       timers_(settings.idle_period_s, [this](Entry *entry) { router_.check_idle(entry); }),
       router_(family, kernel_, environment, timers_, settings.entry_limit), policy_(router_),
-      msdp_(router_, settings.entry_limit), server_(reactor, Backend{router_, policy_, msdp_})
+      msdp_(router_, settings.entry_limit), server_(reactor, Backend{router_, policy_, msdp_, users_})
 {
 }
 

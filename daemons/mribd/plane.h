@@ -13,6 +13,7 @@
 #include "daemons/mribd/msdp_exchange.h"
 #include "daemons/mribd/policy.h"
 #include "daemons/mribd/router.h"
+#include "daemons/mribd/user_registry.h"
 
 #include <string>
 
@@ -83,6 +84,7 @@ private:
     Router router_;
     Policy policy_;
     MsdpExchange msdp_;
+    UserRegistry users_;
     ChannelServer server_;
     uint64_t reported_losses_ = 0;
 };

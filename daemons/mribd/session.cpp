@@ -87,13 +87,15 @@ const char *fault_name(Fault fault)
 }
 
 Session::Session(ClientId id, const Backend &backend, ChannelCounters &counters)
-    : id_(id), router_(backend.router), policy_(backend.policy), msdp_(backend.msdp), counters_(counters)
+    : id_(id), router_(backend.router), policy_(backend.policy), msdp_(backend.msdp), users_(backend.users),
+      counters_(counters)
 {
     counters_.clients++;
 }
 
 Session::~Session()
 {
+    users_.drop_client(id_);
     msdp_.drop_client(id_);
     router_.drop_client(id_);
 }
@@ -160,6 +162,8 @@ bool Session::take_record(const MRIB_RECORD_S &record)
     case MRIB_TLV_MSDP_ENCAP_ENABLE:
     case MRIB_TLV_MSDP_REQ_SA_ENABLE:
         return take_msdp_enable(record);
+    case MRIB_TLV_MAUTH_USER_INFO:
+        return take_user(record);
     default:
         break;
     }
@@ -167,7 +171,7 @@ bool Session::take_record(const MRIB_RECORD_S &record)
         record.type <= MRIB_TLV_MSDP_SMOOTH_ENCAP_END) {
         return take_bracket(record);
     }
-    const bool is_known = (record.type >= MRIB_TLV_PROXY_ENABLE && record.type <= MRIB_TLV_MAUTH_USER_INFO) ||
+    const bool is_known = (record.type >= MRIB_TLV_PROXY_ENABLE && record.type <= MRIB_TLV_PROXY_MULTIPATH) ||
                           record.type == MRIB_TLV_HOST_ENABLE;
     return refuse(is_known ? Fault::NotServed : Fault::UnknownType);
 }

@@ -10,6 +10,7 @@
 #include "daemons/mribd/outbox.h"
 #include "daemons/mribd/policy.h"
 #include "daemons/mribd/router.h"
+#include "daemons/mribd/user_registry.h"
 #include "mcast/mrib_message.h"
 
 #include <array>
@@ -32,7 +33,7 @@ enum class Fault {
     Group,         // not a group that is routed
     Source,        // not a usable source, or none where one is needed
     Flags,         // an unknown flag or selector, or an end marker without its begin
-    Limit,         // one remote source too many
+    Limit,         // one remote source or one user too many
     Count
 };
 
@@ -60,6 +61,7 @@ struct Backend {
     Router &router;
     Policy &policy;
     MsdpExchange &msdp;
+    UserRegistry &users;
 };
 
 class Session
@@ -133,10 +135,14 @@ private:
     bool take_bracket(const MRIB_RECORD_S &record);
     bool judge(MsdpExchange::Result result);
 
+    // session_users.cpp
+    bool take_user(const MRIB_RECORD_S &record);
+
     ClientId id_;
     Router &router_;
     Policy &policy_;
     MsdpExchange &msdp_;
+    UserRegistry &users_;
     ChannelCounters &counters_;
     Outbox outbox_;
     bool registered_ = false;

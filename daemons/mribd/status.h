@@ -17,7 +17,7 @@ namespace mribd
 // is the kernel's count.
 std::string status_text(const ChannelServer &server, uint64_t lost_upcalls);
 
-// Its part about what the clients are told, and what the MSDP daemon tells.
+// Its part about what the clients are told, what the MSDP daemon tells, and the users that gmpd knows.
 std::string policy_text(const Backend &backend);
 
 // Appends formatted text, cut at a few hundred bytes.

@@ -1,5 +1,6 @@
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/status.h"
+#include "mcast/interface_name.h"
 
 #include <cinttypes>
 
@@ -80,6 +81,17 @@ void add_msdp(std::string *out, const MsdpExchange &msdp)
              msdp.local_sources().size(), msdp.remote_count(), msdp.swept(), msdp.refused());
 }
 
+void add_users(std::string *out, const UserRegistry &users, const Environment &environment)
+{
+    users.visit([&](ClientId client, uint32_t if_index, const UserRegistry::User &user) {
+        char own[MCAST_IF_NAME_SIZE] = "";
+        MCAST_GetIfNameOrIndex(if_index, own);
+        add_text(out, "  user %u of client %u on %s: %s, kind %u, address %s\n", user.user_id, client,
+                 environment.interface_name(user.access_if_index).c_str(), own, user.kind,
+                 text(user.address).c_str());
+    });
+}
+
 } // namespace
 
 std::string policy_text(const Backend &backend)
@@ -90,6 +102,7 @@ std::string policy_text(const Backend &backend)
     add_instances(&out, view);
     add_interfaces(&out, view, environment);
     add_missing(&out, backend.policy.config(), environment);
+    add_users(&out, backend.users, environment);
     if (backend.router.family() == MCAST_FAMILY_IPV4) {
         add_msdp(&out, backend.msdp);
     }

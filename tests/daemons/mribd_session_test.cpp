@@ -1,9 +1,11 @@
 #include "daemons/mribd/session.h"
 
+#include "daemons/mribd/status.h"
 #include "daemons/mribd_messages.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <random>
 
 using namespace mribd;
@@ -178,6 +180,79 @@ TEST_P(SessionTest, RecordThatFailsACheckIsCountedAndTheNextStillCounts)
     EXPECT_EQ(fault(Fault::UnknownType), 1u);
     EXPECT_EQ(counters.malformed_messages, 0u);
     EXPECT_EQ(bench.router.members().interfaces(), std::vector<uint32_t>{3});
+}
+
+MRIB_MAUTH_USER_INFO_S user_record(uint8_t family, uint32_t if_index, uint8_t present, uint8_t kind,
+                                   uint32_t user_id)
+{
+    MRIB_MAUTH_USER_INFO_S record{};
+    record.byte2 = present;
+    record.family = family;
+    record.if_index = if_index;
+    record.access_if_index = 3;
+    record.user_id = user_id;
+    std::memcpy(record.block, "\x0a\x02\x00\x02", 4);
+    record.byte1 = kind;
+    return record;
+}
+
+TEST_P(SessionTest, UsersAreKeptByTheirInterfaceUntilTheyOrTheirClientAreGone)
+{
+    introduce();
+    take(Message()
+             .add(MRIB_TLV_MAUTH_USER_INFO, user_record(family, 0xD0000000, 1, 1, 7))
+             .add(MRIB_TLV_MAUTH_USER_INFO, user_record(family, 0xD0000001, 1, 3, 8))
+             .add(MRIB_TLV_MAUTH_USER_INFO, user_record(family, 0xD0000000, 1, 4, 9)));
+    EXPECT_EQ(clients.users.size(), 2u);
+    const std::string status = policy_text(clients.backend);
+    EXPECT_NE(status.find("  user 9 of client 1 on if3: Multicast-UA0, kind 4, address "), std::string::npos)
+        << status;
+    EXPECT_EQ(status.find("user 7"), std::string::npos) << "replaced";
+    take(Message().add(MRIB_TLV_MAUTH_USER_INFO, user_record(family, 0xD0000000, 0, 4, 9)));
+    EXPECT_EQ(clients.users.size(), 1u);
+    {
+        Session other(2, clients.backend, counters);
+        const auto bytes = Message()
+                               .add_register(family)
+                               .add(MRIB_TLV_MAUTH_USER_INFO, user_record(family, 0xD0000001, 1, 1, 7))
+                               .bytes();
+        other.take_message(bytes.data(), bytes.size(), NOT_TRUNCATED);
+        EXPECT_EQ(clients.users.size(), 2u) << "each client has its own";
+    }
+    EXPECT_EQ(clients.users.size(), 1u);
+}
+
+TEST_P(SessionTest, WrongUserRecordsAreCountedByWhatIsWrong)
+{
+    introduce();
+    auto foreign = user_record(family, 0xD0000000, 1, 1, 7);
+    foreign.vrf_index = 5;
+    take(Message()
+             .add(MRIB_TLV_MAUTH_USER_INFO, std::array<uint8_t, sizeof(MRIB_MAUTH_USER_INFO_S) - 1>{})
+             .add(MRIB_TLV_MAUTH_USER_INFO, user_record(other_family, 0xD0000000, 1, 1, 7))
+             .add(MRIB_TLV_MAUTH_USER_INFO, user_record(family, 0, 1, 1, 7))
+             .add(MRIB_TLV_MAUTH_USER_INFO, user_record(family, 0xD0000000, 2, 1, 7))
+             .add(MRIB_TLV_MAUTH_USER_INFO, user_record(family, 0xD0000000, 1, 0, 7))
+             .add(MRIB_TLV_MAUTH_USER_INFO, user_record(family, 0xD0000000, 1, 5, 7))
+             .add(MRIB_TLV_MAUTH_USER_INFO, foreign));
+    EXPECT_EQ(fault(Fault::Short), 1u);
+    EXPECT_EQ(fault(Fault::Family), 1u);
+    EXPECT_EQ(fault(Fault::Interface), 1u);
+    EXPECT_EQ(fault(Fault::Flags), 3u);
+    EXPECT_EQ(fault(Fault::Instance), 1u);
+    EXPECT_EQ(clients.users.size(), 0u);
+}
+
+TEST_P(SessionTest, UsersBeyondTheLimitAreCountedAndKnownOnesStillChange)
+{
+    introduce();
+    for (uint32_t i = 0; i < UserRegistry::LIMIT; i++) {
+        ASSERT_TRUE(clients.users.set(5, i + 1, {}));
+    }
+    take(Message().add(MRIB_TLV_MAUTH_USER_INFO, user_record(family, 0xD0000000, 1, 1, 7)));
+    EXPECT_EQ(fault(Fault::Limit), 1u);
+    EXPECT_TRUE(clients.users.set(5, 1, {}));
+    EXPECT_EQ(clients.users.size(), UserRegistry::LIMIT);
 }
 
 TEST_P(SessionTest, MalformedMessageIsCountedAndCostsNoMore)

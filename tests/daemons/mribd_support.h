@@ -267,7 +267,7 @@ struct Bench {
 // What sessions work on, over a bench's router.
 struct ClientBench {
     explicit ClientBench(mribd::Router &router)
-        : policy(router), msdp(router, 5), backend{router, policy, msdp}
+        : policy(router), msdp(router, 5), backend{router, policy, msdp, users}
     {
     }
 
@@ -286,6 +286,7 @@ struct ClientBench {
 
     mribd::Policy policy;
     mribd::MsdpExchange msdp;
+    mribd::UserRegistry users;
     mribd::Backend backend;
 };
 
