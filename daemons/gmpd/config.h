@@ -24,11 +24,13 @@ struct Config {
     uint32_t response_s = 10;   // how long hosts may wait before they answer a general query
     uint32_t last_member_s = 1; // the same for group-specific queries, and the time between these
     bool immediate_leave = false;
-    uint32_t max_groups = 65536;         // on one interface
-    uint32_t max_sources = 1024;         // of one group
-    std::string file;                    // the configuration file, if any
-    bool start_mribd = false;            // have the MRIB process started when it is not there
-    std::vector<std::string> interfaces; // names; empty: every suitable one
+    uint32_t max_groups = 65536;                   // on one interface
+    uint32_t max_sources = 1024;                   // of one group
+    std::string file;                              // the configuration file, if any
+    bool start_mribd = false;                      // have the MRIB process started when it is not there
+    std::vector<std::string> interfaces;           // names; empty: every suitable one
+    bool user_auth = false;                        // reports count for announced users alone
+    std::vector<std::string> user_auth_interfaces; // where; empty: on every one
 };
 
 } // namespace gmpd

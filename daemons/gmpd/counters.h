@@ -52,6 +52,9 @@ namespace gmpd
     ROW(BadSource, "ignored_record_source")                                                                  \
     ROW(OldHostPresent, "ignored_for_older_hosts")                                                           \
     ROW(SsmRange, "ignored_any_source_in_ssm_range")                                                         \
+    ROW(UnknownUser, "refused_unknown_user")                                                                 \
+    ROW(UserGroup, "refused_user_group")                                                                     \
+    ROW(UserSource, "refused_user_source")                                                                   \
     ROW(Boundary, "refused_boundary")                                                                        \
     ROW(GroupLimit, "refused_group_limit")                                                                   \
     ROW(SourceLimit, "refused_source_limit")                                                                 \

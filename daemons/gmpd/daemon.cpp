@@ -5,6 +5,7 @@
 #include "daemons/gmpd/daemon.h"
 
 #include <new>
+#include <optional>
 
 #include <sys/epoll.h>
 
@@ -21,6 +22,7 @@
 #include "daemons/gmpd/receiver.h"
 #include "daemons/gmpd/sender.h"
 #include "daemons/gmpd/status.h"
+#include "daemons/gmpd/user_service.h"
 
 namespace gmpd
 {
@@ -93,21 +95,30 @@ int run_daemon(const mcastd::Options &options, const Config &config)
     if (!sender.open(config.family) || !receiver.open()) {
         return EXIT_FAILURE;
     }
+    UserIndexes indexes; // needed until the last user is gone
+    if (config.user_auth && !indexes.open(config.family)) {
+        return EXIT_FAILURE;
+    }
     MribLink mrib(router, frame.reactor());
     DaemonOutputs outputs(sender, mrib);
     Links links(router, receiver);
 
     router.outputs = &outputs;
+    std::optional<UserService> users;
+    if (config.user_auth) {
+        users.emplace(router, [&](const User &user, bool present) { mrib.tell_user(user, present); });
+    }
     if (config.start_mribd) {
         mcastd::start_service("mribd", mcastd::SERVICE_MRIBD, mcastd::CONTROL_PORT_MRIBD);
     }
-    if (!mrib.open() || !links.open(frame.reactor().descriptor()) ||
+    if (!mrib.open() || (users && !users->open(frame.reactor().descriptor())) ||
+        !links.open(frame.reactor().descriptor()) ||
         !frame.reactor().add(receiver.descriptor(), EPOLLIN, [&](uint32_t) { receiver.read_some(); })) {
         return EXIT_FAILURE;
     }
     const auto process = [&] {
-        return ProcessStatus{mrib.connected(), mrib.connects(), mrib.pending(), receiver.kernel_drops(),
-                             mrib.policy().replayed()};
+        return ProcessStatus{mrib.connected(),        mrib.connects(),          mrib.pending(),
+                             receiver.kernel_drops(), mrib.policy().replayed(), users ? &*users : nullptr};
     };
     frame.on_status([&] { return status_text(router, process()); });
     mcastd::ControlServer control(frame.reactor());
@@ -126,6 +137,9 @@ int run_daemon(const mcastd::Options &options, const Config &config)
         });
     }
     frame.reactor().set_background([&] {
+        if (users) {
+            users->settle();
+        }
         mrib.flush();
         timers.set_wake_up();
         return false;

@@ -49,7 +49,7 @@ void send_about_group(GroupState &group)
 void send_about_sources(GroupState &group, std::span<const Address> sources, bool suppress)
 {
     Interface &interface = *group.interface;
-    const size_t room = sources_per_query(group.entry->address->family, interface.mtu);
+    const size_t room = sources_per_query(group.entry->address->family, link_of(interface).mtu);
     Query query;
 
     query.group = *group.entry->address;
@@ -89,7 +89,7 @@ void repeat(void *owner)
     Round round;
     bool more = false;
 
-    if (!group.interface->querier.elected) {
+    if (!link_of(*group.interface).querier.elected) {
         return;
     }
     for_each_source(group, [&](SourceState &source) {
@@ -131,7 +131,7 @@ void end_at_once(GroupState &group, const std::vector<SourceState *> &sources, b
 
 void ask(GroupState &group, const std::vector<SourceState *> &sources, bool about_group)
 {
-    Interface &interface = *group.interface;
+    const Interface &interface = link_of(*group.interface);
     const uint32_t time_ms = last_member_time_ms(interface);
     const uint32_t repetitions = interface.querier.robustness - 1;
     Round round;
@@ -177,7 +177,7 @@ void lower_queried(Interface &interface, const Message &query)
     if (group == nullptr) {
         return;
     }
-    const uint32_t timeout_ms = query.max_response_ms * interface.querier.robustness;
+    const uint32_t timeout_ms = query.max_response_ms * link_of(interface).querier.robustness;
 
     trace(TraceCategory::Group, interface, "%N on %P: %A asks, what it asks about ends in %u s at most",
           &query.group, interface.index, &query.sender, timeout_ms / 1000);

@@ -43,12 +43,28 @@ MCAST_TMR_S *timers_of(const GroupState &group)
     return group.interface->router->timers;
 }
 
+// A link's change goes to the MRIB, a user's to what the users of his link come to.
+void tell_member(const GroupState &group, const Address *source, bool join, bool blocked)
+{
+    const Interface &interface = *group.interface;
+
+    if (interface.link != nullptr) {
+        interface.link->members->note(*group.entry->address, source, join, blocked);
+    } else {
+        interface.router->outputs->tell_member(interface, *group.entry->address, source, join, blocked);
+    }
+}
+
+void settle_link(const Interface &interface, const Address &group)
+{
+    if (interface.link != nullptr) {
+        interface.link->members->settle(group);
+    }
+}
+
 void tell_source(const SourceState &source, bool join, bool blocked)
 {
-    const Interface &interface = *source.group->interface;
-
-    interface.router->outputs->tell_member(interface, *source.group->entry->address, source.entry->address,
-                                           join, blocked);
+    tell_member(*source.group, source.entry->address, join, blocked);
 }
 
 bool reports(const GroupState &group)
@@ -60,8 +76,7 @@ void tell_any(GroupState &group, bool join)
 {
     if (group.told_any != join) {
         group.told_any = join;
-        group.interface->router->outputs->tell_member(*group.interface, *group.entry->address, nullptr, join,
-                                                      false);
+        tell_member(group, nullptr, join, false);
     }
 }
 
@@ -157,6 +172,18 @@ void warn_source_limit(GroupState &group)
     }
 }
 
+// The limit holds for each user, and for the link's users together.
+bool has_room(const Interface &interface, const Address &group)
+{
+    const uint32_t limit = interface.router->config.max_groups;
+
+    if (MRT_CountTable(interface.groups) >= limit) {
+        return false;
+    }
+    return interface.link == nullptr || interface.link->members->has_group(group) ||
+           interface.link->members->group_count() < limit;
+}
+
 } // namespace
 
 void release_group(void **user_data)
@@ -195,7 +222,7 @@ GroupState *ensure_group(Interface &interface, const Address &group)
     if (found != nullptr) {
         return found;
     }
-    if (MRT_CountTable(interface.groups) >= interface.router->config.max_groups) {
+    if (!has_room(interface, group)) {
         ++interface.counters[Count::GroupLimit];
         trace(TraceCategory::Group, interface, "%N on %P refused: %u groups are the limit", &group,
               interface.index, interface.router->config.max_groups);
@@ -296,6 +323,7 @@ void settle_group(GroupState &group)
     if (!group.exclude && MRT_CountTable(group.entry->sources) == 0) {
         remove_group(group);
     } else {
+        settle_link(*group.interface, *group.entry->address);
         warn_source_limit(group);
     }
 }
@@ -303,6 +331,7 @@ void settle_group(GroupState &group)
 void remove_group(GroupState &group)
 {
     Interface &interface = *group.interface;
+    const Address address = *group.entry->address;
 
     for_each_source(group, [](SourceState &source) { source.doomed = true; });
     group.exclude = false;
@@ -310,6 +339,7 @@ void remove_group(GroupState &group)
     for_each_source(group, [](SourceState &source) { tell_removals(source, true); });
     trace(TraceCategory::Group, interface, "%N on %P ends", group.entry->address, interface.index);
     MRT_DeleteGroup(group.entry);
+    settle_link(interface, address);
     warn_group_limit(interface);
 }
 
@@ -320,6 +350,10 @@ void forget_groups(Interface &interface)
 
 void tell_everything(Interface &interface)
 {
+    if (interface.members != nullptr) {
+        interface.members->tell_everything();
+        return;
+    }
     for_each_group(interface, [](GroupState &group) {
         group.told_any = false;
         for_each_source(group, [](SourceState &source) {

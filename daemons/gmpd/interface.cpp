@@ -23,6 +23,15 @@ Interface::~Interface()
     MRT_DestroyTable(groups);
 }
 
+void interface_authenticate(Interface &interface, bool required)
+{
+    if (required == (interface.members != nullptr)) {
+        return;
+    }
+    interface_stop(interface);
+    interface.members = required ? std::make_unique<LinkMembers>(interface) : nullptr;
+}
+
 void interface_start(Interface &interface, const Address &address)
 {
     if (interface.running) {
@@ -46,6 +55,12 @@ void interface_stop(Interface &interface)
     }
     mcastd::log_info("%s: stopped", interface.name.c_str());
     querier_stop(interface);
+    if (interface.members != nullptr) {
+        if (interface.router->users != nullptr) {
+            interface.router->users->link_stopped(interface);
+        }
+        interface.members->clear();
+    }
     forget_groups(interface);
     interface.running = false;
     interface.near_group_limit = false;
@@ -77,7 +92,7 @@ uint32_t configured_query_interval_s(const Interface &interface)
 
 uint32_t membership_interval_ms(const Interface &interface)
 {
-    const Querier &querier = interface.querier;
+    const Querier &querier = link_of(interface).querier;
 
     return querier.robustness * querier.query_interval_s * 1000 + querier.response_ms;
 }
@@ -94,7 +109,7 @@ uint32_t last_member_interval_ms(const Interface &interface)
 
 uint32_t last_member_time_ms(const Interface &interface)
 {
-    return last_member_interval_ms(interface) * interface.querier.robustness;
+    return last_member_interval_ms(interface) * link_of(interface).querier.robustness;
 }
 
 } // namespace gmpd

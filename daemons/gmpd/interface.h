@@ -20,8 +20,10 @@
 #include "daemons/gmpd/address.h"
 #include "daemons/gmpd/config.h"
 #include "daemons/gmpd/counters.h"
+#include "daemons/gmpd/link_members.h"
 #include "daemons/gmpd/packet_build.h"
 #include "daemons/gmpd/policy.h"
+#include "daemons/gmpd/users.h"
 #include "mcast/route_table.h"
 
 namespace gmpd
@@ -72,7 +74,9 @@ struct Prefix {
 
 struct Router;
 
-// One interface on which the protocol runs or will run once it has an address.
+// One interface on which the protocol runs or will run once it has an address; or, with link set, what one
+// user of that interface asks for, which never runs itself: it has groups and counters, and takes the rest
+// from the link.
 struct Interface {
     Router *router = nullptr;
     uint32_t index = 0;
@@ -85,6 +89,8 @@ struct Interface {
     Querier querier;
     MRT_TABLE_S *groups = nullptr;
     bool near_group_limit = false; // the operator has been warned
+    Interface *link = nullptr;
+    std::unique_ptr<LinkMembers> members; // of a link that requires authentication, in place of groups
     Counters counters;
 
     Interface(Router &owner, uint32_t if_index, const std::string &if_name);
@@ -102,6 +108,7 @@ struct Router {
     MCAST_TMR_S *timers = nullptr;          // not owned; outlives the interfaces
     Outputs *outputs = nullptr;             // not owned
     const Policy *policy = &EVERYTHING_MAY; // not owned
+    Users *users = nullptr;                 // not owned; NULL without authentication
     std::map<uint32_t, std::unique_ptr<Interface>> interfaces;
 };
 
@@ -116,6 +123,20 @@ inline uint32_t version_shown(const Interface &interface, uint32_t version)
 {
     return interface.router->config.family == MCAST_FAMILY_IPV4 ? version : version - 1;
 }
+
+// The link itself, of a user's memberships as of a link.
+inline const Interface &link_of(const Interface &interface)
+{
+    return interface.link != nullptr ? *interface.link : interface;
+}
+inline Interface &link_of(Interface &interface)
+{
+    return interface.link != nullptr ? *interface.link : interface;
+}
+
+// Makes reports on the link count for announced users alone, or for everybody. A running link stops when that
+// changes.
+void interface_authenticate(Interface &interface, bool required);
 
 // Starts the protocol on the interface with the given source address, or moves a running one to it: a changed
 // address does not disturb the memberships.

@@ -28,6 +28,14 @@ Address address_of(uint16_t family, const uint8_t *bytes)
     return make_address(family, std::span(bytes, address_size(family)));
 }
 
+// Whether reports on the interface of that name count for announced users alone.
+bool requires_user(const Config &config, const std::string &name)
+{
+    const std::vector<std::string> &names = config.user_auth_interfaces;
+
+    return config.user_auth && (names.empty() || std::find(names.begin(), names.end(), name) != names.end());
+}
+
 // The prefixes of the family that are on the link.
 std::vector<Prefix> prefixes_of(HOST_LINK_TABLE table, uint32_t if_index, uint16_t family)
 {
@@ -106,6 +114,7 @@ void Links::update(HOST_LINK_TABLE table, const HOST_LINK_S &link)
         receiver_.join(link.if_index);
     }
     interface->name = link.name;
+    interface_authenticate(*interface, requires_user(router_.config, link.name));
     interface->mtu = link.mtu;
     interface->prefixes = prefixes_of(table, link.if_index, family);
     if (HOST_LinkGetSourceAddress(table, link.if_index, static_cast<uint8_t>(family), &source) == 0) {

@@ -309,6 +309,33 @@ void handle_leave(Interface &interface, const Message &leave)
     apply_record(interface, RecordType::ToInclude, leave.group, {});
 }
 
+void handle_from_host(Interface &interface, const Message &message)
+{
+    if (message.kind == MessageKind::Leave) {
+        handle_leave(interface, message);
+    } else if (message.version == 3) {
+        handle_records(interface, message);
+    } else {
+        handle_old_report(interface, message);
+    }
+}
+
+// Whose memberships the sender's messages change: the link's or, where authentication is required, those of
+// an announced user. NULL when there is none, which is counted.
+Interface *reporter_of(Interface &link, const Address &sender)
+{
+    if (link.members == nullptr) {
+        return &link;
+    }
+    Interface *member = link.router->users->member(link, sender);
+
+    if (member == nullptr) {
+        ++link.counters[Count::UnknownUser];
+        link.router->users->join_refused(link);
+    }
+    return member;
+}
+
 void count_received(Interface &interface, const Message &message)
 {
     static constexpr Count queries[] = {Count::QueriesV1, Count::QueriesV2, Count::QueriesV3};
@@ -366,10 +393,32 @@ Count refuse(const Interface &interface, const Message &message)
     return message.version > interface.router->config.version ? Count::NewerVersion : NO_DROP;
 }
 
-} // namespace
+// Counts a refusal for the user and for his link.
+void count_refused(Interface &member, Count reason)
+{
+    ++member.counters[reason];
+    ++member.link->counters[reason];
+    member.router->users->join_refused(*member.link);
+}
 
-void apply_record(Interface &interface, RecordType type, const Address &address,
-                  const std::vector<Address> &sources)
+// The sources that the user may join; the others are counted.
+std::vector<Address> permitted_sources(Interface &member, const Address &group,
+                                       const std::vector<Address> &sources)
+{
+    std::vector<Address> permitted;
+
+    for (const Address &source : sources) {
+        if (member.router->users->permits(member, group, &source)) {
+            permitted.push_back(source);
+        } else {
+            count_refused(member, Count::UserSource);
+        }
+    }
+    return permitted;
+}
+
+void apply_permitted(Interface &interface, RecordType type, const Address &address,
+                     const std::vector<Address> &sources)
 {
     if (is_stopped(interface, type, address, sources)) {
         return;
@@ -396,6 +445,22 @@ void apply_record(Interface &interface, RecordType type, const Address &address,
     settle_group(*group);
 }
 
+} // namespace
+
+void apply_record(Interface &interface, RecordType type, const Address &group,
+                  const std::vector<Address> &sources)
+{
+    if (interface.link == nullptr || type == RecordType::Block) {
+        apply_permitted(interface, type, group, sources);
+    } else if (!joins_any_source(type)) {
+        apply_permitted(interface, type, group, permitted_sources(interface, group, sources));
+    } else if (interface.router->users->permits(interface, group, nullptr)) {
+        apply_permitted(interface, type, group, sources);
+    } else {
+        count_refused(interface, Count::UserGroup);
+    }
+}
+
 void handle_message(Interface &interface, const Message &message)
 {
     const Count reason = refuse(interface, message);
@@ -415,13 +480,9 @@ void handle_message(Interface &interface, const Message &message)
         querier_heard(interface, message);
         break;
     case MessageKind::Leave:
-        handle_leave(interface, message);
-        break;
     case MessageKind::Report:
-        if (message.version == 3) {
-            handle_records(interface, message);
-        } else {
-            handle_old_report(interface, message);
+        if (Interface *reporter = reporter_of(interface, message.sender)) {
+            handle_from_host(*reporter, message);
         }
         break;
     }

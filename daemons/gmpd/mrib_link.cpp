@@ -71,6 +71,20 @@ void MribLink::tell_all()
             tell_everything(*interface);
         }
     }
+    if (router_.users != nullptr) {
+        router_.users->tell_everything();
+    }
+}
+
+void MribLink::tell_user(const User &user, bool present)
+{
+    const MRIB_GMP_VRF_KEY_S key = {static_cast<uint8_t>(router_.config.family), 0};
+
+    if (channel_.connected()) {
+        MRIB_GMP_SendMAuthUserInfo(&key, &user.info, user.if_index, user.info.address.address,
+                                   static_cast<uint8_t>(user.kind),
+                                   present ? mcastd::USER_PRESENT : mcastd::USER_GONE, SEND_LATER);
+    }
 }
 
 void MribLink::tell_running(const Interface &interface, bool running)

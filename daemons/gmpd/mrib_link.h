@@ -10,6 +10,7 @@
 #include "daemons/common/mrib_channel.h"
 #include "daemons/gmpd/interface.h"
 #include "daemons/gmpd/mrib_policy.h"
+#include "daemons/gmpd/user_table.h"
 
 namespace gmpd
 {
@@ -32,6 +33,9 @@ public:
     void tell_querier(const Interface &interface, bool elected);
     void tell_member(const Interface &interface, const Address &group, const Address *source, bool join,
                      bool blocked);
+
+    // Appends what is known of a user, or that he is gone.
+    void tell_user(const User &user, bool present);
 
     // What the MRIB process allows; the router's policy from open on.
     MribPolicy &policy()

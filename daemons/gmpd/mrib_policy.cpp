@@ -65,7 +65,7 @@ Joins MribPolicy::joins_of(const Interface &interface, const Address &group) con
 {
     const MRIB_GMP_VRF_KEY_S key = key_of(router_);
 
-    if (MRIB_GMP_CanPassMBoundary(&key, interface.index, &group) == 0) {
+    if (MRIB_GMP_CanPassMBoundary(&key, link_of(interface).index, &group) == 0) {
         return Joins::None;
     }
     return in_ssm_range(group) ? Joins::SourcesOnly : Joins::All;
@@ -76,9 +76,9 @@ bool MribPolicy::reports(const Interface &interface) const
     const MRIB_GMP_VRF_KEY_S key = key_of(router_);
 
     if (!replayed_) {
-        return !disabled_ && others_.count(interface.index) == 0;
+        return !disabled_ && others_.count(link_of(interface).index) == 0;
     }
-    return MRIB_GMP_IsL3McEnabled(&key) == 1 && MRIB_GMP_IsPimDr(&key, interface.index) == 1;
+    return MRIB_GMP_IsL3McEnabled(&key) == 1 && MRIB_GMP_IsPimDr(&key, link_of(interface).index) == 1;
 }
 
 void MribPolicy::add_callbacks(MRIB_GMP_CALLBACKS_S &callbacks)

@@ -13,6 +13,18 @@ namespace
 constexpr uint32_t MOST_RESPONSE_S = 3174;
 constexpr uint8_t VERSION_UNSET = 0;
 
+// Names as given with --user-auth, an empty one where none was.
+void require_users(const std::vector<std::string> &names, Config &config)
+{
+    config.user_auth = true;
+    config.user_auth_interfaces = names;
+    for (const std::string &name : names) {
+        if (name.empty()) {
+            config.user_auth_interfaces.clear();
+        }
+    }
+}
+
 } // namespace
 
 void add_options(mcastd::Options &options, Config &config)
@@ -44,6 +56,12 @@ void add_options(mcastd::Options &options, Config &config)
            "Version to speak as querier and newest version to understand: IGMP 1 to 3, MLD 1 to 2; the "
            "default is the newest")
         ->check(CLI::Range(1, 3));
+    app.add_option_function<std::vector<std::string>>(
+           "--user-auth", [&config](const std::vector<std::string> &names) { require_users(names, config); },
+           "Let reports count for announced users alone: on this interface, which may be given more than "
+           "once; without a name on every one")
+        ->expected(0, 1)
+        ->take_all();
     app.add_option("--query-interval", config.query_interval_s, "Seconds between general queries")
         ->check(CLI::Range(1u, MOST_QUERY_INTERVAL_S))
         ->capture_default_str();

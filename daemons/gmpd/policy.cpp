@@ -6,7 +6,10 @@
 namespace gmpd
 {
 
-void apply_policy(Interface &interface)
+namespace
+{
+
+void apply_to_groups(Interface &interface)
 {
     const Policy &policy = *interface.router->policy;
 
@@ -28,6 +31,16 @@ void apply_policy(Interface &interface)
         group.dirty = true;
         settle_group(group);
     });
+}
+
+} // namespace
+
+void apply_policy(Interface &interface)
+{
+    apply_to_groups(interface);
+    if (interface.members != nullptr) {
+        interface.router->users->visit(interface, apply_to_groups);
+    }
 }
 
 } // namespace gmpd

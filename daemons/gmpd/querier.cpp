@@ -182,11 +182,17 @@ void querier_heard(Interface &interface, const Message &query)
     }
     if (!query.suppress && !is_unspecified(query.group)) {
         lower_queried(interface, query);
+        if (interface.members != nullptr) {
+            interface.router->users->visit(interface,
+                                           [&](Interface &member) { lower_queried(member, query); });
+        }
     }
 }
 
-void querier_send(Interface &interface, Query query)
+void querier_send(Interface &asking, Query query)
 {
+    Interface &interface = link_of(asking);
+
     query.version = interface.router->config.version;
     query.robustness = interface.querier.robustness;
     query.query_interval_s = interface.querier.query_interval_s;

@@ -29,7 +29,7 @@ void querier_set_interval(Interface &interface, uint32_t seconds);
 // without the S flag shortens the life of what it asks for.
 void querier_heard(Interface &interface, const Message &query);
 
-// Fills in what every query of the interface says and sends it.
+// Fills in what every query of the interface, or of the link that a user is on, says and sends it.
 void querier_send(Interface &interface, Query query);
 
 } // namespace gmpd

@@ -6,9 +6,6 @@
 namespace gmpd
 {
 
-namespace
-{
-
 using mcastd::Json;
 
 void write_counters(Json &json, const Counters &counters)
@@ -23,6 +20,9 @@ void write_counters(Json &json, const Counters &counters)
     }
     json.close('}');
 }
+
+namespace
+{
 
 void write_querier(Json &json, const Interface &interface)
 {
@@ -64,6 +64,27 @@ void write_group(Json &json, const GroupState &group)
     json.close('}');
 }
 
+// What the users of a link come to. Times are those of the users.
+void write_link_groups(Json &json, const LinkMembers &members)
+{
+    json.open("groups", '[');
+    members.visit_groups([&](const Address &group, bool any_source) {
+        json.open(nullptr, '{', true);
+        json.text("group", to_text(group));
+        json.text("mode", any_source ? "exclude" : "include");
+        json.open("sources", '[');
+        members.visit_sources(group, [&](const Address &source, bool wanted) {
+            json.open(nullptr, '{');
+            json.text("source", to_text(source));
+            json.truth("wanted", wanted);
+            json.close('}');
+        });
+        json.close(']');
+        json.close('}');
+    });
+    json.close(']');
+}
+
 void write_interface(Json &json, const Interface &interface)
 {
     json.open(nullptr, '{');
@@ -75,15 +96,26 @@ void write_interface(Json &json, const Interface &interface)
         json.truth("reported", interface.router->policy->reports(interface));
         write_querier(json, interface);
     }
-    json.number("group_count", MRT_CountTable(interface.groups));
-    json.open("groups", '[');
-    for_each_group(interface, [&](const GroupState &group) { write_group(json, group); });
-    json.close(']');
+    if (interface.members != nullptr) {
+        json.truth("users_only", true);
+        json.number("group_count", interface.members->group_count());
+        write_link_groups(json, *interface.members);
+    } else {
+        json.number("group_count", MRT_CountTable(interface.groups));
+        write_groups(json, interface);
+    }
     write_counters(json, interface.counters);
     json.close('}');
 }
 
 } // namespace
+
+void write_groups(Json &json, const Interface &interface)
+{
+    json.open("groups", '[');
+    for_each_group(interface, [&](const GroupState &group) { write_group(json, group); });
+    json.close(']');
+}
 
 std::string status_text(const Router &router, const ProcessStatus &process)
 {
@@ -104,6 +136,9 @@ std::string status_text(const Router &router, const ProcessStatus &process)
         write_interface(json, *interface);
     }
     json.close(']');
+    if (process.users != nullptr) {
+        write_users(json, *process.users);
+    }
     json.close('}');
     return json.take();
 }

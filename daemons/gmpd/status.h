@@ -6,23 +6,34 @@
 
 #include <string>
 
+#include "daemons/common/json.h"
 #include "daemons/gmpd/interface.h"
 
 namespace gmpd
 {
 
+class UserService;
+
 // What only the process knows.
 struct ProcessStatus {
     bool mrib_connected = false;
     uint64_t mrib_connects = 0;
-    uint32_t mrib_pending = 0;  // messages that wait for the channel
-    uint64_t kernel_drops = 0;  // packets lost before they were read
-    bool mrib_replayed = false; // it has said all that it had to say
+    uint32_t mrib_pending = 0;          // messages that wait for the channel
+    uint64_t kernel_drops = 0;          // packets lost before they were read
+    bool mrib_replayed = false;         // it has said all that it had to say
+    const UserService *users = nullptr; // NULL without user authentication
 };
 
 // One object: the process, then each interface with its querier, groups, sources and non-zero counters. Times
 // are seconds that are left.
 std::string status_text(const Router &router, const ProcessStatus &process);
+
+// The parts of it that users have too: non-zero counters, and groups with their sources.
+void write_counters(mcastd::Json &json, const Counters &counters);
+void write_groups(mcastd::Json &json, const Interface &interface);
+
+// The object of the user authentication: agents' messages by kind and type, the users with their groups.
+void write_users(mcastd::Json &json, const UserService &users);
 
 } // namespace gmpd
 

@@ -1,0 +1,230 @@
+/*
+ * Each group counts the users that want any source, each of its sources the users that joined it and those
+ * that blocked it:
+ *
+ *      any source is joined      a user wants any source
+ *      a source is joined        a user joined it
+ *      a source is blocked       every user that wants any source blocked it, and none joined it
+ *
+ * Steps are counted as they come and told together, because in between the counts say what nobody meant: a
+ * user about to join all sources but one blocks that one first, and for a moment it would be blocked for a
+ * user who wants it.
+ */
+#include "daemons/gmpd/link_members.h"
+
+#include <memory>
+
+#include "daemons/common/memory.h"
+#include "daemons/gmpd/group_state.h"
+#include "daemons/gmpd/interface.h"
+
+namespace gmpd
+{
+
+namespace
+{
+
+// Hangs on its MRT_GROUP_S.
+struct GroupShare {
+    uint32_t any_users = 0;
+    bool told_any = false;
+};
+
+// Hangs on its MRT_SOURCE_S.
+struct SourceShare {
+    uint32_t joined_users = 0;
+    uint32_t blocked_users = 0;
+    bool told_joined = false;
+    bool told_blocked = false;
+};
+
+template <typename Share> void release(void **user_data)
+{
+    delete static_cast<Share *>(*user_data);
+}
+
+GroupShare &share_of(const MRT_GROUP_S *entry)
+{
+    return *static_cast<GroupShare *>(entry->user_data);
+}
+
+SourceShare &share_of(const MRT_SOURCE_S *entry)
+{
+    return *static_cast<SourceShare *>(entry->user_data);
+}
+
+MRT_GROUP_S *find_entry(MRT_TABLE_S *groups, const Address &group)
+{
+    return static_cast<MRT_GROUP_S *>(MRT_Locate(groups, &group));
+}
+
+MRT_GROUP_S *ensure_entry(MRT_TABLE_S *groups, const Address &group)
+{
+    MRT_GROUP_S *entry = find_entry(groups, group);
+
+    if (entry == nullptr) {
+        entry = mcastd::must_have(MRT_CreateGroupMask(groups, &group, address_bits(group.family)));
+        entry->user_data = new GroupShare;
+    }
+    return entry;
+}
+
+MRT_SOURCE_S *ensure_entry(MRT_GROUP_S *group, const Address &source)
+{
+    auto *entry = static_cast<MRT_SOURCE_S *>(MRT_Locate(group->sources, &source));
+
+    if (entry == nullptr) {
+        entry = mcastd::must_have(MRT_CreateSourceMask(group, &source, address_bits(source.family)));
+        entry->user_data = new SourceShare;
+    }
+    return entry;
+}
+
+template <typename Entry, typename Visit> void for_each_entry(MRT_TABLE_S *table, Visit visit)
+{
+    if (MRT_CountTable(table) == 0) {
+        return;
+    }
+    const Walk walk = open_walk(table);
+
+    while (auto *entry = static_cast<Entry *>(MRT_WalkNext(walk.get()))) {
+        visit(entry);
+    }
+}
+
+bool wants_block(const GroupShare &group, const SourceShare &source)
+{
+    return group.any_users > 0 && source.blocked_users >= group.any_users && source.joined_users == 0;
+}
+
+// Brings told to wanted when that is the direction asked for. True when the MRIB is to hear of it.
+bool turns(bool &told, bool wanted, bool direction)
+{
+    if (told == wanted || wanted != direction) {
+        return false;
+    }
+    told = wanted;
+    return true;
+}
+
+// One direction of a group's sources: what adds, or what takes away.
+void tell_sources(Interface &link, MRT_GROUP_S *group, bool direction)
+{
+    Outputs &outputs = *link.router->outputs;
+
+    for_each_entry<MRT_SOURCE_S>(group->sources, [&](MRT_SOURCE_S *entry) {
+        SourceShare &source = share_of(entry);
+
+        if (turns(source.told_joined, source.joined_users > 0, direction)) {
+            outputs.tell_member(link, *group->address, entry->address, direction, false);
+        }
+        if (turns(source.told_blocked, wants_block(share_of(group), source), direction)) {
+            outputs.tell_member(link, *group->address, entry->address, direction, true);
+        }
+    });
+}
+
+void remove_unused(MRT_GROUP_S *group)
+{
+    for_each_entry<MRT_SOURCE_S>(group->sources, [](MRT_SOURCE_S *entry) {
+        if (share_of(entry).joined_users == 0 && share_of(entry).blocked_users == 0) {
+            MRT_DeleteSource(entry);
+        }
+    });
+    if (share_of(group).any_users == 0 && MRT_CountTable(group->sources) == 0) {
+        MRT_DeleteGroup(group);
+    }
+}
+
+} // namespace
+
+LinkMembers::LinkMembers(Interface &link)
+    : link_(link), groups_(mcastd::must_have(MRT_CreateTable(link.router->config.family, link.name.c_str(),
+                                                             release<GroupShare>, release<SourceShare>)))
+{
+}
+
+LinkMembers::~LinkMembers()
+{
+    MRT_DestroyTable(groups_);
+}
+
+void LinkMembers::note(const Address &group, const Address *source, bool join, bool blocked)
+{
+    MRT_GROUP_S *entry = ensure_entry(groups_, group);
+    const uint32_t step = join ? 1 : UINT32_MAX; // one more or, modulo its range, one less
+
+    if (source == nullptr) {
+        share_of(entry).any_users += step;
+        return;
+    }
+    SourceShare &share = share_of(ensure_entry(entry, *source));
+
+    (blocked ? share.blocked_users : share.joined_users) += step;
+}
+
+void LinkMembers::settle(const Address &address)
+{
+    MRT_GROUP_S *group = find_entry(groups_, address);
+
+    if (group == nullptr) {
+        return;
+    }
+    GroupShare &share = share_of(group);
+    const bool any = share.any_users > 0;
+
+    tell_sources(link_, group, true);
+    if (share.told_any != any) {
+        share.told_any = any;
+        link_.router->outputs->tell_member(link_, *group->address, nullptr, any, false);
+    }
+    tell_sources(link_, group, false);
+    remove_unused(group);
+}
+
+void LinkMembers::clear()
+{
+    MRT_ClearTable(groups_);
+}
+
+void LinkMembers::tell_everything()
+{
+    for_each_entry<MRT_GROUP_S>(groups_, [this](MRT_GROUP_S *group) {
+        share_of(group).told_any = false;
+        for_each_entry<MRT_SOURCE_S>(group->sources, [](MRT_SOURCE_S *source) {
+            share_of(source).told_joined = false;
+            share_of(source).told_blocked = false;
+        });
+        settle(Address(*group->address));
+    });
+}
+
+bool LinkMembers::has_group(const Address &group) const
+{
+    return find_entry(groups_, group) != nullptr;
+}
+
+uint32_t LinkMembers::group_count() const
+{
+    return MRT_CountTable(groups_);
+}
+
+void LinkMembers::visit_groups(const std::function<void(const Address &, bool)> &visitor) const
+{
+    for_each_entry<MRT_GROUP_S>(
+        groups_, [&](MRT_GROUP_S *group) { visitor(*group->address, share_of(group).told_any); });
+}
+
+void LinkMembers::visit_sources(const Address &group,
+                                const std::function<void(const Address &, bool)> &visitor) const
+{
+    const MRT_GROUP_S *entry = find_entry(groups_, group);
+
+    if (entry != nullptr) {
+        for_each_entry<MRT_SOURCE_S>(entry->sources, [&](MRT_SOURCE_S *source) {
+            visitor(*source->address, !share_of(source).told_blocked);
+        });
+    }
+}
+
+} // namespace gmpd

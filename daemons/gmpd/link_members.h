@@ -1,0 +1,57 @@
+/*
+ * What the users of one link ask for together. A source is wanted on the link when it is wanted by at least
+ * one of them, and the MRIB is told of the link alone.
+ */
+#ifndef GMPD_LINK_MEMBERS_H
+#define GMPD_LINK_MEMBERS_H
+
+#include <cstdint>
+#include <functional>
+
+#include "daemons/gmpd/address.h"
+#include "mcast/route_table.h"
+
+namespace gmpd
+{
+
+struct Interface;
+
+class LinkMembers
+{
+public:
+    // For the link, which must outlive it.
+    explicit LinkMembers(Interface &link);
+    ~LinkMembers();
+    LinkMembers(const LinkMembers &) = delete;
+    LinkMembers &operator=(const LinkMembers &) = delete;
+
+    // One user's state changed by one step, as in Outputs::tell_member. The MRIB hears of it with settle.
+    void note(const Address &group, const Address *source, bool join, bool blocked);
+
+    // Tells the MRIB what the steps noted for the group come to, in an order in which wanted traffic never
+    // stops and unwanted traffic never starts.
+    void settle(const Address &group);
+
+    // Forgets everything without telling the MRIB.
+    void clear();
+
+    // Tells a MRIB that knows nothing of the link everything.
+    void tell_everything();
+
+    bool has_group(const Address &group) const;
+    uint32_t group_count() const;
+
+    // Visits each group in address order, with whether any source is wanted, and the sources of one with
+    // whether each is wanted, which in a group of any source the blocked ones are not.
+    void visit_groups(const std::function<void(const Address &group, bool any_source)> &visitor) const;
+    void visit_sources(const Address &group,
+                       const std::function<void(const Address &source, bool wanted)> &visitor) const;
+
+private:
+    Interface &link_;
+    MRT_TABLE_S *groups_;
+};
+
+} // namespace gmpd
+
+#endif

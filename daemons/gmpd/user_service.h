@@ -1,0 +1,86 @@
+/*
+ * The library's user authentication at work: agents connect to it, it calls back, and the table of users
+ * follows.
+ */
+#ifndef GMPD_USER_SERVICE_H
+#define GMPD_USER_SERVICE_H
+
+#include <cstdint>
+#include <vector>
+
+#include "daemons/gmpd/user_table.h"
+#include "mcast/usrauth.h"
+
+namespace gmpd
+{
+
+// The indexes of the users' interfaces, for as long as the object lives. One object per process.
+class UserIndexes
+{
+public:
+    UserIndexes() = default;
+    ~UserIndexes();
+    UserIndexes(const UserIndexes &) = delete;
+    UserIndexes &operator=(const UserIndexes &) = delete;
+
+    // False when memory is short, which is logged.
+    bool open(uint16_t family);
+
+private:
+    bool open_ = false;
+};
+
+// What agents' messages led to.
+struct UserCounters {
+    uint64_t online = 0;
+    uint64_t offline = 0;
+    uint64_t changed = 0;
+    uint64_t other_instance = 0; // users of an instance that is not served
+    uint64_t no_index = 0;       // users for whom no index was left
+    uint64_t refreshes = 0;      // that ended
+};
+
+// One object per process, like the service that it runs. Needs open indexes as long as it lives.
+class UserService
+{
+public:
+    UserService(Router &router, UserTable::Told told);
+    ~UserService();
+    UserService(const UserService &) = delete;
+    UserService &operator=(const UserService &) = delete;
+
+    // Begins to listen for agents on the host loop. False on failure, which is logged.
+    bool open(int32_t loop);
+
+    // Brings the table in line with the store; to be called once after everything that a wake-up brought.
+    void settle();
+
+    const UserTable &table() const
+    {
+        return table_;
+    }
+    const UserCounters &counters() const
+    {
+        return counters_;
+    }
+
+private:
+    static void on_online(MCAST_USRAUTH_USER_S *record, uint32_t *if_index);
+    static void on_offline(MCAST_USRAUTH_USER_S *record);
+    static void on_changed(MCAST_USRAUTH_USER_S *record, uint32_t change_mask);
+    static void on_refresh_ended(uint16_t node, uint32_t kind);
+    static void on_node_kind(uint16_t node, uint32_t kind, uint32_t up);
+    static uint32_t on_message(int32_t descriptor, const void *value, uint16_t length);
+
+    uint32_t online(const MCAST_USRAUTH_USER_S &record);
+
+    Router &router_;
+    UserTable table_;
+    UserCounters counters_;
+    std::vector<uint32_t> touched_; // IDs of users that messages named since the last settle
+    bool open_ = false;
+};
+
+} // namespace gmpd
+
+#endif

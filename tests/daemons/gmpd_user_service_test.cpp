@@ -1,0 +1,348 @@
+/*
+ * Agents connect to the service, in a runtime directory of its own, and the table of users follows.
+ */
+#include <algorithm>
+#include <cstdlib>
+#include <optional>
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+
+#include "daemons/common/reactor.h"
+#include "daemons/gmpd/status.h"
+#include "daemons/gmpd/user_service.h"
+#include "daemons/uagent/message.h"
+#include "mcast/interface_registry.h"
+#include "platform/local_socket.h"
+#include "tests/daemons/gmpd_lab.h"
+
+using namespace gmpd;
+using namespace gmpd_test;
+
+namespace
+{
+
+constexpr uint32_t LINK = 7;
+
+class GmpdUserService : public testing::TestWithParam<uint8_t>
+{
+protected:
+    GmpdUserService()
+    {
+        char name[] = "/tmp/gmpd-test-XXXXXX";
+
+        directory = mkdtemp(name);
+        setenv("MCAST_HOST_RUNTIME_DIR", name, 1);
+        lab.emplace(GetParam());
+        interface_authenticate(*lab->interface, true);
+        EXPECT_TRUE(indexes.open(GetParam()));
+        service.emplace(lab->router, [this](const User &user, bool present) {
+            told += (present ? "+" : "-") + std::to_string(user.info.user_id);
+        });
+        EXPECT_TRUE(service->open(reactor.descriptor()));
+        lab->start();
+        agent = connect_agent();
+    }
+    ~GmpdUserService() override
+    {
+        close(agent);
+        lab->router.interfaces.clear();
+        service.reset();
+        lab.reset();
+        unsetenv("MCAST_HOST_RUNTIME_DIR");
+        EXPECT_EQ(system(("rm -rf " + directory).c_str()), 0);
+    }
+
+    int connect_agent()
+    {
+        LOCAL_SOCKET_ADDR_S address{};
+        const int fd = socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM, LOCAL_SOCKET_PROTOCOL);
+
+        address.family = LOCAL_SOCKET_FAMILY;
+        address.port_be = htons(GetParam() == MCAST_FAMILY_IPV4 ? 2195 : 2192);
+        address.node = LOCAL_SOCKET_NODE;
+        EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
+        serve();
+        return fd;
+    }
+    // Everything that is ready, then what the daemon does after a wake-up.
+    void serve()
+    {
+        for (int round = 0; round < 20; ++round) {
+            reactor.run_once(0);
+            service->settle();
+        }
+    }
+    // The store's timer, beside the one that the daemon's own timers share.
+    void fire_one_shot()
+    {
+        auto &timers = scripted_timer::platform.timers;
+        const auto found = std::find_if(timers.begin(), timers.end(), [](const auto &entry) {
+            return entry.second.attributes.kind == TIMER_KIND_ONE_SHOT;
+        });
+
+        ASSERT_NE(found, timers.end());
+        scripted_timer::Timer fired = found->second;
+
+        timers.erase(found);
+        fired.handler(fired.parameters);
+        serve();
+    }
+    // One command of an agent, in one packet.
+    void say(const std::string &line)
+    {
+        uagent::Command command;
+        std::string error;
+        std::vector<uint8_t> packet;
+
+        ASSERT_TRUE(uagent::parse_command(uagent::split_words(line), GetParam(), &command, &error)) << error;
+        for (const uagent::Message &message : uagent::build_messages(command)) {
+            packet.insert(packet.end(), message.bytes.begin(), message.bytes.end());
+        }
+        ASSERT_EQ(send(agent, packet.data(), packet.size(), 0), static_cast<ssize_t>(packet.size()));
+        serve();
+    }
+    std::string record(unsigned user, const std::string &more = "") const
+    {
+        return "id=" + std::to_string(user) + " node=3 kind=1 interface=0x7 address=" + neighbour(user) +
+               " " + more;
+    }
+    std::string neighbour(unsigned number) const
+    {
+        return to_text(lab->neighbour(number));
+    }
+    // group=... for any source of the lab's group, or one.
+    std::string right(unsigned group, unsigned source = 0) const
+    {
+        return " group=" + (source != 0 ? to_text(lab->source(source)) + "," : "") +
+               to_text(lab->group(group));
+    }
+    void report(unsigned number, RecordType type, const std::vector<unsigned> &sources, unsigned group = 1)
+    {
+        Interface *member = lab->router.users->member(*lab->interface, lab->neighbour(number));
+        std::vector<Address> addresses;
+
+        ASSERT_NE(member, nullptr);
+        for (const unsigned source : sources) {
+            addresses.push_back(lab->source(source));
+        }
+        apply_record(*member, type, lab->group(group), addresses);
+    }
+    uint64_t count(Count counter) const
+    {
+        return lab->interface->counters[counter];
+    }
+    std::string status() const
+    {
+        ProcessStatus process;
+
+        process.users = &*service;
+        return status_text(lab->router, process);
+    }
+
+    std::string directory;
+    mcastd::Reactor reactor;
+    std::optional<Lab> lab;
+    UserIndexes indexes;
+    std::optional<UserService> service;
+    std::string told;
+    int agent = -1;
+};
+
+INSTANTIATE_TEST_SUITE_P(Families, GmpdUserService, testing::Values(MCAST_FAMILY_IPV4, MCAST_FAMILY_IPV6));
+
+} // namespace
+
+TEST_P(GmpdUserService, AnAnnouncedUserHasAnInterfaceOfTheLibrary)
+{
+    say("announce " + record(1, "name=alice") + right(1));
+    EXPECT_EQ(told, "+1");
+    EXPECT_EQ(MCAST_USRAUTH_UserCount(), 1u);
+    Interface *member = lab->router.users->member(*lab->interface, lab->neighbour(1));
+
+    ASSERT_NE(member, nullptr);
+    EXPECT_EQ(MCAST_IsMUAIntf(member->index), MCAST_TRUE);
+    EXPECT_EQ(lab->router.users->member(*lab->interface, lab->neighbour(2)), nullptr);
+    say("withdraw id=1 node=3 kind=1");
+    EXPECT_EQ(told, "+1-1");
+    EXPECT_EQ(MCAST_USRAUTH_UserCount(), 0u);
+    EXPECT_EQ(lab->router.users->member(*lab->interface, lab->neighbour(1)), nullptr);
+}
+
+TEST_P(GmpdUserService, TheIndexOfAWithdrawnUserIsGivenOutAgain)
+{
+    say("announce " + record(1) + right(1));
+    const uint32_t first = lab->router.users->member(*lab->interface, lab->neighbour(1))->index;
+
+    say("withdraw id=1 node=3 kind=1");
+    say("announce " + record(2) + right(1));
+    EXPECT_EQ(lab->router.users->member(*lab->interface, lab->neighbour(2))->index, first);
+}
+
+TEST_P(GmpdUserService, ThePermittedPairsDecide)
+{
+    say("announce " + record(1) + right(1) + right(2, 5) + right(3, 4));
+    report(1, RecordType::IsExclude, {}, 1);
+    report(1, RecordType::Allow, {4, 5, 6}, 2);
+    report(1, RecordType::Allow, {4}, 1);
+    report(1, RecordType::IsExclude, {}, 2);
+    report(1, RecordType::IsExclude, {}, 4);
+    report(1, RecordType::Allow, {4}, 4);
+    EXPECT_EQ(lab->recorder.told(), "join G1; join G2 5");
+    EXPECT_EQ(count(Count::UserGroup), 2u);
+    EXPECT_EQ(count(Count::UserSource), 3u);
+}
+
+TEST_P(GmpdUserService, AUserOfTheWholeInterfaceIsFoundByIt)
+{
+    say("announce id=4 node=3 kind=2 interface=0x7 address=" + neighbour(4) + right(1));
+    Interface *member = lab->router.users->member(*lab->interface, lab->neighbour(99));
+
+    ASSERT_NE(member, nullptr);
+    EXPECT_EQ(member->index, LINK);
+    report(99, RecordType::IsExclude, {});
+    report(98, RecordType::IsExclude, {}, 2);
+    EXPECT_EQ(lab->recorder.told(), "join G1");
+    EXPECT_EQ(count(Count::UserGroup), 1u);
+    say("withdraw id=4 node=3 kind=2");
+    EXPECT_EQ(lab->recorder.told(), "prune G1");
+    EXPECT_EQ(MCAST_CreateIf() & ~MCAST_IF_NUMBER_MASK,
+              GetParam() == MCAST_FAMILY_IPV4 ? 0xD0000000u : 0xD2000000u)
+        << "the access interface was not given back as one of the library's";
+}
+
+TEST_P(GmpdUserService, AListThatLostEntriesEndsMembershipsAtItsEnd)
+{
+    say("announce " + record(1) + right(1) + right(2));
+    report(1, RecordType::IsExclude, {}, 1);
+    report(1, RecordType::IsExclude, {}, 2);
+    lab->recorder.told();
+    say("groups id=1 node=3 kind=1 open=yes" + right(2));
+    EXPECT_EQ(lab->recorder.told(), "") << "the list has not ended";
+    say("groups id=1 node=3 kind=1" + right(3));
+    EXPECT_EQ(lab->recorder.told(), "prune G1");
+    EXPECT_EQ(service->counters().changed, 1u);
+}
+
+TEST_P(GmpdUserService, AnUpdateThatMovesTheUserEndsHisMemberships)
+{
+    say("announce " + record(1) + right(1));
+    report(1, RecordType::IsExclude, {});
+    lab->recorder.told();
+    say("update id=1 node=3 kind=1 interface=0x7 address=" + neighbour(5) + right(1));
+    EXPECT_EQ(lab->recorder.told(), "prune G1") << "an address changes without a callback";
+    EXPECT_NE(lab->router.users->member(*lab->interface, lab->neighbour(5)), nullptr);
+    EXPECT_EQ(lab->router.users->member(*lab->interface, lab->neighbour(1)), nullptr);
+    say("update id=1 node=3 kind=1 interface=0x8 address=" + neighbour(5) + right(1));
+    EXPECT_EQ(lab->router.users->member(*lab->interface, lab->neighbour(5)), nullptr);
+    EXPECT_EQ(service->counters().offline, 1u) << "set up again";
+    EXPECT_EQ(told, "+1+1-1+1");
+}
+
+TEST_P(GmpdUserService, AnnouncingAgainKeepsMemberships)
+{
+    say("announce " + record(1) + right(1));
+    report(1, RecordType::IsExclude, {});
+    say("announce " + record(1) + right(1));
+    say("groups id=1 node=3 kind=1" + right(1));
+    EXPECT_EQ(lab->recorder.told(), "join G1");
+    EXPECT_EQ(told, "+1");
+}
+
+TEST_P(GmpdUserService, UsersOfNodesThatShareAnIdAreTwo)
+{
+    say("announce " + record(1) + right(1));
+    say("announce id=1 node=4 kind=1 interface=0x7 address=" + neighbour(2) + right(2));
+    report(1, RecordType::IsExclude, {});
+    report(2, RecordType::IsExclude, {}, 2);
+    EXPECT_EQ(lab->recorder.told(), "join G1; join G2");
+    say("withdraw id=1 node=4 kind=1");
+    EXPECT_EQ(lab->recorder.told(), "prune G2");
+}
+
+TEST_P(GmpdUserService, AUserWhoseIdSaysSoReportsFromTheSecondAddress)
+{
+    say("announce id=0x20000001 node=3 kind=1 interface=0x7 address=" + neighbour(1) +
+        " second-address=" + neighbour(2) + right(1));
+    EXPECT_EQ(lab->router.users->member(*lab->interface, lab->neighbour(1)), nullptr);
+    EXPECT_NE(lab->router.users->member(*lab->interface, lab->neighbour(2)), nullptr);
+}
+
+TEST_P(GmpdUserService, AUserOfAnotherInstanceIsCountedAndNotServed)
+{
+    say("announce " + record(1, "vrf=5") + right(1));
+    EXPECT_EQ(service->counters().other_instance, 1u);
+    EXPECT_EQ(service->table().count(), 0u);
+    EXPECT_EQ(told, "");
+    say("withdraw id=1 node=3 kind=1");
+    EXPECT_EQ(told, "");
+}
+
+TEST_P(GmpdUserService, ARefreshDropsWhoIsNotAnnouncedAgainEightAtATime)
+{
+    for (unsigned user = 1; user <= 12; ++user) {
+        say("announce " + record(user) + right(1));
+    }
+    report(1, RecordType::IsExclude, {});
+    report(2, RecordType::IsExclude, {});
+    say("refresh-begin node=3 kind=1");
+    say("announce " + record(1) + right(1));
+    say("refresh-end node=3 kind=1");
+    fire_one_shot();
+    EXPECT_EQ(MCAST_USRAUTH_UserCount(), 4u);
+    fire_one_shot();
+    EXPECT_EQ(MCAST_USRAUTH_UserCount(), 1u);
+    EXPECT_EQ(service->table().count(), 1u);
+    EXPECT_EQ(lab->recorder.told(), "join G1") << "the user who stays wants it";
+    EXPECT_EQ(service->counters().refreshes, 1u);
+}
+
+TEST_P(GmpdUserService, AUserWhoComesAndGoesInOnePacketLeavesNothing)
+{
+    uagent::Command command;
+    std::string error;
+    std::vector<uint8_t> packet;
+
+    for (const std::string &line :
+         {"announce " + record(1) + right(1), std::string("withdraw id=1 node=3 kind=1")}) {
+        ASSERT_TRUE(uagent::parse_command(uagent::split_words(line), GetParam(), &command, &error)) << error;
+        for (const uagent::Message &message : uagent::build_messages(command)) {
+            packet.insert(packet.end(), message.bytes.begin(), message.bytes.end());
+        }
+    }
+    ASSERT_GT(send(agent, packet.data(), packet.size(), 0), 0);
+    serve();
+    EXPECT_EQ(service->counters().online, 1u);
+    EXPECT_EQ(service->counters().offline, 1u);
+    EXPECT_EQ(service->table().count(), 0u);
+    EXPECT_EQ(told, "");
+}
+
+TEST_P(GmpdUserService, BrokenMessagesChangeNothing)
+{
+    say("announce " + record(1) + right(1));
+    for (const std::vector<uint8_t> &packet :
+         {std::vector<uint8_t>{0}, {0, 0, 0, 0}, {0, 0, 0xff, 0xff, 1}, {0, 9, 0, 0}, {0, 3, 0, 2, 0, 0}}) {
+        ASSERT_GT(send(agent, packet.data(), packet.size(), 0), 0);
+        serve();
+    }
+    EXPECT_EQ(MCAST_USRAUTH_UserCount(), 1u);
+    EXPECT_EQ(told, "+1");
+}
+
+TEST_P(GmpdUserService, TheStatusShowsUsersAndWhatTheyJoined)
+{
+    say("announce " + record(1, "name=alice") + right(1));
+    report(1, RecordType::IsExclude, {});
+    report(1, RecordType::IsExclude, {}, 2);
+    const std::string text = status();
+
+    for (const char *part :
+         {"\"users_only\": true", "\"group_count\": 1", "\"user\": 1", "\"node\": 3", "\"name\": \"alice\"",
+          "\"user_interface\": \"Multicast-UA", "\"refused_user_group\": 1", "\"users_found\": 1",
+          "{\"message\": \"announce\", \"kind\": 1, \"count\": 1}"}) {
+        EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
+    }
+}
