@@ -1,5 +1,6 @@
 #include "daemons/common/control.h"
 
+#include "daemons/common/control_debug.h"
 #include "daemons/common/log.h"
 #include "platform/local_socket.h"
 
@@ -34,6 +35,7 @@ int open_spare()
 
 ControlServer::ControlServer(Reactor &reactor) : reactor_(reactor), spare_(open_spare())
 {
+    offer_debug(registry_);
 }
 
 ControlServer::~ControlServer()

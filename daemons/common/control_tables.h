@@ -36,6 +36,14 @@ inline constexpr ControlColumn COUNTER_COLUMNS[] = {
 };
 inline constexpr ControlSchema COUNTER_TABLE{1, "counters", 3, COUNTER_COLUMNS};
 
+inline constexpr ControlColumn DEBUG_COLUMNS[] = {
+    {"category", FieldType::Text},
+    {"traced", FieldType::Truth},
+    {"acl", FieldType::Number},          // that narrows the traces, None without one
+    {"interface", FieldType::Interface}, // likewise
+};
+inline constexpr ControlSchema DEBUG_TABLE{2, "debug", 1, DEBUG_COLUMNS};
+
 // Tables of gmpd, one process for each family.
 
 inline constexpr ControlColumn GROUP_COLUMNS[] = {

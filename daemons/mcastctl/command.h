@@ -32,6 +32,7 @@ void on_command(const CommandLine &line, CLI::App &command, std::function<int()>
 
 void add_show_commands(const CommandLine &line);
 void add_set_commands(const CommandLine &line);
+void add_debug_commands(const CommandLine &line);
 void add_status_command(const CommandLine &line);
 void add_complete_command(const CommandLine &line);
 

@@ -27,7 +27,7 @@ std::vector<const DaemonInfo *> daemons_named(const char *name, uint16_t family)
 {
     std::vector<const DaemonInfo *> result;
     for (const DaemonInfo &daemon : DAEMONS) {
-        if (std::string_view(name) == daemon.name &&
+        if ((name == nullptr || std::string_view(name) == daemon.name) &&
             (family == 0 || daemon.family == 0 || daemon.family == family)) {
             result.push_back(&daemon);
         }

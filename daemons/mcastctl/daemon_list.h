@@ -23,7 +23,7 @@ struct DaemonInfo {
 // By name, then IPv4 before IPv6.
 std::span<const DaemonInfo> daemon_list();
 
-// Those of the name; with a family (not 0), without those that serve only the other one.
+// Those of the name, all with NULL; with a family (not 0), without those that serve only the other one.
 std::vector<const DaemonInfo *> daemons_named(const char *name, uint16_t family);
 
 // "gmpd (IPv4)", "mribd".

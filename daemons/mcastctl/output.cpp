@@ -67,7 +67,11 @@ void add_member(mcastd::Json &json, const ControlColumn &column, const ControlFi
         json.truth(column.name, field.as_number() != 0);
         break;
     case FieldType::Interface:
-        json.text(column.name, field_text(field));
+        if (field.as_interface() == 0) {
+            json.null(column.name);
+        } else {
+            json.text(column.name, interface_text(field.as_interface()));
+        }
         json.number((name + "_index").c_str(), field.as_number());
         break;
     case FieldType::Interfaces:
@@ -83,7 +87,19 @@ void add_member(mcastd::Json &json, const ControlColumn &column, const ControlFi
     }
 }
 
+// None for a daemon of both families.
+ControlField family_of(const DaemonInfo &daemon)
+{
+    return daemon.family == 0 ? ControlField() : ControlField::family(daemon.family);
+}
+
 } // namespace
+
+bool has_column(const mcastd::ControlSchema &schema, std::string_view name)
+{
+    return std::any_of(schema.columns.begin(), schema.columns.end(),
+                       [name](const ControlColumn &column) { return name == column.name; });
+}
 
 std::string field_text(const ControlField &field)
 {
@@ -154,7 +170,8 @@ void TextTable::print() const
 }
 
 Output::Output(const mcastd::ControlSchema &schema, bool as_json, bool with_daemon)
-    : schema_(schema), as_json_(as_json), with_daemon_(with_daemon)
+    : schema_(schema), as_json_(as_json), with_daemon_(with_daemon),
+      with_family_(with_daemon && !has_column(schema, "family"))
 {
     if (as_json_) {
         json_.open(nullptr, '[');
@@ -163,17 +180,23 @@ Output::Output(const mcastd::ControlSchema &schema, bool as_json, bool with_daem
     if (with_daemon_) {
         table_.add_column("daemon", false);
     }
+    if (with_family_) {
+        table_.add_column("family", false);
+    }
     for (const ControlColumn &column : schema_.columns) {
         table_.add_column(column.name, is_number(column.type));
     }
 }
 
-void Output::add(const std::string &daemon, const mcastd::ControlFields &row)
+void Output::add(const DaemonInfo &daemon, const mcastd::ControlFields &row)
 {
     if (as_json_) {
         json_.open(nullptr, '{', true);
         if (with_daemon_) {
-            json_.text("daemon", daemon);
+            json_.text("daemon", daemon.name);
+        }
+        if (with_family_) {
+            add_member(json_, {"family", FieldType::Family}, family_of(daemon));
         }
         for (size_t i = 0; i < row.size(); i++) {
             add_member(json_, schema_.columns[i], row[i]);
@@ -183,7 +206,10 @@ void Output::add(const std::string &daemon, const mcastd::ControlFields &row)
     }
     std::vector<std::string> cells;
     if (with_daemon_) {
-        cells.push_back(daemon);
+        cells.push_back(daemon.name);
+    }
+    if (with_family_) {
+        cells.push_back(field_text(family_of(daemon)));
     }
     for (const ControlField &field : row) {
         cells.push_back(field_text(field));

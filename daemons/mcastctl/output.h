@@ -6,12 +6,17 @@
 
 #include "daemons/common/control_tables.h"
 #include "daemons/common/json.h"
+#include "daemons/mcastctl/daemon_list.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace mcastctl
 {
+
+// Whether the table has a column of the name.
+bool has_column(const mcastd::ControlSchema &schema, std::string_view name);
 
 // A value as text: addresses and interfaces as the library prints them, "-" for none.
 std::string field_text(const mcastd::ControlField &field);
@@ -43,14 +48,15 @@ private:
 };
 
 // Where a command's rows go: a text table, or with as_json a list with an object for each row, whose members
-// are called like the columns. Interfaces have their index beside the name; durations are seconds and their
+// are called like the columns. with_daemon puts the daemon before the columns, and its family, too, unless
+// the table has one. Interfaces have their index beside the name; durations are seconds and their
 // names end in _s; what is absent is null.
 class Output
 {
 public:
     Output(const mcastd::ControlSchema &schema, bool as_json, bool with_daemon);
 
-    void add(const std::string &daemon, const mcastd::ControlFields &row);
+    void add(const DaemonInfo &daemon, const mcastd::ControlFields &row);
 
     // Prints what was added. False when it cannot be written.
     bool finish();
@@ -59,6 +65,7 @@ private:
     const mcastd::ControlSchema &schema_;
     bool as_json_;
     bool with_daemon_;
+    bool with_family_;
     TextTable table_;
     mcastd::Json json_;
 };

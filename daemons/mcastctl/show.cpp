@@ -41,6 +41,7 @@ constexpr ShowTable TABLES[] = {
     {mcastd::VIF_TABLE, "mribd", false, "Virtual interfaces of the kernel"},
     {mcastd::CLIENT_TABLE, "mribd", false, "Daemons connected to mribd"},
     {mcastd::COUNTER_TABLE, nullptr, false, nullptr, Help::Statistics},
+    {mcastd::DEBUG_TABLE, nullptr, false, "What the daemons trace"},
 };
 
 // What was typed for one table.
@@ -49,12 +50,6 @@ struct ShowOptions {
     bool as_json = false;
     bool all = false; // counters that are zero, too
 };
-
-bool has_column(const ControlSchema &schema, std::string_view name)
-{
-    return std::any_of(schema.columns.begin(), schema.columns.end(),
-                       [name](const mcastd::ControlColumn &column) { return name == column.name; });
-}
 
 // The value that the filter wants in the column; None when any will do.
 ControlField wanted_in(const Filter &filter, std::string_view column)
@@ -119,13 +114,7 @@ bool passes(const ControlSchema &schema, const ShowOptions &options, const Contr
 int show(const ShowTable &table, const ShowOptions &options)
 {
     const ControlSchema &schema = table.schema;
-    Daemons daemons;
-    for (const DaemonInfo &each : daemon_list()) {
-        if ((table.daemon == nullptr || std::string_view(table.daemon) == each.name) &&
-            (options.filter.family == 0 || each.family == 0 || each.family == options.filter.family)) {
-            daemons.push_back(&each);
-        }
-    }
+    const Daemons daemons = daemons_named(table.daemon, options.filter.family);
     Output output(schema, options.as_json, table.daemon == nullptr);
     const ControlFields key = start_key(schema, options.filter);
     const RowVisitor visitor = [&](const DaemonInfo &daemon, const ControlFields &row) {
@@ -134,7 +123,7 @@ int show(const ShowTable &table, const ShowOptions &options)
             return false;
         }
         if (passes(schema, options, row)) {
-            output.add(daemon.name, row);
+            output.add(daemon, row);
         }
         return true;
     };

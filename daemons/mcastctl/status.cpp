@@ -32,9 +32,9 @@ int show_status(uint16_t family, bool as_json)
         }
         const bool running = is_running(daemon);
         any |= running;
-        output.add(daemon.name, {ControlField::text(daemon.name),
-                                 daemon.family == 0 ? ControlField() : ControlField::family(daemon.family),
-                                 ControlField::truth(running)});
+        output.add(daemon, {ControlField::text(daemon.name),
+                            daemon.family == 0 ? ControlField() : ControlField::family(daemon.family),
+                            ControlField::truth(running)});
     }
     return output.finish() && any ? EXIT_DONE : EXIT_FAILED;
 }

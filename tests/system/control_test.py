@@ -160,6 +160,31 @@ class Control(unittest.TestCase):
                      "set", "query-interval", "--interface", "lo", "30")
         self.assertEqual({row["query_interval_s"] for row in self.rows("show", "queriers")}, {125})
 
+    def test_traces_are_switched_while_the_daemons_run(self):
+        def traced():
+            return {(row["daemon"], row["family"], row["category"]) for row in self.rows("show", "debug")
+                    if row["traced"]}
+
+        self.assertEqual(traced(), set())
+        self.good("debug", "on", "querier", "--daemon", "gmpd", "--family", "ipv4", "--interface", "red")
+        self.assertEqual(traced(), {("gmpd", "ipv4", "querier")})
+        log = self.net.gmpd["ipv4"]
+        before = len(log.output())
+        self.good("set", "query-interval", "126", "--family", "ipv4")
+        wait_for(lambda: "gmpd: trace:" in log.output()[before:], "traces of gmpd")
+        lines = [line for line in log.output()[before:].splitlines() if "trace:" in line]
+        self.assertTrue(all("red" in line for line in lines), lines)
+        self.good("debug", "on", "all")
+        self.assertEqual(len(traced()), 18)
+        self.good("debug", "off")
+        self.good("set", "query-interval", "125")
+        self.assertEqual({row["interface"] for row in self.rows("show", "debug")}, {None})
+        self.assertEqual(traced(), set())
+        self.refused(1, "no access list 2999", "debug", "on", "route", "--acl", "2999")
+        self.assertEqual(traced(), set())
+        self.refused(2, "nonsense", "debug", "on", "nonsense")
+        self.refused(2, "CATEGORY", "debug", "on")
+
     def test_a_wrong_command_line_is_a_usage_error(self):
         self.refused(2, "no such interface", "show", "groups", "--interface", "nowhere")
         self.refused(2, "not a group", "show", "groups", "--group", "10.1.1.1")
