@@ -63,3 +63,7 @@ endforeach()
 foreach(tool mcastctl uagent)
   mcast_install_program(${tool} 1)
 endforeach()
+if(TARGET mcastctl)
+  install(FILES ${PROJECT_SOURCE_DIR}/daemons/mcastctl/completion.bash
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME mcastctl)
+endif()

@@ -8,16 +8,16 @@ Two receivers join groups of both families; the source's packets reach them thro
 entries that the router's daemons made; a group is left again; the MRIB daemon is killed and started again.
 """
 
-import json
 import os
 import signal
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests", "system"))
 
-from lab import Receiver, Sender, wait_for  # noqa: E402
+from lab import PROGRAMS, Receiver, Sender, wait_for  # noqa: E402
 from topology import Network  # noqa: E402
 
+MCASTCTL = os.path.join(PROGRAMS, "mcastctl")
 GROUP4, GROUP6, SOURCE4 = "239.1.1.1", "ff1e::1:1", "10.1.0.2"
 
 
@@ -32,19 +32,13 @@ def show(name, text):
     sys.stdout.flush()
 
 
-def memberships(status):
-    """One line a group of what a gmpd said as JSON."""
-    for interface in json.loads(status)["interfaces"]:
-        role = "querier" if interface["querier"]["this_router"] else "not querier"
-        for group in interface["groups"]:
-            sources = " ".join(source["source"] for source in group["sources"])
-            yield f"interface {interface['interface']} ({role}): {group['group']} {group['mode']} {{{sources}}}"
+def show_table(router, *words):
+    show(f"mcastctl show {' '.join(words)}", router.run(MCASTCTL, "show", *words))
 
 
-def show_router(router, daemons):
-    for daemon in daemons:
-        status = daemon.status()
-        show(f"{daemon.name} says", "\n".join(memberships(status)) if status.startswith("{") else status)
+def show_router(router):
+    for table in ("queriers", "groups", "sources", "routes"):
+        show_table(router, table)
     show("the kernel says (ip mroute)", "\n".join(router.mroute("-4") + router.mroute("-6")))
 
 
@@ -72,7 +66,7 @@ def main():
     for receiver in receivers.values():
         receiver.grows(by=50)
     show_receivers(receivers)
-    show_router(router, network.daemons())
+    show_router(router)
 
     title(f"blue leaves {GROUP6}; red keeps it")
     left = receivers.pop(f"blue  {GROUP6}")
@@ -92,7 +86,8 @@ def main():
     for receiver in receivers.values():
         receiver.grows(by=50)
     show_receivers(receivers)
-    show_router(router, [mribd])
+    show_table(router, "routes")
+    show_table(router, "clients")
 
     title("Every receiver leaves: nothing is forwarded any more")
     for receiver in receivers.values():

@@ -87,13 +87,12 @@ void add_member(mcastd::Json &json, const ControlColumn &column, const ControlFi
     }
 }
 
-// None for a daemon of both families.
+} // namespace
+
 ControlField family_of(const DaemonInfo &daemon)
 {
     return daemon.family == 0 ? ControlField() : ControlField::family(daemon.family);
 }
-
-} // namespace
 
 bool has_column(const mcastd::ControlSchema &schema, std::string_view name)
 {

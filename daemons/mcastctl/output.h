@@ -18,6 +18,9 @@ namespace mcastctl
 // Whether the table has a column of the name.
 bool has_column(const mcastd::ControlSchema &schema, std::string_view name);
 
+// The family that the daemon serves, none for both.
+mcastd::ControlField family_of(const DaemonInfo &daemon);
+
 // A value as text: addresses and interfaces as the library prints them, "-" for none.
 std::string field_text(const mcastd::ControlField &field);
 

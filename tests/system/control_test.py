@@ -206,6 +206,16 @@ class Control(unittest.TestCase):
         self.assertEqual(self.good("complete", "show", "routes", "--family", "").split(), ["ipv4", "ipv6"])
         self.assertIn("red", self.good("complete", "show", "routes", "--incoming", "").split())
 
+    def test_status_says_what_the_service_manager_knows(self):
+        with open("/run/services.toml", "w") as config:
+            config.write('[[service]]\nid = 1\nport = 2201\ncommand = ["/sbin/mribd"]\n'
+                         '[[service]]\nid = 3\nport = 2299\ncommand = ["/sbin/gmpd"]\n')
+        rows = self.rows("status", "--config", "/run/services.toml")
+        self.assertEqual({(row["daemon"], row["family"]): (row["running"], row["service"]) for row in rows},
+                         {("gmpd", "ipv4"): (True, "absent"), ("gmpd", "ipv6"): (True, "absent"),
+                          ("mribd", None): (True, "running")})
+        self.refused(1, "nowhere.toml", "status", "--config", "/nowhere.toml")
+
     def test_a_daemon_that_is_absent_is_named(self):
         self.assertTrue(all(row["running"] for row in self.rows("status")))
         self.net.gmpd["ipv6"].stop()
