@@ -35,8 +35,7 @@ void on_command(const CommandLine &line, CLI::App &command, std::function<int()>
 void report(const Outcome &outcome)
 {
     for (const DaemonInfo *daemon : outcome.unreachable) {
-        const std::string text = format(help_text(Help::NotReady), daemon_title(*daemon).c_str());
-        std::fprintf(stderr, "mcastctl: %s\n", text.c_str());
+        std::fprintf(stderr, "mcastctl: %s\n", not_ready_text(daemon_title(*daemon)).c_str());
     }
     for (const std::string &error : outcome.errors) {
         std::fprintf(stderr, "mcastctl: %s\n", error.c_str());

@@ -1,11 +1,11 @@
 #include "daemons/mcastctl/text.h"
 
+#include "daemons/common/line_format.h"
 #include "mcast/argument_check.h"
 #include "mcast/format.h"
 #include "platform/resource.h"
 
 #include <algorithm>
-#include <cstdarg>
 #include <unordered_map>
 
 namespace mcastctl
@@ -16,28 +16,21 @@ const char *help_text(Help help)
     return RC_LoadString(MCAST_RC_MODULE + static_cast<uint32_t>(help));
 }
 
-std::string format(const char *text, ...)
+std::string not_ready_text(const std::string &daemon)
 {
-    constexpr MRIB_GMP_VRF_KEY_S PUBLIC_INSTANCE{MCAST_FAMILY_IPV4, 0};
-    char buffer[1024];
-    va_list arguments;
-    va_start(arguments, text);
-    const uint64_t length =
-        MCAST_vsprintf(&PUBLIC_INSTANCE, MCAST_NONE, 0, text, arguments, sizeof(buffer), buffer);
-    va_end(arguments);
-    return {buffer, length};
+    return mcastd::format_line(help_text(Help::NotReady), daemon.c_str());
 }
 
 const std::string &interface_text(uint32_t if_index)
 {
     static std::unordered_map<uint32_t, std::string> known;
     const auto found = known.find(if_index);
-    return found != known.end() ? found->second : known[if_index] = format("%I", if_index);
+    return found != known.end() ? found->second : known[if_index] = mcastd::formatted("%I", if_index);
 }
 
 std::string address_text(const MCAST_ADDR_S &address)
 {
-    return format("%A", &address);
+    return mcastd::formatted("%A", &address);
 }
 
 std::string duration_text(uint64_t seconds)

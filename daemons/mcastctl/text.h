@@ -35,8 +35,8 @@ enum class Help : uint32_t {
 // The registered text.
 const char *help_text(Help help);
 
-// A format of MCAST_vsprintf and its arguments.
-std::string format(const char *text, ...);
+// The text that says that a daemon cannot be reached.
+std::string not_ready_text(const std::string &daemon);
 
 // The interface's name, or its index in hexadecimal. Asked of the platform once an interface.
 const std::string &interface_text(uint32_t if_index);

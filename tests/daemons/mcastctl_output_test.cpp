@@ -136,7 +136,7 @@ TEST(Text, HelpIsTheLibrarys)
 {
     ASSERT_EQ(MC_CommonRcInit(), MCAST_OK);
     EXPECT_STREQ(help_text(Help::SpecifyGroup), "Specify multicast group");
-    EXPECT_EQ(format(help_text(Help::NotReady), "gmpd"), "gmpd is not ready.");
+    EXPECT_EQ(not_ready_text("gmpd"), "gmpd is not ready.");
     EXPECT_EQ(MC_CommonRcExit(), MCAST_OK);
     EXPECT_STREQ(help_text(Help::SpecifyGroup), "");
 }
