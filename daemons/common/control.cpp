@@ -1,11 +1,10 @@
 #include "daemons/common/control.h"
 
 #include "daemons/common/control_debug.h"
+#include "daemons/common/local_listener.h"
 #include "daemons/common/log.h"
-#include "platform/local_socket.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -23,8 +22,6 @@ namespace
 
 // What one wake-up takes of the listening socket; each may cost a full reply.
 constexpr unsigned ACCEPTS_PER_WAKE = 8;
-
-constexpr int BACKLOG = 64;
 
 int open_spare()
 {
@@ -54,16 +51,8 @@ ControlServer::~ControlServer()
 
 bool ControlServer::open(uint16_t port)
 {
-    LOCAL_SOCKET_ADDR_S address{};
-    address.length = sizeof(address);
-    address.family = LOCAL_SOCKET_FAMILY;
-    address.port_be = htons(port);
-    address.node = LOCAL_SOCKET_NODE;
-    listener_ = socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, LOCAL_SOCKET_PROTOCOL);
-    if (listener_ < 0 ||
-        bind(listener_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
-        listen(listener_, BACKLOG) != 0 ||
-        !reactor_.add(listener_, EPOLLIN, [this](uint32_t) { accept_clients(); })) {
+    listener_ = listen_local(port);
+    if (listener_ < 0 || !reactor_.add(listener_, EPOLLIN, [this](uint32_t) { accept_clients(); })) {
         log_error("cannot listen on local port %u for control requests: %s%s", port, std::strerror(errno),
                   errno == EADDRINUSE ? "; the same daemon serves this network namespace already" : "");
         return false;

@@ -1,11 +1,10 @@
 #include "daemons/mribd/channel_server.h"
 
+#include "daemons/common/local_listener.h"
 #include "daemons/common/log.h"
 #include "daemons/common/trace.h"
 #include "daemons/mribd/address.h"
-#include "platform/local_socket.h"
 
-#include <arpa/inet.h>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -23,8 +22,6 @@ namespace
 // What one wake-up takes of one client and of the listening socket, before timers and others have their turn.
 constexpr unsigned MESSAGES_PER_WAKE = 32;
 constexpr unsigned ACCEPTS_PER_WAKE = 16;
-
-constexpr int BACKLOG = 64;
 
 } // namespace
 
@@ -55,15 +52,8 @@ ChannelServer::~ChannelServer()
 bool ChannelServer::open()
 {
     const uint16_t port = router_.family() == MCAST_FAMILY_IPV4 ? MRIB_PORT_IPV4 : MRIB_PORT_IPV6;
-    LOCAL_SOCKET_ADDR_S address{};
-    address.length = sizeof(address);
-    address.family = LOCAL_SOCKET_FAMILY;
-    address.port_be = htons(port);
-    address.node = LOCAL_SOCKET_NODE;
-    listener_ = socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, LOCAL_SOCKET_PROTOCOL);
-    if (listener_ < 0 ||
-        bind(listener_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
-        listen(listener_, BACKLOG) != 0) {
+    listener_ = mcastd::listen_local(port);
+    if (listener_ < 0) {
         mcastd::log_error("%s: cannot listen on local port %u: %s%s", family_name(router_.family()), port,
                           std::strerror(errno),
                           errno == EADDRINUSE ? "; another mribd serves this network namespace" : "");
