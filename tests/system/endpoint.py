@@ -4,7 +4,8 @@ endpoint.py send INTERFACE [--rate N] [--source ADDRESS] GROUP...
 endpoint.py receive INTERFACE GROUP [--source ADDRESS] [--port N]
 endpoint.py join INTERFACE GROUP [--count N]
 
-The receiver prints, ten times a second while packets arrive, one JSON object: packets by source address. With
+The receiver prints, ten times a second while packets arrive, one JSON object: packets by source address, and as
+"repeated" how many bore a number that had come before from their source, if any did. With
 a source it joins that source only. On SIGTERM it leaves by closing its socket. join is for many groups: it joins
 COUNT of them from GROUP on, says so, and takes no packets.
 """
@@ -78,12 +79,17 @@ def receive(arguments):
         endpoint.setsockopt(level, MCAST_JOIN_GROUP, head + storage(group))
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
     counts = {}
+    seen = set()
     printed = 0.0
     endpoint.settimeout(0.2)
     while True:
         try:
-            source = endpoint.recvfrom(2048)[1][0].split("%")[0]
+            packet, sender = endpoint.recvfrom(2048)
+            source = sender[0].split("%")[0]
             counts[source] = counts.get(source, 0) + 1
+            if (sender, packet) in seen:
+                counts["repeated"] = counts.get("repeated", 0) + 1
+            seen.add((sender, packet))
         except socket.timeout:
             pass
         now = time.monotonic()

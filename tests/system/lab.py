@@ -137,8 +137,8 @@ def link(left, left_name, right, right_name):
     """Joins two hosts by a virtual cable and brings both ends up."""
     run("ip", "link", "add", left_name, "netns", left.name, "type", "veth",
         "peer", "name", right_name, "netns", right.name)
-    left.run("ip", "link", "set", left_name, "up")
-    right.run("ip", "link", "set", right_name, "up")
+    left.run("ip", "link", "set", "dev", left_name, "up")
+    right.run("ip", "link", "set", "dev", right_name, "up")
 
 
 class Process:
@@ -222,7 +222,14 @@ class Receiver:
 
     def counts(self):
         """Packets so far by source address."""
-        lines = [line for line in self.process.output().splitlines() if line.startswith("{")]
+        return {source: count for source, count in self.said().items() if source != "repeated"}
+
+    def repeated(self):
+        """How many of them had come before."""
+        return self.said().get("repeated", 0)
+
+    def said(self):
+        lines = [line for line in self.process.output().splitlines() if line.endswith("}")]
         return json.loads(lines[-1]) if lines else {}
 
     def total(self):

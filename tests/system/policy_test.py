@@ -100,16 +100,19 @@ class PolicyTest(unittest.TestCase):
         sender.stop()
 
     def test_another_routers_link_is_silent_until_it_is_ours(self):
-        sender = Sender(self.network.hosts["source"], "eth0", ["239.1.3.1"])
-        red = Receiver(self.network.hosts["red"], "eth0", "239.1.3.1")
-        red.grows()
+        groups = {"ipv4": "239.1.3.1", "ipv6": "ff1e::1:3:1"}
+        sender = Sender(self.network.hosts["source"], "eth0", list(groups.values()))
+        red = self.receivers("red", groups)
+        for receiver in red.values():
+            receiver.grows()
         self.reload(RED + "dr = false\n")
-        self.stopped("ipv4", red)
-        groups = [one["group"] for one in self.interface("ipv4", "red")["groups"]]
-        self.assertIn("239.1.3.1", groups, "the membership is kept")
+        for family, group in groups.items():
+            self.stopped(family, red[family])
+            self.assertIn(group, self.groups_on_red(family), "the membership is kept")
         self.reload("")
-        red.grows()
-        red.leave()
+        for receiver in red.values():
+            receiver.grows()
+            receiver.leave()
         sender.stop()
 
     def groups_on_red(self, family):

@@ -1,0 +1,81 @@
+"""Two of our routers between the same two links: one of them forwards, never both, and the other takes over.
+
+                               +--- src  low  lan ---+
+      source  eth0 --- first --|    10.1.0.1 10.2.0.1|--- second --- eth0  host
+      10.1.0.9                 +--- src  high lan ---+                     10.2.0.9
+                                    10.1.0.2 10.2.0.2
+
+The sender numbers its packets, so that the receiver sees which come twice.
+"""
+
+import json
+import unittest
+
+from lab import Host, Receiver, Router, Segment, Sender, wait_for
+
+# Who is silent for 2 * 2 + 1 / 2 seconds is no querier any more.
+OPTIONS = ("--query-interval", "2", "--query-response-interval", "1", "--last-member-interval", "1")
+GROUPS = {"ipv4": "239.15.0.1", "ipv6": "ff1e::15:1"}
+
+
+class Redundancy(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.first, cls.second = Segment("first"), Segment("second")
+        cls.source, cls.host = Host("source"), Host("host")
+        cls.low, cls.high = Router("low"), Router("high")
+        for number, (name, segment, host) in enumerate((("source", cls.first, cls.source),
+                                                        ("host", cls.second, cls.host)), 1):
+            segment.attach(host, "eth0")
+            host.address("eth0", f"10.{number}.0.9/24", f"fd00:{number}::9/64")
+            host.route("default", "via", f"10.{number}.0.1")
+            host.route("default", "via", f"fd00:{number}::1")
+        cls.daemons = {}
+        for number, router in ((1, cls.low), (2, cls.high)):
+            router.sysctl("net.ipv6.conf.default.addr_gen_mode", 1)
+            for side, (segment, interface) in enumerate(((cls.first, "src"), (cls.second, "lan")), 1):
+                segment.attach(router, interface)
+                router.address(interface, f"10.{side}.0.{number}/24", f"fd00:{side}::{number}/64",
+                               f"fe80::{side}:{number}/64")
+            cls.daemons[router] = [router.start_mribd(), *(cls.start_gmpd(router, family) for family in GROUPS)]
+        cls.sender = Sender(cls.source, "eth0", GROUPS.values())
+        cls.receivers = {family: Receiver(cls.host, "eth0", group) for family, group in GROUPS.items()}
+
+    @classmethod
+    def start_gmpd(cls, router, family):
+        return router.start_gmpd(family, "--interface", "lan", *OPTIONS)
+
+    @classmethod
+    def tearDownClass(cls):
+        for router, daemons in cls.daemons.items():
+            router.assert_agrees(daemons[0])
+            for daemon in reversed(daemons):
+                assert daemon.stop() == 0, daemon.output()[-2000:]
+
+    def forwards(self, router):
+        return any("lan" in line for line in router.mroute("-4")) + any("lan" in line for line in router.mroute("-6"))
+
+    def only_one_forwards(self, one, other):
+        wait_for(lambda: self.forwards(one) == 2 and self.forwards(other) == 0, f"{one.name} alone forwarding", 30)
+        for receiver in self.receivers.values():
+            receiver.grows()  # what it says may still be of before the change
+            before = receiver.repeated()
+            receiver.grows(by=50)
+            self.assertEqual(receiver.repeated(), before, "packets that came twice")
+
+    def test_one_forwards_and_the_other_takes_over(self):
+        self.only_one_forwards(self.low, self.high)
+        # Both know the host's joins: who does not forward is ready to.
+        for daemon in self.daemons[self.high][1:]:
+            interface = json.loads(daemon.status())["interfaces"][0]
+            self.assertFalse(interface["querier"]["this_router"])
+            self.assertTrue(set(GROUPS.values()) & {one["group"] for one in interface["groups"]})
+        for gmpd in self.daemons[self.low][1:]:
+            gmpd.kill()
+        self.only_one_forwards(self.high, self.low)
+        self.daemons[self.low][1:] = [self.start_gmpd(self.low, family) for family in GROUPS]
+        self.only_one_forwards(self.low, self.high)
+
+
+if __name__ == "__main__":
+    unittest.main()
