@@ -1,28 +1,33 @@
 #include "daemons/mribd/view.h"
 
-#include <algorithm>
+#include <iterator>
 
 namespace mribd
 {
 namespace
 {
 
-// Without the ranges that lie within others: a client that adds or removes a range drops all within it.
+// Without the ranges that lie within others: a client that adds or removes a range drops all within it. In
+// order, what holds a range comes before it.
 std::set<Prefix> widest_of(uint8_t family, const std::vector<Prefix> &ranges)
 {
     std::set<Prefix> result;
-    for (const Prefix &range : ranges) {
-        const bool within = std::any_of(ranges.begin(), ranges.end(), [&range](const Prefix &other) {
-            return other.covers(range) && !(other == range);
-        });
-        if (range.address.family == family && !within) {
-            result.insert(range);
+    for (const Prefix &range : std::set<Prefix>(ranges.begin(), ranges.end())) {
+        if (range.address.family == family && !any_covers(result, range)) {
+            result.insert(result.end(), range);
         }
     }
     return result;
 }
 
 } // namespace
+
+bool any_covers(const std::set<Prefix> &ranges, const Prefix &other)
+{
+    // Whatever lies in order between a range and another one that it holds, it holds as well.
+    const auto after = ranges.upper_bound(other);
+    return after != ranges.begin() && std::prev(after)->covers(other);
+}
 
 View make_view(uint8_t family, const Config &config, const std::vector<uint32_t> &elected,
                const Environment &environment)

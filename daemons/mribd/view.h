@@ -32,6 +32,10 @@ struct InterfaceKey {
     auto operator<=>(const InterfaceKey &) const = default;
 };
 
+// Whether one of the ranges, none of which covers another, holds the other range, equal ones included. Takes
+// logarithmic time.
+bool any_covers(const std::set<Prefix> &ranges, const Prefix &other);
+
 // Never without anything.
 struct BoundaryView {
     std::set<Prefix> ranges; // none covers another

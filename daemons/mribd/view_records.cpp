@@ -13,8 +13,6 @@
 
 #include "mcast/mrib_wire.h"
 
-#include <algorithm>
-
 namespace mribd
 {
 namespace
@@ -76,9 +74,7 @@ void put_boundary_changes(uint8_t family, const InterfaceKey &key, const Boundar
                           const BoundaryView &now, Outbox &outbox)
 {
     for (const Prefix &range : before.ranges) {
-        const bool stays_blocked = std::any_of(now.ranges.begin(), now.ranges.end(),
-                                               [&range](const Prefix &other) { return other.covers(range); });
-        if (!stays_blocked) {
+        if (!any_covers(now.ranges, range)) {
             put_range(key, false, range, outbox);
         }
     }

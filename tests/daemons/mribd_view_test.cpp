@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 using namespace mribd;
@@ -159,6 +160,51 @@ TEST(View, EachFamilyHasItsOwnRangesScopeAndNumbers)
     EXPECT_EQ(v4.instances.at(0).ssm_acl, 2000u);
     EXPECT_EQ(v6.instances.at(0).ssm_acl, 2001u);
     EXPECT_EQ(v6.busy, 2u);
+}
+
+// Nested and disjoint ranges, many of them neighbours.
+std::vector<Prefix> random_ranges(std::mt19937 &random)
+{
+    std::vector<Prefix> ranges;
+    for (auto left = random() % 40; left > 0; left--) {
+        const std::string bytes = std::to_string(random() % 3) + "." + std::to_string(random() % 256) + ".";
+        ranges.push_back(range("239." + bytes + "0/" + std::to_string(8 + random() % 17)));
+    }
+    return ranges;
+}
+
+View view_of(const std::vector<Prefix> &ranges)
+{
+    Config config;
+    config.interfaces = {{"if2", 0, {}, ranges, 0}};
+    return make_view(MCAST_FAMILY_IPV4, config, {}, TableEnvironment());
+}
+
+TEST(View, RangesAreThoseThatNoOtherHoldsAndNoneIsTakenAwayThatStaysBlocked)
+{
+    const unsigned seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    View before = view_of({});
+    for (int i = 0; i < 2000; i++) {
+        const std::vector<Prefix> ranges = random_ranges(random);
+        const auto is_held = [&ranges](const Prefix &one) {
+            return std::any_of(ranges.begin(), ranges.end(),
+                               [&one](const Prefix &other) { return other.covers(one) && !(other == one); });
+        };
+        std::set<Prefix> expected(ranges.begin(), ranges.end());
+        std::erase_if(expected, is_held);
+        const View now = view_of(ranges);
+        ASSERT_EQ(now, of_ranges(expected)) << "step " << i;
+        Mirror mirror;
+        mirror.view = before;
+        mirror.apply(changes(before, now));
+        for (const std::string &text : mirror.unblocked) {
+            ASSERT_TRUE(ranges.empty() || (!is_held(range(text)) && !expected.contains(range(text))))
+                << "step " << i << ": " << text;
+        }
+        before = now;
+    }
 }
 
 TEST(View, DisabledInstanceHasNoInterfaceState)
