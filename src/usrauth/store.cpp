@@ -99,6 +99,7 @@ MCAST_STATUS MCAST_USRAUTH_Init(uint8_t family, int32_t epollId, TIMER_SERVICE t
     g_store.epoll_id = epollId;
     g_store.timer_service = timerService;
     g_store.callbacks = *callbacks;
+    g_store.detail_limit = MCAST_USRAUTH_MSG_DETAIL_LIMIT;
     if (!CreateContainers()) {
         MCAST_USRAUTH_Fini();
         return MCAST_ERR_GENERAL;

@@ -111,6 +111,11 @@ TEST_F(Detail, LimitStopsNewRecordsAndNoOld)
 
 TEST_F(Detail, LimitIs512AtFirst)
 {
+    MCAST_USRAUTH_StopServer();
+    MCAST_USRAUTH_Fini();
+    MCAST_USRAUTH_SetMsgDetailLimit(3);
+    next_descriptor = kAgent;
+    Start();
     for (uint32_t id = 0; id < 520; ++id) {
         spec.user_id = id;
         Receive(spec.ListEnd());
