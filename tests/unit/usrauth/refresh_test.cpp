@@ -265,6 +265,10 @@ TEST_F(Refresh, TimerThatFiresTooLateFindsNothing)
     Populate(1);
     late.handler(late.parameters);
     EXPECT_EQ(MCAST_USRAUTH_UserCount(), 1u) << "not marked";
+    Receive(RefreshEnd(1, 3));
+    late.handler(late.parameters);
+    EXPECT_EQ(MCAST_USRAUTH_UserCount(), 1u) << "another timer's";
+    EXPECT_EQ(scripted_timer::platform.timers.size(), 1u);
     MCAST_USRAUTH_Fini();
     late.handler(late.parameters);
     uint64_t garbage[4] = {~0ull, ~0ull, ~0ull, ~0ull};
