@@ -6,11 +6,17 @@
  *
  * A search reads keys alone until it has found its place, so that little memory is gone through. A user is
  * taken out by moving back those that had to give way to it: no mark is left, and chains never grow.
+ *
+ * Agents choose the interfaces of some users. So that none can choose them to meet in one place, the place of
+ * an interface is its product with a random number, drawn anew for each index.
  */
 #include "usrauth/interface_index.h"
 
 #include <stdlib.h>
 
+#include <bit>
+
+#include "mcast/event.h"
 #include "usrauth/interface_tree.h"
 
 namespace mcast::usrauth
@@ -22,9 +28,17 @@ namespace
 constexpr uint32_t kSmallest = 64;
 constexpr uint32_t kLargest = 1u << 30;
 
+/* An odd number that nobody can foresee; a good one all the same where no random bytes can be had. */
+uint64_t DrawMultiplier()
+{
+    const uint64_t upper = MCAST_Rand(0xffffffffu);
+
+    return 0x9e3779b97f4a7c15ull ^ upper << 32 ^ (MCAST_Rand(0xffffffffu) & ~1u);
+}
+
 uint32_t HomeOf(const InterfaceIndex &index, uint32_t if_index)
 {
-    return static_cast<uint32_t>(if_index * 0x9e3779b97f4a7c15ull >> 32) & index.mask;
+    return static_cast<uint32_t>(if_index * index.multiplier >> index.shift);
 }
 
 /* Where the interface is, or the free place where it would go. */
@@ -49,7 +63,7 @@ void Put(const InterfaceIndex &index, uint32_t if_index, User *user)
 /* An empty index of the capacity, a power of two; none when it is too large or memory is short. */
 InterfaceIndex Create(uint32_t capacity)
 {
-    InterfaceIndex index = {nullptr, nullptr, 0};
+    InterfaceIndex index = kNoIndex;
 
     if (capacity > kLargest) {
         return index;
@@ -58,6 +72,8 @@ InterfaceIndex Create(uint32_t capacity)
     if (index.users != nullptr) {
         index.keys = reinterpret_cast<uint32_t *>(index.users + capacity);
         index.mask = capacity - 1;
+        index.shift = 64 - static_cast<uint32_t>(std::countr_zero(capacity));
+        index.multiplier = DrawMultiplier();
     }
     return index;
 }
@@ -105,7 +121,7 @@ bool IsPowerOfTwo(uint32_t number)
 void EndIndex()
 {
     free(g_store.index.users);
-    g_store.index = {nullptr, nullptr, 0};
+    g_store.index = kNoIndex;
 }
 
 bool HasIndex()

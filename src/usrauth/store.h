@@ -61,7 +61,11 @@ struct InterfaceIndex {
     User **users;
     uint32_t *keys; /* in the same block */
     uint32_t mask;  /* places less one */
+    uint32_t shift; /* takes a product to a place */
+    uint64_t multiplier;
 };
+
+inline constexpr InterfaceIndex kNoIndex = {nullptr, nullptr, 0, 0, 0};
 
 struct Store {
     bool open;

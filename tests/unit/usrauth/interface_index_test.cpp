@@ -1,3 +1,6 @@
+#include <algorithm>
+
+#include "support/scripted_random.h"
 #include "unit/usrauth/usrauth_fixture.h"
 #include "usrauth/store.h"
 
@@ -72,6 +75,31 @@ TEST_F(InterfaceIndex, UsersAreFoundInTheTreeWhileMemoryForItIsShort)
     EXPECT_NE(mcast::usrauth::g_store.index.users, nullptr) << "made again";
     for (uint32_t id = 1; id <= 64; ++id) {
         EXPECT_EQ(Find(id), id);
+    }
+}
+
+TEST_F(InterfaceIndex, PlacesDependOnRandomBytes)
+{
+    uint8_t next = 1;
+
+    Put(1);
+    const uint64_t without = mcast::usrauth::g_store.index.multiplier;
+
+    scripted::random_bytes = [&](uint8_t *buffer, int length) {
+        std::fill_n(buffer, length, next++);
+        return 1;
+    };
+    for (uint32_t id = 2; id <= 300; ++id) {
+        Put(id * 1024);
+    }
+    scripted::random_bytes = nullptr;
+    const uint64_t with = mcast::usrauth::g_store.index.multiplier;
+
+    EXPECT_NE(with, without);
+    EXPECT_EQ(with & without & 1, 1u) << "odd";
+    EXPECT_EQ(next, 1 + 2 * 4) << "drawn anew for each of four growths";
+    for (uint32_t id = 2; id <= 300; ++id) {
+        EXPECT_EQ(Find(id * 1024), id * 1024);
     }
 }
 
