@@ -150,6 +150,20 @@ bool EndGroup(MTABLE_S *table, Group *group)
     return any;
 }
 
+/*
+ * The first group, or nullptr. The groups of a user are in few blocks, mostly one, and cold: they are fetched
+ * side by side, where a walk would wait for each in turn.
+ */
+Group *FirstGroup(const MTABLE_S *table)
+{
+    Group *group = static_cast<Group *>(AVL_GetLeftMost(table->groups));
+
+    if (group != nullptr) {
+        PrefetchBlock(group);
+    }
+    return group;
+}
+
 } // namespace
 
 bool InitEntries(MTABLE_S *table)
@@ -157,11 +171,18 @@ bool InitEntries(MTABLE_S *table)
     return MTable_Init(table, ReleaseGroup) == MCAST_OK;
 }
 
+void FiniEntries(MTABLE_S *table)
+{
+    FirstGroup(table);
+    MTable_Fini(table);
+}
+
 void AddEntries(MTABLE_S *table, EntryReader entries)
 {
     EntryAllocator allocator;
     Entry entry;
 
+    FirstGroup(table);
     while (NextEntry(&entries, &entry)) {
         MTABLE_GROUP_S *group = MTable_SearchGroup(table, &entry.group);
 
@@ -175,13 +196,13 @@ void AddEntries(MTABLE_S *table, EntryReader entries)
 
 bool EndEntries(MTABLE_S *table)
 {
-    void *group = AVL_GetLeftMost(table->groups);
+    Group *group = FirstGroup(table);
     bool any = false;
 
     while (group != nullptr) {
-        void *next = AVL_GetNext(table->groups, group);
+        Group *next = static_cast<Group *>(AVL_GetNext(table->groups, group));
 
-        any |= EndGroup(table, static_cast<Group *>(group));
+        any |= EndGroup(table, group);
         group = next;
     }
     return any;

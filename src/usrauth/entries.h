@@ -14,6 +14,9 @@ namespace mcast::usrauth
 /* Sets an empty table up. False when memory is short. */
 bool InitEntries(MTABLE_S *table);
 
+/* Ends the table with all its entries. */
+void FiniEntries(MTABLE_S *table);
+
 /* Adds the entries of a message, and marks them as seen. Those for which memory is short are left out. */
 void AddEntries(MTABLE_S *table, EntryReader entries) MCAST_REQUIRES(g_stUsrAuthRWLock);
 

@@ -11,6 +11,8 @@ namespace
 /* What a message may make the store set aside beyond the groups that it brings is bounded by this. */
 constexpr uint32_t kMostPlaces = 16;
 
+constexpr size_t kLine = 64; /* of the processor's cache */
+
 constexpr size_t kHeadSize = (sizeof(EntryBlock) + alignof(Group) - 1) / alignof(Group) * alignof(Group);
 
 EntryBlock *CreateBlock(uint32_t expected)
@@ -57,6 +59,16 @@ Group *EntryAllocator::Take(uint32_t expected)
     group->block = block_;
     ++block_->users;
     return group;
+}
+
+void PrefetchBlock(const Group *group)
+{
+    const char *begin = reinterpret_cast<const char *>(group->block);
+    const size_t size = kHeadSize + group->block->taken * sizeof(Group);
+
+    for (size_t at = 0; at < size; at += kLine) {
+        __builtin_prefetch(begin + at, 1);
+    }
 }
 
 void FreeGroup(Group *group)

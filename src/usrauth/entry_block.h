@@ -45,6 +45,9 @@ private:
     EntryBlock *block_ = nullptr;
 };
 
+/* Asks the processor to fetch the group and those in its block, which are about to be looked at. */
+void PrefetchBlock(const Group *group);
+
 /* Gives a group back. */
 void FreeGroup(Group *group);
 

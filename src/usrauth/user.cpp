@@ -89,7 +89,7 @@ void FreeUserRecord(void *record)
 {
     User *user = static_cast<User *>(record);
 
-    MTable_Fini(&user->groups);
+    FiniEntries(&user->groups);
     free(user);
     ++g_store.freed_users;
 }
