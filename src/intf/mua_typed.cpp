@@ -32,7 +32,8 @@ bool Matches(const char *expression, const char *text)
 {
     regex_t compiled;
 
-    if (text == nullptr || regcomp(&compiled, expression, REG_EXTENDED | REG_ICASE) != 0) {
+    /* Nobody asks where the parts of a match lie; knowing that makes compiling and matching cheaper. */
+    if (text == nullptr || regcomp(&compiled, expression, REG_EXTENDED | REG_ICASE | REG_NOSUB) != 0) {
         return false;
     }
 
