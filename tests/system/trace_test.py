@@ -30,6 +30,7 @@ class TraceTest(unittest.TestCase):
         with open(CONFIG, "w") as file:
             file.write("".join(LIST.format(family=family, group=SHOWN[family]) for family in FAMILIES))
         cls.network = Network(start=False)
+        cls.seen = {}  # how much of each daemon's log, which outlives it, belongs to former runs
 
     def traces(self, *options, last=""):
         """Runs the daemons with the options while hosts of red and blue join and leave, until mribd has said the
@@ -38,7 +39,6 @@ class TraceTest(unittest.TestCase):
         network.mribd = router.start_mribd("--config", CONFIG, *options)
         for family in FAMILIES:
             network.gmpd[family] = router.start_gmpd(family, "--config", CONFIG, *GMPD_OPTIONS, *options)
-        before = {daemon.name: len(daemon.output()) for daemon in network.daemons()}
         groups = [*SHOWN.values(), *HIDDEN.values()]
         sender = Sender(network.hosts["source"], "eth0", groups)
         receivers = [Receiver(network.hosts[host], "eth0", group) for host in ("red", "blue") for group in groups]
@@ -47,10 +47,16 @@ class TraceTest(unittest.TestCase):
         for receiver in receivers:
             receiver.leave()
         sender.stop()
-        wait_for(lambda: last in network.mribd.output()[before["mribd"]:], f"'{last}' of mribd")
+        wait_for(lambda: last in self.fresh_output(network.mribd), f"'{last}' of mribd")
         network.assert_healthy()
-        return {daemon.name: [line for line in daemon.output()[before[daemon.name]:].splitlines()
-                              if ": trace: " in line] for daemon in network.daemons()}
+        traces = {}
+        for daemon in network.daemons():
+            traces[daemon.name] = [line for line in self.fresh_output(daemon).splitlines() if ": trace: " in line]
+            self.seen[daemon.name] = len(daemon.output())
+        return traces
+
+    def fresh_output(self, daemon):
+        return daemon.output()[self.seen.get(daemon.name, 0):]
 
     def assert_line(self, lines, pattern):
         self.assertTrue(matches(pattern, "\n".join(lines)), f"{pattern} is not in\n" + "\n".join(lines))
@@ -63,7 +69,7 @@ class TraceTest(unittest.TestCase):
             group, source = SHOWN[family], SOURCES[family]
             self.assert_line(lines, f"^{start}report of version . from .* on red, . records$")
             self.assert_line(lines, f"^{start}record TO_EXCLUDE of {group} on red, 0 sources$")
-            self.assert_line(lines, rf"^{start}\(\*, {group}\) on red wanted for 260 s$")
+            self.assert_line(lines, rf"^{start}\(\*, {group}\) on red wanted for [0-9]+ s$")
             self.assert_line(lines, rf"^{start}told: join \(\*, {group}\) on red$")
             self.assert_line(lines, f"^{start}this router is the querier on red$")
             self.assert_line(lines, f"^{start}.* bytes from .* to .* on red$")
