@@ -6,8 +6,16 @@
 
 #include <stdint.h>
 
+#include "platform/local_socket.h"
+
 namespace mcast
 {
+
+/* The address of the port, in host order, on this node; length is what its first byte says. */
+LOCAL_SOCKET_ADDR_S LocalAddress(uint16_t port, uint8_t length);
+
+/* What is set on a connected socket; that it may fail does not matter. */
+void SetLinger(int fd);
 
 /*
  * A local socket connected to the port, in host order, of this node; the caller closes it. -1, with errno as

@@ -8,7 +8,6 @@
  *
  * The same socket serves every attempt.
  */
-#include <endian.h>
 #include <errno.h>
 #include <stdlib.h>
 #include <sys/socket.h>
@@ -16,9 +15,9 @@
 #include <unistd.h>
 
 #include "event/descriptor.h"
+#include "event/local_channel.h"
 #include "mcast/service.h"
 #include "platform/device.h"
-#include "platform/local_socket.h"
 
 namespace
 {
@@ -65,12 +64,8 @@ void Wait()
 /* Connects the socket, or leaves the errno of the last attempt. */
 bool Reach(int fd, const MCAST_APP_ENDPOINT_S &endpoint)
 {
-    LOCAL_SOCKET_ADDR_S address = {};
+    const LOCAL_SOCKET_ADDR_S address = mcast::LocalAddress(endpoint.port, sizeof(address));
 
-    address.length = sizeof(address);
-    address.family = LOCAL_SOCKET_FAMILY;
-    address.port_be = htobe16(endpoint.port);
-    address.node = LOCAL_SOCKET_NODE;
     for (uint32_t attempt = 0; attempt < MCAST_APP_ATTEMPTS; ++attempt) {
         if (MCAST_Connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0) {
             return true;
@@ -120,8 +115,6 @@ int MCAST_Connect(int fd, const struct sockaddr *addr, uint32_t addrLen)
 
 int MCAST_Connect2APP(const MCAST_APP_ENDPOINT_S *endpoint)
 {
-    const uint32_t linger[2] = {1, 0};
-
     if (endpoint == nullptr) {
         errno = EINVAL;
         return -1;
@@ -136,6 +129,6 @@ int MCAST_Connect2APP(const MCAST_APP_ENDPOINT_S *endpoint)
         mcast::CloseAfterFailure(fd);
         return -1;
     }
-    (void)setsockopt(fd, SOL_SOCKET, LOCAL_SOCKET_OPTION_LINGER, linger, sizeof(linger));
+    mcast::SetLinger(fd);
     return fd;
 }

@@ -55,13 +55,6 @@ MCAST_STATUS Ask(const MCAST_APP_ENDPOINT_S *daemon, MCAST_MIB_PARSER parser, MC
                : MCAST_MIB_NO_ENTRY;
 }
 
-/* The state of the service on a node, as what its call returned. */
-uint32_t StateOn(uint16_t node, uint64_t service, uint32_t *state)
-{
-    *state = SERVICE_STATE_ABSENT;
-    return SERVICE_GetStatus(node, service, 0, state);
-}
-
 bool RunsOnStandby(uint64_t service)
 {
     bool runs = false;
@@ -71,7 +64,7 @@ bool RunsOnStandby(uint64_t service)
     for (uint32_t i = 0; nodes != nullptr && i < count && !runs; ++i) {
         uint32_t state = SERVICE_STATE_ABSENT;
 
-        runs = StateOn(nodes[i], service, &state) == MCAST_OK && state == SERVICE_STATE_RUNNING;
+        runs = SERVICE_GetStatus(nodes[i], service, 0, &state) == MCAST_OK && state == SERVICE_STATE_RUNNING;
     }
     free(nodes);
     return runs;
@@ -108,9 +101,6 @@ MCAST_STATUS MCAST_MIB_SetTable(const MCAST_APP_ENDPOINT_S *daemon, MCAST_MIB_PA
     uint32_t output = MCAST_MIB_SET_OUTPUT;
     uint16_t extra = 0;
     uint32_t wrong = MCAST_MIB_NO_ERROR_INDEX;
-
-    *errorIndex = MCAST_MIB_NO_ERROR_INDEX;
-
     MCAST_STATUS result = Ask(daemon, parser, request, &output, &extra, &wrong);
 
     *errorIndex = wrong;
@@ -168,7 +158,8 @@ MCAST_STATUS mcastMib_GetNextResult(MCAST_MIB_REQUEST_S *const requests[], uint3
 MCAST_STATUS MCAST_MIB_GetDaemonStatus(const MCAST_APP_ENDPOINT_S *daemon)
 {
     uint32_t state = SERVICE_STATE_ABSENT;
-    uint32_t status = StateOn(static_cast<uint16_t>(LIP_GetLocalLip()), daemon->service, &state);
+    uint16_t node = static_cast<uint16_t>(LIP_GetLocalLip());
+    uint32_t status = SERVICE_GetStatus(node, daemon->service, 0, &state);
 
     if (status != SERVICE_NOTHING_DONE && state == SERVICE_STATE_RUNNING) {
         return status == MCAST_OK ? TryConnection(daemon) : MCAST_OK;

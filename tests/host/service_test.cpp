@@ -3,13 +3,16 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <sched.h>
 #include <sstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <thread>
 
 #include "config_support.h"
+#include "mcast/mib.h"
 #include "platform/device.h"
 #include "support.h"
 #include "support/descriptors.h"
@@ -317,6 +320,64 @@ TEST_F(Services, ArgumentsThatAreNotAgreedAreRefused)
     EXPECT_EQ(SERVICE_Start(0, SERVICE, 0, 1), HOST_FAILED);
     EXPECT_EQ(state, 98u);
     EXPECT_EQ(state_of(), SERVICE_STATE_ABSENT) << "none of them did anything";
+}
+
+// ---- What the library makes of it ----
+
+TEST_F(Services, AreStartedAndReachedByTheLibrary)
+{
+    const MCAST_APP_ENDPOINT_S no_start = {SERVICE, PORT, 0};
+    const MCAST_APP_ENDPOINT_S endpoint = {SERVICE, PORT, 1};
+    const int descriptors = OpenDescriptors();
+    EXPECT_EQ(MCAST_Connect2APP(&no_start), -1);
+    EXPECT_EQ(errno, ECONNREFUSED);
+    EXPECT_EQ(state_of(), SERVICE_STATE_ABSENT);
+    int fd = -1;
+    order(); // it listens as soon as it runs
+    EXPECT_TRUE(becomes([&] {
+        fd = MCAST_Connect2APP(&endpoint);
+        return fd >= 0;
+    }));
+    started();
+    EXPECT_EQ(OpenDescriptors(), descriptors + 1);
+    EXPECT_EQ(MCAST_MIB_GetDaemonStatus(&no_start), MCAST_OK);
+    close(fd);
+    kill(process_, SIGKILL);
+    EXPECT_TRUE(becomes([] { return state_of() == SERVICE_STATE_STOPPED; }));
+    EXPECT_EQ(MCAST_MIB_GetDaemonStatus(&no_start), MCAST_OK) << "it runs nowhere, which is as good";
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+}
+
+TEST_F(Services, AnswerManagementRequestsOfTheLibrary)
+{
+    const MCAST_APP_ENDPOINT_S endpoint = {SERVICE, PORT, 0};
+    char reply[4] = {};
+    MCAST_MIB_REQUEST_S request = {8, "question", sizeof(reply), reply, 0, 0};
+    const auto parse = [](const void *bytes, uint64_t length, void *, void *, void *) {
+        return std::string(static_cast<const char *>(bytes), length) == "answ" ? MCAST_OK : MCAST_ERR_GENERAL;
+    };
+    const int listener = listen_local(PORT);
+    ASSERT_GE(listener, 0);
+    std::thread server([listener] {
+        close(accept(listener, nullptr, nullptr)); // that of the status
+        for (const char *answer : {"answer", "", static_cast<const char *>(nullptr)}) {
+            char question[16] = {};
+            const int fd = accept(listener, nullptr, nullptr);
+            if (answer != nullptr) { // otherwise it closes without reading
+                EXPECT_EQ(recv(fd, question, sizeof(question), 0), 8);
+                EXPECT_STREQ(question, "question");
+                EXPECT_EQ(send(fd, answer, strlen(answer), 0), static_cast<ssize_t>(strlen(answer)));
+            }
+            close(fd);
+        }
+    });
+    EXPECT_EQ(MCAST_MIB_GetDaemonStatus(&endpoint), MCAST_OK);
+    EXPECT_EQ(MCAST_MIB_Get(&endpoint, parse, &request), MCAST_OK) << "cut to the buffer";
+    EXPECT_EQ(request.reply_length, 4u);
+    EXPECT_EQ(MCAST_MIB_Get(&endpoint, parse, &request), MCAST_MIB_NO_ENTRY) << "an empty answer is none";
+    EXPECT_EQ(MCAST_MIB_Get(&endpoint, parse, &request), MCAST_MIB_NO_ENTRY) << "the peer has gone";
+    server.join();
+    close(listener);
 }
 
 struct ErrorRow {

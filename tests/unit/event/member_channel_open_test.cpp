@@ -55,8 +55,8 @@ TEST_F(MemberOpening, RegistersTheSocketForReadingWithTheCallersContext)
         EXPECT_EQ(epfd, 55);
         EXPECT_EQ(operation, EPOLL_CTL_ADD);
         EXPECT_EQ(fd, 1000);
-        EXPECT_EQ(record.events, static_cast<uint32_t>(EPOLLIN));
-        EXPECT_EQ(record.context, kContext);
+        EXPECT_EQ(uint32_t{record.events}, static_cast<uint32_t>(EPOLLIN));
+        EXPECT_EQ(uint64_t{record.context}, kContext);
         ++registrations;
         errno = EPERM;
         return -1; /* the result does not matter */

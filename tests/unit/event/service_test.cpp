@@ -240,6 +240,7 @@ TEST_F(Services, DescriptorZeroIsASocketLikeAnyOther)
     scripted::socket = [](auto...) { return 0; };
     RefuseConnection(0);
     EXPECT_EQ(MCAST_Connect2APP(&kStart), 0);
+    EXPECT_EQ(device_calls, (Calls{"connect", "option"}));
 }
 
 TEST_F(Services, AConnectedSocketAndSignalsDoNotCountAsAttempts)

@@ -430,9 +430,10 @@ TEST_F(Mib, NextByIndexTakesAnEntryBesideInstancesThatFail)
 
     Answer(0, kOther);
     Answer(1, MCAST_OK);
-    EXPECT_EQ(NextByIndex(2, ChooseLast, &chosen), MCAST_OK);
+    Answer(2, MCAST_MIB_NO_NEXT);
+    EXPECT_EQ(NextByIndex(3, ChooseLast, &chosen), MCAST_OK);
     EXPECT_EQ(chosen, 1u);
-    sockets_expected = 2;
+    sockets_expected = 3;
 }
 
 TEST_F(Mib, NextByIndexLeavesAnInstanceWithoutAnAddressAlone)
