@@ -78,6 +78,44 @@ inline constexpr ControlColumn QUERIER_COLUMNS[] = {
 };
 inline constexpr ControlSchema QUERIER_TABLE{19, "queriers", 1, QUERIER_COLUMNS};
 
+// Tables of a gmpd with user authentication.
+
+inline constexpr ControlColumn USER_COLUMNS[] = {
+    {"user_interface", FieldType::Interface},
+    {"family", FieldType::Family},
+    {"user", FieldType::Number},
+    {"node", FieldType::Number},
+    {"kind", FieldType::Number},
+    {"interface", FieldType::Interface},
+    {"address", FieldType::Address}, // None: the user is not served
+    {"name", FieldType::Text},
+    {"permitted", FieldType::Number}, // pairs that the user may join
+    {"groups", FieldType::Number},    // that he joined
+};
+inline constexpr ControlSchema USER_TABLE{20, "users", 1, USER_COLUMNS};
+
+inline constexpr ControlColumn USER_RIGHT_COLUMNS[] = {
+    {"user_interface", FieldType::Interface},
+    {"group", FieldType::Address},
+    {"source", FieldType::Address}, // all zero: any source
+    {"joined", FieldType::Truth},
+};
+inline constexpr ControlSchema USER_RIGHT_TABLE{21, "user-rights", 3, USER_RIGHT_COLUMNS};
+
+inline constexpr ControlColumn USER_MESSAGE_COLUMNS[] = {
+    {"family", FieldType::Family},       {"node", FieldType::Number},
+    {"user", FieldType::Number},         {"announcements", FieldType::Counter},
+    {"withdrawals", FieldType::Counter}, {"updates", FieldType::Counter},
+    {"group_lists", FieldType::Counter}, {"list_ends", FieldType::Counter},
+};
+inline constexpr ControlSchema USER_MESSAGE_TABLE{22, "user-messages", 3, USER_MESSAGE_COLUMNS};
+
+inline constexpr ControlColumn USER_STATISTICS_COLUMNS[] = {
+    {"family", FieldType::Family}, {"kind", FieldType::Number},      {"type", FieldType::Number},
+    {"message", FieldType::Text},  {"received", FieldType::Counter},
+};
+inline constexpr ControlSchema USER_STATISTICS_TABLE{23, "user-statistics", 3, USER_STATISTICS_COLUMNS};
+
 // Tables of mribd, which serves both families.
 
 inline constexpr ControlColumn ROUTE_COLUMNS[] = {
@@ -110,6 +148,10 @@ inline constexpr ControlColumn CLIENT_COLUMNS[] = {
     {"registered", FieldType::Truth}, {"sent", FieldType::Counter},  {"waiting", FieldType::Number},
 };
 inline constexpr ControlSchema CLIENT_TABLE{35, "clients", 2, CLIENT_COLUMNS};
+
+// Commands of a gmpd with user authentication. Without an argument every user is forgotten at once, with one
+// those of the node of that number and of kinds 2 to 4, a few at a time; agents announce them again.
+inline constexpr uint16_t COMMAND_CLEAR_USERS = 1;
 
 // Settings of gmpd, of the interface table: for the interface of the key, without a key for all.
 inline constexpr const char *SETTING_QUERY_INTERVAL = "query_interval";

@@ -56,8 +56,27 @@ ControlField remaining(const mcastd::Timer &timer)
     return timer.running() ? ControlField::seconds(mcastd::timer_remaining_s(timer)) : ControlField();
 }
 
-ControlFields group_row(const Interface &interface, const GroupState &group)
+// The groups of an interface; where users are authenticated, what they come to together, which has no timers.
+MRT_TABLE_S *groups_of(const Interface &interface)
 {
+    return interface.members != nullptr ? interface.members->table() : interface.groups;
+}
+
+ControlFields group_row(const Interface &interface, const MRT_GROUP_S *entry)
+{
+    if (interface.members != nullptr) {
+        return {
+            ControlField::interface(interface.index),
+            ControlField::address(*entry->address),
+            ControlField::text(LinkMembers::wants_any_source(entry) ? "exclude" : "include"),
+            ControlField::number(MRT_CountTable(entry->sources)),
+            ControlField(),
+            ControlField(),
+            ControlField(),
+        };
+    }
+    const GroupState &group = *state_of(entry);
+
     return {
         ControlField::interface(interface.index),
         ControlField::address(*group.entry->address),
@@ -73,30 +92,28 @@ void list_groups(const Router &router, ControlRows &rows)
 {
     from_position(router, rows, [&rows](const Interface &interface) {
         const Address *address = address_in(rows, interface, 1);
-        void *entry = MRT_Locate(interface.groups, address);
+        MRT_TABLE_S *groups = groups_of(interface);
+        auto *entry = static_cast<MRT_GROUP_S *>(MRT_Locate(groups, address));
 
         if (entry == nullptr) {
-            entry = MRT_GetNext(interface.groups, address, 0);
+            entry = static_cast<MRT_GROUP_S *>(MRT_GetNext(groups, address, 0));
         }
-        while (entry != nullptr) {
-            const GroupState &group = *state_of(static_cast<MRT_GROUP_S *>(entry));
-
-            if (!rows.add(group_row(interface, group))) {
-                return;
-            }
-            entry = MRT_GetNext(interface.groups, group.entry->address, 0);
+        while (entry != nullptr && rows.add(group_row(interface, entry))) {
+            entry = static_cast<MRT_GROUP_S *>(MRT_GetNext(groups, entry->address, 0));
         }
     });
 }
 
-ControlFields source_row(const Interface &interface, const SourceState &source)
+ControlFields source_row(const Interface &interface, const MRT_SOURCE_S *entry)
 {
+    const bool of_users = interface.members != nullptr;
+
     return {
         ControlField::interface(interface.index),
-        ControlField::address(*source.group->entry->address),
-        ControlField::address(*source.entry->address),
-        ControlField::truth(source.timer.running()),
-        remaining(source.timer),
+        ControlField::address(*entry->group->address),
+        ControlField::address(*entry->address),
+        ControlField::truth(of_users ? LinkMembers::wants_source(entry) : state_of(entry)->timer.running()),
+        of_users ? ControlField() : remaining(state_of(entry)->timer),
     };
 }
 
@@ -105,13 +122,14 @@ void list_sources(const Router &router, ControlRows &rows)
     from_position(router, rows, [&rows](const Interface &interface) {
         const Address *group = address_in(rows, interface, 1);
         const Address *address = group != nullptr ? address_in(rows, interface, 2) : nullptr;
-        MRT_SOURCE_S *entry = MRT_LocateSource(interface.groups, group, address);
+        MRT_TABLE_S *groups = groups_of(interface);
+        MRT_SOURCE_S *entry = MRT_LocateSource(groups, group, address);
 
         if (entry == nullptr) {
-            entry = MRT_GetNextSourceGroup(interface.groups, group, 0, address, 0);
+            entry = MRT_GetNextSourceGroup(groups, group, 0, address, 0);
         }
-        while (entry != nullptr && rows.add(source_row(interface, *state_of(entry)))) {
-            entry = MRT_GetNextSourceGroup(interface.groups, entry->group->address, 0, entry->address, 0);
+        while (entry != nullptr && rows.add(source_row(interface, entry))) {
+            entry = MRT_GetNextSourceGroup(groups, entry->group->address, 0, entry->address, 0);
         }
     });
 }
@@ -127,7 +145,7 @@ void list_interfaces(const Router &router, ControlRows &rows)
             ControlField::truth(interface.running),
             interface.running ? ControlField::address(interface.address) : ControlField(),
             ControlField::number(ipv4 ? router.config.version : router.config.version - 1u),
-            ControlField::number(MRT_CountTable(interface.groups)),
+            ControlField::number(MRT_CountTable(groups_of(interface))),
             ControlField::truth(interface.running && router.policy->reports(interface)),
             ControlField::number(configured_query_interval_s(interface)),
         });

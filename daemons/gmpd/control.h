@@ -16,6 +16,10 @@ namespace gmpd
 // Offers them; server and router must outlive the registration. process tells what only the process knows.
 void offer_control(mcastd::ControlServer &server, Router &router, std::function<ProcessStatus()> process);
 
+// Offers the tables of users and the command that clears them; service must outlive the registration. NULL
+// without user authentication: the tables are empty.
+void offer_user_control(mcastd::ControlServer &server, const Router &router, UserService *service);
+
 } // namespace gmpd
 
 #endif

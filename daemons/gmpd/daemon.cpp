@@ -123,6 +123,7 @@ int run_daemon(const mcastd::Options &options, const Config &config)
     frame.on_status([&] { return status_text(router, process()); });
     mcastd::ControlServer control(frame.reactor());
     offer_control(control, router, process);
+    offer_user_control(control, router, users ? &*users : nullptr);
     if (!control.open(config.family == MCAST_FAMILY_IPV4 ? mcastd::CONTROL_PORT_GMPD_IPV4
                                                          : mcastd::CONTROL_PORT_GMPD_IPV6)) {
         return EXIT_FAILURE;

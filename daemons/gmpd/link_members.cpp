@@ -199,6 +199,16 @@ void LinkMembers::tell_everything()
     });
 }
 
+bool LinkMembers::wants_any_source(const MRT_GROUP_S *group)
+{
+    return share_of(group).told_any;
+}
+
+bool LinkMembers::wants_source(const MRT_SOURCE_S *source)
+{
+    return !share_of(source).told_blocked;
+}
+
 bool LinkMembers::has_group(const Address &group) const
 {
     return find_entry(groups_, group) != nullptr;
@@ -212,7 +222,7 @@ uint32_t LinkMembers::group_count() const
 void LinkMembers::visit_groups(const std::function<void(const Address &, bool)> &visitor) const
 {
     for_each_entry<MRT_GROUP_S>(
-        groups_, [&](MRT_GROUP_S *group) { visitor(*group->address, share_of(group).told_any); });
+        groups_, [&](MRT_GROUP_S *group) { visitor(*group->address, wants_any_source(group)); });
 }
 
 void LinkMembers::visit_sources(const Address &group,
@@ -221,9 +231,8 @@ void LinkMembers::visit_sources(const Address &group,
     const MRT_GROUP_S *entry = find_entry(groups_, group);
 
     if (entry != nullptr) {
-        for_each_entry<MRT_SOURCE_S>(entry->sources, [&](MRT_SOURCE_S *source) {
-            visitor(*source->address, !share_of(source).told_blocked);
-        });
+        for_each_entry<MRT_SOURCE_S>(
+            entry->sources, [&](MRT_SOURCE_S *source) { visitor(*source->address, wants_source(source)); });
     }
 }
 

@@ -47,6 +47,14 @@ public:
     void visit_sources(const Address &group,
                        const std::function<void(const Address &source, bool wanted)> &visitor) const;
 
+    // The groups and their sources, for a walk that keeps its place; and what is told of an entry.
+    MRT_TABLE_S *table() const
+    {
+        return groups_;
+    }
+    static bool wants_any_source(const MRT_GROUP_S *group);
+    static bool wants_source(const MRT_SOURCE_S *source);
+
 private:
     Interface &link_;
     MRT_TABLE_S *groups_;

@@ -219,6 +219,17 @@ uint32_t UserService::on_message(int32_t, const void *value, uint16_t length)
     return FILTER_PASS;
 }
 
+// The library holds its lock meanwhile: what is called back here must not ask it anything.
+void UserService::clear()
+{
+    MCAST_USRAUTH_ClearAllUsers();
+}
+
+void UserService::remove_node(uint16_t node)
+{
+    MCAST_USRAUTH_RefreshAllUserByNodeRemove(node);
+}
+
 void UserService::settle()
 {
     for (const uint32_t user_id : std::exchange(touched_, {})) {

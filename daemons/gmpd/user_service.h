@@ -55,6 +55,11 @@ public:
     // Brings the table in line with the store; to be called once after everything that a wake-up brought.
     void settle();
 
+    // Forgets every user at once, or lets those of a node that is gone be deleted, except kind 1. Agents
+    // announce them again.
+    void clear();
+    void remove_node(uint16_t node);
+
     const UserTable &table() const
     {
         return table_;

@@ -165,11 +165,11 @@ std::vector<User *> UserTable::find(uint32_t user_id) const
     return users;
 }
 
-User *UserTable::find(Key key) const
+const User *UserTable::find(Key key) const
 {
     const auto found = users_.find(key);
 
-    return found == users_.end() ? nullptr : const_cast<User *>(&found->second.user);
+    return found == users_.end() ? nullptr : &found->second.user;
 }
 
 void UserTable::visit_users(const std::function<void(const User &user)> &visitor) const

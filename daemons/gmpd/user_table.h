@@ -67,7 +67,11 @@ public:
 
     // Users of an ID, of which each node may have one; and the one of a record, or NULL.
     std::vector<User *> find(uint32_t user_id) const;
-    User *find(Key key) const;
+    const User *find(Key key) const;
+    User *find(Key key)
+    {
+        return const_cast<User *>(std::as_const(*this).find(key));
+    }
 
     // Hosts of links where joins were refused are asked again soon.
     void rights_may_have_grown(const User &user);

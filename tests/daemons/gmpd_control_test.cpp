@@ -129,7 +129,7 @@ TEST_P(GmpdControl, PagesOfAnySizeShowEveryRowOnce)
 
 TEST_P(GmpdControl, AWalkGoesOnFromRowsThatHaveGone)
 {
-    for (const unsigned group : {1, 2, 3}) {
+    for (const unsigned group : {1u, 2u, 3u}) {
         lab.record(RecordType::Allow, {1, 2}, group);
     }
     lab.router.interfaces[5] = std::make_unique<Interface>(lab.router, 5, "first");

@@ -294,6 +294,27 @@ class UserAuthTest(unittest.TestCase):
         alice.grows()
         wait_for(lambda: "user 7 of client" in self.mribd.status(), "the user told again")
 
+    def ctl(self, *words):
+        return self.router.run(os.path.join(PROGRAMS, "mcastctl"), *words)
+
+    def test_the_control_command_shows_users_and_clears_them(self):
+        wanted = group("ipv4", 17)
+        self.send(wanted)
+        self.announce("ipv4", "alice", wanted, f"{SOURCES['ipv4']},{group('ipv4', 18)}")
+        alice = self.join("alice", wanted)
+        alice.grows()
+        users = json.loads(self.ctl("show", "users", "--family", "ipv4", "--json"))
+        self.assertEqual([(one["name"], one["interface"], one["address"], one["permitted"], one["groups"])
+                          for one in users], [("alice", "lan", "10.2.0.2", 2, 1)])
+        rights = json.loads(self.ctl("show", "user-rights", "--family", "ipv4", "--json"))
+        self.assertEqual([(one["group"], one["joined"]) for one in rights],
+                         [(wanted, True), (group("ipv4", 18), False)])
+        self.assertIn("announce", self.ctl("show", "user-statistics", "--family", "ipv4"))
+        self.assertIn("7", self.ctl("show", "user-messages", "--family", "ipv4"))
+        self.ctl("clear", "users", "--family", "ipv4")
+        self.pruned("ipv4", wanted, "lan")
+        self.assertEqual(json.loads(self.ctl("show", "users", "--family", "ipv4", "--json")), [])
+
     def test_what_the_agent_cannot_do_is_an_error(self):
         done = self.agent("ipv4", "announce", "id=7", f"node={NODE}", "kind=1", "interface=nosuch", "address=10.2.0.2")
         self.assertNotEqual(done.returncode, 0)
