@@ -14,7 +14,8 @@
  * it. Nothing else runs during MCAST_USRAUTH_Init and MCAST_USRAUTH_Fini.
  *
  * Lock. g_stUsrAuthRWLock guards users, nodes and the interface tree. The event loop's thread alone changes
- * them and takes it for writing while it does; functions that say "any thread" take it for reading.
+ * them and takes it for writing while it does; functions that say "any thread" take it for reading. The lock
+ * prefers readers: those that follow one another without a pause keep the event loop waiting.
  *
  * Results are MCAST_OK or MCAST_ERR_GENERAL unless stated otherwise. A function whose comment names no
  * failure always returns MCAST_OK. Without a store (before MCAST_USRAUTH_Init and after MCAST_USRAUTH_Fini)
@@ -122,7 +123,8 @@ typedef struct MCAST_USRAUTH_CALLBACKS_S {
      * = none; for users of kind 2 what it stores is not used. The user cannot be found by it before it
      * returns. */
     void (*user_online)(MCAST_USRAUTH_USER_S *user, uint32_t *if_index);
-    /* A user that has an interface is about to be deleted or set up again. */
+    /* A user that has an interface is about to be deleted or set up again. A user of kind 2 has one from its
+     * announcement on. MCAST_USRAUTH_RefreshAllUserByNodeRemove is not to be called from here. */
     void (*user_offline)(MCAST_USRAUTH_USER_S *user);
     /* A group list has ended and something changed: MCAST_USRAUTH_CHANGED_... */
     void (*user_changed)(MCAST_USRAUTH_USER_S *user, uint32_t change_mask);
