@@ -6,6 +6,7 @@
 
 import json
 import os
+import signal
 import subprocess
 import unittest
 
@@ -205,6 +206,14 @@ class Control(unittest.TestCase):
         self.assertEqual(self.good("complete", "show", "routes", "--in").split(), ["--incoming"])
         self.assertEqual(self.good("complete", "show", "routes", "--family", "").split(), ["ipv4", "ipv6"])
         self.assertIn("red", self.good("complete", "show", "routes", "--incoming", "").split())
+
+    def test_a_daemon_that_does_not_answer_ends_the_command(self):
+        os.kill(self.net.mribd.process.pid, signal.SIGSTOP)
+        try:
+            self.refused(1, "a daemon does not answer", "show", "routes")
+        finally:
+            os.kill(self.net.mribd.process.pid, signal.SIGCONT)
+        self.good("show", "routes")
 
     def test_status_says_what_the_service_manager_knows(self):
         with open("/run/services.toml", "w") as config:
