@@ -81,8 +81,7 @@ class ServiceStart(unittest.TestCase):
         if os.path.exists(log):
             os.unlink(log)
         self.gmpd[family] = self.router.start_gmpd(family, *GMPD_OPTIONS, "--query-interval", "5",
-                                                   "--query-response-interval", "1", "--config", config,
-                                                   "--start-mribd")
+                                                   "--config", config, "--start-mribd")
         return self.gmpd[family]
 
     def mribd(self):
