@@ -115,7 +115,8 @@ class JoinLeave(unittest.TestCase):
         self.pruned(VANISHED_GROUPS, "red")
         for family, group in VANISHED_GROUPS.items():
             name = FAMILIES[family]
-            wait_for(lambda g=group: f"{g[:-1]}2): red" not in self.network.mribd.status(), "the named source forgotten")
+            named = f"{group[:-1]}2): red"
+            wait_for(lambda n=named: n not in self.network.mribd.status(), "the named source forgotten")
             self.assertEqual(self.red(name)["counters"].get("received_leaves", 0), leaves[name])
 
     def red(self, name):

@@ -50,7 +50,7 @@ class Limits(unittest.TestCase):
 
     def limit_is_said_and_what_fits_is_served(self):
         # One of the 32 is the incoming interface; one more is kept for sources.
-        wait_for(lambda: len(self.served_since([0] * PORTS)) >= 30, "as many served as the kernel has interfaces for", 40)
+        wait_for(lambda: len(self.served_since([0] * PORTS)) >= 30, "as many served as the kernel has places for", 40)
         self.assertLess(len(self.served_since([0] * PORTS)), PORTS)
         wait_for(lambda: "32" in self.network.mribd.output(), "the limit in mribd's log")
         limits = re.findall(r"virtual interfaces: 32 of 32, without one (\d+)", self.network.mribd.status())

@@ -115,8 +115,8 @@ class Overload(unittest.TestCase):
         expected |= {f"({source}, {group}): red" for group in groups[5:] for source in sources[:2]}
 
         def at_mribd():
-            lines = mribd.status().splitlines()
-            return {line.split("member ")[1].split("[")[0] for line in lines if "member (" in line and "239.101." in line}
+            lines = [line for line in mribd.status().splitlines() if "member (" in line and "239.101." in line]
+            return {line.split("member ")[1].split("[")[0] for line in lines}
 
         wait_for(lambda: at_mribd() == expected, "mribd having what gmpd has, no more and no less", 60)
         wait_for(lambda: self.status("ipv4")["mrib_pending_messages"] == 0, "the queue empty")

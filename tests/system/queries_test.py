@@ -182,8 +182,9 @@ class Queries(unittest.TestCase):
 
 def ethernet_of(group):
     packed = socket.inet_pton(socket.AF_INET6 if ":" in group else socket.AF_INET, group)
-    tail = bytes([0x33, 0x33]) + packed[-4:] if ":" in group else b"\x01\x00\x5e" + bytes([packed[1] & 127]) + packed[2:]
-    return tail.hex(":")
+    if ":" in group:
+        return (b"\x33\x33" + packed[-4:]).hex(":")
+    return (b"\x01\x00\x5e" + bytes([packed[1] & 127]) + packed[2:]).hex(":")
 
 
 if __name__ == "__main__":
