@@ -18,6 +18,10 @@
  * Memberships need no request; a client reports all of them after each connect, and they live as long as its
  * connection.
  *
+ * A member comes to the same port with less: it registers for the events that it names, changes them with
+ * CHANGE_EVENTS, and asks for what it wants to know from the start. Without MRIB_CAP_BASE it keeps no view:
+ * it is told what changes of those events and, when it missed something, to ask again; nothing else.
+ *
  * A record that does not pass its checks is counted by what was wrong and otherwise ignored, and the records
  * after it still count. Reading stops at the first record that does not lie whole inside the message.
  */
@@ -28,6 +32,7 @@
 #include "daemons/mribd/view_records.h"
 #include "mcast/addr.h"
 
+#include <cinttypes>
 #include <cstring>
 
 namespace mribd
@@ -143,6 +148,8 @@ bool Session::take_record(const MRIB_RECORD_S &record)
     switch (record.type) {
     case MRIB_TLV_REGISTER:
         return take_register(record);
+    case MRIB_TLV_CHANGE_EVENTS:
+        return take_change_of_events(record);
     case MRIB_TLV_GMP_ENABLE:
     case MRIB_TLV_QUERIER_CHANGE:
         return take_interface_alert(record);
@@ -188,11 +195,29 @@ bool Session::take_register(const MRIB_RECORD_S &record)
     registered_ = true;
     component_ = value->component;
     capabilities_ = value->capability_flags;
-    if (policy_.view().busy != 0) {
+    if (wants(MRIB_CAP_BASE) && policy_.view().busy != 0) {
         put_flow_control(policy_.view(), outbox_);
     }
     mcastd::log_info("%s: client %u registered as component %u", family_name(router_.family()), id_,
                      component_);
+    return true;
+}
+
+bool Session::take_change_of_events(const MRIB_RECORD_S &record)
+{
+    const auto *value = value_of<MRIB_REGISTER_S>(record);
+    if (value == nullptr) {
+        return refuse(Fault::Short);
+    }
+    if (value->family != router_.family()) {
+        return refuse(Fault::Family);
+    }
+    if (value->component != component_) {
+        return refuse(Fault::Flags);
+    }
+    capabilities_ = value->capability_flags;
+    mcastd::log_debug("%s: client %u is told events 0x%" PRIx64 " from now on", family_name(router_.family()),
+                      id_, capabilities_);
     return true;
 }
 
@@ -325,7 +350,7 @@ void Session::answer(uint16_t request)
 
 void Session::tell_changes(const View &before)
 {
-    if (registered_) {
+    if (registered_ && capabilities_ != 0) {
         trace_channel("client %u: told what is different now", id_);
         put_changes(router_.family(), before, policy_.view(), capabilities_, outbox_);
     }
@@ -333,13 +358,17 @@ void Session::tell_changes(const View &before)
 
 void Session::start_afresh()
 {
-    trace_channel("client %u: told to ask for everything again", id_);
     outbox_.restart();
     local_replay_.reset();
-    put_instances(policy_.view(), outbox_);
-    put_ssm_policies(policy_.view(), outbox_);
-    put_flow_control(policy_.view(), outbox_);
-    outbox_.put_marker(MRIB_TLV_SMOOTH_START);
+    if (wants(MRIB_CAP_BASE)) {
+        put_instances(policy_.view(), outbox_);
+        put_ssm_policies(policy_.view(), outbox_);
+        put_flow_control(policy_.view(), outbox_);
+    }
+    if (capabilities_ != 0) {
+        trace_channel("client %u: told to ask for everything again", id_);
+        outbox_.put_marker(MRIB_TLV_SMOOTH_START);
+    }
 }
 
 } // namespace mribd

@@ -32,7 +32,7 @@ enum class Fault {
     Interface,     // interface index 0
     Group,         // not a group that is routed
     Source,        // not a usable source, or none where one is needed
-    Flags,         // an unknown flag or selector, or an end marker without its begin
+    Flags,         // an unknown flag, selector or component, or an end marker without its begin
     Limit,         // one remote source or one user too many
     Count
 };
@@ -87,6 +87,12 @@ public:
         return component_;
     }
 
+    // The classes of events of which the client is told what changes, MRIB_CAP_VRF and so on.
+    uint64_t events() const
+    {
+        return capabilities_;
+    }
+
     Outbox &outbox()
     {
         return outbox_;
@@ -105,8 +111,9 @@ public:
 
     void tell_local_source(const MsdpExchange::LocalSource &change);
 
-    // Sends the state of the instances and has the client ask for the rest. Also what takes an outbox into
-    // use again that overflowed, once the socket takes messages.
+    // Sends the state of the instances to a client that keeps the view, and has every client that is told
+    // anything ask for the rest. Also what takes an outbox into use again that overflowed, once the socket
+    // takes messages.
     void start_afresh();
 
     // Goes on with an answer that is too long to wait in the outbox as a whole. Whether it added anything.
@@ -119,6 +126,11 @@ private:
     bool take_delete_member(const MRIB_RECORD_S &record);
     bool take_request(const MRIB_RECORD_S &record);
     bool take_register(const MRIB_RECORD_S &record);
+    bool take_change_of_events(const MRIB_RECORD_S &record);
+    bool wants(uint64_t events) const
+    {
+        return registered_ && (capabilities_ & events) != 0;
+    }
     bool is_ours(uint8_t family, uint16_t vrf_index, uint32_t if_index);
     bool refuse(Fault fault);
     void answer(uint16_t request);

@@ -42,7 +42,7 @@ void put_local_source(const MsdpExchange::LocalSource &change, Outbox &outbox)
 
 void Session::tell_local_source(const MsdpExchange::LocalSource &change)
 {
-    if (registered_ && (capabilities_ & MRIB_CAP_MSDP_LOCAL_SRC) != 0) {
+    if (wants(MRIB_CAP_MSDP_LOCAL_SRC)) {
         trace_channel("client %u: told: local source (%M, %N) %s", id_, &change.source, &change.group,
                       change.present ? "is there" : "is gone");
         put_local_source(change, outbox_);

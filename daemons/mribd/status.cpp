@@ -25,9 +25,14 @@ namespace
 void add_clients(std::string *out, const ChannelServer &server)
 {
     server.visit([out](const Session &session) {
-        add_text(out, "  client %u: component %u%s, %" PRIu64 " messages sent, %zu waiting\n", session.id(),
-                 session.component(), session.is_registered() ? "" : ", not registered",
-                 session.outbox().sent(), session.outbox().message_count());
+        add_text(out, "  client %u: component %u, ", session.id(), session.component());
+        if (session.is_registered()) {
+            add_text(out, "events 0x%" PRIx64, session.events());
+        } else {
+            *out += "not registered";
+        }
+        add_text(out, ", %" PRIu64 " messages sent, %zu waiting\n", session.outbox().sent(),
+                 session.outbox().message_count());
     });
 }
 

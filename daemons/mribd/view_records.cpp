@@ -182,7 +182,7 @@ void put_changes(uint8_t family, const View &before, const View &now, uint64_t c
         visit_missing(now.designated, before.designated,
                       [&](const InterfaceKey &key) { put_designated_router(key, true, outbox); });
     }
-    if (before.busy != now.busy) {
+    if ((capabilities & MRIB_CAP_BASE) != 0 && before.busy != now.busy) {
         put_flow_control(now, outbox);
     }
 }

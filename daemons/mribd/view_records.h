@@ -19,8 +19,7 @@ void put_designated_routers(const View &view, Outbox &outbox);
 void put_boundaries(uint8_t family, const View &view, Outbox &outbox);
 void put_flow_control(const View &view, Outbox &outbox);
 
-// What brings a client from one view to the other, as far as its capability flags ask for it; flow control
-// needs none.
+// What brings a client from one view to the other, as far as its capability flags ask for it.
 void put_changes(uint8_t family, const View &before, const View &now, uint64_t capabilities, Outbox &outbox);
 
 } // namespace mribd
