@@ -18,30 +18,12 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "event/guards.h"
+
 namespace
 {
 
 constexpr uint64_t kFlushAbove = 1199;
-
-class MCAST_TSA(scoped_lockable) Guard
-{
-public:
-    explicit Guard(MCAST_MUTEX_S &mutex) MCAST_ACQUIRE(mutex) : mutex_(mutex)
-    {
-        pthread_mutex_lock(&mutex_.posix);
-    }
-
-    ~Guard() MCAST_RELEASE()
-    {
-        pthread_mutex_unlock(&mutex_.posix);
-    }
-
-    Guard(const Guard &) = delete;
-    Guard &operator=(const Guard &) = delete;
-
-private:
-    MCAST_MUTEX_S &mutex_;
-};
 
 void Reset(MESSAGER_S *messager)
 {
@@ -225,7 +207,7 @@ MCAST_STATUS Messager_Send(MESSAGER_S *messager, const void *data, uint16_t leng
     if (messager == nullptr) {
         return MCAST_OK;
     }
-    Guard guard(messager->lock);
+    mcast::MutexGuard guard(messager->lock);
 
     if (messager->pending_count >= messager->max_pending) {
         return MCAST_ERR_GENERAL;
@@ -248,7 +230,7 @@ uint64_t Messager_Announce(MESSAGER_S *messager)
     if (messager == nullptr) {
         return 0;
     }
-    Guard guard(messager->lock);
+    mcast::MutexGuard guard(messager->lock);
 
     return FlushAll(messager);
 }
@@ -281,7 +263,7 @@ void Messager_Fini(MESSAGER_S *messager)
         return;
     }
     {
-        Guard guard(messager->lock);
+        mcast::MutexGuard guard(messager->lock);
 
         free(messager->buffer);
         FreePending(messager);

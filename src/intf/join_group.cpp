@@ -1,5 +1,6 @@
 #include <stdlib.h>
 
+#include "event/guards.h"
 #include "intf/registry.h"
 #include "mcast/interface_registry.h"
 
@@ -7,24 +8,6 @@ namespace
 {
 
 using mcast::g_registry;
-
-class MCAST_TSA(scoped_lockable) Guard
-{
-public:
-    explicit Guard(MCAST_MUTEX_S &mutex) MCAST_ACQUIRE(mutex) : mutex_(mutex)
-    {
-        pthread_mutex_lock(&mutex_.posix);
-    }
-    ~Guard() MCAST_RELEASE()
-    {
-        pthread_mutex_unlock(&mutex_.posix);
-    }
-    Guard(const Guard &) = delete;
-    Guard &operator=(const Guard &) = delete;
-
-private:
-    MCAST_MUTEX_S &mutex_;
-};
 
 int32_t Order(uint32_t first, uint32_t second)
 {
@@ -137,7 +120,7 @@ uint64_t MCAST_AddToSameJoinGroupIf(uint32_t parentIfIndex, uint32_t subIfIndex,
         return MCAST_ERR_GENERAL;
     }
 
-    Guard guard(g_registry.lock);
+    mcast::MutexGuard guard(g_registry.lock);
     MCAST_IF_JOIN_PARENT_S *known = FindParent(parentIfIndex);
     MCAST_IF_JOIN_PARENT_S *parent = known != nullptr ? known : CreateParent(parentIfIndex);
 
@@ -160,7 +143,7 @@ uint64_t MCAST_DeleteFromSameJoinGroupIf(uint32_t parentIfIndex, uint32_t subIfI
         return MCAST_ERR_GENERAL;
     }
 
-    Guard guard(g_registry.lock);
+    mcast::MutexGuard guard(g_registry.lock);
     MCAST_IF_JOIN_PARENT_S *parent = FindParent(parentIfIndex);
 
     if (parent == nullptr) {
