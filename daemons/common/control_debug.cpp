@@ -67,7 +67,7 @@ void list_debug(ControlRows &rows)
 
 void offer_debug(ControlRegistry &registry)
 {
-    registry.add_command(CONTROL_COMMAND_DEBUG, debug);
+    registry.add_command(COMMAND_DEBUG, debug);
     registry.add_table(DEBUG_TABLE, list_debug);
 }
 

@@ -9,16 +9,13 @@
 namespace mcastd
 {
 
-// The command's arguments are pairs of a word and a value:
+// Offers COMMAND_DEBUG and DEBUG_TABLE. The command's arguments are pairs of a word and a value:
 //
 //     "on" CATEGORY   "off" CATEGORY    text; "all" for every category
 //     "acl" NUMBER                      MCAST_NONE for none
 //     "interface" NAME                  text; empty for every interface
 //
 // They are taken in order, all or none.
-inline constexpr uint16_t CONTROL_COMMAND_DEBUG = 1;
-
-// Offers the command and DEBUG_TABLE.
 void offer_debug(ControlRegistry &registry);
 
 } // namespace mcastd

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 namespace mcastd
@@ -94,6 +95,9 @@ bool ControlRows::add(const ControlFields &row)
 void ControlRegistry::add_table(const ControlSchema &schema, Table table)
 {
     TableEntry &entry = tables_[schema.number];
+    if (entry.table) {
+        throw std::logic_error("the number of table " + std::string(schema.name) + " is taken");
+    }
     entry.schema = &schema;
     entry.table = std::move(table);
 }
@@ -107,7 +111,9 @@ void ControlRegistry::add_setting(const ControlSchema &schema, ControlSetting se
 
 void ControlRegistry::add_command(uint16_t number, Command command)
 {
-    commands_[number] = std::move(command);
+    if (!commands_.emplace(number, std::move(command)).second) {
+        throw std::logic_error("the command number " + std::to_string(number) + " is taken");
+    }
 }
 
 std::vector<uint8_t> ControlRegistry::answer(std::span<const uint8_t> bytes)

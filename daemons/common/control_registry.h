@@ -95,7 +95,8 @@ public:
     using Table = std::function<void(ControlRows &rows)>;
     using Command = std::function<ControlOutcome(const ControlFields &arguments)>;
 
-    // The schema must outlive the registry.
+    // The schema must outlive the registry. A table or command under a number that is taken is a defect of
+    // the daemon and throws std::logic_error.
     void add_table(const ControlSchema &schema, Table table);
     void add_setting(const ControlSchema &schema, ControlSetting setting);
     void add_command(uint16_t number, Command command);

@@ -149,9 +149,15 @@ inline constexpr ControlColumn CLIENT_COLUMNS[] = {
 };
 inline constexpr ControlSchema CLIENT_TABLE{35, "clients", 2, CLIENT_COLUMNS};
 
-// Commands of a gmpd with user authentication. Without an argument every user is forgotten at once, with one
-// those of the node of that number and of kinds 2 to 4, a few at a time; agents announce them again.
-inline constexpr uint16_t COMMAND_CLEAR_USERS = 1;
+// Commands, each with a number of its own, whatever daemon has it.
+enum ControlCommand : uint16_t {
+    // Of every daemon: its traces, see control_debug.h.
+    COMMAND_DEBUG = 1,
+    // Of a gmpd with user authentication. Without an argument every user is forgotten at once, with one those
+    // of
+    // the node of that number and of kinds 2 to 4, a few at a time; agents announce them again.
+    COMMAND_CLEAR_USERS = 2,
+};
 
 // Settings of gmpd, of the interface table: for the interface of the key, without a key for all.
 inline constexpr const char *SETTING_QUERY_INTERVAL = "query_interval";

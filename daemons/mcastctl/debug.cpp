@@ -80,8 +80,7 @@ int debug(bool on, const DebugOptions &options)
         daemons_named(options.daemon.empty() ? nullptr : options.daemon.c_str(), options.family);
     for (const DaemonInfo *daemon : daemons) {
         std::string answer;
-        append(&outcome,
-               give_command(*daemon, mcastd::CONTROL_COMMAND_DEBUG, arguments_for(on, options), &answer));
+        append(&outcome, give_command(*daemon, mcastd::COMMAND_DEBUG, arguments_for(on, options), &answer));
     }
     report(outcome);
     return outcome.good() && outcome.unreachable.size() < daemons.size() ? EXIT_DONE : EXIT_FAILED;

@@ -26,7 +26,7 @@ protected:
     {
         ControlRequest request;
         request.operation = ControlOperation::Command;
-        request.table = CONTROL_COMMAND_DEBUG;
+        request.table = COMMAND_DEBUG;
         request.values = arguments;
         return control_test::ask(registry, request);
     }

@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -223,13 +224,24 @@ TEST(Registry, RowsSayWhatIsWantedBeforeAWholeRowIsMade)
         EXPECT_TRUE(rows.wants({ControlField::number(3)}));
     });
     ask(registry, get_next(key(2, "a")));
-    registry.add_table(SCHEMA, [](ControlRows &rows) {
+    ControlRegistry exact;
+    exact.add_table(SCHEMA, [](ControlRows &rows) {
         EXPECT_FALSE(rows.wants({ControlField::number(1)}));
         EXPECT_TRUE(rows.wants({ControlField::number(2)}));
         EXPECT_TRUE(rows.wants(key(2, "a")));
         EXPECT_FALSE(rows.wants({ControlField::number(3)}));
     });
-    ask(registry, get(key(2, "a")));
+    ask(exact, get(key(2, "a")));
+}
+
+TEST(Registry, ANumberThatIsTakenIsADefect)
+{
+    ControlRegistry registry;
+    registry.add_table(SCHEMA, [](ControlRows &) {});
+    EXPECT_THROW(registry.add_table(SCHEMA, [](ControlRows &) {}), std::logic_error);
+    registry.add_command(1, [](const ControlFields &) { return ControlOutcome(); });
+    EXPECT_THROW(registry.add_command(1, [](const ControlFields &) { return ControlOutcome(); }),
+                 std::logic_error);
 }
 
 class SettingTest : public testing::Test
