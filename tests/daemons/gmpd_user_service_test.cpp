@@ -203,7 +203,7 @@ TEST_P(GmpdUserService, TheIndexOfAWithdrawnUserIsGivenOutAgain)
 
 TEST_P(GmpdUserService, ThePermittedPairsDecide)
 {
-    say("announce " + record(1) + right(1) + right(2, 5) + right(3, 4));
+    say("announce " + record(1) + right(1) + right(2, 5) + right(3, 6));
     report(1, RecordType::IsExclude, {}, 1);
     report(1, RecordType::Allow, {4, 5, 6}, 2);
     report(1, RecordType::Allow, {4}, 1);
