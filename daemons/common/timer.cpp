@@ -17,15 +17,6 @@ constexpr size_t WORD_TIMER = 0;
 constexpr size_t WORD_HANDLER = 1;
 constexpr size_t WORD_OWNER = 2;
 
-uint32_t now_s()
-{
-    uint32_t seconds = 0;
-    uint32_t sub_seconds = 0;
-
-    TIME_GetSystemBootTime(&seconds, &sub_seconds);
-    return seconds;
-}
-
 // The seconds to give to the library so that it calls when timeout_ms have passed: in full when nearly a
 // second is added before the rest is cut off, to the nearest second when half of one is.
 uint32_t whole_seconds(uint32_t timeout_ms, uint32_t round_up_ns = NS_PER_S - 1)
@@ -58,6 +49,15 @@ void start_for(MCAST_TMR_S *manager, Timer &timer, uint32_t seconds, TimerHandle
 }
 
 } // namespace
+
+uint32_t boot_time_s()
+{
+    uint32_t seconds = 0;
+    uint32_t sub_seconds = 0;
+
+    TIME_GetSystemBootTime(&seconds, &sub_seconds);
+    return seconds;
+}
 
 void timer_start(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler, void *owner)
 {
@@ -93,24 +93,24 @@ void timer_lower(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms)
 
 void timer_raise(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms)
 {
-    if (timer.node != nullptr && timer.node->expiry < now_s() + whole_seconds(timeout_ms)) {
+    if (timer.node != nullptr && timer.node->expiry < boot_time_s() + whole_seconds(timeout_ms)) {
         MCAST_TMR_RefreshNode(manager, timer.node, whole_seconds(timeout_ms));
     }
 }
 
 bool timer_beyond(const Timer &timer, uint32_t timeout_ms)
 {
-    return timer.node != nullptr && timer.node->expiry > now_s() + whole_seconds(timeout_ms);
+    return timer.node != nullptr && timer.node->expiry > boot_time_s() + whole_seconds(timeout_ms);
 }
 
 bool timer_is_due(const Timer &timer)
 {
-    return timer.node != nullptr && timer.node->expiry <= now_s();
+    return timer.node != nullptr && timer.node->expiry <= boot_time_s();
 }
 
 uint32_t timer_remaining_s(const Timer &timer)
 {
-    uint32_t now = now_s();
+    uint32_t now = boot_time_s();
 
     return timer.node != nullptr && timer.node->expiry > now ? timer.node->expiry - now : 0;
 }

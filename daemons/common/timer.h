@@ -28,6 +28,9 @@ struct Timer {
     }
 };
 
+// Seconds since boot, the time in which the timers count.
+uint32_t boot_time_s();
+
 // Starts the timer or, when it runs, starts it over. handler and owner of a running timer stay as they are.
 void timer_start(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler, void *owner);
 

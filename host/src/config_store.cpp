@@ -25,7 +25,7 @@ using host::Config;
 using host::ConfigTable;
 
 // Tables of daemons that share the file; they check them themselves.
-constexpr const char *DAEMON_TABLES[] = {"gmpd", "mribd"};
+constexpr const char *DAEMON_TABLES[] = {"gmpd", "mribd", "msdpd"};
 
 struct Store {
     std::mutex mutex;

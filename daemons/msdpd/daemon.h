@@ -1,0 +1,19 @@
+/*
+ * The daemon put together: configuration file in, event loop out.
+ */
+#ifndef MSDPD_DAEMON_H
+#define MSDPD_DAEMON_H
+
+#include <string>
+
+#include "daemons/common/frame.h"
+
+namespace msdpd
+{
+
+// Runs until a signal ends it. The exit code of the process.
+int run_daemon(const mcastd::Options &options, const std::string &config_path);
+
+} // namespace msdpd
+
+#endif

@@ -1,0 +1,69 @@
+#include "daemons/msdpd/host_routes.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "daemons/common/log.h"
+
+namespace msdpd
+{
+
+namespace
+{
+
+// Originators come from outside; beyond this many distinct ones memory starts over.
+constexpr size_t MOST_KNOWN = 4096;
+
+std::optional<Route> look_up(Ipv4 address)
+{
+    const MCAST_ADDR_S record = to_record(address);
+    HOST_ROUTE_S found;
+
+    if (HOST_RouteLookup(AF_INET, record.address, 0, &found) != 0 || found.is_local != 0) {
+        return std::nullopt;
+    }
+    Route route;
+
+    route.if_index = found.if_index;
+    if (found.gateway_family == AF_INET) {
+        uint32_t gateway_be;
+
+        memcpy(&gateway_be, found.gateway, sizeof(gateway_be));
+        route.gateway = from_network(gateway_be);
+    }
+    return route;
+}
+
+} // namespace
+
+HostRoutes::~HostRoutes()
+{
+    HOST_RouteWatchClose(watch_);
+}
+
+bool HostRoutes::open(int loop)
+{
+    watch_ = HOST_RouteWatchOpen(
+        loop,
+        [](const HOST_ROUTE_CHANGE_S *, void *self) { static_cast<HostRoutes *>(self)->known_.clear(); },
+        this);
+    if (watch_ == nullptr) {
+        mcastd::log_error("cannot follow the unicast routes: %s", strerror(errno));
+    }
+    return watch_ != nullptr;
+}
+
+std::optional<Route> HostRoutes::route_to(Ipv4 address)
+{
+    const auto found = known_.find(address.number);
+
+    if (found != known_.end()) {
+        return found->second;
+    }
+    if (known_.size() >= MOST_KNOWN) {
+        known_.clear();
+    }
+    return known_[address.number] = look_up(address);
+}
+
+} // namespace msdpd

@@ -1,0 +1,117 @@
+#include "daemons/msdpd/rpf.h"
+
+namespace msdpd
+{
+
+namespace
+{
+
+// The only peer that is configured and not disabled; NULL when there are several.
+const Peer *only_peer(const Speaker &speaker)
+{
+    const Peer *only = nullptr;
+
+    for (const auto &[address, peer] : speaker.peers) {
+        if (peer->config.enabled) {
+            if (only != nullptr) {
+                return nullptr;
+            }
+            only = peer.get();
+        }
+    }
+    return only != nullptr && only->established() ? only : nullptr;
+}
+
+const Peer *static_peer(const Speaker &speaker, Ipv4 originator)
+{
+    const Peer *best = nullptr;
+    int best_length = -1;
+
+    for (const auto &[address, peer] : speaker.peers) {
+        for (const Prefix &prefix : peer->config.rpf) {
+            if (peer->established() && prefix.covers(originator) && prefix.length > best_length) {
+                best = peer.get();
+                best_length = prefix.length;
+            }
+        }
+    }
+    return best;
+}
+
+const Peer *peer_in_direction(const Speaker &speaker, const Route &route)
+{
+    const Peer *highest = nullptr;
+
+    for (const auto &[address, peer] : speaker.peers) {
+        if (peer->established() && speaker.routes.route_to(address) == route) {
+            highest = peer.get(); // they come in ascending order
+        }
+    }
+    return highest;
+}
+
+const Peer *default_peer(const Speaker &speaker)
+{
+    const Peer *first = nullptr;
+
+    for (const auto &[address, peer] : speaker.peers) {
+        if (peer->established() && peer->config.default_peer &&
+            (first == nullptr || peer->config.position < first->config.position)) {
+            first = peer.get();
+        }
+    }
+    return first;
+}
+
+} // namespace
+
+const char *rule_name(RpfRule rule)
+{
+    switch (rule) {
+    case RpfRule::Originator:
+        return "originator";
+    case RpfRule::OnlyPeer:
+        return "only_peer";
+    case RpfRule::Static:
+        return "static";
+    case RpfRule::NextHop:
+        return "next_hop";
+    case RpfRule::Direction:
+        return "direction";
+    case RpfRule::Default:
+        return "default";
+    case RpfRule::None:
+        break;
+    }
+    return "none";
+}
+
+RpfChoice rpf_peer(const Speaker &speaker, Ipv4 originator)
+{
+    const Peer *peer = speaker_find_peer(speaker, originator);
+
+    if (peer != nullptr && peer->established()) {
+        return {peer, RpfRule::Originator};
+    }
+    if ((peer = only_peer(speaker)) != nullptr) {
+        return {peer, RpfRule::OnlyPeer};
+    }
+    if ((peer = static_peer(speaker, originator)) != nullptr) {
+        return {peer, RpfRule::Static};
+    }
+    if (const std::optional<Route> route = speaker.routes.route_to(originator)) {
+        peer = speaker_find_peer(speaker, route->gateway);
+        if (peer != nullptr && peer->established()) {
+            return {peer, RpfRule::NextHop};
+        }
+        if ((peer = peer_in_direction(speaker, *route)) != nullptr) {
+            return {peer, RpfRule::Direction};
+        }
+    }
+    if ((peer = default_peer(speaker)) != nullptr) {
+        return {peer, RpfRule::Default};
+    }
+    return {};
+}
+
+} // namespace msdpd

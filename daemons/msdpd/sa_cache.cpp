@@ -1,0 +1,187 @@
+#include "daemons/msdpd/sa_cache.h"
+
+#include <utility>
+
+#include "daemons/common/memory.h"
+
+namespace msdpd
+{
+
+namespace
+{
+
+using Visitor = std::function<bool(const SaEntry &)>;
+
+constexpr uint32_t MS_PER_S = 1000;
+
+uint32_t visit_source(MTABLE_GROUP_S *, MTABLE_SOURCE_S *source, void *visitor)
+{
+    const bool goes_on = (*static_cast<const Visitor *>(visitor))(*reinterpret_cast<SaEntry *>(source));
+
+    return goes_on ? MCAST_OK : MCAST_WALK_AGAIN;
+}
+
+uint32_t walk(const MTABLE_S &table, SaCache::Cursor *cursor, uint64_t mode, const Visitor &visitor)
+{
+    MTABLE_WALK_S position{&cursor->group, &cursor->source, mode};
+
+    return MTable_Walk(&table, &position, nullptr, nullptr, visit_source, const_cast<Visitor *>(&visitor));
+}
+
+MTABLE_GROUP_S *find_or_add_group(MTABLE_S *table, const MCAST_ADDR_S &address)
+{
+    MTABLE_GROUP_S *group = MTable_SearchGroup(table, &address);
+
+    if (group == nullptr) {
+        group = new MTABLE_GROUP_S{};
+        if (MTable_InitGroup(group, &address, nullptr) != MCAST_OK ||
+            MTable_InsertGroup(table, group) != MCAST_OK) {
+            mcastd::out_of_memory();
+        }
+    }
+    return group;
+}
+
+} // namespace
+
+SaCache::SaCache(MCAST_TMR_S *timers) : timers_(timers)
+{
+    if (MTable_Init(&table_, [](void *group) { delete static_cast<MTABLE_GROUP_S *>(group); }) != MCAST_OK) {
+        mcastd::out_of_memory();
+    }
+}
+
+SaCache::~SaCache()
+{
+    told_ = nullptr;
+    remove_if([](const SaEntry &) { return true; });
+    MTable_Fini(&table_);
+}
+
+void SaCache::on_change(std::function<void(const Pair &, bool)> told)
+{
+    told_ = std::move(told);
+}
+
+void SaCache::count(Ipv4 peer, int change)
+{
+    uint32_t &number = counts_[peer];
+
+    number += static_cast<uint32_t>(change);
+    if (number == 0) {
+        counts_.erase(peer);
+    }
+}
+
+uint32_t SaCache::count_of(Ipv4 peer) const
+{
+    const auto found = counts_.find(peer);
+
+    return found == counts_.end() ? 0 : found->second;
+}
+
+SaEntry *SaCache::find(const Pair &pair) const
+{
+    const MCAST_ADDR_S group = to_record(pair.group);
+    const MCAST_ADDR_S source = to_record(pair.source);
+
+    return reinterpret_cast<SaEntry *>(MTable_SearchSource(&table_, &group, &source));
+}
+
+SaEntry *SaCache::insert(const Pair &pair)
+{
+    MTABLE_GROUP_S *group = find_or_add_group(&table_, to_record(pair.group));
+    SaEntry *entry = new SaEntry{};
+
+    entry->head.address = to_record(pair.source);
+    entry->cache = this;
+    entry->learned_s = mcastd::boot_time_s();
+    MTable_InsertSource(group, &entry->head); // cannot fail: it is not there
+    return entry;
+}
+
+SaCache::Learned SaCache::learn(const Pair &pair, Ipv4 rp, Ipv4 peer, uint32_t state_s, SaEntry **entry)
+{
+    SaEntry *known = find(pair);
+    Learned result = Learned::Refreshed;
+
+    if (known == nullptr) {
+        known = insert(pair);
+        result = Learned::New;
+    } else if (known->rp != rp || known->peer != peer) {
+        count(known->peer, -1);
+        result = Learned::Moved;
+    }
+    if (result != Learned::Refreshed) {
+        known->rp = rp;
+        known->peer = peer;
+        count(peer, 1);
+    }
+    mcastd::timer_start(timers_, known->expiry, state_s * MS_PER_S, expired, known);
+    if (result == Learned::New && told_) {
+        told_(pair, true);
+    }
+    *entry = known;
+    return result;
+}
+
+void SaCache::expired(void *entry)
+{
+    auto *record = static_cast<SaEntry *>(entry);
+
+    record->cache->remove(record);
+}
+
+void SaCache::remove(SaEntry *entry)
+{
+    MTABLE_GROUP_S *group = entry->head.group;
+    const Pair pair = entry->pair();
+
+    mcastd::timer_stop(timers_, entry->expiry);
+    count(entry->peer, -1);
+    MTable_RemoveSource(group, &entry->head);
+    delete entry;
+    if (AVL_Count(group->sources) == 0) {
+        MTable_RemoveGroup(&table_, group);
+        MTable_FiniGroup(group);
+        delete group;
+    }
+    if (told_) {
+        told_(pair, false);
+    }
+}
+
+uint32_t SaCache::remove_if(const std::function<bool(const SaEntry &)> &condition)
+{
+    uint32_t removed = 0;
+    Cursor cursor;
+    SaEntry *found;
+
+    do {
+        found = nullptr;
+        visit(&cursor, [&](const SaEntry &entry) {
+            found = condition(entry) ? const_cast<SaEntry *>(&entry) : nullptr;
+            return found == nullptr;
+        });
+        if (found != nullptr) {
+            remove(found);
+            ++removed;
+        }
+    } while (found != nullptr);
+    return removed;
+}
+
+bool SaCache::visit(Cursor *cursor, const std::function<bool(const SaEntry &)> &visitor) const
+{
+    return walk(table_, cursor, MTABLE_WALK_ALL, visitor) != MCAST_WALK_AGAIN;
+}
+
+void SaCache::visit_group(Ipv4 group, const std::function<bool(const SaEntry &)> &visitor) const
+{
+    Cursor cursor;
+
+    cursor.group = to_record(group);
+    walk(table_, &cursor, MTABLE_WALK_GROUP, visitor);
+}
+
+} // namespace msdpd
