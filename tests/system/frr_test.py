@@ -11,13 +11,11 @@ host's join all the time.
 """
 
 import json
-import os
 import unittest
 
-from lab import Host, Process, Receiver, Router, Segment, needs, run, wait_for
+from frr import Frr
+from lab import Host, Receiver, Router, Segment, wait_for
 
-PROGRAMS = "/usr/lib/frr"
-FOLDER = "/run/frr"
 GROUP = "239.8.0.1"
 # Longer than FRRouting's, so that following it shows.
 OPTIONS = ("--query-interval", "3", "--query-response-interval", "1")
@@ -28,51 +26,17 @@ CONFIGURATION = """interface eth0
  ip igmp query-interval 2
 """
 
-needs(f"{PROGRAMS}/pimd", "frr")
-
-
-class Frr(Host):
-    """FRRouting in a namespace; every path is below FOLDER."""
-
-    def start(self):
-        # Its daemons insist on a user of a certain group; the laboratory's own group list makes root one.
-        with open("/etc/group") as groups, open("/run/group", "w") as copy:
-            copy.writelines(line.rstrip("\n") + ",root\n" if line.startswith("frrvty:") else line for line in groups)
-        run("mount", "--bind", "/run/group", "/etc/group")
-        os.mkdir(FOLDER)
-        for name, text in (("zebra", ""), ("pimd", CONFIGURATION)):
-            with open(f"{FOLDER}/{name}.conf", "w") as file:
-                file.write(text)
-        self.daemons = []
-        for name in ("zebra", "pimd"):
-            self.daemons.append(Process(self, name, f"{PROGRAMS}/{name}", "-u", "root", "-g", "root", "--vty_port", "0",
-                                        "-f", f"{FOLDER}/{name}.conf", "-i", f"{FOLDER}/{name}.pid",
-                                        "-z", f"{FOLDER}/zserv.api", "--vty_socket", FOLDER))
-            wait_for(lambda n=name: os.path.exists(f"{FOLDER}/{n}.vty"), f"{name} of FRRouting running")
-
-    def show(self, what):
-        """The answer to a show command, empty while there is none."""
-        said = self.run("vtysh", "--vty_socket", FOLDER, "-d", "pimd", "-c", f"show ip igmp {what} json", check=False)
-        try:
-            return json.loads(said)
-        except ValueError:
-            return {}
-
-    def stop(self):
-        for daemon in self.daemons:
-            daemon.stop()
-
 
 class WithFrr(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        segment, cls.frr, cls.router, cls.host = Segment("switch"), Frr("frr"), Router("router"), Host("host")
-        for host, interface in ((cls.frr, "eth0"), (cls.router, "lan"), (cls.host, "eth0")):
+        segment, cls.other, cls.router, cls.host = Segment("switch"), Host("frr"), Router("router"), Host("host")
+        for host, interface in ((cls.other, "eth0"), (cls.router, "lan"), (cls.host, "eth0")):
             segment.attach(host, interface)
-        cls.frr.address("eth0", "10.9.0.1/24")
+        cls.other.address("eth0", "10.9.0.1/24")
         cls.router.address("lan", "10.9.0.2/24")
         cls.host.address("eth0", "10.9.0.100/24")
-        cls.frr.start()
+        cls.frr = Frr(cls.other, CONFIGURATION)
         cls.mribd = cls.router.start_mribd()
         cls.gmpd = cls.router.start_gmpd("ipv4", *OPTIONS)
 
@@ -89,27 +53,27 @@ class WithFrr(unittest.TestCase):
     def agree_on(self, address, ours):
         wait_for(lambda: self.lan().get("querier", {}).get("address") == address, f"gmpd taking {address} as querier")
         self.assertEqual(self.lan()["querier"]["this_router"], ours)
-        wait_for(lambda: self.frr.show("interface").get("eth0", {}).get("querierIp") == address,
+        wait_for(lambda: self.frr.show_json("ip igmp interface").get("eth0", {}).get("querierIp") == address,
                  f"FRRouting taking {address} as querier")
-        self.assertEqual("querier" in self.frr.show("interface")["eth0"], not ours)
+        self.assertEqual("querier" in self.frr.show_json("ip igmp interface")["eth0"], not ours)
 
     def test_the_lower_address_asks_and_both_hear_the_host(self):
         receiver = Receiver(self.host, "eth0", GROUP)
         self.agree_on("10.9.0.1", False)
         wait_for(lambda: [one["group"] for one in self.lan()["groups"]] == [GROUP], "the join at gmpd")
-        wait_for(lambda: GROUP in json.dumps(self.frr.show("groups")), "the join at FRRouting")
+        wait_for(lambda: GROUP in json.dumps(self.frr.show_json("ip igmp groups")), "the join at FRRouting")
         # gmpd follows what the querier says of its timers.
         self.assertEqual(self.lan()["querier"]["query_interval_s"], 2)
         wait_for(lambda: "another querier forwards" in self.mribd.status(), "mribd leaving the link to the querier")
         heard = self.lan()["counters"]["received_queries_v3"]
         wait_for(lambda: self.lan()["counters"]["received_queries_v3"] > heard, "further queries of FRRouting")
 
-        self.frr.run("ip", "address", "delete", "10.9.0.1/24", "dev", "eth0")
-        self.frr.address("eth0", "10.9.0.9/24")
+        self.other.run("ip", "address", "delete", "10.9.0.1/24", "dev", "eth0")
+        self.other.address("eth0", "10.9.0.9/24")
         self.agree_on("10.9.0.2", True)
         wait_for(lambda: "another querier forwards" not in self.mribd.status(), "mribd forwarding to the link")
         self.assertEqual([one["group"] for one in self.lan()["groups"]], [GROUP])
-        self.assertIn(GROUP, json.dumps(self.frr.show("groups")))
+        self.assertIn(GROUP, json.dumps(self.frr.show_json("ip igmp groups")))
         # FRRouting drops what it finds wrong in a query, and would take the role over.
         for _ in range(2):
             sent = self.lan()["counters"]["sent_general_queries"]
