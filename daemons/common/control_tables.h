@@ -149,6 +149,29 @@ inline constexpr ControlColumn CLIENT_COLUMNS[] = {
 };
 inline constexpr ControlSchema CLIENT_TABLE{35, "clients", 2, CLIENT_COLUMNS};
 
+// Tables of msdpd, which serves IPv4.
+
+inline constexpr ControlColumn MSDP_PEER_COLUMNS[] = {
+    {"peer", FieldType::Address},    {"local_address", FieldType::Address}, {"state", FieldType::Text},
+    {"since", FieldType::Seconds},   {"entries", FieldType::Number},        {"limit", FieldType::Number},
+    {"mesh_group", FieldType::Text}, {"description", FieldType::Text},
+};
+inline constexpr ControlSchema MSDP_PEER_TABLE{48, "msdp-peers", 1, MSDP_PEER_COLUMNS};
+
+inline constexpr ControlColumn MSDP_CACHE_COLUMNS[] = {
+    {"group", FieldType::Address}, {"source", FieldType::Address}, {"originator", FieldType::Address},
+    {"peer", FieldType::Address},  {"age", FieldType::Seconds},    {"expires", FieldType::Seconds},
+};
+inline constexpr ControlSchema MSDP_CACHE_TABLE{49, "msdp-cache", 2, MSDP_CACHE_COLUMNS};
+
+// Counters that are not zero.
+inline constexpr ControlColumn MSDP_COUNTER_COLUMNS[] = {
+    {"peer", FieldType::Address},
+    {"counter", FieldType::Text},
+    {"value", FieldType::Counter},
+};
+inline constexpr ControlSchema MSDP_COUNTER_TABLE{50, "msdp-counters", 2, MSDP_COUNTER_COLUMNS};
+
 // Commands, each with a number of its own, whatever daemon has it.
 enum ControlCommand : uint16_t {
     // Of every daemon: its traces, see control_debug.h.

@@ -14,6 +14,7 @@ constexpr DaemonInfo DAEMONS[] = {
     {"gmpd", MCAST_FAMILY_IPV4, {mcastd::SERVICE_GMPD_IPV4, mcastd::CONTROL_PORT_GMPD_IPV4, 0}},
     {"gmpd", MCAST_FAMILY_IPV6, {mcastd::SERVICE_GMPD_IPV6, mcastd::CONTROL_PORT_GMPD_IPV6, 0}},
     {"mribd", 0, {mcastd::SERVICE_MRIBD, mcastd::CONTROL_PORT_MRIBD, 0}},
+    {"msdpd", MCAST_FAMILY_IPV4, {mcastd::SERVICE_MSDPD, mcastd::CONTROL_PORT_MSDPD, 0}},
 };
 
 } // namespace

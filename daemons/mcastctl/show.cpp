@@ -44,6 +44,9 @@ constexpr ShowTable TABLES[] = {
     {mcastd::MEMBER_TABLE, "mribd", false, "Members that the clients report, by group and source"},
     {mcastd::VIF_TABLE, "mribd", false, "Virtual interfaces of the kernel"},
     {mcastd::CLIENT_TABLE, "mribd", false, "Daemons connected to mribd"},
+    {mcastd::MSDP_PEER_TABLE, "msdpd", false, "MSDP peers and their state"},
+    {mcastd::MSDP_CACHE_TABLE, "msdpd", false, "Sources that MSDP peers announce, by group and source"},
+    {mcastd::MSDP_COUNTER_TABLE, "msdpd", false, "Counters of the MSDP peers"},
     {mcastd::COUNTER_TABLE, nullptr, false, nullptr, Help::Statistics},
     {mcastd::DEBUG_TABLE, nullptr, false, "What the daemons trace"},
 };

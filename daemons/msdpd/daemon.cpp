@@ -7,9 +7,12 @@
 #include <new>
 
 #include "daemons/common/config_file.h"
+#include "daemons/common/control.h"
 #include "daemons/common/log.h"
 #include "daemons/common/memory.h"
+#include "daemons/common/services.h"
 #include "daemons/common/timer_loop.h"
+#include "daemons/msdpd/control.h"
 #include "daemons/msdpd/host_routes.h"
 #include "daemons/msdpd/mrib_link.h"
 #include "daemons/msdpd/status.h"
@@ -37,12 +40,16 @@ bool load(const std::string &path, Config *config)
     return true;
 }
 
+ProcessStatus process_status(const MribLink &mrib)
+{
+    const mcastd::MribChannel &channel = mrib.channel();
+
+    return {channel.connected(), channel.connects(), channel.pending()};
+}
+
 void attach(mcastd::Frame &frame, const std::string &config_path, Speaker &speaker, MribLink &mrib)
 {
-    frame.on_status([&] {
-        return status_text(speaker, ProcessStatus{mrib.channel().connected(), mrib.channel().connects(),
-                                                  mrib.channel().pending()});
-    });
+    frame.on_status([&] { return status_text(speaker, process_status(mrib)); });
     frame.on_reload([&] {
         Config config;
 
@@ -79,7 +86,7 @@ int run_daemon(const mcastd::Options &options, const std::string &config_path)
     Config config;
 
     std::set_new_handler(mcastd::out_of_memory);
-    if (!load(config_path, &config) || !frame.open() || !timers.open()) {
+    if (!load(config_path, &config) || !options.start_trace() || !frame.open() || !timers.open()) {
         return EXIT_FAILURE;
     }
     HostRoutes routes;
@@ -87,7 +94,11 @@ int run_daemon(const mcastd::Options &options, const std::string &config_path)
     MribLink mrib(frame.reactor());
     Speaker speaker(timers.manager(), tcp, mrib, routes);
 
-    if (!routes.open(frame.reactor().descriptor()) || !tcp.open(speaker)) {
+    mcastd::ControlServer control(frame.reactor());
+
+    offer_control(control, speaker, [&mrib] { return process_status(mrib); });
+    if (!routes.open(frame.reactor().descriptor()) || !tcp.open(speaker) ||
+        !control.open(mcastd::CONTROL_PORT_MSDPD)) {
         return EXIT_FAILURE;
     }
     speaker_configure(speaker, config);

@@ -1,5 +1,6 @@
 #include "daemons/msdpd/forward.h"
 
+#include "daemons/msdpd/trace.h"
 #include "mcast/acl_filter.h"
 
 namespace msdpd
@@ -29,6 +30,8 @@ void send_pairs(Peer &to, uint8_t type, Ipv4 originator, std::span<const Pair> p
     if (pairs.empty() || !peer_send(to, build_source_active(type, originator, pairs))) {
         return;
     }
+    trace_message(to.config.address, type == TLV_SOURCE_ACTIVE ? "source active sent" : "response sent",
+                  originator, pairs.size());
     if (type == TLV_SOURCE_ACTIVE) {
         ++to.counters[Count::SentSourceActive];
         to.counters[Count::SentEntries] += pairs.size();

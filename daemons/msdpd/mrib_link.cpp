@@ -7,6 +7,7 @@
 #include "daemons/msdpd/mrib_link.h"
 
 #include "daemons/msdpd/request.h"
+#include "daemons/msdpd/trace.h"
 
 namespace msdpd
 {
@@ -31,6 +32,7 @@ bool is_public(const MRIB_GMP_VRF_KEY_S *key)
 
 void send_remote(const Pair &pair, bool present)
 {
+    trace_told(pair, present);
     MRIB_MSDP_SendRemoteOneSG(PUBLIC_INSTANCE, present ? OPERATION_ADD : OPERATION_DELETE,
                               to_network(pair.group), to_network(pair.source), NO_ENTRY, nullptr, 0);
 }

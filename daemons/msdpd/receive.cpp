@@ -10,6 +10,7 @@
 #include "daemons/msdpd/forward.h"
 #include "daemons/msdpd/request.h"
 #include "daemons/msdpd/rpf.h"
+#include "daemons/msdpd/trace.h"
 #include "mcast/acl_filter.h"
 
 namespace msdpd
@@ -56,6 +57,7 @@ bool keep(Peer &from, Ipv4 rp, const Pair &pair)
 
     if (!has_room(from, pair)) {
         ++from.counters[Count::RefusedLimit];
+        trace_pair(pair, from.config.address, "refused by the limit");
         watch_limit(from);
         return false;
     }
@@ -68,9 +70,11 @@ bool keep(Peer &from, Ipv4 rp, const Pair &pair)
     }
     if (learned != SaCache::Learned::New && now_s - entry->forwarded_s < speaker.config.hold_down_s) {
         ++from.counters[Count::HeldDown];
+        trace_pair(pair, from.config.address, "kept, not passed on so soon");
         return false;
     }
     entry->forwarded_s = now_s;
+    trace_pair(pair, from.config.address, learned == SaCache::Learned::New ? "new" : "kept");
     return true;
 }
 
@@ -99,6 +103,7 @@ std::vector<Pair> keep_all(Peer &from, const SourceActive &message)
     for (const Pair &pair : message.pairs) {
         if (const std::optional<Count> count = objection(from.speaker, from.config, pair)) {
             ++from.counters[*count];
+            trace_pair(pair, from.config.address, count_name(*count));
         } else if (keep(from, message.rp, pair)) {
             to_forward.push_back(pair);
         }
@@ -109,6 +114,7 @@ std::vector<Pair> keep_all(Peer &from, const SourceActive &message)
 void take_source_active(Peer &from, const SourceActive &message)
 {
     ++from.counters[Count::ReceivedSourceActive];
+    trace_message(from.config.address, "source active received", message.rp, message.pairs.size());
     if (message.data_size > 0) {
         ++from.counters[Count::IgnoredData];
     }
@@ -117,6 +123,8 @@ void take_source_active(Peer &from, const SourceActive &message)
     }
     if (!from.in_mesh_group() && rpf_peer(from.speaker, message.rp).peer != &from) {
         ++from.counters[Count::DroppedRpf];
+        trace_message(from.config.address, "not the RPF peer of the originator", message.rp,
+                      message.pairs.size());
         return;
     }
     const std::vector<Pair> to_forward = keep_all(from, message);
@@ -130,6 +138,7 @@ void take_source_active(Peer &from, const SourceActive &message)
 void take_response(Peer &from, const SourceActive &message)
 {
     ++from.counters[Count::ReceivedResponses];
+    trace_message(from.config.address, "response received", message.rp, message.pairs.size());
     if (!from.config.sa_request) {
         ++from.counters[Count::IgnoredResponse];
     } else if (check_originator(from, message.rp)) {
@@ -179,6 +188,7 @@ std::optional<Count> receive(Peer &from, const Tlv &tlv)
             return Count::BadRequest;
         }
         ++from.counters[Count::ReceivedRequests];
+        trace_message(from.config.address, "request received", group, 0);
         answer_request(from, group);
         break;
     case TLV_KEEPALIVE:

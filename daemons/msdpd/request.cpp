@@ -1,6 +1,7 @@
 #include "daemons/msdpd/request.h"
 
 #include "daemons/msdpd/forward.h"
+#include "daemons/msdpd/trace.h"
 
 namespace msdpd
 {
@@ -46,6 +47,7 @@ void ask_for_sources(Speaker &speaker, Ipv4 group)
     for (const auto &[address, peer] : speaker.peers) {
         if (peer->established() && peer->config.sa_request && peer_send(*peer, build_request(group))) {
             ++peer->counters[Count::SentRequests];
+            trace_message(address, "request sent", group, 0);
         }
     }
 }

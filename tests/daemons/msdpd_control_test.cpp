@@ -1,0 +1,104 @@
+/*
+ * What msdpd shows at its control endpoint.
+ */
+#include <gtest/gtest.h>
+
+#include "daemons/msdpd/control.h"
+#include "tests/daemons/control_table.h"
+#include "tests/daemons/msdpd_lab.h"
+
+using namespace msdpd;
+using namespace msdpd_test;
+using namespace control_test;
+using mcastd::ControlField;
+using mcastd::ControlFields;
+
+namespace
+{
+
+class MsdpdControl : public testing::Test
+{
+protected:
+    MsdpdControl()
+        : lab({1, 200}, [](Config &config) { config.peers.at(peer_address(200)).mesh_group = "m"; })
+    {
+        offer_control(server, *lab.speaker, [] { return ProcessStatus{true, 3, 0}; });
+    }
+    static ControlField address(Ipv4 address)
+    {
+        return ControlField::address(to_record(address));
+    }
+
+    Lab lab;
+    mcastd::Reactor reactor;
+    mcastd::ControlServer server{reactor};
+};
+
+} // namespace
+
+TEST_F(MsdpdControl, PeersShowTheirStateAndEntries)
+{
+    lab.establish(1);
+    lab.announce(1, {pair(1, 1), pair(2, 1)});
+    lab.pass(5);
+    EXPECT_EQ(table(server.registry(), mcastd::MSDP_PEER_TABLE, 1),
+              (std::vector<ControlFields>{
+                  {address(peer_address(1)), address(peer_address(100)), ControlField::text("established"),
+                   ControlField::seconds(5), ControlField::number(2), ControlField::number(100000),
+                   ControlField(), ControlField()},
+                  {address(peer_address(200)), address(peer_address(100)), ControlField::text("connecting"),
+                   ControlField::seconds(5), ControlField::number(0), ControlField::number(100000),
+                   ControlField::text("m"), ControlField()},
+              }));
+}
+
+TEST_F(MsdpdControl, TheCacheIsShownInPiecesFromAnyPosition)
+{
+    lab.establish(1);
+    for (unsigned group = 1; group <= 3; ++group) {
+        lab.announce(1, {pair(1, group), pair(2, group)});
+    }
+    lab.pass(50);
+    const std::vector<ControlFields> rows = table(server.registry(), mcastd::MSDP_CACHE_TABLE, 1);
+
+    ASSERT_EQ(rows.size(), 6u);
+    EXPECT_EQ(rows[3], (ControlFields{address(pair(2, 2).group), address(pair(2, 2).source),
+                                      address(peer_address(1)), address(peer_address(1)),
+                                      ControlField::seconds(50), ControlField::seconds(100)}));
+    const ControlFields key = {address(pair(2, 2).group), address(pair(2, 2).source)};
+
+    EXPECT_EQ(row(server.registry(), mcastd::MSDP_CACHE_TABLE, key), rows[3]);
+    EXPECT_EQ(table(server.registry(), mcastd::MSDP_CACHE_TABLE, 0, key).size(), 2u);
+    EXPECT_EQ(table(server.registry(), mcastd::MSDP_CACHE_TABLE, 0,
+                    {address(pair(0, 2).group), address({0xc0000201})})
+                  .size(),
+              3u);
+    EXPECT_TRUE(row(server.registry(), mcastd::MSDP_CACHE_TABLE, {key[0], address({0x01020304})}).empty());
+    MCAST_ADDR_S ipv6{MCAST_FAMILY_IPV6, 0, {0xff, 0x0e}};
+
+    EXPECT_TRUE(table(server.registry(), mcastd::MSDP_CACHE_TABLE, 0, {ControlField::address(ipv6)}).empty());
+}
+
+TEST_F(MsdpdControl, CountersAreShownForEachPeerAndTogether)
+{
+    lab.establish({1, 200});
+    lab.input(1, build_keepalive());
+    lab.input(200, build_keepalive());
+    const auto total = [this](const char *name) {
+        const ControlFields found = row(
+            server.registry(), mcastd::COUNTER_TABLE,
+            {ControlField::family(MCAST_FAMILY_IPV4), ControlField::interface(0), ControlField::text(name)});
+
+        return found.empty() ? ~uint64_t{0} : found[3].as_number();
+    };
+
+    EXPECT_EQ(row(server.registry(), mcastd::MSDP_COUNTER_TABLE,
+                  {address(peer_address(200)), ControlField::text("received_keepalives")})[2]
+                  .as_number(),
+              1u);
+    EXPECT_EQ(total("received_keepalives"), 2u);
+    EXPECT_EQ(total("mrib_connects"), 3u);
+    EXPECT_EQ(total("refused_connections"), 0u);
+    EXPECT_EQ(table(server.registry(), mcastd::MSDP_COUNTER_TABLE, 1).size(), 6u)
+        << "connections, sent and received keepalives of two peers";
+}
