@@ -30,7 +30,8 @@ def unnamed_services():
 
 def main():
     wrong = [*dead_links(), *unnamed_services()]
-    print(*wrong, sep="\n")
+    for line in wrong:
+        print(line)
     return 1 if wrong else 0
 
 
