@@ -90,7 +90,8 @@ class Chain:
 
     def ask(self, *words):
         answer = self.router.run(os.path.join(PROGRAMS, "mcastctl"), *words, "--json", "--family", "ipv4")
-        return json.loads(answer[answer.index("["):])
+        # What mcastctl says of daemons that do not run may stand around the list.
+        return json.JSONDecoder().raw_decode(answer[answer.index("["):])[0]
 
     def routes(self):
         """How many entries mribd says it forwards from the sources' link to the host's."""
