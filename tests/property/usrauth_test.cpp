@@ -26,8 +26,8 @@ protected:
     {
         random_ = property::Random(seed);
         family_ = family;
-        model_.interface_of = [this](const UsrAuthModel::Key &key) { return Interface(key); };
-        interface_of = [this](MCAST_USRAUTH_USER_S *user) {
+        model_.interface_of = [](const UsrAuthModel::Key &key) { return Interface(key); };
+        interface_of = [](MCAST_USRAUTH_USER_S *user) {
             return Interface({MCAST_USRAUTH_GetNode(user), user->user_id});
         };
         Start(family);
