@@ -45,7 +45,9 @@ class MsdpRouter(Router):
         return json.loads(self.msdpd.status())
 
     def peer(self, address):
-        return next(one for one in self.tables()["peers"] if one["peer"] == address)
+        """The peer as msdpd shows it; one that was just configured may not be there yet."""
+        return wait_for(lambda: next((one for one in self.tables()["peers"] if one["peer"] == address), None),
+                        f"{self.name}: peer {address} being configured")
 
     def count(self, address, name):
         return self.peer(address)["counters"].get(name, 0)
