@@ -28,7 +28,7 @@ struct ShowTable {
     // Whether the rows of several daemons are put in the order of their interfaces, or follow each other.
     bool merged;
     const char *help; // NULL: the library's text
-    Help library_help = Help::MulticastModule;
+    Help argument_help = Help::MulticastModule;
 };
 
 constexpr ShowTable TABLES[] = {
@@ -172,7 +172,7 @@ void add_options(CLI::App &command, const ControlSchema &schema, ShowOptions &op
 void add_show_commands(const CommandLine &line)
 {
     for (const ShowTable &table : TABLES) {
-        const char *help = table.help != nullptr ? table.help : help_text(table.library_help);
+        const char *help = table.help != nullptr ? table.help : help_text(table.argument_help);
         CLI::App &command = *line.show.add_subcommand(table.schema.name, help);
         const auto options = std::make_shared<ShowOptions>();
         add_options(command, table.schema, *options);
