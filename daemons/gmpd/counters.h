@@ -6,8 +6,7 @@
 #ifndef GMPD_COUNTERS_H
 #define GMPD_COUNTERS_H
 
-#include <cstddef>
-#include <cstdint>
+#include "daemons/common/counters.h"
 
 namespace gmpd
 {
@@ -75,18 +74,7 @@ enum class Count : uint8_t {
 inline constexpr Count NO_DROP = Count::Total;
 
 // One set of counters: an interface's, or those of packets that no interface could be told for.
-struct Counters {
-    uint64_t values[static_cast<size_t>(Count::Total)] = {};
-
-    uint64_t &operator[](Count count)
-    {
-        return values[static_cast<size_t>(count)];
-    }
-    uint64_t operator[](Count count) const
-    {
-        return values[static_cast<size_t>(count)];
-    }
-};
+using Counters = mcastd::CounterSet<Count>;
 
 // The name of a counter.
 inline const char *count_name(Count count)

@@ -5,8 +5,7 @@
 #ifndef MSDPD_COUNTERS_H
 #define MSDPD_COUNTERS_H
 
-#include <cstddef>
-#include <cstdint>
+#include "daemons/common/counters.h"
 
 namespace msdpd
 {
@@ -57,18 +56,7 @@ enum class Count : uint8_t {
         Total
 };
 
-struct Counters {
-    uint64_t values[static_cast<size_t>(Count::Total)] = {};
-
-    uint64_t &operator[](Count count)
-    {
-        return values[static_cast<size_t>(count)];
-    }
-    uint64_t operator[](Count count) const
-    {
-        return values[static_cast<size_t>(count)];
-    }
-};
+using Counters = mcastd::CounterSet<Count>;
 
 // The name of a counter.
 inline const char *count_name(Count count)

@@ -14,19 +14,19 @@ struct DetailKey {
     uint32_t user_id;
 };
 
-int32_t Order(const Detail &first, uint16_t node, uint32_t user_id)
+int32_t OrderOf(const Detail &first, uint16_t node, uint32_t user_id)
 {
     if (first.node != node) {
         return first.node < node ? -1 : 1;
     }
-    return (first.user_id > user_id) - (first.user_id < user_id);
+    return mcast::usrauth::Order(first.user_id, user_id);
 }
 
 int32_t CompareKey(const void *record, const void *key)
 {
     const DetailKey *wanted = static_cast<const DetailKey *>(key);
 
-    return Order(*static_cast<const Detail *>(record), wanted->node, wanted->user_id);
+    return OrderOf(*static_cast<const Detail *>(record), wanted->node, wanted->user_id);
 }
 
 Detail *FindDetail(const DetailKey &key)
@@ -72,7 +72,7 @@ int32_t CompareDetails(const void *first, const void *second)
 {
     const Detail *other = static_cast<const Detail *>(second);
 
-    return Order(*static_cast<const Detail *>(first), other->node, other->user_id);
+    return OrderOf(*static_cast<const Detail *>(first), other->node, other->user_id);
 }
 
 void CountRead()

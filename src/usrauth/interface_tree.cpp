@@ -21,11 +21,6 @@ User *UserAt(void *link)
     return link == nullptr ? nullptr : reinterpret_cast<User *>(static_cast<char *>(link) - kLinkOffset);
 }
 
-int32_t Order(uint32_t first, uint32_t second)
-{
-    return (first > second) - (first < second);
-}
-
 int32_t CompareInterface(const void *link, const void *key)
 {
     return Order(InterfaceAt(link), *static_cast<const uint32_t *>(key));

@@ -91,6 +91,12 @@ inline uint32_t HashOf(uint16_t node)
     return node & (kBuckets - 1);
 }
 
+/* Negative, 0 or positive as first is below, equal to or above second. */
+inline int32_t Order(uint32_t first, uint32_t second)
+{
+    return (first > second) - (first < second);
+}
+
 inline bool IsUserKind(uint32_t kind)
 {
     return kind >= USRAUTH_KIND_MIN && kind <= USRAUTH_KIND_MAX;

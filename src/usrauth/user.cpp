@@ -14,11 +14,6 @@ namespace mcast::usrauth
 namespace
 {
 
-int32_t Order(uint32_t first, uint32_t second)
-{
-    return (first > second) - (first < second);
-}
-
 int32_t CompareId(const void *record, const void *key)
 {
     return Order(static_cast<const User *>(record)->user_id, *static_cast<const uint32_t *>(key));
