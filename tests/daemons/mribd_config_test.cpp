@@ -1,3 +1,4 @@
+#include "config_text.h"
 #include "daemons/mribd/config.h"
 
 #include <gtest/gtest.h>
@@ -11,23 +12,12 @@ namespace
 
 Config read(const std::string &text)
 {
-    const host::ConfigDocument document("file", text);
-    mcastd::ConfigTable root = document.root();
-    mcastd::ConfigTable table = root.table("mribd");
-    Config config = read_config(table);
-    table.finish();
-    return config;
+    return config_text::read("mribd", text, read_config);
 }
 
-// The error, empty when the text was taken.
 std::string error_of(const std::string &text)
 {
-    try {
-        read(text);
-        return "";
-    } catch (const mcastd::ConfigError &error) {
-        return error.what();
-    }
+    return config_text::error_of("mribd", text, read_config);
 }
 
 std::string text_of(const std::string &prefix)

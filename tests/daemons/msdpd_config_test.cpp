@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "config_text.h"
 #include "daemons/msdpd/config.h"
 
 using namespace msdpd;
@@ -9,24 +10,12 @@ namespace
 
 Config read(const std::string &text)
 {
-    const host::ConfigDocument document("file", text);
-    mcastd::ConfigTable root = document.root();
-    mcastd::ConfigTable table = root.table("msdpd");
-    Config config = read_config(table);
-
-    table.finish();
-    return config;
+    return config_text::read("msdpd", text, read_config);
 }
 
-// The error, empty when the text was taken.
 std::string error_of(const std::string &text)
 {
-    try {
-        read(text);
-        return "";
-    } catch (const mcastd::ConfigError &error) {
-        return error.what();
-    }
+    return config_text::error_of("msdpd", text, read_config);
 }
 
 const std::string PEER = "[[msdpd.peer]]\naddress = \"10.0.0.2\"\nlocal_address = \"10.0.0.1\"\n";
