@@ -54,6 +54,11 @@ inline int compare_address(const Address &first, const Address &second)
     return memcmp(first.address, second.address, sizeof(first.address));
 }
 
+inline bool address_less(const Address &first, const Address &second)
+{
+    return compare_address(first, second) < 0;
+}
+
 inline bool same_address(const Address &first, const Address &second)
 {
     return compare_address(first, second) == 0;

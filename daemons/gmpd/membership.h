@@ -1,5 +1,5 @@
 /*
- * What received messages do to an interface's memberships.
+ * What a record of a report does to an interface's memberships.
  */
 #ifndef GMPD_MEMBERSHIP_H
 #define GMPD_MEMBERSHIP_H
@@ -11,10 +11,6 @@
 
 namespace gmpd
 {
-
-// Acts on a checked message that arrived on the running interface, or counts why not. The message's memory
-// is not kept.
-void handle_message(Interface &interface, const Message &message);
 
 // One row of the state tables: a record of the given type for the group, with its sources in ascending order
 // and without duplicates. The group is created, changed, reported to the MRIB and removed as the row says.

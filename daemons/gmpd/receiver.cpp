@@ -18,7 +18,7 @@
 #include <linux/if_packet.h>
 
 #include "daemons/common/log.h"
-#include "daemons/gmpd/membership.h"
+#include "daemons/gmpd/message_handler.h"
 #include "daemons/gmpd/packet_parse.h"
 #include "daemons/gmpd/trace.h"
 

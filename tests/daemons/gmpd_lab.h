@@ -12,6 +12,7 @@
 #include "daemons/gmpd/group_state.h"
 #include "daemons/gmpd/interface.h"
 #include "daemons/gmpd/membership.h"
+#include "daemons/gmpd/message_handler.h"
 #include "support/scripted_timer.h"
 #include "tests/daemons/gmpd_packets.h"
 

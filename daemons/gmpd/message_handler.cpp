@@ -1,0 +1,238 @@
+/*
+ * From a checked message to what it changes: a query goes to the querier's side, a report or a leave becomes
+ * records of the state tables, those of older versions too.
+ */
+#include "daemons/gmpd/message_handler.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "daemons/gmpd/group_state.h"
+#include "daemons/gmpd/membership.h"
+#include "daemons/gmpd/querier.h"
+#include "daemons/gmpd/trace.h"
+#include "mcast/addr.h"
+
+namespace gmpd
+{
+
+namespace
+{
+
+bool is_routable(Interface &interface, const Address &group)
+{
+    if ((MCAST_GrpAddrCheck(&group) & 0xffff) == MCAST_TRUE) {
+        return true;
+    }
+    ++interface.counters[Count::LinkScopeGroup];
+    trace(TraceCategory::Group, interface, "%N on %P ignored: it never leaves the link", &group,
+          interface.index);
+    return false;
+}
+
+// The usable sources of a record, in order and once each.
+std::vector<Address> sorted_sources(Interface &interface, const SourceList &list)
+{
+    std::vector<Address> sources;
+
+    sources.reserve(list.count());
+    for (size_t i = 0; i < list.count(); ++i) {
+        Address source = list.at(i);
+
+        if ((MCAST_SrcAddrCheck(&source) & 0xffff) == MCAST_TRUE) {
+            sources.push_back(source);
+        } else {
+            ++interface.counters[Count::BadSource];
+        }
+    }
+    std::sort(sources.begin(), sources.end(), address_less);
+    sources.erase(std::unique(sources.begin(), sources.end(), same_address), sources.end());
+    return sources;
+}
+
+void trace_record(const Interface &interface, const Record &record)
+{
+    static constexpr const char *NAMES[] = {"?",          "IS_INCLUDE", "IS_EXCLUDE", "TO_INCLUDE",
+                                            "TO_EXCLUDE", "ALLOW",      "BLOCK"};
+    const auto type = static_cast<size_t>(record.type);
+
+    trace(TraceCategory::Group, interface, "record %s of %N on %P, %u sources",
+          NAMES[type < std::size(NAMES) ? type : 0], &record.group, interface.index,
+          static_cast<uint32_t>(record.sources.count()));
+}
+
+void handle_records(Interface &interface, const Message &report)
+{
+    const uint16_t family = interface.router->config.family;
+    Reader records = report.records;
+    Record record;
+    bool source_count_lies = false;
+
+    for (unsigned left = report.record_count; left > 0; --left) {
+        if (!next_record(records, family, record, source_count_lies)) {
+            return;
+        }
+        if (mcastd::tracing(TraceCategory::Group)) {
+            trace_record(interface, record);
+        }
+        if (record.type < RecordType::IsInclude || record.type > RecordType::Block) {
+            ++interface.counters[Count::RecordType];
+        } else if (is_routable(interface, record.group)) {
+            apply_record(interface, record.type, record.group, sorted_sources(interface, record.sources));
+        }
+    }
+}
+
+// A report of version 1 or 2 says what IS_EX({}) says, and that a host of its version is there.
+void handle_old_report(Interface &interface, const Message &report)
+{
+    if (!is_routable(interface, report.group)) {
+        return;
+    }
+    apply_record(interface, RecordType::IsExclude, report.group, {});
+    GroupState *group = find_group(interface, report.group);
+
+    // A router that speaks the host's version hears everything that the host can say.
+    if (group != nullptr && report.version < interface.router->config.version) {
+        mcastd::Timer &host = report.version == 1 ? group->v1_host : group->v2_host;
+
+        timer_start(
+            interface.router->timers, host, older_host_interval_ms(interface), [](void *) {}, nullptr);
+        trace(TraceCategory::Group, interface, "%N on %P: hosts of version %u for %u s", &report.group,
+              interface.index, version_shown(interface, report.version),
+              older_host_interval_ms(interface) / 1000);
+    }
+}
+
+// A leave says what TO_IN({}) says, of a join that is not listened to in the source-specific range; where
+// version 1 hosts are present nobody can know who is left.
+void handle_leave(Interface &interface, const Message &leave)
+{
+    GroupState *group = is_routable(interface, leave.group) ? find_group(interface, leave.group) : nullptr;
+
+    if (group == nullptr) {
+        return;
+    }
+    if (interface.router->policy->joins_of(interface, leave.group) == Joins::SourcesOnly) {
+        ++interface.counters[Count::SsmRange];
+        trace(TraceCategory::Group, interface, "leave of %N on %P ignored: source-specific", &leave.group,
+              interface.index);
+        return;
+    }
+    apply_record(interface, RecordType::ToInclude, leave.group, {});
+}
+
+void handle_from_host(Interface &interface, const Message &message)
+{
+    if (message.kind == MessageKind::Leave) {
+        handle_leave(interface, message);
+    } else if (message.version == 3) {
+        handle_records(interface, message);
+    } else {
+        handle_old_report(interface, message);
+    }
+}
+
+// Whose memberships the sender's messages change: the link's or, where authentication is required, those of
+// an announced user. NULL when there is none, which is counted.
+Interface *reporter_of(Interface &link, const Address &sender)
+{
+    if (link.members == nullptr) {
+        return &link;
+    }
+    Interface *member = link.router->users->member(link, sender);
+
+    if (member == nullptr) {
+        ++link.counters[Count::UnknownUser];
+        link.router->users->join_refused(link);
+    }
+    return member;
+}
+
+void count_received(Interface &interface, const Message &message)
+{
+    static constexpr Count queries[] = {Count::QueriesV1, Count::QueriesV2, Count::QueriesV3};
+    static constexpr Count reports[] = {Count::ReportsV1, Count::ReportsV2, Count::ReportsV3};
+
+    switch (message.kind) {
+    case MessageKind::Query:
+        ++interface.counters[queries[message.version - 1]];
+        break;
+    case MessageKind::Report:
+        ++interface.counters[reports[message.version - 1]];
+        break;
+    case MessageKind::Leave:
+        ++interface.counters[Count::Leaves];
+        break;
+    }
+}
+
+// What a message is, and from whom.
+void trace_message(const Interface &interface, const Message &message)
+{
+    const uint32_t version = version_shown(interface, message.version);
+
+    if (message.kind == MessageKind::Query && is_unspecified(message.group)) {
+        trace(TraceCategory::Packet, interface, "general query of version %u from %A on %P", version,
+              &message.sender, interface.index);
+    } else if (message.kind == MessageKind::Query) {
+        trace(TraceCategory::Packet, interface, "query of version %u from %A about %N on %P, %u sources",
+              version, &message.sender, &message.group, interface.index,
+              static_cast<uint32_t>(message.sources.count()));
+    } else if (message.kind == MessageKind::Leave) {
+        trace(TraceCategory::Packet, interface, "leave from %A of %N on %P", &message.sender, &message.group,
+              interface.index);
+    } else if (message.version == 3) {
+        trace(TraceCategory::Packet, interface, "report of version %u from %A on %P, %u records", version,
+              &message.sender, interface.index, message.record_count);
+    } else {
+        trace(TraceCategory::Packet, interface, "report of version %u from %A of %N on %P", version,
+              &message.sender, &message.group, interface.index);
+    }
+}
+
+// Why the message must not be acted on, or NO_DROP.
+Count refuse(const Interface &interface, const Message &message)
+{
+    if (!interface_is_neighbour(interface, message.sender)) {
+        return Count::NotNeighbour;
+    }
+    if (same_address(message.sender, interface.address)) {
+        return Count::OwnAddress;
+    }
+    if (message.kind == MessageKind::Query) {
+        return is_unspecified(message.sender) ? Count::QueryNoSource : NO_DROP;
+    }
+    return message.version > interface.router->config.version ? Count::NewerVersion : NO_DROP;
+}
+
+} // namespace
+
+void handle_message(Interface &interface, const Message &message)
+{
+    const Count reason = refuse(interface, message);
+
+    if (mcastd::tracing(TraceCategory::Packet)) {
+        trace_message(interface, message);
+    }
+    if (reason != NO_DROP) {
+        ++interface.counters[reason];
+        trace(TraceCategory::Packet, interface, "message from %A on %P: %s", &message.sender, interface.index,
+              count_name(reason));
+        return;
+    }
+    count_received(interface, message);
+    switch (message.kind) {
+    case MessageKind::Query:
+        querier_heard(interface, message);
+        break;
+    case MessageKind::Leave:
+    case MessageKind::Report:
+        if (Interface *reporter = reporter_of(interface, message.sender)) {
+            handle_from_host(*reporter, message);
+        }
+        break;
+    }
+}
+
+} // namespace gmpd
