@@ -73,85 +73,150 @@ bool load_lists(const std::string &path)
     return true;
 }
 
-} // namespace
-
-int run_daemon(const mcastd::Options &options, const Config &config)
+// The parts in the order in which they are made; each needs only those above it, and ends before them.
+class Daemon
 {
-    mcastd::Frame frame(options);
-    mcastd::TimerLoop timers(frame.reactor());
-    Router router;
-    Sender sender;
-    Receiver receiver(router);
+public:
+    Daemon(const mcastd::Options &options, const Config &config)
+        : options_(options), frame_(options), timers_(frame_.reactor()), receiver_(router_),
+          mrib_(router_, frame_.reactor()), outputs_(sender_, mrib_), links_(router_, receiver_),
+          control_(frame_.reactor())
+    {
+        router_.config = config;
+        router_.outputs = &outputs_;
+    }
 
-    std::set_new_handler(mcastd::out_of_memory);
-    if (!config.file.empty() && !load_lists(config.file)) {
-        return EXIT_FAILURE;
+    // Each step says in the log why it fails.
+    bool open()
+    {
+        return open_process() && open_users() && open_network() && open_control();
     }
-    if (!options.start_trace() || !frame.open() || !timers.open()) {
-        return EXIT_FAILURE;
-    }
-    router.config = config;
-    router.timers = timers.manager();
-    if (!sender.open(config.family) || !receiver.open()) {
-        return EXIT_FAILURE;
-    }
-    UserIndexes indexes; // needed until the last user is gone
-    if (config.user_auth && !indexes.open(config.family)) {
-        return EXIT_FAILURE;
-    }
-    MribLink mrib(router, frame.reactor());
-    DaemonOutputs outputs(sender, mrib);
-    Links links(router, receiver);
 
-    router.outputs = &outputs;
-    std::optional<UserService> users;
-    if (config.user_auth) {
-        users.emplace(router, [&](const User &user, bool present) { mrib.tell_user(user, present); });
+    int run()
+    {
+        follow_reloads();
+        frame_.reactor().set_background([this] {
+            work_off();
+            return false;
+        });
+        work_off();
+        const int result = frame_.run();
+
+        links_.close();
+        mrib_.flush();
+        return result;
     }
-    if (config.start_mribd) {
-        mcastd::start_service("mribd", mcastd::SERVICE_MRIBD, mcastd::CONTROL_PORT_MRIBD);
+
+private:
+    const Config &config() const
+    {
+        return router_.config;
     }
-    if (!mrib.open() || (users && !users->open(frame.reactor().descriptor())) ||
-        !links.open(frame.reactor().descriptor()) ||
-        !frame.reactor().add(receiver.descriptor(), EPOLLIN, [&](uint32_t) { receiver.read_some(); })) {
-        return EXIT_FAILURE;
+    int32_t loop()
+    {
+        return frame_.reactor().descriptor();
     }
-    const auto process = [&] {
-        return ProcessStatus{mrib.connected(),        mrib.connects(),          mrib.pending(),
-                             receiver.kernel_drops(), mrib.policy().replayed(), users ? &*users : nullptr};
-    };
-    frame.on_status([&] { return status_text(router, process()); });
-    mcastd::ControlServer control(frame.reactor());
-    offer_control(control, router, process);
-    offer_user_control(control, router, users ? &*users : nullptr);
-    if (!control.open(config.family == MCAST_FAMILY_IPV4 ? mcastd::CONTROL_PORT_GMPD_IPV4
-                                                         : mcastd::CONTROL_PORT_GMPD_IPV6)) {
-        return EXIT_FAILURE;
+
+    // The lists come before the traces, which may be filtered by one of them.
+    bool open_process()
+    {
+        if ((!config().file.empty() && !load_lists(config().file)) || !options_.start_trace() ||
+            !frame_.open() || !timers_.open()) {
+            return false;
+        }
+        router_.timers = timers_.manager();
+        return true;
     }
-    if (!config.file.empty()) {
-        frame.on_reload([&] {
-            if (load_lists(config.file)) {
-                mrib.policy().lists_changed();
+
+    bool open_users()
+    {
+        if (config().user_auth) {
+            if (!indexes_.open(config().family)) {
+                return false;
+            }
+            users_.emplace(router_,
+                           [this](const User &user, bool present) { mrib_.tell_user(user, present); });
+        }
+        return true;
+    }
+
+    bool open_network()
+    {
+        if (!sender_.open(config().family) || !receiver_.open()) {
+            return false;
+        }
+        if (config().start_mribd) {
+            mcastd::start_service("mribd", mcastd::SERVICE_MRIBD, mcastd::CONTROL_PORT_MRIBD);
+        }
+        return mrib_.open() && (!users_ || users_->open(loop())) && links_.open(loop()) &&
+               frame_.reactor().add(receiver_.descriptor(), EPOLLIN,
+                                    [this](uint32_t) { receiver_.read_some(); });
+    }
+
+    bool open_control()
+    {
+        frame_.on_status([this] { return status_text(router_, process()); });
+        offer_control(control_, router_, [this] { return process(); });
+        offer_user_control(control_, router_, users());
+        return control_.open(config().family == MCAST_FAMILY_IPV4 ? mcastd::CONTROL_PORT_GMPD_IPV4
+                                                                  : mcastd::CONTROL_PORT_GMPD_IPV6);
+    }
+
+    void follow_reloads()
+    {
+        if (config().file.empty()) {
+            return;
+        }
+        frame_.on_reload([this] {
+            if (load_lists(config().file)) {
+                mrib_.policy().lists_changed();
             } else {
                 mcastd::log_warning("the configuration stays as it was");
             }
         });
     }
-    frame.reactor().set_background([&] {
-        if (users) {
-            users->settle();
-        }
-        mrib.flush();
-        timers.set_wake_up();
-        return false;
-    });
-    mrib.flush();
-    timers.set_wake_up();
-    const int result = frame.run();
 
-    links.close();
-    mrib.flush();
-    return result;
+    void work_off()
+    {
+        if (users_) {
+            users_->settle();
+        }
+        mrib_.flush();
+        timers_.set_wake_up();
+    }
+
+    UserService *users()
+    {
+        return users_ ? &*users_ : nullptr;
+    }
+    ProcessStatus process()
+    {
+        return ProcessStatus{mrib_.connected(),        mrib_.connects(),          mrib_.pending(),
+                             receiver_.kernel_drops(), mrib_.policy().replayed(), users()};
+    }
+
+    const mcastd::Options &options_;
+    mcastd::Frame frame_;
+    mcastd::TimerLoop timers_;
+    Router router_;
+    Sender sender_;
+    Receiver receiver_;
+    UserIndexes indexes_; // needed until the last user is gone
+    MribLink mrib_;
+    DaemonOutputs outputs_;
+    Links links_;
+    std::optional<UserService> users_;
+    mcastd::ControlServer control_;
+};
+
+} // namespace
+
+int run_daemon(const mcastd::Options &options, const Config &config)
+{
+    std::set_new_handler(mcastd::out_of_memory);
+    Daemon daemon(options, config);
+
+    return daemon.open() ? daemon.run() : EXIT_FAILURE;
 }
 
 } // namespace gmpd
