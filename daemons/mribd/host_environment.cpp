@@ -28,6 +28,7 @@ bool share_prefix(const uint8_t *one, const uint8_t *other, unsigned length)
 HostEnvironment::~HostEnvironment()
 {
     HOST_RouteWatchClose(watch_);
+    HOST_RouteLookupClose(lookup_);
     HOST_LinkClose(links_);
 }
 
@@ -36,6 +37,11 @@ bool HostEnvironment::open(int loop, Events events)
     links_ = HOST_LinkOpen(loop, link_event, this);
     if (links_ == nullptr) {
         mcastd::log_error("cannot follow the network interfaces: %s", std::strerror(errno));
+        return false;
+    }
+    lookup_ = HOST_RouteLookupOpen();
+    if (lookup_ == nullptr) {
+        mcastd::log_error("cannot look up unicast routes: %s", std::strerror(errno));
         return false;
     }
     watch_ = HOST_RouteWatchOpen(loop, route_event, this);
@@ -159,7 +165,7 @@ uint32_t HostEnvironment::owner_of(const MCAST_ADDR_S &source) const
 Environment::Route HostEnvironment::route_to(const MCAST_ADDR_S &source) const
 {
     HOST_ROUTE_S route;
-    if (HOST_RouteLookup(static_cast<uint8_t>(source.family), source.address, 0, &route) != 0) {
+    if (HOST_RouteLookupAsk(lookup_, static_cast<uint8_t>(source.family), source.address, 0, &route) != 0) {
         return {};
     }
     if (route.is_local != 0) {

@@ -49,6 +49,7 @@ private:
 
     Events events_;
     HOST_LINK_TABLE links_ = nullptr;
+    HOST_ROUTE_LOOKUP lookup_ = nullptr;
     HOST_ROUTE_WATCH watch_ = nullptr;
 };
 

@@ -14,12 +14,12 @@ namespace
 // Originators come from outside; beyond this many distinct ones memory starts over.
 constexpr size_t MOST_KNOWN = 4096;
 
-std::optional<Route> look_up(Ipv4 address)
+std::optional<Route> look_up(HOST_ROUTE_LOOKUP lookup, Ipv4 address)
 {
     const MCAST_ADDR_S record = to_record(address);
     HOST_ROUTE_S found;
 
-    if (HOST_RouteLookup(AF_INET, record.address, 0, &found) != 0 || found.is_local != 0) {
+    if (HOST_RouteLookupAsk(lookup, AF_INET, record.address, 0, &found) != 0 || found.is_local != 0) {
         return std::nullopt;
     }
     Route route;
@@ -39,10 +39,16 @@ std::optional<Route> look_up(Ipv4 address)
 HostRoutes::~HostRoutes()
 {
     HOST_RouteWatchClose(watch_);
+    HOST_RouteLookupClose(lookup_);
 }
 
 bool HostRoutes::open(int loop)
 {
+    lookup_ = HOST_RouteLookupOpen();
+    if (lookup_ == nullptr) {
+        mcastd::log_error("cannot look up unicast routes: %s", strerror(errno));
+        return false;
+    }
     watch_ = HOST_RouteWatchOpen(
         loop,
         [](const HOST_ROUTE_CHANGE_S *, void *self) { static_cast<HostRoutes *>(self)->known_.clear(); },
@@ -63,7 +69,7 @@ std::optional<Route> HostRoutes::route_to(Ipv4 address)
     if (known_.size() >= MOST_KNOWN) {
         known_.clear();
     }
-    return known_[address.number] = look_up(address);
+    return known_[address.number] = look_up(lookup_, address);
 }
 
 } // namespace msdpd

@@ -27,6 +27,7 @@ public:
     std::optional<Route> route_to(Ipv4 address) override;
 
 private:
+    HOST_ROUTE_LOOKUP lookup_ = nullptr;
     HOST_ROUTE_WATCH watch_ = nullptr;
     std::unordered_map<uint32_t, std::optional<Route>> known_; // by address
 };

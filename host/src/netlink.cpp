@@ -40,7 +40,7 @@ Netlink::~Netlink()
 bool Netlink::open(Kind kind, std::initializer_list<unsigned> groups)
 {
     buffer_ = std::make_unique_for_overwrite<char[]>(DATAGRAM_MAX);
-    int flags = SOCK_CLOEXEC | (kind == Kind::notifications ? SOCK_NONBLOCK : 0);
+    int flags = SOCK_CLOEXEC | (kind == Kind::requests ? 0 : SOCK_NONBLOCK);
     socket_ = mnl_socket_open2(NETLINK_ROUTE, flags);
     if (socket_ == nullptr || mnl_socket_bind(socket_, 0, MNL_SOCKET_AUTOPID) != 0) {
         return false;
@@ -85,8 +85,9 @@ Netlink::Received Netlink::receive(Message message, void *context)
     return Received::messages;
 }
 
-// One datagram of an answer. True when it held the end; *error is then 0 or the kernel's refusal.
-bool Netlink::read_answer(size_t length, Message message, void *context, int *error)
+// One datagram of an answer. True when it held the end, which is the acknowledgement if there is to be one;
+// *error is then 0 or the kernel's refusal.
+bool Netlink::read_answer(size_t length, bool acknowledged, Message message, void *context, int *error)
 {
     int left = static_cast<int>(length);
     const nlmsghdr *header = reinterpret_cast<const nlmsghdr *>(buffer_.get());
@@ -110,15 +111,17 @@ bool Netlink::read_answer(size_t length, Message message, void *context, int *er
             return true;
         }
         message(header, context);
+        if (!acknowledged) {
+            return true;
+        }
     }
     return false;
 }
 
-bool Netlink::request(nlmsghdr *header, Message message, void *context)
+bool Netlink::exchange(nlmsghdr *header, uint16_t flags, Message message, void *context)
 {
     header->nlmsg_seq = ++sequence_;
-    header->nlmsg_flags =
-        static_cast<uint16_t>(NLM_F_REQUEST | NLM_F_ACK | (header->nlmsg_flags & NLM_F_DUMP));
+    header->nlmsg_flags = flags;
     if (mnl_socket_sendto(socket_, header, header->nlmsg_len) < 0) {
         return false;
     }
@@ -128,10 +131,22 @@ bool Netlink::request(nlmsghdr *header, Message message, void *context)
         if (length < 0 && errno != EINTR) {
             return false;
         }
-        complete = length >= 0 && read_answer(static_cast<size_t>(length), message, context, &error);
+        complete = length >= 0 && read_answer(static_cast<size_t>(length), (flags & NLM_F_ACK) != 0, message,
+                                              context, &error);
     }
     errno = error != 0 ? error : errno;
     return error == 0;
+}
+
+bool Netlink::request(nlmsghdr *header, Message message, void *context)
+{
+    const unsigned flags = NLM_F_REQUEST | NLM_F_ACK | (header->nlmsg_flags & NLM_F_DUMP);
+    return exchange(header, static_cast<uint16_t>(flags), message, context);
+}
+
+bool Netlink::ask(nlmsghdr *header, Message message, void *context)
+{
+    return exchange(header, NLM_F_REQUEST, message, context);
 }
 
 } // namespace host

@@ -15,7 +15,7 @@ namespace host
 class Netlink
 {
 public:
-    enum class Kind { notifications, requests };
+    enum class Kind { notifications, requests, questions };
 
     // Called for each message; the context is the caller's.
     using Message = void (*)(const nlmsghdr *message, void *context);
@@ -29,8 +29,8 @@ public:
 
     /*
      * Opens the socket in the calling thread's network namespace. One for notifications is non-blocking, has
-     * the largest receive buffer to be had and belongs to the groups; one for requests blocks. False with
-     * errno set.
+     * the largest receive buffer to be had and belongs to the groups; one for requests blocks; one for
+     * questions, see ask, is non-blocking. False with errno set.
      */
     bool open(Kind kind, std::initializer_list<unsigned> groups = {});
 
@@ -57,9 +57,17 @@ public:
      */
     bool request(nlmsghdr *header, Message message, void *context);
 
+    /*
+     * The same for a question that one message answers, in two system calls: no acknowledgement follows. The
+     * kernel answers before it has taken the question, so that an answer which is not there then was lost:
+     * false with EAGAIN, at once.
+     */
+    bool ask(nlmsghdr *header, Message message, void *context);
+
 private:
     void discard();
-    bool read_answer(size_t length, Message message, void *context, int *error);
+    bool exchange(nlmsghdr *header, uint16_t flags, Message message, void *context);
+    bool read_answer(size_t length, bool acknowledged, Message message, void *context, int *error);
 
     mnl_socket *socket_ = nullptr;
     uint32_t sequence_ = 0;

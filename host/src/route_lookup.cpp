@@ -3,7 +3,9 @@
 #include <linux/rtnetlink.h>
 #include <memory>
 #include <new>
+#include <optional>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include "mcasthost/route.h"
 #include "netlink.h"
@@ -73,21 +75,26 @@ void read_route(const nlmsghdr *message, void *context)
     answer->route.is_local = head->rtm_type == RTN_LOCAL ? 1 : 0;
 }
 
-bool ask_kernel(uint8_t family, const uint8_t *address, uint32_t vrf_if_index, Answer *answer)
+// Where to ask and what.
+struct Question {
+    uint8_t family;
+    const uint8_t *address;
+    uint32_t vrf_if_index;
+};
+
+bool ask_kernel(Netlink *netlink, const Question &question, Answer *answer)
 {
     alignas(nlmsghdr) char buffer[128] = {};
     nlmsghdr *header = mnl_nlmsg_put_header(buffer);
     header->nlmsg_type = RTM_GETROUTE;
     rtmsg *head = static_cast<rtmsg *>(mnl_nlmsg_put_extra_header(header, sizeof(rtmsg)));
-    head->rtm_family = family;
-    head->rtm_dst_len = static_cast<uint8_t>(address_size(family) * 8);
-    mnl_attr_put(header, RTA_DST, address_size(family), address);
-    if (vrf_if_index != 0) {
-        mnl_attr_put_u32(header, RTA_OIF, vrf_if_index);
+    head->rtm_family = question.family;
+    head->rtm_dst_len = static_cast<uint8_t>(address_size(question.family) * 8);
+    mnl_attr_put(header, RTA_DST, address_size(question.family), question.address);
+    if (question.vrf_if_index != 0) {
+        mnl_attr_put_u32(header, RTA_OIF, question.vrf_if_index);
     }
-    // A socket a call: the caller's namespace may differ from one call to the next.
-    Netlink netlink;
-    return netlink.open(Netlink::Kind::requests) && netlink.request(header, read_route, answer);
+    return netlink->ask(header, read_route, answer);
 }
 
 uint32_t fail(int error)
@@ -96,21 +103,19 @@ uint32_t fail(int error)
     return HOST_FAILED;
 }
 
-} // namespace
-
-extern "C" uint32_t HOST_RouteLookup(uint8_t family, const uint8_t *address, uint32_t vrf_if_index,
-                                     HOST_ROUTE_S *route)
+bool is_valid(const Question &question, const HOST_ROUTE_S *route)
 {
-    if ((family != AF_INET && family != AF_INET6) || address == nullptr || route == nullptr) {
-        return fail(EINVAL);
-    }
+    return (question.family == AF_INET || question.family == AF_INET6) && question.address != nullptr &&
+           route != nullptr;
+}
+
+uint32_t look_up(Netlink *netlink, const Question &question, HOST_ROUTE_S *route)
+{
     Answer answer{};
-    try {
-        if (!ask_kernel(family, address, vrf_if_index, &answer)) {
-            return fail(errno == EINVAL ? ENETUNREACH : errno); // EINVAL is what a blackhole route says
-        }
-    } catch (const std::bad_alloc &) {
-        return fail(ENOMEM);
+    // An answer that was lost, for want of memory in the kernel, is worth asking for once more.
+    if (!ask_kernel(netlink, question, &answer) &&
+        (errno != EAGAIN || !ask_kernel(netlink, question, &answer))) {
+        return fail(errno == EINVAL ? ENETUNREACH : errno); // EINVAL is what a blackhole route says
     }
     if (answer.type != RTN_UNICAST && answer.type != RTN_LOCAL) {
         return fail(EINVAL);
@@ -118,3 +123,75 @@ extern "C" uint32_t HOST_RouteLookup(uint8_t family, const uint8_t *address, uin
     *route = answer.route;
     return 0;
 }
+
+} // namespace
+
+struct HOST_ROUTE_LOOKUP_S {
+    std::optional<Netlink> netlink;
+    pid_t owner = 0; // the process that opened it
+
+    // Two processes with one socket would read each other's answers.
+    bool open()
+    {
+        const pid_t self = getpid();
+        if (netlink && owner == self) {
+            return true;
+        }
+        owner = self;
+        netlink.emplace();
+        if (!netlink->open(Netlink::Kind::questions)) {
+            netlink.reset();
+            return false;
+        }
+        return true;
+    }
+};
+
+extern "C" {
+
+uint32_t HOST_RouteLookup(uint8_t family, const uint8_t *address, uint32_t vrf_if_index, HOST_ROUTE_S *route)
+{
+    const Question question{family, address, vrf_if_index};
+    if (!is_valid(question, route)) {
+        return fail(EINVAL);
+    }
+    try {
+        // A socket a call: the caller's namespace may differ from one call to the next.
+        Netlink netlink;
+        return netlink.open(Netlink::Kind::questions) ? look_up(&netlink, question, route) : HOST_FAILED;
+    } catch (const std::bad_alloc &) {
+        return fail(ENOMEM);
+    }
+}
+
+HOST_ROUTE_LOOKUP HOST_RouteLookupOpen(void)
+{
+    try {
+        auto lookup = std::make_unique<HOST_ROUTE_LOOKUP_S>();
+        return lookup->open() ? lookup.release() : nullptr;
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+}
+
+uint32_t HOST_RouteLookupAsk(HOST_ROUTE_LOOKUP lookup, uint8_t family, const uint8_t *address,
+                             uint32_t vrf_if_index, HOST_ROUTE_S *route)
+{
+    const Question question{family, address, vrf_if_index};
+    if (lookup == nullptr || !is_valid(question, route)) {
+        return fail(EINVAL);
+    }
+    try {
+        return lookup->open() ? look_up(&*lookup->netlink, question, route) : HOST_FAILED;
+    } catch (const std::bad_alloc &) {
+        return fail(ENOMEM);
+    }
+}
+
+void HOST_RouteLookupClose(HOST_ROUTE_LOOKUP lookup)
+{
+    delete lookup;
+}
+
+} // extern "C"

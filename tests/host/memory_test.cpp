@@ -12,6 +12,7 @@
 #include "mcasthost/config.h"
 #include "mcasthost/help.h"
 #include "mcasthost/link.h"
+#include "mcasthost/route.h"
 #include "namespace.h"
 #include "platform/device.h"
 #include "platform/interface.h"
@@ -204,6 +205,21 @@ TEST(ShortMemory, ATableThatIsNotRegisteredMayBeRegisteredLater)
                                    }),
               1u);
     EXPECT_EQ(RC_DeregInfo(BLOCK), 0u);
+}
+
+TEST(ShortMemory, AWayToLookUpRoutesIsNotOpened)
+{
+    HOST_ROUTE_LOOKUP lookup = nullptr;
+    const int descriptors = OpenDescriptors();
+    EXPECT_GE(for_every_allocation([&] { lookup = HOST_RouteLookupOpen(); },
+                                   [&](bool failed) {
+                                       EXPECT_EQ(lookup == nullptr, failed);
+                                       EXPECT_EQ(errno == ENOMEM, failed);
+                                       EXPECT_EQ(OpenDescriptors(), descriptors + (failed ? 0 : 1));
+                                       errno = 0;
+                                   }),
+              2u);
+    HOST_RouteLookupClose(lookup);
 }
 
 TEST(ShortMemory, AHelpEntryIsLeftOutWhole)

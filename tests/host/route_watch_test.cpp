@@ -1,12 +1,6 @@
-// Route look-up and the watch on routes, in network namespaces of their own.
-//
-//     left0 (10.9.0.1/24, 2001:db8:9::1/64) ===== right0
-//     routes: 10.1.0.0/16 via 10.9.0.2, 2001:db8:1::/48 via 2001:db8:9::2
+// The watch on routes, in network namespaces of their own.
 #include <algorithm>
 #include <arpa/inet.h>
-#include <cerrno>
-#include <functional>
-#include <net/if.h>
 #include <string>
 #include <sys/socket.h>
 #include <vector>
@@ -19,118 +13,11 @@ namespace
 
 using host_test::shell;
 
-void build()
-{
-    shell("ip link set lo up && ip link add left0 type veth peer name right0");
-    shell("ip link set left0 up && ip link set right0 up");
-    shell("ip addr add 10.9.0.1/24 dev left0 && ip addr add 2001:db8:9::1/64 dev left0 nodad");
-    shell("ip route add 10.1.0.0/16 via 10.9.0.2");
-    shell("ip -6 route add 2001:db8:1::/48 via 2001:db8:9::2");
-    // The kernel installs the address's own route some time after the command.
-    shell("until ip -6 route show table local | grep -q 'local 2001:db8:9::1'; do :; done");
-}
-
-uint32_t look_up(const char *address, HOST_ROUTE_S *route)
-{
-    uint8_t bytes[16] = {};
-    uint8_t family = std::string(address).find(':') == std::string::npos ? AF_INET : AF_INET6;
-    EXPECT_EQ(inet_pton(family, address, bytes), 1);
-    return HOST_RouteLookup(family, bytes, 0, route);
-}
-
 std::string text(uint8_t family, const uint8_t *address)
 {
     char buffer[INET6_ADDRSTRLEN] = "";
     inet_ntop(family, address, buffer, sizeof(buffer));
     return buffer;
-}
-
-TEST(RouteLookup, TellsInterfaceGatewayAndSource)
-{
-    IN_FRESH_NAMESPACE([] {
-        build();
-        uint32_t left = if_nametoindex("left0");
-        HOST_ROUTE_S route{};
-        ASSERT_EQ(look_up("10.9.0.77", &route), 0u); // on the link
-        EXPECT_EQ(route.if_index, left);
-        EXPECT_EQ(route.family, AF_INET);
-        EXPECT_EQ(route.gateway_family, 0);
-        EXPECT_EQ(route.is_local, 0);
-        EXPECT_EQ(text(AF_INET, route.source_address), "10.9.0.1");
-
-        ASSERT_EQ(look_up("10.1.2.3", &route), 0u);
-        EXPECT_EQ(route.if_index, left);
-        EXPECT_EQ(route.gateway_family, AF_INET);
-        EXPECT_EQ(text(AF_INET, route.gateway), "10.9.0.2");
-
-        ASSERT_EQ(look_up("2001:db8:1::5", &route), 0u);
-        EXPECT_EQ(route.if_index, left);
-        EXPECT_EQ(route.family, AF_INET6);
-        EXPECT_EQ(text(AF_INET6, route.gateway), "2001:db8:9::2");
-
-        ASSERT_EQ(look_up("10.9.0.1", &route), 0u); // our own
-        EXPECT_EQ(route.is_local, 1);
-        EXPECT_EQ(route.if_index, if_nametoindex("lo"));
-        ASSERT_EQ(look_up("2001:db8:9::1", &route), 0u);
-        EXPECT_EQ(route.is_local, 1);
-    });
-}
-
-TEST(RouteLookup, TellsAGatewayOfTheOtherFamily)
-{
-    IN_FRESH_NAMESPACE([] {
-        build();
-        shell("ip route add 10.2.0.0/16 via inet6 2001:db8:9::9");
-        HOST_ROUTE_S route{};
-        ASSERT_EQ(look_up("10.2.0.1", &route), 0u);
-        EXPECT_EQ(route.gateway_family, AF_INET6);
-        EXPECT_EQ(text(AF_INET6, route.gateway), "2001:db8:9::9");
-    });
-}
-
-TEST(RouteLookup, NoUsableRouteIsAFailureThatLeavesTheOutputAlone)
-{
-    IN_FRESH_NAMESPACE([] {
-        build();
-        shell("ip route add unreachable 10.3.0.0/16 && ip route add blackhole 10.4.0.0/16");
-        shell("ip route add prohibit 10.5.0.0/16 && ip -6 route add unreachable 2001:db8:3::/48");
-        HOST_ROUTE_S route{};
-        route.if_index = 4711;
-        const struct {
-            const char *address;
-            int error;
-        } rows[] = {
-            {"192.0.2.1", ENETUNREACH}, {"10.3.0.1", EHOSTUNREACH},     {"10.4.0.1", ENETUNREACH},
-            {"10.5.0.1", EACCES},       {"2001:db8:f::1", ENETUNREACH}, {"2001:db8:3::1", EHOSTUNREACH},
-            {"10.9.0.255", EINVAL},     {"224.1.1.1", ENETUNREACH},
-        };
-        for (const auto &row : rows) {
-            EXPECT_EQ(look_up(row.address, &route), HOST_FAILED) << row.address;
-            EXPECT_EQ(errno, row.error) << row.address;
-            EXPECT_EQ(route.if_index, 4711u);
-        }
-        uint8_t bytes[16] = {10, 9, 0, 2};
-        EXPECT_EQ(HOST_RouteLookup(AF_UNIX, bytes, 0, &route), HOST_FAILED);
-        EXPECT_EQ(HOST_RouteLookup(AF_INET, nullptr, 0, &route), HOST_FAILED);
-        EXPECT_EQ(HOST_RouteLookup(AF_INET, bytes, 0, nullptr), HOST_FAILED);
-    });
-}
-
-TEST(RouteLookup, AsksTheTableOfAVrfDevice)
-{
-    IN_FRESH_NAMESPACE([] {
-        build();
-        if (system("ip link add red type vrf table 77 2>/dev/null") != 0) {
-            GTEST_SKIP() << "the kernel has no VRF devices";
-        }
-        shell("ip link set red up && ip link set right0 master red && ip addr add 10.1.0.1/24 dev right0");
-        uint8_t address[4] = {10, 1, 0, 9};
-        HOST_ROUTE_S route{};
-        ASSERT_EQ(HOST_RouteLookup(AF_INET, address, if_nametoindex("red"), &route), 0u);
-        EXPECT_EQ(route.if_index, if_nametoindex("right0"));
-        ASSERT_EQ(HOST_RouteLookup(AF_INET, address, 0, &route), 0u);
-        EXPECT_EQ(route.if_index, if_nametoindex("left0"));
-    });
 }
 
 struct Watched {
