@@ -10,23 +10,13 @@ import re
 import subprocess
 import sys
 
+import public_names
+
 ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
 
 
 def lines(*words):
     return subprocess.run(words, check=True, stdout=subprocess.PIPE, text=True).stdout.splitlines()
-
-
-def declared():
-    names = set()
-    for path in glob.glob(os.path.join(ROOT, "include/mcast/*.h")):
-        with open(path) as header:
-            text = re.sub(r"/\*.*?\*/", "", header.read(), flags=re.DOTALL)
-        for declaration in re.findall(r"^MCAST_API\s+([^;]*);", text, re.MULTILINE):
-            head = re.sub(r"\b(MCAST_[A-Z_]+)\s*\([^()]*\)", "", declaration)  # lock annotations
-            match = re.search(r"(\w+)\s*(\(|\[|$)", head)
-            names.add(match.group(1))
-    return names
 
 
 def listed():
@@ -44,6 +34,7 @@ def platform():
 
 
 def main(library):
+    declared = set().union(*public_names.by_header().values())
     exported, undefined = set(), set()
     for line in lines("nm", "-D", library):
         kind, name = line.split()[-2:]
@@ -53,8 +44,8 @@ def main(library):
         elif kind == "U" and "@GLIBC" not in name:
             undefined.add(bare)
     needed = [line for line in lines("readelf", "-d", library) if "NEEDED" in line]
-    faults = [f"exported but not declared in a public header: {n}" for n in sorted(exported - declared())]
-    faults += [f"declared in a public header but not exported: {n}" for n in sorted(declared() - exported)]
+    faults = [f"exported but not declared in a public header: {n}" for n in sorted(exported - declared)]
+    faults += [f"declared in a public header but not exported: {n}" for n in sorted(declared - exported)]
     faults += [f"exported but not on the list: {n}" for n in sorted(exported - listed())]
     faults += [f"undefined, and neither libc's nor the platform's: {n}" for n in sorted(undefined - platform())]
     faults += [f"needs more than libc: {n}" for n in needed if "[libc.so.6]" not in n]
