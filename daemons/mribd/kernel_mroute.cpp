@@ -1,14 +1,17 @@
 #include "daemons/mribd/kernel_mroute.h"
 
 #include "daemons/common/log.h"
+#include "mcasthost/multicast_rule.h"
 
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <net/if.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 #include <linux/filter.h>
 #include <linux/icmpv6.h>
@@ -27,6 +30,7 @@ struct FamilyCalls {
     int init;
     int done;
     int assert;
+    int table;
     const char *kernel_option;
     int (*add_vif)(int fd, unsigned vif, uint32_t if_index);
     int (*delete_vif)(int fd, unsigned vif);
@@ -162,17 +166,18 @@ void quieten6(int fd)
     set_option(fd, IPPROTO_ICMPV6, ICMPV6_FILTER, &filter, sizeof(filter));
 }
 
-constexpr FamilyCalls CALLS_IPV4 = {AF_INET,     IPPROTO_IGMP,  IPPROTO_IP,         MRT_INIT,
-                                    MRT_DONE,    MRT_ASSERT,    "CONFIG_IP_MROUTE", add_vif4,
-                                    delete_vif4, change_entry4, counters4,          quieten4};
-constexpr FamilyCalls CALLS_IPV6 = {
-    AF_INET6, IPPROTO_ICMPV6, IPPROTO_IPV6,  MRT6_INIT, MRT6_DONE, MRT6_ASSERT, "CONFIG_IPV6_MROUTE",
-    add_vif6, delete_vif6,    change_entry6, counters6, quieten6};
+constexpr FamilyCalls CALLS_IPV4 = {
+    AF_INET,  IPPROTO_IGMP, IPPROTO_IP,    MRT_INIT,  MRT_DONE, MRT_ASSERT, MRT_TABLE, "CONFIG_IP_MROUTE",
+    add_vif4, delete_vif4,  change_entry4, counters4, quieten4};
+constexpr FamilyCalls CALLS_IPV6 = {AF_INET6,  IPPROTO_ICMPV6, IPPROTO_IPV6,  MRT6_INIT,
+                                    MRT6_DONE, MRT6_ASSERT,    MRT6_TABLE,    "CONFIG_IPV6_MROUTE",
+                                    add_vif6,  delete_vif6,    change_entry6, counters6,
+                                    quieten6};
 
 } // namespace
 
-KernelMroute::KernelMroute(uint8_t family)
-    : calls_(family == MCAST_FAMILY_IPV4 ? CALLS_IPV4 : CALLS_IPV6), family_(family)
+KernelMroute::KernelMroute(uint8_t family, uint32_t table)
+    : calls_(family == MCAST_FAMILY_IPV4 ? CALLS_IPV4 : CALLS_IPV6), family_(family), table_(table)
 {
 }
 
@@ -187,6 +192,11 @@ KernelMroute::OpenResult KernelMroute::open_failed(const char *step, int error, 
     *reason = std::string(step) + ": " + std::strerror(error);
     switch (error) {
     case EADDRINUSE:
+        if (table_ != 0) {
+            *reason +=
+                "; another process, or another instance, has multicast table " + std::to_string(table_);
+            return OpenResult::Failed;
+        }
         *reason += "; another process is this network namespace's multicast router. Only one may be: end the "
                    "other routing daemon, or run mribd in a namespace of its own";
         return OpenResult::Failed;
@@ -197,7 +207,8 @@ KernelMroute::OpenResult KernelMroute::open_failed(const char *step, int error, 
     case ENOPROTOOPT:
     case EOPNOTSUPP:
     case EAFNOSUPPORT:
-        *reason += std::string("; the kernel lacks ") + calls_.kernel_option;
+        *reason += std::string("; the kernel lacks ") + calls_.kernel_option +
+                   (table_ != 0 ? "_MULTIPLE_TABLES" : "");
         return OpenResult::NotSupported;
     default:
         return OpenResult::Failed;
@@ -211,8 +222,13 @@ KernelMroute::OpenResult KernelMroute::open(std::string *reason)
         return open_failed("raw socket", errno, reason);
     }
     prepare_receiving();
+    // Before it becomes a multicast router, which it then is of that table.
+    int error = table_ == 0 ? 0 : set_option(fd_, calls_.level, calls_.table, &table_, sizeof(table_));
+    if (error != 0) {
+        return open_failed("choosing a multicast table", error, reason);
+    }
     const int one = 1;
-    int error = set_option(fd_, calls_.level, calls_.init, &one, sizeof(one));
+    error = set_option(fd_, calls_.level, calls_.init, &one, sizeof(one));
     if (error != 0) {
         return open_failed("becoming the multicast router", error, reason);
     }
@@ -242,6 +258,10 @@ void KernelMroute::shut()
         close(fd_);
         fd_ = -1;
     }
+    for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
+        lead_no_more(vif);
+    }
+    waiting_.clear(); // told of virtual interfaces that are gone
 }
 
 void KernelMroute::receive(unsigned limit)
@@ -282,14 +302,49 @@ uint64_t KernelMroute::lost_upcalls() const
     return given_up_ + info[SK_MEMINFO_DROPS];
 }
 
+int KernelMroute::lead(unsigned vif, uint32_t if_index)
+{
+    char name[IF_NAMESIZE];
+    if (table_ == 0 || vif >= MAX_VIFS) {
+        return 0;
+    }
+    if (!led_[vif].empty()) {
+        return EADDRINUSE;
+    }
+    if (if_indextoname(if_index, name) == nullptr || HOST_MulticastRuleSet(family_, name, table_) != 0) {
+        return errno;
+    }
+    led_[vif] = name;
+    return 0;
+}
+
+void KernelMroute::lead_no_more(unsigned vif)
+{
+    if (vif < MAX_VIFS && !led_[vif].empty()) {
+        HOST_MulticastRuleClear(family_, std::exchange(led_[vif], {}).c_str(), table_);
+    }
+}
+
+// The rule comes first and goes last: in between the packets would be told to a table that does not know
+// their interface.
 int KernelMroute::add_vif(unsigned vif, uint32_t if_index)
 {
-    return calls_.add_vif(fd_, vif, if_index);
+    int error = lead(vif, if_index);
+    if (error != 0) {
+        return error;
+    }
+    error = calls_.add_vif(fd_, vif, if_index);
+    if (error != 0) {
+        lead_no_more(vif);
+    }
+    return error;
 }
 
 int KernelMroute::delete_vif(unsigned vif)
 {
-    return calls_.delete_vif(fd_, vif);
+    const int error = calls_.delete_vif(fd_, vif);
+    lead_no_more(vif);
+    return error;
 }
 
 int KernelMroute::set_entry(const MCAST_ADDR_S &source, const MCAST_ADDR_S &group, unsigned parent,

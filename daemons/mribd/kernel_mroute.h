@@ -1,6 +1,6 @@
 /*
- * The kernel's multicast forwarding through a multicast routing socket, IPv4 or IPv6. Closing the socket
- * makes the kernel forget all that was set through it.
+ * One table of the kernel's multicast forwarding through a multicast routing socket, IPv4 or IPv6. Closing
+ * the socket makes the kernel forget all that was set through it.
  */
 #ifndef DAEMONS_MRIBD_KERNEL_MROUTE_H
 #define DAEMONS_MRIBD_KERNEL_MROUTE_H
@@ -8,6 +8,7 @@
 #include "daemons/mribd/kernel_table.h"
 #include "daemons/mribd/upcall.h"
 
+#include <array>
 #include <deque>
 #include <functional>
 #include <string>
@@ -22,21 +23,34 @@ class KernelMroute final : public KernelTable
 public:
     enum class OpenResult {
         Ready,
-        NotSupported, // the kernel has no multicast routing for the family
+        NotSupported, // the kernel has no multicast routing for the family, or but one table
         Failed
     };
 
-    explicit KernelMroute(uint8_t family);
+    // table 0: the one that the kernel uses unless a rule says otherwise. Of another table every virtual
+    // interface has a rule that leads its interface's packets there, while it exists.
+    explicit KernelMroute(uint8_t family, uint32_t table = 0);
     ~KernelMroute() override;
     KernelMroute(const KernelMroute &) = delete;
     KernelMroute &operator=(const KernelMroute &) = delete;
 
-    // Becomes the namespace's multicast router of the family. Unless Ready, *reason says what is wrong and
+    // Becomes the table's multicast router in the namespace. Unless Ready, *reason says what is wrong and
     // what to do about it.
     OpenResult open(std::string *reason);
 
     // Withdraws everything and gives the role back. Safe when not open.
     void shut();
+
+    uint32_t table() const
+    {
+        return table_;
+    }
+
+    // Has the next open take another table. Only while not open.
+    void choose_table(uint32_t table)
+    {
+        table_ = table;
+    }
 
     int descriptor() const
     {
@@ -63,11 +77,15 @@ public:
 private:
     OpenResult open_failed(const char *step, int error, std::string *reason);
     void prepare_receiving();
+    int lead(unsigned vif, uint32_t if_index);
+    void lead_no_more(unsigned vif);
 
     const FamilyCalls &calls_;
     uint8_t family_;
+    uint32_t table_;
     int fd_ = -1;
-    std::deque<Upcall> waiting_; // oldest first
+    std::array<std::string, MAX_VIFS> led_; // by virtual interface, the interface that has a rule
+    std::deque<Upcall> waiting_;            // oldest first
     uint64_t given_up_ = 0;
 };
 

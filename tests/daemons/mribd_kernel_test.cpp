@@ -209,6 +209,84 @@ TEST_P(KernelTest, InterfaceThatDoesNotExistGetsNoVirtualInterface)
     });
 }
 
+TEST_P(KernelTest, TablesForwardTheSameSourceAndGroupEachItsOwnWay)
+{
+    IN_FRESH_NAMESPACE([this] {
+        std::string reason;
+        const MCAST_ADDR_S source = address(family.source);
+        const MCAST_ADDR_S group = address(family.group);
+        KernelMroute common(family.family);
+        KernelMroute red(family.family, 5);
+        KernelMroute blue(family.family, 65789);
+        for (KernelMroute *kernel : {&common, &red, &blue}) {
+            ASSERT_EQ(kernel->open(&reason), KernelMroute::OpenResult::Ready) << reason;
+        }
+        for (const std::string name : {"in", "red", "blue"}) {
+            make_link(name);
+        }
+        ASSERT_EQ(common.add_vif(0, if_nametoindex("in")), 0);
+        ASSERT_EQ(red.add_vif(0, if_nametoindex("red")), 0);
+        ASSERT_EQ(blue.add_vif(0, if_nametoindex("blue")), 0);
+        EXPECT_EQ(red.add_vif(0, if_nametoindex("blue")), EADDRINUSE);
+        for (auto &[kernel, wire] : std::map<KernelMroute *, std::string>{
+                 {&common, "in_wire"}, {&red, "red_wire"}, {&blue, "blue_wire"}}) {
+            ASSERT_TRUE(put_until_told(*kernel, wire, family));
+            ASSERT_EQ(kernel->set_entry(source, group, 0, 0), 0);
+            put_on_wire(wire, family);
+        }
+        EXPECT_EQ(red.delete_entry(source, group), 0);
+        EXPECT_FALSE(red.counters(source, group));
+        for (KernelMroute *kernel : {&common, &blue}) {
+            const auto counters = kernel->counters(source, group);
+            ASSERT_TRUE(counters);
+            EXPECT_GE(counters->packets, 1u);
+            EXPECT_EQ(counters->wrong_interface, 0u);
+        }
+    });
+}
+
+TEST_P(KernelTest, RulesOfATableLiveAsLongAsItsVirtualInterfaces)
+{
+    IN_FRESH_NAMESPACE([this] {
+        const std::string list = family.family == MCAST_FAMILY_IPV4 ? "ip mrule list" : "ip -6 mrule list";
+        const auto is_led = [&list](const std::string &name, const std::string &table) {
+            return system((list + " | grep -q 'iif " + name + " lookup " + table + "'").c_str()) == 0;
+        };
+        make_link("one");
+        make_link("two");
+        std::string reason;
+        KernelMroute red(family.family, 5);
+        KernelMroute blue(family.family, 6);
+        ASSERT_EQ(red.open(&reason), KernelMroute::OpenResult::Ready) << reason;
+        ASSERT_EQ(blue.open(&reason), KernelMroute::OpenResult::Ready) << reason;
+        ASSERT_EQ(red.add_vif(0, if_nametoindex("one")), 0);
+        ASSERT_EQ(red.add_vif(1, if_nametoindex("two")), 0);
+        EXPECT_TRUE(is_led("one", "5") && is_led("two", "5"));
+        // It moves: whether it comes before it goes is all the same.
+        ASSERT_EQ(blue.add_vif(0, if_nametoindex("one")), 0);
+        EXPECT_EQ(red.delete_vif(0), 0);
+        EXPECT_TRUE(is_led("one", "6"));
+        red.shut();
+        EXPECT_FALSE(is_led("two", "5"));
+        blue.shut();
+        EXPECT_FALSE(is_led("one", "6"));
+        ASSERT_EQ(blue.open(&reason), KernelMroute::OpenResult::Ready) << reason;
+        EXPECT_EQ(blue.add_vif(0, if_nametoindex("one")), 0);
+    });
+}
+
+TEST_P(KernelTest, TableThatIsTakenIsNamed)
+{
+    IN_FRESH_NAMESPACE([this] {
+        std::string reason;
+        KernelMroute first(family.family, 5);
+        KernelMroute second(family.family, 5);
+        ASSERT_EQ(first.open(&reason), KernelMroute::OpenResult::Ready) << reason;
+        EXPECT_EQ(second.open(&reason), KernelMroute::OpenResult::Failed);
+        EXPECT_NE(reason.find("multicast table 5"), std::string::npos) << reason;
+    });
+}
+
 INSTANTIATE_TEST_SUITE_P(Families, KernelTest,
                          testing::Values(Family{MCAST_FAMILY_IPV4, "10.9.0.5", "239.1.1.1"},
                                          Family{MCAST_FAMILY_IPV6, "2001:db8:9::5", "ff1e::1"}),
