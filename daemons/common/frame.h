@@ -1,5 +1,5 @@
 /*
- * The frame around every daemon: command line, log, signals, event loop, status file.
+ * The frame around every daemon: signals, event loop, status file.
  *
  *     Options options("mribd", "what it does");
  *     options.app().add_option(...);                 its own options
@@ -19,53 +19,16 @@
 #ifndef DAEMONS_COMMON_FRAME_H
 #define DAEMONS_COMMON_FRAME_H
 
-#include "daemons/common/log.h"
 #include "daemons/common/reactor.h"
-#include "mcast/common.h"
 
-#include <CLI/CLI.hpp>
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace mcastd
 {
 
-class Options
-{
-public:
-    // name must be a literal; it opens every log line.
-    Options(const char *name, const std::string &description);
-
-    // Where the daemon adds options of its own before parse.
-    CLI::App &app()
-    {
-        return app_;
-    }
-
-    // Reads the command line and opens the log. The exit code when the process is to end now: after --help
-    // and --version, or after an argument that was wrong, which is then named on standard error.
-    std::optional<int> parse(int argc, char **argv);
-
-    const std::string &status_file() const
-    {
-        return status_file_;
-    }
-
-    // Begins to trace as the command line says; the configuration, which has the access lists, is read
-    // before. False when it names a list or an interface that does not exist, which is logged.
-    bool start_trace() const;
-
-private:
-    const char *name_;
-    CLI::App app_;
-    std::string level_ = "info";
-    std::string status_file_;
-    std::vector<std::string> trace_categories_;
-    uint32_t trace_acl_ = MCAST_NONE;
-    std::string trace_interface_;
-};
+class Options;
 
 class Frame
 {

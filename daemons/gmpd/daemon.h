@@ -4,7 +4,7 @@
 #ifndef GMPD_DAEMON_H
 #define GMPD_DAEMON_H
 
-#include "daemons/common/frame.h"
+#include "daemons/common/options.h"
 #include "daemons/gmpd/config.h"
 
 namespace gmpd

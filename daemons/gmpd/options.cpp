@@ -1,3 +1,4 @@
+#include <CLI/CLI.hpp>
 #include <string>
 
 #include "daemons/common/log.h"

@@ -12,6 +12,8 @@
  */
 #include "daemons/common/control.h"
 #include "daemons/common/frame.h"
+#include "daemons/common/log.h"
+#include "daemons/common/options.h"
 #include "daemons/common/service_start.h"
 #include "daemons/common/services.h"
 #include "daemons/mribd/address.h"
@@ -21,6 +23,7 @@
 #include "mcast/service.h"
 #include "mcasthost/loop.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdlib>
 #include <memory>

@@ -8,6 +8,7 @@
 
 #include "daemons/common/config_file.h"
 #include "daemons/common/control.h"
+#include "daemons/common/frame.h"
 #include "daemons/common/log.h"
 #include "daemons/common/memory.h"
 #include "daemons/common/services.h"

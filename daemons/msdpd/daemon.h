@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "daemons/common/frame.h"
+#include "daemons/common/options.h"
 
 namespace msdpd
 {

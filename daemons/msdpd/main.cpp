@@ -4,6 +4,8 @@
  */
 #include "daemons/msdpd/daemon.h"
 
+#include <CLI/CLI.hpp>
+
 int main(int argc, char **argv)
 {
     mcastd::Options options("msdpd", "Multicast Source Discovery Protocol daemon (RFC 3618)");

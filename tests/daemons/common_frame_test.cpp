@@ -1,4 +1,6 @@
 #include "daemons/common/frame.h"
+#include "daemons/common/log.h"
+#include "daemons/common/options.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "daemons/common/frame.h"
 #include "daemons/common/log.h"
+#include "daemons/common/options.h"
 #include "daemons/common/trace.h"
 #include "mcasthost/config.h"
 
