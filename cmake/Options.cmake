@@ -26,3 +26,19 @@ macro(mcast_compile_fast)
     add_compile_options(-O0 -g1)
   endif()
 endmacro()
+
+# For a test program: GoogleTest and what goes with it are parsed once rather than in every file, and once for all
+# programs of a folder, which share what the folder's first one made. Only in the clang builds: the other compiler
+# shows which file forgot an include.
+function(mcast_precompile_test_headers program)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES Clang)
+    return()
+  endif()
+  get_property(first DIRECTORY PROPERTY MCAST_PRECOMPILED_BY)
+  if(first)
+    target_precompile_headers(${program} REUSE_FROM ${first})
+  else()
+    target_precompile_headers(${program} PRIVATE <gtest/gtest.h> <functional> <map> <optional> <string> <vector>)
+    set_property(DIRECTORY PROPERTY MCAST_PRECOMPILED_BY ${program})
+  endif()
+endfunction()
