@@ -94,7 +94,10 @@ void follow(Interface &interface, const Message &query)
         timer_stop(interface.router->timers, querier.general);
         interface.router->outputs->tell_querier(interface, false);
     }
-    if (!same_address(querier.other, query.sender)) {
+    const bool is_new = !same_address(querier.other, query.sender);
+    const uint32_t last_response_ms = querier.response_ms;
+
+    if (is_new) {
         mcastd::log_info("%s: querier is %s", interface.name.c_str(), to_text(query.sender).c_str());
         querier.other = query.sender;
     }
@@ -109,6 +112,9 @@ void follow(Interface &interface, const Message &query)
     }
     if (is_unspecified(query.group)) {
         querier.response_ms = query.max_response_ms;
+    } else if (!is_new) {
+        // A query about one group says nothing of the time that hosts have to answer a general one.
+        querier.response_ms = last_response_ms;
     }
     uint32_t present_ms = querier.robustness * querier.query_interval_s * 1000 + querier.response_ms / 2;
 

@@ -131,6 +131,19 @@ TEST_P(GmpdQuerier, WhoWaitsFollowsTheQueriersValuesAndReturnsToItsOwn)
     EXPECT_EQ(lab.interface->querier.query_interval_s, 60u);
 }
 
+TEST_P(GmpdQuerier, AQueryAboutAGroupSaysNothingOfTheTimeForGeneralOnes)
+{
+    lab.router.config.response_s = 5;
+    lab.start();
+    lab.query(50, 3); // allows for 10 s
+    EXPECT_EQ(membership_interval_ms(*lab.interface), 260000u);
+    lab.query(50, 3, 1);
+    EXPECT_EQ(membership_interval_ms(*lab.interface), 260000u);
+    // Nothing is known of another querier yet.
+    lab.query(40, 3, 1);
+    EXPECT_EQ(membership_interval_ms(*lab.interface), 255000u);
+}
+
 TEST_P(GmpdQuerier, AChangedAddressDisturbsNoMembership)
 {
     lab.start();
