@@ -59,6 +59,12 @@ bool GmpState::drop_interface(uint32_t if_index)
     return interfaces_.erase(if_index) != 0;
 }
 
+bool GmpState::knows_client(ClientId client) const
+{
+    return std::any_of(interfaces_.begin(), interfaces_.end(),
+                       [client](const auto &entry) { return entry.second.contains(client); });
+}
+
 bool GmpState::is_enabled(uint32_t if_index) const
 {
     const auto found = interfaces_.find(if_index);

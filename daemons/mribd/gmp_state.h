@@ -23,6 +23,9 @@ public:
     bool drop_client(ClientId client);
     bool drop_interface(uint32_t if_index);
 
+    // Whether the client runs its protocol anywhere.
+    bool knows_client(ClientId client) const;
+
     // Whether a client runs its protocol on the interface.
     bool is_enabled(uint32_t if_index) const;
 

@@ -199,7 +199,7 @@ int serve(const mcastd::Options &options, mcastd::Frame &frame, const mribd::Pla
 
 int main(int argc, char **argv)
 {
-    mribd::PlaneSettings settings{210, 262144};
+    mribd::PlaneSettings settings{210, 262144, 0};
     std::string config_path;
     mcastd::Options options("mribd",
                             "Multicast routing information base: takes memberships from the GMP daemons "
@@ -212,6 +212,12 @@ int main(int argc, char **argv)
     options.app()
         .add_option("--max-entries", settings.entry_limit, "Most forwarding entries of a family")
         ->check(CLI::Range(1u, 16777216u))
+        ->capture_default_str();
+    options.app()
+        .add_option("--hold-time", settings.hold_s,
+                    "Seconds for which what a GMP daemon wanted is kept when it vanished, so that its "
+                    "successor finds forwarding as it was; 0: not at all")
+        ->check(CLI::Range(0u, 86400u))
         ->capture_default_str();
     options.app().add_option("--config", config_path,
                              "Configuration file (TOML), read again on SIGHUP; none is needed");

@@ -26,7 +26,8 @@ Plane::Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &rea
     : reactor_(reactor), kernel_(family),
       timers_(settings.idle_period_s, [this](Entry *entry) { router_.check_idle(entry); }),
       router_(family, kernel_, environment, timers_, settings.entry_limit), policy_(router_),
-      msdp_(router_, settings.entry_limit), server_(reactor, Backend{router_, policy_, msdp_, users_})
+      msdp_(router_, settings.entry_limit), lost_clients_(router_, settings.hold_s),
+      server_(reactor, Backend{router_, policy_, msdp_, users_})
 {
 }
 
@@ -56,7 +57,7 @@ KernelMroute::OpenResult Plane::open(TIMER_SERVICE timers)
         mcastd::log_error("%s: %s", family, reason.c_str());
         return result;
     }
-    if (!timers_.open(timers)) {
+    if (!timers_.open(timers) || !lost_clients_.open(timers)) {
         mcastd::log_error("%s: cannot create a timer", family);
         return KernelMroute::OpenResult::Failed;
     }

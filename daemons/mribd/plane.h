@@ -10,6 +10,7 @@
 #include "daemons/mribd/host_environment.h"
 #include "daemons/mribd/idle_timers.h"
 #include "daemons/mribd/kernel_mroute.h"
+#include "daemons/mribd/lost_clients.h"
 #include "daemons/mribd/msdp_exchange.h"
 #include "daemons/mribd/policy.h"
 #include "daemons/mribd/router.h"
@@ -23,6 +24,7 @@ namespace mribd
 struct PlaneSettings {
     uint32_t idle_period_s;
     uint32_t entry_limit;
+    uint32_t hold_s; // for what lost clients wanted; 0: nothing is kept
 };
 
 class Plane
@@ -85,6 +87,7 @@ private:
     Policy policy_;
     MsdpExchange msdp_;
     UserRegistry users_;
+    LostClients lost_clients_;
     ChannelServer server_;
     uint64_t reported_losses_ = 0;
 };

@@ -83,7 +83,11 @@ void Router::set_enabled(ClientId client, uint32_t if_index, bool enabled)
     if (!enabled) {
         drop_members(client, if_index);
     }
-    if (gmp_.set_enabled(client, if_index, enabled)) {
+    bool changed = gmp_.set_enabled(client, if_index, enabled);
+    for (const ClientId lost : lost_) {
+        changed |= gmp_.set_enabled(lost, if_index, false);
+    }
+    if (changed) {
         mcastd::trace(TraceCategory::Group, instance_key(family_), "the protocol %s on %P",
                       enabled ? "runs" : "no longer runs", if_index);
         gmp_changed();
@@ -124,6 +128,12 @@ MemberTable::Result Router::set_member(ClientId client, uint32_t if_index, const
         vifs_stale_ |= used != members_.uses_interface(if_index);
         forwarding_.membership_changed(group, source);
     }
+    for (const ClientId lost : lost_) {
+        if (members_.set(lost, if_index, group, source, kind, false) == MemberTable::Result::Changed) {
+            vifs_stale_ |= used != members_.uses_interface(if_index);
+            forwarding_.membership_changed(group, source);
+        }
+    }
     return result;
 }
 
@@ -134,9 +144,13 @@ void Router::drop_members(ClientId client, uint32_t if_index)
     }
     mcastd::trace(TraceCategory::Group, instance_key(family_), "client %u wants nothing more on %P", client,
                   if_index);
-    members_.drop_interface(client, if_index, [this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
+    const auto changed = [this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
         forwarding_.membership_changed(group, source);
-    });
+    };
+    members_.drop_interface(client, if_index, changed);
+    for (const ClientId lost : lost_) {
+        members_.drop_interface(lost, if_index, changed);
+    }
     vifs_stale_ = true;
 }
 
@@ -147,7 +161,25 @@ void Router::drop_client(ClientId client)
         forwarding_.membership_changed(group, source);
     });
     gmp_.drop_client(client);
+    std::erase(lost_, client);
     gmp_changed();
+}
+
+void Router::keep_lost_clients(std::function<void(ClientId client)> kept)
+{
+    lost_kept_ = std::move(kept);
+}
+
+void Router::lose_client(ClientId client)
+{
+    if (lost_kept_ == nullptr || !gmp_.knows_client(client)) {
+        drop_client(client);
+        return;
+    }
+    mcastd::trace(TraceCategory::Group, instance_key(family_), "client %u is gone, what it wants is kept",
+                  client);
+    lost_.push_back(client);
+    lost_kept_(client);
 }
 
 void Router::take_upcall(const Upcall &upcall)

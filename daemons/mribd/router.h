@@ -51,6 +51,14 @@ public:
     void drop_members(ClientId client, uint32_t if_index);
     void drop_client(ClientId client);
 
+    // The client's connection ended. When it ran the protocol on an interface and lost clients are kept, what
+    // it wanted stays until drop_client, until the interface goes, or until another client says otherwise of
+    // the same thing; else it is dropped.
+    void lose_client(ClientId client);
+
+    // Called with each lost client that is kept from then on; NULL: none is kept.
+    void keep_lost_clients(std::function<void(ClientId client)> kept);
+
     // What the kernel reports.
     void take_upcall(const Upcall &upcall);
     void links_changed();
@@ -104,6 +112,8 @@ private:
     VifTable vifs_;
     Forwarding forwarding_;
     std::function<void()> designated_router_told_;
+    std::function<void(ClientId client)> lost_kept_;
+    std::vector<ClientId> lost_; // that are kept
     bool vifs_stale_ = false;
     bool watches_sources_ = false;
 };

@@ -102,7 +102,7 @@ Session::~Session()
 {
     users_.drop_client(id_);
     msdp_.drop_client(id_);
-    router_.drop_client(id_);
+    router_.lose_client(id_);
 }
 
 bool Session::take_message(const uint8_t *message, size_t size, bool truncated)

@@ -1,0 +1,53 @@
+/*
+ * GMP daemons whose connection ended without their saying that the protocol ended: killed, or replaced by
+ * their standby. What they wanted is kept for a hold time, so that forwarding goes on while the next one
+ * learns from the hosts. Each thing it says takes the place of what was kept; what nobody said again by then
+ * ends.
+ */
+#ifndef DAEMONS_MRIBD_LOST_CLIENTS_H
+#define DAEMONS_MRIBD_LOST_CLIENTS_H
+
+#include "daemons/common/timer.h"
+#include "daemons/mribd/router.h"
+
+#include <cstdint>
+#include <map>
+
+namespace mribd
+{
+
+class LostClients
+{
+public:
+    // So many are kept at a time: of a daemon that ends again and again the oldest remains go first.
+    static constexpr size_t MOST = 4;
+
+    // hold_s 0: nothing is kept. The router must outlive the object, which is what it asks about lost
+    // clients.
+    LostClients(Router &router, uint32_t hold_s);
+    ~LostClients();
+    LostClients(const LostClients &) = delete;
+    LostClients &operator=(const LostClients &) = delete;
+
+    // Takes its ticks from the service. False when a timer cannot be made.
+    bool open(TIMER_SERVICE service);
+
+private:
+    struct Lost {
+        LostClients *owner = nullptr;
+        ClientId client = 0;
+        mcastd::Timer timer;
+    };
+
+    void keep(ClientId client);
+    void end(ClientId client);
+
+    Router &router_;
+    uint32_t hold_s_;
+    MCAST_TMR_S *manager_ = nullptr;
+    std::map<ClientId, Lost> lost_; // the oldest first
+};
+
+} // namespace mribd
+
+#endif
