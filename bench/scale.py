@@ -5,8 +5,8 @@
        ^                                                                                  |
        +-------------------- route notifications, read in the router's namespace ---------+
 
-Each join is of a group and a source of its own. Three cases for each number of joins, each with daemons that were
-just started:
+Each join is of a group and a source of its own. Three cases for each family and number of joins, each with daemons
+that were just started:
 
    burst      the reports come as fast as they can be sent, as many joins in each as a packet takes
    sustained  one join in a report, at a fixed rate
@@ -18,6 +18,7 @@ for the smallest number.
 
 import argparse
 import datetime
+import itertools
 import json
 import os
 import platform
@@ -38,8 +39,8 @@ import scale_page  # noqa: E402
 COUNTS = (1000, 10000, 100000)
 RATE = 20000
 STOPPED_AFTER = 0.1  # of the time that sending takes
-RECORDS = 122  # a report of these fills a packet of 1500 bytes
-SOURCES = "10.128.0.0/9"
+RECORDS = {"ipv4": 122, "ipv6": 40}  # a report of these fills a packet of 1500 bytes
+SOURCES = {"ipv4": ("10.128.0.0/9", "10.1.0.2"), "ipv6": ("fd00:80::/64", "fd00:1::2")}  # and the way to them
 TICK_S = 1 / os.sysconf("SC_CLK_TCK")
 
 
@@ -57,18 +58,18 @@ def processor_s(process):
 class Chain:
     """The router with mribd and gmpd just started, and a host on red."""
 
-    def __init__(self, network, count):
-        self.network, self.router = network, network.router
+    def __init__(self, network, family, count):
+        self.network, self.router, self.family = network, network.router, family
         self.mribd = self.router.start_mribd()
         wait_for(lambda: "ready" in self.mribd.output(), "mribd ready")
-        self.gmpd = self.router.start_gmpd("ipv4", "--max-groups", str(max(65536, 2 * count)))
+        self.gmpd = self.router.start_gmpd(family, "--max-groups", str(max(65536, 2 * count)))
         self.daemons = {"mribd": self.mribd, "gmpd": self.gmpd}
         wait_for(lambda: json.loads(self.gmpd.status())["mrib_replayed"], "gmpd connected to mribd")
 
     def load(self, count, records, rate, stop_s):
         """Sends the joins and returns what became of them. mribd is stopped meanwhile when stop_s is not 0."""
         words = [os.path.join(PROGRAMS, "scale_load"), "--router", f"/run/netns/{self.router.name}",
-                 "--count", str(count), "--records", str(records), "--rate", str(rate),
+                 "--family", self.family, "--count", str(count), "--records", str(records), "--rate", str(rate),
                  "--patience", str(stop_s + 15)]
         before = {name: processor_s(daemon.process) for name, daemon in self.daemons.items()}
         with subprocess.Popen(self.network.hosts["red"].words(*words), stdout=subprocess.PIPE, text=True) as load:
@@ -89,7 +90,7 @@ class Chain:
         return time.monotonic()
 
     def ask(self, *words):
-        answer = self.router.run(os.path.join(PROGRAMS, "mcastctl"), *words, "--json", "--family", "ipv4")
+        answer = self.router.run(os.path.join(PROGRAMS, "mcastctl"), *words, "--json", "--family", self.family)
         # What mcastctl says of daemons that do not run may stand around the list.
         return json.JSONDecoder().raw_decode(answer[answer.index("["):])[0]
 
@@ -110,16 +111,16 @@ class Chain:
             assert status == 0, f"{name} ended with {status}: {daemon.output()[-2000:]}"
 
 
-def measure(network, case, count, stop_s):
+def measure(network, family, case, count, stop_s):
     """One round of a case, checked: nothing is lost, and nothing is there that nobody asked for."""
-    chain = Chain(network, count)
-    records, rate = (RECORDS, 0) if case == "burst" else (1, RATE)
+    chain = Chain(network, family, count)
+    records, rate = (RECORDS[family], 0) if case == "burst" else (1, RATE)
     seen = chain.load(count, records, rate, stop_s if case == "stopped" else 0)
     routes, counters = chain.routes(), chain.counters()
     lost = {"kernel": count - seen["in_kernel"], "mribd": count - routes}
-    assert lost == {"kernel": 0, "mribd": 0}, f"{case} of {count}: lost {lost}: {counters}"
-    assert seen["others_in_kernel"] == 0, f"{case} of {count}: {seen['others_in_kernel']} entries of nobody"
-    assert seen["overruns"] > 0 or seen["notified"] == count, f"{case} of {count}: {seen['notified']} notified"
+    assert lost == {"kernel": 0, "mribd": 0}, f"{family} {case} of {count}: lost {lost}: {counters}"
+    assert seen["others_in_kernel"] == 0, f"{family} {case} of {count}: {seen['others_in_kernel']} entries of nobody"
+    assert seen["overruns"] > 0 or seen["notified"] == count, f"{family} {case} of {count}: {seen['notified']} notified"
     chain.end()
     start = seen["continued_at"] if case == "stopped" else seen["started_at"]
     return {
@@ -179,12 +180,13 @@ def main():
            "date": datetime.date.today().isoformat(), "rate": RATE, "records": RECORDS, "stop_s": stop_s,
            "stopped_after": STOPPED_AFTER, "results": []}
     network = Network(start=False)
-    network.router.route(SOURCES, "via", "10.1.0.2")
-    for count in counts:
-        for case in scale_page.CASES:
-            taken = [measure(network, case, count, stop_s) for _ in range(rounds)]
-            run["results"].append({"case": case, "count": count, "median": middle(taken), "rounds": taken})
-            print(scale_page.line(run["results"][-1]), flush=True)
+    for sources, way in SOURCES.values():
+        network.router.route(sources, "via", way)
+    for family, count, case in itertools.product(SOURCES, counts, scale_page.CASES):
+        taken = [measure(network, family, case, count, stop_s) for _ in range(rounds)]
+        run["results"].append({"family": family, "case": case, "count": count, "median": middle(taken),
+                               "rounds": taken})
+        print(scale_page.line(run["results"][-1]), flush=True)
     if not given.short:
         with open(os.path.join(TOP, "build", "scale.json"), "w") as file:
             json.dump(run, file, indent=1)

@@ -6,15 +6,16 @@ import os
 GOAL_BURST_S, GOAL_RATE, GOAL_P99_MS, GOAL_RESUMED_S = 2, 20000, 50, 1  # each for GOAL_COUNT joins
 GOAL_COUNT = 100000
 CASES = ("burst", "sustained", "stopped")
-BLUE, ORANGE, GREEN, GREY = "#1f5fa8", "#c8571b", "#2c7a4b", "#777777"
+FAMILIES = {"ipv4": "IPv4", "ipv6": "IPv6"}
+BLUE, ORANGE, GREY = "#1f5fa8", "#c8571b", "#777777"
 
 
 def line(result):
     """One result for the terminal."""
     median = result["median"]
     latency, memory = median["latency_ms"], median["high_water_kib"]
-    return (f"{result['case']:10}{result['count']:>8} joins: none lost, {median['total_s']:.3f} s, p50 "
-            f"{latency['50']:.2f} ms, p99 {latency['99']:.2f} ms, mribd {memory['mribd'] / 1024:.1f} MiB, "
+    return (f"{result['family']} {result['case']:10}{result['count']:>8} joins: none lost, {median['total_s']:.3f} s, "
+            f"p50 {latency['50']:.2f} ms, p99 {latency['99']:.2f} ms, mribd {memory['mribd'] / 1024:.1f} MiB, "
             f"gmpd {memory['gmpd'] / 1024:.1f} MiB")
 
 
@@ -22,65 +23,83 @@ def number(value):
     return f"{value:,.0f}".replace(",", " ")
 
 
-def table(head, rows):
-    lines = [head, ["---"] + ["---:"] * (len(head) - 1), *rows]
+def table(head, rows, words=1):
+    """The first columns, as many as words says, hold words, the others numbers."""
+    lines = [head, ["---"] * words + ["---:"] * (len(head) - words), *rows]
     return "\n".join("| " + " | ".join(cells) + " |" for cells in lines) + "\n"
 
 
-def results(run, case):
-    return {one["count"]: one["median"] for one in run["results"] if one["case"] == case}
+def results(run, family, case):
+    return {one["count"]: one["median"] for one in run["results"] if (one["family"], one["case"]) == (family, case)}
+
+
+def result_table(run, case, head, cells):
+    """A table of one case: a row for each family and number of joins, with what cells makes of its figures."""
+    return table(["family", "joins", *head],
+                 [[name, number(count), *cells(count, one)]
+                  for family, name in FAMILIES.items() for count, one in results(run, family, case).items()])
+
+
+def reached(run, family):
+    """What was measured with the largest number of joins, and whether that reaches the aim."""
+    burst, sustained, stopped = (results(run, family, case)[GOAL_COUNT] for case in CASES)
+    sent = GOAL_COUNT / sustained["sending_s"]
+    resumed = stopped["total_s"] / (1 - run["stopped_after"])
+    return [
+        (f"{burst['total_s']:.2f} s", burst["total_s"] <= GOAL_BURST_S),
+        (number(sent), sent >= 0.995 * GOAL_RATE),
+        (f"{sustained['latency_ms']['99']:.1f} ms", sustained["latency_ms"]["99"] < GOAL_P99_MS),
+        (f"{resumed:.2f} s", resumed < GOAL_RESUMED_S),
+    ]
 
 
 def goals(run):
-    """What is aimed at with the largest number of joins, what was measured, and whether that reaches it."""
-    burst, sustained, stopped = (results(run, case).get(GOAL_COUNT) for case in CASES)
-    if burst is None:
+    if not results(run, "ipv4", "burst").get(GOAL_COUNT):
         return ""
-    sent = GOAL_COUNT / sustained["sending_s"]
-    resumed = stopped["total_s"] / (1 - run["stopped_after"])
-    rows = [
-        ("entries of 100 000 joins, from the first report to the last entry", f"{GOAL_BURST_S} s",
-         f"{burst['total_s']:.2f} s", burst["total_s"] <= GOAL_BURST_S),
-        ("joins a second, none lost", number(GOAL_RATE), number(sent), sent >= 0.995 * GOAL_RATE),
-        ("99 of 100 joins at that rate, from report to entry", f"{GOAL_P99_MS} ms",
-         f"{sustained['latency_ms']['99']:.1f} ms", sustained["latency_ms"]["99"] < GOAL_P99_MS),
-        ("after a stop of mribd, for 100 000 joins that waited", f"{GOAL_RESUMED_S} s",
-         f"{resumed:.2f} s", resumed < GOAL_RESUMED_S),
+    aims = [
+        ("entries of 100 000 joins, from the first report to the last entry", f"{GOAL_BURST_S} s"),
+        ("joins a second, none lost", number(GOAL_RATE)),
+        ("99 of 100 joins at that rate, from report to entry", f"{GOAL_P99_MS} ms"),
+        ("after a stop of mribd, for 100 000 joins that waited", f"{GOAL_RESUMED_S} s"),
     ]
-    return table(["", "aim", "measured", "reached"],
-                 [[what, aim, found, "yes" if reached else "no"] for what, aim, found, reached in rows])
+    measured = zip(*(reached(run, family) for family in FAMILIES))
+    return table(["", "aim", *FAMILIES.values(), "reached"],
+                 [[*aim, *(text for text, _ in row), "yes" if all(good for _, good in row) else "no"]
+                  for aim, row in zip(aims, measured)])
+
+
+def processor(one):
+    return [f"{one['processor_s'][name]:.2f}" for name in ("gmpd", "mribd")]
+
+
+def memory(one):
+    return [f"{one['high_water_kib'][name] / 1024:.1f}" for name in ("gmpd", "mribd")]
 
 
 def burst_table(run):
-    return table(["joins", "reports", "first entry (ms)", "last entry (s)", "entries a second",
-                  "processor, gmpd (s)", "processor, mribd (s)"],
-                 [[number(count), number(one["reports"]), f"{one['first_ms']:.1f}", f"{one['total_s']:.3f}",
-                   number(count / one["total_s"]), f"{one['processor_s']['gmpd']:.2f}",
-                   f"{one['processor_s']['mribd']:.2f}"] for count, one in results(run, "burst").items()])
+    return result_table(run, "burst", ["reports", "first entry (ms)", "last entry (s)", "entries a second",
+                                       "processor, gmpd (s)", "processor, mribd (s)"],
+                        lambda count, one: [number(one["reports"]), f"{one['first_ms']:.1f}", f"{one['total_s']:.3f}",
+                                            number(count / one["total_s"]), *processor(one)])
 
 
 def latency_table(run):
-    return table(["joins", "p50 (ms)", "p90 (ms)", "p99 (ms)", "p99.9 (ms)", "longest (ms)",
-                  "processor, gmpd (s)", "processor, mribd (s)"],
-                 [[number(count), *(f"{one['latency_ms'][part]:.2f}" for part in ("50", "90", "99", "99.9", "100")),
-                   f"{one['processor_s']['gmpd']:.2f}", f"{one['processor_s']['mribd']:.2f}"]
-                  for count, one in results(run, "sustained").items()])
+    return result_table(run, "sustained", ["p50 (ms)", "p90 (ms)", "p99 (ms)", "p99.9 (ms)", "longest (ms)",
+                                           "processor, gmpd (s)", "processor, mribd (s)"],
+                        lambda count, one: [*(f"{one['latency_ms'][part]:.2f}"
+                                              for part in ("50", "90", "99", "99.9", "100")), *processor(one)])
 
 
 def stopped_table(run):
-    return table(["joins", "last entry after it went on (s)", "connections to mribd", "gmpd (MiB)", "mribd (MiB)"],
-                 [[number(count), f"{one['total_s']:.3f}", number(one["connects"]),
-                   *(f"{one['high_water_kib'][name] / 1024:.1f}" for name in ("gmpd", "mribd"))]
-                  for count, one in results(run, "stopped").items()])
+    return result_table(run, "stopped", ["last entry after it went on (s)", "connections to mribd", "gmpd (MiB)",
+                                         "mribd (MiB)"],
+                        lambda count, one: [f"{one['total_s']:.3f}", number(one["connects"]), *memory(one)])
 
 
 def memory_table(run):
-    rows = []
-    for result in run["results"]:
-        one = result["median"]
-        rows.append([result["case"], number(result["count"]), number(one["records"]), number(one["datagrams"]),
-                     *(f"{one['high_water_kib'][name] / 1024:.1f}" for name in ("gmpd", "mribd"))])
-    return table(["case", "joins", "records", "datagrams", "gmpd (MiB)", "mribd (MiB)"], rows)
+    rows = [[FAMILIES[result["family"]], result["case"], number(result["count"]), number(result["median"]["records"]),
+             number(result["median"]["datagrams"]), *memory(result["median"])] for result in run["results"]]
+    return table(["family", "case", "joins", "records", "datagrams", "gmpd (MiB)", "mribd (MiB)"], rows, words=2)
 
 
 def busy(machine):
@@ -100,18 +119,19 @@ Written by `{run['command']}` on {run['date']}, from `build/scale.json`; a run r
 {machine['compiler']}.
 Rounds of each case, of which the median counts: {run['rounds']}, each with daemons just started.
 {busy(machine)}
-A host's IGMPv3 reports join groups, each with a source of its own by name; `gmpd` hears them, tells `mribd` over the
-channel, and `mribd` gives the kernel a forwarding entry for each. The sender, the listener to the kernel's
-notifications and both daemons share the machine's processors. A time begins before the system call that sends a report
-and ends when the notification of the entry was read. After each round the kernel and `mcastctl show routes` had every
-entry that was asked for, and no other: otherwise the run fails and writes nothing.
+A host's IGMPv3 or MLDv2 reports join groups, each with a source of its own by name; the family's `gmpd` hears them,
+tells `mribd` over the channel, and `mribd` gives the kernel a forwarding entry for each. The sender, the listener to
+the kernel's notifications and both daemons share the machine's processors. A time begins before the system call that
+sends a report and ends when the notification of the entry was read. After each round the kernel and `mcastctl show
+routes` had every entry that was asked for, and no other: otherwise the run fails and writes nothing.
 
 ![Times over the number of joins](scale.svg)
 
 {goals(run)}
 ## As fast as reports can be sent
 
-{run['records']} joins in a report.
+As many joins in a report as a packet of 1500 bytes takes, which are {run['records']['ipv4']} of IPv4 or
+{run['records']['ipv6']} of IPv6.
 
 {burst_table(run)}
 ## {number(run['rate'])} joins a second
@@ -166,10 +186,10 @@ class Panel:
     def rule(x1, y1, x2, y2, colour="#dddddd", more=""):
         return f'<line x1="{x1:.1f}" y1="{y1:.1f}" x2="{x2:.1f}" y2="{y2:.1f}" stroke="{colour}"{more}/>'
 
-    def curve(self, values, name, colour):
+    def curve(self, values, name, colour, more=""):
         points = [(self.x(count), self.y(value)) for count, value in values.items()]
         path = " ".join(f"{x:.1f},{y:.1f}" for x, y in points)
-        self.parts.append(f'<polyline points="{path}" fill="none" stroke="{colour}" stroke-width="2"/>')
+        self.parts.append(f'<polyline points="{path}" fill="none" stroke="{colour}" stroke-width="2"{more}/>')
         self.parts += [f'<circle cx="{x:.1f}" cy="{y:.1f}" r="3.5" fill="{colour}"/>' for x, y in points]
         self.names.append((points[-1][1] + 4, name, colour))
 
@@ -193,23 +213,32 @@ def span(curves, *aims):
     return math.log10(min(values)), math.log10(max(values))
 
 
+def family_curves(run, case, figure, name):
+    """The figure over the number of joins, by what its curve is called and how it is drawn."""
+    return [({count: figure(one) for count, one in results(run, family, case).items()}, f"{name}, {FAMILIES[family]}",
+             dashes) for family, dashes in (("ipv4", ""), ("ipv6", ' stroke-dasharray="7 4"'))]
+
+
+def panel(left, title, unit, curves, aim, aim_name):
+    values = [curve for group, _ in curves for curve, _, _ in group]
+    drawn = Panel(left, title, unit, list(values[0]), *span(values, aim))
+    for group, colour in curves:
+        for curve, name, dashes in group:
+            drawn.curve(curve, name, colour, dashes)
+    drawn.aim(aim, aim_name)
+    return drawn.drawn()
+
+
 def drawing(run):
-    counts = list(results(run, "burst"))
-    burst = {count: one["total_s"] for count, one in results(run, "burst").items()}
-    stopped = {count: one["total_s"] for count, one in results(run, "stopped").items()}
-    parts = {name: {count: one["latency_ms"][part] for count, one in results(run, "sustained").items()}
-             for name, part in (("longest", "100"), ("p99", "99"), ("p50", "50"))}
-    times = Panel(70, "From the first report to the last entry", " s", counts, *span([burst, stopped], GOAL_BURST_S))
-    times.curve(burst, "burst", BLUE)
-    times.curve(stopped, "after a stop", ORANGE)
-    times.aim(GOAL_BURST_S, "aim for 100 000: 2 s")
-    waits = Panel(600, f"From a report to its entry, {number(run['rate'])} joins a second", " ms", counts,
-                  *span(parts.values(), GOAL_P99_MS))
-    for (name, values), colour in zip(parts.items(), (GREEN, ORANGE, BLUE)):
-        waits.curve(values, name, colour)
-    waits.aim(GOAL_P99_MS, "aim for p99: 50 ms")
+    times = [(family_curves(run, case, lambda one: one["total_s"], name), colour)
+             for case, name, colour in (("burst", "burst", BLUE), ("stopped", "after a stop", ORANGE))]
+    waits = [(family_curves(run, "sustained", lambda one, part=part: one["latency_ms"][part], f"p{part}"), colour)
+             for part, colour in (("99", ORANGE), ("50", BLUE))]
+    parts = [*panel(70, "From the first report to the last entry", " s", times, GOAL_BURST_S, "aim for 100 000: 2 s"),
+             *panel(600, f"From a report to its entry, {number(run['rate'])} joins a second", " ms", waits,
+                    GOAL_P99_MS, "aim for p99: 50 ms")]
     return "\n".join(['<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 1010 350" width="1010" height="350">',
-                      '<rect width="100%" height="100%" fill="white"/>', *times.drawn(), *waits.drawn(), "</svg>", ""])
+                      '<rect width="100%" height="100%" fill="white"/>', *parts, "</svg>", ""])
 
 
 def write(run, folder):
