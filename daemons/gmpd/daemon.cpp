@@ -192,8 +192,9 @@ private:
     }
     ProcessStatus process()
     {
-        return ProcessStatus{mrib_.connected(),        mrib_.connects(),          mrib_.pending(),
-                             receiver_.kernel_drops(), mrib_.policy().replayed(), users()};
+        return ProcessStatus{
+            mrib_.connected(),        mrib_.connects(),          mrib_.pending(), mrib_.held(),
+            receiver_.kernel_drops(), mrib_.policy().replayed(), users()};
     }
 
     const mcastd::Options &options_;

@@ -33,6 +33,13 @@ void trace_told(const Interface &interface, const Address &group, const Address 
           interface.index);
 }
 
+void send_member(const MemberChange &change)
+{
+    MRIB_GMP_SendGmpJoinPrune(&change.key, change.if_index, &change.group, &change.source,
+                              change.join ? mcastd::MEMBERSHIP_JOIN : mcastd::MEMBERSHIP_PRUNE,
+                              change.blocked ? mcastd::MEMBERSHIP_EXCLUDE : mcastd::MEMBERSHIP_PLAIN);
+}
+
 } // namespace
 
 MribLink::MribLink(Router &router, mcastd::Reactor &reactor)
@@ -59,11 +66,15 @@ bool MribLink::open()
 void MribLink::flush()
 {
     policy_.apply_changes();
+    if (held_.size() != 0 && MRIB_GMP_IsConnectionBusy() == 0) {
+        held_.release(send_member);
+    }
     channel_.flush();
 }
 
 void MribLink::tell_all()
 {
+    held_.clear();
     for (const auto &[index, interface] : router_.interfaces) {
         if (interface->running) {
             tell_running(*interface, true);
@@ -99,6 +110,7 @@ void MribLink::tell_running(const Interface &interface, bool running)
     if (!running) {
         const MRIB_MEMBER_SELECTOR_S every_member{};
 
+        held_.forget(interface.index);
         MRIB_GMP_SendDeleteIfMember(&key, interface.index, &every_member);
     }
     MRIB_GMP_SendGmpEnableAlert(&key, interface.index, running ? mcastd::GMP_ENABLED : mcastd::GMP_DISABLED,
@@ -121,17 +133,24 @@ void MribLink::tell_querier(const Interface &interface, bool elected)
 void MribLink::tell_member(const Interface &interface, const Address &group, const Address *source, bool join,
                            bool blocked)
 {
-    const MRIB_GMP_VRF_KEY_S key = key_of(interface);
-
     if (!channel_.connected()) {
         return;
     }
     if (mcastd::tracing(TraceCategory::Channel)) {
         trace_told(interface, group, source, join, blocked);
     }
-    MRIB_GMP_SendGmpJoinPrune(&key, interface.index, &group, source,
-                              join ? mcastd::MEMBERSHIP_JOIN : mcastd::MEMBERSHIP_PRUNE,
-                              blocked ? mcastd::MEMBERSHIP_EXCLUDE : mcastd::MEMBERSHIP_PLAIN);
+    const MemberChange change{key_of(interface),
+                              interface.index,
+                              group,
+                              source == nullptr ? any_address(group.family) : *source,
+                              join,
+                              blocked};
+
+    if (MRIB_GMP_IsConnectionBusy() == 0 || !held_.hold(change)) {
+        send_member(change);
+    } else {
+        trace(TraceCategory::Channel, interface, "the MRIB process is busy: held back");
+    }
 }
 
 } // namespace gmpd

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "daemons/common/mrib_channel.h"
+#include "daemons/gmpd/held_members.h"
 #include "daemons/gmpd/interface.h"
 #include "daemons/gmpd/mrib_policy.h"
 #include "daemons/gmpd/user_table.h"
@@ -31,6 +32,7 @@ public:
     // Appends records; see Outputs. Without a connection nothing happens: a new one begins with everything.
     void tell_running(const Interface &interface, bool running);
     void tell_querier(const Interface &interface, bool elected);
+    // While the process is busy a change of a membership waits until flush finds that it no longer is.
     void tell_member(const Interface &interface, const Address &group, const Address *source, bool join,
                      bool blocked);
 
@@ -62,12 +64,19 @@ public:
         return channel_.pending();
     }
 
+    // Membership changes that wait for the process to be no longer busy.
+    size_t held() const
+    {
+        return held_.size();
+    }
+
 private:
     void tell_all();
 
     Router &router_;
     MribPolicy policy_;
     mcastd::MribChannel channel_;
+    HeldMembers held_;
 };
 
 } // namespace gmpd

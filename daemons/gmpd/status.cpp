@@ -129,6 +129,7 @@ std::string status_text(const Router &router, const ProcessStatus &process)
     json.truth("mrib_connected", process.mrib_connected);
     json.number("mrib_connects", process.mrib_connects);
     json.number("mrib_pending_messages", process.mrib_pending);
+    json.number("mrib_held_changes", process.mrib_held);
     json.truth("mrib_replayed", process.mrib_replayed);
     json.number("packets_lost_in_kernel", process.kernel_drops);
     json.open("interfaces", '[');

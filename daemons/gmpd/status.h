@@ -19,6 +19,7 @@ struct ProcessStatus {
     bool mrib_connected = false;
     uint64_t mrib_connects = 0;
     uint32_t mrib_pending = 0;          // messages that wait for the channel
+    size_t mrib_held = 0;               // changes that wait while it is busy
     uint64_t kernel_drops = 0;          // packets lost before they were read
     bool mrib_replayed = false;         // it has said all that it had to say
     const UserService *users = nullptr; // NULL without user authentication

@@ -125,7 +125,7 @@ TEST(GmpdStatus, ShowsGroupsSourcesTimersAndCounters)
     lab.record(RecordType::IsExclude, {1, 2});
     lab.record(RecordType::Allow, {2});
     lab.interface->counters[Count::RouterAlert] = 3;
-    const std::string text = status_text(lab.router, ProcessStatus{true, 2, 0, 5});
+    const std::string text = status_text(lab.router, ProcessStatus{true, 2, 0, 0, 5});
 
     for (const char *part :
          {"\"family\": \"ipv4\"", "\"mrib_connected\": true", "\"packets_lost_in_kernel\": 5",

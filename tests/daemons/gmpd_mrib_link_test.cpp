@@ -12,6 +12,7 @@
 
 #include "daemons/common/descriptor.h"
 #include "daemons/gmpd/mrib_link.h"
+#include "mcast/mrib_message.h"
 #include "mcast/mrib_wire.h"
 #include "platform/local_socket.h"
 #include "tests/daemons/gmpd_lab.h"
@@ -60,6 +61,17 @@ public:
     void hang_up()
     {
         client_ = Descriptor();
+    }
+    // Says how busy the process is; 0 is not at all.
+    void say_busy(uint16_t value)
+    {
+        uint8_t message[64];
+        uint32_t used = MRIB_MsgReset(message, 0);
+        auto *record = static_cast<MRIB_FLOW_CONTROL_S *>(MRIB_MsgAppend(
+            message, &used, sizeof(message), MRIB_TLV_FLOW_CONTROL, sizeof(MRIB_FLOW_CONTROL_S)));
+
+        record->busy = value;
+        EXPECT_EQ(send(client_.get(), message, used, 0), static_cast<ssize_t>(used));
     }
     // The records that have arrived, joined by blanks; their number alone when that is all that matters.
     std::string records()
@@ -285,4 +297,92 @@ TEST_F(GmpdMribLink, ALostRecordStartsTheConnectionOver)
     link->flush();
     peer.accept_one();
     EXPECT_EQ(peer.records(), std::string(BEGIN) + "join 1<0");
+}
+
+TEST_F(GmpdMribLink, ABusyProcessIsToldTheLastWordsOnceItIsNot)
+{
+    Peer peer;
+    const Address group = lab->group(1);
+    const Address source = lab->source(9);
+
+    ASSERT_TRUE(link->open());
+    link->flush();
+    peer.accept_one();
+    peer.records();
+    peer.say_busy(2);
+    run();
+    link->tell_member(*lab->interface, group, &source, true, true);
+    link->tell_member(*lab->interface, group, nullptr, true, false);
+    link->tell_member(*lab->interface, group, &source, true, false);
+    link->tell_member(*lab->interface, group, &source, false, true);
+    run();
+    EXPECT_EQ(peer.records(), "");
+    EXPECT_EQ(link->held(), 3u);
+    peer.say_busy(0);
+    run();
+    EXPECT_EQ(peer.records(), "join 1<0 join 1<9 prune-exclude 1<9");
+    EXPECT_EQ(link->held(), 0u);
+    link->tell_member(*lab->interface, group, nullptr, false, false);
+    run();
+    EXPECT_EQ(peer.records(), "prune 1<0");
+}
+
+TEST_F(GmpdMribLink, WhatIsHeldOfAnInterfaceThatStopsIsForgotten)
+{
+    Peer peer;
+    const Address group = lab->group(1);
+
+    ASSERT_TRUE(link->open());
+    link->flush();
+    peer.accept_one();
+    peer.records();
+    peer.say_busy(1);
+    run();
+    link->tell_member(*lab->interface, group, nullptr, true, false);
+    interface_stop(*lab->interface);
+    run();
+    EXPECT_EQ(peer.records(), "13 1=0");
+    peer.say_busy(0);
+    run();
+    EXPECT_EQ(peer.records(), "");
+}
+
+TEST_F(GmpdMribLink, ANewConnectionBeginsWithEverythingInsteadOfWhatWasHeld)
+{
+    Peer peer;
+
+    ASSERT_TRUE(link->open());
+    link->flush();
+    peer.accept_one();
+    peer.say_busy(1);
+    run();
+    lab->old_report(2);
+    run();
+    EXPECT_EQ(link->held(), 1u);
+    peer.hang_up();
+    run();
+    lab->pass(1);
+    link->flush();
+    peer.accept_one();
+    EXPECT_EQ(peer.records(), std::string(BEGIN) + "join 1<0");
+    EXPECT_EQ(link->held(), 0u);
+}
+
+TEST(HeldMembers, WishesBeyondTheLimitAreNotHeld)
+{
+    HeldMembers held;
+    MemberChange change{};
+
+    for (uint32_t i = 0; i < HeldMembers::LIMIT; ++i) {
+        change.if_index = i;
+        ASSERT_TRUE(held.hold(change));
+    }
+    EXPECT_TRUE(held.hold(change)) << "the last word of a wish that has its place";
+    change.blocked = true;
+    EXPECT_FALSE(held.hold(change));
+    EXPECT_EQ(held.size(), HeldMembers::LIMIT);
+    held.forget(7);
+    EXPECT_TRUE(held.hold(change));
+    held.clear();
+    EXPECT_EQ(held.size(), 0u);
 }

@@ -79,6 +79,23 @@ class FlowControl(unittest.TestCase):
             wait_for(lambda c=one: "busy 0" in c.view(), "the value taken back")
             self.assertEqual(one.stop(), 0)
 
+    def test_gmpd_holds_joins_back_while_mribd_is_busy(self):
+        def held():
+            return json.loads(self.network.gmpd["ipv4"].status())["mrib_held_changes"]
+
+        wire = Wire(self.network.hosts["red"], "eth0")
+        self.configure("[mribd]\nflow_control = { ipv4 = 1 }\n")
+
+        def held_back():
+            wire.send(packet(report("ipv4", record(IS_EX, "239.60.0.1")), NEIGHBOUR, ALL_REPORTS["ipv4"]), "ipv4")
+            return held() == 1
+
+        wait_for(held_back, "the join being held back")
+        self.assertNotIn("239.60.0.1", self.network.mribd.status())
+        self.configure("")
+        wait_for(lambda: "239.60.0.1" in self.network.mribd.status(), "the join that was held back")
+        self.assertEqual(held(), 0)
+
     def test_a_client_that_does_not_read_has_the_last_word_in_the_end(self):
         gmpd, wire = self.network.gmpd["ipv4"], Wire(self.network.hosts["red"], "eth0")
         before = self.restarts()
