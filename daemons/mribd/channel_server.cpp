@@ -34,12 +34,18 @@ ChannelServer::ChannelServer(mcastd::Reactor &reactor, const Backend &backend)
             client.session->tell_local_source(change);
         }
     });
+    backend_.msdp.on_request([this](const MCAST_ADDR_S &group) {
+        for (auto &[fd, client] : clients_) {
+            client.session->tell_request(group);
+        }
+    });
 }
 
 ChannelServer::~ChannelServer()
 {
     router_.on_designated_router(nullptr);
     backend_.msdp.on_local_source(nullptr);
+    backend_.msdp.on_request(nullptr);
     while (!clients_.empty()) {
         drop(clients_.begin()->first, nullptr);
     }

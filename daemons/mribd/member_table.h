@@ -54,7 +54,7 @@ public:
     // The interfaces that want packets of (source, group), ascending, each once.
     std::vector<uint32_t> receivers(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const;
 
-    // Whether a client joined exactly this source of the group.
+    // Whether a client joined exactly this source of the group, or any source when that is the address.
     bool has_source_join(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const;
 
     uint32_t group_count() const;

@@ -34,6 +34,18 @@ void MsdpExchange::on_local_source(std::function<void(const LocalSource &)> told
     told_ = std::move(told);
 }
 
+void MsdpExchange::on_request(std::function<void(const MCAST_ADDR_S &group)> requested)
+{
+    requested_ = std::move(requested);
+}
+
+void MsdpExchange::group_wanted(const MCAST_ADDR_S &group) const
+{
+    if (requested_ && instances_.at(PUBLIC_INSTANCE).request_enable.enable) {
+        requested_(group);
+    }
+}
+
 void MsdpExchange::tell_all(uint32_t rp_be, bool present) const
 {
     if (!told_) {

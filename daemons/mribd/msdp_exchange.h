@@ -40,6 +40,13 @@ public:
 
     void on_local_source(std::function<void(const LocalSource &)> told);
 
+    // Called with a group of the public instance about whose sources the MSDP daemon is to ask its peers.
+    void on_request(std::function<void(const MCAST_ADDR_S &group)> requested);
+
+    // Somebody joined any source of a group that nobody had joined so. Asked about while requests are
+    // enabled.
+    void group_wanted(const MCAST_ADDR_S &group) const;
+
     // Takes over the rendezvous point; a change of it is told as removals and additions. What was reported
     // for instances that the configuration does not know any more is forgotten.
     void configure(const Config &config);
@@ -107,6 +114,7 @@ private:
     std::map<uint16_t, Instance> instances_;
     std::array<ClientId, static_cast<size_t>(Bracket::Count)> owners_{}; // of the open brackets, 0: none
     std::function<void(const LocalSource &)> told_;
+    std::function<void(const MCAST_ADDR_S &group)> requested_;
     uint64_t refused_ = 0;
     uint64_t swept_ = 0;
 };

@@ -286,9 +286,13 @@ bool Session::take_join_prune(const MRIB_RECORD_S &record)
     } else {
         trace_channel("client %u: %s (%M, %N) on %P", id_, what, &source, &group, value->if_index);
     }
+    const bool begins = join && is_any(source) && !router_.members().has_source_join(group, source);
     const auto result =
         router_.set_member(id_, value->if_index, group, source,
                            exclude ? MemberTable::Kind::Block : MemberTable::Kind::Join, join);
+    if (begins && router_.family() == MCAST_FAMILY_IPV4 && result == MemberTable::Result::Changed) {
+        msdp_.group_wanted(group);
+    }
     return result != MemberTable::Result::NoMemory;
 }
 

@@ -111,6 +111,10 @@ public:
 
     void tell_local_source(const MsdpExchange::LocalSource &change);
 
+    // Has an MSDP daemon ask its peers about the group. Left out while much waits for the client: peers
+    // announce what they have again and again.
+    void tell_request(const MCAST_ADDR_S &group);
+
     // Sends the state of the instances to a client that keeps the view, and has every client that is told
     // anything ask for the rest. Also what takes an outbox into use again that overflowed, once the socket
     // takes messages.

@@ -9,7 +9,8 @@ namespace mribd
 namespace
 {
 
-// Messages of a replay that wait at most; far below the outbox's bound, which other records need too.
+// Messages that may wait before a replay or a request adds to them; far below the outbox's bound, which other
+// records need too.
 constexpr size_t REPLAY_WAITING = 8;
 
 Bracket bracket_of(uint16_t type)
@@ -47,6 +48,19 @@ void Session::tell_local_source(const MsdpExchange::LocalSource &change)
                       change.present ? "is there" : "is gone");
         put_local_source(change, outbox_);
     }
+}
+
+void Session::tell_request(const MCAST_ADDR_S &group)
+{
+    if (!wants(MRIB_CAP_MSDP_REMOTE_SRC) || outbox_.message_count() > REPLAY_WAITING) {
+        return;
+    }
+    trace_channel("client %u: asked for the sources of %N", id_, &group);
+    MRIB_MSDP_REQ_REMOTE_SRC_S record{};
+    record.family = MCAST_FAMILY_IPV4;
+    record.vrf_index = PUBLIC_INSTANCE;
+    std::memcpy(&record.group_be, group.address, sizeof(record.group_be));
+    outbox_.put(MRIB_TLV_MSDP_REQ_REMOTE_SRC, record);
 }
 
 bool Session::continue_replay()

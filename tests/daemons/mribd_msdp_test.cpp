@@ -119,6 +119,34 @@ TEST_F(MsdpTest, DisabledInstanceHasNoLocalSources)
     EXPECT_EQ(told, (List{"+10.1.0.1 rp 1", "-10.1.0.1 rp 1", "+10.1.0.1 rp 1"}));
 }
 
+TEST_F(MsdpTest, TheFirstJoinOfAnySourceIsAskedAboutWhileRequestsAreEnabled)
+{
+    Session other{2, clients.backend, counters};
+    const auto asked = [&] { return types_of(take_all(session.outbox())); };
+    const auto report = [&](uint8_t join, const std::string &group, const std::string &source) {
+        const auto bytes = Message().add_register(FAMILY).add_join(FAMILY, 2, group, source, join).bytes();
+        EXPECT_TRUE(other.take_message(bytes.data(), bytes.size(), false));
+    };
+
+    clients.msdp.on_request([this](const MCAST_ADDR_S &group) { session.tell_request(group); });
+    take(Message().add_register(FAMILY, MRIB_CAP_BASE | MRIB_CAP_MSDP_REMOTE_SRC));
+    asked();
+    report(1, "239.1.1.1", "0.0.0.0");
+    EXPECT_EQ(asked(), std::vector<uint16_t>{}) << "not enabled";
+    take(Message().add(MRIB_TLV_MSDP_REQ_SA_ENABLE, MRIB_MSDP_ENABLE_S{FAMILY, 0, 0, 1, {}}));
+    report(1, "239.1.1.1", "0.0.0.0");
+    report(1, "239.1.1.2", "10.1.0.1");
+    EXPECT_EQ(asked(), std::vector<uint16_t>{}) << "joined before, or by name";
+    report(1, "239.1.1.2", "0.0.0.0");
+    const auto records = take_all(session.outbox());
+    ASSERT_EQ(types_of(records), std::vector<uint16_t>{MRIB_TLV_MSDP_REQ_REMOTE_SRC});
+    EXPECT_EQ(records[0].value, (std::vector<uint8_t>{0, 0, 2, 0, 0, 0, 0, 0, 239, 1, 1, 2}));
+    report(0, "239.1.1.2", "0.0.0.0");
+    report(1, "239.1.1.2", "0.0.0.0");
+    EXPECT_EQ(asked(), std::vector<uint16_t>{MRIB_TLV_MSDP_REQ_REMOTE_SRC}) << "the first again";
+    clients.msdp.on_request(nullptr);
+}
+
 TEST_F(MsdpTest, LocalSourceRecordIsLaidOutForTheClient)
 {
     clients.configure(WITH_RP);

@@ -6,12 +6,13 @@ wants.
     speaker 10.8.0.2 -+   +------ 10.0.13.0/24 ---- c -+ 10.0.23.0/24
 """
 
+import json
 import os
 import socket
 import struct
 import unittest
 
-from lab import HERE, Host, Process, Sender, link, wait_for
+from lab import HERE, Host, Process, Receiver, Sender, link, wait_for
 from msdp_topology import MsdpRouter, peer
 
 SOURCE, GROUP = "10.1.0.2", "239.1.1.1"
@@ -31,12 +32,16 @@ action = "permit"
 """
 
 
-def announcement(originator, *pairs):
-    """A source active message."""
+def announcement(originator, *pairs, kind=1):
+    """A source active message; of kind 3 the response to a request."""
     value = bytes([len(pairs)]) + socket.inet_aton(originator)
     for source, group in pairs:
         value += bytes([0, 0, 0, 32]) + socket.inet_aton(group) + socket.inet_aton(source)
-    return struct.pack(">BH", 1, len(value) + 3) + value
+    return struct.pack(">BH", kind, len(value) + 3) + value
+
+
+def request(group):
+    return struct.pack(">BHB4s", 2, 8, 0, socket.inet_aton(group))
 
 
 class PeersTest(unittest.TestCase):
@@ -108,12 +113,13 @@ class PeersTest(unittest.TestCase):
         return {group for _, group in router.cache() if group.startswith(network)}
 
     def test_a_source_reaches_the_mesh_once(self):
-        Sender(self.source, "eth0", [GROUP])
+        sender = Sender(self.source, "eth0", [GROUP])
         self.b.learns(SOURCE, GROUP, "10.0.12.1", "10.0.12.1")
         self.c.learns(SOURCE, GROUP, "10.0.12.1", "10.0.13.1")
         self.assertEqual(self.b.count("10.0.23.3", "received_entries"), 0)
         self.assertEqual(self.c.count("10.0.23.2", "received_entries"), 0)
         self.assertIn(f"remote source ({SOURCE}, {GROUP}): instance 0, entry 0", self.c.remote_sources())
+        sender.stop()
 
     def test_what_comes_from_outside_reaches_the_mesh_once(self):
         self.speak(announcement(SPEAKER, ("192.0.2.1", "239.2.0.1")))
@@ -162,6 +168,43 @@ class PeersTest(unittest.TestCase):
         self.configure(filter_in=3001)
         self.a.reload()
         wait_for(lambda: told not in self.a.remote_sources(), "mribd told that the filter denies it")
+
+    def test_a_host_that_joins_has_the_peers_asked(self):
+        wanted, unasked = "239.7.0.1", "239.7.0.2"
+        gmpd = self.a.start_gmpd("ipv4", "--interface", "src", "--query-response-interval", "1")
+        wait_for(lambda: json.loads(gmpd.status())["mrib_replayed"], "gmpd ready")
+        self.configure(sa_request=True)
+        self.a.reload()
+        speaker = self.speak(announcement(SPEAKER, ("192.0.2.1", wanted), kind=3))
+        self.a.learns("192.0.2.1", wanted, SPEAKER, SPEAKER)
+        wait_for(lambda: "requests enabled" in self.a.mribd.status(), "mribd told that a peer is to be asked")
+        receiver = Receiver(self.source, "eth0", wanted)
+        wait_for(lambda: request(wanted).hex() in speaker.output(), "the question about the group")
+        receiver.leave()
+        self.silence()
+        # Who is not to be asked is not, and his answers do not count.
+        self.configure()
+        self.a.reload()
+        wait_for(lambda: "requests enabled" not in self.a.mribd.status(), "mribd told that nobody is to be asked")
+        speaker = self.speak(announcement(SPEAKER, ("192.0.2.1", unasked), kind=3))
+        wait_for(lambda: self.a.count(SPEAKER, "ignored_response_not_asked_for") == 1, "the answer ignored")
+        receiver = Receiver(self.source, "eth0", unasked)
+        wait_for(lambda: f"member (*, {unasked})" in self.a.mribd.status(), "the join at mribd")
+        self.assertNotIn(request(unasked).hex(), speaker.output())
+        self.assertEqual(self.groups(self.a, unasked), set())
+        receiver.leave()
+        self.assertEqual(gmpd.stop(), 0)
+
+    def test_a_request_is_answered_with_what_is_known(self):
+        group, unknown = "239.8.0.1", "239.8.0.9"
+        sender = Sender(self.source, "eth0", [group])
+        self.b.learns(SOURCE, group, "10.0.12.1", "10.0.12.1")
+        speaker = self.speak(request(group), request(unknown))
+        answer = announcement("10.0.12.1", (SOURCE, group), kind=3)
+        wait_for(lambda: answer.hex() in speaker.output(), "the answer")
+        wait_for(lambda: self.a.count(SPEAKER, "received_requests") == 2, "the other question")
+        self.assertNotIn(socket.inet_aton(unknown).hex(), speaker.output())
+        sender.stop()
 
     def test_malformed_bytes_end_the_connection(self):
         good = announcement(SPEAKER, ("192.0.2.1", "239.5.0.1"))
