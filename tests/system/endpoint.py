@@ -4,9 +4,9 @@ endpoint.py send INTERFACE [--rate N] [--source ADDRESS] GROUP...
 endpoint.py receive INTERFACE GROUP [--source ADDRESS] [--port N]
 endpoint.py join INTERFACE GROUP [--count N]
 
-The receiver prints, ten times a second while packets arrive, one JSON object: packets by source address, and as
-"repeated" how many bore a number that had come before from their source, if any did. With
-a source it joins that source only. On SIGTERM it leaves by closing its socket. join is for many groups: it joins
+The receiver prints, ten times a second while packets arrive, one JSON object: packets by source address; as
+"repeated" how many bore a number that had come before from their source, if any did; as "missed" how many numbers
+were left out between the first and the last of a source, if any were. With a source it joins that source only. On SIGTERM it leaves by closing its socket. join is for many groups: it joins
 COUNT of them from GROUP on, says so, and takes no packets.
 """
 
@@ -79,7 +79,7 @@ def receive(arguments):
         endpoint.setsockopt(level, MCAST_JOIN_GROUP, head + storage(group))
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
     counts = {}
-    seen = set()
+    flows = {}
     printed = 0.0
     endpoint.settimeout(0.2)
     while True:
@@ -87,13 +87,18 @@ def receive(arguments):
             packet, sender = endpoint.recvfrom(2048)
             source = sender[0].split("%")[0]
             counts[source] = counts.get(source, 0) + 1
-            if (sender, packet) in seen:
+            number = int(packet.split()[-1])
+            numbers = flows.setdefault(sender, set())
+            if number in numbers:
                 counts["repeated"] = counts.get("repeated", 0) + 1
-            seen.add((sender, packet))
+            numbers.add(number)
         except socket.timeout:
             pass
         now = time.monotonic()
         if now - printed >= 0.1:
+            missed = sum(max(numbers) - min(numbers) + 1 - len(numbers) for numbers in flows.values())
+            if missed:
+                counts["missed"] = missed
             print(json.dumps(counts), flush=True)
             printed = now
 

@@ -222,11 +222,15 @@ class Receiver:
 
     def counts(self):
         """Packets so far by source address."""
-        return {source: count for source, count in self.said().items() if source != "repeated"}
+        return {source: count for source, count in self.said().items() if source not in ("repeated", "missed")}
 
     def repeated(self):
         """How many of them had come before."""
         return self.said().get("repeated", 0)
+
+    def missed(self):
+        """How many packets did not come though later ones of their source did."""
+        return self.said().get("missed", 0)
 
     def said(self):
         lines = [line for line in self.process.output().splitlines() if line.endswith("}")]

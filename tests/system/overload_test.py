@@ -1,6 +1,7 @@
 """Ten thousand groups of each family at once, daemons killed under that load, and a stopped mribd (topology.py).
 
-red's kernel joins the groups and answers for them; blue gets traffic all the time. A stopped mribd with more than
+red's kernel joins the groups and answers for them; packets for some hundreds of them flow, and blue gets traffic all
+the time. A stopped mribd with more than
 8192 messages waiting for it makes gmpd lose one: it starts the connection anew, and the final state is right.
 """
 
@@ -17,6 +18,9 @@ COUNT = 10000
 FIRST = {"ipv4": "239.100.0.0", "ipv6": "ff1e::100:0"}
 # How mribd begins the lines of these groups in its status.
 MEMBERS = {"ipv4": "member (*, 239.100.", "ipv6": "member (*, ff1e::100:"}
+# Of the joined groups those to which the source sends.
+FLOWING = {"ipv4": [f"239.100.1.{number}" for number in range(250)],
+           "ipv6": [f"ff1e::100:1{number:02x}" for number in range(250)]}
 STEADY = ("239.3.0.1", "ff1e::3:1")
 WAITING_LIMIT = 8192
 # A neighbour on red's link without a kernel behind it: nobody answers for its groups.
@@ -52,6 +56,13 @@ class Overload(unittest.TestCase):
         for family in families:
             wait_for(lambda f=family: self.members(f) == count, f"{count} {family} groups at mribd", 60)
 
+    def forwards_the_flowing(self, families=FLOWING):
+        """Every group that packets flow to is in the kernel, with red as its outgoing interface."""
+        for family in families:
+            option = "-4" if family == "ipv4" else "-6"
+            wait_for(lambda o=option: sum("Oifs: red" in line for line in self.network.router.mroute(o)) == 250,
+                     f"every {family} group forwarded to red", 30)
+
     def packets_may_have(self, size):
         """Sets the size of packets on red's link."""
         for host, interface in ((self.network.router, "red"), (self.network.hosts["red"], "eth0")):
@@ -61,12 +72,15 @@ class Overload(unittest.TestCase):
         joins = [Process(self.network.hosts["red"], f"join-{family}", "python3", ENDPOINT, "join", "eth0", first,
                          "--count", str(COUNT)) for family, first in FIRST.items()]
         self.reaches(COUNT)
+        flow = Sender(self.network.hosts["source"], "eth0", [*FLOWING["ipv4"], *FLOWING["ipv6"]], rate=4)
+        self.forwards_the_flowing()
         for receiver in self.steady:
             receiver.grows()
 
         self.network.mribd.kill(signal.SIGKILL)
         self.network.mribd = self.network.router.start_mribd()
         self.reaches(COUNT)
+        self.forwards_the_flowing()
         for receiver in self.steady:
             receiver.grows()
 
@@ -74,6 +88,7 @@ class Overload(unittest.TestCase):
         self.reaches(0, ["ipv4"])
         self.network.gmpd["ipv4"] = self.network.router.start_gmpd("ipv4", *self.network.gmpd_options)
         self.reaches(COUNT, ["ipv4"])
+        self.forwards_the_flowing(["ipv4"])
         self.assertEqual(self.status("ipv4")["packets_lost_in_kernel"], 0)
         for receiver in self.steady:
             receiver.grows()
@@ -81,6 +96,7 @@ class Overload(unittest.TestCase):
         for process in joins:
             process.stop()
         self.reaches(0)
+        flow.stop()
 
     def test_more_than_the_limit_of_messages_waiting_for_a_stopped_mribd(self):
         gmpd, mribd = self.network.gmpd["ipv4"], self.network.mribd
