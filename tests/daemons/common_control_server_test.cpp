@@ -1,0 +1,300 @@
+#include "tests/daemons/control_lab.h"
+
+#include "daemons/common/log.h"
+#include "platform/local_socket.h"
+#include "support/descriptors.h"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace control_test;
+using namespace mcastd;
+
+namespace
+{
+
+// The client's end of a connection that the server serves.
+class Peer
+{
+public:
+    explicit Peer(ControlServer &server)
+    {
+        int fds[2];
+        if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, fds) != 0) {
+            std::abort();
+        }
+        fd_ = fds[0];
+        server_end_ = fds[1];
+        adopt_ = [&server, this] { server.adopt(server_end_); };
+    }
+    ~Peer()
+    {
+        hang_up();
+    }
+    Peer(const Peer &) = delete;
+    Peer &operator=(const Peer &) = delete;
+
+    void connect()
+    {
+        adopt_();
+    }
+    void hang_up()
+    {
+        if (fd_ >= 0) {
+            close(fd_);
+            fd_ = -1;
+        }
+    }
+    void send(const std::vector<uint8_t> &bytes) const
+    {
+        EXPECT_EQ(::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+    }
+    // The status of the reply; nothing without one.
+    std::optional<ControlStatus> status() const
+    {
+        std::vector<uint8_t> bytes(CONTROL_REPLY_MAX);
+        const ssize_t size = recv(fd_, bytes.data(), bytes.size(), 0);
+        ControlReply reply;
+        if (size <= 0 || !decode(std::span(bytes).first(static_cast<size_t>(size)), &reply)) {
+            return std::nullopt;
+        }
+        return reply.status;
+    }
+    bool is_closed() const
+    {
+        char byte;
+        return recv(fd_, &byte, 1, MSG_PEEK) == 0;
+    }
+
+private:
+    int fd_ = -1;
+    int server_end_ = -1;
+    std::function<void()> adopt_;
+};
+
+class ControlServerTest : public testing::Test
+{
+protected:
+    ControlServerTest()
+    {
+        server.registry().add_table(SCHEMA, [](ControlRows &rows) { rows.add(row(1)); });
+    }
+
+    void serve()
+    {
+        for (int i = 0; i < 100; i++) {
+            ASSERT_TRUE(reactor.run_once(0));
+        }
+    }
+
+    uint64_t counter(const std::string &name) const
+    {
+        uint64_t found = UINT64_MAX;
+        server.visit_counters([&](const char *each, uint64_t value) {
+            if (name == each) {
+                found = value;
+            }
+        });
+        return found;
+    }
+
+    Reactor reactor;
+    ControlServer server{reactor};
+};
+
+TEST_F(ControlServerTest, ARequestIsAnsweredAndTheConnectionClosed)
+{
+    Peer peer(server);
+    peer.connect();
+    serve();
+    peer.send(encode(get_next()));
+    serve();
+    EXPECT_EQ(peer.status(), ControlStatus::Done);
+    EXPECT_TRUE(peer.is_closed());
+    EXPECT_EQ(server.connections(), 0u);
+}
+
+TEST_F(ControlServerTest, ARequestThatIsThereAlreadyIsAnsweredAtOnce)
+{
+    Peer peer(server);
+    peer.send(encode(get_next()));
+    peer.connect();
+    EXPECT_EQ(peer.status(), ControlStatus::Done);
+    EXPECT_EQ(server.connections(), 0u);
+}
+
+TEST_F(ControlServerTest, OnlyTheFirstMessageOfAConnectionIsRead)
+{
+    Peer peer(server);
+    for (int i = 0; i < 50; i++) {
+        peer.send({1, 2, 3});
+    }
+    peer.connect();
+    serve();
+    EXPECT_EQ(server.connections(), 0u);
+    EXPECT_EQ(counter("control_requests_malformed"), 1u);
+}
+
+TEST_F(ControlServerTest, AMessageLongerThanAnyRequestIsMalformed)
+{
+    Peer peer(server);
+    std::vector<uint8_t> bytes = encode(get_next());
+    bytes.resize(5000);
+    peer.send(bytes);
+    peer.connect();
+    EXPECT_EQ(peer.status(), ControlStatus::Malformed);
+}
+
+TEST_F(ControlServerTest, WhoHangsUpCostsNothing)
+{
+    Peer silent(server);
+    silent.connect();
+    silent.hang_up();
+    Peer asking(server);
+    asking.send(encode(get_next()));
+    asking.hang_up();
+    asking.connect();
+    serve();
+    EXPECT_EQ(server.connections(), 0u);
+    EXPECT_EQ(counter("control_replies_unsent"), 1u);
+}
+
+TEST_F(ControlServerTest, SilentClientsGiveWayToNewcomersTheOldestFirst)
+{
+    std::vector<std::unique_ptr<Peer>> silent;
+    for (size_t i = 0; i < ControlServer::CONNECTION_LIMIT; i++) {
+        silent.push_back(std::make_unique<Peer>(server));
+        silent.back()->connect();
+    }
+    EXPECT_FALSE(silent[0]->is_closed());
+    Peer newcomer(server);
+    newcomer.connect();
+    EXPECT_EQ(server.connections(), ControlServer::CONNECTION_LIMIT);
+    EXPECT_TRUE(silent[0]->is_closed());
+    EXPECT_FALSE(silent[1]->is_closed());
+    newcomer.send(encode(get_next()));
+    serve();
+    EXPECT_EQ(newcomer.status(), ControlStatus::Done);
+    EXPECT_EQ(counter("control_connections_displaced"), 1u);
+}
+
+TEST_F(ControlServerTest, CountersComeByAscendingName)
+{
+    std::vector<std::string> names;
+    server.visit_counters([&names](const char *name, uint64_t) { names.push_back(name); });
+    EXPECT_FALSE(names.empty());
+    EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+}
+
+constexpr uint16_t PORT = 2299;
+
+// A server on a port of a runtime directory of its own.
+class ControlPortTest : public ControlServerTest
+{
+protected:
+    ControlPortTest()
+    {
+        char path[] = "/tmp/mcastd-control-XXXXXX";
+        directory_ = mkdtemp(path);
+        setenv("MCAST_HOST_RUNTIME_DIR", directory_.c_str(), 1);
+        log_open("test", LogLevel::Error);
+    }
+    ~ControlPortTest() override
+    {
+        unsetenv("MCAST_HOST_RUNTIME_DIR");
+        std::filesystem::remove_all(directory_);
+    }
+
+    static int connect_to_server()
+    {
+        LOCAL_SOCKET_ADDR_S address{};
+        address.family = LOCAL_SOCKET_FAMILY;
+        address.port_be = htons(PORT);
+        address.node = LOCAL_SOCKET_NODE;
+        const int fd = socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM | SOCK_NONBLOCK, LOCAL_SOCKET_PROTOCOL);
+        EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
+        return fd;
+    }
+
+private:
+    std::string directory_;
+};
+
+TEST_F(ControlPortTest, AnswersOnItsPort)
+{
+    ASSERT_TRUE(server.open(PORT));
+    const int fd = connect_to_server();
+    const std::vector<uint8_t> request = encode(get_next());
+    ASSERT_EQ(send(fd, request.data(), request.size(), 0), static_cast<ssize_t>(request.size()));
+    serve();
+    std::vector<uint8_t> bytes(CONTROL_REPLY_MAX);
+    const ssize_t size = recv(fd, bytes.data(), bytes.size(), 0);
+    ASSERT_GT(size, 0);
+    ControlReply reply;
+    ASSERT_TRUE(decode(std::span(bytes).first(static_cast<size_t>(size)), &reply));
+    EXPECT_EQ(reply.rows.size(), 1u);
+    close(fd);
+}
+
+TEST_F(ControlPortTest, ASecondServerOnThePortIsRefused)
+{
+    ASSERT_TRUE(server.open(PORT));
+    ControlServer second(reactor);
+    log_open("test", static_cast<LogLevel>(-1)); // the error is expected
+    EXPECT_FALSE(second.open(PORT));
+}
+
+TEST_F(ControlPortTest, WithoutDescriptorsClientsAreTurnedAwayAndServedAgainLater)
+{
+    ASSERT_TRUE(server.open(PORT));
+    const int fd = connect_to_server();
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{static_cast<rlim_t>(fd + 1), before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    serve();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    char byte;
+    EXPECT_EQ(recv(fd, &byte, 1, 0), 0) << "closed, not left waiting";
+    close(fd);
+    EXPECT_EQ(counter("control_connections_turned_away"), 1u);
+    const int later = connect_to_server();
+    serve();
+    EXPECT_EQ(server.connections(), 1u);
+
+    const int next = connect_to_server();
+    const rlimit few{static_cast<rlim_t>(next + 1), before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    serve();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(recv(later, &byte, 1, 0), 0) << "who is silent gives way";
+    EXPECT_EQ(server.connections(), 1u);
+    EXPECT_EQ(counter("control_connections_displaced"), 1u);
+    close(later);
+    close(next);
+}
+
+TEST_F(ControlPortTest, NothingStaysOpenBehindAServer)
+{
+    const int before = OpenDescriptors();
+    int fd = -1;
+    {
+        ControlServer other(reactor);
+        ASSERT_TRUE(other.open(PORT));
+        fd = connect_to_server();
+        serve();
+        EXPECT_EQ(other.connections(), 1u);
+    }
+    close(fd);
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
+} // namespace
