@@ -147,6 +147,19 @@ def middle(rounds):
     return statistics.median(rounds)
 
 
+def busy_share(for_s=3):
+    """The share of the machine's processor time that is used meanwhile."""
+    def idle_and_all():
+        with open("/proc/stat") as stat:
+            times = [int(word) for word in stat.readline().split()[1:]]
+        return times[3] + times[4], sum(times[:8])
+
+    idle, everything = idle_and_all()
+    time.sleep(for_s)
+    idle_then, everything_then = idle_and_all()
+    return 1 - (idle_then - idle) / (everything_then - everything)
+
+
 def machine():
     def first(pattern, path):
         with open(path) as file:
@@ -161,7 +174,6 @@ def machine():
         "memory_mib": int(first(r"^MemTotal:\s*(\d+)", "/proc/meminfo")) // 1024,
         "kernel": platform.release(),
         "compiler": version.splitlines()[0],
-        "load_before": os.getloadavg()[0],
     }
 
 
@@ -179,6 +191,7 @@ def main():
     run = {"command": " ".join(["./run bench scale", *sys.argv[1:]]), "machine": machine(), "rounds": rounds,
            "date": datetime.date.today().isoformat(), "rate": RATE, "records": RECORDS, "stop_s": stop_s,
            "stopped_after": STOPPED_AFTER, "results": []}
+    busy_before = 0 if given.short else busy_share()
     network = Network(start=False)
     for sources, way in SOURCES.values():
         network.router.route(sources, "via", way)
@@ -188,6 +201,7 @@ def main():
                                "rounds": taken})
         print(scale_page.line(run["results"][-1]), flush=True)
     if not given.short:
+        run["busy"] = max(busy_before, busy_share())
         with open(os.path.join(TOP, "build", "scale.json"), "w") as file:
             json.dump(run, file, indent=1)
         scale_page.write(run, os.path.join(TOP, "docs"))

@@ -5,6 +5,7 @@ import os
 
 GOAL_BURST_S, GOAL_RATE, GOAL_P99_MS, GOAL_RESUMED_S = 2, 20000, 50, 1  # each for GOAL_COUNT joins
 GOAL_COUNT = 100000
+BUSY = 0.1  # share of the processors that something else may take without being mentioned
 CASES = ("burst", "sustained", "stopped")
 FAMILIES = {"ipv4": "IPv4", "ipv6": "IPv6"}
 BLUE, ORANGE, GREY = "#1f5fa8", "#c8571b", "#777777"
@@ -102,11 +103,11 @@ def memory_table(run):
     return table(["family", "case", "joins", "records", "datagrams", "gmpd (MiB)", "mribd (MiB)"], rows, words=2)
 
 
-def busy(machine):
-    if machine["load_before"] < machine["cores"] / 4:
+def busy(run):
+    if run["busy"] < BUSY:
         return ""
-    return (f"\n**The machine was busy with other work (load average {machine['load_before']:.1f} before the run): "
-            "times are longer than they would be on an idle one.**\n")
+    return (f"\n**The machine was busy with other work ({run['busy']:.0%} of its processors before or after the run): "
+            "times\nare longer than they would be on an idle one.**\n")
 
 
 def page(run):
@@ -118,7 +119,7 @@ Written by `{run['command']}` on {run['date']}, from `build/scale.json`; a run r
 {machine['processor']}, {machine['cores']} cores, {number(machine['memory_mib'])} MiB, Linux {machine['kernel']},
 {machine['compiler']}.
 Rounds of each case, of which the median counts: {run['rounds']}, each with daemons just started.
-{busy(machine)}
+{busy(run)}
 A host's IGMPv3 or MLDv2 reports join groups, each with a source of its own by name; the family's `gmpd` hears them,
 tells `mribd` over the channel, and `mribd` gives the kernel a forwarding entry for each. The sender, the listener to
 the kernel's notifications and both daemons share the machine's processors. A time begins before the system call that
