@@ -1,5 +1,7 @@
 #include "daemons/common/control.h"
 
+#include "mcast/format.h"
+
 #include "daemons/common/control_debug.h"
 #include "daemons/common/local_listener.h"
 #include "daemons/common/log.h"
@@ -143,6 +145,7 @@ void ControlServer::visit_counters(const std::function<void(const char *name, ui
         {"control_connections_displaced", displaced_},
         {"control_connections_turned_away", turned_away_},
         {"control_replies_unsent", unsent_},
+        {"failed_assertions", g_uiMcastAssertCnt},
     };
     for (size_t i = 0; i < static_cast<size_t>(ControlStatus::Count); i++) {
         const auto status = static_cast<ControlStatus>(i);

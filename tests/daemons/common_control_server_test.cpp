@@ -1,5 +1,6 @@
 #include "tests/daemons/control_lab.h"
 
+#include "daemons/common/expect.h"
 #include "daemons/common/log.h"
 #include "platform/local_socket.h"
 #include "support/descriptors.h"
@@ -280,6 +281,16 @@ TEST_F(ControlPortTest, WithoutDescriptorsClientsAreTurnedAwayAndServedAgainLate
     EXPECT_EQ(counter("control_connections_displaced"), 1u);
     close(later);
     close(next);
+}
+
+TEST_F(ControlPortTest, AnInvariantThatDoesNotHoldIsReportedAndCounted)
+{
+    const uint64_t before = counter("failed_assertions");
+    testing::internal::CaptureStdout();
+    expect(true);
+    expect(false, "place.cpp", 7);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "assertion failed, file: place.cpp, line: 7\n");
+    EXPECT_EQ(counter("failed_assertions"), before + 1);
 }
 
 TEST_F(ControlPortTest, NothingStaysOpenBehindAServer)
