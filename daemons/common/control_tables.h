@@ -172,6 +172,15 @@ inline constexpr ControlColumn MSDP_COUNTER_COLUMNS[] = {
 };
 inline constexpr ControlSchema MSDP_COUNTER_TABLE{50, "msdp-counters", 2, MSDP_COUNTER_COLUMNS};
 
+// For each originator in the cache the peer from whom its announcements are accepted now.
+inline constexpr ControlColumn MSDP_RPF_COLUMNS[] = {
+    {"originator", FieldType::Address},
+    {"peer", FieldType::Address}, // None: they are not accepted
+    {"rule", FieldType::Text},
+    {"entries", FieldType::Number}, // of the cache
+};
+inline constexpr ControlSchema MSDP_RPF_TABLE{51, "msdp-rpf", 1, MSDP_RPF_COLUMNS};
+
 // Commands, each with a number of its own, whatever daemon has it.
 enum ControlCommand : uint16_t {
     // Of every daemon: its traces, see control_debug.h.
@@ -180,6 +189,9 @@ enum ControlCommand : uint16_t {
     // of
     // the node of that number and of kinds 2 to 4, a few at a time; agents announce them again.
     COMMAND_CLEAR_USERS = 2,
+    // Of msdpd. Without an argument the whole cache is forgotten, with one the sources of that group; peers
+    // announce them again.
+    COMMAND_CLEAR_MSDP_CACHE = 3,
 };
 
 // Settings of gmpd, of the interface table: for the interface of the key, without a key for all.

@@ -1,5 +1,5 @@
 /*
- * "clear users": what the daemons forget on command.
+ * "clear users", "clear msdp-cache": what the daemons forget on command.
  */
 #include "daemons/mcastctl/arguments.h"
 #include "daemons/mcastctl/command.h"
@@ -19,34 +19,62 @@ struct ClearOptions {
 };
 
 // Done when at least one daemon did it and none refused.
+int clear(const Daemons &daemons, mcastd::ControlCommand command, const mcastd::ControlFields &arguments)
+{
+    Outcome outcome;
+    for (const DaemonInfo *daemon : daemons) {
+        std::string answer;
+        append(&outcome, give_command(*daemon, command, arguments, &answer));
+    }
+    report(outcome);
+    return outcome.good() && outcome.unreachable.size() < daemons.size() ? EXIT_DONE : EXIT_FAILED;
+}
+
 int clear_users(const ClearOptions &options)
 {
     mcastd::ControlFields arguments;
     if (options.node) {
         arguments.push_back(mcastd::ControlField::number(*options.node));
     }
-    Outcome outcome;
-    const Daemons daemons = daemons_named("gmpd", options.filter.family);
-    for (const DaemonInfo *daemon : daemons) {
-        std::string answer;
-        append(&outcome, give_command(*daemon, mcastd::COMMAND_CLEAR_USERS, arguments, &answer));
-    }
-    report(outcome);
-    return outcome.good() && outcome.unreachable.size() < daemons.size() ? EXIT_DONE : EXIT_FAILED;
+    return clear(daemons_named("gmpd", options.filter.family), mcastd::COMMAND_CLEAR_USERS, arguments);
 }
 
-} // namespace
+int clear_msdp_cache(const ClearOptions &options)
+{
+    mcastd::ControlFields arguments;
+    if (options.filter.group) {
+        arguments.push_back(mcastd::ControlField::address(*options.filter.group));
+    }
+    return clear(daemons_named("msdpd", options.filter.family), mcastd::COMMAND_CLEAR_MSDP_CACHE, arguments);
+}
 
-void add_clear_command(const CommandLine &line)
+void add_users(const CommandLine &line, CLI::App &clear)
 {
     const auto options = std::make_shared<ClearOptions>();
-    CLI::App &clear = *line.root.add_subcommand("clear", "Have daemons forget what they were told");
     CLI::App &command = *clear.add_subcommand(
         "users", "Forget the authenticated users, with their memberships; agents announce them again");
     add_family(command, &options->filter.family);
     command.add_option("--node", options->node,
                        "Only those of the access node of this number and of kinds 2 to 4: the node is gone");
     on_command(line, command, [options] { return clear_users(*options); });
+}
+
+void add_msdp_cache(const CommandLine &line, CLI::App &clear)
+{
+    const auto options = std::make_shared<ClearOptions>();
+    CLI::App &command = *clear.add_subcommand(
+        "msdp-cache", "Forget the sources that MSDP peers announced; they announce them again");
+    add_group(command, &options->filter.group);
+    on_command(line, command, [options] { return clear_msdp_cache(*options); });
+}
+
+} // namespace
+
+void add_clear_command(const CommandLine &line)
+{
+    CLI::App &clear = *line.root.add_subcommand("clear", "Have daemons forget what they were told");
+    add_users(line, clear);
+    add_msdp_cache(line, clear);
 }
 
 } // namespace mcastctl

@@ -46,6 +46,7 @@ constexpr ShowTable TABLES[] = {
     {mcastd::CLIENT_TABLE, "mribd", false, "Daemons connected to mribd"},
     {mcastd::MSDP_PEER_TABLE, "msdpd", false, "MSDP peers and their state"},
     {mcastd::MSDP_CACHE_TABLE, "msdpd", false, "Sources that MSDP peers announce, by group and source"},
+    {mcastd::MSDP_RPF_TABLE, "msdpd", false, "From which peer each originator's announcements are accepted"},
     {mcastd::MSDP_COUNTER_TABLE, "msdpd", false, "Counters of the MSDP peers"},
     {mcastd::COUNTER_TABLE, nullptr, false, nullptr, Help::Statistics},
     {mcastd::DEBUG_TABLE, nullptr, false, "What the daemons trace"},

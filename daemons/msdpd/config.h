@@ -21,10 +21,6 @@ struct Prefix {
     uint8_t length = 0;
 
     bool operator==(const Prefix &) const = default;
-    bool covers(Ipv4 other) const
-    {
-        return length == 0 || (address.number ^ other.number) >> (32 - length) == 0;
-    }
 };
 
 struct PeerConfig {

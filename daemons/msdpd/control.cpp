@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "daemons/msdpd/rpf.h"
+
 namespace msdpd
 {
 
@@ -42,7 +44,7 @@ void list_peers(const Speaker &speaker, ControlRows &rows)
                 address_field(peer->config.local_address),
                 ControlField::text(state_name(peer->state)),
                 ControlField::seconds(now_s - peer->state_since_s),
-                ControlField::number(speaker.cache.count_of(address)),
+                ControlField::number(speaker.cache.peers().of(address)),
                 ControlField::number(peer->config.sa_limit),
                 text_field(peer->config.mesh_group),
                 text_field(peer->config.description),
@@ -100,6 +102,24 @@ void list_cache(const Speaker &speaker, ControlRows &rows)
     });
 }
 
+void list_rpf(const Speaker &speaker, ControlRows &rows)
+{
+    const ControlFields &key = rows.key();
+
+    if (!key.empty() && key[0].as_address().family != MCAST_FAMILY_IPV4) {
+        return; // after every row of this table
+    }
+    const Ipv4 first = key.empty() ? Ipv4{} : from_record(key[0].as_address());
+
+    speaker.cache.originators().visit(first, [&](Ipv4 originator, uint32_t entries) {
+        const RpfChoice choice = rpf_peer(speaker, originator);
+
+        return rows.add({address_field(originator),
+                         choice.peer != nullptr ? address_field(choice.peer->config.address) : ControlField(),
+                         ControlField::text(rule_name(choice.rule)), ControlField::number(entries)});
+    });
+}
+
 // The counters of all peers together, and those of the process.
 void list_counters(const mcastd::ControlServer &server, const Speaker &speaker, const ProcessStatus &process,
                    ControlRows &rows)
@@ -127,16 +147,36 @@ void list_counters(const mcastd::ControlServer &server, const Speaker &speaker, 
     }
 }
 
+mcastd::ControlOutcome clear_cache(Speaker &speaker, const ControlFields &arguments)
+{
+    Ipv4 group;
+
+    if (!arguments.empty()) {
+        const bool is_ipv4 = arguments.size() == 1 && arguments[0].is(mcastd::FieldType::Address) &&
+                             arguments[0].as_address().family == MCAST_FAMILY_IPV4;
+
+        group = is_ipv4 ? from_record(arguments[0].as_address()) : group;
+        if (!is_routable_group(group)) {
+            return {mcastd::ControlStatus::BadValue, 0, "the argument is an IPv4 group that is routed"};
+        }
+    }
+    speaker.cache.forget(group);
+    return {};
+}
+
 } // namespace
 
-void offer_control(mcastd::ControlServer &server, const Speaker &speaker,
-                   std::function<ProcessStatus()> process)
+void offer_control(mcastd::ControlServer &server, Speaker &speaker, std::function<ProcessStatus()> process)
 {
     mcastd::ControlRegistry &registry = server.registry();
 
     registry.add_table(mcastd::MSDP_PEER_TABLE, [&speaker](ControlRows &rows) { list_peers(speaker, rows); });
     registry.add_table(mcastd::MSDP_CACHE_TABLE,
                        [&speaker](ControlRows &rows) { list_cache(speaker, rows); });
+    registry.add_table(mcastd::MSDP_RPF_TABLE, [&speaker](ControlRows &rows) { list_rpf(speaker, rows); });
+    registry.add_command(mcastd::COMMAND_CLEAR_MSDP_CACHE, [&speaker](const ControlFields &arguments) {
+        return clear_cache(speaker, arguments);
+    });
     registry.add_table(mcastd::MSDP_COUNTER_TABLE,
                        [&speaker](ControlRows &rows) { list_peer_counters(speaker, rows); });
     registry.add_table(mcastd::COUNTER_TABLE,

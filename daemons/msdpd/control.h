@@ -14,8 +14,7 @@ namespace msdpd
 {
 
 // Offers them; server and speaker must outlive the registration. process tells what only the process knows.
-void offer_control(mcastd::ControlServer &server, const Speaker &speaker,
-                   std::function<ProcessStatus()> process);
+void offer_control(mcastd::ControlServer &server, Speaker &speaker, std::function<ProcessStatus()> process);
 
 } // namespace msdpd
 

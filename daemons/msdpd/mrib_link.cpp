@@ -37,6 +37,16 @@ void send_remote(const Pair &pair, bool present)
                               to_network(pair.group), to_network(pair.source), NO_ENTRY, nullptr, 0);
 }
 
+void send_forgotten(Ipv4 group)
+{
+    trace_forgotten(group);
+    if (group == Ipv4{}) {
+        MRIB_MSDP_SendDelAllRemoteSG(PUBLIC_INSTANCE);
+    } else {
+        MRIB_MSDP_SendDelOneGrpRemoteSG(PUBLIC_INSTANCE, to_network(group));
+    }
+}
+
 bool wants_requests(const Speaker &speaker)
 {
     for (const auto &[address, peer] : speaker.peers) {
@@ -73,6 +83,11 @@ bool MribLink::open(Speaker &speaker)
             send_remote(pair, present);
         }
     });
+    speaker.cache.on_forget([this](Ipv4 group) {
+        if (channel_.connected()) {
+            send_forgotten(group);
+        }
+    });
     mcastd::timer_start(speaker.timers, relearning_,
                         (speaker.config.connect_retry_s + speaker.config.advertisement_s) * MS_PER_S,
                         on_relearned, this);
@@ -84,6 +99,7 @@ void MribLink::close()
     if (speaker_ != nullptr) {
         channel_.close();
         speaker_->cache.on_change(nullptr);
+        speaker_->cache.on_forget(nullptr);
         mcastd::timer_stop(speaker_->timers, relearning_);
         speaker_ = the_speaker = nullptr;
     }

@@ -27,7 +27,7 @@ constexpr uint64_t QUIET_PERCENT = 90;
 void watch_limit(Peer &peer)
 {
     const uint64_t limit = peer.config.sa_limit;
-    const uint64_t share = uint64_t{peer.speaker.cache.count_of(peer.config.address)} * 100;
+    const uint64_t share = uint64_t{peer.speaker.cache.peers().of(peer.config.address)} * 100;
 
     if (peer.near_limit && share < limit * QUIET_PERCENT) {
         peer.near_limit = false;
@@ -35,7 +35,7 @@ void watch_limit(Peer &peer)
         peer.near_limit = true;
         mcastd::log_warning(
             "peer %s: %u of at most %u sources are announced, more will be refused (sa_limit)",
-            to_text(peer.config.address).c_str(), peer.speaker.cache.count_of(peer.config.address),
+            to_text(peer.config.address).c_str(), peer.speaker.cache.peers().of(peer.config.address),
             peer.config.sa_limit);
     }
 }
@@ -46,7 +46,7 @@ bool has_room(Peer &from, const Pair &pair)
     const SaEntry *known = cache.find(pair);
 
     return (known != nullptr && known->peer == from.config.address) ||
-           cache.count_of(from.config.address) < from.config.sa_limit;
+           cache.peers().of(from.config.address) < from.config.sa_limit;
 }
 
 // Keeps the pair. Whether it is to be passed on.

@@ -24,18 +24,15 @@ const Peer *only_peer(const Speaker &speaker)
 
 const Peer *static_peer(const Speaker &speaker, Ipv4 originator)
 {
-    const Peer *best = nullptr;
-    int best_length = -1;
+    const Peer *found = nullptr;
 
-    for (const auto &[address, peer] : speaker.peers) {
-        for (const Prefix &prefix : peer->config.rpf) {
-            if (peer->established() && prefix.covers(originator) && prefix.length > best_length) {
-                best = peer.get();
-                best_length = prefix.length;
-            }
-        }
-    }
-    return best;
+    speaker.rpf_prefixes.visit(originator, [&](Ipv4 address) {
+        const Peer *peer = speaker_find_peer(speaker, address);
+
+        found = peer != nullptr && peer->established() ? peer : nullptr;
+        return found == nullptr;
+    });
+    return found;
 }
 
 const Peer *peer_in_direction(const Speaker &speaker, const Route &route)

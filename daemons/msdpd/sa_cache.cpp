@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "daemons/common/expect.h"
 #include "daemons/common/memory.h"
 
 namespace msdpd
@@ -28,13 +29,13 @@ uint32_t walk(const MTABLE_S &table, SaCache::Cursor *cursor, uint64_t mode, con
     return MTable_Walk(&table, &position, nullptr, nullptr, visit_source, const_cast<Visitor *>(&visitor));
 }
 
-MTABLE_GROUP_S *find_or_add_group(MTABLE_S *table, const MCAST_ADDR_S &address)
+MTABLE_GROUP_S *find_or_add_group(MTABLE_S *table, const MCAST_ADDR_S &address, MTABLE_RELEASE release)
 {
     MTABLE_GROUP_S *group = MTable_SearchGroup(table, &address);
 
     if (group == nullptr) {
         group = new MTABLE_GROUP_S{};
-        if (MTable_InitGroup(group, &address, nullptr) != MCAST_OK ||
+        if (MTable_InitGroup(group, &address, release) != MCAST_OK ||
             MTable_InsertGroup(table, group) != MCAST_OK) {
             mcastd::out_of_memory();
         }
@@ -53,9 +54,7 @@ SaCache::SaCache(MCAST_TMR_S *timers) : timers_(timers)
 
 SaCache::~SaCache()
 {
-    told_ = nullptr;
-    remove_if([](const SaEntry &) { return true; });
-    MTable_Fini(&table_);
+    MTable_Fini(&table_); // releases the entries, then their groups
 }
 
 void SaCache::on_change(std::function<void(const Pair &, bool)> told)
@@ -63,21 +62,9 @@ void SaCache::on_change(std::function<void(const Pair &, bool)> told)
     told_ = std::move(told);
 }
 
-void SaCache::count(Ipv4 peer, int change)
+void SaCache::on_forget(std::function<void(Ipv4)> told)
 {
-    uint32_t &number = counts_[peer];
-
-    number += static_cast<uint32_t>(change);
-    if (number == 0) {
-        counts_.erase(peer);
-    }
-}
-
-uint32_t SaCache::count_of(Ipv4 peer) const
-{
-    const auto found = counts_.find(peer);
-
-    return found == counts_.end() ? 0 : found->second;
+    told_of_forgetting_ = std::move(told);
 }
 
 SaEntry *SaCache::find(const Pair &pair) const
@@ -90,13 +77,13 @@ SaEntry *SaCache::find(const Pair &pair) const
 
 SaEntry *SaCache::insert(const Pair &pair)
 {
-    MTABLE_GROUP_S *group = find_or_add_group(&table_, to_record(pair.group));
+    MTABLE_GROUP_S *group = find_or_add_group(&table_, to_record(pair.group), release);
     SaEntry *entry = new SaEntry{};
 
     entry->head.address = to_record(pair.source);
     entry->cache = this;
     entry->learned_s = mcastd::boot_time_s();
-    MTable_InsertSource(group, &entry->head); // cannot fail: it is not there
+    mcastd::expect(MTable_InsertSource(group, &entry->head) == MCAST_OK); // it is not there
     return entry;
 }
 
@@ -109,13 +96,15 @@ SaCache::Learned SaCache::learn(const Pair &pair, Ipv4 rp, Ipv4 peer, uint32_t s
         known = insert(pair);
         result = Learned::New;
     } else if (known->rp != rp || known->peer != peer) {
-        count(known->peer, -1);
+        peers_.remove(known->peer);
+        originators_.remove(known->rp);
         result = Learned::Moved;
     }
     if (result != Learned::Refreshed) {
         known->rp = rp;
         known->peer = peer;
-        count(peer, 1);
+        peers_.add(peer);
+        originators_.add(rp);
     }
     mcastd::timer_start(timers_, known->expiry, state_s * MS_PER_S, expired, known);
     if (result == Learned::New && told_) {
@@ -137,18 +126,51 @@ void SaCache::remove(SaEntry *entry)
     MTABLE_GROUP_S *group = entry->head.group;
     const Pair pair = entry->pair();
 
-    mcastd::timer_stop(timers_, entry->expiry);
-    count(entry->peer, -1);
     MTable_RemoveSource(group, &entry->head);
-    delete entry;
+    release(entry);
     if (AVL_Count(group->sources) == 0) {
-        MTable_RemoveGroup(&table_, group);
-        MTable_FiniGroup(group);
-        delete group;
+        remove_empty(group);
     }
     if (told_) {
         told_(pair, false);
     }
+}
+
+// Of a source that has left the table.
+void SaCache::release(void *source)
+{
+    auto *entry = static_cast<SaEntry *>(source);
+
+    mcastd::timer_stop(entry->cache->timers_, entry->expiry);
+    entry->cache->peers_.remove(entry->peer);
+    entry->cache->originators_.remove(entry->rp);
+    delete entry;
+}
+
+void SaCache::remove_empty(MTABLE_GROUP_S *group)
+{
+    MTable_RemoveGroup(&table_, group);
+    MTable_FiniGroup(group);
+    delete group;
+}
+
+uint32_t SaCache::forget(Ipv4 group)
+{
+    const uint32_t before = size();
+    const MCAST_ADDR_S address = to_record(group);
+
+    if (group == Ipv4{}) {
+        MTable_FreeAll(&table_);
+    } else if (MTABLE_GROUP_S *found = MTable_SearchGroup(&table_, &address)) {
+        MTable_FreeAllSourceInGroup(found);
+        remove_empty(found);
+    }
+    const uint32_t forgotten = before - size();
+
+    if (forgotten > 0 && told_of_forgetting_) {
+        told_of_forgetting_(group);
+    }
+    return forgotten;
 }
 
 uint32_t SaCache::remove_if(const std::function<bool(const SaEntry &)> &condition)

@@ -8,9 +8,9 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 
 #include "daemons/common/timer.h"
+#include "daemons/msdpd/address_counts.h"
 #include "daemons/msdpd/ipv4.h"
 #include "mcast/mtable.h"
 
@@ -43,8 +43,12 @@ public:
     SaCache(const SaCache &) = delete;
     SaCache &operator=(const SaCache &) = delete;
 
-    // Told of each pair that comes, while it is in the cache, and of each that goes, after it is out.
+    // Told of each pair that comes, while it is in the cache, and of each that goes, after it is out; those
+    // that go by forget excepted.
     void on_change(std::function<void(const Pair &pair, bool present)> told);
+
+    // Told of each forget that found something, after all its pairs are out.
+    void on_forget(std::function<void(Ipv4 group)> told);
 
     enum class Learned { New, Moved, Refreshed };
 
@@ -58,12 +62,23 @@ public:
     // Forgets the pairs for which the condition is true. How many there were. Linear in the cache.
     uint32_t remove_if(const std::function<bool(const SaEntry &entry)> &condition);
 
+    // Forgets the pairs of the group, for 0.0.0.0 those of all groups. How many there were.
+    uint32_t forget(Ipv4 group);
+
     uint32_t size() const
     {
         return table_.source_count;
     }
-    // The entries accepted from a peer.
-    uint32_t count_of(Ipv4 peer) const;
+    // The entries accepted from each peer.
+    const AddressCounts &peers() const
+    {
+        return peers_;
+    }
+    // The entries that each originator announced last.
+    const AddressCounts &originators() const
+    {
+        return originators_;
+    }
 
     // Where a visit goes on; a new one begins at the first pair. Pairs may come and go between visits: each
     // that stays is visited once.
@@ -82,13 +97,16 @@ public:
 private:
     SaEntry *insert(const Pair &pair);
     void remove(SaEntry *entry);
-    void count(Ipv4 peer, int change);
+    void remove_empty(MTABLE_GROUP_S *group);
     static void expired(void *entry);
+    static void release(void *source);
 
     MCAST_TMR_S *timers_;
     MTABLE_S table_{};
-    std::map<Ipv4, uint32_t> counts_; // by peer, none at 0
+    AddressCounts peers_;
+    AddressCounts originators_;
     std::function<void(const Pair &, bool)> told_;
+    std::function<void(Ipv4)> told_of_forgetting_;
 };
 
 } // namespace msdpd

@@ -71,6 +71,7 @@ void speaker_configure(Speaker &speaker, const Config &config)
 
     remove_peers(speaker, config);
     speaker.config = config;
+    speaker.rpf_prefixes.configure(config);
     for (const auto &[address, settings] : config.peers) {
         std::unique_ptr<Peer> &peer = speaker.peers[address];
 
@@ -89,13 +90,17 @@ void speaker_configure(Speaker &speaker, const Config &config)
 
 void speaker_check_cache(Speaker &speaker)
 {
-    std::map<Ipv4, uint32_t> kept;
+    AddressCounts kept;
 
     speaker.cache.remove_if([&](const SaEntry &entry) {
         const Peer *peer = speaker_find_peer(speaker, entry.peer);
 
-        return peer == nullptr || !peer->config.enabled || entry.rp == speaker.config.originator ||
-               objection(speaker, peer->config, entry.pair()) || ++kept[entry.peer] > peer->config.sa_limit;
+        if (peer == nullptr || !peer->config.enabled || entry.rp == speaker.config.originator ||
+            objection(speaker, peer->config, entry.pair()) || kept.of(entry.peer) >= peer->config.sa_limit) {
+            return true;
+        }
+        kept.add(entry.peer);
+        return false;
     });
 }
 

@@ -12,6 +12,7 @@
 #include "daemons/msdpd/config.h"
 #include "daemons/msdpd/peer.h"
 #include "daemons/msdpd/routes.h"
+#include "daemons/msdpd/rpf_prefixes.h"
 #include "daemons/msdpd/sa_cache.h"
 #include "mcast/msdp.h"
 
@@ -51,6 +52,7 @@ struct Speaker {
     Mrib &mrib;
     Routes &routes;
     Config config;
+    RpfPrefixes rpf_prefixes; // of the configuration
     SaCache cache;
     std::map<Ipv4, std::unique_ptr<Peer>> peers;
     Advertisement advertisement;

@@ -40,7 +40,7 @@ void write_peer(Json &json, const Peer &peer)
     if (!peer.last_end.empty()) {
         json.text("last_end", peer.last_end);
     }
-    json.number("entries", peer.speaker.cache.count_of(peer.config.address));
+    json.number("entries", peer.speaker.cache.peers().of(peer.config.address));
     json.number("sa_limit", peer.config.sa_limit);
     json.number("bytes_waiting", peer.output.size());
     write_counters(json, peer.counters);
@@ -94,25 +94,20 @@ void write_cache(Json &json, const Speaker &speaker)
 // For each originator in the cache, from whom its announcements are accepted now.
 void write_rpf(Json &json, const Speaker &speaker)
 {
-    std::map<Ipv4, RpfChoice> choices;
-    SaCache::Cursor cursor;
-
-    speaker.cache.visit(&cursor, [&](const SaEntry &entry) {
-        if (!choices.contains(entry.rp)) {
-            choices[entry.rp] = rpf_peer(speaker, entry.rp);
-        }
-        return true;
-    });
     json.open("rpf", '[');
-    for (const auto &[originator, choice] : choices) {
+    speaker.cache.originators().visit(Ipv4{}, [&](Ipv4 originator, uint32_t entries) {
+        const RpfChoice choice = rpf_peer(speaker, originator);
+
         json.open(nullptr, '{', true);
         json.text("originator", to_text(originator));
         if (choice.peer != nullptr) {
             json.text("peer", to_text(choice.peer->config.address));
         }
         json.text("rule", rule_name(choice.rule));
+        json.number("entries", entries);
         json.close('}');
-    }
+        return true;
+    });
     json.close(']');
 }
 

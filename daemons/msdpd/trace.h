@@ -52,6 +52,17 @@ inline void trace_told(const Pair &pair, bool present)
     }
 }
 
+// That the MRIB process is told to forget the remote sources of the group, for 0.0.0.0 all of them.
+inline void trace_forgotten(Ipv4 group)
+{
+    if (mcastd::tracing(TraceCategory::Channel)) {
+        const MCAST_ADDR_S record = to_record(group);
+
+        mcastd::trace(TraceCategory::Channel, TRACE_KEY, "every source of %A told to the MRIB process: gone",
+                      &record);
+    }
+}
+
 } // namespace msdpd
 
 #endif

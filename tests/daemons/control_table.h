@@ -57,6 +57,17 @@ inline mcastd::ControlFields row(mcastd::ControlRegistry &registry, const mcastd
     return reply.rows.empty() ? mcastd::ControlFields{} : reply.rows[0];
 }
 
+// The reply to a command.
+inline mcastd::ControlReply command(mcastd::ControlRegistry &registry, uint16_t number,
+                                    const mcastd::ControlFields &arguments)
+{
+    mcastd::ControlRequest request;
+    request.operation = mcastd::ControlOperation::Command;
+    request.table = number;
+    request.values = arguments;
+    return ask(registry, request);
+}
+
 } // namespace control_test
 
 #endif

@@ -146,12 +146,7 @@ protected:
     }
     mcastd::ControlReply clear_users(const mcastd::ControlFields &arguments)
     {
-        mcastd::ControlRequest request;
-
-        request.operation = mcastd::ControlOperation::Command;
-        request.table = mcastd::COMMAND_CLEAR_USERS;
-        request.values = arguments;
-        return control_test::ask(server->registry(), request);
+        return control_test::command(server->registry(), mcastd::COMMAND_CLEAR_USERS, arguments);
     }
     std::string status() const
     {
@@ -477,12 +472,10 @@ TEST(GmpdWithoutUsers, TheTablesAreEmptyAndClearingIsRefused)
     Lab lab(MCAST_FAMILY_IPV4);
     mcastd::Reactor reactor;
     mcastd::ControlServer server(reactor);
-    mcastd::ControlRequest request;
 
     offer_user_control(server, lab.router, nullptr);
     EXPECT_TRUE(control_test::table(server.registry(), mcastd::USER_TABLE).empty());
     EXPECT_TRUE(control_test::table(server.registry(), mcastd::USER_STATISTICS_TABLE).empty());
-    request.operation = mcastd::ControlOperation::Command;
-    request.table = mcastd::COMMAND_CLEAR_USERS;
-    EXPECT_EQ(control_test::ask(server.registry(), request).status, mcastd::ControlStatus::Failed);
+    EXPECT_EQ(control_test::command(server.registry(), mcastd::COMMAND_CLEAR_USERS, {}).status,
+              mcastd::ControlStatus::Failed);
 }

@@ -38,10 +38,10 @@ TEST_F(MsdpdCache, AnotherOriginatorOrPeerTakesAnEntryOver)
 {
     learn(pair(1, 1), 1, 1);
     EXPECT_EQ(learn(pair(1, 1), 1, 2), SaCache::Learned::Moved);
-    EXPECT_EQ(cache.count_of(peer_address(1)), 1u);
+    EXPECT_EQ(cache.peers().of(peer_address(1)), 1u);
     EXPECT_EQ(learn(pair(1, 1), 2, 2), SaCache::Learned::Moved);
-    EXPECT_EQ(cache.count_of(peer_address(1)), 0u);
-    EXPECT_EQ(cache.count_of(peer_address(2)), 1u);
+    EXPECT_EQ(cache.peers().of(peer_address(1)), 0u);
+    EXPECT_EQ(cache.peers().of(peer_address(2)), 1u);
     EXPECT_EQ(cache.size(), 1u);
     EXPECT_EQ(lab.told(), "+1>1");
 }
@@ -58,7 +58,7 @@ TEST_F(MsdpdCache, EntriesThatAreNotRefreshedExpire)
     EXPECT_EQ(lab.told(), "+1>1 +2>1 -1>1");
     lab.pass(149);
     EXPECT_EQ(cache.size(), 0u);
-    EXPECT_EQ(cache.count_of(peer_address(1)), 0u);
+    EXPECT_EQ(cache.peers().of(peer_address(1)), 0u);
 }
 
 TEST_F(MsdpdCache, AnEntryIsFoundAsLongAsItIsThere)
@@ -80,10 +80,70 @@ TEST_F(MsdpdCache, ManyAreRemovedByACondition)
     }
     EXPECT_EQ(cache.remove_if([](const SaEntry &one) { return one.peer == peer_address(1); }), 140u);
     EXPECT_EQ(cache.size(), 260u);
-    EXPECT_EQ(cache.count_of(peer_address(1)), 0u);
-    EXPECT_EQ(cache.count_of(peer_address(2)), 140u);
+    EXPECT_EQ(cache.peers().of(peer_address(1)), 0u);
+    EXPECT_EQ(cache.peers().of(peer_address(2)), 140u);
     EXPECT_EQ(cache.remove_if([](const SaEntry &) { return true; }), 260u);
     EXPECT_EQ(cache.size(), 0u);
+}
+
+TEST_F(MsdpdCache, AGroupIsForgottenAtOnce)
+{
+    learn(pair(1, 1));
+    learn(pair(1, 2));
+    learn(pair(2, 2), 2, 2);
+    lab.told();
+    EXPECT_EQ(cache.forget(pair(0, 2).group), 2u);
+    EXPECT_EQ(lab.cache(), "1>1");
+    EXPECT_EQ(lab.told(), "-all>2");
+    EXPECT_EQ(cache.peers().of(peer_address(2)), 0u);
+    EXPECT_EQ(cache.originators().of(peer_address(1)), 1u);
+    EXPECT_EQ(cache.forget(pair(0, 2).group), 0u);
+    EXPECT_EQ(lab.told(), "") << "nothing was there";
+    EXPECT_EQ(learn(pair(1, 2)), SaCache::Learned::New);
+    lab.pass(150);
+    EXPECT_EQ(cache.size(), 0u);
+}
+
+TEST_F(MsdpdCache, EverythingIsForgottenAtOnce)
+{
+    for (unsigned group = 1; group <= 20; ++group) {
+        for (unsigned source = 1; source <= 20; ++source) {
+            learn(pair(source, group), source % 3);
+        }
+    }
+    lab.told();
+    EXPECT_EQ(cache.forget(Ipv4{}), 400u);
+    EXPECT_EQ(cache.size(), 0u);
+    EXPECT_EQ(lab.told(), "-all");
+    EXPECT_EQ(cache.peers().of(peer_address(1)), 0u);
+    EXPECT_EQ(cache.forget(Ipv4{}), 0u);
+    lab.pass(150);
+    EXPECT_EQ(lab.told(), "") << "no timer of a forgotten entry is left";
+}
+
+TEST_F(MsdpdCache, OriginatorsAreCountedInTheirOrder)
+{
+    std::string seen;
+    const auto visit = [&](unsigned first, unsigned most) {
+        seen.clear();
+        cache.originators().visit(peer_address(first), [&](Ipv4 originator, uint32_t count) {
+            append(&seen, std::to_string(originator.number & 0xff) + "*" + std::to_string(count));
+            return --most > 0;
+        });
+        return seen;
+    };
+
+    EXPECT_EQ(visit(0, 9), "");
+    for (unsigned rp = 9; rp > 0; --rp) {
+        learn(pair(rp, 1), 1, rp);
+    }
+    learn(pair(1, 2), 1, 4);
+    EXPECT_EQ(visit(0, 99), "1*1 2*1 3*1 4*2 5*1 6*1 7*1 8*1 9*1");
+    EXPECT_EQ(visit(3, 2), "3*1 4*2");
+    learn(pair(5, 1), 1, 4); // has another originator now
+    cache.remove_if([](const SaEntry &one) { return one.rp == peer_address(2); });
+    EXPECT_EQ(visit(2, 99), "3*1 4*3 6*1 7*1 8*1 9*1");
+    EXPECT_EQ(visit(10, 9), "");
 }
 
 TEST_F(MsdpdCache, AVisitGoesOnWhereItWasStoppedAndMissesNothingThatStays)

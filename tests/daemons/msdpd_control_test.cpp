@@ -102,3 +102,44 @@ TEST_F(MsdpdControl, CountersAreShownForEachPeerAndTogether)
     EXPECT_EQ(table(server.registry(), mcastd::MSDP_COUNTER_TABLE, 1).size(), 6u)
         << "connections, sent and received keepalives of two peers";
 }
+
+TEST_F(MsdpdControl, OriginatorsAreShownWithTheirRpfPeerFromAnyPosition)
+{
+    lab.establish({1, 200});
+    lab.announce(1, {pair(1, 1), pair(2, 1)});
+    lab.announce(200, peer_address(30), {pair(3, 1)}); // of the mesh group, so whoever the originator is
+    const std::vector<ControlFields> rows = table(server.registry(), mcastd::MSDP_RPF_TABLE, 1);
+
+    EXPECT_EQ(rows, (std::vector<ControlFields>{
+                        {address(peer_address(1)), address(peer_address(1)), ControlField::text("originator"),
+                         ControlField::number(2)},
+                        {address(peer_address(30)), ControlField(), ControlField::text("none"),
+                         ControlField::number(1)},
+                    }));
+    EXPECT_EQ(row(server.registry(), mcastd::MSDP_RPF_TABLE, {address(peer_address(30))}), rows[1]);
+    EXPECT_TRUE(table(server.registry(), mcastd::MSDP_RPF_TABLE, 0, {address(peer_address(30))}).empty());
+    MCAST_ADDR_S ipv6{MCAST_FAMILY_IPV6, 0, {0x20}};
+
+    EXPECT_TRUE(table(server.registry(), mcastd::MSDP_RPF_TABLE, 0, {ControlField::address(ipv6)}).empty());
+}
+
+TEST_F(MsdpdControl, TheCacheIsClearedWholeOrByGroup)
+{
+    const auto clear = [this](const ControlFields &arguments) {
+        return command(server.registry(), mcastd::COMMAND_CLEAR_MSDP_CACHE, arguments).status;
+    };
+
+    lab.establish(1);
+    lab.announce(1, {pair(1, 1), pair(1, 2), pair(2, 2)});
+    EXPECT_EQ(clear({address(pair(0, 2).group)}), mcastd::ControlStatus::Done);
+    EXPECT_EQ(lab.cache(), "1>1");
+    for (const ControlFields &wrong :
+         {ControlFields{address(peer_address(1))}, ControlFields{ControlField::number(1)},
+          ControlFields{address(pair(0, 1).group), address(pair(0, 1).group)},
+          ControlFields{ControlField::address({MCAST_FAMILY_IPV6, 0, {0xff, 0x0e}})}}) {
+        EXPECT_EQ(clear(wrong), mcastd::ControlStatus::BadValue);
+    }
+    EXPECT_EQ(lab.cache(), "1>1");
+    EXPECT_EQ(clear({}), mcastd::ControlStatus::Done);
+    EXPECT_EQ(lab.cache(), "");
+}

@@ -39,6 +39,9 @@ Lab::Lab(const std::vector<unsigned> &peers, const std::function<void(Config &co
     speaker = std::make_unique<Speaker>(timers, transport, mrib, routes);
     speaker->cache.on_change(
         [this](const Pair &pair, bool present) { append(&told_, (present ? "+" : "-") + text(pair)); });
+    speaker->cache.on_forget([this](Ipv4 group) {
+        append(&told_, group == Ipv4{} ? "-all" : "-all>" + std::to_string(group.number - 0xef000000));
+    });
     for (const unsigned number : peers) {
         PeerConfig peer;
 

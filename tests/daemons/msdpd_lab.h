@@ -129,7 +129,7 @@ public:
     // The entries, for example "1>1 2>1".
     std::string cache();
 
-    // What the MRIB process would have been told since the last call, for example "+1>1 -2>1".
+    // What the MRIB process would have been told since the last call, for example "+1>1 -2>1 -all>3 -all".
     std::string told();
 
     uint64_t count(unsigned number, msdpd::Count count)

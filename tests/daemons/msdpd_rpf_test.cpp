@@ -78,6 +78,57 @@ TEST(MsdpdRpf, TheLongestStaticPrefixDecides)
     EXPECT_EQ(choice(lab, {0x01020304}), "1 static");
 }
 
+TEST(MsdpdRpf, AShorterPrefixDecidesWhileThePeersOfLongerOnesAreDown)
+{
+    Lab lab({1, 2, 3, 4}, [](Config &config) {
+        config.peers.at(peer_address(1)).rpf = {{{}, 0}};
+        config.peers.at(peer_address(2)).rpf = {{{0xc6000000}, 8}, {{0xc6330000}, 16}, {{0xc7000000}, 8}};
+        config.peers.at(peer_address(3)).rpf = {{{0xc6336400}, 24}, {{0xc6337400}, 24}};
+        config.peers.at(peer_address(4)).rpf = {{FAR, 32}};
+    });
+
+    EXPECT_EQ(choice(lab, FAR), "nobody none");
+    lab.establish(1);
+    EXPECT_EQ(choice(lab, FAR), "1 static");
+    lab.establish(2);
+    EXPECT_EQ(choice(lab, FAR), "2 static");
+    lab.establish(3);
+    EXPECT_EQ(choice(lab, FAR), "3 static");
+    lab.establish(4);
+    EXPECT_EQ(choice(lab, FAR), "4 static");
+    EXPECT_EQ(choice(lab, {FAR.number + 1}), "3 static");
+    EXPECT_EQ(choice(lab, {0xc6330101}), "2 static");
+    EXPECT_EQ(choice(lab, {0xc7000001}), "2 static");
+    EXPECT_EQ(choice(lab, {0xc8000001}), "1 static");
+}
+
+TEST(MsdpdRpf, OfPeersWithTheSamePrefixTheLowestConnectedOneDecides)
+{
+    Lab lab({1, 2, 3}, [](Config &config) {
+        config.peers.at(peer_address(1)).rpf = {{{0xc6336400}, 24}};
+        config.peers.at(peer_address(2)).rpf = {{{0xc6336400}, 24}};
+        config.peers.at(peer_address(3)).rpf = {{{0xc6330000}, 16}};
+    });
+
+    lab.establish({2, 3});
+    EXPECT_EQ(choice(lab, FAR), "2 static");
+    lab.establish(1);
+    EXPECT_EQ(choice(lab, FAR), "1 static");
+}
+
+TEST(MsdpdRpf, PrefixesOfANewConfigurationReplaceThoseBefore)
+{
+    Lab lab({1, 2}, [](Config &config) { config.peers.at(peer_address(1)).rpf = {{FAR, 32}, {{}, 0}}; });
+
+    lab.establish({1, 2});
+    EXPECT_EQ(choice(lab, FAR), "1 static");
+    lab.settings(1).rpf = {};
+    lab.settings(2).rpf = {{FAR, 32}};
+    lab.configure();
+    EXPECT_EQ(choice(lab, FAR), "2 static");
+    EXPECT_EQ(choice(lab, {FAR.number + 1}), "nobody none");
+}
+
 TEST(MsdpdRpf, TheNextHopGoesBeforeTheDirection)
 {
     Lab lab({1, 2});

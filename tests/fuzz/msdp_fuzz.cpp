@@ -37,6 +37,7 @@ void check(Lab &lab, const std::set<Pair> &mirror)
 {
     std::set<Pair> pairs;
     uint32_t total = 0;
+    uint32_t of_originators = 0;
     msdpd::SaCache::Cursor cursor;
 
     lab.speaker->cache.visit(&cursor, [&pairs](const msdpd::SaEntry &entry) {
@@ -45,7 +46,7 @@ void check(Lab &lab, const std::set<Pair> &mirror)
     });
     for (unsigned number = 1; number <= PEERS; ++number) {
         const msdpd::Peer &peer = lab.peer(number);
-        const uint32_t count = lab.speaker->cache.count_of(peer_address(number));
+        const uint32_t count = lab.speaker->cache.peers().of(peer_address(number));
 
         total += count;
         require(count <= peer.config.sa_limit, "more entries than the limit");
@@ -53,7 +54,13 @@ void check(Lab &lab, const std::set<Pair> &mirror)
         require(peer.output.size() <= msdpd::Output::LIMIT, "more waits than may");
         require(peer.established() || peer.output.empty(), "something waits for no connection");
     }
-    require(pairs.size() == lab.speaker->cache.size() && total == pairs.size(), "the counts are wrong");
+    lab.speaker->cache.originators().visit(Ipv4{}, [&of_originators](Ipv4, uint32_t count) {
+        of_originators += count;
+        return count > 0;
+    });
+    require(pairs.size() == lab.speaker->cache.size() && total == pairs.size() &&
+                of_originators == pairs.size(),
+            "the counts are wrong");
     require(pairs == mirror, "the MRIB process believes something else");
 }
 

@@ -68,7 +68,7 @@ class FrrTest(unittest.TestCase):
     def test_1_sources_of_both_sides_reach_the_other(self):
         self.both_know_both()
         self.assertEqual(self.router.tables()["rpf"],
-                         [{"originator": "10.9.0.2", "peer": "10.9.0.2", "rule": "originator"}])
+                         [{"originator": "10.9.0.2", "peer": "10.9.0.2", "rule": "originator", "entries": 1}])
 
     def test_2_frr_is_restarted(self):
         self.frr.kill()

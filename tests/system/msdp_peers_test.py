@@ -12,7 +12,7 @@ import socket
 import struct
 import unittest
 
-from lab import HERE, Host, Process, Receiver, Sender, link, wait_for
+from lab import HERE, PROGRAMS, Host, Process, Receiver, Sender, link, wait_for
 from msdp_topology import MsdpRouter, peer
 
 SOURCE, GROUP = "10.1.0.2", "239.1.1.1"
@@ -136,7 +136,18 @@ class PeersTest(unittest.TestCase):
         self.silence()
         self.speak(announcement("198.51.100.1", ("192.0.2.1", "239.3.0.1")))
         self.a.learns("192.0.2.1", "239.3.0.1", "198.51.100.1", SPEAKER)
-        self.assertIn({"originator": "198.51.100.1", "peer": SPEAKER, "rule": "next_hop"}, self.a.tables()["rpf"])
+        self.assertIn({"originator": "198.51.100.1", "peer": SPEAKER, "rule": "next_hop", "entries": 1},
+                      self.a.tables()["rpf"])
+
+    def test_the_operator_has_a_group_forgotten(self):
+        self.speak(announcement(SPEAKER, ("192.0.2.1", "239.8.0.1"), ("192.0.2.1", "239.8.0.2")))
+        self.b.learns("192.0.2.1", "239.8.0.2", SPEAKER, "10.0.12.1")
+        self.b.run(os.path.join(PROGRAMS, "mcastctl"), "clear", "msdp-cache", "--group", "239.8.0.1")
+        self.assertEqual(self.groups(self.b, "239.8."), {"239.8.0.2"})
+        wait_for(lambda: not any("239.8.0.1)" in line for line in self.b.remote_sources()), "mribd forgetting the group")
+        self.assertTrue(any("239.8.0.2)" in line for line in self.b.remote_sources()))
+        shown = self.b.run(os.path.join(PROGRAMS, "mcastctl"), "show", "msdp-rpf")
+        self.assertRegex(shown, rf"{SPEAKER} +- +none +\d+\n")
 
     def test_a_limit_is_kept_and_warned_of(self):
         self.configure(sa_limit=20)
