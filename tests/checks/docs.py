@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""What the documentation promises about itself: links lead somewhere, and the porting guide names every service."""
+"""What the documentation promises about itself: links lead somewhere, the porting guide names every service, and the
+tests that are said to prove something exist."""
 
 import pathlib
 import re
@@ -28,8 +29,18 @@ def unnamed_services():
             yield f"docs/porting.md: {name} is not in the table"
 
 
+def missing_tests():
+    """Files and cases in the table of tests that there are not."""
+    files = {path.stem for path in (TOP / "tests").rglob("*_test.*")}
+    cases = {case for path in (TOP / "tests/system").glob("*_test.py")
+             for case in re.findall(r"def (test_\w+)", path.read_text())}
+    for name in re.findall(r"`(\w*test\w*)`", (TOP / "docs/testing.md").read_text()):
+        if name not in files and name not in cases:
+            yield f"docs/testing.md: there is no {name}"
+
+
 def main():
-    wrong = [*dead_links(), *unnamed_services()]
+    wrong = [*dead_links(), *unnamed_services(), *missing_tests()]
     for line in wrong:
         print(line)
     return 1 if wrong else 0
