@@ -57,6 +57,7 @@ void Reactor::remove(int fd)
 void Reactor::set_background(std::function<bool()> work)
 {
     background_ = std::move(work);
+    more_work_ = true; // what was set up before the first event
 }
 
 uint64_t Reactor::dispatch(uint32_t events, int32_t fd)
