@@ -18,6 +18,7 @@ using host::Netlink;
 struct Answer {
     HOST_ROUTE_S route;
     uint8_t type = RTN_UNSPEC;
+    uint8_t prefix_length = 0;
 };
 
 void copy_address(const nlattr *attribute, size_t offset, size_t size, uint8_t (&address)[16])
@@ -52,6 +53,11 @@ int read_attribute(const nlattr *attribute, void *data)
             copy_address(attribute, sizeof(rtvia), address_size(route.gateway_family), route.gateway);
         }
         break;
+    case RTA_PRIORITY:
+        if (mnl_attr_get_payload_len(attribute) == sizeof(uint32_t)) {
+            route.metric = mnl_attr_get_u32(attribute);
+        }
+        break;
     case RTA_PREFSRC:
         copy_address(attribute, 0, address_size(route.family), route.source_address);
         break;
@@ -73,13 +79,15 @@ void read_route(const nlmsghdr *message, void *context)
     answer->route.family = head->rtm_family;
     mnl_attr_parse(message, sizeof(*head), read_attribute, answer);
     answer->route.is_local = head->rtm_type == RTN_LOCAL ? 1 : 0;
+    answer->prefix_length = head->rtm_dst_len;
 }
 
 // Where to ask and what.
 struct Question {
     uint8_t family;
     const uint8_t *address;
-    uint32_t vrf_if_index;
+    uint32_t out_if_index; // a VRF device, an interface, or 0
+    bool wants_prefix = false;
 };
 
 bool ask_kernel(Netlink *netlink, const Question &question, Answer *answer)
@@ -91,8 +99,11 @@ bool ask_kernel(Netlink *netlink, const Question &question, Answer *answer)
     head->rtm_family = question.family;
     head->rtm_dst_len = static_cast<uint8_t>(address_size(question.family) * 8);
     mnl_attr_put(header, RTA_DST, address_size(question.family), question.address);
-    if (question.vrf_if_index != 0) {
-        mnl_attr_put_u32(header, RTA_OIF, question.vrf_if_index);
+    if (question.out_if_index != 0) {
+        mnl_attr_put_u32(header, RTA_OIF, question.out_if_index);
+    }
+    if (question.wants_prefix) {
+        head->rtm_flags = RTM_F_FIB_MATCH;
     }
     return netlink->ask(header, read_route, answer);
 }
@@ -121,6 +132,12 @@ uint32_t look_up(Netlink *netlink, const Question &question, HOST_ROUTE_S *route
         return fail(EINVAL);
     }
     *route = answer.route;
+    if (question.wants_prefix) {
+        route->if_index = question.out_if_index; // next hops of the route may be elsewhere
+        route->prefix_length = answer.prefix_length;
+    } else {
+        route->metric = 0; // IPv6 tells it either way
+    }
     return 0;
 }
 
@@ -146,6 +163,23 @@ struct HOST_ROUTE_LOOKUP_S {
         return true;
     }
 };
+
+namespace
+{
+
+uint32_t ask(HOST_ROUTE_LOOKUP lookup, const Question &question, HOST_ROUTE_S *route)
+{
+    if (lookup == nullptr || !is_valid(question, route)) {
+        return fail(EINVAL);
+    }
+    try {
+        return lookup->open() ? look_up(&*lookup->netlink, question, route) : HOST_FAILED;
+    } catch (const std::bad_alloc &) {
+        return fail(ENOMEM);
+    }
+}
+
+} // namespace
 
 extern "C" {
 
@@ -178,15 +212,13 @@ HOST_ROUTE_LOOKUP HOST_RouteLookupOpen(void)
 uint32_t HOST_RouteLookupAsk(HOST_ROUTE_LOOKUP lookup, uint8_t family, const uint8_t *address,
                              uint32_t vrf_if_index, HOST_ROUTE_S *route)
 {
-    const Question question{family, address, vrf_if_index};
-    if (lookup == nullptr || !is_valid(question, route)) {
-        return fail(EINVAL);
-    }
-    try {
-        return lookup->open() ? look_up(&*lookup->netlink, question, route) : HOST_FAILED;
-    } catch (const std::bad_alloc &) {
-        return fail(ENOMEM);
-    }
+    return ask(lookup, {family, address, vrf_if_index}, route);
+}
+
+uint32_t HOST_RouteLookupOn(HOST_ROUTE_LOOKUP lookup, uint8_t family, const uint8_t *address,
+                            uint32_t if_index, HOST_ROUTE_S *route)
+{
+    return if_index == 0 ? fail(EINVAL) : ask(lookup, {family, address, if_index, true}, route);
 }
 
 void HOST_RouteLookupClose(HOST_ROUTE_LOOKUP lookup)

@@ -329,6 +329,86 @@ TEST(OpenRouteLookup, FailsWithoutDescriptors)
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
+// Two interfaces of instances that have the same addresses, and routes of their own.
+void build_overlapping()
+{
+    shell("ip link set lo up");
+    for (const std::string name : {"red", "blue"}) {
+        shell("ip link add " + name + " type veth peer name " + name + "_far");
+        shell("ip link set " + name + " up && ip link set " + name + "_far up");
+        shell("ip addr add 10.9.0.1/24 dev " + name + " && ip addr add 2001:db8:9::1/64 dev " + name +
+              " nodad");
+    }
+    shell("ip route add 10.1.0.0/16 via 10.9.0.2 dev red");
+    shell("ip route add 10.1.2.0/24 via 10.9.0.3 dev blue metric 7");
+    shell("ip -6 route add 2001:db8:1::/48 via 2001:db8:9::2 dev red metric 7");
+    shell("ip -6 route add 2001:db8:1:2::/64 via 2001:db8:9::3 dev blue");
+}
+
+TEST(RouteLookupOn, FindsTheBestRouteThatLeavesByTheInterface)
+{
+    IN_FRESH_NAMESPACE([] {
+        build_overlapping();
+        const struct {
+            const char *address;
+            const char *interface;
+            int prefix_length; // -1: there is none
+            const char *gateway;
+        } rows[] = {
+            {"10.1.2.3", "red", 16, "10.9.0.2"},
+            {"10.1.2.3", "blue", 24, "10.9.0.3"},
+            {"10.1.3.3", "red", 16, "10.9.0.2"},
+            {"10.1.3.3", "blue", -1, ""},
+            {"10.9.0.77", "red", 24, ""},
+            {"10.9.0.77", "blue", 24, ""},
+            {"2001:db8:1:2::5", "red", 48, "2001:db8:9::2"},
+            {"2001:db8:1:2::5", "blue", 64, "2001:db8:9::3"},
+            {"2001:db8:1:3::5", "blue", -1, ""},
+            {"2001:db8:9::77", "red", 64, ""},
+            {"2001:db8:9::77", "blue", 64, ""},
+            {"192.0.2.1", "red", -1, ""},
+        };
+        const Lookup lookup;
+        for (const auto &row : rows) {
+            SCOPED_TRACE(std::string(row.address) + " on " + row.interface);
+            uint8_t bytes[16] = {};
+            const bool is_ipv6 = std::string(row.address).find(':') != std::string::npos;
+            const auto family = static_cast<uint8_t>(is_ipv6 ? AF_INET6 : AF_INET);
+            ASSERT_EQ(inet_pton(family, row.address, bytes), 1);
+            const uint32_t if_index = if_nametoindex(row.interface);
+            HOST_ROUTE_S route{};
+            const uint32_t result = HOST_RouteLookupOn(lookup.handle(), family, bytes, if_index, &route);
+            ASSERT_EQ(result, row.prefix_length < 0 ? HOST_FAILED : 0u);
+            if (result == 0) {
+                EXPECT_EQ(route.if_index, if_index);
+                EXPECT_EQ(route.prefix_length, row.prefix_length);
+                EXPECT_EQ(route.gateway_family == 0 ? "" : text(family, route.gateway), row.gateway);
+            }
+        }
+    });
+}
+
+TEST(RouteLookupOn, TellsOwnAddressesOfTheInterfaceAndTheMetric)
+{
+    IN_FRESH_NAMESPACE([] {
+        build_overlapping();
+        shell("ip addr add 10.8.0.1/24 dev blue");
+        const Lookup lookup;
+        const uint8_t own[] = {10, 8, 0, 1};
+        const uint8_t routed[] = {10, 1, 2, 3};
+        HOST_ROUTE_S route{};
+        ASSERT_EQ(HOST_RouteLookupOn(lookup.handle(), AF_INET, own, if_nametoindex("blue"), &route), 0u);
+        EXPECT_EQ(route.is_local, 1);
+        EXPECT_EQ(HOST_RouteLookupOn(lookup.handle(), AF_INET, own, if_nametoindex("red"), &route),
+                  HOST_FAILED);
+        ASSERT_EQ(HOST_RouteLookupOn(lookup.handle(), AF_INET, routed, if_nametoindex("blue"), &route), 0u);
+        EXPECT_EQ(route.metric, 7u);
+        EXPECT_EQ(HOST_RouteLookupOn(lookup.handle(), AF_INET, routed, 0, &route), HOST_FAILED);
+        EXPECT_EQ(errno, EINVAL);
+        EXPECT_EQ(HOST_RouteLookupOn(nullptr, AF_INET, routed, 1, &route), HOST_FAILED);
+    });
+}
+
 TEST(OpenRouteLookup, BadArgumentsAreRefused)
 {
     const Lookup lookup;

@@ -19,9 +19,10 @@ typedef struct HOST_ROUTE_S {
     uint8_t family;         /* AF_INET or AF_INET6, as asked */
     uint8_t gateway_family; /* 0: the address is on the link; else AF_INET or AF_INET6 */
     uint8_t is_local;       /* 1 when the address is this machine's own; if_index is then the loopback's */
-    uint8_t reserved;       /* 0 */
+    uint8_t prefix_length;  /* of HOST_RouteLookupOn: bits of the route's prefix; otherwise 0 */
     uint8_t gateway[16];    /* network order; IPv4 in the first four bytes; zero when there is none */
     uint8_t source_address[16]; /* what the kernel would send from; zero when it names none */
+    uint32_t metric;            /* of HOST_RouteLookupOn: among routes of a length the least is best */
 } HOST_ROUTE_S;
 
 /*
@@ -50,6 +51,14 @@ HOST_API HOST_ROUTE_LOOKUP HOST_RouteLookupOpen(void);
  */
 HOST_API uint32_t HOST_RouteLookupAsk(HOST_ROUTE_LOOKUP lookup, uint8_t family, const uint8_t *address,
                                       uint32_t vrf_if_index, HOST_ROUTE_S *route);
+
+/*
+ * The same for the route that is best among those which leave by the interface if_index: for an instance that
+ * has interfaces of its own and no VRF device. route->if_index is if_index; there is no gateway when the
+ * route has several next hops. if_index 0 is EINVAL.
+ */
+HOST_API uint32_t HOST_RouteLookupOn(HOST_ROUTE_LOOKUP lookup, uint8_t family, const uint8_t *address,
+                                     uint32_t if_index, HOST_ROUTE_S *route);
 
 /* Ends it. NULL is ignored. */
 HOST_API void HOST_RouteLookupClose(HOST_ROUTE_LOOKUP lookup);
