@@ -119,6 +119,7 @@ inline constexpr ControlSchema USER_STATISTICS_TABLE{23, "user-statistics", 3, U
 // Tables of mribd, which serves both families.
 
 inline constexpr ControlColumn ROUTE_COLUMNS[] = {
+    {"instance", FieldType::Number}, // 0: the public one
     {"group", FieldType::Address},
     {"source", FieldType::Address},
     {"upstream", FieldType::Interface}, // None: no usable route to the source
@@ -127,21 +128,22 @@ inline constexpr ControlColumn ROUTE_COLUMNS[] = {
     {"bytes", FieldType::Counter},
     {"wrong_interface", FieldType::Counter},
 };
-inline constexpr ControlSchema ROUTE_TABLE{32, "routes", 2, ROUTE_COLUMNS};
+inline constexpr ControlSchema ROUTE_TABLE{32, "routes", 3, ROUTE_COLUMNS};
 
 inline constexpr ControlColumn MEMBER_COLUMNS[] = {
-    {"group", FieldType::Address},       {"source", FieldType::Address}, // all zero: any source
+    {"instance", FieldType::Number},     {"group", FieldType::Address},
+    {"source", FieldType::Address}, // all zero: any source
     {"interface", FieldType::Interface}, {"client", FieldType::Number},
     {"joined", FieldType::Truth},        {"blocked", FieldType::Truth},
 };
-inline constexpr ControlSchema MEMBER_TABLE{33, "members", 4, MEMBER_COLUMNS};
+inline constexpr ControlSchema MEMBER_TABLE{33, "members", 5, MEMBER_COLUMNS};
 
 inline constexpr ControlColumn VIF_COLUMNS[] = {
-    {"family", FieldType::Family},       {"vif", FieldType::Number},
+    {"family", FieldType::Family},       {"instance", FieldType::Number}, {"vif", FieldType::Number},
     {"interface", FieldType::Interface}, {"protocol", FieldType::Truth}, // a GMP daemon serves it
     {"forwarder", FieldType::Truth},
 };
-inline constexpr ControlSchema VIF_TABLE{34, "vifs", 2, VIF_COLUMNS};
+inline constexpr ControlSchema VIF_TABLE{34, "vifs", 3, VIF_COLUMNS};
 
 inline constexpr ControlColumn CLIENT_COLUMNS[] = {
     {"family", FieldType::Family},    {"client", FieldType::Number}, {"component", FieldType::Number},

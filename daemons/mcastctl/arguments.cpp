@@ -72,6 +72,12 @@ CLI::Option *add_family(CLI::App &command, uint16_t *family)
                });
 }
 
+CLI::Option *add_instance(CLI::App &command, std::optional<uint16_t> *instance)
+{
+    return command.add_option("--instance", *instance, "Index of the VPN instance; 0 is the public one")
+        ->type_name("INDEX");
+}
+
 CLI::Option *add_group(CLI::App &command, std::optional<MCAST_ADDR_S> *group)
 {
     return add(command, "--group", help_text(Help::SpecifyGroup), "GROUP", [group](const std::string &text) {

@@ -17,6 +17,7 @@ namespace mcastctl
 // Options that narrow a table; those that a command does not have stay unset.
 struct Filter {
     uint16_t family = 0; // 0: both
+    std::optional<uint16_t> instance;
     std::optional<uint32_t> if_index;
     std::optional<uint32_t> incoming;
     std::optional<uint32_t> outgoing;
@@ -26,6 +27,7 @@ struct Filter {
 
 // Each adds an option that fills its value. A wrong text ends the command with the reason and exit code 2.
 CLI::Option *add_family(CLI::App &command, uint16_t *family);
+CLI::Option *add_instance(CLI::App &command, std::optional<uint16_t> *instance);
 CLI::Option *add_group(CLI::App &command, std::optional<MCAST_ADDR_S> *group);
 CLI::Option *add_source(CLI::App &command, std::optional<MCAST_ADDR_S> *source);
 CLI::Option *add_interface(CLI::App &command, const char *name, const char *help,

@@ -62,6 +62,9 @@ struct ShowOptions {
 // The value that the filter wants in the column; None when any will do.
 ControlField wanted_in(const Filter &filter, std::string_view column)
 {
+    if (column == "instance" && filter.instance) {
+        return ControlField::number(*filter.instance);
+    }
     if (column == "interface" && filter.if_index) {
         return ControlField::interface(*filter.if_index);
     }
@@ -148,6 +151,9 @@ void add_options(CLI::App &command, const ControlSchema &schema, ShowOptions &op
     Filter &filter = options.filter;
     command.add_flag("--json", options.as_json, "Print a JSON list of objects");
     add_family(command, &filter.family);
+    if (has_column(schema, "instance")) {
+        add_instance(command, &filter.instance);
+    }
     if (has_column(schema, "interface")) {
         add_interface(command, "--interface", help_text(Help::SpecifyInterface), &filter.if_index);
     }

@@ -69,4 +69,11 @@ const char *family_name(uint8_t family)
     return family == MCAST_FAMILY_IPV4 ? "ipv4" : "ipv6";
 }
 
+std::string instance_name(const MRIB_GMP_VRF_KEY_S &key)
+{
+    char bracket[MCAST_VRF_BRACKET_SIZE];
+    const std::string family = family_name(key.family);
+    return key.vrf_index == 0 ? family : family + " " + MCAST_GetVrfBracketStr(key.vrf_index, bracket);
+}
+
 } // namespace mribd

@@ -43,6 +43,9 @@ constexpr MRIB_GMP_VRF_KEY_S instance_key(uint8_t family, uint16_t vrf_index = 0
 // "ipv4" or "ipv6".
 const char *family_name(uint8_t family);
 
+// The family, and in parentheses the name of an instance other than the public one: "ipv4 (red)".
+std::string instance_name(const MRIB_GMP_VRF_KEY_S &key);
+
 } // namespace mribd
 
 #endif

@@ -26,9 +26,9 @@ constexpr unsigned ACCEPTS_PER_WAKE = 16;
 } // namespace
 
 ChannelServer::ChannelServer(mcastd::Reactor &reactor, const Backend &backend)
-    : reactor_(reactor), backend_(backend), router_(backend.router)
+    : reactor_(reactor), backend_(backend), routers_(backend.routers)
 {
-    router_.on_designated_router([this] { backend_.policy.touch(); });
+    routers_.on_designated_router([this] { backend_.policy.touch(); });
     backend_.msdp.on_local_source([this](const MsdpExchange::LocalSource &change) {
         for (auto &[fd, client] : clients_) {
             client.session->tell_local_source(change);
@@ -43,7 +43,7 @@ ChannelServer::ChannelServer(mcastd::Reactor &reactor, const Backend &backend)
 
 ChannelServer::~ChannelServer()
 {
-    router_.on_designated_router(nullptr);
+    routers_.on_designated_router(nullptr);
     backend_.msdp.on_local_source(nullptr);
     backend_.msdp.on_request(nullptr);
     while (!clients_.empty()) {
@@ -57,10 +57,10 @@ ChannelServer::~ChannelServer()
 
 bool ChannelServer::open()
 {
-    const uint16_t port = router_.family() == MCAST_FAMILY_IPV4 ? MRIB_PORT_IPV4 : MRIB_PORT_IPV6;
+    const uint16_t port = routers_.family() == MCAST_FAMILY_IPV4 ? MRIB_PORT_IPV4 : MRIB_PORT_IPV6;
     listener_ = mcastd::listen_local(port);
     if (listener_ < 0) {
-        mcastd::log_error("%s: cannot listen on local port %u: %s%s", family_name(router_.family()), port,
+        mcastd::log_error("%s: cannot listen on local port %u: %s%s", family_name(routers_.family()), port,
                           std::strerror(errno),
                           errno == EADDRINUSE ? "; another mribd serves this network namespace" : "");
         return false;
@@ -79,7 +79,7 @@ void ChannelServer::accept_clients()
         if (errno == EMFILE || errno == ENFILE) {
             // Readiness would be reported for ever; accepting resumes when a client goes.
             mcastd::log_error("%s: cannot accept a client: %s; raise the limit of open files (ulimit -n)",
-                              family_name(router_.family()), std::strerror(errno));
+                              family_name(routers_.family()), std::strerror(errno));
             accepting_ = false;
             reactor_.modify(listener_, 0);
         }
@@ -92,12 +92,12 @@ void ChannelServer::adopt(int fd)
     Client client;
     client.session = std::make_unique<Session>(next_id_++, backend_, counters_);
     if (!reactor_.add(fd, EPOLLIN, [this, fd](uint32_t events) { serve(fd, events); })) {
-        mcastd::log_error("%s: cannot watch a client: %s", family_name(router_.family()),
+        mcastd::log_error("%s: cannot watch a client: %s", family_name(routers_.family()),
                           std::strerror(errno));
         close(fd);
         return;
     }
-    mcastd::trace(mcastd::TraceCategory::Channel, instance_key(router_.family()), "client %u connected",
+    mcastd::trace(mcastd::TraceCategory::Channel, instance_key(routers_.family()), "client %u connected",
                   client.session->id());
     clients_[fd] = std::move(client);
 }
@@ -161,7 +161,7 @@ bool ChannelServer::flush(int fd, Client &client, bool writable)
     if (writable && outbox.has_overflowed()) {
         counters_.overflows++;
         mcastd::log_warning("%s: client %u read too slowly; it is sent everything again",
-                            family_name(router_.family()), client.session->id());
+                            family_name(routers_.family()), client.session->id());
         client.session->start_afresh();
         result = send_all(fd, *client.session);
     }
@@ -206,10 +206,11 @@ void ChannelServer::drop(int fd, const char *why)
 {
     const auto found = clients_.find(fd);
     if (why != nullptr) {
-        mcastd::log_info("%s: client %u %s", family_name(router_.family()), found->second.session->id(), why);
+        mcastd::log_info("%s: client %u %s", family_name(routers_.family()), found->second.session->id(),
+                         why);
     }
     const std::unique_ptr<Session> session = std::move(found->second.session);
-    mcastd::trace(mcastd::TraceCategory::Channel, instance_key(router_.family()), "client %u disconnected",
+    mcastd::trace(mcastd::TraceCategory::Channel, instance_key(routers_.family()), "client %u disconnected",
                   session->id());
     clients_.erase(found); // before the session goes: its end may be told to the other clients
     reactor_.remove(fd);

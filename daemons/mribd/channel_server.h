@@ -62,7 +62,7 @@ private:
 
     mcastd::Reactor &reactor_;
     Backend backend_;
-    Router &router_;
+    Routers &routers_;
     ChannelCounters counters_;
     int listener_ = -1;
     bool accepting_ = true;

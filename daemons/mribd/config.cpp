@@ -84,9 +84,12 @@ void read_interface(ConfigTable &table, Config *config)
     if (interface.name.empty() || interface.name.size() >= IFNAMSIZ) {
         table.fail("name", "name is " + host::quoted(interface.name) + "; allowed: 1 to 15 bytes");
     }
-    interface.vrf_index = static_cast<uint16_t>(table.optional_integer("vrf", 0, MAX_INDEX).value_or(0));
-    if (interface.vrf_index != PUBLIC_INSTANCE && !config->instances.contains(interface.vrf_index)) {
-        table.fail("vrf", "instance " + std::to_string(interface.vrf_index) +
+    if (const auto vrf = table.optional_integer("vrf", 0, MAX_INDEX)) {
+        interface.vrf_index = static_cast<uint16_t>(*vrf);
+    }
+    const uint16_t vrf_index = interface.vrf_index.value_or(PUBLIC_INSTANCE);
+    if (vrf_index != PUBLIC_INSTANCE && !config->instances.contains(vrf_index)) {
+        table.fail("vrf", "instance " + std::to_string(vrf_index) +
                               " is not configured; allowed: 0 and the instances of [[mribd.instance]]");
     }
     interface.designated = table.optional_boolean("dr");

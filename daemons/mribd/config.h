@@ -34,10 +34,10 @@ struct InstanceConfig {
 
 struct InterfaceConfig {
     std::string name;
-    uint16_t vrf_index = PUBLIC_INSTANCE;
-    std::optional<bool> designated; // in place of what the querier election says
-    std::vector<Prefix> boundaries; // both families
-    uint8_t scope_boundary = 0;     // IPv6, 3 to 15; 0: none
+    std::optional<uint16_t> vrf_index; // in place of the instance that the interface is in
+    std::optional<bool> designated;    // in place of what the querier election says
+    std::vector<Prefix> boundaries;    // both families
+    uint8_t scope_boundary = 0;        // IPv6, 3 to 15; 0: none
 };
 
 struct Config {

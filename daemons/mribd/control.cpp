@@ -21,14 +21,29 @@ using mcastd::ControlField;
 using mcastd::ControlFields;
 using mcastd::ControlRows;
 
-using Families = std::vector<ControlFamily>;
+using Families = std::vector<const ChannelServer *>;
 
-const Router &router_of(const ControlFamily &family)
+// Every router, the families of an instance together.
+std::vector<const Router *> routers_of(const Families &families)
 {
-    return family.server.backend().router;
+    std::vector<const Router *> routers;
+    for (const ChannelServer *server : families) {
+        for (const auto &[vrf_index, router] : server->backend().routers.all()) {
+            routers.push_back(router);
+        }
+    }
+    std::stable_sort(routers.begin(), routers.end(), [](const Router *one, const Router *other) {
+        return one->vrf_index() < other->vrf_index();
+    });
+    return routers;
 }
 
-// The position's address at the place, when it is of the family; otherwise NULL: the family's rows are wanted
+ControlField instance_field(const Router &router)
+{
+    return ControlField::number(router.vrf_index());
+}
+
+// The position's address at the place, when it is of the family; otherwise NULL: the router's rows are wanted
 // from the first, or not at all, in which case none of them is taken.
 const MCAST_ADDR_S *address_at(const ControlFields &key, size_t place, uint8_t family)
 {
@@ -36,22 +51,24 @@ const MCAST_ADDR_S *address_at(const ControlFields &key, size_t place, uint8_t f
                                                                           : nullptr;
 }
 
-// Whether the family's addresses come before the position.
-bool is_passed(const ControlFields &key, uint8_t family)
+// Whether the router's rows come before the position: by instance, then by family.
+bool is_passed(const ControlFields &key, const Router &router)
 {
-    return !key.empty() && key[0].as_address().family > family;
+    const uint64_t instance = key.empty() ? 0 : key[0].as_number();
+    return instance > router.vrf_index() ||
+           (instance == router.vrf_index() && key.size() > 1 && key[1].as_address().family > router.family());
 }
 
-// Calls list(router, group, source) for each family of which rows are wanted, with the position in it.
+// Calls list(router, group, source) for each router of which rows are wanted, with the position in it.
 template <typename List> void from_position(const Families &families, const ControlRows &rows, List list)
 {
-    for (const ControlFamily &each : families) {
-        const Router &router = router_of(each);
-        if (is_passed(rows.key(), router.family()) || rows.full()) {
+    for (const Router *router : routers_of(families)) {
+        if (is_passed(rows.key(), *router) || rows.full()) {
             continue;
         }
-        const MCAST_ADDR_S *group = address_at(rows.key(), 0, router.family());
-        list(router, group, group == nullptr ? nullptr : address_at(rows.key(), 1, router.family()));
+        const bool is_at = !rows.key().empty() && rows.key()[0].as_number() == router->vrf_index();
+        const MCAST_ADDR_S *group = is_at ? address_at(rows.key(), 1, router->family()) : nullptr;
+        list(*router, group, group == nullptr ? nullptr : address_at(rows.key(), 2, router->family()));
     }
 }
 
@@ -70,6 +87,7 @@ ControlFields route_row(const Router &router, const Entry &entry)
         return counters ? ControlField::counter((*counters).*member) : ControlField();
     };
     return {
+        instance_field(router),
         ControlField::address(entry.group()),
         ControlField::address(entry.source()),
         entry.upstream == 0 ? ControlField() : ControlField::interface(entry.upstream),
@@ -78,6 +96,18 @@ ControlFields route_row(const Router &router, const Entry &entry)
         counter(&EntryCounters::bytes),
         counter(&EntryCounters::wrong_interface),
     };
+}
+
+ControlFields member_row(const Router &router, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
+                         const Wish &wish)
+{
+    return {instance_field(router),
+            ControlField::address(group),
+            ControlField::address(source),
+            ControlField::interface(wish.if_index),
+            ControlField::number(wish.client),
+            ControlField::truth(wish.joined),
+            ControlField::truth(wish.blocked)};
 }
 
 void list_routes(const Families &families, ControlRows &rows)
@@ -92,30 +122,29 @@ void list_routes(const Families &families, ControlRows &rows)
 
 void list_members(const Families &families, ControlRows &rows)
 {
-    const auto add = [&rows](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
-                             const std::vector<Wish> &wishes) {
-        return std::all_of(wishes.begin(), wishes.end(), [&](const Wish &wish) {
-            return rows.add({ControlField::address(group), ControlField::address(source),
-                             ControlField::interface(wish.if_index), ControlField::number(wish.client),
-                             ControlField::truth(wish.joined), ControlField::truth(wish.blocked)});
-        });
-    };
     from_position(families, rows,
-                  [&add](const Router &router, const MCAST_ADDR_S *group, const MCAST_ADDR_S *source) {
+                  [&rows](const Router &router, const MCAST_ADDR_S *group, const MCAST_ADDR_S *source) {
+                      const auto add = [&](const MCAST_ADDR_S &of_group, const MCAST_ADDR_S &of_source,
+                                           const std::vector<Wish> &wishes) {
+                          return std::all_of(wishes.begin(), wishes.end(), [&](const Wish &wish) {
+                              return rows.add(member_row(router, of_group, of_source, wish));
+                          });
+                      };
                       router.members().visit_from(group, source, add);
                   });
 }
 
 void list_vifs(const Families &families, ControlRows &rows)
 {
-    for (const ControlFamily &each : families) {
-        const Router &router = router_of(each);
-        for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
-            if (const uint32_t if_index = router.vifs().if_index(vif)) {
-                rows.add({ControlField::family(router.family()), ControlField::number(vif),
-                          ControlField::interface(if_index),
-                          ControlField::truth(router.gmp().is_enabled(if_index)),
-                          ControlField::truth(router.gmp().is_forwarder(if_index))});
+    for (const ChannelServer *server : families) {
+        for (const auto &[vrf_index, router] : server->backend().routers.all()) {
+            for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
+                if (const uint32_t if_index = router->vifs().if_index(vif)) {
+                    rows.add({ControlField::family(router->family()), instance_field(*router),
+                              ControlField::number(vif), ControlField::interface(if_index),
+                              ControlField::truth(router->gmp().is_enabled(if_index)),
+                              ControlField::truth(router->gmp().is_forwarder(if_index))});
+                }
             }
         }
     }
@@ -123,11 +152,11 @@ void list_vifs(const Families &families, ControlRows &rows)
 
 void list_clients(const Families &families, ControlRows &rows)
 {
-    for (const ControlFamily &each : families) {
+    for (const ChannelServer *server : families) {
         std::map<ClientId, const Session *> sessions;
-        each.server.visit([&sessions](const Session &session) { sessions[session.id()] = &session; });
+        server->visit([&sessions](const Session &session) { sessions[session.id()] = &session; });
         for (const auto &[id, session] : sessions) {
-            rows.add({ControlField::family(router_of(each).family()), ControlField::number(id),
+            rows.add({ControlField::family(server->backend().routers.family()), ControlField::number(id),
                       ControlField::number(session->component()),
                       ControlField::truth(session->is_registered()),
                       ControlField::counter(session->outbox().sent()),
@@ -152,34 +181,37 @@ void count_channel(Counters *counters, const ChannelCounters &channel)
     }
 }
 
-void count_forwarding(Counters *counters, const Router &router, uint64_t lost_upcalls)
+// Of all instances together.
+void count_forwarding(Counters *counters, const Router &router)
 {
     const ForwardingCounters &forwarding = router.forwarding().counters();
-    (*counters)["upcalls"] = forwarding.upcalls;
-    (*counters)["upcalls_lost"] = lost_upcalls;
-    (*counters)["upcalls_stray"] = forwarding.stray_upcalls;
-    (*counters)["upcalls_wrong_interface"] = forwarding.wrong_interface;
-    (*counters)["entries_expired"] = forwarding.expired;
-    (*counters)["entries_without_route"] = forwarding.no_route;
-    (*counters)["entries_refused_by_kernel"] = forwarding.kernel_failures;
-    (*counters)["entries_refused_by_limit"] = forwarding.refused_by_limit;
-    (*counters)["entries_refused_by_memory"] = forwarding.refused_by_memory;
-    (*counters)["vifs_failed"] = router.vifs().failures();
-    (*counters)["vifs_refused"] = router.vifs().refusals();
+    (*counters)["upcalls"] += forwarding.upcalls;
+    (*counters)["upcalls_lost"] += router.kernel().lost_upcalls();
+    (*counters)["upcalls_stray"] += forwarding.stray_upcalls;
+    (*counters)["upcalls_wrong_interface"] += forwarding.wrong_interface;
+    (*counters)["entries_expired"] += forwarding.expired;
+    (*counters)["entries_without_route"] += forwarding.no_route;
+    (*counters)["entries_refused_by_kernel"] += forwarding.kernel_failures;
+    (*counters)["entries_refused_by_limit"] += forwarding.refused_by_limit;
+    (*counters)["entries_refused_by_memory"] += forwarding.refused_by_memory;
+    (*counters)["vifs_failed"] += router.vifs().failures();
+    (*counters)["vifs_refused"] += router.vifs().refusals();
 }
 
 // The endpoint serves both families; its counters stand with the first.
 void list_counters(const mcastd::ControlServer &control, const Families &families, ControlRows &rows)
 {
-    for (const ControlFamily &each : families) {
+    for (const ChannelServer *server : families) {
         Counters counters;
-        count_channel(&counters, each.server.counters());
-        count_forwarding(&counters, router_of(each), each.lost_upcalls());
-        if (&each == &families.front()) {
+        count_channel(&counters, server->counters());
+        for (const auto &[vrf_index, router] : server->backend().routers.all()) {
+            count_forwarding(&counters, *router);
+        }
+        if (server == families.front()) {
             control.visit_counters([&](const char *name, uint64_t value) { counters[name] = value; });
         }
         for (const auto &[name, value] : counters) {
-            rows.add({ControlField::family(router_of(each).family()), ControlField::interface(0),
+            rows.add({ControlField::family(server->backend().routers.family()), ControlField::interface(0),
                       ControlField::text(name), ControlField::counter(value)});
         }
     }
@@ -187,7 +219,7 @@ void list_counters(const mcastd::ControlServer &control, const Families &familie
 
 } // namespace
 
-void offer_control(mcastd::ControlServer &control, std::vector<ControlFamily> families)
+void offer_control(mcastd::ControlServer &control, std::vector<const ChannelServer *> families)
 {
     using List = void (*)(const Families &, ControlRows &);
     constexpr std::pair<const mcastd::ControlSchema *, List> TABLES[] = {

@@ -7,21 +7,13 @@
 #include "daemons/common/control.h"
 #include "daemons/mribd/channel_server.h"
 
-#include <cstdint>
-#include <functional>
 #include <vector>
 
 namespace mribd
 {
 
-// What the tables show of one family.
-struct ControlFamily {
-    const ChannelServer &server;
-    std::function<uint64_t()> lost_upcalls;
-};
-
 // Offers the tables of the families, ascending; what they refer to must outlive the registration.
-void offer_control(mcastd::ControlServer &control, std::vector<ControlFamily> families);
+void offer_control(mcastd::ControlServer &control, std::vector<const ChannelServer *> families);
 
 } // namespace mribd
 

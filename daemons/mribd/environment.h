@@ -8,6 +8,7 @@
 #include "mcast/common.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,8 +20,12 @@ class Environment
 public:
     virtual ~Environment() = default;
 
-    // Interfaces that can carry multicast now: up, multicast capable, not the loopback. Ascending.
-    virtual std::vector<uint32_t> multicast_interfaces() const = 0;
+    // Interfaces of the instance that can carry multicast now: up, multicast capable, not the loopback.
+    // Ascending.
+    virtual std::vector<uint32_t> multicast_interfaces(uint16_t vrf_index) const = 0;
+
+    // The instance that the interface belongs to; nothing when it belongs to none.
+    virtual std::optional<uint16_t> instance_of(uint32_t if_index) const = 0;
 
     // The interface's name, or its index as the library writes it when there is no such interface.
     virtual std::string interface_name(uint32_t if_index) const = 0;
@@ -33,15 +38,15 @@ public:
 
     struct Route {
         uint32_t if_index = 0; // 0: there is no route
-        bool is_own = false;   // the address is this machine's own; if_index is the interface that has it
+        bool is_own = false;   // the address is the router's own; if_index is the interface that has it
     };
 
     // What keeps the interface from routing multicast of the family, with the sysctl to change; empty when
     // nothing does.
     virtual std::string obstacle(uint8_t family, uint32_t if_index) const = 0;
 
-    // The unicast route to the source.
-    virtual Route route_to(const MCAST_ADDR_S &source) const = 0;
+    // The instance's unicast route to the source; it leaves by an interface of the instance.
+    virtual Route route_to(uint16_t vrf_index, const MCAST_ADDR_S &source) const = 0;
 };
 
 } // namespace mribd

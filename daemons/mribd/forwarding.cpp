@@ -57,7 +57,7 @@ template <typename Visitor> void walk_entries(MRT_TABLE_S *table, const Visitor 
 } // namespace
 
 Forwarding::Forwarding(const Parts &parts)
-    : parts_(parts), table_(MRT_CreateTable(parts.family, "entries", nullptr, nullptr))
+    : parts_(parts), table_(MRT_CreateTable(parts.key.family, "entries", nullptr, nullptr))
 {
     if (table_ == nullptr) {
         throw std::bad_alloc();
@@ -92,7 +92,7 @@ Entry *Forwarding::find_or_create(const MCAST_ADDR_S &group, const MCAST_ADDR_S 
         watch_limit();
         return nullptr;
     }
-    const unsigned length = full_length(parts_.family);
+    const unsigned length = full_length(parts_.key.family);
     auto entry = std::make_unique<Entry>();
     entry->node = MRT_CreateEntryMask(table_, &group, length, &source, length);
     if (entry->node == nullptr) {
@@ -139,12 +139,12 @@ void Forwarding::watch_limit()
     } else if (entry_count_ >= near && !limit_near_reported_) {
         limit_near_reported_ = true;
         mcastd::log_warning("%s: %u of at most %u forwarding entries are in use (option --max-entries)",
-                            parts_.family_name, entry_count_, parts_.entry_limit);
+                            instance_name(parts_.key).c_str(), entry_count_, parts_.entry_limit);
     } else if (entry_count_ == parts_.entry_limit && counters_.refused_by_limit != 0 && !limit_reported_) {
         limit_reported_ = true;
         mcastd::log_warning(
             "%s: the limit of %u forwarding entries is reached; new sources are not forwarded",
-            parts_.family_name, parts_.entry_limit);
+            instance_name(parts_.key).c_str(), parts_.entry_limit);
     }
 }
 
@@ -207,7 +207,7 @@ void Forwarding::routes_changed(const MCAST_ADDR_S &prefix, unsigned length)
 {
     trace_route("unicast routes changed: %A/%u", &prefix, length);
     if (length == 0 || changed_prefixes_.size() == PREFIXES_REMEMBERED) {
-        changed_prefixes_.assign(1, Prefix{any_address(parts_.family), 0});
+        changed_prefixes_.assign(1, Prefix{any_address(parts_.key.family), 0});
     } else {
         changed_prefixes_.push_back(Prefix{prefix, static_cast<uint8_t>(length)});
     }
@@ -220,7 +220,7 @@ void Forwarding::queue_changed()
         return;
     }
     walk_entries(table_, [this](Entry *entry) {
-        const Prefix source{entry->source(), static_cast<uint8_t>(full_length(parts_.family))};
+        const Prefix source{entry->source(), static_cast<uint8_t>(full_length(parts_.key.family))};
         const bool check_route =
             std::any_of(changed_prefixes_.begin(), changed_prefixes_.end(),
                         [&source](const Prefix &changed) { return changed.covers(source); });
@@ -264,8 +264,8 @@ bool Forwarding::settle(unsigned limit)
 
 void Forwarding::determine_upstream(Entry *entry)
 {
-    const uint32_t upstream =
-        rpf_interface(parts_.environment, entry->source(), entry->upstream, entry->arrival);
+    const uint32_t upstream = rpf_interface(parts_.environment, parts_.key.vrf_index, entry->source(),
+                                            entry->upstream, entry->arrival);
     entry->check_route = false;
     if (upstream == 0 && !entry->unreachable) {
         counters_.no_route++;

@@ -1,5 +1,5 @@
 /*
- * The forwarding entries of one family: which (source, group) the kernel forwards, from where to where.
+ * The forwarding entries of one instance: which (source, group) the kernel forwards, from where to where.
  */
 #ifndef DAEMONS_MRIBD_FORWARDING_H
 #define DAEMONS_MRIBD_FORWARDING_H
@@ -79,8 +79,7 @@ class Forwarding
 {
 public:
     struct Parts {
-        const char *family_name;
-        uint8_t family;
+        MRIB_GMP_VRF_KEY_S key;
         KernelTable &kernel;
         const Environment &environment;
         const MemberTable &members;
@@ -174,7 +173,7 @@ private:
     void trace_route(std::type_identity_t<mcastd::LineFormat<Arguments...>> format,
                      Arguments... arguments) const
     {
-        mcastd::trace(mcastd::TraceCategory::Route, instance_key(parts_.family), format, arguments...);
+        mcastd::trace(mcastd::TraceCategory::Route, parts_.key, format, arguments...);
     }
 
     Parts parts_;

@@ -23,9 +23,9 @@ void Forwarding::install(Entry *entry, int parent, uint32_t outgoing)
         if (replaces) {
             parts_.kernel.delete_entry(entry->source(), entry->group()); // better none than a wrong one
         }
-        mcastd::log_warning("%s: the kernel refused the entry (%s, %s): %s", parts_.family_name,
-                            text(entry->source()).c_str(), text(entry->group()).c_str(),
-                            std::strerror(error));
+        mcastd::log_warning("%s: the kernel refused the entry (%s, %s): %s",
+                            instance_name(parts_.key).c_str(), text(entry->source()).c_str(),
+                            text(entry->group()).c_str(), std::strerror(error));
     } else {
         trace_entry(entry, replaces ? "replaced" : "installed");
     }

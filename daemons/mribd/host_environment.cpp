@@ -3,6 +3,7 @@
 #include "daemons/common/line_format.h"
 #include "daemons/common/log.h"
 #include "daemons/mribd/address.h"
+#include "mcast/service.h"
 
 #include <cerrno>
 #include <cstring>
@@ -67,7 +68,7 @@ void HostEnvironment::take_link_event(const HOST_LINK_EVENT_S &event) const
     case HOST_LINK_EVENT_RENAMED:
         mcastd::log_info("interface %s is now called %s", event.old_link->name, event.link->name);
         if (events_.link_renamed) {
-            events_.link_renamed();
+            events_.link_renamed(event.link->if_index);
         }
         return;
     case HOST_LINK_EVENT_REMOVED:
@@ -75,7 +76,9 @@ void HostEnvironment::take_link_event(const HOST_LINK_EVENT_S &event) const
         events_.link_removed(event.link->if_index);
         return;
     case HOST_LINK_EVENT_CHANGED:
-        if (event.link->flags == event.old_link->flags) {
+        if (event.link->flags == event.old_link->flags &&
+            event.link->master_index == event.old_link->master_index &&
+            event.link->vrf_table == event.old_link->vrf_table) {
             return;
         }
         break;
@@ -93,17 +96,36 @@ void HostEnvironment::route_event(const HOST_ROUTE_CHANGE_S *change, void *conte
     }
 }
 
-std::vector<uint32_t> HostEnvironment::multicast_interfaces() const
+std::vector<uint32_t> HostEnvironment::multicast_interfaces(uint16_t vrf_index) const
 {
     constexpr uint32_t NEEDED = HOST_LINK_UP | HOST_LINK_MULTICAST;
     std::vector<uint32_t> result;
     HOST_LINK_S link{};
     while (HOST_LinkGetNext(links_, link.if_index, &link) == 0) {
-        if ((link.flags & (NEEDED | HOST_LINK_LOOPBACK)) == NEEDED) {
+        if ((link.flags & (NEEDED | HOST_LINK_LOOPBACK)) == NEEDED &&
+            instance_of(link.if_index) == vrf_index) {
             result.push_back(link.if_index);
         }
     }
     return result;
+}
+
+std::optional<uint16_t> HostEnvironment::instance_of(uint32_t if_index) const
+{
+    uint16_t vrf_index;
+    return MCAST_GetVrfIndexByIfIndex(if_index, &vrf_index) == MCAST_OK ? std::optional(vrf_index)
+                                                                        : std::nullopt;
+}
+
+HostEnvironment::Device HostEnvironment::device_of(uint16_t vrf_index) const
+{
+    HOST_LINK_S link{};
+    while (HOST_LinkGetNext(links_, link.if_index, &link) == 0) {
+        if (link.vrf_table != 0 && instance_of(link.if_index) == vrf_index) {
+            return {link.if_index, link.vrf_table};
+        }
+    }
+    return {};
 }
 
 std::string HostEnvironment::interface_name(uint32_t if_index) const
@@ -147,14 +169,15 @@ std::string HostEnvironment::obstacle(uint8_t family, uint32_t if_index) const
     return value_of("mc_forwarding") == "0" ? conf + "mc_forwarding is 0" : "";
 }
 
-uint32_t HostEnvironment::owner_of(const MCAST_ADDR_S &source) const
+uint32_t HostEnvironment::owner_of(uint16_t vrf_index, const MCAST_ADDR_S &source) const
 {
     HOST_LINK_S link{};
     while (HOST_LinkGetNext(links_, link.if_index, &link) == 0) {
         HOST_ADDRESS_S address;
         for (uint32_t i = 0; HOST_LinkGetAddress(links_, link.if_index, i, &address) == 0; i++) {
             if (address.family == source.family &&
-                std::memcmp(address.address, source.address, sizeof(address.address)) == 0) {
+                std::memcmp(address.address, source.address, sizeof(address.address)) == 0 &&
+                instance_of(link.if_index) == vrf_index) {
                 return link.if_index;
             }
         }
@@ -162,16 +185,41 @@ uint32_t HostEnvironment::owner_of(const MCAST_ADDR_S &source) const
     return 0;
 }
 
-Environment::Route HostEnvironment::route_to(const MCAST_ADDR_S &source) const
+// The best of the routes that leave by interfaces of the instance; of equal ones the one with the lowest
+// interface index.
+Environment::Route HostEnvironment::best_route_on(uint16_t vrf_index, const MCAST_ADDR_S &source) const
 {
+    std::optional<HOST_ROUTE_S> best;
+    for (const uint32_t if_index : multicast_interfaces(vrf_index)) {
+        HOST_ROUTE_S route;
+        if (HOST_RouteLookupOn(lookup_, static_cast<uint8_t>(source.family), source.address, if_index,
+                               &route) == 0 &&
+            (!best || route.prefix_length > best->prefix_length ||
+             (route.prefix_length == best->prefix_length && route.metric < best->metric))) {
+            best = route;
+        }
+    }
+    return best ? Route{best->if_index, best->is_local != 0} : Route{};
+}
+
+// Instances without a VRF device share the kernel's routing tables. Mostly the best route of all leaves by an
+// interface of the instance; only otherwise each of its interfaces is asked about.
+Environment::Route HostEnvironment::route_to(uint16_t vrf_index, const MCAST_ADDR_S &source) const
+{
+    const uint32_t device = vrf_index == 0 ? 0 : device_of(vrf_index).if_index;
     HOST_ROUTE_S route;
-    if (HOST_RouteLookupAsk(lookup_, static_cast<uint8_t>(source.family), source.address, 0, &route) != 0) {
-        return {};
+    if (HOST_RouteLookupAsk(lookup_, static_cast<uint8_t>(source.family), source.address, device, &route) !=
+        0) {
+        return device == 0 ? Route{} : best_route_on(vrf_index, source);
     }
     if (route.is_local != 0) {
-        return {owner_of(source), true};
+        if (const uint32_t owner = owner_of(vrf_index, source)) {
+            return {owner, true};
+        }
+    } else if (instance_of(route.if_index) == vrf_index) {
+        return {route.if_index, false};
     }
-    return {route.if_index, false};
+    return best_route_on(vrf_index, source);
 }
 
 } // namespace mribd

@@ -65,7 +65,7 @@ public:
     bool serve(unsigned limit, const std::function<void(const Upcall &)> &take);
 
     // Upcalls given up, and dropped by the kernel because the receive buffer was full.
-    uint64_t lost_upcalls() const;
+    uint64_t lost_upcalls() const override;
 
     int add_vif(unsigned vif, uint32_t if_index) override;
     int delete_vif(unsigned vif) override;

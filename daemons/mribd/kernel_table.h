@@ -1,5 +1,5 @@
 /*
- * The kernel's multicast forwarding table of one family, as the forwarding logic sees it: virtual interfaces,
+ * A multicast forwarding table of the kernel, as the forwarding logic sees it: virtual interfaces,
  * entries and their counters. KernelMroute is the real one; tests put a recorder in its place.
  */
 #ifndef DAEMONS_MRIBD_KERNEL_TABLE_H
@@ -39,6 +39,9 @@ public:
 
     // The entry's counters; nothing when the kernel has no such entry.
     virtual std::optional<EntryCounters> counters(const MCAST_ADDR_S &source, const MCAST_ADDR_S &group) = 0;
+
+    // Reports of new sources that were lost on the way.
+    virtual uint64_t lost_upcalls() const = 0;
 };
 
 } // namespace mribd

@@ -43,8 +43,8 @@ void LostClients::keep(ClientId client)
     Lost &lost = lost_[client];
     lost.owner = this;
     lost.client = client;
-    mcastd::log_info("%s: what client %u wanted is kept for %u s", family_name(router_.family()), client,
-                     hold_s_);
+    mcastd::log_info("%s: what client %u wanted is kept for %u s", instance_name(router_.key()).c_str(),
+                     client, hold_s_);
     const auto due = [](void *owner) {
         const Lost &ended = *static_cast<Lost *>(owner);
         ended.owner->end(ended.client);
@@ -57,8 +57,8 @@ void LostClients::end(ClientId client)
     const auto found = lost_.find(client);
     mcastd::timer_stop(manager_, found->second.timer);
     lost_.erase(found);
-    mcastd::log_info("%s: what client %u wanted and nobody said again ends", family_name(router_.family()),
-                     client);
+    mcastd::log_info("%s: what client %u wanted and nobody said again ends",
+                     instance_name(router_.key()).c_str(), client);
     router_.drop_client(client);
 }
 

@@ -7,8 +7,9 @@
  *     links, routes -----> HostEnvironment ----------->    +------> VifTable, Forwarding --> KernelMroute
  *     configuration -----> Policy (the clients' view), MsdpExchange --> Session --channel--> clients
  *
- * A Plane holds this chain for one family. All of it runs on one thread in the daemon frame's event loop;
- * what an event changes is worked off by settle after each round, a bounded amount at a time.
+ * A Plane holds this chain for one family, from Router on once for each instance. All of it runs on one
+ * thread in the daemon frame's event loop; what an event changes is worked off by settle after each round, a
+ * bounded amount at a time.
  */
 #include "daemons/common/control.h"
 #include "daemons/common/frame.h"
@@ -44,28 +45,26 @@ HostEnvironment::Events events_for(const Planes &planes)
     HostEnvironment::Events events;
     events.links_changed = [&planes] {
         for (const auto &plane : planes) {
-            plane->router().links_changed();
-            plane->interfaces_changed();
+            plane->links_changed();
         }
     };
-    events.link_renamed = [&planes] {
+    events.link_renamed = [&planes](uint32_t if_index) {
         for (const auto &plane : planes) {
-            plane->interfaces_changed();
+            plane->link_renamed(if_index);
         }
     };
     events.link_removed = [&planes](uint32_t if_index) {
         for (const auto &plane : planes) {
-            plane->router().link_removed(if_index);
-            plane->interfaces_changed();
+            plane->link_removed(if_index);
         }
     };
     events.routes_changed = [&planes](uint8_t family, const uint8_t *prefix, unsigned length) {
         for (const auto &plane : planes) {
-            const uint8_t own = plane->router().family();
+            const uint8_t own = plane->family();
             if (family == own) {
-                plane->router().routes_changed(mribd::make_address(own, prefix), length);
+                plane->routes_changed(mribd::make_address(own, prefix), length);
             } else if (family == 0) {
-                plane->router().routes_changed(mribd::any_address(own), 0);
+                plane->routes_changed(mribd::any_address(own), 0);
             }
         }
     };
@@ -156,9 +155,9 @@ void attach(mcastd::Frame &frame, const std::string &config_path, const Planes &
 
 bool open_control(mcastd::ControlServer &control, const Planes &planes)
 {
-    std::vector<mribd::ControlFamily> families;
+    std::vector<const mribd::ChannelServer *> families;
     for (const auto &plane : planes) {
-        families.push_back({plane->server(), [&plane] { return plane->lost_upcalls(); }});
+        families.push_back(&plane->server());
     }
     mribd::offer_control(control, std::move(families));
     return control.open(mcastd::CONTROL_PORT_MRIBD);
@@ -210,7 +209,8 @@ int main(int argc, char **argv)
         ->check(CLI::Range(1u, 86400u))
         ->capture_default_str();
     options.app()
-        .add_option("--max-entries", settings.entry_limit, "Most forwarding entries of a family")
+        .add_option("--max-entries", settings.entry_limit,
+                    "Most forwarding entries of a family in an instance")
         ->check(CLI::Range(1u, 16777216u))
         ->capture_default_str();
     options.app()

@@ -3,110 +3,127 @@
 #include "daemons/common/log.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/status.h"
+#include "mcasthost/multicast_rule.h"
 
 #include <cerrno>
-#include <cinttypes>
 #include <cstring>
-#include <sys/epoll.h>
 
 namespace mribd
 {
-namespace
-{
-
-// What one wake-up reads of the routing socket, and what a round serves, before timers and clients have their
-// turn. Reading is far cheaper than serving, and makes room in the kernel.
-constexpr unsigned READ_PER_WAKE = 1024;
-constexpr unsigned SERVED_PER_ROUND = 256;
-
-} // namespace
 
 Plane::Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &reactor,
              const HostEnvironment &environment)
-    : reactor_(reactor), kernel_(family),
-      timers_(settings.idle_period_s, [this](Entry *entry) { router_.check_idle(entry); }),
-      router_(family, kernel_, environment, timers_, settings.entry_limit), policy_(router_),
-      msdp_(router_, settings.entry_limit), lost_clients_(router_, settings.hold_s),
-      server_(reactor, Backend{router_, policy_, msdp_, users_})
+    : settings_(settings), reactor_(reactor), environment_(environment),
+      common_(instance_key(family), settings, reactor, environment), routers_(common_.router()),
+      policy_(routers_), msdp_(routers_.common(), settings.entry_limit),
+      server_(reactor, Backend{routers_, policy_, msdp_, users_})
 {
 }
 
 Plane::~Plane()
 {
-    if (kernel_.descriptor() >= 0) {
-        reactor_.remove(kernel_.descriptor());
+    // First of all: what the clients leave behind needs no withdrawing one by one any more.
+    common_.shut();
+    for (const auto &[vrf_index, instance] : others_) {
+        instance->shut();
     }
-    // First of all, in one step: what the clients leave behind needs no withdrawing one by one any more.
-    kernel_.shut();
 }
 
 KernelMroute::OpenResult Plane::open(TIMER_SERVICE timers)
 {
-    const char *family = family_name(router_.family());
+    timer_service_ = timers;
     // Before the kernel's table: a second mribd is then told that there is a first.
     if (!server_.open()) {
         return KernelMroute::OpenResult::Failed;
     }
-    std::string reason;
-    const KernelMroute::OpenResult result = kernel_.open(&reason);
-    if (result == KernelMroute::OpenResult::NotSupported) {
-        mcastd::log_warning("%s is not served: %s", family, reason.c_str());
-        return result;
-    }
-    if (result == KernelMroute::OpenResult::Failed) {
-        mcastd::log_error("%s: %s", family, reason.c_str());
-        return result;
-    }
-    if (!timers_.open(timers) || !lost_clients_.open(timers)) {
-        mcastd::log_error("%s: cannot create a timer", family);
-        return KernelMroute::OpenResult::Failed;
-    }
-    if (!reactor_.add(kernel_.descriptor(), EPOLLIN, [this](uint32_t) { receive(); })) {
-        mcastd::log_error("%s: cannot watch the routing socket: %s", family, std::strerror(errno));
-        return KernelMroute::OpenResult::Failed;
+    const KernelMroute::OpenResult result = common_.open(timers);
+    if (result == KernelMroute::OpenResult::Ready && HOST_MulticastRuleClear(family(), nullptr, 0) != 0) {
+        mcastd::log_warning("%s: cannot clear the rules that an earlier mribd may have left: %s",
+                            family_name(family()), std::strerror(errno));
     }
     return result;
 }
 
+// Begins to serve the instance. Whether that is possible.
+bool Plane::serve(uint16_t vrf_index)
+{
+    auto instance =
+        std::make_unique<Instance>(instance_key(family(), vrf_index), settings_, reactor_, environment_);
+    if (instance->open(timer_service_) != KernelMroute::OpenResult::Ready) {
+        return false;
+    }
+    routers_.add(instance->router());
+    others_[vrf_index] = std::move(instance);
+    return true;
+}
+
 void Plane::configure(const Config &config)
 {
-    policy_.configure(config);
-    if (router_.family() == MCAST_FAMILY_IPV4) {
+    for (auto next = others_.begin(); next != others_.end();) {
+        const auto current = next++;
+        if (!config.instances.contains(current->first)) {
+            routers_.remove(current->first);
+            others_.erase(current);
+        }
+    }
+    Config served = config;
+    for (auto &[vrf_index, instance] : served.instances) {
+        if (routers_.find(vrf_index) == nullptr && !serve(vrf_index)) {
+            instance.enabled = false; // as the clients are to see it
+        }
+    }
+    policy_.configure(served);
+    if (family() == MCAST_FAMILY_IPV4) {
         msdp_.configure(config);
     }
+    links_changed(); // the file says which interfaces are in an instance
 }
 
-void Plane::receive()
+void Plane::links_changed()
 {
-    kernel_.receive(READ_PER_WAKE);
-    report_losses();
+    common_.links_changed();
+    for (const auto &[vrf_index, instance] : others_) {
+        instance->links_changed();
+    }
+    policy_.touch();
 }
 
-// Once per doubling, so that a flood of sources does not become a flood of messages.
-void Plane::report_losses()
+void Plane::link_renamed(uint32_t if_index)
 {
-    const uint64_t lost = kernel_.lost_upcalls();
-    if (lost > 2 * reported_losses_) {
-        reported_losses_ = lost;
-        mcastd::log_warning("%s: the kernel dropped %" PRIu64
-                            " reports of new sources so far; they are repeated "
-                            "with the sources' next packets",
-                            family_name(router_.family()), reported_losses_);
+    for (const auto &[vrf_index, router] : routers_.all()) {
+        router->link_renamed(if_index);
+    }
+    links_changed();
+}
+
+void Plane::link_removed(uint32_t if_index)
+{
+    for (const auto &[vrf_index, router] : routers_.all()) {
+        router->link_removed(if_index);
+    }
+    links_changed();
+}
+
+void Plane::routes_changed(const MCAST_ADDR_S &prefix, unsigned length)
+{
+    for (const auto &[vrf_index, router] : routers_.all()) {
+        router->routes_changed(prefix, length);
     }
 }
 
 bool Plane::settle()
 {
-    bool more =
-        kernel_.serve(SERVED_PER_ROUND, [this](const Upcall &upcall) { router_.take_upcall(upcall); });
-    more |= router_.settle();
+    bool more = common_.settle();
+    for (const auto &[vrf_index, instance] : others_) {
+        more |= instance->settle();
+    }
     server_.flush();
     return more;
 }
 
 std::string Plane::status() const
 {
-    return status_text(server_, kernel_.lost_upcalls());
+    return status_text(server_);
 }
 
 } // namespace mribd

@@ -1,31 +1,23 @@
 /*
- * One family's half of mribd at work: the router, the kernel's table behind it and the channel before it,
- * joined to the event loop.
+ * One family's half of mribd at work: the routers of its instances and the channel before them.
  */
 #ifndef DAEMONS_MRIBD_PLANE_H
 #define DAEMONS_MRIBD_PLANE_H
 
 #include "daemons/common/reactor.h"
 #include "daemons/mribd/channel_server.h"
-#include "daemons/mribd/host_environment.h"
-#include "daemons/mribd/idle_timers.h"
-#include "daemons/mribd/kernel_mroute.h"
-#include "daemons/mribd/lost_clients.h"
+#include "daemons/mribd/instance.h"
 #include "daemons/mribd/msdp_exchange.h"
 #include "daemons/mribd/policy.h"
-#include "daemons/mribd/router.h"
+#include "daemons/mribd/routers.h"
 #include "daemons/mribd/user_registry.h"
 
+#include <map>
+#include <memory>
 #include <string>
 
 namespace mribd
 {
-
-struct PlaneSettings {
-    uint32_t idle_period_s;
-    uint32_t entry_limit;
-    uint32_t hold_s; // for what lost clients wanted; 0: nothing is kept
-};
 
 class Plane
 {
@@ -37,22 +29,22 @@ public:
     Plane(const Plane &) = delete;
     Plane &operator=(const Plane &) = delete;
 
-    // Listens, and becomes the multicast router. Everything but Ready is logged.
+    // Listens, and becomes the multicast router of the public instance. Everything but Ready is logged.
     KernelMroute::OpenResult open(TIMER_SERVICE timers);
 
-    Router &router()
+    uint8_t family() const
     {
-        return router_;
+        return routers_.family();
     }
 
-    // Takes over what the clients are to be told.
+    // Takes over which instances are served and what the clients are to be told.
     void configure(const Config &config);
 
-    // Interfaces came, went or changed their names.
-    void interfaces_changed()
-    {
-        policy_.touch();
-    }
+    // What the environment tells.
+    void links_changed();
+    void link_renamed(uint32_t if_index);
+    void link_removed(uint32_t if_index);
+    void routes_changed(const MCAST_ADDR_S &prefix, unsigned length);
 
     // Has every client ask for everything again.
     void resynchronise()
@@ -70,26 +62,20 @@ public:
         return server_;
     }
 
-    // Reports of new sources that the kernel dropped.
-    uint64_t lost_upcalls() const
-    {
-        return kernel_.lost_upcalls();
-    }
-
 private:
-    void receive();
-    void report_losses();
+    bool serve(uint16_t vrf_index);
 
+    const PlaneSettings settings_;
     mcastd::Reactor &reactor_;
-    KernelMroute kernel_;
-    IdleTimers timers_;
-    Router router_;
+    const HostEnvironment &environment_;
+    TIMER_SERVICE timer_service_{};
+    Instance common_; // the public one
+    std::map<uint16_t, std::unique_ptr<Instance>> others_;
+    Routers routers_;
     Policy policy_;
     MsdpExchange msdp_;
     UserRegistry users_;
-    LostClients lost_clients_;
     ChannelServer server_;
-    uint64_t reported_losses_ = 0;
 };
 
 } // namespace mribd

@@ -5,7 +5,7 @@
 namespace mribd
 {
 
-Policy::Policy(const Router &router) : router_(router)
+Policy::Policy(const Routers &routers) : routers_(routers)
 {
     refresh();
 }
@@ -21,7 +21,8 @@ std::optional<View> Policy::refresh()
     if (!std::exchange(stale_, false)) {
         return std::nullopt;
     }
-    View fresh = make_view(router_.family(), config_, router_.designated_interfaces(), router_.environment());
+    View fresh = make_view(routers_.family(), config_, routers_.designated_interfaces(),
+                           routers_.common().environment());
     if (fresh == view_) {
         return std::nullopt;
     }

@@ -4,7 +4,7 @@
 #ifndef DAEMONS_MRIBD_POLICY_H
 #define DAEMONS_MRIBD_POLICY_H
 
-#include "daemons/mribd/router.h"
+#include "daemons/mribd/routers.h"
 #include "daemons/mribd/view.h"
 
 #include <optional>
@@ -15,8 +15,8 @@ namespace mribd
 class Policy
 {
 public:
-    // router must outlive the policy.
-    explicit Policy(const Router &router);
+    // routers must outlive the policy.
+    explicit Policy(const Routers &routers);
 
     void configure(const Config &config);
 
@@ -40,7 +40,7 @@ public:
     }
 
 private:
-    const Router &router_;
+    const Routers &routers_;
     Config config_;
     View view_;
     bool stale_ = true;

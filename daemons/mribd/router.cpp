@@ -21,11 +21,11 @@ constexpr size_t PLACES_FOR_SOURCES = 2;
 
 } // namespace
 
-Router::Router(uint8_t family, KernelTable &kernel, const Environment &environment, EntryTimers &timers,
-               uint32_t entry_limit)
-    : family_(family), kernel_(kernel), environment_(environment), members_(family),
-      vifs_(family, kernel, environment), forwarding_({family_name(family), family, kernel, environment,
-                                                       members_, gmp_, vifs_, timers, entry_limit})
+Router::Router(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment,
+               EntryTimers &timers, uint32_t entry_limit)
+    : key_(key), kernel_(kernel), environment_(environment), members_(key.family),
+      vifs_(key, kernel, environment),
+      forwarding_({key, kernel, environment, members_, gmp_, vifs_, timers, entry_limit})
 {
 }
 
@@ -88,7 +88,7 @@ void Router::set_enabled(ClientId client, uint32_t if_index, bool enabled)
         changed |= gmp_.set_enabled(lost, if_index, false);
     }
     if (changed) {
-        mcastd::trace(TraceCategory::Group, instance_key(family_), "the protocol %s on %P",
+        mcastd::trace(TraceCategory::Group, key_, "the protocol %s on %P",
                       enabled ? "runs" : "no longer runs", if_index);
         gmp_changed();
     }
@@ -97,7 +97,7 @@ void Router::set_enabled(ClientId client, uint32_t if_index, bool enabled)
 void Router::set_querier(ClientId client, uint32_t if_index, bool this_router)
 {
     if (gmp_.set_querier(client, if_index, this_router)) {
-        mcastd::trace(TraceCategory::Group, instance_key(family_), "%s forwards to %P",
+        mcastd::trace(TraceCategory::Group, key_, "%s forwards to %P",
                       this_router ? "this router" : "another router", if_index);
         gmp_changed();
     }
@@ -110,11 +110,9 @@ void Router::trace_member(uint32_t if_index, const MCAST_ADDR_S &group, const MC
                                                        : (present ? "blocked" : "no longer blocked");
 
     if (is_any(source)) {
-        mcastd::trace(TraceCategory::Group, instance_key(family_), "(*, %N) %s on %P", &group, what,
-                      if_index);
+        mcastd::trace(TraceCategory::Group, key_, "(*, %N) %s on %P", &group, what, if_index);
     } else {
-        mcastd::trace(TraceCategory::Group, instance_key(family_), "(%M, %N) %s on %P", &source, &group, what,
-                      if_index);
+        mcastd::trace(TraceCategory::Group, key_, "(%M, %N) %s on %P", &source, &group, what, if_index);
     }
 }
 
@@ -142,8 +140,7 @@ void Router::drop_members(ClientId client, uint32_t if_index)
     if (!members_.uses_interface(if_index)) {
         return;
     }
-    mcastd::trace(TraceCategory::Group, instance_key(family_), "client %u wants nothing more on %P", client,
-                  if_index);
+    mcastd::trace(TraceCategory::Group, key_, "client %u wants nothing more on %P", client, if_index);
     const auto changed = [this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
         forwarding_.membership_changed(group, source);
     };
@@ -156,7 +153,7 @@ void Router::drop_members(ClientId client, uint32_t if_index)
 
 void Router::drop_client(ClientId client)
 {
-    mcastd::trace(TraceCategory::Group, instance_key(family_), "client %u wants nothing more", client);
+    mcastd::trace(TraceCategory::Group, key_, "client %u wants nothing more", client);
     members_.drop_client(client, [this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
         forwarding_.membership_changed(group, source);
     });
@@ -176,8 +173,7 @@ void Router::lose_client(ClientId client)
         drop_client(client);
         return;
     }
-    mcastd::trace(TraceCategory::Group, instance_key(family_), "client %u is gone, what it wants is kept",
-                  client);
+    mcastd::trace(TraceCategory::Group, key_, "client %u is gone, what it wants is kept", client);
     lost_.push_back(client);
     lost_kept_(client);
 }
@@ -191,6 +187,21 @@ void Router::links_changed()
 {
     vifs_stale_ = true;
     forwarding_.interfaces_changed();
+}
+
+// What leads packets to the instance's table may go by the interface's name.
+void Router::link_renamed(uint32_t if_index)
+{
+    if (key_.vrf_index != 0) {
+        vifs_.forget(if_index, [this](uint32_t bits) { forwarding_.vacate_vifs(bits); });
+    }
+    links_changed();
+}
+
+void Router::leave_kernel()
+{
+    vifs_.refresh({}, [this](uint32_t bits) { forwarding_.vacate_vifs(bits); });
+    links_changed();
 }
 
 void Router::link_removed(uint32_t if_index)
@@ -229,7 +240,7 @@ std::vector<uint32_t> Router::wanted_interfaces() const
     std::vector<uint32_t> receiving;
     std::vector<uint32_t> running;
     std::vector<uint32_t> rest;
-    for (const uint32_t if_index : environment_.multicast_interfaces()) {
+    for (const uint32_t if_index : environment_.multicast_interfaces(key_.vrf_index)) {
         if (forwarding_.is_upstream(if_index)) {
             upstream.push_back(if_index);
         } else if (members_.uses_interface(if_index)) {

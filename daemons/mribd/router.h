@@ -1,6 +1,6 @@
 /*
- * mribd for one family: memberships, virtual interfaces and entries put together. Two of them, one a family,
- * share the process and nothing else.
+ * mribd for one instance of a family: memberships, virtual interfaces and entries put together. Those of
+ * other instances and of the other family share the process and nothing else.
  */
 #ifndef DAEMONS_MRIBD_ROUTER_H
 #define DAEMONS_MRIBD_ROUTER_H
@@ -22,12 +22,20 @@ class Router
 {
 public:
     // kernel, environment and timers must outlive the router.
-    Router(uint8_t family, KernelTable &kernel, const Environment &environment, EntryTimers &timers,
-           uint32_t entry_limit);
+    Router(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment,
+           EntryTimers &timers, uint32_t entry_limit);
 
     uint8_t family() const
     {
-        return family_;
+        return key_.family;
+    }
+    uint16_t vrf_index() const
+    {
+        return key_.vrf_index;
+    }
+    const MRIB_GMP_VRF_KEY_S &key() const
+    {
+        return key_;
     }
 
     // Called whenever designated_interfaces may give another answer.
@@ -62,9 +70,13 @@ public:
     // What the kernel reports.
     void take_upcall(const Upcall &upcall);
     void links_changed();
+    void link_renamed(uint32_t if_index);
     void link_removed(uint32_t if_index); // with all that was reported for it; its index does not come back
     void routes_changed(const MCAST_ADDR_S &prefix, unsigned length);
     void check_idle(Entry *entry);
+
+    // Gives up every virtual interface and entry in the kernel. They come back with settle.
+    void leave_kernel();
 
     // Does what the calls above left to do: virtual interfaces, then a bounded number of entries. Whether
     // there is more. To be called after every round of the event loop.
@@ -104,7 +116,7 @@ private:
     void trace_member(uint32_t if_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
                       MemberTable::Kind kind, bool present) const;
 
-    uint8_t family_;
+    MRIB_GMP_VRF_KEY_S key_;
     KernelTable &kernel_;
     const Environment &environment_;
     MemberTable members_;

@@ -9,12 +9,12 @@
 namespace mribd
 {
 
-// The incoming interface for the source, 0 when it has none and its packets are to be dropped.
-// Packets of a source that is on the link of the interface where they arrived came the right way, whatever
-// the unicast route prefers; so did the machine's own packets. current is the interface in use until now and
-// arrival the one where a packet was last seen; both may be 0.
-uint32_t rpf_interface(const Environment &environment, const MCAST_ADDR_S &source, uint32_t current,
-                       uint32_t arrival);
+// The incoming interface of the instance for the source, 0 when it has none and its packets are to be
+// dropped. Packets of a source that is on the link of the interface where they arrived came the right way,
+// whatever the unicast route prefers; so did the machine's own packets. current is the interface in use until
+// now and arrival the one where a packet was last seen; both may be 0.
+uint32_t rpf_interface(const Environment &environment, uint16_t vrf_index, const MCAST_ADDR_S &source,
+                       uint32_t current, uint32_t arrival);
 
 } // namespace mribd
 

@@ -92,7 +92,7 @@ const char *fault_name(Fault fault)
 }
 
 Session::Session(ClientId id, const Backend &backend, ChannelCounters &counters)
-    : id_(id), router_(backend.router), policy_(backend.policy), msdp_(backend.msdp), users_(backend.users),
+    : id_(id), routers_(backend.routers), policy_(backend.policy), msdp_(backend.msdp), users_(backend.users),
       counters_(counters)
 {
     counters_.clients++;
@@ -102,7 +102,7 @@ Session::~Session()
 {
     users_.drop_client(id_);
     msdp_.drop_client(id_);
-    router_.lose_client(id_);
+    routers_.lose_client(id_);
 }
 
 bool Session::take_message(const uint8_t *message, size_t size, bool truncated)
@@ -189,7 +189,7 @@ bool Session::take_register(const MRIB_RECORD_S &record)
     if (value == nullptr) {
         return refuse(Fault::Short);
     }
-    if (value->family != router_.family()) {
+    if (value->family != routers_.family()) {
         return refuse(Fault::Family);
     }
     registered_ = true;
@@ -198,7 +198,7 @@ bool Session::take_register(const MRIB_RECORD_S &record)
     if (wants(MRIB_CAP_BASE) && policy_.view().busy != 0) {
         put_flow_control(policy_.view(), outbox_);
     }
-    mcastd::log_info("%s: client %u registered as component %u", family_name(router_.family()), id_,
+    mcastd::log_info("%s: client %u registered as component %u", family_name(routers_.family()), id_,
                      component_);
     return true;
 }
@@ -209,27 +209,32 @@ bool Session::take_change_of_events(const MRIB_RECORD_S &record)
     if (value == nullptr) {
         return refuse(Fault::Short);
     }
-    if (value->family != router_.family()) {
+    if (value->family != routers_.family()) {
         return refuse(Fault::Family);
     }
     if (value->component != component_) {
         return refuse(Fault::Flags);
     }
     capabilities_ = value->capability_flags;
-    mcastd::log_debug("%s: client %u is told events 0x%" PRIx64 " from now on", family_name(router_.family()),
-                      id_, capabilities_);
+    mcastd::log_debug("%s: client %u is told events 0x%" PRIx64 " from now on",
+                      family_name(routers_.family()), id_, capabilities_);
     return true;
 }
 
-bool Session::is_ours(uint8_t family, uint16_t vrf_index, uint32_t if_index)
+// The router that a record is for; NULL when there is none, which is counted.
+Router *Session::router_for(uint8_t family, uint16_t vrf_index, uint32_t if_index)
 {
-    if (family != router_.family()) {
-        return !refuse(Fault::Family);
+    Router *router = routers_.find(vrf_index);
+    if (family != routers_.family()) {
+        refuse(Fault::Family);
+    } else if (router == nullptr) {
+        refuse(Fault::Instance);
+    } else if (if_index == 0) {
+        refuse(Fault::Interface);
+    } else {
+        return router;
     }
-    if (vrf_index != PUBLIC_INSTANCE) {
-        return !refuse(Fault::Instance);
-    }
-    return if_index != 0 || !refuse(Fault::Interface);
+    return nullptr;
 }
 
 bool Session::take_interface_alert(const MRIB_RECORD_S &record)
@@ -238,7 +243,8 @@ bool Session::take_interface_alert(const MRIB_RECORD_S &record)
     if (value == nullptr) {
         return refuse(Fault::Short);
     }
-    if (!is_ours(value->family, value->vrf_index, value->if_index)) {
+    Router *router = router_for(value->family, value->vrf_index, value->if_index);
+    if (router == nullptr) {
         return true;
     }
     if (value->value > 1) {
@@ -246,14 +252,14 @@ bool Session::take_interface_alert(const MRIB_RECORD_S &record)
     }
     if (record.type == MRIB_TLV_GMP_ENABLE) {
         const bool runs = value->value == mcastd::GMP_ENABLED;
-        trace_channel("client %u: the protocol %s on %P", id_, runs ? "runs" : "no longer runs",
-                      value->if_index);
-        router_.set_enabled(id_, value->if_index, runs);
+        mcastd::trace(mcastd::TraceCategory::Channel, router->key(), "client %u: the protocol %s on %P", id_,
+                      runs ? "runs" : "no longer runs", value->if_index);
+        router->set_enabled(id_, value->if_index, runs);
     } else {
         const bool this_router = value->value == mcastd::QUERIER_THIS_ROUTER;
-        trace_channel("client %u: %s is the querier on %P", id_,
-                      this_router ? "this router" : "another router", value->if_index);
-        router_.set_querier(id_, value->if_index, this_router);
+        mcastd::trace(mcastd::TraceCategory::Channel, router->key(), "client %u: %s is the querier on %P",
+                      id_, this_router ? "this router" : "another router", value->if_index);
+        router->set_querier(id_, value->if_index, this_router);
     }
     return true;
 }
@@ -264,7 +270,8 @@ bool Session::take_join_prune(const MRIB_RECORD_S &record)
     if (value == nullptr) {
         return refuse(Fault::Short);
     }
-    if (!is_ours(value->family, value->vrf_index, value->if_index)) {
+    Router *router = router_for(value->family, value->vrf_index, value->if_index);
+    if (router == nullptr) {
         return true;
     }
     const MCAST_ADDR_S group = make_address(value->family, value->group);
@@ -282,15 +289,18 @@ bool Session::take_join_prune(const MRIB_RECORD_S &record)
     }
     const char *what = exclude ? (join ? "block" : "unblock") : (join ? "join" : "prune");
     if (is_any(source)) {
-        trace_channel("client %u: %s (*, %N) on %P", id_, what, &group, value->if_index);
+        mcastd::trace(mcastd::TraceCategory::Channel, router->key(), "client %u: %s (*, %N) on %P", id_, what,
+                      &group, value->if_index);
     } else {
-        trace_channel("client %u: %s (%M, %N) on %P", id_, what, &source, &group, value->if_index);
+        mcastd::trace(mcastd::TraceCategory::Channel, router->key(), "client %u: %s (%M, %N) on %P", id_,
+                      what, &source, &group, value->if_index);
     }
-    const bool begins = join && is_any(source) && !router_.members().has_source_join(group, source);
+    const bool begins = join && is_any(source) && !router->members().has_source_join(group, source);
     const auto result =
-        router_.set_member(id_, value->if_index, group, source,
+        router->set_member(id_, value->if_index, group, source,
                            exclude ? MemberTable::Kind::Block : MemberTable::Kind::Join, join);
-    if (begins && router_.family() == MCAST_FAMILY_IPV4 && result == MemberTable::Result::Changed) {
+    if (begins && router == &routers_.common() && router->family() == MCAST_FAMILY_IPV4 &&
+        result == MemberTable::Result::Changed) {
         msdp_.group_wanted(group);
     }
     return result != MemberTable::Result::NoMemory;
@@ -302,14 +312,16 @@ bool Session::take_delete_member(const MRIB_RECORD_S &record)
     if (value == nullptr) {
         return refuse(Fault::Short);
     }
-    if (!is_ours(value->family, value->vrf_index, value->if_index)) {
+    Router *router = router_for(value->family, value->vrf_index, value->if_index);
+    if (router == nullptr) {
         return true;
     }
     if (value->selector.word != 0 || value->selector.byte != 0) {
         return refuse(Fault::Flags);
     }
-    trace_channel("client %u: forget everything on %P", id_, value->if_index);
-    router_.drop_members(id_, value->if_index);
+    mcastd::trace(mcastd::TraceCategory::Channel, router->key(), "client %u: forget everything on %P", id_,
+                  value->if_index);
+    router->drop_members(id_, value->if_index);
     return true;
 }
 
@@ -319,7 +331,7 @@ bool Session::take_request(const MRIB_RECORD_S &record)
     if (value == nullptr) {
         return refuse(Fault::Short);
     }
-    if (value->family != router_.family()) {
+    if (value->family != routers_.family()) {
         return refuse(Fault::Family);
     }
     trace_channel("client %u: asks for %s", id_, request_name(record.type));
@@ -340,7 +352,7 @@ void Session::answer(uint16_t request)
         put_designated_routers(policy_.view(), outbox_);
         break;
     case MRIB_TLV_REQ_BOUNDARY:
-        put_boundaries(router_.family(), policy_.view(), outbox_);
+        put_boundaries(routers_.family(), policy_.view(), outbox_);
         break;
     case MRIB_TLV_REQ_LOCAL_SRC:
         local_replay_.emplace();
@@ -356,7 +368,7 @@ void Session::tell_changes(const View &before)
 {
     if (registered_ && capabilities_ != 0) {
         trace_channel("client %u: told what is different now", id_);
-        put_changes(router_.family(), before, policy_.view(), capabilities_, outbox_);
+        put_changes(routers_.family(), before, policy_.view(), capabilities_, outbox_);
     }
 }
 

@@ -9,7 +9,7 @@
 #include "daemons/mribd/msdp_exchange.h"
 #include "daemons/mribd/outbox.h"
 #include "daemons/mribd/policy.h"
-#include "daemons/mribd/router.h"
+#include "daemons/mribd/routers.h"
 #include "daemons/mribd/user_registry.h"
 #include "mcast/mrib_message.h"
 
@@ -58,7 +58,7 @@ template <typename Value> const Value *value_of(const MRIB_RECORD_S &record)
 
 // What the sessions of one family work on.
 struct Backend {
-    Router &router;
+    Routers &routers;
     Policy &policy;
     MsdpExchange &msdp;
     UserRegistry &users;
@@ -135,14 +135,14 @@ private:
     {
         return registered_ && (capabilities_ & events) != 0;
     }
-    bool is_ours(uint8_t family, uint16_t vrf_index, uint32_t if_index);
+    Router *router_for(uint8_t family, uint16_t vrf_index, uint32_t if_index);
     bool refuse(Fault fault);
     void answer(uint16_t request);
     template <typename... Arguments>
     void trace_channel(std::type_identity_t<mcastd::LineFormat<Arguments...>> format,
                        Arguments... arguments) const
     {
-        mcastd::trace(mcastd::TraceCategory::Channel, instance_key(router_.family()), format, arguments...);
+        mcastd::trace(mcastd::TraceCategory::Channel, instance_key(routers_.family()), format, arguments...);
     }
 
     // session_msdp.cpp
@@ -155,7 +155,7 @@ private:
     bool take_user(const MRIB_RECORD_S &record);
 
     ClientId id_;
-    Router &router_;
+    Routers &routers_;
     Policy &policy_;
     MsdpExchange &msdp_;
     UserRegistry &users_;

@@ -101,7 +101,7 @@ bool Session::take_remote_source(const MRIB_RECORD_S &record)
     if (value == nullptr || record.length < sizeof(*value) + value->data_length) {
         return refuse(Fault::Short);
     }
-    if (value->family != router_.family() || value->family != MCAST_FAMILY_IPV4) {
+    if (value->family != routers_.family() || value->family != MCAST_FAMILY_IPV4) {
         return refuse(Fault::Family);
     }
     const MCAST_ADDR_S group = make_address(value->family, &value->group_be);
@@ -126,7 +126,7 @@ bool Session::take_msdp_enable(const MRIB_RECORD_S &record)
     if (value == nullptr) {
         return refuse(Fault::Short);
     }
-    if (value->family != router_.family() || value->family != MCAST_FAMILY_IPV4) {
+    if (value->family != routers_.family() || value->family != MCAST_FAMILY_IPV4) {
         return refuse(Fault::Family);
     }
     if (value->enable > 1) {
@@ -146,7 +146,7 @@ bool Session::take_bracket(const MRIB_RECORD_S &record)
     if (value == nullptr) {
         return refuse(Fault::Short);
     }
-    if (value->family != router_.family() || value->family != MCAST_FAMILY_IPV4) {
+    if (value->family != routers_.family() || value->family != MCAST_FAMILY_IPV4) {
         return refuse(Fault::Family);
     }
     trace_channel("client %u: re-send %s", id_, record.type % 2 == 0 ? "begins" : "ends");

@@ -15,7 +15,7 @@ bool Session::take_user(const MRIB_RECORD_S &record)
     if (value == nullptr) {
         return refuse(Fault::Short);
     }
-    if (!is_ours(value->family, value->vrf_index, value->if_index)) {
+    if (router_for(value->family, value->vrf_index, value->if_index) == nullptr) {
         return true;
     }
     if (value->byte2 > mcastd::USER_PRESENT || value->byte1 < USRAUTH_KIND_MIN ||

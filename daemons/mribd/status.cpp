@@ -89,9 +89,8 @@ void add_entries(std::string *out, const Router &router)
     });
 }
 
-void add_counters(std::string *out, const Router &router, const ChannelServer &server, uint64_t lost_upcalls)
+void add_channel_counters(std::string *out, const ChannelCounters &channel)
 {
-    const ChannelCounters &channel = server.counters();
     add_text(out,
              "  channel: clients %" PRIu64 ", messages %" PRIu64 ", records %" PRIu64
              ", malformed messages %" PRIu64 ", restarts of slow clients %" PRIu64 "\n",
@@ -102,10 +101,15 @@ void add_counters(std::string *out, const Router &router, const ChannelServer &s
         add_text(out, " %s %" PRIu64, fault_name(static_cast<Fault>(fault)), channel.faults[fault]);
     }
     *out += '\n';
+}
+
+void add_counters(std::string *out, const Router &router)
+{
     const ForwardingCounters &forwarding = router.forwarding().counters();
     add_text(out,
              "  upcalls: %" PRIu64 ", lost %" PRIu64 ", stray %" PRIu64 ", wrong interface %" PRIu64 "\n",
-             forwarding.upcalls, lost_upcalls, forwarding.stray_upcalls, forwarding.wrong_interface);
+             forwarding.upcalls, router.kernel().lost_upcalls(), forwarding.stray_upcalls,
+             forwarding.wrong_interface);
     add_text(out,
              "  entries: %u, expired %" PRIu64 ", without route %" PRIu64 ", refused by limit %" PRIu64
              ", by memory %" PRIu64 ", by the kernel %" PRIu64 "\n",
@@ -119,16 +123,26 @@ void add_counters(std::string *out, const Router &router, const ChannelServer &s
 
 } // namespace
 
-std::string status_text(const ChannelServer &server, uint64_t lost_upcalls)
+std::string status_text(const ChannelServer &server)
 {
-    const Router &router = server.backend().router;
-    std::string out = std::string(family_name(router.family())) + "\n";
-    add_clients(&out, server);
-    add_interfaces(&out, router);
-    out += policy_text(server.backend());
-    add_members(&out, router);
-    add_entries(&out, router);
-    add_counters(&out, router, server, lost_upcalls);
+    const Routers &routers = server.backend().routers;
+    std::string out;
+    for (const auto &[vrf_index, router] : routers.all()) {
+        out += instance_name(router->key()) + "\n";
+        if (vrf_index == PUBLIC_INSTANCE) {
+            add_clients(&out, server);
+        }
+        add_interfaces(&out, *router);
+        if (vrf_index == PUBLIC_INSTANCE) {
+            out += policy_text(server.backend());
+        }
+        add_members(&out, *router);
+        add_entries(&out, *router);
+        if (vrf_index == PUBLIC_INSTANCE) {
+            add_channel_counters(&out, server.counters());
+        }
+        add_counters(&out, *router);
+    }
     return out;
 }
 

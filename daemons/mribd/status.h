@@ -12,10 +12,10 @@
 namespace mribd
 {
 
-// What one family knows: clients, interfaces, what the clients are told, memberships, entries with the
-// kernel's packet counters (one system call each), and everything that was dropped or refused. lost_upcalls
-// is the kernel's count.
-std::string status_text(const ChannelServer &server, uint64_t lost_upcalls);
+// What one family knows: clients, what the clients are told and what the channel refused; and of each
+// instance, the others after the public one, interfaces, memberships, entries with the kernel's packet
+// counters (one system call each) and everything that was dropped or refused.
+std::string status_text(const ChannelServer &server);
 
 // Its part about what the clients are told, what the MSDP daemon tells, and the users that gmpd knows.
 std::string policy_text(const Backend &backend);

@@ -97,13 +97,13 @@ void add_users(std::string *out, const UserRegistry &users, const Environment &e
 std::string policy_text(const Backend &backend)
 {
     const View &view = backend.policy.view();
-    const Environment &environment = backend.router.environment();
+    const Environment &environment = backend.routers.common().environment();
     std::string out;
     add_instances(&out, view);
     add_interfaces(&out, view, environment);
     add_missing(&out, backend.policy.config(), environment);
     add_users(&out, backend.users, environment);
-    if (backend.router.family() == MCAST_FAMILY_IPV4) {
+    if (backend.routers.family() == MCAST_FAMILY_IPV4) {
         add_msdp(&out, backend.msdp);
     }
     return out;

@@ -29,7 +29,7 @@ bool any_covers(const std::set<Prefix> &ranges, const Prefix &other)
     return after != ranges.begin() && std::prev(after)->covers(other);
 }
 
-View make_view(uint8_t family, const Config &config, const std::vector<uint32_t> &elected,
+View make_view(uint8_t family, const Config &config, const std::set<InterfaceKey> &elected,
                const Environment &environment)
 {
     View view;
@@ -42,17 +42,19 @@ View make_view(uint8_t family, const Config &config, const std::vector<uint32_t>
         const auto found = view.instances.find(vrf_index);
         return found != view.instances.end() && found->second.enabled;
     };
-    if (is_enabled(PUBLIC_INSTANCE)) {
-        for (const uint32_t if_index : elected) {
-            view.designated.insert({PUBLIC_INSTANCE, if_index});
+    for (const InterfaceKey &key : elected) {
+        if (is_enabled(key.vrf_index)) {
+            view.designated.insert(key);
         }
     }
     for (const InterfaceConfig &interface : config.interfaces) {
         const uint32_t if_index = environment.interface_index(interface.name);
-        if (if_index == 0 || !is_enabled(interface.vrf_index)) {
+        const auto vrf_index =
+            interface.vrf_index || if_index == 0 ? interface.vrf_index : environment.instance_of(if_index);
+        if (if_index == 0 || !vrf_index || !is_enabled(*vrf_index)) {
             continue;
         }
-        const InterfaceKey key{interface.vrf_index, if_index};
+        const InterfaceKey key{*vrf_index, if_index};
         if (interface.designated == true) {
             view.designated.insert(key);
         } else if (interface.designated == false) {

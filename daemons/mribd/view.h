@@ -54,9 +54,8 @@ struct View {
     bool operator==(const View &) const = default;
 };
 
-// elected: the interfaces, all of the public instance, for which the router is designated unless the
-// configuration says otherwise.
-View make_view(uint8_t family, const Config &config, const std::vector<uint32_t> &elected,
+// elected: the interfaces for which the router is designated unless the configuration says otherwise.
+View make_view(uint8_t family, const Config &config, const std::set<InterfaceKey> &elected,
                const Environment &environment);
 
 } // namespace mribd

@@ -10,8 +10,8 @@
 namespace mribd
 {
 
-VifTable::VifTable(uint8_t family, KernelTable &kernel, const Environment &environment)
-    : family_(family), kernel_(kernel), environment_(environment)
+VifTable::VifTable(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment)
+    : key_(key), kernel_(kernel), environment_(environment)
 {
 }
 
@@ -43,7 +43,7 @@ bool VifTable::add(uint32_t if_index)
             failed_.push_back(if_index);
             mcastd::log_warning(
                 "%s: no virtual interface for %s: %s; it neither receives nor sends routed multicast",
-                family_name(family_), environment_.interface_name(if_index).c_str(),
+                instance_name(key_).c_str(), environment_.interface_name(if_index).c_str(),
                 error == ERANGE ? "its interface index is above 65535" : std::strerror(error));
         }
         return false;
@@ -52,11 +52,11 @@ bool VifTable::add(uint32_t if_index)
         failed_.erase(known);
     }
     *free = if_index;
-    mcastd::log_info("%s: virtual interface %u is %s", family_name(family_), vif,
+    mcastd::log_info("%s: virtual interface %u is %s", instance_name(key_).c_str(), vif,
                      environment_.interface_name(if_index).c_str());
-    const std::string obstacle = environment_.obstacle(family_, if_index);
+    const std::string obstacle = environment_.obstacle(key_.family, if_index);
     if (!obstacle.empty()) {
-        mcastd::log_warning("%s: %s routes no multicast: %s", family_name(family_),
+        mcastd::log_warning("%s: %s routes no multicast: %s", instance_name(key_).c_str(),
                             environment_.interface_name(if_index).c_str(), obstacle.c_str());
     }
     return true;
@@ -73,7 +73,7 @@ void VifTable::note_refused(const std::vector<uint32_t> &wanted)
         }
         mcastd::log_warning(
             "%s: the kernel's limit of %u virtual interfaces is reached; %zu interfaces go without:%s%s",
-            family_name(family_), MAX_VIFS, refused, names.c_str(), refused > 8 ? " ..." : "");
+            instance_name(key_).c_str(), MAX_VIFS, refused, names.c_str(), refused > 8 ? " ..." : "");
     }
     refused_ = refused;
 }
@@ -85,8 +85,8 @@ bool VifTable::refresh(const std::vector<uint32_t> &wanted, const std::function<
     uint32_t leaving = 0;
     for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
         if (if_indexes_[vif] != 0 && std::find(wanted.begin(), end, if_indexes_[vif]) == end) {
-            mcastd::log_info("%s: virtual interface %u, %s, is no longer needed", family_name(family_), vif,
-                             environment_.interface_name(if_indexes_[vif]).c_str());
+            mcastd::log_info("%s: virtual interface %u, %s, is no longer needed", instance_name(key_).c_str(),
+                             vif, environment_.interface_name(if_indexes_[vif]).c_str());
             if_indexes_[vif] = 0;
             leaving |= 1u << vif;
         }

@@ -1,5 +1,5 @@
 /*
- * The kernel's virtual interfaces of one family: at most 32, given to the interfaces that need one most.
+ * The kernel's virtual interfaces of one instance: at most 32, given to the interfaces that need one most.
  */
 #ifndef DAEMONS_MRIBD_VIF_TABLE_H
 #define DAEMONS_MRIBD_VIF_TABLE_H
@@ -19,7 +19,7 @@ namespace mribd
 class VifTable
 {
 public:
-    VifTable(uint8_t family, KernelTable &kernel, const Environment &environment);
+    VifTable(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment);
 
     // The virtual interface of the interface, -1 when it has none.
     int find(uint32_t if_index) const;
@@ -61,7 +61,7 @@ private:
     bool add(uint32_t if_index);
     void note_refused(const std::vector<uint32_t> &wanted);
 
-    uint8_t family_;
+    MRIB_GMP_VRF_KEY_S key_;
     KernelTable &kernel_;
     const Environment &environment_;
     std::array<uint32_t, MAX_VIFS> if_indexes_{};

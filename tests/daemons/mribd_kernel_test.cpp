@@ -315,23 +315,23 @@ TEST(HostEnvironment, KnowsLinksSubnetsRoutesAndOwnAddresses)
             }
             return condition();
         };
-        EXPECT_TRUE(eventually([&] { return environment.route_to(address("2001:db8:9::1")).is_own; }));
+        EXPECT_TRUE(eventually([&] { return environment.route_to(0, address("2001:db8:9::1")).is_own; }));
         EXPECT_TRUE(eventually([&] { return environment.is_on_link(one, address("2001:db8:9::77")); }));
-        EXPECT_EQ(environment.multicast_interfaces(), std::vector<uint32_t>{one});
+        EXPECT_EQ(environment.multicast_interfaces(0), std::vector<uint32_t>{one});
         EXPECT_EQ(environment.interface_name(one), "one");
         EXPECT_EQ(environment.interface_name(4711), "0x1267");
         EXPECT_TRUE(environment.is_on_link(one, address("10.9.1.77")));
         EXPECT_FALSE(environment.is_on_link(one, address("10.9.2.77")));
         EXPECT_FALSE(environment.is_on_link(one, address("2001:db8:9:1::77")));
-        EXPECT_TRUE(environment.route_to(address("10.9.1.1")).is_own);
-        EXPECT_EQ(environment.route_to(address("10.9.1.1")).if_index, one);
-        EXPECT_EQ(environment.route_to(address("192.0.2.1")).if_index, 0u);
+        EXPECT_TRUE(environment.route_to(0, address("10.9.1.1")).is_own);
+        EXPECT_EQ(environment.route_to(0, address("10.9.1.1")).if_index, one);
+        EXPECT_EQ(environment.route_to(0, address("192.0.2.1")).if_index, 0u);
         EXPECT_EQ(environment.obstacle(MCAST_FAMILY_IPV6, one).find("disable_ipv6"), std::string::npos);
         host_test::shell("ip link set one_wire up");
-        EXPECT_TRUE(eventually([&] { return environment.route_to(address("10.8.3.4")).if_index == one; }));
-        EXPECT_FALSE(environment.route_to(address("10.8.3.4")).is_own);
+        EXPECT_TRUE(eventually([&] { return environment.route_to(0, address("10.8.3.4")).if_index == one; }));
+        EXPECT_FALSE(environment.route_to(0, address("10.8.3.4")).is_own);
         EXPECT_TRUE(
-            eventually([&] { return environment.route_to(address("2001:db8:8::4")).if_index == one; }));
+            eventually([&] { return environment.route_to(0, address("2001:db8:8::4")).if_index == one; }));
     });
 }
 
@@ -361,7 +361,7 @@ TEST(HostEnvironment, TellsWhatChangesAround)
         links = 0;
         host_test::shell("ip link set one down");
         serve_until([&] { return links != 0; });
-        const auto usable = environment.multicast_interfaces();
+        const auto usable = environment.multicast_interfaces(0);
         EXPECT_EQ(std::count(usable.begin(), usable.end(), one), 0);
         host_test::shell("ip link set one name other");
         serve_until([&] { return environment.interface_name(one) == "other"; });

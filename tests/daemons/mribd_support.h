@@ -86,6 +86,11 @@ public:
         return mribd::EntryCounters{packets[key], 0, 0};
     }
 
+    uint64_t lost_upcalls() const override
+    {
+        return lost;
+    }
+
     bool has(const std::string &source, const std::string &group) const
     {
         return entries.contains({source, group});
@@ -98,14 +103,23 @@ public:
     int next_set_error = 0;
     int sets = 0;
     int dangling = 0;
+    uint64_t lost = 0;
 };
 
 class TableEnvironment final : public mribd::Environment
 {
 public:
-    std::vector<uint32_t> multicast_interfaces() const override
+    std::vector<uint32_t> multicast_interfaces(uint16_t vrf_index) const override
     {
-        return {interfaces.begin(), interfaces.end()};
+        std::vector<uint32_t> result(interfaces.begin(), interfaces.end());
+        std::erase_if(result, [&](uint32_t if_index) { return instance_of(if_index) != vrf_index; });
+        return result;
+    }
+
+    std::optional<uint16_t> instance_of(uint32_t if_index) const override
+    {
+        const auto found = instances.find(if_index);
+        return found == instances.end() ? uint16_t{0} : found->second;
     }
 
     std::string interface_name(uint32_t if_index) const override
@@ -133,14 +147,17 @@ public:
         return "";
     }
 
-    Route route_to(const MCAST_ADDR_S &source) const override
+    // Routes of an instance are entered as "5:10.0.0.1", those of the public one without a number.
+    Route route_to(uint16_t vrf_index, const MCAST_ADDR_S &source) const override
     {
         lookups++;
-        const auto found = routes.find(mribd::text(source));
+        const std::string prefix = vrf_index == 0 ? "" : std::to_string(vrf_index) + ":";
+        const auto found = routes.find(prefix + mribd::text(source));
         return found == routes.end() ? Route{} : found->second;
     }
 
     std::set<uint32_t> interfaces;
+    std::map<uint32_t, uint16_t> instances; // of interfaces that are not in the public one
     std::map<std::string, uint32_t> names;
     std::set<std::pair<uint32_t, std::string>> on_link;
     std::map<std::string, Route> routes;
@@ -179,13 +196,16 @@ public:
     bool fail = false;
 };
 
-// A router of interfaces 1 to 4 among such stand-ins.
+// A router of interfaces 1 to 4, all of its instance, among such stand-ins.
 struct Bench {
-    explicit Bench(uint8_t family = MCAST_FAMILY_IPV4, uint32_t entry_limit = 100)
-        : router(family, kernel, environment, timers, entry_limit)
+    explicit Bench(uint8_t family = MCAST_FAMILY_IPV4, uint32_t entry_limit = 100, uint16_t vrf_index = 0)
+        : router(mribd::instance_key(family, vrf_index), kernel, environment, timers, entry_limit)
     {
         mcastd::log_open("mribd", mcastd::LogLevel::Error);
         environment.interfaces = {1, 2, 3, 4};
+        for (const uint32_t if_index : environment.interfaces) {
+            environment.instances[if_index] = vrf_index;
+        }
     }
 
     void settle()
@@ -267,7 +287,7 @@ struct Bench {
 // What sessions work on, over a bench's router.
 struct ClientBench {
     explicit ClientBench(mribd::Router &router)
-        : policy(router), msdp(router, 5), backend{router, policy, msdp, users}
+        : routers(router), policy(routers), msdp(router, 5), backend{routers, policy, msdp, users}
     {
     }
 
@@ -284,6 +304,7 @@ struct ClientBench {
         msdp.configure(config);
     }
 
+    mribd::Routers routers;
     mribd::Policy policy;
     mribd::MsdpExchange msdp;
     mribd::UserRegistry users;

@@ -129,7 +129,7 @@ TEST(View, ConfigurationOverridesTheElection)
     TableEnvironment environment;
     Config config;
     config.interfaces = {{"if1", 0, false, {}, 0}, {"if4", 0, true, {}, 0}, {"none", 0, true, {}, 0}};
-    const View view = make_view(MCAST_FAMILY_IPV4, config, {1, 2}, environment);
+    const View view = make_view(MCAST_FAMILY_IPV4, config, {{0, 1}, {0, 2}}, environment);
     EXPECT_EQ(view.designated, (std::set<InterfaceKey>{{0, 2}, {0, 4}}));
 }
 
@@ -214,7 +214,7 @@ TEST(View, DisabledInstanceHasNoInterfaceState)
     Config config;
     config.instances[0].enabled = false;
     config.interfaces = {{"if1", 0, true, {range("239.0.0.0/8")}, 5}};
-    const View view = make_view(MCAST_FAMILY_IPV6, config, {1, 2}, environment);
+    const View view = make_view(MCAST_FAMILY_IPV6, config, {{0, 1}, {0, 2}}, environment);
     EXPECT_TRUE(view.designated.empty());
     EXPECT_TRUE(view.boundaries.empty());
 }
@@ -307,7 +307,7 @@ View random_view(std::mt19937 &random, uint8_t family)
         }
         config.interfaces.push_back(interface);
     }
-    return make_view(family, config, {1, 2}, environment);
+    return make_view(family, config, {{0, 1}, {0, 2}}, environment);
 }
 
 TEST(ViewChanges, AnySequenceLeavesTheClientWithTheView)

@@ -27,7 +27,7 @@ protected:
 
     RecordingKernel kernel;
     TableEnvironment environment;
-    VifTable table{MCAST_FAMILY_IPV4, kernel, environment};
+    VifTable table{instance_key(MCAST_FAMILY_IPV4), kernel, environment};
     uint32_t vacated = 0;
 };
 

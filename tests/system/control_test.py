@@ -112,7 +112,7 @@ class Control(unittest.TestCase):
         groups = [each["group"] for each in self.rows("show", "routes", "--outgoing", "red")]
         self.assertEqual(groups, ["239.1.1.1", "ff0e::1"])
         self.assertRegex(self.good("show", "routes", "--group", "232.1.1.1"),
-                         r"\n232\.1\.1\.1  10\.1\.0\.2  src       blue ")
+                         r"\n +0  232\.1\.1\.1  10\.1\.0\.2  src       blue ")
 
     def test_members_clients_and_virtual_interfaces_are_shown(self):
         rows = self.rows("show", "members", "--group", "239.1.1.1")
@@ -206,7 +206,7 @@ class Control(unittest.TestCase):
     def test_help_and_completion_follow_the_commands(self):
         self.assertIn("Specify multicast group", self.good("show", "routes", "--help"))
         self.assertEqual(self.good("complete", "show", "ro").split(), ["routes"])
-        self.assertEqual(self.good("complete", "show", "routes", "--in").split(), ["--incoming"])
+        self.assertEqual(self.good("complete", "show", "routes", "--inc").split(), ["--incoming"])
         self.assertEqual(self.good("complete", "show", "routes", "--family", "").split(), ["ipv4", "ipv6"])
         self.assertIn("red", self.good("complete", "show", "routes", "--incoming", "").split())
 

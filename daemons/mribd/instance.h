@@ -1,0 +1,67 @@
+/*
+ * One instance of a family at work: its router and the kernel's table behind it, joined to the event loop.
+ */
+#ifndef DAEMONS_MRIBD_INSTANCE_H
+#define DAEMONS_MRIBD_INSTANCE_H
+
+#include "daemons/common/reactor.h"
+#include "daemons/mribd/host_environment.h"
+#include "daemons/mribd/idle_timers.h"
+#include "daemons/mribd/kernel_mroute.h"
+#include "daemons/mribd/lost_clients.h"
+#include "daemons/mribd/router.h"
+
+namespace mribd
+{
+
+// Of each instance.
+struct PlaneSettings {
+    uint32_t idle_period_s;
+    uint32_t entry_limit;
+    uint32_t hold_s; // for what lost clients wanted; 0: nothing is kept
+};
+
+class Instance
+{
+public:
+    // reactor and environment must outlive the instance.
+    Instance(const MRIB_GMP_VRF_KEY_S &key, const PlaneSettings &settings, mcastd::Reactor &reactor,
+             const HostEnvironment &environment);
+    ~Instance();
+    Instance(const Instance &) = delete;
+    Instance &operator=(const Instance &) = delete;
+
+    // Becomes the multicast router of the instance's table. Everything but Ready is logged.
+    KernelMroute::OpenResult open(TIMER_SERVICE timers);
+
+    Router &router()
+    {
+        return router_;
+    }
+
+    // Withdraws everything from the kernel in one step and gives the table back.
+    void shut();
+
+    // Interfaces came, went or moved; with a VRF device the instance's table may be another now.
+    void links_changed();
+
+    // Work between the rounds of the event loop. Whether there is more.
+    bool settle();
+
+private:
+    KernelMroute::OpenResult open_kernel();
+    void receive();
+    void report_losses();
+
+    mcastd::Reactor &reactor_;
+    const HostEnvironment &environment_;
+    KernelMroute kernel_;
+    IdleTimers timers_;
+    Router router_;
+    LostClients lost_clients_;
+    uint64_t reported_losses_ = 0;
+};
+
+} // namespace mribd
+
+#endif

@@ -1,0 +1,71 @@
+#include "daemons/mribd/routers.h"
+
+#include <utility>
+
+namespace mribd
+{
+
+Routers::Routers(Router &common)
+{
+    add(common);
+}
+
+Routers::~Routers()
+{
+    for (const auto &[vrf_index, router] : routers_) {
+        router->on_designated_router(nullptr);
+    }
+}
+
+Router *Routers::find(uint16_t vrf_index) const
+{
+    const auto found = routers_.find(vrf_index);
+    return found == routers_.end() ? nullptr : found->second;
+}
+
+void Routers::add(Router &router)
+{
+    routers_[router.vrf_index()] = &router;
+    router.on_designated_router([this] { tell_designated_router(); });
+}
+
+void Routers::remove(uint16_t vrf_index)
+{
+    if (Router *router = find(vrf_index)) {
+        router->on_designated_router(nullptr);
+        routers_.erase(vrf_index);
+        tell_designated_router();
+    }
+}
+
+void Routers::on_designated_router(std::function<void()> told)
+{
+    designated_router_told_ = std::move(told);
+}
+
+void Routers::tell_designated_router() const
+{
+    if (designated_router_told_) {
+        designated_router_told_();
+    }
+}
+
+std::set<InterfaceKey> Routers::designated_interfaces() const
+{
+    std::set<InterfaceKey> result;
+    for (const auto &[vrf_index, router] : routers_) {
+        for (const uint32_t if_index : router->designated_interfaces()) {
+            result.insert({vrf_index, if_index});
+        }
+    }
+    return result;
+}
+
+void Routers::lose_client(ClientId client)
+{
+    for (const auto &[vrf_index, router] : routers_) {
+        router->lose_client(client);
+    }
+}
+
+} // namespace mribd

@@ -1,0 +1,68 @@
+/*
+ * The routers of one family's instances. Clients are of all instances at once: what one is told or leaves
+ * behind concerns every router.
+ */
+#ifndef DAEMONS_MRIBD_ROUTERS_H
+#define DAEMONS_MRIBD_ROUTERS_H
+
+#include "daemons/mribd/router.h"
+#include "daemons/mribd/view.h"
+
+#include <functional>
+#include <map>
+#include <set>
+
+namespace mribd
+{
+
+class Routers
+{
+public:
+    // The public instance's, which is always there. Routers must outlive their place in here.
+    explicit Routers(Router &common);
+    ~Routers();
+    Routers(const Routers &) = delete;
+    Routers &operator=(const Routers &) = delete;
+
+    uint8_t family() const
+    {
+        return common().family();
+    }
+
+    Router &common() const
+    {
+        return *routers_.begin()->second;
+    }
+
+    // The instance's router, NULL when the instance is not served.
+    Router *find(uint16_t vrf_index) const;
+
+    // Adds the router of an instance that has none yet, or takes that of one other than the public away.
+    void add(Router &router);
+    void remove(uint16_t vrf_index);
+
+    // By instance, ascending.
+    const std::map<uint16_t, Router *> &all() const
+    {
+        return routers_;
+    }
+
+    // Called whenever designated_interfaces may give another answer.
+    void on_designated_router(std::function<void()> told);
+
+    // The interfaces of every instance for which this router is the designated router.
+    std::set<InterfaceKey> designated_interfaces() const;
+
+    // The client's connection ended; see Router::lose_client.
+    void lose_client(ClientId client);
+
+private:
+    void tell_designated_router() const;
+
+    std::map<uint16_t, Router *> routers_;
+    std::function<void()> designated_router_told_;
+};
+
+} // namespace mribd
+
+#endif
