@@ -87,10 +87,11 @@ public:
         router_.outputs = &outputs_;
     }
 
-    // Each step says in the log why it fails.
+    // Each step says in the log why it fails. A second gmpd is stopped by the control port before it has said
+    // anything to the links or to the MRIB process.
     bool open()
     {
-        return open_process() && open_users() && open_network() && open_control();
+        return open_process() && open_users() && open_control() && open_network();
     }
 
     int run()

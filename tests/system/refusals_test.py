@@ -34,6 +34,18 @@ class Refusals(unittest.TestCase):
         self.assertTrue(first.alive())
         self.assertEqual(first.stop(), 0)
 
+    def test_second_gmpd_fails_before_it_says_anything(self):
+        mribd, first = self.router.start_mribd(), self.router.start_gmpd("ipv4")
+        wait_for(lambda: json.loads(first.status())["mrib_connected"], "the first connected")
+        second = self.run_program(self.program("gmpd"), "-4")
+        self.assertNotEqual(second.returncode, 0)
+        self.assertIn("the same daemon serves this network namespace already", second.stdout)
+        self.assertNotIn("started", second.stdout)
+        self.assertIn("client 1:", mribd.status())
+        self.assertNotIn("client 2", mribd.output())
+        for daemon in (first, mribd):
+            self.assertEqual(daemon.stop(), 0)
+
     def test_killed_mribd_leaves_nothing_that_blocks_the_next(self):
         for _ in range(3):
             daemon = self.router.start_mribd()
