@@ -11,8 +11,7 @@
 #include <span>
 #include <string>
 
-#include <arpa/inet.h>
-
+#include "daemons/common/address_text.h"
 #include "daemons/common/line_format.h"
 #include "mcast/common.h"
 
@@ -114,12 +113,7 @@ inline std::string to_text(const Address &address)
 // An address from its text form; the unspecified IPv4 address when the text is not one.
 inline Address from_text(const char *text)
 {
-    Address address = any_address(MCAST_FAMILY_IPV4);
-
-    if (inet_pton(AF_INET, text, address.address) != 1 && inet_pton(AF_INET6, text, address.address) == 1) {
-        address.family = MCAST_FAMILY_IPV6;
-    }
-    return address;
+    return mcastd::parse_address(text).value_or(any_address(MCAST_FAMILY_IPV4));
 }
 
 // 224.0.0.1 or ff02::1, where general queries go.

@@ -3,6 +3,7 @@
 #include <netinet/in.h>
 
 #include "daemons/gmpd/wire.h"
+#include "mcast/addr.h"
 
 namespace gmpd
 {
@@ -95,9 +96,7 @@ Count parse_ipv4(std::span<const uint8_t> bytes, IpPacket &out)
         return Count::HopLimit;
     }
     // Hosts that have no address yet report from 0.0.0.0.
-    const uint8_t *source = out.source.address;
-
-    if (!is_unspecified(out.source) && (source[0] == 0 || source[0] == 127 || source[0] >= 224)) {
+    if (!is_unspecified(out.source) && MCAST_ProtoSrcAddrCheck(&out.source) != MCAST_OK) {
         return Count::Source;
     }
     out.payload = bytes.subspan(header_length, total_length - header_length);

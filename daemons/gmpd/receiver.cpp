@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include <arpa/inet.h>
 #include <linux/filter.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>

@@ -1,12 +1,10 @@
 #include "daemons/mcastctl/arguments.h"
 
+#include "daemons/common/address_text.h"
 #include "daemons/mcastctl/text.h"
-#include "mcast/addr.h"
 #include "mcast/argument_check.h"
 #include "mcast/interface_name.h"
 
-#include <arpa/inet.h>
-#include <cstring>
 #include <functional>
 
 namespace mcastctl
@@ -18,17 +16,9 @@ using Check = MCAST_STATUS (*)(const char *text);
 
 std::optional<MCAST_ADDR_S> address_from_text(const std::string &text, Check ipv4, Check ipv6)
 {
-    MCAST_ADDR_S address{};
-    uint32_t bytes = 0;
-    if (ipv4(text.c_str()) == MCAST_OK && MCAST_StrToIP4(text.c_str(), &bytes) == MCAST_OK) {
-        bytes = htonl(bytes);
-        address.family = MCAST_FAMILY_IPV4;
-        std::memcpy(address.address, &bytes, sizeof(bytes));
-        return address;
-    }
-    return ipv6(text.c_str()) == MCAST_OK && MCAST_StrToInet6Addr(text.c_str(), &address) == 1
-               ? std::optional(address)
-               : std::nullopt;
+    const auto address = mcastd::parse_address(text);
+    const Check check = address && address->family == MCAST_FAMILY_IPV4 ? ipv4 : ipv6;
+    return address && check(text.c_str()) == MCAST_OK ? address : std::nullopt;
 }
 
 // An option with one argument that set takes; what set throws names the argument.

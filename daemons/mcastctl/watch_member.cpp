@@ -31,6 +31,11 @@ WatchMember::~WatchMember()
     close();
 }
 
+bool WatchMember::is_open() const
+{
+    return MBR_LIB_IsAlreadyReg(family_) == MCAST_TRUE;
+}
+
 uint64_t WatchMember::mask() const
 {
     uint64_t mask = 0;

@@ -38,10 +38,7 @@ public:
     // Takes the registration back and ends the connection.
     void close();
 
-    bool is_open() const
-    {
-        return fd_ >= 0;
-    }
+    bool is_open() const;
 
 private:
     uint64_t mask() const;

@@ -3,7 +3,6 @@
 #include "daemons/common/line_format.h"
 #include "mcast/addr.h"
 
-#include <arpa/inet.h>
 #include <cstring>
 
 namespace mribd
@@ -17,25 +16,9 @@ MCAST_ADDR_S make_address(uint8_t family, const void *bytes)
     return address;
 }
 
-std::optional<MCAST_ADDR_S> parse_address(const std::string &text)
-{
-    MCAST_ADDR_S address{};
-    uint32_t ipv4 = 0;
-    if (text.size() != std::strlen(text.c_str())) {
-        return std::nullopt;
-    }
-    if (MCAST_StrToIP4(text.c_str(), &ipv4) == MCAST_OK) {
-        ipv4 = htonl(ipv4);
-        return make_address(MCAST_FAMILY_IPV4, &ipv4);
-    }
-    return MCAST_StrToInet6Addr(text.c_str(), &address) == 1 ? std::optional(address) : std::nullopt;
-}
-
 MCAST_ADDR_S any_address(uint8_t family)
 {
-    MCAST_ADDR_S address{};
-    address.family = family;
-    return address;
+    return family == MCAST_FAMILY_IPV4 ? g_stMcastDefSrcAddr4 : g_stMcastDefSrcAddr6;
 }
 
 bool is_any(const MCAST_ADDR_S &address)

@@ -7,7 +7,6 @@
 #include "mcast/common.h"
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
 namespace mribd
@@ -15,9 +14,6 @@ namespace mribd
 
 // The record for an address of the family: 4 or 16 bytes in network order, the rest zero.
 MCAST_ADDR_S make_address(uint8_t family, const void *bytes);
-
-// The address that the text is, of either family; nothing when it is none.
-std::optional<MCAST_ADDR_S> parse_address(const std::string &text);
 
 // The family's all-zero address: any source.
 MCAST_ADDR_S any_address(uint8_t family);

@@ -1,5 +1,7 @@
 #include "daemons/mribd/config.h"
 
+#include "daemons/common/address_text.h"
+
 #include "daemons/mribd/address.h"
 #include "mcast/addr.h"
 
@@ -36,7 +38,7 @@ uint32_t read_rp(ConfigTable &table)
     if (!rp) {
         return 0;
     }
-    const auto address = parse_address(*rp);
+    const auto address = mcastd::parse_address(*rp);
     if (!address || address->family != MCAST_FAMILY_IPV4 || !is_routable_source(*address)) {
         table.fail("rp", "rp is " + host::quoted(*rp) + "; allowed: an IPv4 unicast address");
     }
@@ -67,10 +69,10 @@ std::vector<Prefix> read_boundaries(ConfigTable &table)
     std::vector<Prefix> boundaries;
     for (const ConfigString &text : table.strings("boundaries")) {
         const auto prefix = Prefix::parse(text.text);
-        if (!prefix || !prefix->is_multicast()) {
+        if (!prefix || !prefix->is_routable_range()) {
             table.fail_at(text.at, "boundary is " + host::quoted(text.text) +
-                                       "; allowed: a prefix of multicast groups, such as 239.255.0.0/16 or "
-                                       "ff15::/16");
+                                       "; allowed: a prefix of multicast groups that may be routed, such as "
+                                       "239.255.0.0/16 or ff15::/16");
         }
         boundaries.push_back(*prefix);
     }

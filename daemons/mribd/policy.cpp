@@ -1,9 +1,29 @@
 #include "daemons/mribd/policy.h"
 
+#include "daemons/common/log.h"
+#include "daemons/mribd/address.h"
+#include "mcast/acl_filter.h"
+
 #include <utility>
 
 namespace mribd
 {
+namespace
+{
+
+// A list that cannot tell groups makes none source-specific, which is seldom meant.
+void warn_of_lists(uint8_t family, const Config &config)
+{
+    for (const auto &[vrf_index, instance] : config.instances) {
+        const uint32_t list = instance.ssm_acl[family_row(family)];
+        if (list != MCAST_NONE && MCAST_IsAclValid(&family, list) != MCAST_TRUE) {
+            mcastd::log_warning("instance %u: ssm_acl names %s list %u, which does not exist or has no rules",
+                                unsigned{vrf_index}, family_name(family), list);
+        }
+    }
+}
+
+} // namespace
 
 Policy::Policy(const Routers &routers) : routers_(routers)
 {
@@ -12,6 +32,7 @@ Policy::Policy(const Routers &routers) : routers_(routers)
 
 void Policy::configure(const Config &config)
 {
+    warn_of_lists(routers_.family(), config);
     config_ = config;
     stale_ = true;
 }

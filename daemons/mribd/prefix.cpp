@@ -1,7 +1,10 @@
 #include "daemons/mribd/prefix.h"
 
+#include "daemons/common/address_text.h"
 #include "daemons/common/line_format.h"
 #include "daemons/mribd/address.h"
+#include "mcast/addr.h"
+#include "mcast/argument_check.h"
 
 #include <charconv>
 
@@ -24,7 +27,7 @@ std::optional<Prefix> Prefix::parse(const std::string &text)
     if (slash == std::string::npos) {
         return std::nullopt;
     }
-    const auto address = parse_address(text.substr(0, slash));
+    const auto address = mcastd::parse_address(text.substr(0, slash));
     Prefix result;
     const char *end = text.data() + text.size();
     const auto number = std::from_chars(text.data() + slash + 1, end, result.length);
@@ -53,10 +56,11 @@ bool Prefix::covers(const Prefix &other) const
     return true;
 }
 
-bool Prefix::is_multicast() const
+bool Prefix::is_routable_range() const
 {
-    return address.family == MCAST_FAMILY_IPV4 ? length >= 4 && (address.address[0] & 0xf0) == 0xe0
-                                               : length >= 8 && address.address[0] == 0xff;
+    const Prefix all_groups = address.family == MCAST_FAMILY_IPV4 ? Prefix{g_stMcastDefGrpAddr4, 4}
+                                                                  : Prefix{g_stMcastDefGrpAddr6, 8};
+    return all_groups.covers(*this) && MCAST_GrpRangeCheck(&address, length) == MCAST_TRUE;
 }
 
 std::string Prefix::text() const

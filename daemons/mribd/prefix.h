@@ -24,8 +24,8 @@ struct Prefix {
     // Whether the other one lies within this one, equal ones included.
     bool covers(const Prefix &other) const;
 
-    // Whether it holds multicast groups and nothing else.
-    bool is_multicast() const;
+    // Whether it holds multicast groups and nothing else, some of which may be routed.
+    bool is_routable_range() const;
 
     std::string text() const;
 

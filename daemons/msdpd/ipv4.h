@@ -13,6 +13,8 @@
 
 #include <arpa/inet.h>
 
+#include "daemons/common/address_text.h"
+#include "daemons/common/line_format.h"
 #include "mcast/addr.h"
 #include "mcast/common.h"
 
@@ -61,11 +63,9 @@ inline Ipv4 from_record(const MCAST_ADDR_S &record)
 
 inline std::string to_text(Ipv4 address)
 {
-    const in_addr bytes{to_network(address)};
-    char text[INET_ADDRSTRLEN] = "?";
+    const MCAST_ADDR_S record = to_record(address);
 
-    inet_ntop(AF_INET, &bytes, text, sizeof(text));
-    return text;
+    return mcastd::formatted("%A", &record);
 }
 
 // As logs show it: (10.1.0.2, 239.1.1.1).
@@ -76,12 +76,9 @@ inline std::string to_text(const Pair &pair)
 
 inline std::optional<Ipv4> parse_ipv4(const std::string &text)
 {
-    Ipv4 address;
+    const auto record = mcastd::parse_address(text);
 
-    if (MCAST_StrToIP4(text.c_str(), &address.number) != MCAST_OK) {
-        return std::nullopt;
-    }
-    return address;
+    return record && record->family == MCAST_FAMILY_IPV4 ? std::optional(from_record(*record)) : std::nullopt;
 }
 
 // What a host or router can have: no group, loopback or unspecified address, and no link-local one, which

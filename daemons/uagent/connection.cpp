@@ -1,5 +1,6 @@
 #include "daemons/uagent/connection.h"
 
+#include "daemons/common/line_format.h"
 #include "mcast/service.h"
 #include "mcast/usrauth_wire.h"
 #include "platform/local_socket.h"
@@ -124,7 +125,8 @@ bool Connection::flush(std::string *error)
         }
         pollfd state{socket_.get(), POLLOUT, 0};
         if (left.count() <= 0 || poll(&state, 1, static_cast<int>(left.count())) == 0) {
-            *error = "the daemon does not read";
+            *error = mcastd::formatted("the daemon does not read, %u bytes wait",
+                                       static_cast<uint32_t>(Messager_GetDataLen(messager_.get())));
             return false;
         }
     }

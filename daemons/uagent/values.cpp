@@ -1,9 +1,9 @@
 #include "daemons/uagent/values.h"
 
+#include "daemons/common/address_text.h"
 #include "mcast/argument_check.h"
 #include "mcast/interface_name.h"
 
-#include <arpa/inet.h>
 #include <charconv>
 
 namespace uagent
@@ -26,14 +26,11 @@ constexpr Checks GROUP_CHECKS = {MCAST_GroupIPCheck, MCAST_GroupIPv6Check};
 bool read_address(const std::string &text, uint16_t family, const Checks &checks, MCAST_ADDR_S *address)
 {
     const Check check = family == MCAST_FAMILY_IPV4 ? checks.ipv4 : checks.ipv6;
-    MCAST_ADDR_S read{};
-    read.family = family;
-    // Text with a zero byte inside would be checked only up to it.
-    if (text.find('\0') != std::string::npos || check(text.c_str()) != MCAST_OK ||
-        inet_pton(family, text.c_str(), read.address) != 1) {
+    const auto read = mcastd::parse_address(text);
+    if (!read || read->family != family || check(text.c_str()) != MCAST_OK) {
         return false;
     }
-    *address = read;
+    *address = *read;
     return true;
 }
 

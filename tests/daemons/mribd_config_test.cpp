@@ -87,6 +87,10 @@ TEST(MribdConfig, ErrorsNameTheLine)
         {"[[mribd.interface]]\nname = 'a'\nvrf = 7\n", "file:3:"},
         {"[[mribd.interface]]\nname = 'a'\nboundaries = ['239.0.0.0/8',\n'10.0.0.0/8']\n", "file:4:"},
         {"[[mribd.interface]]\nname = 'a'\nboundaries = ['239.0.0.0/33']\n", "file:3:"},
+        {"[[mribd.interface]]\nname = 'a'\nboundaries = ['224.0.0.0/3']\n", "file:3:"},
+        {"[[mribd.interface]]\nname = 'a'\nboundaries = ['ff00::/7']\n", "file:3:"},
+        {"[[mribd.interface]]\nname = 'a'\nboundaries = ['224.0.0.0/24']\n", "file:3:"},
+        {"[[mribd.interface]]\nname = 'a'\nboundaries = ['ff12::/16']\n", "file:3:"},
         {"[[mribd.interface]]\nname = 'a'\nscope_boundary = 2\n", "file:3:"},
         {"[[mribd.interface]]\nname = 'a'\nscope_boundary = 16\n", "file:3:"},
     };

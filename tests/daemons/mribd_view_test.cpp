@@ -339,3 +339,20 @@ TEST(ViewChanges, AnySequenceLeavesTheClientWithTheView)
 }
 
 } // namespace
+
+TEST(MribdPolicy, AListThatCannotTellGroupsIsWarnedOfByItsFamily)
+{
+    Bench bench(MCAST_FAMILY_IPV6);
+    ClientBench clients{bench.router};
+
+    mcastd::log_open("mribd", mcastd::LogLevel::Warning);
+    testing::internal::CaptureStderr();
+    clients.configure("[[mribd.instance]]\nssm_acl = { ipv4 = 2001, ipv6 = 2002 }\n");
+    const std::string log = testing::internal::GetCapturedStderr();
+
+    EXPECT_NE(log.find("instance 0: ssm_acl names ipv6 list 2002"), log.npos) << log;
+    EXPECT_EQ(log.find("2001"), log.npos) << log;
+    testing::internal::CaptureStderr();
+    clients.configure("[[mribd.instance]]\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "no list, nothing to warn of";
+}

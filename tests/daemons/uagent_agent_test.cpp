@@ -203,7 +203,23 @@ TEST_F(UagentAgent, ADaemonThatDoesNotReadIsReported)
     std::thread sender([&] { EXPECT_FALSE(run("withdraw " + USER)); });
     const int fd = daemon.accept_one();
     sender.join();
-    EXPECT_EQ(error, "the daemon does not read");
+    EXPECT_EQ(error, "the daemon does not read") << "but the socket took everything";
+    close(fd);
+}
+
+TEST_F(UagentAgent, WhatADaemonThatDoesNotReadLeavesWaitingIsTold)
+{
+    Daemon daemon(PORT_IPV4);
+    std::string lines;
+    for (int i = 0; i < 30000; i++) {
+        lines += "withdraw " + USER + "\n";
+    }
+    std::thread sender([&] { EXPECT_FALSE(run_file(lines)); });
+    const int fd = daemon.accept_one();
+    sender.join();
+    unsigned waiting = 0;
+    EXPECT_EQ(sscanf(error.c_str(), "the daemon does not read, %u bytes wait", &waiting), 1) << error;
+    EXPECT_GT(waiting, 92u) << "more than one message";
     close(fd);
 }
 
