@@ -48,6 +48,36 @@ def literal_igmp_rows():
     ]
 
 
+def literal_mld_rows():
+    """Whole packets of a Linux host and of a bridge that asks, as they were recorded."""
+    host, switch = "fe8000000000000028b2fffffe12cf8e", "fe80000000000000341fedfffe71570d"
+    everyone, routers = "ff020000000000000000000000000001", "ff020000000000000000000000000002"
+    reports, group, older = ("ff020000000000000000000000000016", "ff1e0000000000000000000000010001",
+                             "ff1e0000000000000000000000010002")
+    alert, specific = "3a00050200000100", "ff3e0000000000000000000080000001"
+
+    def row(length, source, to, message, counters, options=alert):
+        text = f"60000000 {length:04x} 0001 {source} {to} {options} {message}"
+        return message, bytes.fromhex(text), counters
+
+    heard = {"received_reports_v3": 1}
+    # What shortens a membership comes before what is to last.
+    return [
+        row(32, switch, everyone, f"8200e17927100000 {'00' * 16}",
+            {"received_queries_v2": 1, "received_older_queries": 1}, "3a00050200000000"),
+        row(36, switch, everyone, f"8200def827100000 {'00' * 16} 027d0000", {"received_queries_v3": 1},
+            "3a00050200000000"),
+        row(36, host, reports, f"8f007a9900000001 03000000 {group}", heard),
+        row(52, host, reports, f"8f00c9ae00000001 06000001 {specific} 20010db8000000000000000000000001", heard),
+        row(32, host, routers, f"840088b100000000 {older}", {"received_leaves": 1}),
+        row(36, host, reports, f"8f00799900000001 04000000 {group}", heard),
+        row(52, host, reports, f"8f00caae00000001 05000001 {specific} 20010db8000000000000000000000001", heard),
+        row(32, host, older, f"8300899400000000 {older}", {"received_reports_v2": 1}),
+        row(56, host, reports, "8f00a8f800000002 04000000 ff0200000000000000000001ff000002 04000000 "
+            "ff0200000000000000000001ff12cf8e", heard | {"ignored_unroutable_group": 2}),
+    ]
+
+
 def valid_rows(family):
     """One of each kind and record type, and what the formats allow besides."""
     group, other, sources = GROUP[family], OTHER_GROUP[family], SOURCES[family]
@@ -228,6 +258,15 @@ class ByteSequences(Ghost, unittest.TestCase):
         self.assertIn("version_1_host_s", self.groups("ipv4")["239.255.255.249"])
         self.assertIn("version_2_host_s", self.groups("ipv4")["239.255.255.250"])
         wait_for(lambda: "(*, 239.255.255.249)" in self.mribd.status(), "the membership at mribd")
+
+    def test_captured_mld_packets_are_understood(self):
+        self.play("ipv6", literal_mld_rows())
+        groups = self.groups("ipv6")
+        self.assertEqual((groups["ff1e::1:1"]["mode"], groups["ff1e::1:1"]["sources"]), ("exclude", []))
+        self.assertIn("version_2_host_s", groups["ff1e::1:2"])
+        self.assertEqual(groups["ff3e::8000:1"]["mode"], "include")
+        self.assertEqual([one["source"] for one in groups["ff3e::8000:1"]["sources"]], ["2001:db8::1"])
+        wait_for(lambda: "(2001:db8::1, ff3e::8000:1)" in self.mribd.status(), "the membership at mribd")
 
     def check_valid(self, family):
         self.play(family, valid_rows(family))

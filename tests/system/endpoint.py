@@ -6,8 +6,9 @@ endpoint.py join INTERFACE GROUP [--count N]
 
 The receiver prints, ten times a second while packets arrive, one JSON object: packets by source address; as
 "repeated" how many bore a number that had come before from their source, if any did; as "missed" how many numbers
-were left out between the first and the last of a source, if any were. With a source it joins that source only. On SIGTERM it leaves by closing its socket. join is for many groups: it joins
-COUNT of them from GROUP on, says so, and takes no packets.
+were left out between the first and the last of a source, if any were. With a source it joins that source only. On
+SIGTERM it leaves by closing its socket. join is for many groups: it joins COUNT of them from GROUP on, says so, and
+takes no packets.
 """
 
 import argparse

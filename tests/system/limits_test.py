@@ -1,8 +1,9 @@
 """More interfaces than the kernel's 32 virtual ones, and all of them changing at once while traffic flows: the
-limit is said, and what fits is served.
+limit is said, what fits is served, and red, to which nothing happens, misses no packet.
 
         source                router
-      10.1.0.2 ---- src     mribd, gmpd (IPv4)    p01 ---- h01 ... p40 ---- h40
+      10.1.0.2 ---- src     mribd, gmpd x 2    p01 ---- h01 ... p40 ---- h40
+                                               red ---- red, and blue
 """
 
 import re
@@ -29,10 +30,11 @@ class Limits(unittest.TestCase):
     def tearDownClass(cls):
         cls.network.assert_healthy()
 
-    def all_ports(self, what):
-        """One ip command on every port, as fast as one program can."""
+    def all_ports(self, *what, names=None):
+        """ip commands on every port, as fast as one program can."""
         with open("/run/batch", "w") as file:
-            file.writelines(what.format(name=name) + "\n" for name in self.names)
+            file.writelines(f"{one.format(name=name, number=number)}\n" for one in what
+                            for number, name in enumerate(names or self.names, 1))
         self.network.router.run("ip", "-force", "-batch", "/run/batch")
 
     def served_since(self, before):
@@ -46,7 +48,14 @@ class Limits(unittest.TestCase):
         self.limit_is_said_and_what_fits_is_served()
         self.all_come_back_after_they_went_down()
         self.a_freed_place_is_taken_by_another()
-        self.all_vanish_at_once()
+        self.all_vanish_at_once(self.names)
+        red = Receiver(self.network.hosts["red"], "eth0", GROUP)
+        red.grows()
+        self.all_appear_at_once()
+        renamed = self.all_are_renamed_at_once()
+        self.all_vanish_at_once(renamed)
+        red.grows()
+        self.assertEqual(red.missed(), 0)
 
     def limit_is_said_and_what_fits_is_served(self):
         # One of the 32 is the incoming interface; one more is kept for sources.
@@ -73,13 +82,29 @@ class Limits(unittest.TestCase):
             receiver.leave()
         wait_for(lambda: any(now.total() > count for now, count in zip(left, before)), "a freed place taken", 40)
 
-    def all_vanish_at_once(self):
-        self.all_ports("link delete dev {name}")
+    def all_appear_at_once(self):
+        self.all_ports("link add {name} type veth peer name x{name}", "address add 10.50.{number}.1/24 dev {name}",
+                       "link set dev {name} up", "link set dev x{name} up")
+        wait_for(lambda: "32 of 32, without one" in self.network.mribd.status(), "the limit reached again", 40)
+        self.seen_by_gmpd(self.names)
+
+    def all_are_renamed_at_once(self):
+        renamed = ["n" + name for name in self.names]
+        self.all_ports("link set dev {name} down", "link set dev {name} name n{name}", "link set dev n{name} up")
+        self.seen_by_gmpd(renamed)
+        return renamed
+
+    def seen_by_gmpd(self, names):
+        wait_for(lambda: all(f'"{name}"' in self.network.gmpd["ipv4"].status() for name in names),
+                 "gmpd having them all", 40)
+
+    def all_vanish_at_once(self, names):
+        self.all_ports("link delete dev {name}", names=names)
         wait_for(lambda: self.outputs() == 0, "nothing forwarded to what is gone", 40)
         wait_for(lambda: "without one 0" in self.network.mribd.status(), "no interface without a place", 40)
         for daemon in self.network.daemons():
             wait_for(lambda d=daemon: not any(f'{name}"' in d.status() or f" {name}:" in d.status()
-                                              for name in (self.names[0], self.names[-1])),
+                                              for name in (names[0], names[-1])),
                      f"{daemon.name} without the ports", 40)
 
 
