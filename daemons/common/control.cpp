@@ -39,15 +39,21 @@ ControlServer::ControlServer(Reactor &reactor) : reactor_(reactor), spare_(open_
 
 ControlServer::~ControlServer()
 {
+    close();
+    if (spare_ >= 0) {
+        ::close(spare_);
+    }
+}
+
+void ControlServer::close()
+{
     while (!connections_.empty()) {
         drop(connections_.front());
     }
     if (listener_ >= 0) {
         reactor_.remove(listener_);
-        close(listener_);
-    }
-    if (spare_ >= 0) {
-        close(spare_);
+        ::close(listener_);
+        listener_ = -1;
     }
 }
 
@@ -78,7 +84,7 @@ void ControlServer::accept_clients()
 // ever. Whether there was one.
 bool ControlServer::accept_without_room()
 {
-    close(spare_);
+    ::close(spare_);
     const int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     const bool has_place = fd >= 0 && !connections_.empty();
     if (has_place) {
@@ -86,7 +92,7 @@ bool ControlServer::accept_without_room()
         drop(connections_.front());
     } else if (fd >= 0) {
         turned_away_++;
-        close(fd);
+        ::close(fd);
     }
     spare_ = open_spare();
     if (has_place) {
@@ -135,7 +141,7 @@ void ControlServer::drop(int fd)
 {
     connections_.erase(std::find(connections_.begin(), connections_.end(), fd));
     reactor_.remove(fd);
-    close(fd);
+    ::close(fd);
 }
 
 void ControlServer::visit_counters(const std::function<void(const char *name, uint64_t value)> &visitor) const

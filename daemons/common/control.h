@@ -35,6 +35,9 @@ public:
     // Listens on the port. Failures are logged with what to do.
     bool open(uint16_t port);
 
+    // Ends listening and every connection, until the next open; harmless when not open.
+    void close();
+
     // Serves a connected descriptor, which becomes the server's; what accepting does with each.
     void adopt(int fd);
 

@@ -194,6 +194,8 @@ enum ControlCommand : uint16_t {
     // Of msdpd. Without an argument the whole cache is forgotten, with one the sources of that group; peers
     // announce them again.
     COMMAND_CLEAR_MSDP_CACHE = 3,
+    // Of gmpd: it hands over to its standby.
+    COMMAND_SWITCH_OVER = 4,
 };
 
 // Settings of gmpd, of the interface table: for the interface of the key, without a key for all.

@@ -81,6 +81,17 @@ void MribChannel::close()
     }
 }
 
+void MribChannel::start_over()
+{
+    if (connected_) {
+        connected_ = false; // before the library says so, which is then nothing that happened to us
+        reactor_.remove(socket_);
+    }
+    MRIB_GMP_CloseConnection();
+    timer_stop(timers_, retry_);
+    connect();
+}
+
 void MribChannel::connect()
 {
     if (MRIB_GMP_OpenConnect() != MCAST_OK || !connected_) {

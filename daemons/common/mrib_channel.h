@@ -39,6 +39,9 @@ public:
     // Ends the channel for good; harmless when it is not open.
     void close();
 
+    // Drops the connection without another word, with what waits for it, and connects again.
+    void start_over();
+
     // Sends what was appended, as far as the socket takes it, and rebuilds a connection that lost records.
     void flush();
 

@@ -21,6 +21,10 @@ constexpr uint16_t CONTROL_PORT_GMPD_IPV4 = 2202;
 constexpr uint16_t CONTROL_PORT_GMPD_IPV6 = 2203;
 constexpr uint16_t CONTROL_PORT_MSDPD = 2204;
 
+// Where standbys of a gmpd hear what the active one knows.
+constexpr uint16_t BACKUP_PORT_GMPD_IPV4 = 2205;
+constexpr uint16_t BACKUP_PORT_GMPD_IPV6 = 2206;
+
 } // namespace mcastd
 
 #endif

@@ -29,6 +29,7 @@ struct Config {
     std::string file;                              // the configuration file, if any
     bool start_mribd = false;                      // have the MRIB process started when it is not there
     std::vector<std::string> interfaces;           // names; empty: every suitable one
+    bool standby = false;                          // wait beside the active daemon of the family
     bool user_auth = false;                        // reports count for announced users alone
     std::vector<std::string> user_auth_interfaces; // where; empty: on every one
 };

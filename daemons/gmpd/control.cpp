@@ -286,4 +286,20 @@ void offer_control(mcastd::ControlServer &server, Router &router, std::function<
                           }});
 }
 
+void offer_switch_over(mcastd::ControlServer &server, std::function<bool()> hand_over)
+{
+    server.registry().add_command(
+        mcastd::COMMAND_SWITCH_OVER,
+        [hand_over = std::move(hand_over)](const ControlFields &arguments) -> mcastd::ControlOutcome {
+            if (!arguments.empty()) {
+                return {mcastd::ControlStatus::BadValue, 0, "it takes no arguments"};
+            }
+            if (!hand_over()) {
+                return {mcastd::ControlStatus::Failed, mcastd::CONTROL_NO_INDEX,
+                        "there is no standby that knows everything: does a gmpd --standby run?"};
+            }
+            return {};
+        });
+}
+
 } // namespace gmpd

@@ -20,6 +20,9 @@ void offer_control(mcastd::ControlServer &server, Router &router, std::function<
 // without user authentication: the tables are empty.
 void offer_user_control(mcastd::ControlServer &server, const Router &router, UserService *service);
 
+// Offers the command to hand over to a standby. hand_over answers whether there is one.
+void offer_switch_over(mcastd::ControlServer &server, std::function<bool()> hand_over);
+
 } // namespace gmpd
 
 #endif

@@ -1,11 +1,32 @@
 /*
  * One thread, one event loop: signals, the packet socket, the MRIB channel, timers and link notifications
  * take turns in it. After each turn what it changed is flushed to the MRIB process.
+ *
+ * The daemon is active or a standby, and changes between the two:
+ *
+ *                     both                         the active one alone
+ *      registry of indexes, MRIB channel,      backup port, sockets, links,
+ *      user authentication                     agents' port, control port
+ *
+ * The backup port comes first and goes last: who has it is the active one, and its end is what the standby
+ * waits for. The library's parts begin, switch over and end in one order whatever becomes of the daemon:
+ *
+ *      begin         MCAST_IF_Init, MRIB_GMP_Init, MRIB_GMP_OpenConnect, MCAST_USRAUTH_Init
+ *      active        MCAST_USRAUTH_Upgrade
+ *      switch over   MCAST_IF_Degrade, MCAST_ReserveIf for each user, MCAST_IF_ReserveFinish,
+ *                    MCAST_USRAUTH_Degrade
+ *      end           MCAST_USRAUTH_StopServer, MCAST_USRAUTH_Fini, MRIB_GMP_CloseConnection, MRIB_GMP_Fini,
+ *                    MCAST_IF_Fini
+ *
+ * A switch-over is the same on both sides, before the one becomes active and when the other ceases to be. The
+ * daemon that ceases forgets its memberships without withdrawing them; the MRIB process keeps them for the
+ * hold time that it was given, and the new one learns them from the hosts.
  */
 #include "daemons/gmpd/daemon.h"
 
 #include <new>
 #include <optional>
+#include <utility>
 
 #include <sys/epoll.h>
 
@@ -17,11 +38,14 @@
 #include "daemons/common/service_start.h"
 #include "daemons/common/services.h"
 #include "daemons/common/timer_loop.h"
+#include "daemons/gmpd/backup_server.h"
 #include "daemons/gmpd/control.h"
+#include "daemons/gmpd/daemon_outputs.h"
 #include "daemons/gmpd/links.h"
 #include "daemons/gmpd/mrib_link.h"
 #include "daemons/gmpd/receiver.h"
 #include "daemons/gmpd/sender.h"
+#include "daemons/gmpd/standby.h"
 #include "daemons/gmpd/status.h"
 #include "daemons/gmpd/user_service.h"
 
@@ -31,35 +55,8 @@ namespace gmpd
 namespace
 {
 
-// Where the state machine's effects go.
-class DaemonOutputs final : public Outputs
-{
-public:
-    DaemonOutputs(Sender &sender, MribLink &mrib) : sender_(sender), mrib_(mrib)
-    {
-    }
-    void send_query(Interface &interface, const Query &query) override
-    {
-        sender_.send(interface, query);
-    }
-    void tell_running(const Interface &interface, bool running) override
-    {
-        mrib_.tell_running(interface, running);
-    }
-    void tell_querier(const Interface &interface, bool elected) override
-    {
-        mrib_.tell_querier(interface, elected);
-    }
-    void tell_member(const Interface &interface, const Address &group, const Address *source, bool join,
-                     bool blocked) override
-    {
-        mrib_.tell_member(interface, group, source, join, blocked);
-    }
-
-private:
-    Sender &sender_;
-    MribLink &mrib_;
-};
+// How often a daemon that handed over looks for the new active one, once a second, before it is active again.
+constexpr uint32_t HAND_OVER_PATIENCE = 3;
 
 // Reads the access lists. False when the file is wrong, which is logged; what was read before then stays.
 bool load_lists(const std::string &path)
@@ -80,18 +77,35 @@ class Daemon
 public:
     Daemon(const mcastd::Options &options, const Config &config)
         : options_(options), frame_(options), timers_(frame_.reactor()), receiver_(router_),
+          backup_(frame_.reactor(), indexes_),
+          indexes_([this](const UserKey &user) { backup_.index_changed(user); }),
           mrib_(router_, frame_.reactor()), outputs_(sender_, mrib_), links_(router_, receiver_),
-          control_(frame_.reactor())
+          standby_(frame_.reactor()), control_(frame_.reactor())
     {
         router_.config = config;
         router_.outputs = &outputs_;
     }
 
-    // Each step says in the log why it fails. A second gmpd is stopped by the control port before it has said
+    // Each step says in the log why it fails. A second gmpd is stopped by the backup port before it has said
     // anything to the links or to the MRIB process.
     bool open()
     {
-        return open_process() && open_users() && open_control() && open_network();
+        if (!open_process()) {
+            return false;
+        }
+        if (!config().standby && !backup_.open(backup_port())) {
+            mcastd::log_error("with --standby this one waits for the end of another");
+            return false;
+        }
+        if (!open_parts()) {
+            return false;
+        }
+        offer();
+        if (config().standby) {
+            standby_.start(timers_.manager(), backup_port(), 0);
+            return true;
+        }
+        return open_active();
     }
 
     int run()
@@ -104,6 +118,8 @@ public:
         work_off();
         const int result = frame_.run();
 
+        // Where a standby goes on at once, nothing is withdrawn.
+        outputs_.be_silent(backup_.synchronised() > 0);
         links_.close();
         mrib_.flush();
         return result;
@@ -130,38 +146,116 @@ private:
         return true;
     }
 
-    bool open_users()
+    uint16_t backup_port() const
     {
-        if (config().user_auth) {
-            if (!indexes_.open(config().family)) {
-                return false;
-            }
-            users_.emplace(router_,
-                           [this](const User &user, bool present) { mrib_.tell_user(user, present); });
-        }
-        return true;
+        return config().family == MCAST_FAMILY_IPV4 ? mcastd::BACKUP_PORT_GMPD_IPV4
+                                                    : mcastd::BACKUP_PORT_GMPD_IPV6;
+    }
+    uint16_t control_port() const
+    {
+        return config().family == MCAST_FAMILY_IPV4 ? mcastd::CONTROL_PORT_GMPD_IPV4
+                                                    : mcastd::CONTROL_PORT_GMPD_IPV6;
     }
 
-    bool open_network()
+    // What active daemon and standby have.
+    bool open_parts()
     {
-        if (!sender_.open(config().family) || !receiver_.open()) {
+        if (config().user_auth && !indexes_.open(config().family)) {
             return false;
         }
         if (config().start_mribd) {
             mcastd::start_service("mribd", mcastd::SERVICE_MRIBD, mcastd::CONTROL_PORT_MRIBD);
         }
-        return mrib_.open() && (!users_ || users_->open(loop())) && links_.open(loop()) &&
-               frame_.reactor().add(receiver_.descriptor(), EPOLLIN,
-                                    [this](uint32_t) { receiver_.read_some(); });
+        if (!mrib_.open()) {
+            return false;
+        }
+        if (config().user_auth) {
+            users_.emplace(router_, indexes_,
+                           [this](const User &user, bool present) { mrib_.tell_user(user, present); });
+        }
+        return !users_ || users_->open(loop());
     }
 
-    bool open_control()
+    void offer()
     {
         frame_.on_status([this] { return status_text(router_, process()); });
         offer_control(control_, router_, [this] { return process(); });
         offer_user_control(control_, router_, users());
-        return control_.open(config().family == MCAST_FAMILY_IPV4 ? mcastd::CONTROL_PORT_GMPD_IPV4
-                                                                  : mcastd::CONTROL_PORT_GMPD_IPV6);
+        offer_switch_over(control_, [this] {
+            hand_over_ = backup_.synchronised() > 0;
+            return hand_over_;
+        });
+    }
+
+    // False when a step fails, which is logged; nothing of it is open then. The links are last, for they are
+    // what the MRIB process hears of.
+    bool open_active()
+    {
+        active_ = sender_.open(config().family) && receiver_.open() && (!users_ || users_->upgrade()) &&
+                  control_.open(control_port()) &&
+                  frame_.reactor().add(receiver_.descriptor(), EPOLLIN,
+                                       [this](uint32_t) { receiver_.read_some(); }) &&
+                  links_.open(loop());
+        if (!active_) {
+            close_active();
+            backup_.close();
+        }
+        return active_;
+    }
+
+    void close_active()
+    {
+        active_ = false;
+        control_.close();
+        links_.close();
+        if (users_) {
+            users_->stop_server();
+        }
+        if (receiver_.descriptor() >= 0) {
+            frame_.reactor().remove(receiver_.descriptor());
+            receiver_.close();
+        }
+        sender_.close();
+    }
+
+    void take_over()
+    {
+        standby_.stop();
+        // First of all, for another standby may be faster.
+        const bool first = backup_.open(backup_port());
+
+        if (first && users_ && standby_.has_heard()) {
+            users_->switch_over(standby_.indexes());
+        }
+        if (!first || !open_active()) {
+            mcastd::log_warning("this standby is not active yet, looking every second");
+            standby_.start(timers_.manager(), backup_port(), 1);
+            return;
+        }
+        mcastd::log_info("active from now on, with the indexes of %zu users", indexes_.assigned().size());
+        // As long as a membership lasts: who has not been announced again by then is gone.
+        const uint32_t wait_s = config().robustness * config().query_interval_s + config().response_s;
+
+        mcastd::timer_start(
+            timers_.manager(), release_, wait_s * 1000,
+            [](void *owner) { static_cast<UserIndexes *>(owner)->release_untaken(); }, &indexes_);
+    }
+
+    void hand_over()
+    {
+        mcastd::log_info("handing over to the standby");
+        mcastd::timer_stop(timers_.manager(), release_);
+        outputs_.be_silent(true);
+        links_.close();
+        if (users_) {
+            users_->switch_over(UserIndexMap(indexes_.assigned()));
+        }
+        close_active();
+        outputs_.be_silent(false);
+        mrib_.start_over();
+        standby_.remember(indexes_.assigned());
+        backup_.close();
+        standby_.start(timers_.manager(), backup_port(), HAND_OVER_PATIENCE);
     }
 
     void follow_reloads()
@@ -183,6 +277,12 @@ private:
         if (users_) {
             users_->settle();
         }
+        if (std::exchange(hand_over_, false)) {
+            hand_over();
+        } else if (standby_.watching() && standby_.active_is_gone()) {
+            take_over();
+        }
+        backup_.flush();
         mrib_.flush();
         timers_.set_wake_up();
     }
@@ -193,9 +293,20 @@ private:
     }
     ProcessStatus process()
     {
-        return ProcessStatus{
-            mrib_.connected(),        mrib_.connects(),          mrib_.pending(), mrib_.held(),
-            receiver_.kernel_drops(), mrib_.policy().replayed(), users()};
+        ProcessStatus status;
+
+        status.mrib_connected = mrib_.connected();
+        status.mrib_connects = mrib_.connects();
+        status.mrib_pending = mrib_.pending();
+        status.mrib_held = mrib_.held();
+        status.kernel_drops = receiver_.kernel_drops();
+        status.mrib_replayed = mrib_.policy().replayed();
+        status.users = users();
+        status.active = active_;
+        status.standbys = backup_.synchronised();
+        status.synchronised = standby_.synchronised();
+        status.backed_up = standby_.indexes().size();
+        return status;
     }
 
     const mcastd::Options &options_;
@@ -204,12 +315,17 @@ private:
     Router router_;
     Sender sender_;
     Receiver receiver_;
+    BackupServer backup_; // its end lets the standby begin
     UserIndexes indexes_; // needed until the last user is gone
     MribLink mrib_;
     DaemonOutputs outputs_;
     Links links_;
     std::optional<UserService> users_;
+    Standby standby_;
     mcastd::ControlServer control_;
+    mcastd::Timer release_; // of the indexes that nobody took after a switch-over
+    bool active_ = false;
+    bool hand_over_ = false; // asked for, and done when the round ends
 };
 
 } // namespace

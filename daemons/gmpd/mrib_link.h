@@ -49,6 +49,12 @@ public:
     // rebuilds a connection that lost records. To be called once after everything that a wake-up brought.
     void flush();
 
+    // Forgets everything that was told, without withdrawing it: a new connection takes the place of this one.
+    void start_over()
+    {
+        channel_.start_over();
+    }
+
     bool connected() const
     {
         return channel_.connected();

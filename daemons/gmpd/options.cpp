@@ -83,6 +83,10 @@ void add_options(mcastd::Options &options, Config &config)
                    "Configuration file, for the access lists in it; read again on SIGHUP");
     app.add_flag("--start-mribd", config.start_mribd,
                  "Start mribd first when it does not run, as service 1 of the configuration file says");
+    app.add_flag(
+        "--standby", config.standby,
+        "Wait beside the active gmpd of the family and take over when it ends; the active one at once "
+        "when there is none");
     app.add_option("--max-groups", config.max_groups, "Most groups on one interface")
         ->check(CLI::Range(1u, 16777216u))
         ->capture_default_str();

@@ -92,6 +92,12 @@ bool Receiver::open()
     return true;
 }
 
+void Receiver::close()
+{
+    kernel_drops(); // which end with the socket
+    socket_ = mcastd::Descriptor();
+}
+
 void Receiver::membership(int option, uint32_t if_index)
 {
     packet_mreq request{};

@@ -23,6 +23,9 @@ public:
     // Opens the socket. False when the kernel refuses, which is logged with the remedy.
     bool open();
 
+    // Ends hearing; the loop must not watch the socket any more.
+    void close();
+
     // The socket, readable when packets wait.
     int descriptor() const
     {

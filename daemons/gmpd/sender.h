@@ -16,6 +16,11 @@ public:
     // Opens the socket of the family. False when the kernel refuses, which is logged with the remedy.
     bool open(uint16_t family);
 
+    void close()
+    {
+        socket_ = mcastd::Descriptor();
+    }
+
     // Sends the query through the interface from the interface's address. A failure is counted and logged.
     void send(Interface &interface, const Query &query);
 

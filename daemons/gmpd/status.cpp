@@ -126,6 +126,13 @@ std::string status_text(const Router &router, const ProcessStatus &process)
     json.text("daemon", "gmpd");
     json.text("family", ipv4 ? "ipv4" : "ipv6");
     json.number("protocol_version", ipv4 ? router.config.version : router.config.version - 1u);
+    json.text("role", process.active ? "active" : "standby");
+    if (process.active) {
+        json.number("standbys", process.standbys);
+    } else {
+        json.truth("synchronised", process.synchronised);
+        json.number("users_backed_up", process.backed_up);
+    }
     json.truth("mrib_connected", process.mrib_connected);
     json.number("mrib_connects", process.mrib_connects);
     json.number("mrib_pending_messages", process.mrib_pending);

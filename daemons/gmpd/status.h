@@ -23,6 +23,10 @@ struct ProcessStatus {
     uint64_t kernel_drops = 0;          // packets lost before they were read
     bool mrib_replayed = false;         // it has said all that it had to say
     const UserService *users = nullptr; // NULL without user authentication
+    bool active = true;
+    size_t standbys = 0;       // of the active one, that know everything
+    bool synchronised = false; // of a standby: it knows everything
+    size_t backed_up = 0;      // users whose indexes the standby knows
 };
 
 // One object: the process, then each interface with its querier, groups, sources and non-zero counters. Times

@@ -20,7 +20,6 @@
 
 #include "daemons/common/log.h"
 #include "daemons/common/memory.h"
-#include "mcast/interface_registry.h"
 #include "mcast/usrauth_wire.h"
 #include "mcasthost/loop.h"
 
@@ -88,25 +87,8 @@ void allow_many_descriptors()
 
 } // namespace
 
-UserIndexes::~UserIndexes()
-{
-    if (open_) {
-        MCAST_IF_Fini();
-    }
-}
-
-bool UserIndexes::open(uint16_t family)
-{
-    open_ = MCAST_IF_Init(family == MCAST_FAMILY_IPV4 ? MCAST_IF_TYPE_MUA_IPV4 : MCAST_IF_TYPE_MUA_IPV6) ==
-            MCAST_OK;
-    if (!open_) {
-        mcastd::log_error("no memory for the indexes of users' interfaces");
-    }
-    return open_;
-}
-
-UserService::UserService(Router &router, UserTable::Told told)
-    : router_(router), table_(router, may_join, std::move(told))
+UserService::UserService(Router &router, UserIndexes &indexes, UserTable::Told told)
+    : router_(router), indexes_(indexes), table_(router, may_join, std::move(told))
 {
     the_service = this;
 }
@@ -131,13 +113,33 @@ bool UserService::open(int32_t loop)
         mcastd::log_error("cannot set up the user authentication");
         return false;
     }
+    loop_ = loop;
     open_ = true;
-    if (MCAST_USRAUTH_Upgrade(family, loop) != MCAST_OK) {
+    return true;
+}
+
+bool UserService::upgrade()
+{
+    if (MCAST_USRAUTH_Upgrade(static_cast<uint8_t>(router_.config.family), loop_) != MCAST_OK) {
         mcastd::log_error(
             "cannot listen for authentication agents: does another gmpd of the family run here?");
         return false;
     }
     return true;
+}
+
+// The store forgets its users without calling back, so that the table forgets them first.
+void UserService::switch_over(const UserIndexMap &kept)
+{
+    table_.forget();
+    touched_.clear();
+    indexes_.keep(kept);
+    MCAST_USRAUTH_Degrade();
+}
+
+void UserService::stop_server()
+{
+    MCAST_USRAUTH_StopServer();
 }
 
 // The index by which the user is found, or 0.
@@ -149,13 +151,14 @@ uint32_t UserService::online(const MCAST_USRAUTH_USER_S &record)
     }
     User user;
 
+    user.node = MCAST_USRAUTH_GetNode(&record);
     user.owns_link = record.kind == USRAUTH_KIND_INTERFACE;
-    user.if_index = user.owns_link ? record.access_if_index : static_cast<uint32_t>(MCAST_CreateIf());
+    user.if_index =
+        user.owns_link ? record.access_if_index : indexes_.take(UserKey{user.node, record.user_id});
     if (user.if_index == 0) {
         ++counters_.no_index;
         return 0;
     }
-    user.node = MCAST_USRAUTH_GetNode(&record);
     user.kind = record.kind;
     user.name = record.name != nullptr ? record.name : "";
     mcastd::log_debug("user %u of node %u is online", record.user_id, user.node);
@@ -176,11 +179,12 @@ void UserService::on_offline(MCAST_USRAUTH_USER_S *record)
     if (user == nullptr) {
         return;
     }
-    const uint32_t given = user->owns_link ? 0 : user->if_index;
+    const bool has_index = !user->owns_link;
+    const UserKey key{user->node, record->user_id};
 
     the_service->table_.remove(record);
-    if (given != 0) {
-        MCAST_DestroyIf(given);
+    if (has_index) {
+        the_service->indexes_.give_back(key);
     }
     ++the_service->counters_.offline;
     mcastd::log_debug("user %u is offline", record->user_id);

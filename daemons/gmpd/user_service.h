@@ -8,27 +8,12 @@
 #include <cstdint>
 #include <vector>
 
+#include "daemons/gmpd/user_indexes.h"
 #include "daemons/gmpd/user_table.h"
 #include "mcast/usrauth.h"
 
 namespace gmpd
 {
-
-// The indexes of the users' interfaces, for as long as the object lives. One object per process.
-class UserIndexes
-{
-public:
-    UserIndexes() = default;
-    ~UserIndexes();
-    UserIndexes(const UserIndexes &) = delete;
-    UserIndexes &operator=(const UserIndexes &) = delete;
-
-    // False when memory is short, which is logged.
-    bool open(uint16_t family);
-
-private:
-    bool open_ = false;
-};
 
 // What agents' messages led to.
 struct UserCounters {
@@ -40,17 +25,28 @@ struct UserCounters {
     uint64_t refreshes = 0;      // that ended
 };
 
-// One object per process, like the service that it runs. Needs open indexes as long as it lives.
+// One object per process, like the service that it runs.
 class UserService
 {
 public:
-    UserService(Router &router, UserTable::Told told);
+    // The indexes must be open and outlive the service.
+    UserService(Router &router, UserIndexes &indexes, UserTable::Told told);
     ~UserService();
     UserService(const UserService &) = delete;
     UserService &operator=(const UserService &) = delete;
 
-    // Begins to listen for agents on the host loop. False on failure, which is logged.
+    // Sets the user authentication up, on the host loop. False on failure, which is logged.
     bool open(int32_t loop);
+
+    // Becomes the active one: begins to listen for agents. False on failure, which is logged.
+    bool upgrade();
+
+    // Switch-over, to this daemon or away from it: every user is forgotten, without a word to the MRIB, and
+    // these indexes are kept for users to come.
+    void switch_over(const UserIndexMap &kept);
+
+    // Ends listening and the agents' connections; they are to connect to the active one.
+    void stop_server();
 
     // Brings the table in line with the store; to be called once after everything that a wake-up brought.
     void settle();
@@ -80,9 +76,11 @@ private:
     uint32_t online(const MCAST_USRAUTH_USER_S &record);
 
     Router &router_;
+    UserIndexes &indexes_;
     UserTable table_;
     UserCounters counters_;
     std::vector<uint32_t> touched_; // IDs of users that messages named since the last settle
+    int32_t loop_ = -1;
     bool open_ = false;
 };
 

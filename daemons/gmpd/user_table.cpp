@@ -41,11 +41,21 @@ UserTable::UserTable(Router &router, Rights rights, Told told)
 
 UserTable::~UserTable()
 {
+    forget();
+    router_.users = nullptr;
+}
+
+void UserTable::forget()
+{
     for (auto &[key, record] : users_) {
         end_memberships(record.user);
     }
+    by_place_.clear();
+    by_id_.clear();
+    users_.clear();
+    refused_.clear();
+    to_ask_.clear();
     mcastd::timer_stop(router_.timers, ask_);
-    router_.users = nullptr;
 }
 
 UserTable::Place UserTable::place_of(const User &user)

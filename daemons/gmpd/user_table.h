@@ -62,6 +62,9 @@ public:
     // The user is gone, with his memberships. False when he was not known.
     bool remove(Key key);
 
+    // Every user is gone, without a word to the MRIB about any of them.
+    void forget();
+
     // What the user may join has become less: what he has no right to any more ends.
     void apply_rights(User &user);
 

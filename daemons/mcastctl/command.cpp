@@ -11,8 +11,8 @@ namespace
 {
 
 constexpr void (*COMMANDS[])(const CommandLine &line) = {
-    add_show_commands,  add_set_commands,  add_clear_command,    add_debug_commands,
-    add_status_command, add_watch_command, add_complete_command,
+    add_show_commands,  add_set_commands,   add_clear_command, add_switch_over_command,
+    add_debug_commands, add_status_command, add_watch_command, add_complete_command,
 };
 
 // A command line that ends too early. CLI11 can refuse it, too, but does so without a look at a wrong word.

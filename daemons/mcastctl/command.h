@@ -35,6 +35,7 @@ void add_set_commands(const CommandLine &line);
 void add_debug_commands(const CommandLine &line);
 void add_status_command(const CommandLine &line);
 void add_clear_command(const CommandLine &line);
+void add_switch_over_command(const CommandLine &line);
 void add_watch_command(const CommandLine &line);
 void add_complete_command(const CommandLine &line);
 

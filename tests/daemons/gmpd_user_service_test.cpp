@@ -40,10 +40,11 @@ protected:
         lab.emplace(GetParam());
         interface_authenticate(*lab->interface, true);
         EXPECT_TRUE(indexes.open(GetParam()));
-        service.emplace(lab->router, [this](const User &user, bool present) {
+        service.emplace(lab->router, indexes, [this](const User &user, bool present) {
             told += (present ? "+" : "-") + std::to_string(user.info.user_id);
         });
         EXPECT_TRUE(service->open(reactor.descriptor()));
+        EXPECT_TRUE(service->upgrade());
         server.emplace(reactor);
         offer_control(*server, lab->router, [] { return ProcessStatus{}; });
         offer_user_control(*server, lab->router, &*service);
@@ -478,4 +479,47 @@ TEST(GmpdWithoutUsers, TheTablesAreEmptyAndClearingIsRefused)
     EXPECT_TRUE(control_test::table(server.registry(), mcastd::USER_STATISTICS_TABLE).empty());
     EXPECT_EQ(control_test::command(server.registry(), mcastd::COMMAND_CLEAR_USERS, {}).status,
               mcastd::ControlStatus::Failed);
+}
+
+TEST_P(GmpdUserService, ASwitchOverForgetsTheUsersSilentlyAndKeepsTheirIndexes)
+{
+    say("announce " + record(1) + right(1));
+    say("announce " + record(2) + right(1));
+    report(1, RecordType::IsExclude, {});
+    const UserIndexMap before = indexes.assigned();
+    const auto index_of = [this](unsigned user) {
+        return lab->router.users->member(*lab->interface, lab->neighbour(user))->index;
+    };
+    const uint32_t first = index_of(1);
+    const uint32_t second = index_of(2);
+
+    told.clear();
+    service->switch_over(before);
+    EXPECT_EQ(told, "");
+    EXPECT_EQ(MCAST_USRAUTH_UserCount(), 0u);
+    EXPECT_EQ(service->table().count(), 0u);
+    EXPECT_EQ(lab->router.users->member(*lab->interface, lab->neighbour(1)), nullptr);
+    EXPECT_EQ(lab->interface->members->group_count(), 0u);
+    EXPECT_EQ(indexes.assigned(), before);
+
+    say("announce " + record(2) + right(1)); // the other way round
+    say("announce " + record(1) + right(1));
+    EXPECT_EQ(told, "+2+1");
+    EXPECT_EQ(index_of(1), first);
+    EXPECT_EQ(index_of(2), second);
+}
+
+TEST_P(GmpdUserService, WhoStepsBackHangsUpOnAgentsUntilItIsActiveAgain)
+{
+    char byte;
+
+    service->switch_over({});
+    service->stop_server();
+    serve();
+    EXPECT_EQ(recv(agent, &byte, 1, MSG_DONTWAIT), 0);
+    close(agent);
+    EXPECT_TRUE(service->upgrade());
+    agent = connect_agent();
+    say("announce " + record(1) + right(1));
+    EXPECT_EQ(told, "+1");
 }

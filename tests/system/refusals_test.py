@@ -39,7 +39,7 @@ class Refusals(unittest.TestCase):
         wait_for(lambda: json.loads(first.status())["mrib_connected"], "the first connected")
         second = self.run_program(self.program("gmpd"), "-4")
         self.assertNotEqual(second.returncode, 0)
-        self.assertIn("the same daemon serves this network namespace already", second.stdout)
+        self.assertIn("another gmpd of the family is active in this network namespace", second.stdout)
         self.assertNotIn("started", second.stdout)
         self.assertIn("client 1:", mribd.status())
         self.assertNotIn("client 2", mribd.output())

@@ -1,0 +1,71 @@
+/*
+ * The private indexes of the users' interfaces: which user has which. They come from the library's registry;
+ * the assignment is kept here, by user, so that a daemon that takes over gives every user the index that he
+ * had before.
+ */
+#ifndef GMPD_USER_INDEXES_H
+#define GMPD_USER_INDEXES_H
+
+#include <compare>
+#include <cstdint>
+#include <functional>
+#include <map>
+
+namespace gmpd
+{
+
+// Who a user is, to agents and between daemons.
+struct UserKey {
+    uint16_t node = 0;
+    uint32_t user_id = 0;
+
+    auto operator<=>(const UserKey &) const = default;
+};
+
+// The indexes of users.
+using UserIndexMap = std::map<UserKey, uint32_t>;
+
+// The registry, for as long as the object lives. One object per process.
+class UserIndexes
+{
+public:
+    // changed is told of each user whose index came or went.
+    explicit UserIndexes(std::function<void(const UserKey &user)> changed = nullptr);
+    ~UserIndexes();
+    UserIndexes(const UserIndexes &) = delete;
+    UserIndexes &operator=(const UserIndexes &) = delete;
+
+    // False when memory is short, which is logged.
+    bool open(uint16_t family);
+
+    // The index kept for the user, or a new one; 0 when none is left.
+    uint32_t take(const UserKey &user);
+
+    // The user is gone, his index is free again.
+    void give_back(const UserKey &user);
+
+    // Switch-over: forgets what was assigned and keeps these indexes for these users, until they take them.
+    // One that is none of the registry's, or that another user has, is left out, which is logged.
+    void keep(const UserIndexMap &indexes);
+
+    // Frees the indexes of users who have not come to take them.
+    void release_untaken();
+
+    // Who has which index, or has one kept for him.
+    const UserIndexMap &assigned() const
+    {
+        return assigned_;
+    }
+
+private:
+    void tell(const UserKey &user) const;
+
+    std::function<void(const UserKey &user)> changed_;
+    UserIndexMap assigned_;
+    UserIndexMap untaken_; // the part of it that is kept only
+    bool open_ = false;
+};
+
+} // namespace gmpd
+
+#endif

@@ -1,0 +1,39 @@
+/*
+ * "switch-over": the active gmpd hands over to its standby.
+ */
+#include "daemons/mcastctl/arguments.h"
+#include "daemons/mcastctl/command.h"
+
+#include <memory>
+#include <string>
+
+namespace mcastctl
+{
+namespace
+{
+
+// Done when at least one daemon did it and none refused.
+int switch_over(const Filter &filter)
+{
+    Outcome outcome;
+    const Daemons daemons = daemons_named("gmpd", filter.family);
+    for (const DaemonInfo *daemon : daemons) {
+        std::string answer;
+        append(&outcome, give_command(*daemon, mcastd::COMMAND_SWITCH_OVER, {}, &answer));
+    }
+    report(outcome);
+    return outcome.good() && outcome.unreachable.size() < daemons.size() ? EXIT_DONE : EXIT_FAILED;
+}
+
+} // namespace
+
+void add_switch_over_command(const CommandLine &line)
+{
+    const auto filter = std::make_shared<Filter>();
+    CLI::App &command =
+        *line.root.add_subcommand("switch-over", "Have gmpd hand over to its standby, and become one itself");
+    add_family(command, &filter->family);
+    on_command(line, command, [filter] { return switch_over(*filter); });
+}
+
+} // namespace mcastctl
