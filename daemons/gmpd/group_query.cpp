@@ -81,6 +81,13 @@ void repeat_later(GroupState &group)
                      &group);
 }
 
+// Another router asks now; who was to be asked once more is none of this router's later questions.
+void forget_questions(GroupState &group)
+{
+    group.queries_left = 0;
+    for_each_source(group, [](SourceState &source) { source.queries_left = 0; });
+}
+
 void repeat(void *owner)
 {
     GroupState &group = *static_cast<GroupState *>(owner);
@@ -90,6 +97,7 @@ void repeat(void *owner)
     bool more = false;
 
     if (!link_of(*group.interface).querier.elected) {
+        forget_questions(group);
         return;
     }
     for_each_source(group, [&](SourceState &source) {

@@ -1,7 +1,7 @@
 /*
  * A day of a link within seconds: real packets, the real state machine and the library's timers, on a clock
  * that the test moves. Eighty hosts of all versions join, answer, lose an answer, leave and vanish; another
- * router is the querier for some hours. Every second is compared with a model without timers. Four times a
+ * router is the querier now and then. Every second is compared with a model without timers. Four times a
  * day everybody is gone, and everything that was taken for the hosts must be back.
  *
  * The clock starts so that milliseconds since boot pass 2^32 within the first day. GMPD_CLOCK_DAYS sets the
@@ -255,16 +255,23 @@ private:
         return timer.running() ? Moment{timer.node->expiry} * SECOND : 0;
     }
 
-    // Hosts come within the first minutes; in the second shift of a day another router asks for three hours.
+    // Hosts come within the first minutes; in the second shift of a day another router asks now and then.
     void begin_shift()
     {
         for (Host &host : hosts_) {
             later(below(20 * 60 * SECOND), [this, &host] { join(host); });
         }
         if (shifts_++ % 4 == 1) {
-            for (Moment at = HOUR / 2; at < HOUR / 2 + 3 * HOUR; at += OTHERS.query_interval) {
-                later(at + 250, [this] { other_query(0, {}); });
+            for (Moment at = HOUR / 2; at < SHIFT - HOUR; at += HOUR / 4) {
+                other_asks_for(at + below(60 * SECOND), below(10) * OTHERS.query_interval);
             }
+        }
+    }
+
+    void other_asks_for(Moment from, Moment duration)
+    {
+        for (Moment at = from; at <= from + duration; at += OTHERS.query_interval) {
+            later(at, [this] { other_query(0, {}); });
         }
     }
 

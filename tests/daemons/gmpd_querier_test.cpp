@@ -144,6 +144,26 @@ TEST_P(GmpdQuerier, AQueryAboutAGroupSaysNothingOfTheTimeForGeneralOnes)
     EXPECT_EQ(membership_interval_ms(*lab.interface), 255000u);
 }
 
+TEST_P(GmpdQuerier, AQuestionThatAnotherQuerierCutShortIsNotAskedAgainLater)
+{
+    lab.start();
+    lab.record(RecordType::Allow, {1});
+    lab.record(RecordType::Block, {1});
+    EXPECT_EQ(lab.recorder.queries(), "? G1 {1}");
+    lab.query(50, 3);
+    for (int minute = 0; minute < 5; ++minute) {
+        lab.record(RecordType::IsInclude, {1}); // somebody wants it all the same
+        lab.pass(60);
+    }
+    ASSERT_TRUE(lab.interface->querier.elected);
+    lab.record(RecordType::Allow, {2});
+    lab.recorder.queries();
+    lab.record(RecordType::Block, {2});
+    EXPECT_EQ(lab.recorder.queries(), "? G1 {2}");
+    lab.pass(1);
+    EXPECT_EQ(lab.recorder.queries(), "? G1 {2}");
+}
+
 TEST_P(GmpdQuerier, AChangedAddressDisturbsNoMembership)
 {
     lab.start();
