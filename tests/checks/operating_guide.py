@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""What docs/mcastctl.md shows of each table has the columns that the table has; docs/control.md lists each."""
+"""What the documentation shows of a table has the columns that the table has; docs/mcastctl.md shows and
+docs/control.md lists each."""
 
 import pathlib
 import re
@@ -23,16 +24,20 @@ def control_tables():
     return {table: columns[name] for table, name in schemas}
 
 
+def examples(page):
+    """The tables that a page shows, each with its headings."""
+    for name, line in re.findall(r"^\$ mcastctl show ([\w-]+)(?!.*--json).*\n(.+)", page.read_text(), re.MULTILINE):
+        yield name, re.split(r"\s{2,}", line.strip())
+
+
 def untrue_examples(tables):
-    guide = (TOP / "docs/mcastctl.md").read_text()
-    shown = re.findall(r"^\$ mcastctl show ([\w-]+)(?!.*--json).*\n(.+)", guide, re.MULTILINE)
-    for table, columns in tables.items():
-        examples = [re.split(r"\s{2,}", line.strip()) for name, line in shown if name == table]
-        if not examples:
-            yield f"docs/mcastctl.md: no example of: mcastctl show {table}"
-        for example in examples:
-            if example[-len(columns):] != columns:
-                yield f"docs/mcastctl.md: an example of show {table} has not the columns {', '.join(columns)}"
+    for page in sorted((TOP / "docs").glob("*.md")):
+        for name, shown in examples(page):
+            columns = tables.get(name, [])
+            if not columns or shown[-len(columns):] != columns:
+                yield f"{page.name}: an example of show {name} has not the columns {', '.join(columns)}"
+    for name in tables.keys() - {name for name, _ in examples(TOP / "docs/mcastctl.md")}:
+        yield f"docs/mcastctl.md: no example of: mcastctl show {name}"
 
 
 def unlisted(tables):
