@@ -15,9 +15,13 @@ sys.path.insert(0, os.path.join(HERE, "..", "..", "tests", "system"))
 import forwarding  # noqa: E402
 import msdp  # noqa: E402
 import policy  # noqa: E402
+import switch_over  # noqa: E402
 import users  # noqa: E402
 from stage import show, title  # noqa: E402
 from topology import GMPD_OPTIONS, Network  # noqa: E402
+
+# What a vanished gmpd wanted is forwarded until its successor has heard the hosts.
+MRIBD_OPTIONS = ("--config", policy.CONFIG, "--hold-time", "20")
 
 
 def start():
@@ -25,7 +29,7 @@ def start():
     network = Network(gmpd_options=(*GMPD_OPTIONS, "--config", policy.CONFIG, "--user-auth", "lan"), start=False)
     people = users.attach(network.router)
     policy.write("")
-    network.mribd = network.router.start_mribd("--config", policy.CONFIG)
+    network.mribd = network.router.start_mribd(*MRIBD_OPTIONS)
     for family in ("ipv4", "ipv6"):
         network.gmpd[family] = network.router.start_gmpd(family, *network.gmpd_options)
     return network, people
@@ -49,8 +53,9 @@ def take_down(network):
 def main():
     network, people = start()
     receivers = forwarding.join_and_leave(network)
-    forwarding.kill_and_restart(network, receivers, "--config", policy.CONFIG)
+    forwarding.kill_and_restart(network, receivers, *MRIBD_OPTIONS)
     users.play(network, people)
+    switch_over.play(network, receivers)
     policy.play(network)
     policy.trace(network)
     msdp.play()
