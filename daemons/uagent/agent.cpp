@@ -17,6 +17,8 @@ namespace
 // The longest line of watch.
 constexpr size_t MOST_LINE = 1 << 20;
 
+constexpr int RETRY_MS = 1000;
+
 std::string place_of(const std::string &name, size_t line)
 {
     return name + ':' + std::to_string(line);
@@ -119,7 +121,8 @@ bool Agent::take_line(const std::string &line, const std::string &place, std::st
         all_good_ = false;
         return true;
     }
-    return send(command, error);
+    told_.note(command);
+    return goes_on(send(command, error), error);
 }
 
 // Takes the whole lines out of what was read.
@@ -137,7 +140,31 @@ bool Agent::take_lines(std::string *pending, const std::string &input_name, size
         *error = place_of(input_name, *number + 1) + ": the line is too long";
         return false;
     }
-    return finish(error);
+    return goes_on(finish(error), error);
+}
+
+// Until a daemon has taken it all.
+bool Agent::tell_again(std::string *error)
+{
+    mcastd::log_warning("%s; trying every second", error->c_str());
+    for (;; poll(nullptr, 0, RETRY_MS)) {
+        const std::vector<Command> commands = told_.again();
+        bool good = connection_.open(settings_.family, error);
+
+        for (size_t i = 0; good && i < commands.size(); i++) {
+            good = send(commands[i], error);
+        }
+        if (good && finish(error)) {
+            mcastd::log_info("connected, %zu users announced", told_.count());
+            return true;
+        }
+    }
+}
+
+// What failed because the daemon is gone is told to the next one.
+bool Agent::goes_on(bool good, std::string *error)
+{
+    return good || (settings_.reconnect && connection_.hung_up() && tell_again(error));
 }
 
 bool Agent::watch(int input, const std::string &input_name, std::string *error)
@@ -145,14 +172,17 @@ bool Agent::watch(int input, const std::string &input_name, std::string *error)
     std::string pending;
     size_t number = 0;
     bool hung_up = false;
-    if (!connect(error)) {
+    if (!connect(error) && !(settings_.reconnect && tell_again(error))) {
         return false;
     }
     while (wait_for_input(input, connection_.descriptor(), &hung_up)) {
         char bytes[4096];
         if (hung_up) {
             *error = "the daemon closed the connection";
-            return false;
+            if (!goes_on(false, error)) {
+                return false;
+            }
+            continue;
         }
         const ssize_t size = read(input, bytes, sizeof(bytes));
         if (size < 0) {

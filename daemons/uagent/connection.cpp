@@ -44,13 +44,6 @@ std::string reason(const char *what, int error)
     return std::string(what) + ": " + std::strerror(error);
 }
 
-// Whether the other end is gone.
-bool hung_up(int fd)
-{
-    pollfd state{fd, 0, 0};
-    return poll(&state, 1, 0) == 1 && (state.revents & (POLLHUP | POLLERR)) != 0;
-}
-
 // Bytes that the other end has not read yet.
 int unread(int fd)
 {
@@ -62,6 +55,12 @@ int unread(int fd)
 
 Connection::Connection(int timeout_ms) : timeout_ms_(timeout_ms)
 {
+}
+
+bool Connection::hung_up() const
+{
+    pollfd state{socket_.get(), 0, 0};
+    return poll(&state, 1, 0) == 1 && (state.revents & (POLLHUP | POLLERR)) != 0;
 }
 
 bool Connection::open(uint16_t family, std::string *error)
@@ -139,10 +138,10 @@ bool Connection::finish(std::string *error)
     if (!flush(error)) {
         return false;
     }
-    while (unread(socket_.get()) > 0 && !hung_up(socket_.get()) && Clock::now() < deadline) {
+    while (unread(socket_.get()) > 0 && !hung_up() && Clock::now() < deadline) {
         poll(nullptr, 0, UNREAD_POLL_MS);
     }
-    if (hung_up(socket_.get())) {
+    if (hung_up()) {
         *error = "the daemon closed the connection; what it has taken is not known";
         return false;
     }

@@ -38,6 +38,9 @@ public:
     // The same, and waits until the daemon has read it.
     bool finish(std::string *error);
 
+    // Whether the daemon closed the connection.
+    bool hung_up() const;
+
     // The socket; hang-up is reported on it when the daemon closes the connection.
     int descriptor() const
     {

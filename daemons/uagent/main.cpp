@@ -43,6 +43,11 @@ void add_options(CLI::App &app, Arguments &arguments)
                    "anything is sent");
     app.add_flag("--watch", arguments.watch,
                  "Stay connected and send each line of the file (standard input without one) as it comes");
+    app.add_flag(
+           "--reconnect", arguments.settings.reconnect,
+           "With --watch: wait for a daemon that is not there, connect again to one that ended or handed "
+           "over, and announce all users again")
+        ->needs("--watch");
     app.add_flag("--json", arguments.settings.json, "Print what is sent as JSON, one object a line");
     app.add_flag("--dry-run", arguments.settings.dry_run, "Print what would be sent, and send nothing");
     app.add_option("--timeout", arguments.settings.timeout_s, "Seconds to wait for the daemon to read")

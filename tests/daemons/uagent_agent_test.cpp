@@ -9,6 +9,7 @@
 
 #include <arpa/inet.h>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <poll.h>
@@ -282,6 +283,39 @@ TEST_F(UagentAgent, WatchSendsEachLineAtOnceAndPassesOverWrongOnes)
     EXPECT_EQ(error, "there were wrong lines");
     EXPECT_EQ(text(),
               "withdraw user 7 node 3 kind 1\nrefresh begin node 3 kind 1\nrefresh end node 3 kind 1\n");
+    close(fd);
+    close(ends[0]);
+}
+
+TEST_F(UagentAgent, WithReconnectTheNextDaemonIsToldEverythingAgain)
+{
+    Daemon daemon(PORT_IPV4);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    settings.reconnect = true;
+    Agent agent(settings, out);
+    bool result = false;
+    std::thread watcher([&] { result = agent.watch(ends[0], "pipe", &error); });
+    const std::string lines = "announce " + USER + " interface=0x7 address=10.2.0.2 group=239.1.1.1\n" +
+                              "announce id=8 node=3 kind=1 interface=0x7 address=10.2.0.3\n";
+    EXPECT_EQ(write(ends[1], lines.data(), lines.size()), static_cast<ssize_t>(lines.size()));
+    int fd = daemon.accept_one();
+    uint8_t first[READ_MAX];
+    uint8_t again[READ_MAX];
+    const ssize_t size = recv(fd, first, sizeof(first), 0);
+    EXPECT_GT(size, 2 * 88);
+    for (int i = 0; i < 3; i++) {
+        close(fd);
+        fd = daemon.accept_one();
+        ASSERT_EQ(recv(fd, again, sizeof(again), 0), size);
+        EXPECT_EQ(memcmp(first, again, static_cast<size_t>(size)), 0);
+    }
+    const std::string last = "withdraw " + USER + "\n";
+    EXPECT_EQ(write(ends[1], last.data(), last.size()), static_cast<ssize_t>(last.size()));
+    EXPECT_EQ(recv(fd, again, sizeof(again), 0), 92) << "and then goes on";
+    close(ends[1]);
+    watcher.join();
+    EXPECT_TRUE(result) << error;
     close(fd);
     close(ends[0]);
 }
