@@ -29,10 +29,11 @@ using mcastd::ControlStatus;
 
 constexpr unsigned ANSWER_TIMEOUT_S = 10;
 
+std::string late_text; // what the signal handler says; changed only while no alarm is set
+
 void time_is_up(int)
 {
-    constexpr char TEXT[] = "mcastctl: a daemon does not answer\n";
-    const ssize_t written = write(STDERR_FILENO, TEXT, sizeof(TEXT) - 1);
+    const ssize_t written = write(STDERR_FILENO, late_text.data(), late_text.size());
     static_cast<void>(written);
     _exit(EXIT_FAILURE);
 }
@@ -42,8 +43,13 @@ void time_is_up(int)
 class Deadline
 {
 public:
-    Deadline()
+    explicit Deadline(const Daemons &asked)
     {
+        late_text = asked.size() == 1 ? "mcastctl: " : "mcastctl: one of these: ";
+        for (const DaemonInfo *daemon : asked) {
+            late_text += (daemon == asked.front() ? "" : ", ") + daemon_title(*daemon);
+        }
+        late_text += " does not answer\n";
         signal(SIGALRM, time_is_up);
         alarm(ANSWER_TIMEOUT_S);
     }
@@ -167,7 +173,7 @@ public:
     // Asks daemon *at, or those after it until one has a row; *at is then the one.
     bool next_in_turn(uint32_t *at)
     {
-        const Deadline deadline;
+        const Deadline deadline(daemons_);
         return MCAST_MIB_GetNextByInet(endpoints_.data(), requests_.data(), count(), *at, parse_rows, at) ==
                MCAST_OK;
     }
@@ -175,7 +181,7 @@ public:
     // Asks all daemons; *at is then the one whose row comes next.
     bool next_merged(uint32_t *at)
     {
-        const Deadline deadline;
+        const Deadline deadline(daemons_);
         return MCAST_MIB_GetNextByIndex(endpoints_.data(), requests_.data(), count(), parse_rows,
                                         choose_first, at) == MCAST_OK;
     }
@@ -296,7 +302,7 @@ Outcome get_row(const Daemons &daemons, const ControlSchema &schema, const Contr
     for (const DaemonInfo *daemon : daemons) {
         Exchange exchange;
         exchange.prepare(make_request(ControlOperation::Get, schema.number, key));
-        const Deadline deadline;
+        const Deadline deadline({daemon});
         const MCAST_STATUS result = MCAST_MIB_Get(&daemon->endpoint, parse_rows, &exchange.mib);
         append(&outcome, judge(*daemon, exchange, result));
         if (result == MCAST_OK && exchange.reply.rows[0].size() == schema.columns.size()) {
@@ -313,7 +319,7 @@ Outcome set_value(const DaemonInfo &daemon, const ControlSchema &schema, const C
     request.values = {mcastd::ControlField::text(setting), value};
     Exchange exchange;
     exchange.prepare(request);
-    const Deadline deadline;
+    const Deadline deadline({&daemon});
     if (key.empty()) {
         return judge(daemon, exchange, MCAST_MIB_SetGlobal(&daemon.endpoint, parse_result, &exchange.mib));
     }
@@ -334,7 +340,7 @@ Outcome give_command(const DaemonInfo &daemon, uint16_t command, const ControlFi
     request.values = arguments;
     Exchange exchange;
     exchange.prepare(request);
-    const Deadline deadline;
+    const Deadline deadline({&daemon});
     const MCAST_STATUS result = MCAST_MIB_SetGlobal(&daemon.endpoint, parse_result, &exchange.mib);
     ControlReply reply;
     if (result == MCAST_OK && read_reply(exchange.reply_bytes.data(), exchange.mib.reply_length, &reply)) {
@@ -345,7 +351,7 @@ Outcome give_command(const DaemonInfo &daemon, uint16_t command, const ControlFi
 
 bool is_running(const DaemonInfo &daemon)
 {
-    const Deadline deadline;
+    const Deadline deadline({&daemon});
     uint32_t state = SERVICE_STATE_ABSENT;
     const auto node = static_cast<uint16_t>(LIP_GetLocalLip());
     if (SERVICE_GetStatus(node, daemon.endpoint.service, 0, &state) == 0 && state == SERVICE_STATE_RUNNING) {

@@ -213,7 +213,7 @@ class Control(unittest.TestCase):
     def test_a_daemon_that_does_not_answer_ends_the_command(self):
         os.kill(self.net.mribd.process.pid, signal.SIGSTOP)
         try:
-            self.refused(1, "a daemon does not answer", "show", "routes")
+            self.refused(1, "^mcastctl: mribd does not answer$", "show", "routes")
         finally:
             os.kill(self.net.mribd.process.pid, signal.SIGCONT)
         self.good("show", "routes")
