@@ -188,14 +188,15 @@ enum ControlCommand : uint16_t {
     // Of every daemon: its traces, see control_debug.h.
     COMMAND_DEBUG = 1,
     // Of a gmpd with user authentication. Without an argument every user is forgotten at once, with one those
-    // of
-    // the node of that number and of kinds 2 to 4, a few at a time; agents announce them again.
+    // of the node of that number and of kinds 2 to 4, a few at a time; agents announce them again.
     COMMAND_CLEAR_USERS = 2,
     // Of msdpd. Without an argument the whole cache is forgotten, with one the sources of that group; peers
     // announce them again.
     COMMAND_CLEAR_MSDP_CACHE = 3,
     // Of gmpd: it hands over to its standby.
     COMMAND_SWITCH_OVER = 4,
+    // Of a gmpd with user authentication: what agents sent is counted anew, by user and by kind.
+    COMMAND_CLEAR_USER_COUNTERS = 5,
 };
 
 // Settings of gmpd, of the interface table: for the interface of the key, without a key for all.

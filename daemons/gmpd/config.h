@@ -26,6 +26,7 @@ struct Config {
     bool immediate_leave = false;
     uint32_t max_groups = 65536;                   // on one interface
     uint32_t max_sources = 1024;                   // of one group
+    uint32_t group_list = MCAST_NONE;              // access list of the groups that hosts may join
     std::string file;                              // the configuration file, if any
     bool start_mribd = false;                      // have the MRIB process started when it is not there
     std::vector<std::string> interfaces;           // names; empty: every suitable one

@@ -155,11 +155,25 @@ void list_statistics(Listing listing)
     }
 }
 
+mcastd::ControlOutcome without_users()
+{
+    return {mcastd::ControlStatus::Failed, mcastd::CONTROL_NO_INDEX, "it was started without --user-auth"};
+}
+
+mcastd::ControlOutcome clear_counters(const UserService *service)
+{
+    if (service == nullptr) {
+        return without_users();
+    }
+    MCAST_USRAUTH_ClearRecord();
+    MCAST_USRAUTH_ClearStatistics();
+    return {};
+}
+
 mcastd::ControlOutcome clear_users(UserService *service, const ControlFields &arguments)
 {
     if (service == nullptr) {
-        return {mcastd::ControlStatus::Failed, mcastd::CONTROL_NO_INDEX,
-                "it was started without --user-auth"};
+        return without_users();
     }
     if (arguments.size() > 1 || (!arguments.empty() && (!arguments[0].is(mcastd::FieldType::Number) ||
                                                         arguments[0].as_number() > UINT16_MAX))) {
@@ -190,6 +204,8 @@ void offer_user_control(mcastd::ControlServer &server, const Router &router, Use
     offer(mcastd::USER_RIGHT_TABLE, list_rights);
     offer(mcastd::USER_MESSAGE_TABLE, list_details);
     offer(mcastd::USER_STATISTICS_TABLE, list_statistics);
+    registry.add_command(mcastd::COMMAND_CLEAR_USER_COUNTERS,
+                         [service](const ControlFields &) { return clear_counters(service); });
     registry.add_command(mcastd::COMMAND_CLEAR_USERS, [service](const ControlFields &arguments) {
         return clear_users(service, arguments);
     });

@@ -55,6 +55,7 @@ namespace gmpd
     ROW(UserGroup, "refused_user_group")                                                                     \
     ROW(UserSource, "refused_user_source")                                                                   \
     ROW(Boundary, "refused_boundary")                                                                        \
+    ROW(GroupList, "refused_group_list")                                                                     \
     ROW(GroupLimit, "refused_group_limit")                                                                   \
     ROW(SourceLimit, "refused_source_limit")                                                                 \
     ROW(SentGeneral, "sent_general_queries")                                                                 \

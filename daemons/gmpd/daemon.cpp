@@ -48,6 +48,7 @@
 #include "daemons/gmpd/standby.h"
 #include "daemons/gmpd/status.h"
 #include "daemons/gmpd/user_service.h"
+#include "mcast/acl_filter.h"
 
 namespace gmpd
 {
@@ -59,14 +60,20 @@ namespace
 constexpr uint32_t HAND_OVER_PATIENCE = 3;
 
 // Reads the access lists. False when the file is wrong, which is logged; what was read before then stays.
-bool load_lists(const std::string &path)
+bool load_lists(const Config &config)
 {
     std::string error;
 
     if (!mcastd::load_config(
-            path.c_str(), "gmpd", [](mcastd::ConfigTable &) {}, &error)) {
+            config.file.c_str(), "gmpd", [](mcastd::ConfigTable &) {}, &error)) {
         mcastd::log_error("%s", error.c_str());
         return false;
+    }
+    if (config.group_list != MCAST_NONE &&
+        MCAST_IsAclValid(&config.family, config.group_list) != MCAST_TRUE) {
+        mcastd::log_warning(
+            "--group-list %u: there is no such list, or it has no rules; every group may be joined",
+            config.group_list);
     }
     return true;
 }
@@ -138,8 +145,8 @@ private:
     // The lists come before the traces, which may be filtered by one of them.
     bool open_process()
     {
-        if ((!config().file.empty() && !load_lists(config().file)) || !options_.start_trace() ||
-            !frame_.open() || !timers_.open()) {
+        if ((!config().file.empty() && !load_lists(config())) || !options_.start_trace() || !frame_.open() ||
+            !timers_.open()) {
             return false;
         }
         router_.timers = timers_.manager();
@@ -264,7 +271,7 @@ private:
             return;
         }
         frame_.on_reload([this] {
-            if (load_lists(config().file)) {
+            if (load_lists(config())) {
                 mrib_.policy().lists_changed();
             } else {
                 mcastd::log_warning("the configuration stays as it was");

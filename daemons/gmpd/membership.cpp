@@ -153,6 +153,12 @@ bool is_stopped(Interface &interface, RecordType type, const Address &group,
               interface.index);
         return true;
     }
+    if (joins == Joins::Unlisted && creates_group(type, sources)) {
+        ++interface.counters[Count::GroupList];
+        trace(TraceCategory::Group, interface, "%N on %P refused: not in the list of groups", &group,
+              interface.index);
+        return true;
+    }
     if (joins == Joins::SourcesOnly && joins_any_source(type)) {
         ++interface.counters[Count::SsmRange];
         trace(TraceCategory::Group, interface, "%N on %P: any source of the source-specific range ignored",

@@ -68,6 +68,9 @@ Joins MribPolicy::joins_of(const Interface &interface, const Address &group) con
     if (MRIB_GMP_CanPassMBoundary(&key, link_of(interface).index, &group) == 0) {
         return Joins::None;
     }
+    if (MCAST_GrpFilterByAcl(&key, router_.config.group_list, &group) != MCAST_TRUE) {
+        return Joins::Unlisted;
+    }
     return in_ssm_range(group) ? Joins::SourcesOnly : Joins::All;
 }
 

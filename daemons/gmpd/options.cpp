@@ -13,6 +13,9 @@ namespace
 // The greatest response time that an IGMP query can carry, in seconds.
 constexpr uint32_t MOST_RESPONSE_S = 3174;
 constexpr uint8_t VERSION_UNSET = 0;
+// Basic lists are about single addresses.
+constexpr uint32_t FIRST_BASIC_LIST = 2000;
+constexpr uint32_t LAST_BASIC_LIST = 2999;
 
 // Names as given with --user-auth, an empty one where none was.
 void require_users(const std::vector<std::string> &names, Config &config)
@@ -81,6 +84,9 @@ void add_options(mcastd::Options &options, Config &config)
                  "End a membership with its first leave, without asking for others: for links with one host");
     app.add_option("--config", config.file,
                    "Configuration file, for the access lists in it; read again on SIGHUP");
+    app.add_option("--group-list", config.group_list,
+                   "Number of a basic access list of --config: hosts may join the groups that it permits")
+        ->check(CLI::Range(FIRST_BASIC_LIST, LAST_BASIC_LIST));
     app.add_flag("--start-mribd", config.start_mribd,
                  "Start mribd first when it does not run, as service 1 of the configuration file says");
     app.add_flag(
@@ -110,6 +116,11 @@ bool finish_config(Config &config)
     }
     if (config.start_mribd && config.file.empty()) {
         mcastd::log_error("--start-mribd: needs a configuration file (--config) with a [[service]] of id 1");
+        return false;
+    }
+    if (config.group_list != MCAST_NONE && config.file.empty()) {
+        mcastd::log_error("--group-list %u: needs the configuration file with the list (--config)",
+                          config.group_list);
         return false;
     }
     if (config.response_s >= config.query_interval_s) {

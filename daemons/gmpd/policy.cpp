@@ -16,7 +16,7 @@ void apply_to_groups(Interface &interface)
     for_each_group(interface, [&](GroupState &group) {
         const Joins joins = policy.joins_of(interface, *group.entry->address);
 
-        if (joins == Joins::None) {
+        if (joins == Joins::None || joins == Joins::Unlisted) {
             remove_group(group);
             return;
         }

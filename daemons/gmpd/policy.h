@@ -17,6 +17,7 @@ enum class Joins : uint8_t {
     All,
     SourcesOnly, // the group is in the range of source-specific multicast
     None,        // a boundary of the interface blocks the group
+    Unlisted,    // the operator's list of groups does not have it
 };
 
 // The answers of a router without a policy: everything may.

@@ -71,6 +71,7 @@ void write_users(Json &json, const UserService &service)
 
     json.open("user_authentication", '{');
     write_statistics(json);
+    json.number("users_named", MCAST_USRAUTH_UserMsgDetailCount());
     json.number("users_found", MCAST_USRAUTH_UserCount());
     json.number("users_online", counters.online);
     json.number("users_offline", counters.offline);

@@ -1,5 +1,5 @@
 /*
- * "clear users", "clear msdp-cache": what the daemons forget on command.
+ * "clear users", "clear user-counters", "clear msdp-cache": what the daemons forget on command.
  */
 #include "daemons/mcastctl/arguments.h"
 #include "daemons/mcastctl/command.h"
@@ -39,6 +39,11 @@ int clear_users(const ClearOptions &options)
     return clear(daemons_named("gmpd", options.filter.family), mcastd::COMMAND_CLEAR_USERS, arguments);
 }
 
+int clear_user_counters(const ClearOptions &options)
+{
+    return clear(daemons_named("gmpd", options.filter.family), mcastd::COMMAND_CLEAR_USER_COUNTERS, {});
+}
+
 int clear_msdp_cache(const ClearOptions &options)
 {
     mcastd::ControlFields arguments;
@@ -59,6 +64,15 @@ void add_users(const CommandLine &line, CLI::App &clear)
     on_command(line, command, [options] { return clear_users(*options); });
 }
 
+void add_user_counters(const CommandLine &line, CLI::App &clear)
+{
+    const auto options = std::make_shared<ClearOptions>();
+    CLI::App &command = *clear.add_subcommand(
+        "user-counters", "Count what authentication agents send anew, by user and by kind of user");
+    add_family(command, &options->filter.family);
+    on_command(line, command, [options] { return clear_user_counters(*options); });
+}
+
 void add_msdp_cache(const CommandLine &line, CLI::App &clear)
 {
     const auto options = std::make_shared<ClearOptions>();
@@ -74,6 +88,7 @@ void add_clear_command(const CommandLine &line)
 {
     CLI::App &clear = *line.root.add_subcommand("clear", "Have daemons forget what they were told");
     add_users(line, clear);
+    add_user_counters(line, clear);
     add_msdp_cache(line, clear);
 }
 

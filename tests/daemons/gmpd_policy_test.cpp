@@ -206,6 +206,39 @@ TEST_P(GmpdPolicy, ARouterThatIsNotQuerierDoesNotAskAfterABoundary)
     EXPECT_EQ(lab->recorder.queries(), "");
 }
 
+TEST_P(GmpdPolicy, HostsMayJoinTheGroupsOfTheListAlone)
+{
+    forward();
+    lab->router.config.group_list = 2001;
+    load_lists(list_of(ipv4(), false));
+    lab->record(RecordType::IsExclude, {});
+    lab->record(RecordType::Allow, {3}, 2);
+    EXPECT_EQ(lab->state(), "none");
+    EXPECT_EQ(count(Count::GroupList), 2u);
+    EXPECT_EQ(count(Count::Boundary), 0u);
+    lab->record(RecordType::ToInclude, {});
+    EXPECT_EQ(count(Count::GroupList), 2u) << "a leave joins nothing";
+    load_lists(list_of(ipv4(), true));
+    link->policy().lists_changed();
+    link->flush();
+    EXPECT_EQ(lab->recorder.queries(), "? all");
+    lab->record(RecordType::IsExclude, {});
+    EXPECT_EQ(told(), "join G1");
+    load_lists(list_of(ipv4(), false));
+    link->policy().lists_changed();
+    EXPECT_EQ(told(), "prune G1") << "what the list had no longer is forgotten";
+    EXPECT_EQ(lab->state(), "none");
+}
+
+TEST_P(GmpdPolicy, AGroupListThatThereIsNotStopsNobody)
+{
+    forward();
+    lab->router.config.group_list = 2002;
+    load_lists(list_of(ipv4(), false));
+    lab->record(RecordType::IsExclude, {});
+    EXPECT_EQ(told(), "join G1");
+}
+
 TEST_P(GmpdPolicy, AnAnySourceJoinInTheListedRangeIsIgnored)
 {
     forward();

@@ -468,6 +468,19 @@ TEST_P(GmpdUserService, ANodeThatIsGoneTakesItsUsersOfKinds2To4)
     EXPECT_EQ(service->table().count(), 2u);
 }
 
+TEST_P(GmpdUserService, WhatAgentsSentIsCountedAnewOnCommand)
+{
+    say("announce " + record(1) + right(1));
+    EXPECT_NE(status().find("\"users_named\": 1"), std::string::npos) << status();
+    EXPECT_EQ(control_test::command(server->registry(), mcastd::COMMAND_CLEAR_USER_COUNTERS, {}).status,
+              mcastd::ControlStatus::Done);
+    EXPECT_TRUE(table(mcastd::USER_MESSAGE_TABLE).empty());
+    EXPECT_TRUE(table(mcastd::USER_STATISTICS_TABLE).empty());
+    EXPECT_EQ(MCAST_USRAUTH_UserCount(), 1u) << "the users stay";
+    say("withdraw id=1 node=3 kind=1");
+    EXPECT_EQ(table(mcastd::USER_MESSAGE_TABLE).size(), 1u);
+}
+
 TEST(GmpdWithoutUsers, TheTablesAreEmptyAndClearingIsRefused)
 {
     Lab lab(MCAST_FAMILY_IPV4);
@@ -477,8 +490,10 @@ TEST(GmpdWithoutUsers, TheTablesAreEmptyAndClearingIsRefused)
     offer_user_control(server, lab.router, nullptr);
     EXPECT_TRUE(control_test::table(server.registry(), mcastd::USER_TABLE).empty());
     EXPECT_TRUE(control_test::table(server.registry(), mcastd::USER_STATISTICS_TABLE).empty());
-    EXPECT_EQ(control_test::command(server.registry(), mcastd::COMMAND_CLEAR_USERS, {}).status,
-              mcastd::ControlStatus::Failed);
+    for (const uint16_t command : {mcastd::COMMAND_CLEAR_USERS, mcastd::COMMAND_CLEAR_USER_COUNTERS}) {
+        EXPECT_EQ(control_test::command(server.registry(), command, {}).status,
+                  mcastd::ControlStatus::Failed);
+    }
 }
 
 TEST_P(GmpdUserService, ASwitchOverForgetsTheUsersSilentlyAndKeepsTheirIndexes)
