@@ -1,6 +1,6 @@
 """What gmpd does about what the MRIB process says: the range of source-specific multicast, by default and by access
-list, boundaries that come and go while traffic flows, and links where another router is designated (network of
-topology.py).
+list, boundaries that come and go while traffic flows, and links where another router is designated; and the list of
+the groups that hosts may join (network of topology.py).
 """
 
 import json
@@ -40,6 +40,28 @@ id = 1
 action = "permit"
 source = "ff1e::232:0/112"
 """
+# What hosts may join, while there are rules: the lists of --group-list.
+JOINABLE = """
+[[acl]]
+number = 2002
+family = "ipv4"
+
+[[acl.rule]]
+id = 1
+action = "permit"
+source = "239.1.0.0/16"
+
+[[acl]]
+number = 2002
+family = "ipv6"
+
+[[acl.rule]]
+id = 1
+action = "permit"
+source = "ff1e::1:0/112"
+"""
+LET_IN = {"ipv4": "239.1.1.1", "ipv6": "ff1e::1:1"}
+KEPT_OUT = {"ipv4": "239.2.1.1", "ipv6": "ff1e::2:1"}
 
 
 def configure(text):
@@ -54,7 +76,8 @@ class PolicyTest(unittest.TestCase):
         cls.network = Network(start=False)
         cls.network.mribd = cls.network.router.start_mribd("--config", CONFIG)
         for family in ("ipv4", "ipv6"):
-            cls.network.gmpd[family] = cls.network.router.start_gmpd(family, "--config", CONFIG, *GMPD_OPTIONS)
+            cls.network.gmpd[family] = cls.network.router.start_gmpd(family, "--config", CONFIG, "--group-list", "2002",
+                                                                       *GMPD_OPTIONS)
 
     @classmethod
     def tearDownClass(cls):
@@ -162,6 +185,26 @@ class PolicyTest(unittest.TestCase):
             self.assertEqual(self.groups_on_red(family)[LISTED[family]]["mode"], "exclude")
             wait_for(lambda f=family: GROUPS[f] not in self.groups_on_red(f), "the default range back in force")
         for receiver in (*red.values(), *named.values(), *formerly.values()):
+            receiver.leave()
+        sender.stop()
+
+    def test_hosts_may_join_what_the_list_of_groups_permits(self):
+        sender = Sender(self.network.hosts["source"], "eth0", [*LET_IN.values(), *KEPT_OUT.values()])
+        let_in, kept_out = self.receivers("blue", LET_IN), self.receivers("red", KEPT_OUT)
+        for receiver in (*let_in.values(), *kept_out.values()):
+            receiver.grows()  # there is no such list yet
+        self.reload_lists(JOINABLE)
+        for family, group in KEPT_OUT.items():
+            self.stopped(family, kept_out[family])
+            self.assertNotIn(group, self.groups_on_red(family))
+            let_in[family].grows()
+        again = self.receivers("red", {family: group[:-1] + "2" for family, group in KEPT_OUT.items()})
+        for family in KEPT_OUT:
+            wait_for(lambda f=family: self.count(f, "refused_group_list"), "the new join being refused")
+        self.reload_lists("")
+        for receiver in kept_out.values():
+            receiver.grows()
+        for receiver in (*let_in.values(), *kept_out.values(), *again.values()):
             receiver.leave()
         sender.stop()
 
