@@ -61,10 +61,10 @@ inline constexpr ControlColumn SOURCE_COLUMNS[] = {
 inline constexpr ControlSchema SOURCE_TABLE{17, "sources", 3, SOURCE_COLUMNS};
 
 inline constexpr ControlColumn INTERFACE_COLUMNS[] = {
-    {"interface", FieldType::Interface},     {"family", FieldType::Family},  {"running", FieldType::Truth},
-    {"address", FieldType::Address},         {"version", FieldType::Number}, {"groups", FieldType::Number},
+    {"interface", FieldType::Interface},     {"family", FieldType::Family},   {"running", FieldType::Truth},
+    {"address", FieldType::Address},         {"version", FieldType::Number},  {"groups", FieldType::Number},
     {"reported", FieldType::Truth}, // whether the MRIB is told of the memberships
-    {"query_interval_s", FieldType::Number},
+    {"query_interval_s", FieldType::Number}, {"instance", FieldType::Number},
 };
 inline constexpr ControlSchema INTERFACE_TABLE{18, "interfaces", 1, INTERFACE_COLUMNS};
 

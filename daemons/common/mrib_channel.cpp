@@ -24,7 +24,6 @@ namespace
 
 constexpr uint32_t RETRY_MS = 1000;
 constexpr uint32_t MESSAGE_SIZE = MRIB_MSG_RECV_MAX;
-constexpr uint64_t VRF_COUNT = 1;
 
 MribChannel *the_channel;
 
@@ -57,15 +56,30 @@ MribChannel::~MribChannel()
     the_channel = nullptr;
 }
 
-bool MribChannel::open(MCAST_TMR_S *timers, uint8_t component, uint8_t family, MRIB_GMP_CALLBACKS_S callbacks)
+bool MribChannel::open(MCAST_TMR_S *timers, const Client &client, const MRIB_GMP_CALLBACKS_S &callbacks)
 {
-    callbacks.connected = on_connected;
-    callbacks.disconnected = on_disconnected;
-    if (MRIB_GMP_Init(component, family, VRF_COUNT, MESSAGE_SIZE, &callbacks) != MCAST_OK) {
+    timers_ = timers;
+    client_ = client;
+    callbacks_ = callbacks;
+    callbacks_.connected = on_connected;
+    callbacks_.disconnected = on_disconnected;
+    return open();
+}
+
+bool MribChannel::reopen(uint64_t instance_count)
+{
+    close();
+    client_.instance_count = instance_count;
+    return open();
+}
+
+bool MribChannel::open()
+{
+    if (MRIB_GMP_Init(client_.component, client_.family, client_.instance_count, MESSAGE_SIZE, &callbacks_) !=
+        MCAST_OK) {
         log_error("cannot set up the channel to the MRIB process");
         return false;
     }
-    timers_ = timers;
     open_ = true;
     connect();
     return true;

@@ -31,10 +31,23 @@ public:
     MribChannel(const MribChannel &) = delete;
     MribChannel &operator=(const MribChannel &) = delete;
 
-    // Sets the channel up for the public instance and tries to connect; a missing MRIB process is tried again
-    // every second. False when the channel cannot be set up, which is logged. timers must outlive the
-    // channel.
-    bool open(MCAST_TMR_S *timers, uint8_t component, uint8_t family, MRIB_GMP_CALLBACKS_S callbacks);
+    struct Client {
+        uint8_t component;
+        uint8_t family;
+        uint64_t instance_count; // instances from 0 on of which there is a view
+    };
+
+    // Sets the channel up and tries to connect; a missing MRIB process is tried again every second. False
+    // when the channel cannot be set up, which is logged. timers must outlive the channel.
+    bool open(MCAST_TMR_S *timers, const Client &client, const MRIB_GMP_CALLBACKS_S &callbacks);
+
+    // Closes an open channel and opens it again with an empty view of that many instances. False as open.
+    bool reopen(uint64_t instance_count);
+
+    uint64_t instance_count() const
+    {
+        return client_.instance_count;
+    }
 
     // Ends the channel for good; harmless when it is not open.
     void close();
@@ -62,6 +75,7 @@ private:
     static void on_disconnected(int32_t socket);
     static void on_retry(void *owner);
 
+    bool open();
     void connect();
     void retry_later();
     void ready(uint32_t events, int socket);
@@ -69,6 +83,8 @@ private:
     Reactor &reactor_;
     std::function<void()> report_all_;
     MCAST_TMR_S *timers_ = nullptr;
+    Client client_{};
+    MRIB_GMP_CALLBACKS_S callbacks_{};
     Timer retry_;
     bool open_ = false;
     bool connected_ = false;

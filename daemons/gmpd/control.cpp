@@ -148,6 +148,7 @@ void list_interfaces(const Router &router, ControlRows &rows)
             ControlField::number(MRT_CountTable(groups_of(interface))),
             ControlField::truth(interface.running && router.policy->reports(interface)),
             ControlField::number(configured_query_interval_s(interface)),
+            ControlField::number(interface.vrf_index),
         });
     });
 }

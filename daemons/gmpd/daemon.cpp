@@ -59,7 +59,8 @@ namespace
 // How often a daemon that handed over looks for the new active one, once a second, before it is active again.
 constexpr uint32_t HAND_OVER_PATIENCE = 3;
 
-// Reads the access lists. False when the file is wrong, which is logged; what was read before then stays.
+// Reads the access lists and instances. False when the file is wrong, which is logged; what was read before
+// then stays.
 bool load_lists(const Config &config)
 {
     std::string error;
@@ -272,6 +273,7 @@ private:
         }
         frame_.on_reload([this] {
             if (load_lists(config())) {
+                links_.instances_changed();
                 mrib_.policy().lists_changed();
             } else {
                 mcastd::log_warning("the configuration stays as it was");

@@ -23,6 +23,14 @@ Interface::~Interface()
     MRT_DestroyTable(groups);
 }
 
+void interface_move(Interface &interface, uint16_t vrf_index)
+{
+    if (vrf_index != interface.vrf_index) {
+        interface_stop(interface);
+        interface.vrf_index = vrf_index;
+    }
+}
+
 void interface_authenticate(Interface &interface, bool required)
 {
     if (required == (interface.members != nullptr)) {

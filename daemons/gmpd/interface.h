@@ -81,6 +81,7 @@ struct Interface {
     Router *router = nullptr;
     uint32_t index = 0;
     std::string name;
+    uint16_t vrf_index = 0; // of a link: the instance that it is in
     uint32_t mtu = 1500;
     uint32_t query_interval_s = 0; // as configured for it; 0: as for all interfaces
     bool running = false;
@@ -112,12 +113,6 @@ struct Router {
     std::map<uint32_t, std::unique_ptr<Interface>> interfaces;
 };
 
-// The instance that the interface belongs to, for the MRIB process and for trace lines.
-inline MRIB_GMP_VRF_KEY_S key_of(const Interface &interface)
-{
-    return MRIB_GMP_VRF_KEY_S{interface.router->config.family, 0};
-}
-
 // A version as the protocols of the family number it.
 inline uint32_t version_shown(const Interface &interface, uint32_t version)
 {
@@ -133,6 +128,15 @@ inline Interface &link_of(Interface &interface)
 {
     return interface.link != nullptr ? *interface.link : interface;
 }
+
+// The instance that the interface belongs to, for the MRIB process and for trace lines.
+inline MRIB_GMP_VRF_KEY_S key_of(const Interface &interface)
+{
+    return MRIB_GMP_VRF_KEY_S{interface.router->config.family, link_of(interface).vrf_index};
+}
+
+// Moves the link to the instance; a running one stops when that is another.
+void interface_move(Interface &interface, uint16_t vrf_index);
 
 // Makes reports on the link count for announced users alone, or for everybody. A running link stops when that
 // changes.

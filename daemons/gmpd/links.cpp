@@ -4,9 +4,10 @@
  * events, so that interfaces may come, go, change their names, indexes and addresses in any order.
  *
  * An interface is followed while it is up, can do multicast, is no loopback and no part of a bridge, bond or
- * the like (those who are named with --interface may be that), and it runs while it also has an address of
- * the family. A lost carrier does not end memberships: they end in time when it does not return. When it
- * returns, hosts are asked at once.
+ * the like (those who are named with --interface may be that, and a port of a VRF device is none), and is in
+ * an instance. It runs while it also has an address of the family, and stops to move to another instance. A
+ * lost carrier does not end memberships: they end in time when it does not return. When it returns, hosts are
+ * asked at once.
  */
 #include "daemons/gmpd/links.h"
 
@@ -16,6 +17,7 @@
 
 #include "daemons/common/log.h"
 #include "daemons/gmpd/querier.h"
+#include "mcast/service.h"
 
 namespace gmpd
 {
@@ -34,6 +36,11 @@ bool requires_user(const Config &config, const std::string &name)
     const std::vector<std::string> &names = config.user_auth_interfaces;
 
     return config.user_auth && (names.empty() || std::find(names.begin(), names.end(), name) != names.end());
+}
+
+bool is_vrf(const HOST_LINK_S &link)
+{
+    return link.vrf_table != 0;
 }
 
 // The prefixes of the family that are on the link.
@@ -86,16 +93,18 @@ void Links::report_missing_names() const
     }
 }
 
-bool Links::is_wanted(const HOST_LINK_S &link) const
+bool Links::is_wanted(HOST_LINK_TABLE table, const HOST_LINK_S &link) const
 {
     constexpr uint32_t needed = HOST_LINK_UP | HOST_LINK_MULTICAST;
     const std::vector<std::string> &names = router_.config.interfaces;
+    HOST_LINK_S master;
 
     if ((link.flags & needed) != needed || (link.flags & HOST_LINK_LOOPBACK) != 0) {
         return false;
     }
-    return names.empty() ? link.master_index == 0
-                         : std::find(names.begin(), names.end(), link.name) != names.end();
+    const bool is_part = link.master_index != 0 &&
+                         (HOST_LinkGetByIndex(table, link.master_index, &master) != 0 || !is_vrf(master));
+    return names.empty() ? !is_part : std::find(names.begin(), names.end(), link.name) != names.end();
 }
 
 void Links::update(HOST_LINK_TABLE table, const HOST_LINK_S &link)
@@ -103,7 +112,9 @@ void Links::update(HOST_LINK_TABLE table, const HOST_LINK_S &link)
     const uint16_t family = router_.config.family;
     HOST_ADDRESS_S source;
 
-    if (!is_wanted(link)) {
+    uint16_t vrf_index;
+
+    if (!is_wanted(table, link) || MCAST_GetVrfIndexByIfIndex(link.if_index, &vrf_index) != MCAST_OK) {
         remove(link.if_index);
         return;
     }
@@ -114,6 +125,7 @@ void Links::update(HOST_LINK_TABLE table, const HOST_LINK_S &link)
         receiver_.join(link.if_index);
     }
     interface->name = link.name;
+    interface_move(*interface, vrf_index);
     interface_authenticate(*interface, requires_user(router_.config, link.name));
     interface->mtu = link.mtu;
     interface->prefixes = prefixes_of(table, link.if_index, family);
@@ -121,6 +133,15 @@ void Links::update(HOST_LINK_TABLE table, const HOST_LINK_S &link)
         interface_start(*interface, address_of(family, source.address));
     } else {
         interface_stop(*interface);
+    }
+}
+
+void Links::update_all(HOST_LINK_TABLE table)
+{
+    HOST_LINK_S link{};
+
+    while (HOST_LinkGetNext(table, link.if_index, &link) == 0) {
+        update(table, link);
     }
 }
 
@@ -145,6 +166,9 @@ void Links::on_event(HOST_LINK_TABLE table, const HOST_LINK_EVENT_S *event, void
         break;
     default:
         break;
+    }
+    if (is_vrf(link)) {
+        links.update_all(table); // its ports may be in another instance now
     }
     links.update(table, link);
     if (event->kind == HOST_LINK_EVENT_CHANGED && (event->old_link->flags & HOST_LINK_RUNNING) == 0 &&

@@ -26,14 +26,23 @@ public:
     // Begins to follow, on the host loop, what exists and what will. False on failure, which is logged.
     bool open(int32_t loop);
 
+    // Which instances the links are in may be different now.
+    void instances_changed()
+    {
+        if (table_ != nullptr) {
+            update_all(table_);
+        }
+    }
+
     // Ends following and the protocol on every interface.
     void close();
 
 private:
     static void on_event(HOST_LINK_TABLE table, const HOST_LINK_EVENT_S *event, void *context);
 
-    bool is_wanted(const HOST_LINK_S &link) const;
+    bool is_wanted(HOST_LINK_TABLE table, const HOST_LINK_S &link) const;
     void update(HOST_LINK_TABLE table, const HOST_LINK_S &link);
+    void update_all(HOST_LINK_TABLE table);
     void remove(uint32_t if_index);
     void report_missing_names() const;
 

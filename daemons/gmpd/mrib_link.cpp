@@ -3,6 +3,10 @@
  */
 #include "daemons/gmpd/mrib_link.h"
 
+#include <algorithm>
+#include <bit>
+
+#include "daemons/common/log.h"
 #include "daemons/common/membership.h"
 #include "daemons/gmpd/group_state.h"
 #include "daemons/gmpd/trace.h"
@@ -18,6 +22,9 @@ namespace
 // The component code of the IPv4 daemon; the IPv6 daemon's is its twin.
 constexpr uint32_t COMPONENT_IPV4 = 4;
 constexpr uint32_t SEND_LATER = 0;
+
+// Instances that the channel is set up for at first: more than most routers have, some 200 KiB.
+constexpr uint64_t INSTANCES_AT_FIRST = 1024;
 
 void trace_told(const Interface &interface, const Address &group, const Address *source, bool join,
                 bool blocked)
@@ -60,11 +67,25 @@ bool MribLink::open()
 
     MribPolicy::add_callbacks(callbacks);
     router_.policy = &policy_;
-    return channel_.open(router_.timers, static_cast<uint8_t>(component), router_.config.family, callbacks);
+    return channel_.open(router_.timers,
+                         {static_cast<uint8_t>(component), router_.config.family, INSTANCES_AT_FIRST},
+                         callbacks);
+}
+
+// The view has room for a number of instances that is fixed while the channel is open.
+void MribLink::serve_instances()
+{
+    if (instances_needed_ > channel_.instance_count()) {
+        mcastd::log_info("the channel to the MRIB process is opened again, for instance %llu",
+                         static_cast<unsigned long long>(instances_needed_ - 1));
+        policy_.start_over();
+        channel_.reopen(std::bit_ceil(instances_needed_));
+    }
 }
 
 void MribLink::flush()
 {
+    serve_instances();
     policy_.apply_changes();
     if (held_.size() != 0 && MRIB_GMP_IsConnectionBusy() == 0) {
         held_.release(send_member);
@@ -102,6 +123,7 @@ void MribLink::tell_running(const Interface &interface, bool running)
 {
     const MRIB_GMP_VRF_KEY_S key = key_of(interface);
 
+    instances_needed_ = std::max(instances_needed_, uint64_t{key.vrf_index} + 1);
     if (!channel_.connected()) {
         return;
     }

@@ -78,9 +78,11 @@ public:
 
 private:
     void tell_all();
+    void serve_instances();
 
     Router &router_;
     MribPolicy policy_;
+    uint64_t instances_needed_ = 0; // from 0 to the highest that an interface is in
     mcastd::MribChannel channel_;
     HeldMembers held_;
 };

@@ -32,19 +32,15 @@ constexpr uint32_t OPERATION_ADD = 1;
 
 MribPolicy *the_policy;
 
-MRIB_GMP_VRF_KEY_S key_of(const Router &router)
+// Whether the view has room for the instance. Without it nothing was said of it.
+bool in_view(const MRIB_GMP_VRF_KEY_S &key)
 {
-    return MRIB_GMP_VRF_KEY_S{router.config.family, PUBLIC_INSTANCE};
-}
-
-bool is_public(const MRIB_GMP_VRF_KEY_S *key)
-{
-    return key->vrf_index == PUBLIC_INSTANCE;
+    return key.vrf_index < g_stMribGmpVrfInfo.count;
 }
 
 } // namespace
 
-MribPolicy::MribPolicy(Router &router) : router_(router), ssm_acl_(MCAST_NONE)
+MribPolicy::MribPolicy(Router &router) : router_(router)
 {
     the_policy = this;
 }
@@ -54,34 +50,46 @@ MribPolicy::~MribPolicy()
     the_policy = nullptr;
 }
 
-bool MribPolicy::in_ssm_range(const Address &group) const
+// The interface that a record is about; NULL when it is not ours, or no longer in that instance.
+const Interface *MribPolicy::find(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index) const
 {
-    const MRIB_GMP_VRF_KEY_S key = key_of(router_);
+    const auto found = router_.interfaces.find(if_index);
 
-    return MCAST_IsSSMGrp(&key, ssm_acl_, &group) == MCAST_TRUE;
+    return found != router_.interfaces.end() && found->second->vrf_index == key->vrf_index
+               ? found->second.get()
+               : nullptr;
+}
+
+bool MribPolicy::in_ssm_range(const MRIB_GMP_VRF_KEY_S &key, const Address &group) const
+{
+    const auto found = ssm_acls_.find(key.vrf_index);
+    const uint32_t acl = found == ssm_acls_.end() ? MCAST_NONE : found->second;
+
+    return MCAST_IsSSMGrp(&key, acl, &group) == MCAST_TRUE;
 }
 
 Joins MribPolicy::joins_of(const Interface &interface, const Address &group) const
 {
-    const MRIB_GMP_VRF_KEY_S key = key_of(router_);
+    const MRIB_GMP_VRF_KEY_S key = key_of(interface);
 
-    if (MRIB_GMP_CanPassMBoundary(&key, link_of(interface).index, &group) == 0) {
+    if (in_view(key) && MRIB_GMP_CanPassMBoundary(&key, link_of(interface).index, &group) == 0) {
         return Joins::None;
     }
     if (MCAST_GrpFilterByAcl(&key, router_.config.group_list, &group) != MCAST_TRUE) {
         return Joins::Unlisted;
     }
-    return in_ssm_range(group) ? Joins::SourcesOnly : Joins::All;
+    return in_ssm_range(key, group) ? Joins::SourcesOnly : Joins::All;
 }
 
 bool MribPolicy::reports(const Interface &interface) const
 {
-    const MRIB_GMP_VRF_KEY_S key = key_of(router_);
+    const MRIB_GMP_VRF_KEY_S key = key_of(interface);
+    const uint32_t if_index = link_of(interface).index;
 
     if (!replayed_) {
-        return !disabled_ && others_.count(link_of(interface).index) == 0;
+        return disabled_.count(key.vrf_index) == 0 && others_.count({key.vrf_index, if_index}) == 0;
     }
-    return MRIB_GMP_IsL3McEnabled(&key) == 1 && MRIB_GMP_IsPimDr(&key, link_of(interface).index) == 1;
+    return in_view(key) && MRIB_GMP_IsL3McEnabled(&key) == 1 && MRIB_GMP_IsPimDr(&key, if_index) == 1;
 }
 
 void MribPolicy::add_callbacks(MRIB_GMP_CALLBACKS_S &callbacks)
@@ -94,6 +102,15 @@ void MribPolicy::add_callbacks(MRIB_GMP_CALLBACKS_S &callbacks)
     callbacks.ssm_policy_changed = on_ssm_policy;
 }
 
+void MribPolicy::changed_in(const MRIB_GMP_VRF_KEY_S &key, std::set<uint32_t> &changed) const
+{
+    for (const auto &[index, interface] : router_.interfaces) {
+        if (interface->vrf_index == key.vrf_index) {
+            changed.insert(index);
+        }
+    }
+}
+
 void MribPolicy::all_changed()
 {
     for (const auto &[index, interface] : router_.interfaces) {
@@ -103,51 +120,66 @@ void MribPolicy::all_changed()
 
 void MribPolicy::lists_changed()
 {
-    for (const auto &[index, interface] : router_.interfaces) {
-        changed_.insert(index);
-        to_ask_.insert(index);
-    }
+    all_changed();
+    to_ask_.insert(changed_.begin(), changed_.end());
+}
+
+void MribPolicy::start_over()
+{
+    replayed_ = false;
+    ssm_acls_.clear();
+    disabled_.clear();
+    others_.clear();
+    all_changed();
 }
 
 void MribPolicy::on_smooth_finished()
 {
-    mcastd::trace(TraceCategory::Channel, key_of(the_policy->router_), "heard: everything has been said");
+    mcastd::trace(TraceCategory::Channel, {the_policy->router_.config.family, PUBLIC_INSTANCE},
+                  "heard: everything has been said");
     the_policy->replayed_ = true;
     the_policy->all_changed();
 }
 
+// The MRIB process ignores what is said of an instance that it does not serve, so that it is said again of
+// one that it begins to serve. The public one it always serves.
 void MribPolicy::on_instance(const MRIB_GMP_VRF_KEY_S *key)
 {
-    if (is_public(key)) {
-        the_policy->disabled_ = MRIB_GMP_IsL3McEnabled(key) != 1;
-        mcastd::trace(TraceCategory::Channel, *key, "heard: multicast is %s",
-                      the_policy->disabled_ ? "disabled" : "enabled");
-        the_policy->all_changed();
+    const bool enabled = MRIB_GMP_IsL3McEnabled(key) == 1;
+
+    mcastd::trace(TraceCategory::Channel, *key, "heard: multicast is %s", enabled ? "enabled" : "disabled");
+    if (!enabled) {
+        the_policy->disabled_.insert(key->vrf_index);
+    } else {
+        the_policy->disabled_.erase(key->vrf_index);
+        if (key->vrf_index != PUBLIC_INSTANCE) {
+            the_policy->changed_in(*key, the_policy->to_introduce_);
+        }
     }
+    the_policy->changed_in(*key, the_policy->changed_);
 }
 
 void MribPolicy::on_designated_router(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, uint32_t state)
 {
-    if (!is_public(key)) {
-        return;
-    }
     mcastd::trace(TraceCategory::Channel, *key, "heard: %s is designated on %P",
                   state == 1 ? "this router" : "another router", if_index);
     if (state == 1) {
-        the_policy->others_.erase(if_index);
+        the_policy->others_.erase({key->vrf_index, if_index});
     } else if (!the_policy->replayed_) {
-        the_policy->others_.insert(if_index);
+        the_policy->others_.insert({key->vrf_index, if_index});
     }
-    the_policy->changed_.insert(if_index);
+    if (the_policy->find(key, if_index) != nullptr) {
+        the_policy->changed_.insert(if_index);
+    }
 }
 
 void MribPolicy::on_boundary(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, uint32_t operation)
 {
-    if (!is_public(key)) {
-        return;
-    }
     mcastd::trace(TraceCategory::Channel, *key, "heard: a boundary %s on %P",
                   operation == OPERATION_ADD ? "is" : "is no longer", if_index);
+    if (the_policy->find(key, if_index) == nullptr) {
+        return;
+    }
     the_policy->changed_.insert(if_index);
     if (operation != OPERATION_ADD) {
         the_policy->to_ask_.insert(if_index);
@@ -156,12 +188,15 @@ void MribPolicy::on_boundary(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, u
 
 void MribPolicy::on_ssm_policy(const MRIB_GMP_VRF_KEY_S *key, uint32_t acl_number)
 {
+    uint32_t &known = the_policy->ssm_acls_.try_emplace(key->vrf_index, MCAST_NONE).first->second;
+
     // Every connection begins with the policy, changed or not.
-    if (is_public(key) && acl_number != the_policy->ssm_acl_) {
+    if (acl_number != known) {
         mcastd::trace(TraceCategory::Channel, *key, "heard: list %d is the source-specific range",
                       static_cast<int32_t>(acl_number));
-        the_policy->ssm_acl_ = acl_number;
-        the_policy->lists_changed();
+        known = acl_number;
+        the_policy->changed_in(*key, the_policy->changed_);
+        the_policy->changed_in(*key, the_policy->to_ask_);
     }
 }
 
@@ -169,8 +204,13 @@ void MribPolicy::apply_changes()
 {
     const std::set<uint32_t> changed = std::exchange(changed_, {});
     const std::set<uint32_t> to_ask = std::exchange(to_ask_, {});
+    const std::set<uint32_t> to_introduce = std::exchange(to_introduce_, {});
 
     for (const auto &[index, interface] : router_.interfaces) {
+        if (to_introduce.count(index) != 0 && interface->running) {
+            router_.outputs->tell_running(*interface, true);
+            router_.outputs->tell_querier(*interface, interface->querier.elected);
+        }
         if (changed.count(index) != 0) {
             apply_policy(*interface);
         }

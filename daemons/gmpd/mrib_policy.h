@@ -6,7 +6,9 @@
 #define GMPD_MRIB_POLICY_H
 
 #include <cstdint>
+#include <map>
 #include <set>
+#include <utility>
 
 #include "daemons/gmpd/policy.h"
 #include "mcast/mrib.h"
@@ -34,6 +36,9 @@ public:
     // The access lists may have changed.
     void lists_changed();
 
+    // The view is to be emptied; what was heard is forgotten.
+    void start_over();
+
     // Applies what was heard since the last call, each interface once, and asks the hosts of those where more
     // is allowed than before.
     void apply_changes();
@@ -51,16 +56,25 @@ private:
     static void on_boundary(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, uint32_t operation);
     static void on_ssm_policy(const MRIB_GMP_VRF_KEY_S *key, uint32_t acl_number);
 
-    bool in_ssm_range(const Address &group) const;
+    using InterfaceKey = std::pair<uint16_t, uint32_t>; // instance and index
+
+    const Interface *find(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index) const;
+    bool in_ssm_range(const MRIB_GMP_VRF_KEY_S &key, const Address &group) const;
+    void changed_in(const MRIB_GMP_VRF_KEY_S &key, std::set<uint32_t> &changed) const;
     void all_changed();
 
     Router &router_;
     bool replayed_ = false;
-    bool disabled_ = false;      // before the first replay: the instance was said to be disabled
-    uint32_t ssm_acl_;           // of the public instance
-    std::set<uint32_t> others_;  // before the first replay: where another router was said to be designated
-    std::set<uint32_t> changed_; // interfaces to which the policy is to be applied
-    std::set<uint32_t> to_ask_;  // interfaces whose hosts are to be asked
+    std::map<uint16_t, uint32_t> ssm_acls_; // by instance; none: MCAST_NONE
+    // Before the first replay: instances that were said to be disabled, and where another router was said to
+    // be designated.
+    std::set<uint16_t> disabled_;
+    std::set<InterfaceKey> others_;
+    // Interfaces to which the policy is to be applied, whose hosts are to be asked, and whose instance is
+    // served from now on.
+    std::set<uint32_t> changed_;
+    std::set<uint32_t> to_ask_;
+    std::set<uint32_t> to_introduce_;
 };
 
 } // namespace gmpd

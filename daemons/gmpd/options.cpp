@@ -83,7 +83,7 @@ void add_options(mcastd::Options &options, Config &config)
     app.add_flag("--immediate-leave", config.immediate_leave,
                  "End a membership with its first leave, without asking for others: for links with one host");
     app.add_option("--config", config.file,
-                   "Configuration file, for the access lists in it; read again on SIGHUP");
+                   "Configuration file, for the access lists and VPN instances in it; read again on SIGHUP");
     app.add_option("--group-list", config.group_list,
                    "Number of a basic access list of --config: hosts may join the groups that it permits")
         ->check(CLI::Range(FIRST_BASIC_LIST, LAST_BASIC_LIST));

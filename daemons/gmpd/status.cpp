@@ -90,6 +90,7 @@ void write_interface(Json &json, const Interface &interface)
     json.open(nullptr, '{');
     json.text("interface", interface.name);
     json.number("index", interface.index);
+    json.number("instance", interface.vrf_index);
     json.truth("running", interface.running);
     if (interface.running) {
         json.text("address", to_text(interface.address));

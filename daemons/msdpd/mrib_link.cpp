@@ -91,7 +91,7 @@ bool MribLink::open(Speaker &speaker)
     mcastd::timer_start(speaker.timers, relearning_,
                         (speaker.config.connect_retry_s + speaker.config.advertisement_s) * MS_PER_S,
                         on_relearned, this);
-    return channel_.open(speaker.timers, COMPONENT, MCAST_FAMILY_IPV4, callbacks);
+    return channel_.open(speaker.timers, {COMPONENT, MCAST_FAMILY_IPV4, 1}, callbacks);
 }
 
 void MribLink::close()

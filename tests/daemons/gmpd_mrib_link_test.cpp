@@ -327,6 +327,30 @@ TEST_F(GmpdMribLink, ABusyProcessIsToldTheLastWordsOnceItIsNot)
     EXPECT_EQ(peer.records(), "prune 1<0");
 }
 
+TEST_F(GmpdMribLink, AnInstanceBeyondTheViewOpensTheChannelAgain)
+{
+    Peer peer;
+
+    ASSERT_TRUE(link->open());
+    link->flush();
+    peer.accept_one();
+    peer.records();
+    interface_move(*lab->interface, 1023);
+    lab->start();
+    link->flush();
+    EXPECT_EQ(link->connects(), 1u);
+    EXPECT_EQ(peer.records(), "13 1=0 1=1 2=1");
+    interface_move(*lab->interface, 65535);
+    lab->start();
+    lab->old_report(2);
+    link->flush();
+    EXPECT_EQ(link->connects(), 2u);
+    EXPECT_EQ(g_stMribGmpVrfInfo.count, 65536u);
+    peer.accept_one();
+    EXPECT_EQ(peer.records(), std::string(BEGIN) + "join 1<0");
+    EXPECT_FALSE(link->policy().replayed());
+}
+
 TEST_F(GmpdMribLink, WhatIsHeldOfAnInterfaceThatStopsIsForgotten)
 {
     Peer peer;

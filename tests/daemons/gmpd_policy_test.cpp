@@ -26,28 +26,31 @@ template <typename Record> void say(uint16_t type, const Record &record)
     EXPECT_EQ(mribGmpTLVProc(type, sizeof(record), &record), MCAST_OK);
 }
 
-void say_dr(bool state, uint32_t if_index = LAB_INDEX)
+void say_dr(bool state, uint32_t if_index = LAB_INDEX, uint16_t vrf_index = 0)
 {
     MRIB_PIM_DR_S record{};
 
     record.state = state ? 1 : 0;
     record.if_index = if_index;
+    record.vrf_index = vrf_index;
     say(MRIB_TLV_PIM_DR, record);
 }
 
-void say_instance(bool enabled)
+void say_instance(bool enabled, uint16_t vrf_index = 0)
 {
     MRIB_VRF_STATE_S record{};
 
     record.state = enabled ? 1 : 0;
+    record.vrf_index = vrf_index;
     say(MRIB_TLV_VRF_STATE, record);
 }
 
-void say_ssm_list(uint32_t number)
+void say_ssm_list(uint32_t number, uint16_t vrf_index = 0)
 {
     MRIB_SSM_POLICY_S record{};
 
     record.acl_number = number;
+    record.vrf_index = vrf_index;
     say(MRIB_TLV_SSM_POLICY, record);
 }
 
@@ -107,6 +110,12 @@ protected:
         record.if_index = if_index;
         memcpy(record.address, group.address, address_size(GetParam()));
         say(MRIB_TLV_BOUNDARY, record);
+    }
+    // Moves the lab's interface to the instance and starts it there.
+    void move_to(uint16_t vrf_index)
+    {
+        interface_move(*lab->interface, vrf_index);
+        lab->start();
     }
     // What the connection does at its end, without a peer: the view is asked for again and confirmed.
     void end_replay()
@@ -400,4 +409,64 @@ TEST_P(GmpdPolicy, RecordsOfAnotherInstanceOrAnUnknownInterfaceChangeNothing)
     other.vrf_index = 5;
     mribGmpTLVProc(MRIB_TLV_VRF_STATE, sizeof(other), &other);
     EXPECT_EQ(told(), "");
+}
+
+TEST_P(GmpdPolicy, AnInterfaceGoesByItsOwnInstance)
+{
+    move_to(5);
+    say_instance(true);
+    say_dr(true);
+    end_replay();
+    lab->recorder.told();
+    lab->record(RecordType::IsExclude, {});
+    EXPECT_EQ(told(), "") << "the public instance is not its own";
+    say_instance(true, 5);
+    say_dr(true, LAB_INDEX, 5);
+    EXPECT_EQ(told(), "running; querier; join G1");
+    say_instance(false);
+    say_dr(false);
+    EXPECT_EQ(told(), "");
+    say_instance(false, 5);
+    EXPECT_EQ(told(), "prune G1");
+}
+
+TEST_P(GmpdPolicy, TheSourceSpecificRangeIsThatOfTheInstance)
+{
+    load_lists(list_of(ipv4(), true));
+    move_to(5);
+    say_instance(true, 5);
+    say_dr(true, LAB_INDEX, 5);
+    end_replay();
+    lab->recorder.told();
+    say_ssm_list(2001);
+    lab->record(RecordType::IsExclude, {});
+    EXPECT_EQ(told(), "join G1") << "the list is the public instance's";
+    say_ssm_list(2001, 5);
+    EXPECT_EQ(told(), "prune G1");
+    lab->record(RecordType::IsExclude, {});
+    EXPECT_EQ(count(Count::SsmRange), 1u);
+}
+
+TEST_P(GmpdPolicy, AnInterfaceThatMovesLeavesItsGroupsBehind)
+{
+    forward();
+    say_instance(true, 5);
+    lab->record(RecordType::IsExclude, {});
+    EXPECT_EQ(told(), "join G1");
+    interface_move(*lab->interface, 0);
+    EXPECT_EQ(told(), "") << "it is there already";
+    interface_move(*lab->interface, 5);
+    EXPECT_EQ(told(), "stopped");
+    EXPECT_EQ(lab->state(), "none");
+    EXPECT_FALSE(lab->interface->running);
+    EXPECT_EQ(key_of(*lab->interface).vrf_index, 5);
+}
+
+TEST_P(GmpdPolicy, AnInstanceBeyondTheViewReportsNothing)
+{
+    forward();
+    move_to(65535);
+    lab->record(RecordType::IsExclude, {});
+    EXPECT_EQ(lab->recorder.told(), "");
+    EXPECT_EQ(lab->state().substr(0, 7), "EXCLUDE");
 }

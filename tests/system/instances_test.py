@@ -5,8 +5,7 @@ ports beside each other, and two instances of one mribd as its clients see them.
       10.1.0.2      mribd, gmpd x 2            10.1.0.2      mribd, gmpd x 2           the same addresses twice
                     + ---- a-blue                            + ---- b-blue
 
-mribd forwards for the public instance alone, so that a router of its own in a namespace of its own is how
-instances with traffic are run; of other instances mribd tells its clients, and keeps remote sources for them.
+vpn_instances_test has the instances of one router with traffic.
 """
 
 import json
