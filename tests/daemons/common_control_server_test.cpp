@@ -253,6 +253,26 @@ TEST_F(ControlPortTest, ASecondServerOnThePortIsRefused)
     EXPECT_FALSE(second.open(PORT));
 }
 
+TEST_F(ControlPortTest, AClosedServerLeavesThePortAndMayOpenItAgain)
+{
+    server.close();
+    ASSERT_TRUE(server.open(PORT));
+    const int waiting = connect_to_server();
+    reactor.run_once(0);
+    EXPECT_EQ(server.connections(), 1u);
+    server.close();
+    server.close();
+    EXPECT_EQ(server.connections(), 0u);
+    char byte;
+    EXPECT_EQ(recv(waiting, &byte, 1, MSG_DONTWAIT), 0);
+    close(waiting);
+    {
+        ControlServer other(reactor);
+        EXPECT_TRUE(other.open(PORT));
+    }
+    EXPECT_TRUE(server.open(PORT));
+}
+
 TEST_F(ControlPortTest, WithoutDescriptorsClientsAreTurnedAwayAndServedAgainLater)
 {
     ASSERT_TRUE(server.open(PORT));

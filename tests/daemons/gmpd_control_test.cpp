@@ -224,6 +224,27 @@ TEST_P(GmpdControl, CountersComeForTheDaemonThenForEachInterface)
     }
 }
 
+TEST_P(GmpdControl, TheOrderToHandOverIsRefusedWithoutAStandby)
+{
+    bool has_standby = false;
+    unsigned orders = 0;
+    mcastd::ControlRequest request;
+
+    offer_switch_over(server, [&] {
+        ++orders;
+        return has_standby;
+    });
+    request.operation = mcastd::ControlOperation::Command;
+    request.table = mcastd::COMMAND_SWITCH_OVER;
+    EXPECT_EQ(ask(server.registry(), request).status, mcastd::ControlStatus::Failed);
+    has_standby = true;
+    EXPECT_EQ(ask(server.registry(), request).status, mcastd::ControlStatus::Done);
+    EXPECT_EQ(orders, 2u);
+    request.values = {ControlField::number(1)};
+    EXPECT_EQ(ask(server.registry(), request).status, mcastd::ControlStatus::BadValue);
+    EXPECT_EQ(orders, 2u);
+}
+
 TEST_P(GmpdControl, ANewQueryIntervalIsInForceAtOnce)
 {
     ASSERT_EQ(set_interval(60).status, ControlStatus::Done);

@@ -254,6 +254,41 @@ TEST_F(GmpdMribLink, ABrokenConnectionIsMadeAnewWithEverything)
     EXPECT_EQ(peer.records(), std::string(BEGIN) + "join 1<0 join 2<0");
 }
 
+TEST_F(GmpdMribLink, WhoStartsOverWithdrawsNothingAndConnectsAtOnce)
+{
+    Peer peer;
+
+    lab->old_report(2);
+    ASSERT_TRUE(link->open());
+    link->flush();
+    peer.accept_one();
+    peer.records();
+    link->tell_member(*lab->interface, lab->group(1), nullptr, false, false); // waits, and is dropped
+    lab->router.outputs = &lab->recorder;                                     // who hands over is silent
+    lab->router.interfaces.clear();
+    link->start_over();
+    EXPECT_EQ(peer.records(), "") << "not a word more on the first connection";
+    EXPECT_TRUE(link->connected());
+    EXPECT_EQ(link->connects(), 2u);
+    link->flush();
+    peer.accept_one();
+    EXPECT_EQ(peer.records(), "0 4 14 18") << "and nothing is wanted on the second";
+    lab->pass(3);
+    EXPECT_EQ(link->connects(), 2u);
+}
+
+TEST_F(GmpdMribLink, StartingOverWithoutAConnectionKeepsTrying)
+{
+    ASSERT_TRUE(link->open());
+    link->start_over();
+    EXPECT_FALSE(link->connected());
+    Peer peer;
+
+    lab->pass(1);
+    EXPECT_TRUE(link->connected());
+    EXPECT_EQ(link->connects(), 1u);
+}
+
 TEST_F(GmpdMribLink, WhatAFullSocketDoesNotTakeWaitsAndArrives)
 {
     constexpr unsigned RECORDS = 20000;
