@@ -76,7 +76,9 @@ void Plane::configure(const Config &config)
     if (family() == MCAST_FAMILY_IPV4) {
         msdp_.configure(config);
     }
-    links_changed(); // the file says which interfaces are in an instance
+    // The file says which interfaces are in an instance, and so by which a source can be reached.
+    links_changed();
+    routes_changed(any_address(family()), 0);
 }
 
 void Plane::links_changed()

@@ -12,7 +12,8 @@ uint32_t rpf_interface(const Environment &environment, uint16_t vrf_index, const
         return 0;
     }
     for (const uint32_t seen : {arrival, current}) {
-        if (seen != 0 && environment.is_on_link(seen, source)) {
+        // Either may have come to another instance since.
+        if (seen != 0 && environment.is_on_link(seen, source) && environment.instance_of(seen) == vrf_index) {
             return seen;
         }
     }

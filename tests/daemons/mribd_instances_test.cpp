@@ -147,6 +147,20 @@ TEST_P(InstancesTest, OnlyInterfacesOfTheInstanceHaveVirtualOnes)
     EXPECT_EQ(red.kernel.dangling, 0);
 }
 
+TEST_P(InstancesTest, PacketsOfASourceWhoseLinkMovedAwayComeByTheRoute)
+{
+    red.environment.on_link.insert({1, source});
+    join(RED, 3);
+    red.packet(1, source, group);
+    EXPECT_EQ(red.takes_from(source, group), 1u);
+    red.environment.instances[1] = BLUE;
+    red.environment.routes["5:" + source] = {2, false};
+    red.router.links_changed();
+    red.settle();
+    EXPECT_EQ(red.takes_from(source, group), 2u);
+    EXPECT_EQ(red.forwards(source, group), Interfaces{3});
+}
+
 TEST_P(InstancesTest, ARenamedInterfaceIsEnteredAnewButNotInThePublicInstance)
 {
     for (Bench *each : {&common, &red}) {
