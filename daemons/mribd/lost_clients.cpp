@@ -8,9 +8,6 @@ namespace mribd
 
 LostClients::LostClients(Router &router, uint32_t hold_s) : router_(router), hold_s_(hold_s)
 {
-    if (hold_s_ != 0) {
-        router_.keep_lost_clients([this](ClientId client) { keep(client); });
-    }
 }
 
 LostClients::~LostClients()
@@ -29,10 +26,15 @@ bool LostClients::open(TIMER_SERVICE service)
     };
     const uint64_t parameters[4] = {reinterpret_cast<uintptr_t>(this)};
 
-    if (hold_s_ != 0) {
-        manager_ = MCAST_TMR_Create(service, ticked, parameters);
+    if (hold_s_ == 0) {
+        return true;
     }
-    return hold_s_ == 0 || manager_ != nullptr;
+    manager_ = MCAST_TMR_Create(service, ticked, parameters);
+    if (manager_ == nullptr) {
+        return false;
+    }
+    router_.keep_lost_clients([this](ClientId client) { keep(client); });
+    return true;
 }
 
 void LostClients::keep(ClientId client)

@@ -22,14 +22,14 @@ public:
     // So many are kept at a time: of a daemon that ends again and again the oldest remains go first.
     static constexpr size_t MOST = 4;
 
-    // hold_s 0: nothing is kept. The router must outlive the object, which is what it asks about lost
-    // clients.
+    // hold_s 0: nothing is kept. The router must outlive the object.
     LostClients(Router &router, uint32_t hold_s);
     ~LostClients();
     LostClients(const LostClients &) = delete;
     LostClients &operator=(const LostClients &) = delete;
 
-    // Takes its ticks from the service. False when a timer cannot be made.
+    // Takes its ticks from the service and begins to keep what the router's clients leave. False when a timer
+    // cannot be made; nothing is kept then.
     bool open(TIMER_SERVICE service);
 
 private:
