@@ -13,6 +13,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "..", "tests", "system"))
 
 import forwarding  # noqa: E402
+import instances  # noqa: E402
 import msdp  # noqa: E402
 import policy  # noqa: E402
 import switch_over  # noqa: E402
@@ -58,6 +59,7 @@ def main():
     switch_over.play(network, receivers)
     policy.play(network)
     policy.trace(network)
+    instances.play()
     msdp.play()
     forwarding.leave(network, receivers)
     return take_down(network)
