@@ -29,13 +29,8 @@ void require_users(const std::vector<std::string> &names, Config &config)
     }
 }
 
-} // namespace
-
-void add_options(mcastd::Options &options, Config &config)
+void add_family(CLI::App &app, Config &config)
 {
-    CLI::App &app = options.app();
-
-    config.version = VERSION_UNSET;
     CLI::Option *family = app.add_option_function<std::string>(
                                  "--family",
                                  [&config](const std::string &name) {
@@ -50,6 +45,10 @@ void add_options(mcastd::Options &options, Config &config)
 
     ipv4->excludes(ipv6)->excludes(family);
     ipv6->excludes(family);
+}
+
+void add_what_is_served(CLI::App &app, Config &config)
+{
     app.add_option(
            "--interface", config.interfaces,
            "Interface to serve; may be given more than once. Without it: every one that is up, can do "
@@ -66,6 +65,10 @@ void add_options(mcastd::Options &options, Config &config)
            "once; without a name on every one")
         ->expected(0, 1)
         ->take_all();
+}
+
+void add_protocol_values(CLI::App &app, Config &config)
+{
     app.add_option("--query-interval", config.query_interval_s, "Seconds between general queries")
         ->check(CLI::Range(1u, MOST_QUERY_INTERVAL_S))
         ->capture_default_str();
@@ -82,6 +85,10 @@ void add_options(mcastd::Options &options, Config &config)
         ->capture_default_str();
     app.add_flag("--immediate-leave", config.immediate_leave,
                  "End a membership with its first leave, without asking for others: for links with one host");
+}
+
+void add_surroundings(CLI::App &app, Config &config)
+{
     app.add_option("--config", config.file,
                    "Configuration file, for the access lists and VPN instances in it; read again on SIGHUP");
     app.add_option("--group-list", config.group_list,
@@ -93,12 +100,30 @@ void add_options(mcastd::Options &options, Config &config)
         "--standby", config.standby,
         "Wait beside the active gmpd of the family and take over when it ends; the active one at once "
         "when there is none");
+}
+
+void add_limits(CLI::App &app, Config &config)
+{
     app.add_option("--max-groups", config.max_groups, "Most groups on one interface")
         ->check(CLI::Range(1u, 16777216u))
         ->capture_default_str();
     app.add_option("--max-sources", config.max_sources, "Most sources of one group")
         ->check(CLI::Range(1u, 1048576u))
         ->capture_default_str();
+}
+
+} // namespace
+
+void add_options(mcastd::Options &options, Config &config)
+{
+    CLI::App &app = options.app();
+
+    config.version = VERSION_UNSET;
+    add_family(app, config);
+    add_what_is_served(app, config);
+    add_protocol_values(app, config);
+    add_surroundings(app, config);
+    add_limits(app, config);
 }
 
 bool finish_config(Config &config)
