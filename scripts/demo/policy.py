@@ -1,7 +1,5 @@
 """What the operator allows: a boundary that keeps groups off a link, and a source-specific range by access list."""
 
-import signal
-
 from lab import Receiver, Sender, wait_for
 from stage import MCASTCTL, show, show_table, title
 
@@ -36,7 +34,7 @@ def reload(network, text):
     write(text)
     show(f"{CONFIG}, which mribd and gmpd read anew at SIGHUP", text or "(empty)")
     for daemon in (network.gmpd["ipv4"], network.mribd):
-        daemon.process.send_signal(signal.SIGHUP)
+        daemon.reload()
 
 
 def is_forwarded(router, group):

@@ -57,7 +57,7 @@ class FlowControl(unittest.TestCase):
         self.write(text)
         mribd = self.network.mribd
         before = mribd.output().count("SIGHUP received")
-        mribd.process.send_signal(signal.SIGHUP)
+        mribd.reload()
         wait_for(lambda: mribd.output().count("SIGHUP received") > before, "mribd taking SIGHUP")
 
     def red(self):

@@ -9,7 +9,6 @@ vpn_instances_test has the instances of one router with traffic.
 """
 
 import json
-import signal
 import unittest
 
 from lab import Receiver, Sender, matches, wait_for
@@ -75,7 +74,7 @@ class TwoRouters(unittest.TestCase):
                 self.assertRegex(network.mribd.status(), rf"member \(\*, {group}\): {port}\[client \d+\]\n")
 
         configure(BOUNDARY)
-        first.mribd.process.send_signal(signal.SIGHUP)
+        first.mribd.reload()
         wait_for(lambda: not any("red" in line for line in first.router.mroute("-4") + first.router.mroute("-6")),
                  "the first router's boundary")
         first.mribd.kill()
@@ -107,7 +106,7 @@ class OneRouterTwoInstances(unittest.TestCase):
 
     def configure(self, text):
         configure(text)
-        self.network.mribd.process.send_signal(signal.SIGHUP)
+        self.network.mribd.reload()
 
     def sees(self, client, number, what):
         client.command(f"instance {number}")

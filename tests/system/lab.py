@@ -177,18 +177,24 @@ class Daemon(Process):
             os.unlink(self.status_path)
         super().__init__(host, name, *words, "--status-file", self.status_path)
 
-    def takes_signals(self):
-        """Whether the daemon has blocked SIGUSR1, which it then reads from a descriptor."""
-        with open(f"/proc/{self.process.pid}/status") as status:
-            blocked = re.search(r"^SigBlk:\s*([0-9a-f]+)", status.read(), re.MULTILINE)
-        return blocked and int(blocked.group(1), 16) >> (signal.SIGUSR1 - 1) & 1
+    def signal(self, number):
+        """Sends a signal that the daemon reads from a descriptor; before it is blocked it would end the daemon."""
+        def takes_it():
+            with open(f"/proc/{self.process.pid}/status") as status:
+                blocked = re.search(r"^SigBlk:\s*([0-9a-f]+)", status.read(), re.MULTILINE)
+            return blocked and int(blocked.group(1), 16) >> (number - 1) & 1
+
+        wait_for(lambda: not self.alive() or takes_it(), f"{self.name} taking signals", 5)
+        self.process.send_signal(number)
+
+    def reload(self):
+        """Has the daemon read its configuration anew."""
+        self.signal(signal.SIGHUP)
 
     def status(self):
         """A fresh status text."""
         before = os.stat(self.status_path).st_ino if os.path.exists(self.status_path) else 0
-        # Before the daemon has taken over its signals this one would end it.
-        wait_for(lambda: not self.alive() or self.takes_signals(), f"{self.name} taking signals", 5)
-        self.process.send_signal(signal.SIGUSR1)
+        self.signal(signal.SIGUSR1)
 
         def fresh():
             return os.path.exists(self.status_path) and os.stat(self.status_path).st_ino != before

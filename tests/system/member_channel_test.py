@@ -91,7 +91,7 @@ class MemberChannel(unittest.TestCase):
             file.write(text)
         mribd = self.network.mribd
         before = mribd.output().count("SIGHUP received")
-        mribd.process.send_signal(signal.SIGHUP)
+        mribd.reload()
         wait_for(lambda: mribd.output().count("SIGHUP received") > before, "mribd taking SIGHUP")
 
     def status_has(self, text, count):
@@ -136,7 +136,7 @@ class MemberChannel(unittest.TestCase):
         self.members_have_events(0)
         self.configure(RED)
         self.status_has("boundary red", 2)
-        self.network.mribd.process.send_signal(signal.SIGUSR2)
+        self.network.mribd.signal(signal.SIGUSR2)
         self.network.mribd.status()
         for member in self.members:
             self.told(member)
@@ -145,7 +145,7 @@ class MemberChannel(unittest.TestCase):
         for member in self.members:
             member.command(f"add {BOUNDARIES}")
         self.members_have_events(BOUNDARIES)
-        self.network.mribd.process.send_signal(signal.SIGUSR2)
+        self.network.mribd.signal(signal.SIGUSR2)
         for member in self.members:
             wait_for(lambda: SMOOTH_START in member.lines(), "the smooth start")
             self.told(member, SMOOTH_START)

@@ -40,7 +40,7 @@ class MribView(unittest.TestCase):
             file.write(text)
         mribd = self.network.mribd
         before = mribd.output().count("SIGHUP received")
-        mribd.process.send_signal(signal.SIGHUP)
+        mribd.reload()
         wait_for(lambda: mribd.output().count("SIGHUP received") > before, "mribd taking SIGHUP")
 
     def status_shows(self, pattern, present=True):
@@ -87,7 +87,7 @@ class MribView(unittest.TestCase):
         wait_for(lambda: client.view().startswith("show: vrf 1") and local in client.view(), "all back")
         sender.stop()
         self.status_shows(r"local source \(10\.1\.0\.2, 239\.6\.0\.1\)", present=False)
-        self.network.mribd.process.send_signal(signal.SIGUSR2)
+        self.network.mribd.signal(signal.SIGUSR2)
         wait_for(lambda: client.view().endswith("local"), "the expired source gone from the client")
         self.assertEqual(client.stop(), 0)
 
@@ -97,7 +97,7 @@ class MribView(unittest.TestCase):
         client = MsdpClient(self.network.router)
         wait_for(lambda: "10.1.0.2>239.6.0.2@10.1.0.1" in client.view(), "the replayed source")
         wait_for(lambda: "replays 1" in client.view(), "the end of the replay")
-        self.network.mribd.process.send_signal(signal.SIGUSR2)
+        self.network.mribd.signal(signal.SIGUSR2)
         wait_for(lambda: "replays 2" in client.view(), "the end of the second replay")
         self.assertIn("10.1.0.2>239.6.0.2@10.1.0.1", client.view())
         sender.stop()

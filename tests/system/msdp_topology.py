@@ -2,7 +2,6 @@
 
 import json
 import os
-import signal
 
 import lab
 from lab import Daemon, Router, wait_for
@@ -39,7 +38,7 @@ class MsdpRouter(Router):
         self.start_msdpd()
 
     def reload(self):
-        self.msdpd.process.send_signal(signal.SIGHUP)
+        self.msdpd.reload()
 
     def tables(self):
         return json.loads(self.msdpd.status())

@@ -4,7 +4,6 @@ the groups that hosts may join (network of topology.py).
 """
 
 import json
-import signal
 import unittest
 
 from lab import Receiver, Sender, wait_for
@@ -89,7 +88,7 @@ class PolicyTest(unittest.TestCase):
 
     def reload(self, text):
         configure(text)
-        self.network.mribd.process.send_signal(signal.SIGHUP)
+        self.network.mribd.reload()
 
     def count(self, family, name):
         return self.interface(family, "red")["counters"].get(name, 0)
@@ -163,7 +162,7 @@ class PolicyTest(unittest.TestCase):
         """The numbers of the lists come from mribd, their rules from gmpd's own reading of the file."""
         configure(text)
         for daemon in (*self.network.gmpd.values(), self.network.mribd):
-            daemon.process.send_signal(signal.SIGHUP)
+            daemon.reload()
 
     def test_the_range_is_what_a_list_says_while_traffic_flows(self):
         sender = Sender(self.network.hosts["source"], "eth0", [*LISTED.values(), *GROUPS.values()])

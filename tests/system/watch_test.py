@@ -49,7 +49,7 @@ class Watch(unittest.TestCase):
             file.write(text)
         mribd = self.network.mribd
         before = mribd.output().count("SIGHUP received")
-        mribd.process.send_signal(signal.SIGHUP)
+        mribd.reload()
         wait_for(lambda: mribd.output().count("SIGHUP received") > before, "mribd taking SIGHUP")
 
     def status_has(self, text, count):
@@ -113,7 +113,7 @@ class Watch(unittest.TestCase):
     def test_mribd_goes_and_comes_back(self):
         watch = self.watch("designated-router")
         self.shows(watch, "ipv4: end of designated routers", "ipv6: end of designated routers")
-        self.network.mribd.process.send_signal(signal.SIGUSR2)
+        self.network.mribd.signal(signal.SIGUSR2)
         self.shows(watch, "ipv6: mribd asks to read everything again")
         wait_for(lambda: watch.output().count("ipv6: end of designated routers") == 2, "the second answer")
         self.network.mribd.kill()
