@@ -4,29 +4,14 @@
 #include <gtest/gtest.h>
 
 #include "daemons/msdpd/request.h"
-#include "mcasthost/config.h"
 #include "tests/daemons/msdpd_lab.h"
+#include "tests/daemons/msdpd_lists.h"
 
 using namespace msdpd;
 using namespace msdpd_test;
 
 namespace
 {
-
-const Ipv4 FAR = {0xc6336401}; // 198.51.100.1, an originator that is no peer
-
-// Lists: 2001 lets group 1 pass, 3001 source 1 of every group.
-void load_lists(const std::string &group = "239.0.0.1")
-{
-    const std::string text = "[[acl]]\nnumber = 2001\nfamily = \"ipv4\"\n[[acl.rule]]\nid = 1\naction = "
-                             "\"permit\"\nsource = \"" +
-                             group +
-                             "\"\n[[acl]]\nnumber = 3001\nfamily = \"ipv4\"\n[[acl.rule]]\nid = 1\naction = "
-                             "\"permit\"\nsource = \"192.0.2.1\"\n";
-    char error[HOST_CONFIG_ERROR_SIZE];
-
-    ASSERT_EQ(HOST_ConfigLoadText("lists", text.data(), text.size(), error, sizeof(error)), 0u) << error;
-}
 
 // Peers 1 and 2 of mesh group "m", 3 and 4 of none.
 Lab mesh_lab()
@@ -400,121 +385,4 @@ TEST(MsdpdFlow, AConnectionThatEndsTakesNothingAlong)
     lab.pass(150);
     EXPECT_EQ(lab.cache(), "");
     EXPECT_EQ(lab.told(), "+1>1 -1>1");
-}
-
-TEST(MsdpdReload, APeerThatIsGoneTakesItsEntriesAlong)
-{
-    Lab lab({1, 2});
-
-    lab.establish({1, 2});
-    lab.announce(1, {pair(1, 1)});
-    lab.announce(2, {pair(2, 1)});
-    lab.told();
-    lab.config.peers.erase(peer_address(1));
-    lab.configure();
-    EXPECT_EQ(lab.transport.calls, "disconnect 1");
-    EXPECT_EQ(lab.speaker->peers.size(), 1u);
-    EXPECT_EQ(lab.told(), "-1>1");
-    EXPECT_EQ(lab.state(2), "established");
-}
-
-TEST(MsdpdReload, ADisabledPeerIsLikeOneThatIsGoneAndComesBack)
-{
-    Lab lab({1});
-
-    lab.establish(1);
-    lab.announce(1, {pair(1, 1)});
-    lab.settings(1).enabled = false;
-    lab.configure();
-    EXPECT_EQ(lab.state(1), "disabled");
-    EXPECT_EQ(lab.cache(), "");
-    lab.settings(1).enabled = true;
-    lab.configure();
-    EXPECT_EQ(lab.state(1), "listening");
-}
-
-TEST(MsdpdReload, ANewLocalAddressMakesANewConnectionInTheRoleItGives)
-{
-    Lab lab({50});
-
-    lab.establish(50);
-    lab.settings(50).local_address = peer_address(20);
-    lab.configure();
-    EXPECT_EQ(lab.state(50), "connecting");
-    EXPECT_EQ(lab.transport.calls, "disconnect 50 disconnect 50 connect 50");
-}
-
-TEST(MsdpdReload, WhatDoesNotConcernTheConnectionLeavesItUp)
-{
-    Lab lab({1});
-
-    lab.establish(1);
-    lab.announce(1, {pair(1, 1)});
-    lab.settings(1).description = "new";
-    lab.settings(1).mesh_group = "m";
-    lab.settings(1).default_peer = true;
-    lab.configure();
-    EXPECT_EQ(lab.transport.calls, "");
-    EXPECT_EQ(lab.state(1), "established");
-    EXPECT_EQ(lab.cache(), "1>1");
-}
-
-TEST(MsdpdReload, ALowerLimitRemovesWhatIsAboveIt)
-{
-    Lab lab({1});
-
-    lab.establish(1);
-    lab.announce(1, {pair(1, 1), pair(2, 1), pair(3, 1)});
-    lab.settings(1).sa_limit = 1;
-    lab.configure();
-    EXPECT_EQ(lab.speaker->cache.size(), 1u);
-    lab.settings(1).sa_limit = 0;
-    lab.configure();
-    EXPECT_EQ(lab.speaker->cache.size(), 0u);
-}
-
-TEST(MsdpdReload, OtherListsRemoveWhatTheyDenyAndTellWhatTheyPermit)
-{
-    Lab lab({1, 2}, [](Config &config) {
-        config.peers.at(peer_address(1)).filter_in = 2001;
-        config.peers.at(peer_address(2)).filter_out = 2001;
-    });
-
-    load_lists();
-    lab.establish({1, 2});
-    lab.announce(1, {pair(1, 1)});
-    lab.announce(2, {pair(2, 2)});
-    lab.told();
-    lab.sent(2);
-    load_lists("239.0.0.2");
-    lab.configure();
-    EXPECT_EQ(lab.told(), "-1>1");
-    lab.announce(1, {pair(3, 2)});
-    EXPECT_EQ(lab.sent(2), "sa 1 3>2");
-    dump_continue(lab.peer(2));
-    EXPECT_EQ(lab.sent(2), "sa 1 3>2") << "everything is told again, since the list lets other groups pass";
-}
-
-TEST(MsdpdReload, AnOriginatorThatIsThisRouterNowIsForgotten)
-{
-    Lab lab({1});
-
-    lab.establish(1);
-    lab.announce(1, FAR, {pair(1, 1)});
-    lab.config.originator = FAR;
-    lab.configure();
-    EXPECT_EQ(lab.cache(), "");
-}
-
-TEST(MsdpdReload, ANewIntervalBeginsAtOnce)
-{
-    Lab lab({1});
-
-    lab.establish(1);
-    lab.mrib.local = {pair(1, 1)};
-    lab.config.advertisement_s = 10;
-    lab.configure();
-    EXPECT_EQ(lab.sent(1), "sa 100 1>1");
-    lab.pass(10);
-    EXPECT_EQ(lab.sent(1), "sa 100 1>1");
 }
