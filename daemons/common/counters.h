@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "daemons/common/json.h"
+
 namespace mcastd
 {
 
@@ -22,6 +24,20 @@ template <typename Count> struct CounterSet {
         return values[static_cast<size_t>(count)];
     }
 };
+
+// The object "counters" of those that are not 0, under the names that count_name of the enumeration gives.
+template <typename Count> void write_counters(Json &json, const CounterSet<Count> &counters)
+{
+    json.open("counters", '{');
+    for (size_t i = 0; i < static_cast<size_t>(Count::Total); ++i) {
+        const Count count = static_cast<Count>(i);
+
+        if (counters[count] != 0) {
+            json.number(count_name(count), counters[count]);
+        }
+    }
+    json.close('}');
+}
 
 } // namespace mcastd
 

@@ -8,19 +8,6 @@ namespace gmpd
 
 using mcastd::Json;
 
-void write_counters(Json &json, const Counters &counters)
-{
-    json.open("counters", '{');
-    for (size_t i = 0; i < static_cast<size_t>(Count::Total); ++i) {
-        const Count count = static_cast<Count>(i);
-
-        if (counters[count] != 0) {
-            json.number(count_name(count), counters[count]);
-        }
-    }
-    json.close('}');
-}
-
 namespace
 {
 

@@ -33,8 +33,7 @@ struct ProcessStatus {
 // are seconds that are left.
 std::string status_text(const Router &router, const ProcessStatus &process);
 
-// The parts of it that users have too: non-zero counters, and groups with their sources.
-void write_counters(mcastd::Json &json, const Counters &counters);
+// The part of it that users have too: groups with their sources.
 void write_groups(mcastd::Json &json, const Interface &interface);
 
 // The object of the user authentication: agents' messages by kind and type, the users with their groups.

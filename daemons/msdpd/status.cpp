@@ -11,19 +11,6 @@ namespace
 
 using mcastd::Json;
 
-void write_counters(Json &json, const Counters &counters)
-{
-    json.open("counters", '{');
-    for (size_t i = 0; i < static_cast<size_t>(Count::Total); ++i) {
-        const Count count = static_cast<Count>(i);
-
-        if (counters[count] != 0) {
-            json.number(count_name(count), counters[count]);
-        }
-    }
-    json.close('}');
-}
-
 void write_peer(Json &json, const Peer &peer)
 {
     json.open(nullptr, '{');

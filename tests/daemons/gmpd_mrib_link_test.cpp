@@ -427,6 +427,24 @@ TEST_F(GmpdMribLink, ANewConnectionBeginsWithEverythingInsteadOfWhatWasHeld)
     EXPECT_EQ(link->held(), 0u);
 }
 
+TEST_F(GmpdMribLink, WhatIsHeldIsForgottenByWhoStartsOver)
+{
+    Peer peer;
+
+    ASSERT_TRUE(link->open());
+    link->flush();
+    peer.accept_one();
+    peer.say_busy(1);
+    run();
+    link->tell_member(*lab->interface, lab->group(1), nullptr, true, false);
+    EXPECT_EQ(link->held(), 1u);
+    link->start_over();
+    EXPECT_EQ(link->held(), 0u);
+    link->flush();
+    peer.accept_one();
+    EXPECT_EQ(peer.records(), "0 4 14 18 1=1 2=1");
+}
+
 TEST(HeldMembers, WishesBeyondTheLimitAreNotHeld)
 {
     HeldMembers held;

@@ -16,7 +16,8 @@ import struct
 import subprocess
 import unittest
 
-from lab import PROGRAMS, Host, Receiver, Router, Segment, Sender, link, wait_for
+import user_topology
+from lab import PROGRAMS, Receiver, Sender, wait_for
 
 FAMILIES = ("ipv4", "ipv6")
 FLAGS = {"ipv4": "-4", "ipv6": "-6"}
@@ -35,22 +36,7 @@ def group(family, number):
 class UserAuthTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.router = Router("router")
-        cls.source = Host("source")
-        cls.hosts = {name: Host(name) for name in ("alice", "bob", "carol")}
-        cls.switch = Segment("switch")
-        link(cls.router, "src", cls.source, "eth0")
-        cls.switch.attach(cls.router, "lan")
-        for name in ("alice", "bob"):
-            cls.switch.attach(cls.hosts[name], "eth0")
-        link(cls.router, "blue", cls.hosts["carol"], "eth0")
-        for number, port in ((1, "src"), (2, "lan"), (3, "blue")):
-            cls.router.address(port, f"10.{number}.0.1/24", f"fd00:{number}::1/64")
-        cls.source.address("eth0", "10.1.0.2/24", "fd00:1::2/64")
-        for name, address in (("alice", "10.2.0.2"), ("bob", "10.2.0.3"), ("carol", "10.3.0.2")):
-            cls.hosts[name].address("eth0", address + "/24")
-        cls.source.route("default", "via", "10.1.0.1")
-        cls.source.route("default", "via", "fd00:1::1")
+        cls.router, cls.source, cls.hosts, cls.switch = user_topology.build()
         cls.mribd = cls.router.start_mribd()
         cls.gmpd = {family: cls.router.start_gmpd(family, *OPTIONS) for family in FAMILIES}
         for family in FAMILIES:
