@@ -16,7 +16,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <linux/sockios.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sched.h>
@@ -25,6 +24,7 @@
 #include <thread>
 #include <unistd.h>
 #include <vector>
+#include <linux/sockios.h>
 
 #include "mcast/mrib.h"
 
@@ -72,7 +72,6 @@ public:
     void WaitUntilWritable() const
     {
         pollfd wait = {near_, POLLOUT, 0};
-
         poll(&wait, 1, -1);
     }
 
@@ -80,7 +79,6 @@ public:
     void WaitUntilDrained() const
     {
         int queued = 0;
-
         while (ioctl(near_, SIOCOUTQ, &queued) == 0 && queued != 0) {
             sched_yield();
         }
@@ -108,7 +106,6 @@ void SendByLibrary(const Channel &channel, uint32_t, uint32_t records)
     const MRIB_GMP_VRF_KEY_S key = {MCAST_FAMILY_IPV4, 1};
     MCAST_ADDR_S group = {MCAST_FAMILY_IPV4, 0, {239, 1, 2, 3}};
     const MCAST_ADDR_S source = {MCAST_FAMILY_IPV4, 0, {10, 0, 0, 1}};
-
     for (uint32_t i = 0; i < records; ++i) {
         memcpy(group.address, &i, sizeof(i));
         MRIB_GMP_SendGmpJoinPrune(&key, 7, &group, &source, 1, 0);
@@ -135,7 +132,6 @@ void SendByHand(const Channel &channel, uint32_t size, uint32_t records)
     static uint8_t buffer[MRIB_MSG_RECV_MAX];
     static uint8_t record[kRecord];
     uint32_t used = sizeof(MRIB_MSG_HEADER_S);
-
     for (uint32_t i = 0; i < records; ++i) {
         memcpy(record + 29, &i, sizeof(i));
         pthread_mutex_lock(&lock);
@@ -155,7 +151,6 @@ void SendBare(const Channel &channel, uint32_t size, uint32_t records)
 {
     static uint8_t buffer[MRIB_MSG_RECV_MAX];
     const uint32_t fitting = (size - static_cast<uint32_t>(sizeof(MRIB_MSG_HEADER_S))) / kRecord;
-
     for (uint32_t left = records; left != 0; left -= std::min(left, fitting)) {
         SendWhole(channel, buffer, sizeof(MRIB_MSG_HEADER_S) + std::min(left, fitting) * kRecord);
     }
@@ -176,7 +171,6 @@ double NanosecondsARecord(Way way, const Channel &channel, uint32_t size, uint32
 double Median(std::vector<double> &values)
 {
     auto middle = values.begin() + static_cast<long>(values.size() / 2);
-
     std::nth_element(values.begin(), middle, values.end());
     return *middle;
 }
@@ -195,7 +189,7 @@ void JoinPrune(benchmark::State &state)
     MRIB_GMP_Init(1, MCAST_FAMILY_IPV4, 2, size, nullptr);
     Adopt(channel.Descriptor());
     for ([[maybe_unused]] auto _ : state) {
-        first++;
+        ++first;
         for (size_t i = 0; i < std::size(ways); ++i) {
             size_t way = (first + i) % std::size(ways);
 

@@ -5,11 +5,9 @@
  *   peer/raw           the sum of the data alone, less work than the library's
  *   peer/pseudo        the same result as the library's: pseudo-header, data, complement
  */
-#include <benchmark/benchmark.h>
-
 #include <arpa/inet.h>
+#include <benchmark/benchmark.h>
 #include <string.h>
-
 #include <vector>
 
 #include "mcast/addr.h"
@@ -27,7 +25,6 @@ const MCAST_ADDR_S kSource = {MCAST_FAMILY_IPV6, 0, {0xfe, 0x80, 0, 0, 0, 0, 0, 
 std::vector<uint16_t> Data(size_t bytes)
 {
     std::vector<uint16_t> data(bytes / 2);
-
     for (size_t i = 0; i < data.size(); ++i) {
         data[i] = static_cast<uint16_t>(i * 40503u);
     }
@@ -38,7 +35,6 @@ void Library(benchmark::State &state)
 {
     uint32_t length = static_cast<uint32_t>(state.range(0));
     std::vector<uint16_t> data = Data(length);
-
     for (auto _ : state) {
         benchmark::DoNotOptimize(
             MCAST_Inet6Cksum(data.data(), length, &kSource, &g_stPimAllRoutersAddr6, length, kNextHeader));
@@ -52,7 +48,6 @@ void PeerRaw(benchmark::State &state)
 {
     size_t length = static_cast<size_t>(state.range(0));
     std::vector<uint16_t> data = Data(length);
-
     for (auto _ : state) {
         benchmark::DoNotOptimize(rte_raw_cksum(data.data(), length));
         benchmark::ClobberMemory();
@@ -63,7 +58,6 @@ void PeerRaw(benchmark::State &state)
 uint32_t PeerChecksum(const uint16_t *data, uint32_t length, const struct rte_ipv6_hdr *header)
 {
     uint32_t sum = rte_raw_cksum(data, length) + static_cast<uint32_t>(rte_ipv6_phdr_cksum(header, 0));
-
     sum = (sum & 0xffff) + (sum >> 16);
     return ~((sum & 0xffff) + (sum >> 16));
 }
@@ -73,7 +67,6 @@ void PeerPseudo(benchmark::State &state)
     uint32_t length = static_cast<uint32_t>(state.range(0));
     std::vector<uint16_t> data = Data(length);
     struct rte_ipv6_hdr header = {};
-
     memcpy(header.src_addr, kSource.address, 16);
     memcpy(header.dst_addr, g_stPimAllRoutersAddr6.address, 16);
     header.payload_len = htons(static_cast<uint16_t>(length));

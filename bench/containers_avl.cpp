@@ -6,7 +6,6 @@
  *   ours in record     the node is part of the record, as a daemon that counts lines would have it
  */
 #include <benchmark/benchmark.h>
-
 #include <map>
 
 #include "mcast/avl.h"
@@ -51,7 +50,6 @@ int32_t Compare(const void *first, const void *second)
 {
     uint64_t one = static_cast<const Record *>(first)->key;
     uint64_t other = static_cast<const Record *>(second)->key;
-
     return (one > other) - (one < other);
 }
 
@@ -65,7 +63,6 @@ std::vector<Record> Records(Population &population)
 {
     std::vector<Record> records(population.entries);
     Order keys = population.Shuffled();
-
     for (size_t index = 0; index < records.size(); ++index) {
         records[index].key = uint64_t{keys[index]} * 2 + 1;
     }
@@ -139,7 +136,6 @@ public:
     void Insert(Record &record)
     {
         MCAST_AVL_NODE_S *node = static_cast<MCAST_AVL_NODE_S *>(malloc(sizeof(*node)));
-
         node->data = &record;
         MCAST_AvlInsert(&tree, node);
     }
@@ -158,7 +154,6 @@ public:
     {
         MCAST_AVL_WALK_S walk;
         size_t items = 0;
-
         MCAST_AVL_InitWalk(&walk, &tree);
         while (MCAST_AVL_WalkNextData(&walk) != nullptr) {
             ++items;
@@ -206,14 +201,12 @@ public:
     const void *Next(const Record &probe) const
     {
         auto found = tree.upper_bound(probe.key);
-
         return found == tree.end() ? nullptr : found->second;
     }
 
     size_t Walk()
     {
         size_t items = 0;
-
         for (const auto &entry : tree) {
             items += entry.second != nullptr;
         }
@@ -260,7 +253,6 @@ public:
     size_t Walk()
     {
         size_t items = 0;
-
         for (GTreeNode *node = g_tree_node_first(tree); node != nullptr; node = g_tree_node_next(node)) {
             items += g_tree_node_value(node) != nullptr;
         }
@@ -308,14 +300,12 @@ public:
     const void *Next(const Record &probe) const
     {
         avl_node_t *node = nullptr;
-
         return avl_search_closest(tree, &probe, &node) > 0 ? node : node->next;
     }
 
     size_t Walk()
     {
         size_t items = 0;
-
         for (avl_node_t *node = tree->head; node != nullptr; node = node->next) {
             items += node->item != nullptr;
         }
@@ -354,7 +344,6 @@ public:
     size_t Walk()
     {
         size_t items = 0;
-
         for (const Record &record : tree) {
             items += record.key != 0;
         }
@@ -389,7 +378,6 @@ int main()
 #endif
         {"ours in record", Phases<OursInRecord>},
     };
-
     bench::Compare("AVL tree", {1 << 10, 32 << 10, 256 << 10, 1 << 20}, contenders);
     return 0;
 }

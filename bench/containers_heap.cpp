@@ -4,7 +4,6 @@
  * in memory.
  */
 #include <benchmark/benchmark.h>
-
 #include <queue>
 
 #include "mcast/heap.h"
@@ -52,7 +51,6 @@ int64_t Compare(const void *first, const void *second)
 {
     uint64_t one = static_cast<const Element *>(first)->key;
     uint64_t other = static_cast<const Element *>(second)->key;
-
     return (one > other) - (one < other);
 }
 
@@ -161,7 +159,8 @@ private:
 };
 
 /* A binary heap with callbacks, written plainly: 1-based array that doubles, holes that sift. Not inlined, as
- * it would not be from a library. */
+ * it would not be from a library.
+ */
 class Callbacks
 {
 public:
@@ -234,7 +233,6 @@ private:
     {
         Element *removed = slots[position];
         Element *last = slots.back();
-
         slots.pop_back();
         if (removed == last) {
             return;
@@ -314,7 +312,6 @@ int main()
 #endif
         {"priority_queue", Phases<PriorityQueue, true>},
     };
-
     bench::Compare("min-heap", {1 << 10, 32 << 10, 256 << 10, 1 << 20}, contenders);
     return 0;
 }

@@ -2,12 +2,10 @@
  * The group and source table beside an ordered map of (group, source) pairs and a set of Boost.Intrusive
  * whose records hold both addresses. Groups have 16 sources each; pairs come in random order.
  */
+#include <arpa/inet.h>
 #include <benchmark/benchmark.h>
-
 #include <map>
 #include <memory>
-
-#include <arpa/inet.h>
 
 #include "mcast/mtable.h"
 #include "rounds.h"
@@ -29,7 +27,6 @@ MCAST_ADDR_S Address(uint32_t host_order)
 {
     MCAST_ADDR_S address = {};
     uint32_t bytes = htonl(host_order);
-
     address.family = MCAST_FAMILY_IPV4;
     std::memcpy(address.address, &bytes, sizeof(bytes));
     return address;
@@ -43,7 +40,6 @@ struct Pair {
     friend bool operator<(const Pair &one, const Pair &other)
     {
         int order = std::memcmp(&one.group, &other.group, sizeof(one.group));
-
         return order != 0 ? order < 0 : std::memcmp(&one.source, &other.source, sizeof(one.source)) < 0;
     }
 };
@@ -137,7 +133,6 @@ public:
         MCAST_ADDR_S source = Address(0);
         MTABLE_WALK_S walk = {&group, &source, MTABLE_WALK_ALL};
         size_t pairs = 0;
-
         MTable_Walk(&table, &walk, nullptr, nullptr, CountSource, &pairs);
         return pairs;
     }
@@ -168,7 +163,6 @@ public:
     size_t Walk() const
     {
         size_t seen = 0;
-
         for (const auto &entry : pairs) {
             seen += entry.first.source.family == MCAST_FAMILY_IPV4;
         }
@@ -201,7 +195,6 @@ public:
     size_t Walk() const
     {
         size_t seen = 0;
-
         for (const Record &record : records) {
             seen += record.pair.source.family == MCAST_FAMILY_IPV4;
         }
@@ -243,7 +236,6 @@ private:
 int main()
 {
     std::vector<bench::Contender> contenders = {{"ours", Phases<Ours>}, {"std::map", Phases<StdMap>}};
-
 #ifdef BENCH_WITH_BOOST
     contenders.push_back({"Boost.Intrusive", Phases<BoostSet>});
 #endif

@@ -5,19 +5,17 @@
  *
  * containers_radix [ROUNDS [SIZE...]]: default 3 rounds of 1024, 32768 and 262144 entries.
  */
-#include <benchmark/benchmark.h>
-
-#include <malloc.h>
-#include <stdio.h>
-#include <time.h>
-
 #include <algorithm>
+#include <benchmark/benchmark.h>
 #include <functional>
+#include <malloc.h>
 #include <memory>
 #include <optional>
 #include <random>
 #include <set>
+#include <stdio.h>
 #include <string>
+#include <time.h>
 
 #include "radix_frr.h"
 #include "radix_ordered.h"
@@ -58,7 +56,6 @@ using Row = std::vector<std::optional<double>>;
 unsigned MixedLength(bool ipv6, std::mt19937_64 &random)
 {
     const unsigned roll = static_cast<unsigned>(random() % 100);
-
     if (ipv6) {
         return roll < 25 ? 128 : roll < 60 ? 64 : 32 + static_cast<unsigned>(random() % 64);
     }
@@ -69,7 +66,6 @@ Prefix RandomPrefix(bool ipv6, unsigned length, std::mt19937_64 &random)
 {
     Prefix prefix = {};
     const unsigned whole = length / 8;
-
     prefix.address.family = ipv6 ? MCAST_FAMILY_IPV6 : MCAST_FAMILY_IPV4;
     prefix.length = static_cast<uint8_t>(length);
     for (unsigned i = 0; i < whole; ++i) {
@@ -88,7 +84,6 @@ Prefix Below(const Prefix &prefix, std::mt19937_64 &random)
     Prefix target = RandomPrefix(ipv6, ipv6 ? 128 : 32, random);
     const unsigned whole = prefix.length / 8;
     const unsigned keep = 0xff00u >> prefix.length % 8 & 0xff;
-
     memcpy(target.address.address, prefix.address.address, whole);
     if (keep != 0) {
         uint8_t &edge = target.address.address[whole];
@@ -100,7 +95,6 @@ Prefix Below(const Prefix &prefix, std::mt19937_64 &random)
 std::vector<uint32_t> RandomOrder(size_t size, size_t length, uint64_t seed)
 {
     std::vector<uint32_t> order(length);
-
     for (size_t i = 0; i < length; ++i) {
         order[i] = static_cast<uint32_t>(i % size);
     }
@@ -134,7 +128,6 @@ Workload MakeWorkload(bool ipv6, bool mixed, size_t size)
 double ThreadNanoseconds()
 {
     timespec now;
-
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
     return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
 }
@@ -145,7 +138,6 @@ std::optional<double> Time(size_t count, const std::function<size_t()> &body)
     const double start = ThreadNanoseconds();
     const size_t hits = body();
     const double passed = ThreadNanoseconds() - start;
-
     benchmark::DoNotOptimize(hits);
     /* The last entry has no next one. */
     return hits + count / 64 + 1 < count ? std::nullopt : std::optional(passed / static_cast<double>(count));
@@ -183,7 +175,6 @@ struct Samples {
 double BytesInUse()
 {
     const struct mallinfo2 info = mallinfo2();
-
     return static_cast<double>(info.uordblks) + static_cast<double>(info.hblkhd);
 }
 
@@ -225,7 +216,6 @@ void Run(bool ipv6, bool mixed, size_t size, unsigned rounds)
     const Workload work = MakeWorkload(ipv6, mixed, size);
     const std::string name = std::string(ipv6 ? "ipv6" : "ipv4") + (mixed ? " mixed" : " hosts");
     std::vector<Samples> samples(kPeerCount);
-
     for (unsigned round = 0; round < rounds; ++round) {
         for (size_t i = 0; i < kPeerCount; ++i) {
             Round(kPeers[i], work, round * 3, samples[i]);
@@ -248,7 +238,6 @@ int main(int count, char **arguments)
 {
     const unsigned rounds = count > 1 ? static_cast<unsigned>(strtoul(arguments[1], nullptr, 0)) : 3;
     std::vector<size_t> sizes;
-
     for (int i = 2; i < count; ++i) {
         sizes.push_back(strtoul(arguments[i], nullptr, 0));
     }

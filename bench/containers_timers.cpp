@@ -8,7 +8,6 @@
  * clock
  */
 #include <benchmark/benchmark.h>
-
 #include <time.h>
 #include <unistd.h>
 
@@ -70,7 +69,6 @@ uint32_t Timer_Delete(TIMER_SERVICE, TIMER_ID)
 void TIME_GetSystemBootTime(uint32_t *seconds, uint32_t *sub_seconds)
 {
     struct timespec now;
-
     clock_gettime(CLOCK_BOOTTIME, &now);
     *seconds = static_cast<uint32_t>(now.tv_sec) + g_moved_s;
     *sub_seconds = static_cast<uint32_t>(now.tv_nsec);
@@ -143,7 +141,6 @@ public:
     void Add(uint32_t entry, uint32_t distance)
     {
         uint64_t data[4] = {entry, 0, 0, 0};
-
         nodes[entry] = MCAST_TMR_AddNode(manager, distance + 1, Expired, data);
     }
 
@@ -253,7 +250,6 @@ public:
     void Refresh(uint32_t entry, uint32_t distance)
     {
         struct timeval after = Seconds(distance);
-
         event_add(events[entry], &after);
     }
 
@@ -290,7 +286,6 @@ public:
     void Add(uint32_t entry, uint32_t distance)
     {
         struct timeval after = Seconds(distance);
-
         event_add(&events[entry], &after);
     }
 
@@ -307,7 +302,6 @@ public:
     void AddShort(uint32_t entry, uint32_t distance)
     {
         struct timeval after = Short(distance);
-
         event_add(&events[entry], &after);
     }
 
@@ -370,7 +364,6 @@ private:
     void Start(uint32_t entry, double after)
     {
         ev_timer *timer = &timers[entry];
-
         timer->active = timer->pending = timer->priority = 0;
         timer->data = nullptr;
         timer->cb = Expired;
@@ -399,7 +392,6 @@ int main()
         {"libev", Phases<Libev>},
 #endif
     };
-
     bench::Compare("timers", {1 << 10, 32 << 10, 256 << 10}, contenders);
     return 0;
 }

@@ -10,7 +10,10 @@
  *                  datagram; share_of_by_hand and share_of_bare are medians over the rounds of the other's
  *                  time by the library's: 1 is as fast.
  */
+#include "mcast/event.h"
+
 #include <algorithm>
+#include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <chrono>
 #include <cstdio>
@@ -22,9 +25,6 @@
 #include <unistd.h>
 #include <vector>
 
-#include <arpa/inet.h>
-
-#include "mcast/event.h"
 #include "mcast/member_channel.h"
 #include "mcast/messager.h"
 #include "mcast/mrib_wire.h"
@@ -57,7 +57,6 @@ void Messager(benchmark::State &state)
     const MESSAGER_CALLBACKS_S callbacks = {nullptr, nullptr, TakeAll};
     char message[32] = {};
     uint32_t i = 0;
-
     if (state.thread_index() == 0) {
         g_messager = Messager_Init(1, 1500, 12, MESSAGER_KEEP_TAIL, 16, &callbacks);
     }
@@ -78,7 +77,6 @@ BENCHMARK(Messager)->Threads(1)->Threads(2)->UseRealTime();
 LOCAL_SOCKET_ADDR_S MribAddress()
 {
     LOCAL_SOCKET_ADDR_S address = {};
-
     address.family = LOCAL_SOCKET_FAMILY;
     address.port_be = htons(MRIB_PORT_IPV4);
     address.node = LOCAL_SOCKET_NODE;
@@ -93,7 +91,6 @@ public:
     {
         const LOCAL_SOCKET_ADDR_S address = MribAddress();
         int listener = socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM, LOCAL_SOCKET_PROTOCOL);
-
         Check(bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0, "bind");
         Check(listen(listener, 1) == 0, "listen");
         near = static_cast<int>(MBR_LIB_Init(MCAST_FAMILY_IPV4, 1, epoll, 1));
@@ -122,7 +119,6 @@ public:
     {
         static char buffer[MBR_DATAGRAM_MAX];
         uint32_t count = 0;
-
         while (recv(far, buffer, sizeof(buffer), MSG_DONTWAIT) > 0) {
             ++count;
         }
@@ -182,7 +178,6 @@ void SendByHand(const Connection &connection, const Load &load)
 void SendBare(const Connection &connection, const Load &load)
 {
     static uint8_t datagram[MBR_DATAGRAM_MAX];
-
     for (uint32_t i = 0; i < kDatagrams; ++i) {
         connection.Send(datagram, kHeader + load.packed * MRIB_RECORD_SIZE(load.length));
     }
@@ -204,7 +199,6 @@ double NanosecondsADatagram(Way way, const Connection &connection, const Load &l
 double Median(std::vector<double> &values)
 {
     const auto middle = values.begin() + static_cast<long>(values.size() / 2);
-
     std::nth_element(values.begin(), middle, values.end());
     return *middle;
 }
@@ -224,7 +218,7 @@ void MemberChannel(benchmark::State &state)
     size_t first = 0;
 
     for ([[maybe_unused]] auto _ : state) {
-        first++;
+        ++first;
         for (size_t i = 0; i < std::size(ways); ++i) {
             const size_t way = (first + i) % std::size(ways);
 
@@ -262,7 +256,6 @@ struct RuntimeDirectory {
     ~RuntimeDirectory()
     {
         const std::string remove = "rm -r " + path;
-
         Check(system(remove.c_str()) == 0, "rm");
     }
     RuntimeDirectory(const RuntimeDirectory &) = delete;
@@ -274,7 +267,6 @@ struct RuntimeDirectory {
 int main(int argc, char **argv)
 {
     const RuntimeDirectory directory;
-
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     return 0;

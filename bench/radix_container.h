@@ -4,7 +4,6 @@
 
 #include <stddef.h>
 #include <stdint.h>
-
 #include <vector>
 
 #include "mcast/radix.h"
@@ -50,7 +49,8 @@ public:
     virtual void Insert(size_t index) = 0;
     virtual void Delete(size_t index) = 0;
     /* Each of these makes all lookups of the workload, so that no virtual call stands in the measured loop;
-     * the result is the number of hits. */
+     * the result is the number of hits.
+     */
     virtual size_t Exact() = 0;
     virtual size_t Best()
     {

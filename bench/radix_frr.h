@@ -13,7 +13,8 @@ namespace radix_bench
 
 /* The route table of libfrr, loaded when it is there. Debian has the library without headers, so what is used
  * of it is described here: a prefix begins with family, length and an 8-aligned address, and the fields of a
- * node that callers use lie at the offsets below, which Usable tries out. */
+ * node that callers use lie at the offsets below, which Usable tries out.
+ */
 class FrrTable : public Container
 {
 public:
@@ -59,7 +60,6 @@ public:
     void Delete(size_t index) override
     {
         void *node = Library().lookup(table, &stored[index]);
-
         --Lock(node);
         Release(node);
     }
@@ -67,7 +67,6 @@ public:
     size_t Exact() override
     {
         size_t hits = 0;
-
         for (const FrrPrefix &prefix : present) {
             void *node = Library().lookup(table, &prefix);
             hits += node != nullptr;
@@ -79,7 +78,6 @@ public:
     size_t Best() override
     {
         size_t hits = 0;
-
         for (const FrrPrefix &prefix : targets) {
             void *node = Library().match(table, &prefix);
             hits += node != nullptr;
@@ -91,7 +89,6 @@ public:
     size_t Next() override
     {
         size_t hits = 0;
-
         for (const FrrPrefix &prefix : present) {
             void *node = Library().get_next(table, &prefix);
             if (node != nullptr) {
@@ -105,7 +102,6 @@ public:
     size_t Walk() override
     {
         size_t hits = 0;
-
         for (void *node = Library().top(table); node != nullptr; node = Library().next(node)) {
             hits += Info(node) != nullptr;
         }
@@ -151,7 +147,6 @@ private:
         void *library = dlopen(path != nullptr ? path : "/usr/lib/x86_64-linux-gnu/frr/libfrr.so.0",
                                RTLD_NOW | RTLD_LOCAL);
         Functions functions = {};
-
         if (library != nullptr) {
             Find(library, "route_table_init", &functions.init);
             Find(library, "route_table_finish", &functions.finish);
@@ -169,7 +164,6 @@ private:
     static FrrPrefix Convert(const Prefix &prefix)
     {
         FrrPrefix converted = {};
-
         converted.family = static_cast<uint8_t>(prefix.address.family);
         converted.length = prefix.length;
         memcpy(converted.address, prefix.address.address, 16);

@@ -2,12 +2,10 @@
 #ifndef BENCH_RADIX_ORDERED_H
 #define BENCH_RADIX_ORDERED_H
 
-#include <string.h>
-
-#include <map>
-#include <tuple>
-
 #include <boost/intrusive/set.hpp>
+#include <map>
+#include <string.h>
+#include <tuple>
 
 #include "radix_container.h"
 
@@ -52,7 +50,6 @@ public:
     size_t Exact() override
     {
         size_t hits = 0;
-
         for (const Prefix &prefix : work.present) {
             hits += map.find(OrderedKey(prefix)) != map.end();
         }
@@ -62,7 +59,6 @@ public:
     size_t Next() override
     {
         size_t hits = 0;
-
         for (const Prefix &prefix : work.present) {
             hits += map.upper_bound(OrderedKey(prefix)) != map.end();
         }
@@ -72,7 +68,6 @@ public:
     size_t Walk() override
     {
         size_t hits = 0;
-
         for (const auto &[key, prefix] : map) {
             hits += prefix != nullptr;
         }
@@ -108,7 +103,6 @@ public:
     size_t Exact() override
     {
         size_t hits = 0;
-
         for (const Prefix &prefix : work.present) {
             hits += set.find(OrderedKey(prefix), Compare()) != set.end();
         }
@@ -118,7 +112,6 @@ public:
     size_t Next() override
     {
         size_t hits = 0;
-
         for (const Prefix &prefix : work.present) {
             hits += set.upper_bound(OrderedKey(prefix), Compare()) != set.end();
         }
@@ -128,7 +121,6 @@ public:
     size_t Walk() override
     {
         size_t hits = 0;
-
         for (const Record &record : set) {
             hits += record.key.length < 256;
         }

@@ -38,7 +38,6 @@ public:
     size_t Exact() override
     {
         size_t hits = 0;
-
         for (const Prefix &prefix : work.present) {
             hits += MRT_RDX_Locate(tree, &prefix.address, prefix.length) != nullptr;
         }
@@ -48,7 +47,6 @@ public:
     size_t Best() override
     {
         size_t hits = 0;
-
         for (const Prefix &prefix : work.targets) {
             hits += MRT_RDX_LocateBest(tree, &prefix.address, FullLength(work), nullptr, nullptr) != nullptr;
         }
@@ -58,7 +56,6 @@ public:
     size_t Next() override
     {
         size_t hits = 0;
-
         for (const Prefix &prefix : work.present) {
             hits += MRT_RDX_GetNext(tree, &prefix.address, prefix.length) != nullptr;
         }
@@ -69,7 +66,6 @@ public:
     {
         MRT_RDX_WALK_S *walk = MRT_RDX_CreateWalk(tree, nullptr, 0, MRT_RDX_WALK_FORWARD);
         size_t hits = 0;
-
         while (MRT_RDX_WalkNext(walk) != nullptr) {
             ++hits;
         }

@@ -3,16 +3,14 @@
 #define BENCH_RADIX_RIB_H
 
 #include <arpa/inet.h>
-#include <sched.h>
-#include <stdlib.h>
-#include <string.h>
-
 #include <memory>
-
 #include <rte_eal.h>
 #include <rte_memory.h>
 #include <rte_rib.h>
 #include <rte_rib6.h>
+#include <sched.h>
+#include <stdlib.h>
+#include <string.h>
 
 #include "radix_container.h"
 
@@ -27,7 +25,6 @@ public:
     {
         static const bool started = Start();
         const int nodes = static_cast<int>(of.stored.size() * 2 + 16);
-
         if (started && of.ipv6) {
             rte_rib6_conf conf = {};
             conf.max_nodes = nodes;
@@ -52,7 +49,6 @@ public:
     void Insert(size_t index) override
     {
         const Prefix &prefix = work.stored[index];
-
         if (work.ipv6) {
             rte_rib6_insert(rib6, prefix.address.address, prefix.length);
         } else {
@@ -63,7 +59,6 @@ public:
     void Delete(size_t index) override
     {
         const Prefix &prefix = work.stored[index];
-
         if (work.ipv6) {
             rte_rib6_remove(rib6, prefix.address.address, prefix.length);
         } else {
@@ -74,7 +69,6 @@ public:
     size_t Exact() override
     {
         size_t hits = 0;
-
         for (const Prefix &prefix : work.present) {
             if (work.ipv6) {
                 hits += rte_rib6_lookup_exact(rib6, prefix.address.address, prefix.length) != nullptr;
@@ -88,7 +82,6 @@ public:
     size_t Best() override
     {
         size_t hits = 0;
-
         for (const Prefix &prefix : work.targets) {
             if (work.ipv6) {
                 hits += rte_rib6_lookup(rib6, prefix.address.address) != nullptr;
@@ -106,7 +99,6 @@ private:
                                "768",   "--no-telemetry", "-l",          "0",        "--log-level=1"};
         std::vector<std::unique_ptr<char, void (*)(void *)>> owned;
         std::vector<char *> arguments;
-
         for (const char *word : words) {
             owned.emplace_back(strdup(word), free);
             arguments.push_back(owned.back().get());
@@ -122,7 +114,6 @@ private:
     static uint32_t Word(const Prefix &prefix)
     {
         uint32_t word;
-
         memcpy(&word, prefix.address.address, sizeof word);
         return ntohl(word);
     }

@@ -12,15 +12,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <malloc.h>
 #include <map>
 #include <numeric>
 #include <random>
 #include <set>
 #include <string>
-#include <vector>
-
-#include <malloc.h>
 #include <time.h>
+#include <vector>
 
 namespace bench
 {
@@ -62,7 +61,6 @@ public:
     double Of(const std::string &phase) const
     {
         auto found = totals.find(phase);
-
         return found == totals.end() ? 0 : found->second.first / found->second.second;
     }
 
@@ -74,7 +72,6 @@ private:
     static double Now()
     {
         struct timespec now;
-
         clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
         return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
     }
@@ -91,7 +88,6 @@ struct Population {
     Order Shuffled()
     {
         Order order(entries);
-
         std::iota(order.begin(), order.end(), 0u);
         std::shuffle(order.begin(), order.end(), random);
         return order;
@@ -101,7 +97,6 @@ struct Population {
     Order Picks()
     {
         Order order(std::max(entries, kLeastOperations));
-
         for (uint32_t &entry : order) {
             entry = static_cast<uint32_t>(random() % entries);
         }
@@ -118,7 +113,6 @@ struct Contender {
 inline double Allocated()
 {
     struct mallinfo2 info = mallinfo2();
-
     return static_cast<double>(info.uordblks + info.hblkhd);
 }
 

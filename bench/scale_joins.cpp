@@ -1,9 +1,9 @@
 #include "scale_joins.h"
 
 #include <cstring>
-#include <linux/rtnetlink.h>
 #include <net/ethernet.h>
 #include <netinet/in.h>
+#include <linux/rtnetlink.h>
 
 namespace scale
 {
@@ -71,7 +71,7 @@ void put_report(std::vector<uint8_t> &bytes, const Family &family, uint32_t firs
     bytes.resize(begin + 8);
     bytes[begin] = family.report_type;
     put16(bytes, begin + 6, count);
-    for (uint32_t join = first; join < first + count; join++) {
+    for (uint32_t join = first; join < first + count; ++join) {
         bytes.insert(bytes.end(), {ALLOW_NEW_SOURCES, 0, 0, 1});
         put_address(bytes, family.first_group, family.address_size, join);
         put_address(bytes, family.first_source, family.address_size, join);

@@ -1,14 +1,14 @@
 #include "scale_kernel.h"
 
-#include "scale_support.h"
-
 #include <cerrno>
 #include <fcntl.h>
-#include <linux/rtnetlink.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <linux/rtnetlink.h>
+
+#include "scale_support.h"
 
 namespace scale
 {
@@ -51,7 +51,6 @@ Kernel::Kernel(const Family &family, const std::string &router) : family_(family
 {
     const int home = open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
     const int there = open(router.c_str(), O_RDONLY | O_CLOEXEC);
-
     if (home < 0 || there < 0 || setns(there, CLONE_NEWNET) != 0) {
         fail("the router's namespace");
     }
@@ -78,7 +77,7 @@ void Kernel::listen(const Take &take)
     if (size >= 0) {
         visit(size, take);
     } else if (errno == ENOBUFS) {
-        overruns_++;
+        ++overruns_;
     } else if (errno != EAGAIN && errno != EINTR) {
         fail("reading notifications");
     }
@@ -108,7 +107,6 @@ Entry Kernel::entry_of(const nlmsghdr *message) const
     const auto *route = static_cast<const rtmsg *>(mnl_nlmsg_get_payload(message));
     Attributes attributes{};
     Entry entry;
-
     if (message->nlmsg_type != RTM_NEWROUTE || route->rtm_family != family_.entry_family) {
         return entry;
     }
@@ -128,7 +126,6 @@ bool Kernel::visit(ssize_t size, const Take &take) const
 {
     int left = static_cast<int>(size);
     const auto *message = reinterpret_cast<const nlmsghdr *>(buffer_.data());
-
     for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
         if (message->nlmsg_type == NLMSG_DONE) {
             return false;

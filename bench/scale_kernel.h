@@ -4,15 +4,15 @@
 #ifndef BENCH_SCALE_KERNEL_H
 #define BENCH_SCALE_KERNEL_H
 
-#include "scale_joins.h"
-
 #include <array>
 #include <cstdint>
 #include <functional>
 #include <libmnl/libmnl.h>
-#include <linux/netlink.h>
 #include <optional>
 #include <string>
+#include <linux/netlink.h>
+
+#include "scale_joins.h"
 
 namespace scale
 {

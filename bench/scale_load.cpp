@@ -13,13 +13,7 @@
  *
  * It is started in the host's namespace and prints a line when it begins to send, then one JSON object.
  */
-#include "scale_joins.h"
-#include "scale_kernel.h"
-#include "scale_sender.h"
-#include "scale_support.h"
-
 #include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -27,6 +21,11 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "scale_joins.h"
+#include "scale_kernel.h"
+#include "scale_sender.h"
+#include "scale_support.h"
 
 namespace
 {
@@ -66,7 +65,7 @@ public:
         std::vector<double> latencies;
         double first = 0;
         double last = 0;
-        for (uint32_t join = 0; join < seen_at_.size(); join++) {
+        for (uint32_t join = 0; join < seen_at_.size(); ++join) {
             const double at = seen_at_[join];
             if (at > 0) {
                 first = first == 0 ? at : std::min(first, at);
@@ -100,7 +99,7 @@ private:
     {
         if (entry.forwards && entry.join && *entry.join < seen_at_.size() && seen_at_[*entry.join] == 0) {
             seen_at_[*entry.join] = now_s();
-            seen_++;
+            ++seen_;
         }
     }
 
@@ -114,13 +113,12 @@ void print_final(uint32_t joins, Kernel &kernel)
     std::vector<bool> present(joins);
     uint32_t right = 0;
     uint32_t others = 0;
-
     kernel.dump([&](const Entry &entry) {
         if (entry.forwards && entry.join && *entry.join < joins && !present[*entry.join]) {
             present[*entry.join] = true;
-            right++;
+            ++right;
         } else {
-            others++;
+            ++others;
         }
     });
     printf(", \"in_kernel\": %u, \"others_in_kernel\": %u", right, others);

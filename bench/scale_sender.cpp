@@ -1,7 +1,5 @@
 #include "scale_sender.h"
 
-#include "scale_support.h"
-
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
@@ -9,6 +7,8 @@
 #include <net/ethernet.h>
 #include <net/if.h>
 #include <sys/socket.h>
+
+#include "scale_support.h"
 
 namespace scale
 {
@@ -45,8 +45,7 @@ void Sender::run()
 {
     const double start = now_s();
     const double apart_s = plan_.rate == 0 ? 0 : static_cast<double>(plan_.records) / plan_.rate;
-
-    for (size_t i = 0; i < packets_.size(); i++) {
+    for (size_t i = 0; i < packets_.size(); ++i) {
         const double due = start + static_cast<double>(i) * apart_s;
         if (apart_s > 0 && now_s() < due) {
             sleep_until(due);

@@ -4,13 +4,13 @@
 #ifndef BENCH_SCALE_SENDER_H
 #define BENCH_SCALE_SENDER_H
 
-#include "scale_joins.h"
-
 #include <atomic>
 #include <cstdint>
-#include <linux/if_packet.h>
 #include <string>
 #include <vector>
+#include <linux/if_packet.h>
+
+#include "scale_joins.h"
 
 namespace scale
 {

@@ -26,7 +26,6 @@
 uint32_t IF_GetDataByIfIndex(uint32_t if_index, uint32_t item, void *data)
 {
     static const char kName[] = "GigabitEthernet0/1";
-
     if (item != IF_ITEM_FULL_NAME || if_index != 7) {
         return 1;
     }
@@ -50,7 +49,6 @@ struct Event {
 uint64_t Trace(char *buffer, size_t size, const char *format, ...)
 {
     va_list args;
-
     va_start(args, format);
     uint64_t length = MCAST_vsprintf(nullptr, MCAST_NONE, 0, format, args, size, buffer);
     va_end(args);
@@ -68,7 +66,6 @@ uint64_t ByHand(char *buffer, size_t size, const Event &event)
     char source[INET6_ADDRSTRLEN];
     char group[INET6_ADDRSTRLEN];
     char name[IF_NAME_SIZE];
-
     inet_ntop(event.source.family, event.source.address, source, sizeof(source));
     inet_ntop(event.group.family, event.group.address, group, sizeof(group));
     if (IF_GetDataByIfIndex(event.if_index, IF_ITEM_FULL_NAME, name) != 0) {
@@ -84,7 +81,6 @@ double NanosecondsALine(Way way, Event event)
 {
     char buffer[256];
     auto start = std::chrono::steady_clock::now();
-
     for (int i = 0; i < kLines; ++i) {
         event.source.address[3] = static_cast<uint8_t>(i);
         event.sources = static_cast<uint32_t>(i);
@@ -104,7 +100,6 @@ double Median(std::vector<double> &values)
 MCAST_ADDR_S Address(int family, const char *text)
 {
     MCAST_ADDR_S address = {static_cast<uint16_t>(family), 0, {}};
-
     inet_pton(family, text, address.address);
     return address;
 }
@@ -115,7 +110,6 @@ void TraceLine(benchmark::State &state, const Event &event)
     std::vector<double> by_hand;
     char ours[256];
     char theirs[256];
-
     if (ByLibrary(ours, sizeof(ours), event) != ByHand(theirs, sizeof(theirs), event) ||
         strcmp(ours, theirs) != 0) {
         state.SkipWithError("the lines differ");
@@ -157,7 +151,6 @@ void CreateMany(benchmark::State &state)
 {
     constexpr size_t kMany = 16384;
     std::vector<uint32_t> indexes(kMany);
-
     if (MCAST_IF_Init(MCAST_IF_TYPE_MUA_IPV4) != 0) {
         state.SkipWithError("no registry");
         return;

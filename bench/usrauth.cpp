@@ -7,6 +7,8 @@
  * alone, and through a local socket on which an agent's end sends in the same thread, which adds two system
  * calls a datagram. The program answers recv and notes the handlers in epoll_ctl to do so.
  */
+#include "mcast/usrauth.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
@@ -25,7 +27,6 @@
 #include <unistd.h>
 #include <vector>
 
-#include "mcast/usrauth.h"
 #include "mcast/usrauth_wire.h"
 #include "mcasthost/loop.h"
 #include "platform/local_socket.h"
@@ -63,7 +64,6 @@ Datagram MessageOf(uint16_t type, const void *value, size_t size)
 {
     const uint16_t head[2] = {htons(type), htons(static_cast<uint16_t>(size))};
     Datagram message(sizeof(head) + size);
-
     memcpy(message.data(), head, sizeof(head));
     memcpy(message.data() + sizeof(head), value, size);
     return message;
@@ -100,7 +100,6 @@ Datagram UserMessageOf(uint16_t type, uint32_t user)
 Datagram ListEndOf(uint16_t type, uint32_t user)
 {
     USRAUTH_GROUP_LIST_S value = {};
-
     value.user_id_be = htonl(user);
     value.node_be = htons(static_cast<uint16_t>(user % kNodes));
     value.kind_be = htonl(3);
@@ -128,21 +127,18 @@ std::vector<Datagram> Datagrams(uint16_t type, Datagram (*make)(uint16_t, uint32
 const std::vector<Datagram> &Announcements()
 {
     static const std::vector<Datagram> made = Datagrams(USRAUTH_MSG_ANNOUNCE, UserMessageOf, 1);
-
     return made;
 }
 
 const std::vector<Datagram> &ListEnds()
 {
     static const std::vector<Datagram> made = Datagrams(USRAUTH_MSG_GROUP_LIST_END, ListEndOf, 2);
-
     return made;
 }
 
 const std::vector<Datagram> &Withdrawals()
 {
     static const std::vector<Datagram> made = Datagrams(USRAUTH_MSG_WITHDRAW, UserMessageOf, 3);
-
     return made;
 }
 
@@ -188,7 +184,6 @@ void Start()
 double Now()
 {
     timespec now;
-
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
     return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
@@ -197,7 +192,6 @@ double Now()
 double Deliver(const std::vector<Datagram> &datagrams, bool by_socket)
 {
     const double begin = Now();
-
     for (const Datagram &datagram : datagrams) {
         if (!by_socket) {
             g_wire.arriving = &datagram;
@@ -213,7 +207,6 @@ double Deliver(const std::vector<Datagram> &datagrams, bool by_socket)
 size_t HeapInUse()
 {
     const struct mallinfo2 info = mallinfo2();
-
     return info.uordblks + info.hblkhd;
 }
 
@@ -284,7 +277,6 @@ void GetInfoByIfIndex(benchmark::State &state)
     Interfaces interfaces(state.thread_index());
     MCAST_USRAUTH_INFO_S info;
     uint64_t found = 0;
-
     for (auto _ : state) {
         found += MCAST_USRAUTH_GetInfoByIfIndex(interfaces.Next(), &info) == MCAST_OK;
     }
@@ -297,7 +289,6 @@ void GetVrfAndUserId(benchmark::State &state)
 {
     Interfaces interfaces(state.thread_index());
     uint16_t vrf = 0;
-
     for (auto _ : state) {
         benchmark::DoNotOptimize(
             MCAST_USRAUTH_GetVrfIndexAndUserIDByIfIndex(interfaces.Next(), &vrf, nullptr));

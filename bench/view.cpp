@@ -79,7 +79,6 @@ void IsPimDr(benchmark::State &state)
 {
     const MRIB_GMP_VRF_KEY_S key = {MCAST_FAMILY_IPV4, 0};
     uint64_t count = 0;
-
     if (state.thread_index() == 0) {
         SetUp(MCAST_FAMILY_IPV4, 64);
     }
@@ -100,7 +99,6 @@ void ReceiveAll(benchmark::State &state, uint16_t type, void (*fill)(Value &valu
     uint32_t used = MRIB_MsgReset(message, 0);
     uint32_t records = 0;
     int ends[2];
-
     while (void *value = MRIB_MsgAppend(message, &used, sizeof(message), type, sizeof(Value))) {
         fill(*static_cast<Value *>(value), records++);
     }

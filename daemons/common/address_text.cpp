@@ -1,9 +1,9 @@
 #include "daemons/common/address_text.h"
 
-#include "mcast/addr.h"
-
 #include <arpa/inet.h>
 #include <cstring>
+
+#include "mcast/addr.h"
 
 namespace mcastd
 {

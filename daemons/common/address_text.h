@@ -4,10 +4,10 @@
 #ifndef DAEMONS_COMMON_ADDRESS_TEXT_H
 #define DAEMONS_COMMON_ADDRESS_TEXT_H
 
-#include "mcast/common.h"
-
 #include <optional>
 #include <string>
+
+#include "mcast/common.h"
 
 namespace mcastd
 {

@@ -75,7 +75,6 @@ private:
     uint64_t number(size_t size)
     {
         uint64_t value = 0;
-
         for (const uint8_t byte : take(size)) {
             value = value << 8 | byte;
         }

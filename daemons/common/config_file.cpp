@@ -1,8 +1,8 @@
 #include "daemons/common/config_file.h"
 
-#include "mcasthost/config.h"
-
 #include <exception>
+
+#include "mcasthost/config.h"
 
 namespace mcastd
 {

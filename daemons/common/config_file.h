@@ -12,10 +12,10 @@
 #ifndef DAEMONS_COMMON_CONFIG_FILE_H
 #define DAEMONS_COMMON_CONFIG_FILE_H
 
-#include "host/config/config_reader.h"
-
 #include <functional>
 #include <string>
+
+#include "host/config/config_reader.h"
 
 namespace mcastd
 {

@@ -1,11 +1,5 @@
 #include "daemons/common/control.h"
 
-#include "mcast/format.h"
-
-#include "daemons/common/control_debug.h"
-#include "daemons/common/local_listener.h"
-#include "daemons/common/log.h"
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -16,6 +10,11 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "daemons/common/control_debug.h"
+#include "daemons/common/local_listener.h"
+#include "daemons/common/log.h"
+#include "mcast/format.h"
 
 namespace mcastd
 {
@@ -70,7 +69,7 @@ bool ControlServer::open(uint16_t port)
 
 void ControlServer::accept_clients()
 {
-    for (unsigned count = 0; count < ACCEPTS_PER_WAKE; count++) {
+    for (unsigned count = 0; count < ACCEPTS_PER_WAKE; ++count) {
         const int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd >= 0) {
             adopt(fd);
@@ -88,10 +87,10 @@ bool ControlServer::accept_without_room()
     const int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     const bool has_place = fd >= 0 && !connections_.empty();
     if (has_place) {
-        displaced_++;
+        ++displaced_;
         drop(connections_.front());
     } else if (fd >= 0) {
-        turned_away_++;
+        ++turned_away_;
         ::close(fd);
     }
     spare_ = open_spare();
@@ -103,7 +102,7 @@ bool ControlServer::accept_without_room()
 
 void ControlServer::adopt(int fd)
 {
-    accepted_++;
+    ++accepted_;
     connections_.push_back(fd);
     if (!serve(fd)) {
         return; // its request was there already
@@ -113,7 +112,7 @@ void ControlServer::adopt(int fd)
         return;
     }
     if (connections_.size() > CONNECTION_LIMIT) {
-        displaced_++;
+        ++displaced_;
         drop(connections_.front());
     }
 }
@@ -130,7 +129,7 @@ bool ControlServer::serve(int fd)
     if (size > 0) {
         const std::vector<uint8_t> reply = registry_.answer({buffer.data(), static_cast<size_t>(size)});
         if (send(fd, reply.data(), reply.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0) {
-            unsent_++;
+            ++unsent_;
         }
     }
     drop(fd);
@@ -153,7 +152,7 @@ void ControlServer::visit_counters(const std::function<void(const char *name, ui
         {"control_replies_unsent", unsent_},
         {"failed_assertions", g_uiMcastAssertCnt},
     };
-    for (size_t i = 0; i < static_cast<size_t>(ControlStatus::Count); i++) {
+    for (size_t i = 0; i < static_cast<size_t>(ControlStatus::Count); ++i) {
         const auto status = static_cast<ControlStatus>(i);
         counters[std::string("control_requests_") + control_status_name(status)] = registry_.answered(status);
     }

@@ -10,12 +10,12 @@
 #ifndef DAEMONS_COMMON_CONTROL_H
 #define DAEMONS_COMMON_CONTROL_H
 
-#include "daemons/common/control_registry.h"
-#include "daemons/common/reactor.h"
-
 #include <cstdint>
 #include <deque>
 #include <functional>
+
+#include "daemons/common/control_registry.h"
+#include "daemons/common/reactor.h"
 
 namespace mcastd
 {

@@ -1,9 +1,9 @@
 #include "daemons/common/control_debug.h"
 
-#include "daemons/common/trace.h"
-
 #include <map>
 #include <string>
+
+#include "daemons/common/trace.h"
 
 namespace mcastd
 {

@@ -69,7 +69,7 @@ int ControlField::compare(const ControlField &other) const
 int compare_keys(const ControlFields &one, const ControlFields &other, size_t count)
 {
     const size_t common = std::min({one.size(), other.size(), count});
-    for (size_t i = 0; i < common; i++) {
+    for (size_t i = 0; i < common; ++i) {
         if (const int result = one[i].compare(other[i])) {
             return result;
         }

@@ -4,13 +4,13 @@
 #ifndef DAEMONS_COMMON_CONTROL_FIELD_H
 #define DAEMONS_COMMON_CONTROL_FIELD_H
 
-#include "mcast/common.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <variant>
 #include <vector>
+
+#include "mcast/common.h"
 
 namespace mcastd
 {

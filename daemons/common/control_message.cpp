@@ -1,9 +1,9 @@
 #include "daemons/common/control_message.h"
 
-#include "daemons/common/bytes.h"
-
 #include <algorithm>
 #include <iterator>
+
+#include "daemons/common/bytes.h"
 
 namespace mcastd
 {
@@ -80,7 +80,7 @@ bool read_truth(ByteReader &reader)
 std::vector<uint32_t> read_interfaces(ByteReader &reader)
 {
     std::vector<uint32_t> if_indexes;
-    for (unsigned count = reader.u8(); count > 0 && !reader.failed(); count--) {
+    for (unsigned count = reader.u8(); count > 0 && !reader.failed(); --count) {
         if_indexes.push_back(reader.u32());
     }
     return if_indexes;
@@ -122,7 +122,7 @@ ControlFields read_fields(ByteReader &reader)
     if (count > CONTROL_FIELDS_MAX) {
         reader.fail();
     }
-    for (unsigned i = 0; i < count && !reader.failed(); i++) {
+    for (unsigned i = 0; i < count && !reader.failed(); ++i) {
         fields.push_back(read_field(reader));
     }
     return fields;
@@ -265,7 +265,7 @@ bool decode(std::span<const uint8_t> bytes, ControlReply *reply)
     reply->error_index = reader.u32();
     reply->message = read_text(reader, MESSAGE_TEXT_MAX);
     reply->rows.clear();
-    for (unsigned i = 0; i < row_count && !reader.failed(); i++) {
+    for (unsigned i = 0; i < row_count && !reader.failed(); ++i) {
         reply->rows.push_back(read_fields(reader));
     }
     return is_whole(reader);
@@ -283,7 +283,7 @@ bool ControlReplyWriter::add_row(const ControlFields &row)
         return false;
     }
     used_ += writer.written();
-    row_count_++;
+    ++row_count_;
     return true;
 }
 

@@ -8,13 +8,13 @@
 #ifndef DAEMONS_COMMON_CONTROL_MESSAGE_H
 #define DAEMONS_COMMON_CONTROL_MESSAGE_H
 
-#include "daemons/common/control_field.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
+
+#include "daemons/common/control_field.h"
 
 namespace mcastd
 {

@@ -16,7 +16,7 @@ bool is_key_of(const ControlSchema &schema, const ControlFields &key)
     if (key.size() > schema.key_size) {
         return false;
     }
-    for (size_t i = 0; i < key.size(); i++) {
+    for (size_t i = 0; i < key.size(); ++i) {
         if (!key[i].is(schema.columns[i].type)) {
             return false;
         }
@@ -61,7 +61,7 @@ bool ControlRows::fits_schema(const ControlFields &row) const
     if (row.size() != schema_.columns.size()) {
         return false;
     }
-    for (size_t i = 0; i < row.size(); i++) {
+    for (size_t i = 0; i < row.size(); ++i) {
         const bool absent = row[i].is(FieldType::None) && i >= schema_.key_size;
         if (!absent && !row[i].is(schema_.columns[i].type)) {
             return false;
@@ -127,7 +127,7 @@ std::vector<uint8_t> ControlRegistry::answer(std::span<const uint8_t> bytes)
     } catch (const std::bad_alloc &) {
         outcome = refuse(ControlStatus::Failed, "out of memory");
     }
-    answered_[static_cast<size_t>(outcome.status)]++;
+    ++answered_[static_cast<size_t>(outcome.status)];
     return reply.finish(outcome.status, outcome.error_index, outcome.message);
 }
 
@@ -197,7 +197,7 @@ ControlOutcome ControlRegistry::set(const TableEntry &entry, const ControlReques
         }
         settings.push_back(setting);
     }
-    for (size_t i = 0; i < settings.size(); i++) {
+    for (size_t i = 0; i < settings.size(); ++i) {
         settings[i]->apply(request.key, values[2 * i + 1]);
     }
     return {};

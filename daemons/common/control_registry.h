@@ -12,15 +12,15 @@
 #ifndef DAEMONS_COMMON_CONTROL_REGISTRY_H
 #define DAEMONS_COMMON_CONTROL_REGISTRY_H
 
-#include "daemons/common/control_message.h"
-#include "daemons/common/control_tables.h"
-
 #include <array>
 #include <functional>
 #include <map>
 #include <span>
 #include <string>
 #include <vector>
+
+#include "daemons/common/control_message.h"
+#include "daemons/common/control_tables.h"
 
 namespace mcastd
 {

@@ -5,10 +5,10 @@
 #ifndef DAEMONS_COMMON_CONTROL_TABLES_H
 #define DAEMONS_COMMON_CONTROL_TABLES_H
 
-#include "daemons/common/control_field.h"
-
 #include <cstdint>
 #include <span>
+
+#include "daemons/common/control_field.h"
 
 namespace mcastd
 {

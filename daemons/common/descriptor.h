@@ -4,10 +4,9 @@
 #ifndef DAEMONS_COMMON_DESCRIPTOR_H
 #define DAEMONS_COMMON_DESCRIPTOR_H
 
-#include <utility>
-
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 namespace mcastd
 {

@@ -1,9 +1,5 @@
 #include "daemons/common/frame.h"
 
-#include "daemons/common/log.h"
-#include "daemons/common/options.h"
-#include "mcast/event.h"
-
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -14,6 +10,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
+
+#include "daemons/common/log.h"
+#include "daemons/common/options.h"
+#include "mcast/event.h"
 
 namespace mcastd
 {

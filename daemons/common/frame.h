@@ -19,11 +19,11 @@
 #ifndef DAEMONS_COMMON_FRAME_H
 #define DAEMONS_COMMON_FRAME_H
 
-#include "daemons/common/reactor.h"
-
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "daemons/common/reactor.h"
 
 namespace mcastd
 {

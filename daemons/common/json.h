@@ -40,7 +40,6 @@ public:
     void close(char bracket)
     {
         const bool in_line = line_depth_ != 0;
-
         if (line_depth_ == depth_) {
             line_depth_ = 0;
         }

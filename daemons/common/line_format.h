@@ -6,13 +6,13 @@
 #ifndef DAEMONS_COMMON_LINE_FORMAT_H
 #define DAEMONS_COMMON_LINE_FORMAT_H
 
-#include "mcast/common.h"
-#include "mcast/format.h"
-
 #include <cstddef>
 #include <string>
 #include <string_view>
 #include <type_traits>
+
+#include "mcast/common.h"
+#include "mcast/format.h"
 
 namespace mcastd
 {
@@ -75,7 +75,6 @@ constexpr bool line_format_fits(std::string_view format, const LineArgument *arg
     constexpr std::string_view BEFORE_LETTER = "-+ #0123456789.";
     size_t taken = 0;
     size_t at = format.find('%');
-
     while (at != format.npos) {
         const bool doubled = at + 1 < format.size() && format[at + 1] == '%';
         const size_t letter = format.find_first_not_of(BEFORE_LETTER, at + 1);

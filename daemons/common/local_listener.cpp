@@ -1,11 +1,11 @@
 #include "daemons/common/local_listener.h"
 
-#include "platform/local_socket.h"
-
 #include <arpa/inet.h>
 #include <cerrno>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "platform/local_socket.h"
 
 namespace mcastd
 {

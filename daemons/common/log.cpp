@@ -42,7 +42,7 @@ void print(LogLevel level, const char *format, va_list arguments)
 
 std::optional<LogLevel> log_level_from_name(std::string_view name)
 {
-    for (int level = 0; level < 4; level++) {
+    for (int level = 0; level < 4; ++level) {
         if (name == LEVEL_NAMES[level]) {
             return static_cast<LogLevel>(level);
         }

@@ -10,15 +10,13 @@
  */
 #include "daemons/common/mrib_channel.h"
 
-#include <utility>
-
 #include <sys/epoll.h>
+#include <utility>
 
 #include "daemons/common/log.h"
 
 namespace mcastd
 {
-
 namespace
 {
 
@@ -135,7 +133,6 @@ void MribChannel::on_retry(void *owner)
 uint64_t MribChannel::on_connected(int32_t socket)
 {
     MribChannel &channel = *the_channel;
-
     if (!channel.reactor_.add(socket, EPOLLIN,
                               [&channel, socket](uint32_t events) { channel.ready(events, socket); })) {
         log_error("cannot watch the connection to the MRIB process");
@@ -150,7 +147,6 @@ uint64_t MribChannel::on_connected(int32_t socket)
 void MribChannel::on_disconnected(int32_t socket)
 {
     MribChannel &channel = *the_channel;
-
     if (!channel.connected_) {
         return;
     }

@@ -1,9 +1,9 @@
 #include "daemons/common/options.h"
 
+#include <CLI/CLI.hpp>
+
 #include "daemons/common/log.h"
 #include "daemons/common/trace.h"
-
-#include <CLI/CLI.hpp>
 
 namespace mcastd
 {

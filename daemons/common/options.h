@@ -5,12 +5,12 @@
 #ifndef DAEMONS_COMMON_OPTIONS_H
 #define DAEMONS_COMMON_OPTIONS_H
 
-#include "mcast/common.h"
-
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "mcast/common.h"
 
 namespace CLI
 {

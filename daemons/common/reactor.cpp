@@ -1,9 +1,9 @@
 #include "daemons/common/reactor.h"
 
+#include <utility>
+
 #include "mcast/event.h"
 #include "mcasthost/loop.h"
-
-#include <utility>
 
 namespace mcastd
 {

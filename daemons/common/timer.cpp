@@ -5,7 +5,6 @@
 
 namespace mcastd
 {
-
 namespace
 {
 
@@ -54,7 +53,6 @@ uint32_t boot_time_s()
 {
     uint32_t seconds = 0;
     uint32_t sub_seconds = 0;
-
     TIME_GetSystemBootTime(&seconds, &sub_seconds);
     return seconds;
 }
@@ -111,7 +109,6 @@ bool timer_is_due(const Timer &timer)
 uint32_t timer_remaining_s(const Timer &timer)
 {
     uint32_t now = boot_time_s();
-
     return timer.node != nullptr && timer.node->expiry > now ? timer.node->expiry - now : 0;
 }
 

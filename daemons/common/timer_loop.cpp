@@ -8,7 +8,6 @@
 
 #include <cerrno>
 #include <cstring>
-
 #include <sys/epoll.h>
 #include <sys/timerfd.h>
 
@@ -29,7 +28,6 @@ TimerLoop::~TimerLoop()
 bool TimerLoop::open()
 {
     const uint64_t parameters[4] = {reinterpret_cast<uint64_t>(this), 0, 0, 0};
-
     manager_ =
         MCAST_TMR_Create(HOST_LoopTimerService(reactor_.descriptor()), platform_timer_fired, parameters);
     wake_up_ = Descriptor(timerfd_create(CLOCK_BOOTTIME, TFD_NONBLOCK | TFD_CLOEXEC));
@@ -46,7 +44,6 @@ void TimerLoop::set_wake_up()
     const auto *top = static_cast<const MCAST_TMR_NODE_S *>(MCAST_MinHeapTop(manager_->heap));
     const uint32_t due_s = top != nullptr ? top->expiry : 0;
     itimerspec when{};
-
     when.it_value.tv_sec = due_s;
     if (due_s != wake_up_s_ && timerfd_settime(wake_up_.get(), TFD_TIMER_ABSTIME, &when, nullptr) == 0) {
         wake_up_s_ = due_s;
@@ -56,7 +53,6 @@ void TimerLoop::set_wake_up()
 void TimerLoop::woken()
 {
     uint64_t ticks = 0;
-
     if (read(wake_up_.get(), &ticks, sizeof(ticks)) > 0) {
         wake_up_s_ = 0;
         MCAST_TMR_ProcExpires(manager_);

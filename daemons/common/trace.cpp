@@ -1,15 +1,15 @@
 #include "daemons/common/trace.h"
 
-#include "daemons/common/log.h"
-#include "mcast/interface_name.h"
-#include "platform/acl.h"
-
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <unistd.h>
+
+#include "daemons/common/log.h"
+#include "mcast/interface_name.h"
+#include "platform/acl.h"
 
 namespace mcastd
 {
@@ -28,7 +28,6 @@ size_t write_start(const MRIB_GMP_VRF_KEY_S &key, char *line, size_t size)
 {
     char vrf_name[MCAST_VRF_NAME_SIZE];
     char instance[MCAST_INST_STR_SIZE];
-
     MCAST_GetVrfNameByVrfIndex(key.vrf_index, vrf_name);
     MCAST_GetInstStr(&key, vrf_name, instance);
     const int length = std::snprintf(line, size, "%s: trace: %s", log_name(), instance);
@@ -52,7 +51,7 @@ const TraceSettings &trace_settings()
 bool trace_switch(std::string_view name, bool on, std::string *error)
 {
     uint32_t bits = name == "all" ? EVERY_CATEGORY : 0;
-    for (size_t i = 0; i < std::size(CATEGORY_NAMES); i++) {
+    for (size_t i = 0; i < std::size(CATEGORY_NAMES); ++i) {
         bits |= name == CATEGORY_NAMES[i] ? 1u << i : 0;
     }
     if (bits == 0) {
@@ -103,7 +102,6 @@ void trace_line(MRIB_GMP_VRF_KEY_S key, const char *format, ...)
     char line[1024];
     const size_t start = write_start(key, line, sizeof(line));
     va_list arguments;
-
     va_start(arguments, format);
     const uint64_t length = MCAST_vsprintf(&key, g_settings.acl, g_settings.if_index, format, arguments,
                                            sizeof(line) - start, line + start);

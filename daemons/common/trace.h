@@ -14,14 +14,14 @@
 #ifndef DAEMONS_COMMON_TRACE_H
 #define DAEMONS_COMMON_TRACE_H
 
-#include "daemons/common/line_format.h"
-#include "mcast/common.h"
-
 #include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
 #include <type_traits>
+
+#include "daemons/common/line_format.h"
+#include "mcast/common.h"
 
 namespace mcastd
 {

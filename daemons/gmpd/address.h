@@ -2,8 +2,8 @@
  * Small operations on address records that both families share. Everything is header-only and allocates
  * nothing except to_text.
  */
-#ifndef GMPD_ADDRESS_H
-#define GMPD_ADDRESS_H
+#ifndef DAEMONS_GMPD_ADDRESS_H
+#define DAEMONS_GMPD_ADDRESS_H
 
 #include <algorithm>
 #include <cstdint>
@@ -42,7 +42,6 @@ constexpr Address any_address(uint16_t family)
 inline Address make_address(uint16_t family, std::span<const uint8_t> bytes)
 {
     Address address = any_address(family);
-
     memcpy(address.address, bytes.data(), std::min(bytes.size(), address_size(family)));
     return address;
 }
@@ -78,7 +77,6 @@ inline bool is_multicast(const Address &address)
 inline bool is_link_scope_group(const Address &address)
 {
     const uint8_t *bytes = address.address;
-
     if (address.family == MCAST_FAMILY_IPV4) {
         return bytes[0] == 224 && bytes[1] == 0 && bytes[2] == 0;
     }
@@ -97,7 +95,6 @@ inline bool shares_prefix(const Address &first, const Address &second, uint8_t b
 {
     size_t whole = bits / 8;
     uint8_t rest = static_cast<uint8_t>(bits % 8);
-
     if (memcmp(first.address, second.address, whole) != 0) {
         return false;
     }

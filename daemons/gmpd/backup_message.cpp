@@ -5,7 +5,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -17,7 +16,6 @@ std::vector<uint8_t> encode(const BackupMessage &message)
 {
     std::vector<uint8_t> bytes(BACKUP_MESSAGE_MAX);
     mcastd::ByteWriter writer(bytes);
-
     writer.u8(VERSION);
     writer.u8(static_cast<uint8_t>(message.kind));
     writer.u16(static_cast<uint16_t>(message.records.size()));

@@ -13,8 +13,8 @@
  *
  * Begin comes first: what follows is everything. End: everything was said, what follows are changes.
  */
-#ifndef GMPD_BACKUP_MESSAGE_H
-#define GMPD_BACKUP_MESSAGE_H
+#ifndef DAEMONS_GMPD_BACKUP_MESSAGE_H
+#define DAEMONS_GMPD_BACKUP_MESSAGE_H
 
 #include <cstdint>
 #include <optional>

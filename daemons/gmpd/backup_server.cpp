@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstring>
-
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -137,7 +136,6 @@ bool BackupServer::send_some(int fd, Standby &standby)
 bool BackupServer::send_untold(int fd, Standby &standby)
 {
     bool wait = false;
-
     while (!wait && (!standby.synchronised || !standby.untold.empty())) {
         if (!send_some(fd, standby)) {
             if (errno != EAGAIN && errno != EINTR) {
@@ -157,7 +155,6 @@ bool BackupServer::send_untold(int fd, Standby &standby)
 size_t BackupServer::synchronised() const
 {
     size_t count = 0;
-
     for (const auto &[fd, standby] : standbys_) {
         count += standby.synchronised && standby.untold.empty() ? 1 : 0;
     }

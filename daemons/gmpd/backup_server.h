@@ -3,8 +3,8 @@
  * which user has which interface index, everything first and then what changes. Who listens there is the one
  * that is active.
  */
-#ifndef GMPD_BACKUP_SERVER_H
-#define GMPD_BACKUP_SERVER_H
+#ifndef DAEMONS_GMPD_BACKUP_SERVER_H
+#define DAEMONS_GMPD_BACKUP_SERVER_H
 
 #include <cstdint>
 #include <map>

@@ -1,8 +1,8 @@
 /*
  * What the operator sets, in the units of the protocol. Versions are numbered as IGMP's; see message.h.
  */
-#ifndef GMPD_CONFIG_H
-#define GMPD_CONFIG_H
+#ifndef DAEMONS_GMPD_CONFIG_H
+#define DAEMONS_GMPD_CONFIG_H
 
 #include <cstdint>
 #include <string>

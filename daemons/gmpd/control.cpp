@@ -14,7 +14,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -31,7 +30,6 @@ uint32_t first_interface(const ControlRows &rows)
 template <typename Visit> void from_position(const Router &router, const ControlRows &rows, Visit visit)
 {
     const auto end = router.interfaces.end();
-
     for (auto at = router.interfaces.lower_bound(first_interface(rows)); at != end && !rows.full(); ++at) {
         visit(*at->second);
     }
@@ -42,7 +40,6 @@ template <typename Visit> void from_position(const Router &router, const Control
 const Address *address_in(const ControlRows &rows, const Interface &interface, size_t place)
 {
     const ControlFields &key = rows.key();
-
     if (key.size() <= place || key[0].as_interface() != interface.index ||
         key[place].as_address().family != interface.router->config.family) {
         return nullptr;
@@ -107,7 +104,6 @@ void list_groups(const Router &router, ControlRows &rows)
 ControlFields source_row(const Interface &interface, const MRT_SOURCE_S *entry)
 {
     const bool of_users = interface.members != nullptr;
-
     return {
         ControlField::interface(interface.index),
         ControlField::address(*entry->group->address),
@@ -137,7 +133,6 @@ void list_sources(const Router &router, ControlRows &rows)
 void list_interfaces(const Router &router, ControlRows &rows)
 {
     const bool ipv4 = router.config.family == MCAST_FAMILY_IPV4;
-
     from_position(router, rows, [&](const Interface &interface) {
         rows.add({
             ControlField::interface(interface.index),
@@ -194,7 +189,6 @@ NamedValues process_counters(const mcastd::ControlServer &server, const ProcessS
         {"mrib_connects", process.mrib_connects},
         {"packets_lost_in_kernel", process.kernel_drops},
     };
-
     server.visit_counters(
         [&counters](const char *name, uint64_t value) { counters.emplace_back(name, value); });
     return counters;
@@ -203,7 +197,6 @@ NamedValues process_counters(const mcastd::ControlServer &server, const ProcessS
 NamedValues interface_counters(const Interface &interface)
 {
     NamedValues counters;
-
     for (size_t i = 0; i < static_cast<size_t>(Count::Total); ++i) {
         counters.emplace_back(count_name(static_cast<Count>(i)), interface.counters[static_cast<Count>(i)]);
     }
@@ -215,7 +208,6 @@ void list_counters(const mcastd::ControlServer &server, const Router &router, co
 {
     const ControlFields family = {ControlField::family(router.config.family)};
     const uint32_t first = rows.key().size() > 1 ? rows.key()[1].as_interface() : 0;
-
     if (!rows.wants(family)) {
         return;
     }
@@ -249,7 +241,6 @@ std::string check_query_interval(const Router &router, const ControlFields &key,
 void apply_query_interval(Router &router, const ControlFields &key, const ControlField &value)
 {
     const auto seconds = static_cast<uint32_t>(value.as_number());
-
     if (!key.empty()) {
         querier_set_interval(*router.interfaces.at(key[0].as_interface()), seconds);
         return;
@@ -267,7 +258,6 @@ void apply_query_interval(Router &router, const ControlFields &key, const Contro
 void offer_control(mcastd::ControlServer &server, Router &router, std::function<ProcessStatus()> process)
 {
     mcastd::ControlRegistry &registry = server.registry();
-
     registry.add_table(mcastd::GROUP_TABLE, [&router](ControlRows &rows) { list_groups(router, rows); });
     registry.add_table(mcastd::SOURCE_TABLE, [&router](ControlRows &rows) { list_sources(router, rows); });
     registry.add_table(mcastd::INTERFACE_TABLE,

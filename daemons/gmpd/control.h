@@ -1,8 +1,8 @@
 /*
  * What gmpd offers at its control endpoint: its tables and the query interval.
  */
-#ifndef GMPD_CONTROL_H
-#define GMPD_CONTROL_H
+#ifndef DAEMONS_GMPD_CONTROL_H
+#define DAEMONS_GMPD_CONTROL_H
 
 #include <functional>
 

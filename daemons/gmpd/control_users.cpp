@@ -9,7 +9,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -45,7 +44,6 @@ uint32_t list_user(MCAST_USRAUTH_USER_S *record, MCAST_USRAUTH_ENTRY_S *, MTABLE
     const Listing &listing = *static_cast<Listing *>(argument);
     const User *user = listing.service.table().find(record);
     const bool named = record->name != nullptr && record->name[0] != '\0';
-
     return taken(listing.rows.add({
         ControlField::interface(record->if_index),
         ControlField::family(listing.family),
@@ -97,7 +95,6 @@ void list_users(Listing listing)
 {
     const MCAST_USRAUTH_USER_FILTER_S filter = {MCAST_USRAUTH_WALK_FROM, first_interface(listing.rows), 0,
                                                 nullptr, nullptr};
-
     MCAST_USRAUTH_WalkAllUserByIfIndex(&filter, list_user, nullptr, &listing);
 }
 
@@ -105,7 +102,6 @@ void list_rights(Listing listing)
 {
     const MCAST_USRAUTH_USER_FILTER_S filter = {MCAST_USRAUTH_WALK_FROM_ENTRIES,
                                                 first_interface(listing.rows), 0, nullptr, nullptr};
-
     MCAST_USRAUTH_WalkAllUserByIfIndex(&filter, nullptr, list_right, &listing);
 }
 
@@ -114,7 +110,6 @@ uint32_t list_detail(MCAST_USRAUTH_MSG_DETAIL_S *record, void *argument)
     const Listing &listing = *static_cast<Listing *>(argument);
     ControlFields row = {ControlField::family(listing.family), ControlField::number(record->node),
                          ControlField::number(record->user_id)};
-
     for (const uint32_t count : record->counts) {
         row.push_back(ControlField::counter(count));
     }
@@ -125,7 +120,6 @@ void list_details(Listing listing)
 {
     const ControlFields &key = listing.rows.key();
     MCAST_USRAUTH_DETAIL_FILTER_S filter{};
-
     if (!listing.rows.wants({ControlField::family(listing.family)})) {
         return;
     }
@@ -199,7 +193,6 @@ void offer_user_control(mcastd::ControlServer &server, const Router &router, Use
             }
         });
     };
-
     offer(mcastd::USER_TABLE, list_users);
     offer(mcastd::USER_RIGHT_TABLE, list_rights);
     offer(mcastd::USER_MESSAGE_TABLE, list_details);

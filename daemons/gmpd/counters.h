@@ -3,8 +3,8 @@
  * Each counter has a name under which the status file shows it. Counters never wrap in practice and are never
  * reset while an interface exists.
  */
-#ifndef GMPD_COUNTERS_H
-#define GMPD_COUNTERS_H
+#ifndef DAEMONS_GMPD_COUNTERS_H
+#define DAEMONS_GMPD_COUNTERS_H
 
 #include "daemons/common/counters.h"
 

@@ -26,9 +26,8 @@
 
 #include <new>
 #include <optional>
-#include <utility>
-
 #include <sys/epoll.h>
+#include <utility>
 
 #include "daemons/common/config_file.h"
 #include "daemons/common/control.h"
@@ -52,7 +51,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -64,7 +62,6 @@ constexpr uint32_t HAND_OVER_PATIENCE = 3;
 bool load_lists(const Config &config)
 {
     std::string error;
-
     if (!mcastd::load_config(
             config.file.c_str(), "gmpd", [](mcastd::ConfigTable &) {}, &error)) {
         mcastd::log_error("%s", error.c_str());
@@ -303,7 +300,6 @@ private:
     ProcessStatus process()
     {
         ProcessStatus status;
-
         status.mrib_connected = mrib_.connected();
         status.mrib_connects = mrib_.connects();
         status.mrib_pending = mrib_.pending();

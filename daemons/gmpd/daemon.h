@@ -1,8 +1,8 @@
 /*
  * The daemon put together: configuration in, event loop out.
  */
-#ifndef GMPD_DAEMON_H
-#define GMPD_DAEMON_H
+#ifndef DAEMONS_GMPD_DAEMON_H
+#define DAEMONS_GMPD_DAEMON_H
 
 #include "daemons/common/options.h"
 #include "daemons/gmpd/config.h"

@@ -1,8 +1,8 @@
 /*
  * Where the state machine's effects go in the daemon.
  */
-#ifndef GMPD_DAEMON_OUTPUTS_H
-#define GMPD_DAEMON_OUTPUTS_H
+#ifndef DAEMONS_GMPD_DAEMON_OUTPUTS_H
+#define DAEMONS_GMPD_DAEMON_OUTPUTS_H
 
 #include "daemons/gmpd/interface.h"
 #include "daemons/gmpd/mrib_link.h"

@@ -6,8 +6,8 @@
  *
  * with a mantissa of 4 bits in an 8-bit field and 12 bits in a 16-bit field.
  */
-#ifndef GMPD_FLOAT_CODE_H
-#define GMPD_FLOAT_CODE_H
+#ifndef DAEMONS_GMPD_FLOAT_CODE_H
+#define DAEMONS_GMPD_FLOAT_CODE_H
 
 #include <cstdint>
 
@@ -18,7 +18,6 @@ namespace gmpd
 constexpr uint32_t decode_float(uint32_t code, unsigned mantissa_bits)
 {
     uint32_t one = 1u << mantissa_bits;
-
     if (code < one << 3) {
         return code;
     }
@@ -36,7 +35,6 @@ constexpr uint32_t encode_float_down(uint32_t value, unsigned mantissa_bits)
 {
     uint32_t one = 1u << mantissa_bits;
     uint32_t exponent = 0;
-
     if (value < one << 3) {
         return value;
     }
@@ -53,7 +51,6 @@ constexpr uint32_t encode_float_down(uint32_t value, unsigned mantissa_bits)
 constexpr uint32_t encode_float_up(uint32_t value, unsigned mantissa_bits)
 {
     uint32_t code = encode_float_down(value, mantissa_bits);
-
     return decode_float(code, mantissa_bits) < value && value < max_float(mantissa_bits) ? code + 1 : code;
 }
 

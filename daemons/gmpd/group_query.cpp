@@ -15,7 +15,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -35,7 +34,6 @@ void send_about_group(GroupState &group)
 {
     Interface &interface = *group.interface;
     Query query;
-
     query.group = *group.entry->address;
     query.max_response_ms = last_member_interval_ms(interface);
     query.suppress = timer_beyond(group.timer, last_member_time_ms(interface));
@@ -51,7 +49,6 @@ void send_about_sources(GroupState &group, std::span<const Address> sources, boo
     Interface &interface = *group.interface;
     const size_t room = sources_per_query(group.entry->address->family, link_of(interface).mtu);
     Query query;
-
     query.group = *group.entry->address;
     query.max_response_ms = last_member_interval_ms(interface);
     query.suppress = suppress;
@@ -95,7 +92,6 @@ void repeat(void *owner)
     const uint32_t time_ms = last_member_time_ms(*group.interface);
     Round round;
     bool more = false;
-
     if (!link_of(*group.interface).querier.elected) {
         forget_questions(group);
         return;
@@ -143,7 +139,6 @@ void ask(GroupState &group, const std::vector<SourceState *> &sources, bool abou
     const uint32_t time_ms = last_member_time_ms(interface);
     const uint32_t repetitions = interface.querier.robustness - 1;
     Round round;
-
     if (interface.router->config.immediate_leave) {
         trace(TraceCategory::Group, interface, "%N on %P: the leave is believed at once",
               group.entry->address, interface.index);

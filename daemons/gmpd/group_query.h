@@ -2,8 +2,8 @@
  * Queries about one group: what follows a host's leave, their repetition, and what those of another querier
  * mean here (RFC 3376 sections 6.6.1 and 6.6.3, RFC 3810 sections 7.6.1 and 7.6.3).
  */
-#ifndef GMPD_GROUP_QUERY_H
-#define GMPD_GROUP_QUERY_H
+#ifndef DAEMONS_GMPD_GROUP_QUERY_H
+#define DAEMONS_GMPD_GROUP_QUERY_H
 
 #include <vector>
 

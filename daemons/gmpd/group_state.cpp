@@ -24,7 +24,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -47,7 +46,6 @@ MCAST_TMR_S *timers_of(const GroupState &group)
 void tell_member(const GroupState &group, const Address *source, bool join, bool blocked)
 {
     const Interface &interface = *group.interface;
-
     if (interface.link != nullptr) {
         interface.link->members->note(*group.entry->address, source, join, blocked);
     } else {
@@ -117,7 +115,6 @@ void tell_removals(SourceState &source, bool reported)
 void group_expired(void *owner)
 {
     GroupState &group = *static_cast<GroupState *>(owner);
-
     trace(TraceCategory::Group, *group.interface, "%N on %P: nobody wants any source any more",
           group.entry->address, group.interface->index);
     // Sources that end in this very second do not outlive the group for an instant.
@@ -133,7 +130,6 @@ void group_expired(void *owner)
 void source_expired(void *owner)
 {
     SourceState &source = *static_cast<SourceState *>(owner);
-
     trace(TraceCategory::Group, *source.group->interface, "(%M, %N) on %P: nobody wants it any more",
           source.entry->address, source.group->entry->address, source.group->interface->index);
     source.group->dirty = true;
@@ -147,7 +143,6 @@ void warn_group_limit(Interface &interface)
 {
     const uint32_t used = MRT_CountTable(interface.groups);
     const uint32_t limit = interface.router->config.max_groups;
-
     if (!interface.near_group_limit && warns_at(used, limit)) {
         interface.near_group_limit = true;
         mcastd::log_warning("%s: %u groups, the limit is %u: raise it with --max-groups",
@@ -161,7 +156,6 @@ void warn_source_limit(GroupState &group)
 {
     const uint32_t used = MRT_CountTable(group.entry->sources);
     const uint32_t limit = group.interface->router->config.max_sources;
-
     if (!group.near_source_limit && warns_at(used, limit)) {
         group.near_source_limit = true;
         mcastd::log_warning("%s: group %s has %u sources, the limit is %u: raise it with --max-sources",
@@ -176,7 +170,6 @@ void warn_source_limit(GroupState &group)
 bool has_room(const Interface &interface, const Address &group)
 {
     const uint32_t limit = interface.router->config.max_groups;
-
     if (MRT_CountTable(interface.groups) >= limit) {
         return false;
     }
@@ -190,7 +183,6 @@ void release_group(void **user_data)
 {
     std::unique_ptr<GroupState> group(static_cast<GroupState *>(*user_data));
     MCAST_TMR_S *timers = timers_of(*group);
-
     for (mcastd::Timer *timer : {&group->timer, &group->retransmit, &group->v1_host, &group->v2_host}) {
         timer_stop(timers, *timer);
     }
@@ -199,7 +191,6 @@ void release_group(void **user_data)
 void release_source(void **user_data)
 {
     std::unique_ptr<SourceState> source(static_cast<SourceState *>(*user_data));
-
     timer_stop(timers_of(*source->group), source->timer);
 }
 
@@ -211,7 +202,6 @@ GroupState *find_group(const Interface &interface, const Address &group)
 SourceState *find_source(const GroupState &group, const Address &source)
 {
     SourceState *state = state_of(static_cast<MRT_SOURCE_S *>(MRT_Locate(group.entry->sources, &source)));
-
     return state != nullptr && !state->doomed ? state : nullptr;
 }
 
@@ -332,7 +322,6 @@ void remove_group(GroupState &group)
 {
     Interface &interface = *group.interface;
     const Address address = *group.entry->address;
-
     for_each_source(group, [](SourceState &source) { source.doomed = true; });
     group.exclude = false;
     tell_any(group, false);

@@ -3,8 +3,8 @@
  * what changed to the MRIB. What messages do to them is in membership.h, what is asked about them in
  * group_query.h.
  */
-#ifndef GMPD_GROUP_STATE_H
-#define GMPD_GROUP_STATE_H
+#ifndef DAEMONS_GMPD_GROUP_STATE_H
+#define DAEMONS_GMPD_GROUP_STATE_H
 
 #include <cstdint>
 #include <memory>

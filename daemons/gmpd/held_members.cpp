@@ -16,7 +16,6 @@ bool HeldMembers::WishLess::operator()(const MemberChange &first, const MemberCh
 bool HeldMembers::hold(const MemberChange &change)
 {
     const auto found = places_.find(change);
-
     if (found != places_.end()) {
         *found->second = change;
         order_.splice(order_.end(), order_, found->second);

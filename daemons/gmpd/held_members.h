@@ -2,8 +2,8 @@
  * Membership changes that wait while the MRIB process says it is busy: of each wish only the last word, in
  * the order in which the last words were said.
  */
-#ifndef GMPD_HELD_MEMBERS_H
-#define GMPD_HELD_MEMBERS_H
+#ifndef DAEMONS_GMPD_HELD_MEMBERS_H
+#define DAEMONS_GMPD_HELD_MEMBERS_H
 
 #include <cstdint>
 #include <list>

@@ -101,7 +101,6 @@ uint32_t configured_query_interval_s(const Interface &interface)
 uint32_t membership_interval_ms(const Interface &interface)
 {
     const Querier &querier = link_of(interface).querier;
-
     return querier.robustness * querier.query_interval_s * 1000 + querier.response_ms;
 }
 

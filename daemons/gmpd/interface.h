@@ -7,8 +7,8 @@
  *
  * All of it belongs to the thread that runs the event loop.
  */
-#ifndef GMPD_INTERFACE_H
-#define GMPD_INTERFACE_H
+#ifndef DAEMONS_GMPD_INTERFACE_H
+#define DAEMONS_GMPD_INTERFACE_H
 
 #include <cstdint>
 #include <map>

@@ -1,8 +1,8 @@
 /*
  * The IP part of a received packet: everything that is checked before the message inside is looked at.
  */
-#ifndef GMPD_IP_PARSE_H
-#define GMPD_IP_PARSE_H
+#ifndef DAEMONS_GMPD_IP_PARSE_H
+#define DAEMONS_GMPD_IP_PARSE_H
 
 #include <cstdint>
 #include <span>

@@ -20,7 +20,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -61,7 +60,6 @@ MRT_GROUP_S *find_entry(MRT_TABLE_S *groups, const Address &group)
 MRT_GROUP_S *ensure_entry(MRT_TABLE_S *groups, const Address &group)
 {
     MRT_GROUP_S *entry = find_entry(groups, group);
-
     if (entry == nullptr) {
         entry = mcastd::must_have(MRT_CreateGroupMask(groups, &group, address_bits(group.family)));
         entry->user_data = new GroupShare;
@@ -72,7 +70,6 @@ MRT_GROUP_S *ensure_entry(MRT_TABLE_S *groups, const Address &group)
 MRT_SOURCE_S *ensure_entry(MRT_GROUP_S *group, const Address &source)
 {
     auto *entry = static_cast<MRT_SOURCE_S *>(MRT_Locate(group->sources, &source));
-
     if (entry == nullptr) {
         entry = mcastd::must_have(MRT_CreateSourceMask(group, &source, address_bits(source.family)));
         entry->user_data = new SourceShare;
@@ -229,7 +226,6 @@ void LinkMembers::visit_sources(const Address &group,
                                 const std::function<void(const Address &, bool)> &visitor) const
 {
     const MRT_GROUP_S *entry = find_entry(groups_, group);
-
     if (entry != nullptr) {
         for_each_entry<MRT_SOURCE_S>(
             entry->sources, [&](MRT_SOURCE_S *source) { visitor(*source->address, wants_source(source)); });

@@ -2,8 +2,8 @@
  * What the users of one link ask for together. A source is wanted on the link when it is wanted by at least
  * one of them, and the MRIB is told of the link alone.
  */
-#ifndef GMPD_LINK_MEMBERS_H
-#define GMPD_LINK_MEMBERS_H
+#ifndef DAEMONS_GMPD_LINK_MEMBERS_H
+#define DAEMONS_GMPD_LINK_MEMBERS_H
 
 #include <cstdint>
 #include <functional>

@@ -21,7 +21,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -34,7 +33,6 @@ Address address_of(uint16_t family, const uint8_t *bytes)
 bool requires_user(const Config &config, const std::string &name)
 {
     const std::vector<std::string> &names = config.user_auth_interfaces;
-
     return config.user_auth && (names.empty() || std::find(names.begin(), names.end(), name) != names.end());
 }
 
@@ -48,7 +46,6 @@ std::vector<Prefix> prefixes_of(HOST_LINK_TABLE table, uint32_t if_index, uint16
 {
     std::vector<Prefix> prefixes;
     HOST_ADDRESS_S address;
-
     for (uint32_t at = 0; HOST_LinkGetAddress(table, if_index, at, &address) == 0; ++at) {
         if (address.family == family) {
             prefixes.push_back(Prefix{address_of(family, address.peer), address.prefix_length});
@@ -98,7 +95,6 @@ bool Links::is_wanted(HOST_LINK_TABLE table, const HOST_LINK_S &link) const
     constexpr uint32_t needed = HOST_LINK_UP | HOST_LINK_MULTICAST;
     const std::vector<std::string> &names = router_.config.interfaces;
     HOST_LINK_S master;
-
     if ((link.flags & needed) != needed || (link.flags & HOST_LINK_LOOPBACK) != 0) {
         return false;
     }
@@ -139,7 +135,6 @@ void Links::update(HOST_LINK_TABLE table, const HOST_LINK_S &link)
 void Links::update_all(HOST_LINK_TABLE table)
 {
     HOST_LINK_S link{};
-
     while (HOST_LinkGetNext(table, link.if_index, &link) == 0) {
         update(table, link);
     }

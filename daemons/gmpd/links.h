@@ -1,8 +1,8 @@
 /*
  * Following the machine's network interfaces: which of them the protocol runs on, and from which address.
  */
-#ifndef GMPD_LINKS_H
-#define GMPD_LINKS_H
+#ifndef DAEMONS_GMPD_LINKS_H
+#define DAEMONS_GMPD_LINKS_H
 
 #include <cstdint>
 

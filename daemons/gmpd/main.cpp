@@ -11,7 +11,6 @@ int main(int argc, char **argv)
     mcastd::Options options("gmpd",
                             "Group membership daemon: the router's side of IGMP (1, 2, 3) or MLD (1, 2)");
     gmpd::Config config;
-
     gmpd::add_options(options, config);
     if (const auto code = options.parse(argc, argv)) {
         return *code;

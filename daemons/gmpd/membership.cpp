@@ -27,7 +27,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -40,7 +39,6 @@ bool contains(const std::vector<Address> &sources, const Address &source)
 std::vector<SourceState *> wanted_sources(GroupState &group, const std::vector<Address> &sources, bool among)
 {
     std::vector<SourceState *> found;
-
     for_each_source(group, [&](SourceState &source) {
         if (!source.doomed && source.timer.running() && contains(sources, *source.entry->address) == among) {
             found.push_back(&source);
@@ -95,7 +93,6 @@ void keep_only(GroupState &group, const std::vector<Address> &sources)
 void become_exclude(GroupState &group, const std::vector<Address> &sources, bool change)
 {
     const uint32_t interval_ms = membership_interval_ms(*group.interface);
-
     keep_only(group, sources);
     if (!group.exclude) {
         begin_new(group, sources, source_unwanted);
@@ -146,7 +143,6 @@ bool is_stopped(Interface &interface, RecordType type, const Address &group,
                 const std::vector<Address> &sources)
 {
     const Joins joins = interface.router->policy->joins_of(interface, group);
-
     if (joins == Joins::None && creates_group(type, sources)) {
         ++interface.counters[Count::Boundary];
         trace(TraceCategory::Group, interface, "%N on %P refused: behind a boundary", &group,
@@ -217,7 +213,6 @@ std::vector<Address> permitted_sources(Interface &member, const Address &group,
                                        const std::vector<Address> &sources)
 {
     std::vector<Address> permitted;
-
     for (const Address &source : sources) {
         if (member.router->users->permits(member, group, &source)) {
             permitted.push_back(source);

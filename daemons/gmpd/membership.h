@@ -1,8 +1,8 @@
 /*
  * What a record of a report does to an interface's memberships.
  */
-#ifndef GMPD_MEMBERSHIP_H
-#define GMPD_MEMBERSHIP_H
+#ifndef DAEMONS_GMPD_MEMBERSHIP_H
+#define DAEMONS_GMPD_MEMBERSHIP_H
 
 #include <vector>
 

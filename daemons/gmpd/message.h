@@ -2,8 +2,8 @@
  * A received message in the terms that both families share. Versions are numbered as IGMP's: MLD version 1
  * counts as 2 and MLD version 2 as 3.
  */
-#ifndef GMPD_MESSAGE_H
-#define GMPD_MESSAGE_H
+#ifndef DAEMONS_GMPD_MESSAGE_H
+#define DAEMONS_GMPD_MESSAGE_H
 
 #include <cstdint>
 #include <span>

@@ -15,7 +15,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -55,7 +54,6 @@ void trace_record(const Interface &interface, const Record &record)
     static constexpr const char *NAMES[] = {"?",          "IS_INCLUDE", "IS_EXCLUDE", "TO_INCLUDE",
                                             "TO_EXCLUDE", "ALLOW",      "BLOCK"};
     const auto type = static_cast<size_t>(record.type);
-
     trace(TraceCategory::Group, interface, "record %s of %N on %P, %u sources",
           NAMES[type < std::size(NAMES) ? type : 0], &record.group, interface.index,
           static_cast<uint32_t>(record.sources.count()));
@@ -67,7 +65,6 @@ void handle_records(Interface &interface, const Message &report)
     Reader records = report.records;
     Record record;
     bool source_count_lies = false;
-
     for (unsigned left = report.record_count; left > 0; --left) {
         if (!next_record(records, family, record, source_count_lies)) {
             return;
@@ -109,7 +106,6 @@ void handle_old_report(Interface &interface, const Message &report)
 void handle_leave(Interface &interface, const Message &leave)
 {
     GroupState *group = is_routable(interface, leave.group) ? find_group(interface, leave.group) : nullptr;
-
     if (group == nullptr) {
         return;
     }
@@ -153,7 +149,6 @@ void count_received(Interface &interface, const Message &message)
 {
     static constexpr Count queries[] = {Count::QueriesV1, Count::QueriesV2, Count::QueriesV3};
     static constexpr Count reports[] = {Count::ReportsV1, Count::ReportsV2, Count::ReportsV3};
-
     switch (message.kind) {
     case MessageKind::Query:
         ++interface.counters[queries[message.version - 1]];
@@ -171,7 +166,6 @@ void count_received(Interface &interface, const Message &message)
 void trace_message(const Interface &interface, const Message &message)
 {
     const uint32_t version = version_shown(interface, message.version);
-
     if (message.kind == MessageKind::Query && is_unspecified(message.group)) {
         trace(TraceCategory::Packet, interface, "general query of version %u from %A on %P", version,
               &message.sender, interface.index);
@@ -211,7 +205,6 @@ Count refuse(const Interface &interface, const Message &message)
 void handle_message(Interface &interface, const Message &message)
 {
     const Count reason = refuse(interface, message);
-
     if (mcastd::tracing(TraceCategory::Packet)) {
         trace_message(interface, message);
     }

@@ -1,8 +1,8 @@
 /*
  * What received messages do.
  */
-#ifndef GMPD_MESSAGE_HANDLER_H
-#define GMPD_MESSAGE_HANDLER_H
+#ifndef DAEMONS_GMPD_MESSAGE_HANDLER_H
+#define DAEMONS_GMPD_MESSAGE_HANDLER_H
 
 #include "daemons/gmpd/interface.h"
 #include "daemons/gmpd/message.h"

@@ -15,7 +15,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -64,7 +63,6 @@ bool MribLink::open()
     const bool ipv4 = router_.config.family == MCAST_FAMILY_IPV4;
     const uint32_t component = ipv4 ? COMPONENT_IPV4 : MCAST_Mid4ToMid6(COMPONENT_IPV4);
     MRIB_GMP_CALLBACKS_S callbacks{};
-
     MribPolicy::add_callbacks(callbacks);
     router_.policy = &policy_;
     return channel_.open(router_.timers,
@@ -111,7 +109,6 @@ void MribLink::tell_all()
 void MribLink::tell_user(const User &user, bool present)
 {
     const MRIB_GMP_VRF_KEY_S key = {static_cast<uint8_t>(router_.config.family), 0};
-
     if (channel_.connected()) {
         MRIB_GMP_SendMAuthUserInfo(&key, &user.info, user.if_index, user.info.address.address,
                                    static_cast<uint8_t>(user.kind),
@@ -142,7 +139,6 @@ void MribLink::tell_running(const Interface &interface, bool running)
 void MribLink::tell_querier(const Interface &interface, bool elected)
 {
     const MRIB_GMP_VRF_KEY_S key = key_of(interface);
-
     if (!channel_.connected()) {
         return;
     }

@@ -2,8 +2,8 @@
  * The way to the MRIB process: one connection, kept up as long as the daemon runs, and the records that go
  * over it.
  */
-#ifndef GMPD_MRIB_LINK_H
-#define GMPD_MRIB_LINK_H
+#ifndef DAEMONS_GMPD_MRIB_LINK_H
+#define DAEMONS_GMPD_MRIB_LINK_H
 
 #include <cstdint>
 

@@ -23,7 +23,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -54,7 +53,6 @@ MribPolicy::~MribPolicy()
 const Interface *MribPolicy::find(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index) const
 {
     const auto found = router_.interfaces.find(if_index);
-
     return found != router_.interfaces.end() && found->second->vrf_index == key->vrf_index
                ? found->second.get()
                : nullptr;
@@ -64,14 +62,12 @@ bool MribPolicy::in_ssm_range(const MRIB_GMP_VRF_KEY_S &key, const Address &grou
 {
     const auto found = ssm_acls_.find(key.vrf_index);
     const uint32_t acl = found == ssm_acls_.end() ? MCAST_NONE : found->second;
-
     return MCAST_IsSSMGrp(&key, acl, &group) == MCAST_TRUE;
 }
 
 Joins MribPolicy::joins_of(const Interface &interface, const Address &group) const
 {
     const MRIB_GMP_VRF_KEY_S key = key_of(interface);
-
     if (in_view(key) && MRIB_GMP_CanPassMBoundary(&key, link_of(interface).index, &group) == 0) {
         return Joins::None;
     }
@@ -85,7 +81,6 @@ bool MribPolicy::reports(const Interface &interface) const
 {
     const MRIB_GMP_VRF_KEY_S key = key_of(interface);
     const uint32_t if_index = link_of(interface).index;
-
     if (!replayed_) {
         return disabled_.count(key.vrf_index) == 0 && others_.count({key.vrf_index, if_index}) == 0;
     }
@@ -146,7 +141,6 @@ void MribPolicy::on_smooth_finished()
 void MribPolicy::on_instance(const MRIB_GMP_VRF_KEY_S *key)
 {
     const bool enabled = MRIB_GMP_IsL3McEnabled(key) == 1;
-
     mcastd::trace(TraceCategory::Channel, *key, "heard: multicast is %s", enabled ? "enabled" : "disabled");
     if (!enabled) {
         the_policy->disabled_.insert(key->vrf_index);
@@ -189,7 +183,6 @@ void MribPolicy::on_boundary(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, u
 void MribPolicy::on_ssm_policy(const MRIB_GMP_VRF_KEY_S *key, uint32_t acl_number)
 {
     uint32_t &known = the_policy->ssm_acls_.try_emplace(key->vrf_index, MCAST_NONE).first->second;
-
     // Every connection begins with the policy, changed or not.
     if (acl_number != known) {
         mcastd::trace(TraceCategory::Channel, *key, "heard: list %d is the source-specific range",
@@ -205,7 +198,6 @@ void MribPolicy::apply_changes()
     const std::set<uint32_t> changed = std::exchange(changed_, {});
     const std::set<uint32_t> to_ask = std::exchange(to_ask_, {});
     const std::set<uint32_t> to_introduce = std::exchange(to_introduce_, {});
-
     for (const auto &[index, interface] : router_.interfaces) {
         if (to_introduce.count(index) != 0 && interface->running) {
             router_.outputs->tell_running(*interface, true);

@@ -2,8 +2,8 @@
  * The policy as the MRIB process sends it: the library keeps boundaries, designated-router and instance
  * state; what is added here is when that view counts, and which interfaces a change concerns.
  */
-#ifndef GMPD_MRIB_POLICY_H
-#define GMPD_MRIB_POLICY_H
+#ifndef DAEMONS_GMPD_MRIB_POLICY_H
+#define DAEMONS_GMPD_MRIB_POLICY_H
 
 #include <cstdint>
 #include <map>

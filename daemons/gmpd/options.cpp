@@ -6,7 +6,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -42,7 +41,6 @@ void add_family(CLI::App &app, Config &config)
         "-4", [&config] { config.family = MCAST_FAMILY_IPV4; }, "The same as --family ipv4");
     CLI::Option *ipv6 = app.add_flag_callback(
         "-6", [&config] { config.family = MCAST_FAMILY_IPV6; }, "The same as --family ipv6");
-
     ipv4->excludes(ipv6)->excludes(family);
     ipv6->excludes(family);
 }
@@ -117,7 +115,6 @@ void add_limits(CLI::App &app, Config &config)
 void add_options(mcastd::Options &options, Config &config)
 {
     CLI::App &app = options.app();
-
     config.version = VERSION_UNSET;
     add_family(app, config);
     add_what_is_served(app, config);
@@ -129,7 +126,6 @@ void add_options(mcastd::Options &options, Config &config)
 bool finish_config(Config &config)
 {
     const bool ipv4 = config.family == MCAST_FAMILY_IPV4;
-
     if (config.version == VERSION_UNSET) {
         config.version = 3;
     } else if (!ipv4) {

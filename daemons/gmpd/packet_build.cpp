@@ -8,7 +8,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -80,7 +79,6 @@ size_t sources_per_query(uint16_t family, uint32_t mtu)
     const size_t fixed =
         ipv4 ? IPV4_OVERHEAD + OLD_IGMP_LENGTH + QUERY_TAIL : IPV6_OVERHEAD + OLD_MLD_LENGTH + QUERY_TAIL;
     const size_t room = mtu > fixed ? (mtu - fixed) / address_size(family) : 0;
-
     return std::clamp<size_t>(room, 1, MOST_SOURCES);
 }
 

@@ -2,8 +2,8 @@
  * Queries as they go on the wire, from the IGMP or MLD header on; the IP header with the router alert and the
  * MLD checksum are the kernel's work.
  */
-#ifndef GMPD_PACKET_BUILD_H
-#define GMPD_PACKET_BUILD_H
+#ifndef DAEMONS_GMPD_PACKET_BUILD_H
+#define DAEMONS_GMPD_PACKET_BUILD_H
 
 #include <cstdint>
 #include <span>

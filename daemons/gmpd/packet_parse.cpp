@@ -21,7 +21,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -66,7 +65,6 @@ uint8_t query_version(uint16_t family, size_t length, uint32_t time, uint32_t &m
 {
     const bool ipv4 = family == MCAST_FAMILY_IPV4;
     const size_t old_length = ipv4 ? OLD_IGMP_LENGTH : OLD_MLD_LENGTH;
-
     if (length >= old_length + QUERY_TAIL) {
         max_response_ms = ipv4 ? decode_float(time, SHORT_MANTISSA) * 100 : decode_float(time, LONG_MANTISSA);
         return 3;
@@ -122,7 +120,6 @@ Count parse_old_message(uint16_t family, const IpPacket &packet, MessageKind kin
                         Message &out)
 {
     Reader body(packet.payload);
-
     body.take(family == MCAST_FAMILY_IPV4 ? OLD_IGMP_LENGTH - 4 : OLD_MLD_LENGTH - 16);
     out.kind = kind;
     out.version = version;

@@ -1,8 +1,8 @@
 /*
  * Received packets, from the IP header to a checked message.
  */
-#ifndef GMPD_PACKET_PARSE_H
-#define GMPD_PACKET_PARSE_H
+#ifndef DAEMONS_GMPD_PACKET_PARSE_H
+#define DAEMONS_GMPD_PACKET_PARSE_H
 
 #include <cstdint>
 #include <span>

@@ -2,8 +2,8 @@
  * What may be done with a group on an interface. The MRIB process decides; the state machine asks here, at
  * two places: before a join becomes state, and when it computes what the MRIB is to know.
  */
-#ifndef GMPD_POLICY_H
-#define GMPD_POLICY_H
+#ifndef DAEMONS_GMPD_POLICY_H
+#define DAEMONS_GMPD_POLICY_H
 
 #include "daemons/gmpd/address.h"
 

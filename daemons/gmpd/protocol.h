@@ -1,8 +1,8 @@
 /*
  * Numbers of the protocols as they stand on the wire (RFC 1112, 2236, 2710, 3376, 3810).
  */
-#ifndef GMPD_PROTOCOL_H
-#define GMPD_PROTOCOL_H
+#ifndef DAEMONS_GMPD_PROTOCOL_H
+#define DAEMONS_GMPD_PROTOCOL_H
 
 #include <cstddef>
 #include <cstdint>

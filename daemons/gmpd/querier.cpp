@@ -21,7 +21,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -31,7 +30,6 @@ constexpr uint32_t STARTUP_DIVISOR = 4;
 void adopt_own_values(Interface &interface)
 {
     const Config &config = interface.router->config;
-
     interface.querier.robustness = config.robustness;
     interface.querier.query_interval_s = configured_query_interval_s(interface);
     interface.querier.response_ms = config.response_s * 1000;
@@ -78,7 +76,6 @@ void become_querier(Interface &interface)
 void other_gone(void *owner)
 {
     Interface &interface = *static_cast<Interface *>(owner);
-
     mcastd::log_info("%s: querier %s is gone, taking over", interface.name.c_str(),
                      to_text(interface.querier.other).c_str());
     become_querier(interface);
@@ -198,7 +195,6 @@ void querier_heard(Interface &interface, const Message &query)
 void querier_send(Interface &asking, Query query)
 {
     Interface &interface = link_of(asking);
-
     query.version = interface.router->config.version;
     query.robustness = interface.querier.robustness;
     query.query_interval_s = interface.querier.query_interval_s;

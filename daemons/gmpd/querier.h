@@ -1,8 +1,8 @@
 /*
  * Who asks: the election of the querier on a link, its general queries, and what queries of others change.
  */
-#ifndef GMPD_QUERIER_H
-#define GMPD_QUERIER_H
+#ifndef DAEMONS_GMPD_QUERIER_H
+#define DAEMONS_GMPD_QUERIER_H
 
 #include "daemons/gmpd/interface.h"
 #include "daemons/gmpd/message.h"

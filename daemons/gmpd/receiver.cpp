@@ -10,10 +10,9 @@
  */
 #include "daemons/gmpd/receiver.h"
 
+#include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
-
-#include <arpa/inet.h>
 #include <linux/filter.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
@@ -25,7 +24,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -101,7 +99,6 @@ void Receiver::close()
 void Receiver::membership(int option, uint32_t if_index)
 {
     packet_mreq request{};
-
     request.mr_ifindex = static_cast<int>(if_index);
     request.mr_type = PACKET_MR_ALLMULTI;
     // Leaving fails for an interface that is gone, which has taken the membership with it.
@@ -177,7 +174,6 @@ uint64_t Receiver::kernel_drops()
 {
     tpacket_stats statistics{};
     socklen_t size = sizeof(statistics);
-
     // Reading sets the kernel's counter back to 0.
     if (getsockopt(socket_.get(), SOL_PACKET, PACKET_STATISTICS, &statistics, &size) == 0) {
         kernel_drops_ += statistics.tp_drops;

@@ -1,8 +1,8 @@
 /*
  * Hearing the link: one packet socket for all interfaces.
  */
-#ifndef GMPD_RECEIVER_H
-#define GMPD_RECEIVER_H
+#ifndef DAEMONS_GMPD_RECEIVER_H
+#define DAEMONS_GMPD_RECEIVER_H
 
 #include <cstdint>
 #include <vector>

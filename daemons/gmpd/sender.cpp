@@ -3,17 +3,15 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-
-#include <linux/filter.h>
 #include <netinet/in.h>
 #include <netinet/ip.h>
+#include <linux/filter.h>
 
 #include "daemons/common/log.h"
 #include "daemons/gmpd/trace.h"
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -82,7 +80,6 @@ socklen_t put_destination(sockaddr_storage &storage, const Address &destination,
 void trace_query(const Interface &interface, const Query &query, const Address &destination, size_t size)
 {
     const auto bytes = static_cast<uint32_t>(size);
-
     if (is_unspecified(query.group)) {
         trace(TraceCategory::Packet, interface, "%u bytes from %A to %A on %P", bytes, &interface.address,
               &destination, interface.index);
@@ -115,7 +112,6 @@ bool Sender::open(uint16_t family)
     const bool ipv4 = family == MCAST_FAMILY_IPV4;
     sock_filter nothing[] = {BPF_STMT(BPF_RET | BPF_K, 0)};
     const sock_fprog filter = {1, nothing};
-
     family_ = family;
     socket_ = mcastd::Descriptor(socket(ipv4 ? AF_INET : AF_INET6, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC,
                                         static_cast<int>(ipv4 ? +IPPROTO_IGMP : +IPPROTO_ICMPV6)));
@@ -141,7 +137,6 @@ void Sender::send(Interface &interface, const Query &query)
     Control control;
     iovec bytes = {buffer.data(), build_query(query, buffer)};
     msghdr header{};
-
     header.msg_name = &to;
     header.msg_namelen = put_destination(to, destination, interface.index);
     header.msg_iov = &bytes;

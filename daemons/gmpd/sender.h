@@ -1,8 +1,8 @@
 /*
  * Queries on their way to the link.
  */
-#ifndef GMPD_SENDER_H
-#define GMPD_SENDER_H
+#ifndef DAEMONS_GMPD_SENDER_H
+#define DAEMONS_GMPD_SENDER_H
 
 #include "daemons/common/descriptor.h"
 #include "daemons/gmpd/interface.h"

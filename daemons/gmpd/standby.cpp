@@ -5,11 +5,10 @@
  */
 #include "daemons/gmpd/standby.h"
 
+#include <arpa/inet.h>
 #include <array>
 #include <cerrno>
 #include <cstring>
-
-#include <arpa/inet.h>
 #include <sys/epoll.h>
 
 #include "daemons/common/log.h"
@@ -18,7 +17,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -89,7 +87,6 @@ Standby::Look Standby::connect()
 void Standby::look()
 {
     const Look found = connect();
-
     if (found == Look::Nobody && patience_ == 0) {
         gone_ = true;
         return;
@@ -119,7 +116,6 @@ void Standby::disconnect()
 bool Standby::take(std::span<const uint8_t> bytes)
 {
     const std::optional<BackupMessage> message = decode_backup(bytes);
-
     if (!message) {
         return false;
     }
@@ -146,7 +142,6 @@ bool Standby::take(std::span<const uint8_t> bytes)
 void Standby::lost()
 {
     const bool begun = begun_;
-
     disconnect();
     if (begun) {
         look();

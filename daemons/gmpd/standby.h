@@ -7,8 +7,8 @@
  *         ├─────────────────────────────────────────────────┘
  *         └── nobody listens, and patience has run out: the active one is gone
  */
-#ifndef GMPD_STANDBY_H
-#define GMPD_STANDBY_H
+#ifndef DAEMONS_GMPD_STANDBY_H
+#define DAEMONS_GMPD_STANDBY_H
 
 #include <cstdint>
 #include <span>

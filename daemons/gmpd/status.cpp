@@ -14,7 +14,6 @@ namespace
 void write_querier(Json &json, const Interface &interface)
 {
     const Querier &querier = interface.querier;
-
     json.open("querier", '{', true);
     json.truth("this_router", querier.elected);
     json.text("address", to_text(querier.elected ? interface.address : querier.other));
@@ -109,7 +108,6 @@ std::string status_text(const Router &router, const ProcessStatus &process)
 {
     const bool ipv4 = router.config.family == MCAST_FAMILY_IPV4;
     Json json;
-
     json.open(nullptr, '{');
     json.text("daemon", "gmpd");
     json.text("family", ipv4 ? "ipv4" : "ipv6");

@@ -1,8 +1,8 @@
 /*
  * The daemon's tables as JSON text.
  */
-#ifndef GMPD_STATUS_H
-#define GMPD_STATUS_H
+#ifndef DAEMONS_GMPD_STATUS_H
+#define DAEMONS_GMPD_STATUS_H
 
 #include <string>
 

@@ -1,5 +1,4 @@
 #include "daemons/gmpd/status.h"
-
 #include "daemons/gmpd/user_service.h"
 #include "mcast/interface_name.h"
 #include "mcast/usrauth_wire.h"
@@ -18,7 +17,6 @@ constexpr const char *MESSAGE_NAMES[USRAUTH_MSG_TYPES] = {
 std::string name_of(uint32_t if_index)
 {
     char name[MCAST_IF_NAME_SIZE] = "";
-
     MCAST_GetIfNameOrIndex(if_index, name);
     return name;
 }
@@ -26,7 +24,6 @@ std::string name_of(uint32_t if_index)
 void write_statistics(Json &json)
 {
     MCAST_USRAUTH_STATISTICS_S statistics{};
-
     MCAST_USRAUTH_GetStatistics(&statistics);
     json.number("reads", statistics.receive_count);
     json.open("messages", '[');
@@ -68,7 +65,6 @@ void write_user(Json &json, const User &user)
 void write_users(Json &json, const UserService &service)
 {
     const UserCounters &counters = service.counters();
-
     json.open("user_authentication", '{');
     write_statistics(json);
     json.number("users_named", MCAST_USRAUTH_UserMsgDetailCount());

@@ -2,8 +2,8 @@
  * Trace lines about an interface. Addresses of hosts and routers are printed by %A, sources and groups by %M
  * and %N, the interface by %P, so that the operator's filters apply.
  */
-#ifndef GMPD_TRACE_H
-#define GMPD_TRACE_H
+#ifndef DAEMONS_GMPD_TRACE_H
+#define DAEMONS_GMPD_TRACE_H
 
 #include "daemons/common/trace.h"
 #include "daemons/gmpd/interface.h"

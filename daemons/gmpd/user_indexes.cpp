@@ -60,7 +60,6 @@ uint32_t UserIndexes::take(const UserKey &user)
 void UserIndexes::give_back(const UserKey &user)
 {
     const auto found = assigned_.find(user);
-
     if (found != assigned_.end()) {
         MCAST_DestroyIf(found->second);
         assigned_.erase(found);

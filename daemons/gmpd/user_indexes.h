@@ -3,8 +3,8 @@
  * the assignment is kept here, by user, so that a daemon that takes over gives every user the index that he
  * had before.
  */
-#ifndef GMPD_USER_INDEXES_H
-#define GMPD_USER_INDEXES_H
+#ifndef DAEMONS_GMPD_USER_INDEXES_H
+#define DAEMONS_GMPD_USER_INDEXES_H
 
 #include <compare>
 #include <cstdint>

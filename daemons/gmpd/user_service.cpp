@@ -12,11 +12,10 @@
  */
 #include "daemons/gmpd/user_service.h"
 
-#include <cstring>
-#include <utility>
-
 #include <arpa/inet.h>
+#include <cstring>
 #include <sys/resource.h>
+#include <utility>
 
 #include "daemons/common/log.h"
 #include "daemons/common/memory.h"
@@ -25,7 +24,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -46,7 +44,6 @@ uint32_t compare_entry(MCAST_USRAUTH_USER_S *, MCAST_USRAUTH_ENTRY_S *entry, MTA
                        void *argument)
 {
     Sought &sought = *static_cast<Sought *>(argument);
-
     sought.found =
         same_address(group->address, sought.group) && same_address(entry->head.address, sought.source);
     return MCAST_ERR_STOPPED;
@@ -59,7 +56,6 @@ bool has_entry(uint32_t if_index, const Address &group, const Address &source)
     const MCAST_USRAUTH_USER_FILTER_S filter = {MCAST_USRAUTH_WALK_ONE_ENTRIES, if_index, 0, &group_cursor,
                                                 &source_cursor};
     Sought sought{group, source};
-
     MCAST_USRAUTH_WalkAllUserByIfIndex(&filter, nullptr, compare_entry, &sought);
     return sought.found;
 }
@@ -78,7 +74,6 @@ bool may_join(uint32_t if_index, const Address &group, const Address *source)
 void allow_many_descriptors()
 {
     rlimit limit{};
-
     if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
         limit.rlim_cur = limit.rlim_max;
         setrlimit(RLIMIT_NOFILE, &limit);
@@ -107,7 +102,6 @@ bool UserService::open(int32_t loop)
     const auto family = static_cast<uint8_t>(router_.config.family);
     const MCAST_USRAUTH_CALLBACKS_S callbacks = {on_online,        on_offline,   on_changed,
                                                  on_refresh_ended, on_node_kind, on_message};
-
     allow_many_descriptors();
     if (MCAST_USRAUTH_Init(family, loop, HOST_LoopTimerService(loop), &callbacks) != MCAST_OK) {
         mcastd::log_error("cannot set up the user authentication");
@@ -193,7 +187,6 @@ void UserService::on_offline(MCAST_USRAUTH_USER_S *record)
 void UserService::on_changed(MCAST_USRAUTH_USER_S *record, uint32_t change_mask)
 {
     User *user = the_service->table_.find(record);
-
     ++the_service->counters_.changed;
     if (user != nullptr && (change_mask & MCAST_USRAUTH_CHANGED_LIST) != 0) {
         the_service->table_.apply_rights(*user);
@@ -214,7 +207,6 @@ void UserService::on_node_kind(uint16_t node, uint32_t kind, uint32_t up)
 uint32_t UserService::on_message(int32_t, const void *value, uint16_t length)
 {
     uint32_t user_id_be;
-
     // Announcements, updates and group lists all begin with the user's ID.
     if (length >= sizeof(user_id_be)) {
         memcpy(&user_id_be, value, sizeof(user_id_be));

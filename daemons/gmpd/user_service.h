@@ -2,8 +2,8 @@
  * The library's user authentication at work: agents connect to it, it calls back, and the table of users
  * follows.
  */
-#ifndef GMPD_USER_SERVICE_H
-#define GMPD_USER_SERVICE_H
+#ifndef DAEMONS_GMPD_USER_SERVICE_H
+#define DAEMONS_GMPD_USER_SERVICE_H
 
 #include <cstdint>
 #include <vector>

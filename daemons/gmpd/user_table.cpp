@@ -20,7 +20,6 @@
 
 namespace gmpd
 {
-
 namespace
 {
 
@@ -170,7 +169,6 @@ std::vector<User *> UserTable::find(uint32_t user_id) const
 {
     const auto [first, last] = by_id_.equal_range(user_id);
     std::vector<User *> users;
-
     std::for_each(first, last, [&](const auto &entry) { users.push_back(entry.second); });
     return users;
 }
@@ -178,7 +176,6 @@ std::vector<User *> UserTable::find(uint32_t user_id) const
 const User *UserTable::find(Key key) const
 {
     const auto found = users_.find(key);
-
     return found == users_.end() ? nullptr : &found->second.user;
 }
 
@@ -192,7 +189,6 @@ void UserTable::visit_users(const std::function<void(const User &user)> &visitor
 User *UserTable::find_reporter(uint32_t if_index, const Address &sender) const
 {
     auto found = by_place_.find(Place(if_index, bytes_of(sender)));
-
     if (found == by_place_.end()) {
         found = by_place_.find(Place(if_index, std::string()));
     }
@@ -271,7 +267,6 @@ void UserTable::visit(const Interface &link, const std::function<void(Interface 
 void UserTable::link_stopped(const Interface &link)
 {
     const auto last = by_place_.lower_bound(Place(link.index + 1, std::string()));
-
     for (auto entry = by_place_.lower_bound(Place(link.index, std::string())); entry != last; ++entry) {
         entry->second->memberships.reset();
     }

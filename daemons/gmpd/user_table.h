@@ -2,8 +2,8 @@
  * The announced users: found by the user authentication's record of each, by user ID, and by where their
  * reports come from.
  */
-#ifndef GMPD_USER_TABLE_H
-#define GMPD_USER_TABLE_H
+#ifndef DAEMONS_GMPD_USER_TABLE_H
+#define DAEMONS_GMPD_USER_TABLE_H
 
 #include <cstdint>
 #include <functional>

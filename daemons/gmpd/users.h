@@ -9,8 +9,8 @@
  *
  * so that what one user asked for ends with him and leaves the others alone.
  */
-#ifndef GMPD_USERS_H
-#define GMPD_USERS_H
+#ifndef DAEMONS_GMPD_USERS_H
+#define DAEMONS_GMPD_USERS_H
 
 #include <functional>
 

@@ -1,8 +1,8 @@
 /*
  * Addresses and checksums in the bytes of packets.
  */
-#ifndef GMPD_WIRE_H
-#define GMPD_WIRE_H
+#ifndef DAEMONS_GMPD_WIRE_H
+#define DAEMONS_GMPD_WIRE_H
 
 #include <cstdint>
 #include <span>
@@ -43,7 +43,6 @@ inline uint16_t internet_checksum(std::span<const uint8_t> bytes)
 {
     uint64_t sum = 0;
     size_t at = 0;
-
     for (; at + 1 < bytes.size(); at += 2) {
         sum += static_cast<uint64_t>(bytes[at] << 8 | bytes[at + 1]);
     }

@@ -1,11 +1,11 @@
 #include "daemons/mcastctl/arguments.h"
 
+#include <functional>
+
 #include "daemons/common/address_text.h"
 #include "daemons/mcastctl/text.h"
 #include "mcast/argument_check.h"
 #include "mcast/interface_name.h"
-
-#include <functional>
 
 namespace mcastctl
 {

@@ -4,12 +4,12 @@
 #ifndef DAEMONS_MCASTCTL_ARGUMENTS_H
 #define DAEMONS_MCASTCTL_ARGUMENTS_H
 
-#include "mcast/common.h"
-
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <optional>
 #include <string>
+
+#include "mcast/common.h"
 
 namespace mcastctl
 {

@@ -1,12 +1,12 @@
 /*
  * "clear users", "clear user-counters", "clear msdp-cache": what the daemons forget on command.
  */
-#include "daemons/mcastctl/arguments.h"
-#include "daemons/mcastctl/command.h"
-
 #include <memory>
 #include <optional>
 #include <string>
+
+#include "daemons/mcastctl/arguments.h"
+#include "daemons/mcastctl/command.h"
 
 namespace mcastctl
 {

@@ -5,15 +5,15 @@
  */
 #include "daemons/mcastctl/client.h"
 
-#include "mcast/mib.h"
-#include "platform/device.h"
-
 #include <algorithm>
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
 #include <unistd.h>
+
+#include "mcast/mib.h"
+#include "platform/device.h"
 
 namespace mcastctl
 {
@@ -147,7 +147,7 @@ uint32_t choose_first(MCAST_MIB_REQUEST_S *const requests[], uint32_t count)
     const auto first_row = [&](uint32_t at) -> const ControlFields & {
         return (*static_cast<ControlReply **>(MCAST_MIB_Output(requests[at])))->rows[0];
     };
-    for (uint32_t i = 0; i < count; i++) {
+    for (uint32_t i = 0; i < count; ++i) {
         if (requests[i]->result == MCAST_OK &&
             (chosen == count || mcastd::compare_keys(first_row(i), first_row(chosen), 1) < 0)) {
             chosen = i;
@@ -204,7 +204,7 @@ public:
     Outcome outcome() const
     {
         Outcome outcome;
-        for (size_t i = 0; i < exchanges_.size(); i++) {
+        for (size_t i = 0; i < exchanges_.size(); ++i) {
             const auto result = static_cast<MCAST_STATUS>(exchanges_[i]->mib.result);
             if (result == MCAST_MIB_NO_ENTRY) {
                 outcome.unreachable.push_back(daemons_[i]);
@@ -272,7 +272,7 @@ Outcome walk_in_turn(const Daemons &daemons, const ControlSchema &schema, const 
         if (more) {
             exchanges.go_on(at, schema);
         } else {
-            at++;
+            ++at;
         }
     }
     return exchanges.outcome();

@@ -5,13 +5,13 @@
 #ifndef DAEMONS_MCASTCTL_CLIENT_H
 #define DAEMONS_MCASTCTL_CLIENT_H
 
-#include "daemons/common/control_message.h"
-#include "daemons/common/control_tables.h"
-#include "daemons/mcastctl/daemon_list.h"
-
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "daemons/common/control_message.h"
+#include "daemons/common/control_tables.h"
+#include "daemons/mcastctl/daemon_list.h"
 
 namespace mcastctl
 {

@@ -1,9 +1,9 @@
 #include "daemons/mcastctl/command.h"
 
-#include "daemons/mcastctl/text.h"
-
 #include <cstdio>
 #include <utility>
+
+#include "daemons/mcastctl/text.h"
 
 namespace mcastctl
 {

@@ -5,10 +5,10 @@
 #ifndef DAEMONS_MCASTCTL_COMMAND_H
 #define DAEMONS_MCASTCTL_COMMAND_H
 
-#include "daemons/mcastctl/client.h"
-
 #include <CLI/CLI.hpp>
 #include <functional>
+
+#include "daemons/mcastctl/client.h"
 
 namespace mcastctl
 {

@@ -2,12 +2,12 @@
  * "complete WORDS...": what may stand in place of the last word, one a line, for the completion of shells. It
  * follows the command line as the other commands built it, so that nothing is listed twice.
  */
-#include "daemons/mcastctl/command.h"
-
 #include <cstdio>
 #include <net/if.h>
 #include <string>
 #include <vector>
+
+#include "daemons/mcastctl/command.h"
 
 namespace mcastctl
 {
@@ -20,7 +20,7 @@ Words interface_names()
 {
     Words names;
     struct if_nameindex *const all = if_nameindex();
-    for (auto *each = all; each != nullptr && each->if_index != 0; each++) {
+    for (auto *each = all; each != nullptr && each->if_index != 0; ++each) {
         names.emplace_back(each->if_name);
     }
     if_freenameindex(all);
@@ -72,7 +72,7 @@ int complete(const CLI::App &root, const Words &words)
 {
     const CLI::App *command = &root;
     const CLI::Option *open_option = nullptr; // that the word before gave and that waits for its argument
-    for (size_t i = 0; i + 1 < words.size(); i++) {
+    for (size_t i = 0; i + 1 < words.size(); ++i) {
         const bool is_argument = open_option != nullptr;
         open_option = is_argument ? nullptr : find_option(*command, words[i]);
         if (open_option != nullptr && open_option->get_expected_max() == 0) {

@@ -1,9 +1,9 @@
 #include "daemons/mcastctl/daemon_list.h"
 
+#include <string_view>
+
 #include "daemons/common/services.h"
 #include "mcast/common.h"
-
-#include <string_view>
 
 namespace mcastctl
 {

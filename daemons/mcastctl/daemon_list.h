@@ -4,12 +4,12 @@
 #ifndef DAEMONS_MCASTCTL_DAEMON_LIST_H
 #define DAEMONS_MCASTCTL_DAEMON_LIST_H
 
-#include "mcast/service.h"
-
 #include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
+
+#include "mcast/service.h"
 
 namespace mcastctl
 {

@@ -1,16 +1,16 @@
 /*
  * "debug on" and "debug off": the traces of the running daemons.
  */
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
 #include "daemons/common/control_debug.h"
 #include "daemons/common/trace.h"
 #include "daemons/mcastctl/arguments.h"
 #include "daemons/mcastctl/command.h"
 #include "daemons/mcastctl/text.h"
-
-#include <cstdio>
-#include <memory>
-#include <string>
-#include <vector>
 
 namespace mcastctl
 {

@@ -1,10 +1,10 @@
 /*
  * mcastctl: shows what the multicast daemons of this router know, and sets what can be set while they run.
  */
+#include <cstdio>
+
 #include "daemons/mcastctl/command.h"
 #include "mcast/argument_check.h"
-
-#include <cstdio>
 
 int main(int argc, char **argv)
 {

@@ -1,11 +1,11 @@
 #include "daemons/mcastctl/output.h"
 
-#include "daemons/mcastctl/text.h"
-
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <utility>
+
+#include "daemons/mcastctl/text.h"
 
 namespace mcastctl
 {
@@ -134,7 +134,7 @@ void TextTable::add_column(const std::string &name, bool to_the_right)
 void TextTable::add_row(std::vector<std::string> cells)
 {
     cells.resize(columns_.size());
-    for (size_t i = 0; i < cells.size(); i++) {
+    for (size_t i = 0; i < cells.size(); ++i) {
         columns_[i].width = std::max(columns_[i].width, cells[i].size());
     }
     rows_.push_back(std::move(cells));
@@ -143,7 +143,7 @@ void TextTable::add_row(std::vector<std::string> cells)
 void TextTable::print_row(const std::vector<std::string> &cells) const
 {
     std::string line;
-    for (size_t i = 0; i < columns_.size(); i++) {
+    for (size_t i = 0; i < columns_.size(); ++i) {
         const std::string padding(columns_[i].width - cells[i].size(), ' ');
         line += i == 0 ? "" : "  ";
         line += columns_[i].to_the_right ? padding + cells[i] : cells[i] + padding;
@@ -197,7 +197,7 @@ void Output::add(const DaemonInfo &daemon, const mcastd::ControlFields &row)
         if (with_family_) {
             add_member(json_, {"family", FieldType::Family}, family_of(daemon));
         }
-        for (size_t i = 0; i < row.size(); i++) {
+        for (size_t i = 0; i < row.size(); ++i) {
             add_member(json_, schema_.columns[i], row[i]);
         }
         json_.close('}');

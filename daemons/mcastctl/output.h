@@ -4,13 +4,13 @@
 #ifndef DAEMONS_MCASTCTL_OUTPUT_H
 #define DAEMONS_MCASTCTL_OUTPUT_H
 
-#include "daemons/common/control_tables.h"
-#include "daemons/common/json.h"
-#include "daemons/mcastctl/daemon_list.h"
-
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "daemons/common/control_tables.h"
+#include "daemons/common/json.h"
+#include "daemons/mcastctl/daemon_list.h"
 
 namespace mcastctl
 {

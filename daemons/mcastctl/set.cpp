@@ -1,13 +1,13 @@
 /*
  * "set SETTING": values of the running daemons.
  */
-#include "daemons/mcastctl/arguments.h"
-#include "daemons/mcastctl/command.h"
-#include "daemons/mcastctl/text.h"
-
 #include <cstdio>
 #include <memory>
 #include <string>
+
+#include "daemons/mcastctl/arguments.h"
+#include "daemons/mcastctl/command.h"
+#include "daemons/mcastctl/text.h"
 
 namespace mcastctl
 {

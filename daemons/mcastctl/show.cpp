@@ -1,16 +1,16 @@
 /*
  * "show TABLE": one list says which tables there are, whose they are and by what they can be narrowed.
  */
-#include "daemons/mcastctl/arguments.h"
-#include "daemons/mcastctl/command.h"
-#include "daemons/mcastctl/output.h"
-#include "daemons/mcastctl/text.h"
-
 #include <algorithm>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
+
+#include "daemons/mcastctl/arguments.h"
+#include "daemons/mcastctl/command.h"
+#include "daemons/mcastctl/output.h"
+#include "daemons/mcastctl/text.h"
 
 namespace mcastctl
 {
@@ -87,7 +87,7 @@ ControlField wanted_in(const Filter &filter, std::string_view column)
 ControlFields start_key(const ControlSchema &schema, const Filter &filter)
 {
     ControlFields key;
-    for (size_t i = 0; i < schema.key_size; i++) {
+    for (size_t i = 0; i < schema.key_size; ++i) {
         ControlField field = wanted_in(filter, schema.columns[i].name);
         if (field.is(FieldType::None)) {
             break;
@@ -99,7 +99,7 @@ ControlFields start_key(const ControlSchema &schema, const Filter &filter)
 
 bool passes(const ControlSchema &schema, const ShowOptions &options, const ControlFields &row)
 {
-    for (size_t i = 0; i < row.size(); i++) {
+    for (size_t i = 0; i < row.size(); ++i) {
         const ControlField wanted = wanted_in(options.filter, schema.columns[i].name);
         if (!wanted.is(FieldType::None) && !(row[i] == wanted)) {
             return false;

@@ -1,15 +1,15 @@
 /*
  * "status": which daemons run, and with a configuration file what the service manager says of them.
  */
+#include <cstdio>
+#include <memory>
+#include <string>
+
 #include "daemons/mcastctl/arguments.h"
 #include "daemons/mcastctl/command.h"
 #include "daemons/mcastctl/output.h"
 #include "mcasthost/config.h"
 #include "platform/device.h"
-
-#include <cstdio>
-#include <memory>
-#include <string>
 
 namespace mcastctl
 {

@@ -1,11 +1,11 @@
 /*
  * "switch-over": the active gmpd hands over to its standby.
  */
-#include "daemons/mcastctl/arguments.h"
-#include "daemons/mcastctl/command.h"
-
 #include <memory>
 #include <string>
+
+#include "daemons/mcastctl/arguments.h"
+#include "daemons/mcastctl/command.h"
 
 namespace mcastctl
 {

@@ -1,12 +1,12 @@
 #include "daemons/mcastctl/text.h"
 
+#include <algorithm>
+#include <unordered_map>
+
 #include "daemons/common/line_format.h"
 #include "mcast/argument_check.h"
 #include "mcast/format.h"
 #include "platform/resource.h"
-
-#include <algorithm>
-#include <unordered_map>
 
 namespace mcastctl
 {

@@ -4,10 +4,10 @@
 #ifndef DAEMONS_MCASTCTL_TEXT_H
 #define DAEMONS_MCASTCTL_TEXT_H
 
-#include "mcast/common.h"
-
 #include <cstdint>
 #include <string>
+
+#include "mcast/common.h"
 
 namespace mcastctl
 {

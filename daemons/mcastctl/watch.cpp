@@ -2,13 +2,6 @@
  * "watch EVENTS...": registers with mribd for classes of events as a daemon would, and prints a line for
  * everything that mribd then tells, until a signal ends it.
  */
-#include "daemons/mcastctl/arguments.h"
-#include "daemons/mcastctl/command.h"
-#include "daemons/mcastctl/watch_member.h"
-
-#include "daemons/common/descriptor.h"
-#include "mcast/event.h"
-
 #include <algorithm>
 #include <chrono>
 #include <csignal>
@@ -21,6 +14,12 @@
 #include <sys/epoll.h>
 #include <unistd.h>
 #include <vector>
+
+#include "daemons/common/descriptor.h"
+#include "daemons/mcastctl/arguments.h"
+#include "daemons/mcastctl/command.h"
+#include "daemons/mcastctl/watch_member.h"
+#include "mcast/event.h"
 
 namespace mcastctl
 {

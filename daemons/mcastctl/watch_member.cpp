@@ -1,12 +1,12 @@
 #include "daemons/mcastctl/watch_member.h"
 
-#include "mcast/member_channel.h"
-
 #include <array>
 #include <cerrno>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <utility>
+
+#include "mcast/member_channel.h"
 
 namespace mcastctl
 {
@@ -113,7 +113,7 @@ void WatchMember::serve(uint32_t events)
 bool WatchMember::receive()
 {
     static std::array<uint8_t, MRIB_MSG_RECV_MAX> message;
-    for (unsigned count = 0; count < MESSAGES_PER_WAKE; count++) {
+    for (unsigned count = 0; count < MESSAGES_PER_WAKE; ++count) {
         const ssize_t size = recv(fd_, message.data(), message.size(), MSG_DONTWAIT);
         if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
             return true;

@@ -4,11 +4,11 @@
 #ifndef DAEMONS_MCASTCTL_WATCH_MEMBER_H
 #define DAEMONS_MCASTCTL_WATCH_MEMBER_H
 
-#include "daemons/common/reactor.h"
-#include "daemons/mcastctl/watch_records.h"
-
 #include <functional>
 #include <vector>
+
+#include "daemons/common/reactor.h"
+#include "daemons/mcastctl/watch_records.h"
 
 namespace mcastctl
 {

@@ -1,9 +1,9 @@
 #include "daemons/mcastctl/watch_records.h"
 
-#include "mcast/format.h"
-
 #include <cstdarg>
 #include <cstring>
+
+#include "mcast/format.h"
 
 namespace mcastctl
 {

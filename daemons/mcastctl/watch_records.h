@@ -4,11 +4,11 @@
 #ifndef DAEMONS_MCASTCTL_WATCH_RECORDS_H
 #define DAEMONS_MCASTCTL_WATCH_RECORDS_H
 
-#include "mcast/mrib_message.h"
-
 #include <cstdint>
 #include <span>
 #include <string>
+
+#include "mcast/mrib_message.h"
 
 namespace mcastctl
 {

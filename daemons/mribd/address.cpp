@@ -1,9 +1,9 @@
 #include "daemons/mribd/address.h"
 
+#include <cstring>
+
 #include "daemons/common/line_format.h"
 #include "mcast/addr.h"
-
-#include <cstring>
 
 namespace mribd
 {

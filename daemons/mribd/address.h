@@ -4,10 +4,10 @@
 #ifndef DAEMONS_MRIBD_ADDRESS_H
 #define DAEMONS_MRIBD_ADDRESS_H
 
-#include "mcast/common.h"
-
 #include <cstdint>
 #include <string>
+
+#include "mcast/common.h"
 
 namespace mribd
 {

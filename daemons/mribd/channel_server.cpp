@@ -1,10 +1,5 @@
 #include "daemons/mribd/channel_server.h"
 
-#include "daemons/common/local_listener.h"
-#include "daemons/common/log.h"
-#include "daemons/common/trace.h"
-#include "daemons/mribd/address.h"
-
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -13,6 +8,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
+
+#include "daemons/common/local_listener.h"
+#include "daemons/common/log.h"
+#include "daemons/common/trace.h"
+#include "daemons/mribd/address.h"
 
 namespace mribd
 {
@@ -70,7 +70,7 @@ bool ChannelServer::open()
 
 void ChannelServer::accept_clients()
 {
-    for (unsigned count = 0; count < ACCEPTS_PER_WAKE; count++) {
+    for (unsigned count = 0; count < ACCEPTS_PER_WAKE; ++count) {
         const int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd >= 0) {
             adopt(fd);
@@ -120,7 +120,7 @@ void ChannelServer::receive(int fd)
 {
     static std::array<uint8_t, MRIB_MSG_RECV_MAX> buffer;
     Session &session = *clients_.at(fd).session;
-    for (unsigned count = 0; count < MESSAGES_PER_WAKE; count++) {
+    for (unsigned count = 0; count < MESSAGES_PER_WAKE; ++count) {
         const ssize_t size = recv(fd, buffer.data(), buffer.size(), MSG_DONTWAIT | MSG_TRUNC);
         if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
             return;
@@ -159,7 +159,7 @@ bool ChannelServer::flush(int fd, Client &client, bool writable)
     Outbox &outbox = client.session->outbox();
     Outbox::Result result = send_all(fd, *client.session);
     if (writable && outbox.has_overflowed()) {
-        counters_.overflows++;
+        ++counters_.overflows;
         mcastd::log_warning("%s: client %u read too slowly; it is sent everything again",
                             family_name(routers_.family()), client.session->id());
         client.session->start_afresh();

@@ -4,12 +4,12 @@
 #ifndef DAEMONS_MRIBD_CHANNEL_SERVER_H
 #define DAEMONS_MRIBD_CHANNEL_SERVER_H
 
-#include "daemons/common/reactor.h"
-#include "daemons/mribd/session.h"
-
 #include <functional>
 #include <map>
 #include <memory>
+
+#include "daemons/common/reactor.h"
+#include "daemons/mribd/session.h"
 
 namespace mribd
 {

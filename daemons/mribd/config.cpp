@@ -1,13 +1,12 @@
 #include "daemons/mribd/config.h"
 
-#include "daemons/common/address_text.h"
-
-#include "daemons/mribd/address.h"
-#include "mcast/addr.h"
-
 #include <algorithm>
 #include <cstring>
 #include <net/if.h>
+
+#include "daemons/common/address_text.h"
+#include "daemons/mribd/address.h"
+#include "mcast/addr.h"
 
 namespace mribd
 {

@@ -4,15 +4,15 @@
 #ifndef DAEMONS_MRIBD_CONFIG_H
 #define DAEMONS_MRIBD_CONFIG_H
 
-#include "daemons/common/config_file.h"
-#include "daemons/mribd/prefix.h"
-
 #include <array>
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "daemons/common/config_file.h"
+#include "daemons/mribd/prefix.h"
 
 namespace mribd
 {

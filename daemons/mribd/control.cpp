@@ -4,13 +4,13 @@
  */
 #include "daemons/mribd/control.h"
 
-#include "daemons/mribd/address.h"
-
 #include <algorithm>
 #include <map>
 #include <memory>
 #include <string>
 #include <utility>
+
+#include "daemons/mribd/address.h"
 
 namespace mribd
 {
@@ -75,7 +75,7 @@ template <typename List> void from_position(const Families &families, const Cont
 ControlFields route_row(const Router &router, const Entry &entry)
 {
     std::vector<uint32_t> outgoing;
-    for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
+    for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
         if ((entry.outgoing >> vif & 1) != 0) {
             outgoing.push_back(router.vifs().if_index(vif));
         }
@@ -138,7 +138,7 @@ void list_vifs(const Families &families, ControlRows &rows)
 {
     for (const ChannelServer *server : families) {
         for (const auto &[vrf_index, router] : server->backend().routers.all()) {
-            for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
+            for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
                 if (const uint32_t if_index = router->vifs().if_index(vif)) {
                     rows.add({ControlField::family(router->family()), instance_field(*router),
                               ControlField::number(vif), ControlField::interface(if_index),
@@ -174,7 +174,7 @@ void count_channel(Counters *counters, const ChannelCounters &channel)
     (*counters)["channel_records"] = channel.records;
     (*counters)["channel_malformed_messages"] = channel.malformed_messages;
     (*counters)["channel_restarts_of_slow_clients"] = channel.overflows;
-    for (size_t fault = 0; fault < channel.faults.size(); fault++) {
+    for (size_t fault = 0; fault < channel.faults.size(); ++fault) {
         std::string name = std::string("channel_ignored_") + fault_name(static_cast<Fault>(fault));
         std::replace(name.begin(), name.end(), ' ', '_');
         (*counters)[name] = channel.faults[fault];

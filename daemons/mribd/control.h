@@ -4,10 +4,10 @@
 #ifndef DAEMONS_MRIBD_CONTROL_H
 #define DAEMONS_MRIBD_CONTROL_H
 
+#include <vector>
+
 #include "daemons/common/control.h"
 #include "daemons/mribd/channel_server.h"
-
-#include <vector>
 
 namespace mribd
 {

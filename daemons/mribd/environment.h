@@ -5,12 +5,12 @@
 #ifndef DAEMONS_MRIBD_ENVIRONMENT_H
 #define DAEMONS_MRIBD_ENVIRONMENT_H
 
-#include "mcast/common.h"
-
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "mcast/common.h"
 
 namespace mribd
 {

@@ -21,12 +21,12 @@
  */
 #include "daemons/mribd/forwarding.h"
 
-#include "daemons/common/log.h"
-#include "daemons/mribd/rpf.h"
-
 #include <algorithm>
 #include <memory>
 #include <new>
+
+#include "daemons/common/log.h"
+#include "daemons/mribd/rpf.h"
 
 namespace mribd
 {
@@ -87,7 +87,7 @@ Entry *Forwarding::find_or_create(const MCAST_ADDR_S &group, const MCAST_ADDR_S 
         return known;
     }
     if (entry_count_ >= parts_.entry_limit) {
-        counters_.refused_by_limit++;
+        ++counters_.refused_by_limit;
         trace_route("(%M, %N) refused: %u entries are the limit", &source, &group, parts_.entry_limit);
         watch_limit();
         return nullptr;
@@ -96,16 +96,16 @@ Entry *Forwarding::find_or_create(const MCAST_ADDR_S &group, const MCAST_ADDR_S 
     auto entry = std::make_unique<Entry>();
     entry->node = MRT_CreateEntryMask(table_, &group, length, &source, length);
     if (entry->node == nullptr) {
-        counters_.refused_by_memory++;
+        ++counters_.refused_by_memory;
         return nullptr;
     }
     entry->timer = parts_.timers.start(entry.get());
     if (entry->timer == nullptr) {
-        counters_.refused_by_memory++;
+        ++counters_.refused_by_memory;
         MRT_DeleteSourceGroup(entry->node);
         return nullptr;
     }
-    entry_count_++;
+    ++entry_count_;
     watch_limit();
     entry->node->user_data = entry.get();
     return entry.release();
@@ -125,7 +125,7 @@ void Forwarding::remove(Entry *entry)
     entry->node->user_data = nullptr;
     MRT_DeleteSourceGroup(entry->node);
     delete entry;
-    entry_count_--;
+    --entry_count_;
     watch_limit();
 }
 
@@ -159,10 +159,10 @@ void Forwarding::queue(Entry *entry, bool check_route)
 
 void Forwarding::take_upcall(const Upcall &upcall)
 {
-    counters_.upcalls++;
+    ++counters_.upcalls;
     const uint32_t arrival = parts_.vifs.if_index(upcall.vif);
     if (arrival == 0) {
-        counters_.stray_upcalls++;
+        ++counters_.stray_upcalls;
         trace_route("upcall: packets of (%M, %N) arrive on virtual interface %u, which is gone",
                     &upcall.source, &upcall.group, upcall.vif);
         return;
@@ -170,7 +170,7 @@ void Forwarding::take_upcall(const Upcall &upcall)
     trace_route("upcall: packets of (%M, %N) arrive on %P, %s", &upcall.source, &upcall.group, arrival,
                 upcall.kind == UpcallKind::WrongInterface ? "the wrong interface" : "no entry");
     if (upcall.kind == UpcallKind::WrongInterface) {
-        counters_.wrong_interface++;
+        ++counters_.wrong_interface;
         if (Entry *entry = find(upcall.group, upcall.source)) {
             entry->arrival = arrival;
             entry->is_sending = true;
@@ -251,7 +251,7 @@ void Forwarding::vacate_vifs(uint32_t bits)
 bool Forwarding::settle(unsigned limit)
 {
     queue_changed();
-    for (; limit > 0 && !waiting_.empty(); limit--) {
+    for (; limit > 0 && !waiting_.empty(); --limit) {
         Entry *entry = waiting_.front();
         waiting_.pop_front();
         if (entry != nullptr) {
@@ -268,7 +268,7 @@ void Forwarding::determine_upstream(Entry *entry)
                                             entry->upstream, entry->arrival);
     entry->check_route = false;
     if (upstream == 0 && !entry->unreachable) {
-        counters_.no_route++;
+        ++counters_.no_route;
     }
     entry->unreachable = upstream == 0;
     if (upstream == 0) {
@@ -351,7 +351,7 @@ void Forwarding::check_idle(Entry *entry)
     const bool active = now && now->packets != entry->last_packets;
     if (!active && !parts_.members.has_source_join(entry->group(), entry->source())) {
         trace_route("(%M, %N) expires: no packet in a period", &entry->source(), &entry->group());
-        counters_.expired++;
+        ++counters_.expired;
         remove(entry);
         return;
     }
@@ -363,7 +363,7 @@ void Forwarding::check_idle(Entry *entry)
     }
     entry->timer = parts_.timers.start(entry);
     if (entry->timer == nullptr) {
-        counters_.refused_by_memory++;
+        ++counters_.refused_by_memory;
         remove(entry); // it comes back with its next packet; without a timer it would stay for ever
     }
 }

@@ -4,6 +4,13 @@
 #ifndef DAEMONS_MRIBD_FORWARDING_H
 #define DAEMONS_MRIBD_FORWARDING_H
 
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
 #include "daemons/common/trace.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/environment.h"
@@ -14,13 +21,6 @@
 #include "daemons/mribd/upcall.h"
 #include "daemons/mribd/vif_table.h"
 #include "mcast/route_table.h"
-
-#include <cstdint>
-#include <deque>
-#include <functional>
-#include <unordered_map>
-#include <utility>
-#include <vector>
 
 namespace mribd
 {

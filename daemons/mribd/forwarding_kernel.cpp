@@ -1,10 +1,9 @@
 // What the kernel is told of an entry.
-#include "daemons/mribd/forwarding.h"
-
-#include "daemons/common/log.h"
-
 #include <cstring>
 #include <string>
+
+#include "daemons/common/log.h"
+#include "daemons/mribd/forwarding.h"
 
 namespace mribd
 {
@@ -19,7 +18,7 @@ void Forwarding::install(Entry *entry, int parent, uint32_t outgoing)
     entry->outgoing = outgoing;
     if (error != 0) {
         // Tried again when anything about it changes, and with its idle check.
-        counters_.kernel_failures++;
+        ++counters_.kernel_failures;
         if (replaces) {
             parts_.kernel.delete_entry(entry->source(), entry->group()); // better none than a wrong one
         }
@@ -39,7 +38,7 @@ void Forwarding::trace_entry(const Entry *entry, const char *what) const
         return;
     }
     std::string outgoing;
-    for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
+    for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
         if ((entry->outgoing >> vif & 1) != 0) {
             outgoing += " " + parts_.environment.interface_name(parts_.vifs.if_index(vif));
         }

@@ -5,11 +5,11 @@
 #ifndef DAEMONS_MRIBD_GMP_STATE_H
 #define DAEMONS_MRIBD_GMP_STATE_H
 
-#include "daemons/mribd/member_table.h"
-
 #include <cstdint>
 #include <map>
 #include <vector>
+
+#include "daemons/mribd/member_table.h"
 
 namespace mribd
 {

@@ -1,14 +1,14 @@
 #include "daemons/mribd/host_environment.h"
 
-#include "daemons/common/line_format.h"
-#include "daemons/common/log.h"
-#include "daemons/mribd/address.h"
-#include "mcast/service.h"
-
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <utility>
+
+#include "daemons/common/line_format.h"
+#include "daemons/common/log.h"
+#include "daemons/mribd/address.h"
+#include "mcast/service.h"
 
 namespace mribd
 {
@@ -142,7 +142,7 @@ uint32_t HostEnvironment::interface_index(const std::string &name) const
 bool HostEnvironment::is_on_link(uint32_t if_index, const MCAST_ADDR_S &source) const
 {
     HOST_ADDRESS_S address;
-    for (uint32_t i = 0; HOST_LinkGetAddress(links_, if_index, i, &address) == 0; i++) {
+    for (uint32_t i = 0; HOST_LinkGetAddress(links_, if_index, i, &address) == 0; ++i) {
         if (address.family == source.family &&
             share_prefix(address.peer, source.address, address.prefix_length)) {
             return true;
@@ -174,7 +174,7 @@ uint32_t HostEnvironment::owner_of(uint16_t vrf_index, const MCAST_ADDR_S &sourc
     HOST_LINK_S link{};
     while (HOST_LinkGetNext(links_, link.if_index, &link) == 0) {
         HOST_ADDRESS_S address;
-        for (uint32_t i = 0; HOST_LinkGetAddress(links_, link.if_index, i, &address) == 0; i++) {
+        for (uint32_t i = 0; HOST_LinkGetAddress(links_, link.if_index, i, &address) == 0; ++i) {
             if (address.family == source.family &&
                 std::memcmp(address.address, source.address, sizeof(address.address)) == 0 &&
                 instance_of(link.if_index) == vrf_index) {

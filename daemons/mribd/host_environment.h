@@ -4,11 +4,11 @@
 #ifndef DAEMONS_MRIBD_HOST_ENVIRONMENT_H
 #define DAEMONS_MRIBD_HOST_ENVIRONMENT_H
 
+#include <functional>
+
 #include "daemons/mribd/environment.h"
 #include "mcasthost/link.h"
 #include "mcasthost/route.h"
-
-#include <functional>
 
 namespace mribd
 {

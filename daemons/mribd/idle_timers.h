@@ -4,10 +4,10 @@
 #ifndef DAEMONS_MRIBD_IDLE_TIMERS_H
 #define DAEMONS_MRIBD_IDLE_TIMERS_H
 
+#include <functional>
+
 #include "daemons/mribd/forwarding.h"
 #include "mcast/timer.h"
-
-#include <functional>
 
 namespace mribd
 {

@@ -8,14 +8,14 @@
  */
 #include "daemons/mribd/instance.h"
 
-#include "daemons/common/log.h"
-#include "daemons/mribd/address.h"
-
 #include <cerrno>
 #include <cinttypes>
 #include <cstring>
-#include <linux/rtnetlink.h>
 #include <sys/epoll.h>
+#include <linux/rtnetlink.h>
+
+#include "daemons/common/log.h"
+#include "daemons/mribd/address.h"
 
 namespace mribd
 {

@@ -1,8 +1,5 @@
 #include "daemons/mribd/kernel_mroute.h"
 
-#include "daemons/common/log.h"
-#include "mcasthost/multicast_rule.h"
-
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -12,12 +9,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
-
 #include <linux/filter.h>
 #include <linux/icmpv6.h>
 #include <linux/mroute.h>
 #include <linux/mroute6.h>
 #include <linux/sock_diag.h>
+
+#include "daemons/common/log.h"
+#include "mcasthost/multicast_rule.h"
 
 namespace mribd
 {
@@ -77,7 +76,7 @@ int change_entry4(int fd, bool add, const MCAST_ADDR_S &source, const MCAST_ADDR
     std::memcpy(&control.mfcc_origin, source.address, sizeof(control.mfcc_origin));
     std::memcpy(&control.mfcc_mcastgrp, group.address, sizeof(control.mfcc_mcastgrp));
     control.mfcc_parent = static_cast<vifi_t>(parent);
-    for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
+    for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
         control.mfcc_ttls[vif] = (outgoing >> vif & 1) != 0 ? 1 : 0;
     }
     return set_option(fd, IPPROTO_IP, add ? MRT_ADD_MFC : MRT_DEL_MFC, &control, sizeof(control));
@@ -258,7 +257,7 @@ void KernelMroute::shut()
         close(fd_);
         fd_ = -1;
     }
-    for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
+    for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
         lead_no_more(vif);
     }
     waiting_.clear(); // told of virtual interfaces that are gone
@@ -267,7 +266,7 @@ void KernelMroute::shut()
 void KernelMroute::receive(unsigned limit)
 {
     std::array<uint8_t, 256> bytes; // an upcall is 20 to 60 bytes; the packet behind it is of no interest
-    for (unsigned count = 0; count < limit; count++) {
+    for (unsigned count = 0; count < limit; ++count) {
         const ssize_t size = recv(fd_, bytes.data(), bytes.size(), MSG_DONTWAIT);
         if (size < 0) {
             return;
@@ -277,7 +276,7 @@ void KernelMroute::receive(unsigned limit)
         }
         if (waiting_.size() > WAITING_LIMIT) {
             waiting_.pop_front();
-            given_up_++;
+            ++given_up_;
         }
     }
 }
@@ -286,7 +285,7 @@ void KernelMroute::receive(unsigned limit)
 // new sources, answering the oldest first would cost a walk over the whole list each time.
 bool KernelMroute::serve(unsigned limit, const std::function<void(const Upcall &)> &take)
 {
-    for (; limit > 0 && !waiting_.empty(); limit--) {
+    for (; limit > 0 && !waiting_.empty(); --limit) {
         const Upcall upcall = waiting_.back();
         waiting_.pop_back();
         take(upcall);

@@ -5,13 +5,13 @@
 #ifndef DAEMONS_MRIBD_KERNEL_MROUTE_H
 #define DAEMONS_MRIBD_KERNEL_MROUTE_H
 
-#include "daemons/mribd/kernel_table.h"
-#include "daemons/mribd/upcall.h"
-
 #include <array>
 #include <deque>
 #include <functional>
 #include <string>
+
+#include "daemons/mribd/kernel_table.h"
+#include "daemons/mribd/upcall.h"
 
 namespace mribd
 {

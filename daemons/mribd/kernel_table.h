@@ -5,10 +5,10 @@
 #ifndef DAEMONS_MRIBD_KERNEL_TABLE_H
 #define DAEMONS_MRIBD_KERNEL_TABLE_H
 
-#include "mcast/common.h"
-
 #include <cstdint>
 #include <optional>
+
+#include "mcast/common.h"
 
 namespace mribd
 {

@@ -25,7 +25,6 @@ bool LostClients::open(TIMER_SERVICE service)
         MCAST_TMR_ProcExpires(reinterpret_cast<LostClients *>(parameters[0])->manager_);
     };
     const uint64_t parameters[4] = {reinterpret_cast<uintptr_t>(this)};
-
     if (hold_s_ == 0) {
         return true;
     }

@@ -7,11 +7,11 @@
 #ifndef DAEMONS_MRIBD_LOST_CLIENTS_H
 #define DAEMONS_MRIBD_LOST_CLIENTS_H
 
-#include "daemons/common/timer.h"
-#include "daemons/mribd/router.h"
-
 #include <cstdint>
 #include <map>
+
+#include "daemons/common/timer.h"
+#include "daemons/mribd/router.h"
 
 namespace mribd
 {

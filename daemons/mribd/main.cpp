@@ -11,6 +11,13 @@
  * thread in the daemon frame's event loop; what an event changes is worked off by settle after each round, a
  * bounded amount at a time.
  */
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <utility>
+#include <vector>
+
 #include "daemons/common/control.h"
 #include "daemons/common/frame.h"
 #include "daemons/common/log.h"
@@ -23,13 +30,6 @@
 #include "daemons/mribd/plane.h"
 #include "mcast/service.h"
 #include "mcasthost/loop.h"
-
-#include <CLI/CLI.hpp>
-#include <algorithm>
-#include <cstdlib>
-#include <memory>
-#include <utility>
-#include <vector>
 
 namespace
 {

@@ -12,12 +12,12 @@
  */
 #include "daemons/mribd/member_table.h"
 
-#include "daemons/mribd/address.h"
-
 #include <algorithm>
 #include <memory>
 #include <new>
 #include <tuple>
+
+#include "daemons/mribd/address.h"
 
 namespace mribd
 {

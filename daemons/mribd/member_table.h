@@ -4,13 +4,13 @@
 #ifndef DAEMONS_MRIBD_MEMBER_TABLE_H
 #define DAEMONS_MRIBD_MEMBER_TABLE_H
 
-#include "mcast/common.h"
-#include "mcast/route_table.h"
-
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <vector>
+
+#include "mcast/common.h"
+#include "mcast/route_table.h"
 
 namespace mribd
 {

@@ -8,9 +8,9 @@
  */
 #include "daemons/mribd/msdp_exchange.h"
 
-#include "daemons/common/log.h"
-
 #include <utility>
+
+#include "daemons/common/log.h"
 
 namespace mribd
 {
@@ -93,7 +93,7 @@ void MsdpExchange::take_local(const MCAST_ADDR_S &group, const MCAST_ADDR_S &sou
     if (present) {
         const SgTable::Result result = local_.set(group, source);
         if (result == SgTable::Result::NoMemory) {
-            refused_++;
+            ++refused_;
         }
         if (result != SgTable::Result::Added) {
             return;

@@ -5,14 +5,14 @@
 #ifndef DAEMONS_MRIBD_MSDP_EXCHANGE_H
 #define DAEMONS_MRIBD_MSDP_EXCHANGE_H
 
-#include "daemons/mribd/router.h"
-#include "daemons/mribd/sg_table.h"
-#include "daemons/mribd/view.h"
-
 #include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
+
+#include "daemons/mribd/router.h"
+#include "daemons/mribd/sg_table.h"
+#include "daemons/mribd/view.h"
 
 namespace mribd
 {

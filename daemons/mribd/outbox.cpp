@@ -55,7 +55,7 @@ Outbox::Result Outbox::flush(int fd)
             return errno == EAGAIN || errno == ENOBUFS ? Result::Blocked : Result::Failed;
         }
         messages_.pop_front();
-        sent_++;
+        ++sent_;
     }
     return Result::Drained;
 }

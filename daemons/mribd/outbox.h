@@ -9,12 +9,12 @@
 #ifndef DAEMONS_MRIBD_OUTBOX_H
 #define DAEMONS_MRIBD_OUTBOX_H
 
-#include "mcast/mrib_wire.h"
-
 #include <cstdint>
 #include <cstring>
 #include <deque>
 #include <vector>
+
+#include "mcast/mrib_wire.h"
 
 namespace mribd
 {

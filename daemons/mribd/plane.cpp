@@ -1,12 +1,12 @@
 #include "daemons/mribd/plane.h"
 
+#include <cerrno>
+#include <cstring>
+
 #include "daemons/common/log.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/status.h"
 #include "mcasthost/multicast_rule.h"
-
-#include <cerrno>
-#include <cstring>
 
 namespace mribd
 {

@@ -4,6 +4,10 @@
 #ifndef DAEMONS_MRIBD_PLANE_H
 #define DAEMONS_MRIBD_PLANE_H
 
+#include <map>
+#include <memory>
+#include <string>
+
 #include "daemons/common/reactor.h"
 #include "daemons/mribd/channel_server.h"
 #include "daemons/mribd/instance.h"
@@ -11,10 +15,6 @@
 #include "daemons/mribd/policy.h"
 #include "daemons/mribd/routers.h"
 #include "daemons/mribd/user_registry.h"
-
-#include <map>
-#include <memory>
-#include <string>
 
 namespace mribd
 {

@@ -1,10 +1,10 @@
 #include "daemons/mribd/policy.h"
 
+#include <utility>
+
 #include "daemons/common/log.h"
 #include "daemons/mribd/address.h"
 #include "mcast/acl_filter.h"
-
-#include <utility>
 
 namespace mribd
 {

@@ -4,10 +4,10 @@
 #ifndef DAEMONS_MRIBD_POLICY_H
 #define DAEMONS_MRIBD_POLICY_H
 
+#include <optional>
+
 #include "daemons/mribd/routers.h"
 #include "daemons/mribd/view.h"
-
-#include <optional>
 
 namespace mribd
 {

@@ -1,12 +1,12 @@
 #include "daemons/mribd/prefix.h"
 
+#include <charconv>
+
 #include "daemons/common/address_text.h"
 #include "daemons/common/line_format.h"
 #include "daemons/mribd/address.h"
 #include "mcast/addr.h"
 #include "mcast/argument_check.h"
-
-#include <charconv>
 
 namespace mribd
 {
@@ -36,7 +36,7 @@ std::optional<Prefix> Prefix::parse(const std::string &text)
         return std::nullopt;
     }
     result.address = *address;
-    for (unsigned i = 0; i < sizeof(result.address.address); i++) {
+    for (unsigned i = 0; i < sizeof(result.address.address); ++i) {
         const unsigned before = 8 * i;
         result.address.address[i] &= result.length > before ? mask_of(result.length - before) : uint8_t{0};
     }
@@ -48,7 +48,7 @@ bool Prefix::covers(const Prefix &other) const
     if (address.family != other.address.family || length > other.length) {
         return false;
     }
-    for (unsigned i = 0; 8 * i < length; i++) {
+    for (unsigned i = 0; 8 * i < length; ++i) {
         if (((address.address[i] ^ other.address.address[i]) & mask_of(length - 8 * i)) != 0) {
             return false;
         }

@@ -4,12 +4,12 @@
 #ifndef DAEMONS_MRIBD_PREFIX_H
 #define DAEMONS_MRIBD_PREFIX_H
 
-#include "mcast/common.h"
-
 #include <cstdint>
 #include <cstring>
 #include <optional>
 #include <string>
+
+#include "mcast/common.h"
 
 namespace mribd
 {

@@ -1,10 +1,10 @@
 #include "daemons/mribd/router.h"
 
-#include "daemons/common/trace.h"
-#include "daemons/mribd/address.h"
-
 #include <algorithm>
 #include <utility>
+
+#include "daemons/common/trace.h"
+#include "daemons/mribd/address.h"
 
 namespace mribd
 {
@@ -108,7 +108,6 @@ void Router::trace_member(uint32_t if_index, const MCAST_ADDR_S &group, const MC
 {
     const char *what = kind == MemberTable::Kind::Join ? (present ? "wanted" : "no longer wanted")
                                                        : (present ? "blocked" : "no longer blocked");
-
     if (is_any(source)) {
         mcastd::trace(TraceCategory::Group, key_, "(*, %N) %s on %P", &group, what, if_index);
     } else {

@@ -5,15 +5,15 @@
 #ifndef DAEMONS_MRIBD_ROUTER_H
 #define DAEMONS_MRIBD_ROUTER_H
 
-#include "daemons/mribd/forwarding.h"
-#include "daemons/mribd/gmp_state.h"
-#include "daemons/mribd/member_table.h"
-#include "daemons/mribd/vif_table.h"
-
 #include <functional>
 #include <map>
 #include <utility>
 #include <vector>
+
+#include "daemons/mribd/forwarding.h"
+#include "daemons/mribd/gmp_state.h"
+#include "daemons/mribd/member_table.h"
+#include "daemons/mribd/vif_table.h"
 
 namespace mribd
 {

@@ -5,12 +5,12 @@
 #ifndef DAEMONS_MRIBD_ROUTERS_H
 #define DAEMONS_MRIBD_ROUTERS_H
 
-#include "daemons/mribd/router.h"
-#include "daemons/mribd/view.h"
-
 #include <functional>
 #include <map>
 #include <set>
+
+#include "daemons/mribd/router.h"
+#include "daemons/mribd/view.h"
 
 namespace mribd
 {

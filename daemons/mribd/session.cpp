@@ -12,7 +12,7 @@
  *                                     <--      SMOOTH_START
  *     REQ_PIM_DR, REQ_BOUNDARY, ...   -->
  *                                     <--      PIM_DR for each interface, PIM_DR_END,
-                                              BOUNDARY for each range and scope, BOUNDARY_END, ...
+ *                                            BOUNDARY for each range and scope, BOUNDARY_END, ...
  *
  * The smooth start must follow the SSM policy: a client gives up a policy that was not confirmed by then.
  * Memberships need no request; a client reports all of them after each connect, and they live as long as its
@@ -27,13 +27,13 @@
  */
 #include "daemons/mribd/session.h"
 
+#include <cinttypes>
+#include <cstring>
+
 #include "daemons/common/log.h"
 #include "daemons/common/membership.h"
 #include "daemons/mribd/view_records.h"
 #include "mcast/addr.h"
-
-#include <cinttypes>
-#include <cstring>
 
 namespace mribd
 {
@@ -95,7 +95,7 @@ Session::Session(ClientId id, const Backend &backend, ChannelCounters &counters)
     : id_(id), routers_(backend.routers), policy_(backend.policy), msdp_(backend.msdp), users_(backend.users),
       counters_(counters)
 {
-    counters_.clients++;
+    ++counters_.clients;
 }
 
 Session::~Session()
@@ -107,10 +107,10 @@ Session::~Session()
 
 bool Session::take_message(const uint8_t *message, size_t size, bool truncated)
 {
-    counters_.messages++;
+    ++counters_.messages;
     MRIB_MSG_READER_S reader;
     if (MRIB_MsgReaderStart(&reader, message, size) != MCAST_TRUE) {
-        counters_.malformed_messages++;
+        ++counters_.malformed_messages;
         return true;
     }
     MRIB_MSG_HEADER_S header;
@@ -121,21 +121,21 @@ bool Session::take_message(const uint8_t *message, size_t size, bool truncated)
     MRIB_RECORD_S record;
     bool good = true;
     while (good && MRIB_MsgReaderNext(&reader, &record) == MCAST_TRUE) {
-        taken++;
-        counters_.records++;
+        ++taken;
+        ++counters_.records;
         good = take_record(record);
     }
     if (good && (truncated || taken < header.record_count)) {
         trace_channel("client %u: message holds %u of its records%s", id_, taken,
                       truncated ? ", and is too long" : "");
-        counters_.malformed_messages++;
+        ++counters_.malformed_messages;
     }
     return good;
 }
 
 bool Session::refuse(Fault fault)
 {
-    counters_.faults[static_cast<size_t>(fault)]++;
+    ++counters_.faults[static_cast<size_t>(fault)];
     trace_channel("client %u: record ignored: %s", id_, fault_name(fault));
     return true;
 }

@@ -4,6 +4,11 @@
 #ifndef DAEMONS_MRIBD_SESSION_H
 #define DAEMONS_MRIBD_SESSION_H
 
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
 #include "daemons/common/trace.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/msdp_exchange.h"
@@ -12,11 +17,6 @@
 #include "daemons/mribd/routers.h"
 #include "daemons/mribd/user_registry.h"
 #include "mcast/mrib_message.h"
-
-#include <array>
-#include <cstddef>
-#include <cstdint>
-#include <optional>
 
 namespace mribd
 {

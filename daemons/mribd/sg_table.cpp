@@ -1,9 +1,9 @@
 #include "daemons/mribd/sg_table.h"
 
-#include "daemons/mribd/address.h"
-
 #include <cstring>
 #include <new>
+
+#include "daemons/mribd/address.h"
 
 namespace mribd
 {
@@ -94,8 +94,8 @@ SgTable::Result SgTable::set(const MCAST_ADDR_S &group, const MCAST_ADDR_S &sour
     record->head.address = source;
     record->note = note;
     MTable_InsertSource(&owner->head, &record->head); // cannot fail: it is not there
-    owner->source_count++;
-    size_++;
+    ++owner->source_count;
+    ++size_;
     return Result::Added;
 }
 
@@ -103,7 +103,7 @@ void SgTable::erase(Group *group, Source *source)
 {
     MTable_RemoveSource(&group->head, &source->head);
     delete source;
-    size_--;
+    --size_;
     if (--group->source_count == 0) {
         MTable_RemoveGroup(&table_, &group->head);
         MTable_FiniGroup(&group->head);

@@ -5,10 +5,10 @@
 #ifndef DAEMONS_MRIBD_SG_TABLE_H
 #define DAEMONS_MRIBD_SG_TABLE_H
 
-#include "mcast/mtable.h"
-
 #include <cstdint>
 #include <functional>
+
+#include "mcast/mtable.h"
 
 namespace mribd
 {

@@ -1,10 +1,10 @@
 #include "daemons/mribd/status.h"
 
-#include "daemons/mribd/address.h"
-
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
+
+#include "daemons/mribd/address.h"
 
 namespace mribd
 {
@@ -38,7 +38,7 @@ void add_clients(std::string *out, const ChannelServer &server)
 
 void add_interfaces(std::string *out, const Router &router)
 {
-    for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
+    for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
         if (const uint32_t if_index = router.vifs().if_index(vif)) {
             add_text(out, "  interface %s: index %u, vif %u%s%s\n",
                      router.environment().interface_name(if_index).c_str(), if_index, vif,
@@ -71,7 +71,7 @@ void add_entries(std::string *out, const Router &router)
             add_text(out, " from %s", router.environment().interface_name(entry.upstream).c_str());
         }
         *out += " to";
-        for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
+        for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
             if ((entry.outgoing >> vif & 1) != 0) {
                 add_text(out, " %s",
                          router.environment().interface_name(router.vifs().if_index(vif)).c_str());
@@ -97,7 +97,7 @@ void add_channel_counters(std::string *out, const ChannelCounters &channel)
              channel.clients, channel.messages, channel.records, channel.malformed_messages,
              channel.overflows);
     *out += "  ignored records:";
-    for (size_t fault = 0; fault < channel.faults.size(); fault++) {
+    for (size_t fault = 0; fault < channel.faults.size(); ++fault) {
         add_text(out, " %s %" PRIu64, fault_name(static_cast<Fault>(fault)), channel.faults[fault]);
     }
     *out += '\n';

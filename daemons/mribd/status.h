@@ -4,10 +4,10 @@
 #ifndef DAEMONS_MRIBD_STATUS_H
 #define DAEMONS_MRIBD_STATUS_H
 
+#include <string>
+
 #include "daemons/mribd/channel_server.h"
 #include "daemons/mribd/router.h"
-
-#include <string>
 
 namespace mribd
 {

@@ -1,8 +1,8 @@
+#include <cinttypes>
+
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/status.h"
 #include "mcast/interface_name.h"
-
-#include <cinttypes>
 
 namespace mribd
 {

@@ -1,12 +1,11 @@
 #include "daemons/mribd/upcall.h"
 
-#include "daemons/mribd/address.h"
-
 #include <cstring>
 #include <netinet/in.h>
-
 #include <linux/mroute.h>
 #include <linux/mroute6.h>
+
+#include "daemons/mribd/address.h"
 
 namespace mribd
 {

@@ -4,11 +4,11 @@
 #ifndef DAEMONS_MRIBD_UPCALL_H
 #define DAEMONS_MRIBD_UPCALL_H
 
-#include "mcast/common.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+
+#include "mcast/common.h"
 
 namespace mribd
 {

@@ -5,12 +5,12 @@
 #ifndef DAEMONS_MRIBD_USER_REGISTRY_H
 #define DAEMONS_MRIBD_USER_REGISTRY_H
 
-#include "daemons/mribd/member_table.h"
-#include "mcast/mrib_wire.h"
-
 #include <cstdint>
 #include <map>
 #include <utility>
+
+#include "daemons/mribd/member_table.h"
+#include "mcast/mrib_wire.h"
 
 namespace mribd
 {

@@ -6,14 +6,14 @@
 #ifndef DAEMONS_MRIBD_VIEW_H
 #define DAEMONS_MRIBD_VIEW_H
 
-#include "daemons/mribd/config.h"
-#include "daemons/mribd/environment.h"
-
 #include <compare>
 #include <cstdint>
 #include <map>
 #include <set>
 #include <vector>
+
+#include "daemons/mribd/config.h"
+#include "daemons/mribd/environment.h"
 
 namespace mribd
 {

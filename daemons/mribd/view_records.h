@@ -4,10 +4,10 @@
 #ifndef DAEMONS_MRIBD_VIEW_RECORDS_H
 #define DAEMONS_MRIBD_VIEW_RECORDS_H
 
+#include <cstdint>
+
 #include "daemons/mribd/outbox.h"
 #include "daemons/mribd/view.h"
-
-#include <cstdint>
 
 namespace mribd
 {

@@ -1,11 +1,11 @@
 #include "daemons/mribd/vif_table.h"
 
-#include "daemons/common/log.h"
-#include "daemons/mribd/address.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+
+#include "daemons/common/log.h"
+#include "daemons/mribd/address.h"
 
 namespace mribd
 {
@@ -38,7 +38,7 @@ bool VifTable::add(uint32_t if_index)
     const int error = kernel_.add_vif(vif, if_index);
     const auto known = std::find(failed_.begin(), failed_.end(), if_index);
     if (error != 0) {
-        failures_++;
+        ++failures_;
         if (known == failed_.end()) {
             failed_.push_back(if_index);
             mcastd::log_warning(
@@ -68,7 +68,7 @@ void VifTable::note_refused(const std::vector<uint32_t> &wanted)
     if (refused > refused_) {
         refusals_ += refused - refused_;
         std::string names;
-        for (size_t i = MAX_VIFS; i < wanted.size() && i < MAX_VIFS + 8; i++) {
+        for (size_t i = MAX_VIFS; i < wanted.size() && i < MAX_VIFS + 8; ++i) {
             names += " " + environment_.interface_name(wanted[i]);
         }
         mcastd::log_warning(
@@ -83,7 +83,7 @@ bool VifTable::refresh(const std::vector<uint32_t> &wanted, const std::function<
     note_refused(wanted);
     const auto end = wanted.begin() + static_cast<ptrdiff_t>(std::min<size_t>(wanted.size(), MAX_VIFS));
     uint32_t leaving = 0;
-    for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
+    for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
         if (if_indexes_[vif] != 0 && std::find(wanted.begin(), end, if_indexes_[vif]) == end) {
             mcastd::log_info("%s: virtual interface %u, %s, is no longer needed", instance_name(key_).c_str(),
                              vif, environment_.interface_name(if_indexes_[vif]).c_str());
@@ -93,14 +93,14 @@ bool VifTable::refresh(const std::vector<uint32_t> &wanted, const std::function<
     }
     if (leaving != 0) {
         vacate(leaving);
-        for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
+        for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
             if ((leaving >> vif & 1) != 0) {
                 kernel_.delete_vif(vif); // an interface that is gone took its virtual interface along
             }
         }
     }
     bool changed = leaving != 0;
-    for (auto if_index = wanted.begin(); if_index != end; if_index++) {
+    for (auto if_index = wanted.begin(); if_index != end; ++if_index) {
         if (find(*if_index) < 0) {
             changed |= add(*if_index);
         }
@@ -123,7 +123,7 @@ bool VifTable::forget(uint32_t if_index, const std::function<void(uint32_t)> &va
 
 void VifTable::clear()
 {
-    for (unsigned vif = 0; vif < MAX_VIFS; vif++) {
+    for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
         if (if_indexes_[vif] != 0) {
             kernel_.delete_vif(vif);
             if_indexes_[vif] = 0;

@@ -4,14 +4,14 @@
 #ifndef DAEMONS_MRIBD_VIF_TABLE_H
 #define DAEMONS_MRIBD_VIF_TABLE_H
 
-#include "daemons/mribd/environment.h"
-#include "daemons/mribd/kernel_table.h"
-
 #include <array>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "daemons/mribd/environment.h"
+#include "daemons/mribd/kernel_table.h"
 
 namespace mribd
 {

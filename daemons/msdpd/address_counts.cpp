@@ -7,7 +7,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -56,7 +55,6 @@ void release_node(MCAST_AVL_NODE_S *node)
 Item *find(const MCAST_AVL_S &tree, Ipv4 address)
 {
     const MCAST_AVL_NODE_S *node = MCAST_AVL_Search(&tree, &address);
-
     return node != nullptr ? static_cast<Item *>(node->data) : nullptr;
 }
 
@@ -100,7 +98,6 @@ void AddressCounts::remove(Ipv4 address)
 uint32_t AddressCounts::of(Ipv4 address) const
 {
     const Item *known = find(tree_, address);
-
     return known != nullptr ? known->count : 0;
 }
 
@@ -108,7 +105,6 @@ void AddressCounts::visit(Ipv4 first, const std::function<bool(Ipv4, uint32_t)> 
 {
     MCAST_AVL_WALK_S walk;
     void *data = nullptr;
-
     if (MCAST_AVL_InitWalkFromKey(&walk, &tree_, &first, &data) != MCAST_OK) {
         return; // nothing from there on
     }

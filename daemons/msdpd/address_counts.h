@@ -2,8 +2,8 @@
  * How many there are of something for each address, in the order of the addresses: the library's balanced
  * tree with an item for every address that has any.
  */
-#ifndef MSDPD_ADDRESS_COUNTS_H
-#define MSDPD_ADDRESS_COUNTS_H
+#ifndef DAEMONS_MSDPD_ADDRESS_COUNTS_H
+#define DAEMONS_MSDPD_ADDRESS_COUNTS_H
 
 #include <cstdint>
 #include <functional>

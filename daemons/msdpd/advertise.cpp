@@ -8,7 +8,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -25,7 +24,6 @@ void begin_interval(Speaker &speaker)
 {
     Advertisement &state = speaker.advertisement;
     const uint32_t period_s = speaker.config.advertisement_s;
-
     state.walking = true;
     state.cursor = {};
     state.left_s = period_s;
@@ -78,7 +76,6 @@ void advertise_fresh(Speaker &speaker, Ipv4 rp, const Pair &pair)
 void advertise_flush(Speaker &speaker)
 {
     const std::map<Ipv4, std::vector<Pair>> fresh = std::move(speaker.advertisement.fresh);
-
     speaker.advertisement.fresh.clear();
     for (const auto &[rp, pairs] : fresh) {
         for (size_t done = 0; done < pairs.size(); done += MAX_ENTRIES) {
@@ -93,7 +90,6 @@ bool advertise_next(Speaker &speaker, Ipv4 group, MRIB_MSDP_CURSOR_S *cursor, Ip
 {
     MRIB_MSDP_BATCH_S batch{};
     const bool more = speaker.mrib.next_local(speaker.config.originate_filter, group, cursor, &batch);
-
     *rp = originator(speaker, from_network(batch.rp_be));
     pairs->clear();
     for (uint64_t i = 0; i < batch.count; ++i) {

@@ -2,8 +2,8 @@
  * The announcement of local sources: each at once when it appears, and all of them once in an interval,
  * spread over it when they are many (RFC 3618, sections 5.1 and 5.2).
  */
-#ifndef MSDPD_ADVERTISE_H
-#define MSDPD_ADVERTISE_H
+#ifndef DAEMONS_MSDPD_ADVERTISE_H
+#define DAEMONS_MSDPD_ADVERTISE_H
 
 #include <cstdint>
 #include <map>

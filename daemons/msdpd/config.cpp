@@ -4,7 +4,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -20,7 +19,6 @@ constexpr size_t MOST_NAME_BYTES = 63;
 Ipv4 address_of(ConfigTable &table, const char *key, const std::string &text)
 {
     const std::optional<Ipv4> address = parse_ipv4(text);
-
     if (!address || !is_routable(*address)) {
         table.fail(key,
                    std::string(key) + " is " + host::quoted(text) + "; allowed: an IPv4 unicast address");
@@ -31,7 +29,6 @@ Ipv4 address_of(ConfigTable &table, const char *key, const std::string &text)
 uint32_t read_acl(ConfigTable &table, const char *key)
 {
     const auto number = table.optional_integer(key, FIRST_ACL, LAST_ACL);
-
     return number ? static_cast<uint32_t>(*number) : MCAST_NONE;
 }
 
@@ -45,7 +42,6 @@ void read_seconds(ConfigTable &table, const char *key, uint32_t lowest, uint32_t
 std::string read_name(ConfigTable &table, const char *key)
 {
     const std::string name = table.optional_string(key).value_or("");
-
     if (name.size() > MOST_NAME_BYTES) {
         table.fail(key, std::string(key) + " is too long; allowed: at most " +
                             std::to_string(MOST_NAME_BYTES) + " bytes");
@@ -98,7 +94,6 @@ std::vector<Prefix> read_rpf(ConfigTable &table)
 void read_peer(ConfigTable &table, Config *config)
 {
     PeerConfig peer;
-
     peer.address = address_of(table, "address", table.string("address"));
     peer.local_address = address_of(table, "local_address", table.string("local_address"));
     if (peer.address == peer.local_address) {
@@ -149,7 +144,6 @@ void read_timers(ConfigTable &table, Config *config)
 Config read_config(ConfigTable &table)
 {
     Config config;
-
     if (const auto originator = table.optional_string("originator")) {
         config.originator = address_of(table, "originator", *originator);
     }

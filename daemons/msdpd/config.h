@@ -1,8 +1,8 @@
 /*
  * msdpd's table of the configuration file. docs/msdpd.md lists the keys.
  */
-#ifndef MSDPD_CONFIG_H
-#define MSDPD_CONFIG_H
+#ifndef DAEMONS_MSDPD_CONFIG_H
+#define DAEMONS_MSDPD_CONFIG_H
 
 #include <cstdint>
 #include <map>

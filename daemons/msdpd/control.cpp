@@ -13,7 +13,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -37,7 +36,6 @@ ControlField text_field(const std::string &text)
 void list_peers(const Speaker &speaker, ControlRows &rows)
 {
     const uint32_t now_s = mcastd::boot_time_s();
-
     for (const auto &[address, peer] : speaker.peers) {
         if (!rows.add({
                 address_field(address),
@@ -169,7 +167,6 @@ mcastd::ControlOutcome clear_cache(Speaker &speaker, const ControlFields &argume
 void offer_control(mcastd::ControlServer &server, Speaker &speaker, std::function<ProcessStatus()> process)
 {
     mcastd::ControlRegistry &registry = server.registry();
-
     registry.add_table(mcastd::MSDP_PEER_TABLE, [&speaker](ControlRows &rows) { list_peers(speaker, rows); });
     registry.add_table(mcastd::MSDP_CACHE_TABLE,
                        [&speaker](ControlRows &rows) { list_cache(speaker, rows); });

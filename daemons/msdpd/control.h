@@ -1,8 +1,8 @@
 /*
  * What msdpd offers at its control endpoint: its peers, the cache and the counters.
  */
-#ifndef MSDPD_CONTROL_H
-#define MSDPD_CONTROL_H
+#ifndef DAEMONS_MSDPD_CONTROL_H
+#define DAEMONS_MSDPD_CONTROL_H
 
 #include <functional>
 

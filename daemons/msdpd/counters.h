@@ -2,8 +2,8 @@
  * What is counted for each peer: messages, why they or their entries were refused, and how connections ended.
  * Each counter has a name under which the status shows it. They live as long as the peer is configured.
  */
-#ifndef MSDPD_COUNTERS_H
-#define MSDPD_COUNTERS_H
+#ifndef DAEMONS_MSDPD_COUNTERS_H
+#define DAEMONS_MSDPD_COUNTERS_H
 
 #include "daemons/common/counters.h"
 

@@ -21,7 +21,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -30,7 +29,6 @@ bool load(const std::string &path, Config *config)
 {
     std::string error;
     Config fresh;
-
     if (!mcastd::load_config(
             path.c_str(), "msdpd", [&fresh](mcastd::ConfigTable &table) { fresh = read_config(table); },
             &error)) {
@@ -44,7 +42,6 @@ bool load(const std::string &path, Config *config)
 ProcessStatus process_status(const MribLink &mrib)
 {
     const mcastd::MribChannel &channel = mrib.channel();
-
     return {channel.connected(), channel.connects(), channel.pending()};
 }
 

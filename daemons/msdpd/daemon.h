@@ -1,8 +1,8 @@
 /*
  * The daemon put together: configuration file in, event loop out.
  */
-#ifndef MSDPD_DAEMON_H
-#define MSDPD_DAEMON_H
+#ifndef DAEMONS_MSDPD_DAEMON_H
+#define DAEMONS_MSDPD_DAEMON_H
 
 #include <string>
 

@@ -4,7 +4,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -15,7 +14,6 @@ void dump_local_sources(Peer &peer)
 {
     Ipv4 rp;
     std::vector<Pair> pairs;
-
     if (!advertise_next(peer.speaker, Ipv4{}, &peer.dump.local, &rp, &pairs)) {
         peer.dump.phase = Dump::Phase::Cache;
     }
@@ -27,7 +25,6 @@ void dump_cache(Peer &peer)
     const Speaker &speaker = peer.speaker;
     std::map<Ipv4, std::vector<Pair>> by_originator;
     size_t count = 0;
-
     const bool complete = speaker.cache.visit(&peer.dump.cache, [&](const SaEntry &entry) {
         if (count == MAX_ENTRIES) {
             return false;

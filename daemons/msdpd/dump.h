@@ -2,8 +2,8 @@
  * Everything that is known, told to one peer: after its connection came up, and after messages for it had to
  * be dropped. It goes out as the peer reads, first the local sources, then the cache.
  */
-#ifndef MSDPD_DUMP_H
-#define MSDPD_DUMP_H
+#ifndef DAEMONS_MSDPD_DUMP_H
+#define DAEMONS_MSDPD_DUMP_H
 
 #include "daemons/msdpd/sa_cache.h"
 #include "mcast/msdp.h"

@@ -15,7 +15,6 @@ bool may_forward(const Peer &to, const Peer *from, Ipv4 originator)
 void send_pairs(Peer &to, uint8_t type, Ipv4 originator, std::span<const Pair> pairs)
 {
     std::vector<Pair> permitted;
-
     if (to.config.filter_out != MCAST_NONE) {
         for (const Pair &pair : pairs) {
             if (MCAST4_IsAclPermit(0, to.config.filter_out, pair.source.number, pair.group.number) ==

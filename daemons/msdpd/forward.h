@@ -1,8 +1,8 @@
 /*
  * What is sent to whom.
  */
-#ifndef MSDPD_FORWARD_H
-#define MSDPD_FORWARD_H
+#ifndef DAEMONS_MSDPD_FORWARD_H
+#define DAEMONS_MSDPD_FORWARD_H
 
 #include <span>
 

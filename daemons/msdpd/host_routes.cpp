@@ -7,7 +7,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -62,7 +61,6 @@ bool HostRoutes::open(int loop)
 std::optional<Route> HostRoutes::route_to(Ipv4 address)
 {
     const auto found = known_.find(address.number);
-
     if (found != known_.end()) {
         return found->second;
     }

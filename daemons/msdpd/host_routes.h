@@ -2,8 +2,8 @@
  * The kernel's unicast routes. Answers are remembered until routes change, since an originator is asked about
  * with each of its announcements.
  */
-#ifndef MSDPD_HOST_ROUTES_H
-#define MSDPD_HOST_ROUTES_H
+#ifndef DAEMONS_MSDPD_HOST_ROUTES_H
+#define DAEMONS_MSDPD_HOST_ROUTES_H
 
 #include <unordered_map>
 

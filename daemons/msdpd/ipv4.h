@@ -2,16 +2,15 @@
  * IPv4 addresses and (source, group) pairs. MSDP knows no other family. An address is a number in host order
  * here; the channel takes numbers in network order, the library's tables take records.
  */
-#ifndef MSDPD_IPV4_H
-#define MSDPD_IPV4_H
+#ifndef DAEMONS_MSDPD_IPV4_H
+#define DAEMONS_MSDPD_IPV4_H
 
+#include <arpa/inet.h>
 #include <compare>
 #include <cstdint>
 #include <cstring>
 #include <optional>
 #include <string>
-
-#include <arpa/inet.h>
 
 #include "daemons/common/address_text.h"
 #include "daemons/common/line_format.h"
@@ -48,7 +47,6 @@ inline MCAST_ADDR_S to_record(Ipv4 address)
 {
     const uint32_t address_be = to_network(address);
     MCAST_ADDR_S record{MCAST_FAMILY_IPV4, 0, {}};
-
     memcpy(record.address, &address_be, sizeof(address_be));
     return record;
 }
@@ -56,7 +54,6 @@ inline MCAST_ADDR_S to_record(Ipv4 address)
 inline Ipv4 from_record(const MCAST_ADDR_S &record)
 {
     uint32_t address_be;
-
     memcpy(&address_be, record.address, sizeof(address_be));
     return from_network(address_be);
 }
@@ -64,7 +61,6 @@ inline Ipv4 from_record(const MCAST_ADDR_S &record)
 inline std::string to_text(Ipv4 address)
 {
     const MCAST_ADDR_S record = to_record(address);
-
     return mcastd::formatted("%A", &record);
 }
 
@@ -77,7 +73,6 @@ inline std::string to_text(const Pair &pair)
 inline std::optional<Ipv4> parse_ipv4(const std::string &text)
 {
     const auto record = mcastd::parse_address(text);
-
     return record && record->family == MCAST_FAMILY_IPV4 ? std::optional(from_record(*record)) : std::nullopt;
 }
 
@@ -92,7 +87,6 @@ inline bool is_routable(Ipv4 address)
 inline bool is_routable_group(Ipv4 group)
 {
     const MCAST_ADDR_S record = to_record(group);
-
     return group.number >> 28 == 0xe && MCAST_GrpAddrCheck(&record) == MCAST_TRUE;
 }
 

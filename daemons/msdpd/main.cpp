@@ -2,15 +2,14 @@
  * msdpd: the MSDP daemon of the router. It tells its peers, over TCP, which sources are active here, and the
  * MRIB process which are active elsewhere.
  */
-#include "daemons/msdpd/daemon.h"
-
 #include <CLI/CLI.hpp>
+
+#include "daemons/msdpd/daemon.h"
 
 int main(int argc, char **argv)
 {
     mcastd::Options options("msdpd", "Multicast Source Discovery Protocol daemon (RFC 3618)");
     std::string config_path;
-
     options.app()
         .add_option("--config", config_path, "Configuration file (TOML) with the peers, read again on SIGHUP")
         ->required();

@@ -11,7 +11,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -71,7 +70,6 @@ MribLink::~MribLink()
 bool MribLink::open(Speaker &speaker)
 {
     MRIB_GMP_CALLBACKS_S callbacks{};
-
     callbacks.vrf_enabled = [](const MRIB_GMP_VRF_KEY_S *) {}; // has the state told; the library keeps it
     callbacks.ssm_policy_changed = on_ssm_policy;
     callbacks.msdp_local_source = on_local_source;
@@ -108,7 +106,6 @@ void MribLink::close()
 void MribLink::report_all()
 {
     SaCache::Cursor cursor;
-
     MRIB_MSDP_SendSmoothRemoteSGBegin();
     bracket_open_ = true;
     speaker_->cache.visit(&cursor, [](const SaEntry &entry) {
@@ -177,7 +174,6 @@ void MribLink::on_ssm_policy(const MRIB_GMP_VRF_KEY_S *key, uint32_t)
 bool MribLink::next_local(uint32_t acl, Ipv4 group, MRIB_MSDP_CURSOR_S *cursor, MRIB_MSDP_BATCH_S *batch)
 {
     const MRIB_MSDP_FILTER_S filter{PUBLIC_INSTANCE, acl, MRIB_MSDP_BATCH_MAX, to_network(group)};
-
     return MRIB_MSDP_GetLocalSrc(PUBLIC_INSTANCE, &filter, cursor, batch) == MCAST_WALK_AGAIN ||
            cursor->rp_be != 0;
 }
@@ -185,7 +181,6 @@ bool MribLink::next_local(uint32_t acl, Ipv4 group, MRIB_MSDP_CURSOR_S *cursor, 
 uint32_t MribLink::local_count()
 {
     uint32_t count = 0;
-
     // The MRIB process tells the sources of one RP.
     MRIB_MSDP_GetSGCntOfOneRP(PUBLIC_INSTANCE, 0, &count);
     return count;

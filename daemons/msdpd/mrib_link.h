@@ -2,8 +2,8 @@
  * The exchange with the MRIB process: the local sources that it knows, and the remote ones that peers
  * announce.
  */
-#ifndef MSDPD_MRIB_LINK_H
-#define MSDPD_MRIB_LINK_H
+#ifndef DAEMONS_MSDPD_MRIB_LINK_H
+#define DAEMONS_MSDPD_MRIB_LINK_H
 
 #include "daemons/common/mrib_channel.h"
 #include "daemons/msdpd/speaker.h"

@@ -6,7 +6,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -28,7 +27,6 @@ void retry(void *owner)
 {
     Peer &peer = *static_cast<Peer *>(owner);
     Speaker &speaker = peer.speaker;
-
     speaker.transport.disconnect(peer);
     mcastd::timer_start(speaker.timers, peer.connect_retry, speaker.config.connect_retry_s * MS_PER_S, retry,
                         owner);
@@ -39,7 +37,6 @@ void retry(void *owner)
 void end(Peer &peer, const char *reason)
 {
     Speaker &speaker = peer.speaker;
-
     speaker.transport.disconnect(peer);
     for (mcastd::Timer *timer : {&peer.connect_retry, &peer.hold, &peer.keepalive}) {
         mcastd::timer_stop(speaker.timers, *timer);
@@ -56,7 +53,6 @@ void end(Peer &peer, const char *reason)
 void hold_expired(void *owner)
 {
     Peer &peer = *static_cast<Peer *>(owner);
-
     ++peer.counters[Count::HoldExpired];
     peer_lost(peer, "the hold timer expired");
 }
@@ -86,7 +82,6 @@ void send_keepalive(Peer &peer)
 void keepalive_due(void *owner)
 {
     Peer &peer = *static_cast<Peer *>(owner);
-
     restart_keepalive(peer);
     send_keepalive(peer);
 }
@@ -99,7 +94,6 @@ std::optional<Count> take_messages(Peer &peer)
     std::optional<Count> malformed;
     Tlv tlv;
     Framing framing;
-
     while ((framing = next_tlv(std::span(peer.input).subspan(taken), &tlv)) == Framing::Complete &&
            !malformed) {
         malformed = receive(peer, tlv);

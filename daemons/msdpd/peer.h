@@ -12,8 +12,8 @@
  *
  * From Established a connection that ends, however it ends, leads back to where the peer came from.
  */
-#ifndef MSDPD_PEER_H
-#define MSDPD_PEER_H
+#ifndef DAEMONS_MSDPD_PEER_H
+#define DAEMONS_MSDPD_PEER_H
 
 #include <cstdint>
 #include <span>

@@ -15,7 +15,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -28,7 +27,6 @@ void watch_limit(Peer &peer)
 {
     const uint64_t limit = peer.config.sa_limit;
     const uint64_t share = uint64_t{peer.speaker.cache.peers().of(peer.config.address)} * 100;
-
     if (peer.near_limit && share < limit * QUIET_PERCENT) {
         peer.near_limit = false;
     } else if (!peer.near_limit && share >= limit * WARNING_PERCENT) {
@@ -44,7 +42,6 @@ bool has_room(Peer &from, const Pair &pair)
 {
     const SaCache &cache = from.speaker.cache;
     const SaEntry *known = cache.find(pair);
-
     return (known != nullptr && known->peer == from.config.address) ||
            cache.peers().of(from.config.address) < from.config.sa_limit;
 }
@@ -82,7 +79,6 @@ bool keep(Peer &from, Ipv4 rp, const Pair &pair)
 bool check_originator(Peer &from, Ipv4 rp)
 {
     const Speaker &speaker = from.speaker;
-
     if (!is_routable(rp)) {
         ++from.counters[Count::DroppedOriginator];
         return false;
@@ -97,7 +93,6 @@ bool check_originator(Peer &from, Ipv4 rp)
 std::vector<Pair> keep_all(Peer &from, const SourceActive &message)
 {
     std::vector<Pair> to_forward;
-
     from.counters[Count::ReceivedEntries] += message.pairs.size();
     from.counters[Count::DroppedPrefixLength] += message.ignored_entries;
     for (const Pair &pair : message.pairs) {
@@ -169,7 +164,6 @@ std::optional<Count> receive(Peer &from, const Tlv &tlv)
 {
     SourceActive message;
     Ipv4 group;
-
     switch (tlv.type) {
     case TLV_SOURCE_ACTIVE:
         if (!parse_source_active(tlv.value, &message)) {

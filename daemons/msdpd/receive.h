@@ -1,8 +1,8 @@
 /*
  * What a peer's messages cause.
  */
-#ifndef MSDPD_RECEIVE_H
-#define MSDPD_RECEIVE_H
+#ifndef DAEMONS_MSDPD_RECEIVE_H
+#define DAEMONS_MSDPD_RECEIVE_H
 
 #include <optional>
 

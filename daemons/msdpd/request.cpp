@@ -5,7 +5,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -21,7 +20,6 @@ public:
     void add(Ipv4 rp, const Pair &pair)
     {
         std::vector<Pair> &pairs = pairs_[rp];
-
         pairs.push_back(pair);
         if (pairs.size() == MAX_ENTRIES) {
             send_pairs(to_, TLV_RESPONSE, rp, pairs);

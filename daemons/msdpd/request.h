@@ -1,8 +1,8 @@
 /*
  * Requests for the sources of a group, asked and answered.
  */
-#ifndef MSDPD_REQUEST_H
-#define MSDPD_REQUEST_H
+#ifndef DAEMONS_MSDPD_REQUEST_H
+#define DAEMONS_MSDPD_REQUEST_H
 
 #include "daemons/msdpd/speaker.h"
 

@@ -1,8 +1,8 @@
 /*
  * What the unicast routes say, as far as the RPF rules need it.
  */
-#ifndef MSDPD_ROUTES_H
-#define MSDPD_ROUTES_H
+#ifndef DAEMONS_MSDPD_ROUTES_H
+#define DAEMONS_MSDPD_ROUTES_H
 
 #include <cstdint>
 #include <optional>

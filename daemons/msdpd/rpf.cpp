@@ -2,7 +2,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -10,7 +9,6 @@ namespace
 const Peer *only_peer(const Speaker &speaker)
 {
     const Peer *only = nullptr;
-
     for (const auto &[address, peer] : speaker.peers) {
         if (peer->config.enabled) {
             if (only != nullptr) {
@@ -38,7 +36,6 @@ const Peer *static_peer(const Speaker &speaker, Ipv4 originator)
 const Peer *peer_in_direction(const Speaker &speaker, const Route &route)
 {
     const Peer *highest = nullptr;
-
     for (const auto &[address, peer] : speaker.peers) {
         if (peer->established() && speaker.routes.route_to(address) == route) {
             highest = peer.get(); // they come in ascending order
@@ -50,7 +47,6 @@ const Peer *peer_in_direction(const Speaker &speaker, const Route &route)
 const Peer *default_peer(const Speaker &speaker)
 {
     const Peer *first = nullptr;
-
     for (const auto &[address, peer] : speaker.peers) {
         if (peer->established() && peer->config.default_peer &&
             (first == nullptr || peer->config.position < first->config.position)) {
@@ -86,7 +82,6 @@ const char *rule_name(RpfRule rule)
 RpfChoice rpf_peer(const Speaker &speaker, Ipv4 originator)
 {
     const Peer *peer = speaker_find_peer(speaker, originator);
-
     if (peer != nullptr && peer->established()) {
         return {peer, RpfRule::Originator};
     }

@@ -15,8 +15,8 @@
  * configured for a prefix goes before what routes say, since the operator who writes it means to overrule
  * them.
  */
-#ifndef MSDPD_RPF_H
-#define MSDPD_RPF_H
+#ifndef DAEMONS_MSDPD_RPF_H
+#define DAEMONS_MSDPD_RPF_H
 
 #include "daemons/msdpd/speaker.h"
 

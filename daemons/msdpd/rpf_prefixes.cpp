@@ -6,7 +6,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -47,7 +46,6 @@ void RpfPrefixes::add(const Prefix &prefix, Ipv4 peer)
 {
     const MCAST_ADDR_S address = to_record(prefix.address);
     auto *known = static_cast<Range *>(MRT_RDX_Locate(tree_, &address, prefix.length));
-
     if (known == nullptr) {
         known = ranges_.emplace_back(new Range{nullptr, prefix.length, address, {}}).get();
         known->key = &known->address;
@@ -61,7 +59,6 @@ void RpfPrefixes::visit(Ipv4 originator, const std::function<bool(Ipv4)> &visito
     const MCAST_ADDR_S key = to_record(originator);
     uint32_t longest = ADDRESS_BITS;
     const Range *range;
-
     // Not with a filter, which the tree stops asking where two prefixes part.
     while ((range = static_cast<Range *>(MRT_RDX_LocateBest(tree_, &key, longest, nullptr, nullptr))) !=
            nullptr) {

@@ -2,8 +2,8 @@
  * The prefixes of originators that the configuration assigns to peers, on the library's radix tree, which
  * finds those that cover an originator however many there are.
  */
-#ifndef MSDPD_RPF_PREFIXES_H
-#define MSDPD_RPF_PREFIXES_H
+#ifndef DAEMONS_MSDPD_RPF_PREFIXES_H
+#define DAEMONS_MSDPD_RPF_PREFIXES_H
 
 #include <functional>
 #include <memory>

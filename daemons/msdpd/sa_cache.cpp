@@ -7,7 +7,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -18,21 +17,18 @@ constexpr uint32_t MS_PER_S = 1000;
 uint32_t visit_source(MTABLE_GROUP_S *, MTABLE_SOURCE_S *source, void *visitor)
 {
     const bool goes_on = (*static_cast<const Visitor *>(visitor))(*reinterpret_cast<SaEntry *>(source));
-
     return goes_on ? MCAST_OK : MCAST_WALK_AGAIN;
 }
 
 uint32_t walk(const MTABLE_S &table, SaCache::Cursor *cursor, uint64_t mode, const Visitor &visitor)
 {
     MTABLE_WALK_S position{&cursor->group, &cursor->source, mode};
-
     return MTable_Walk(&table, &position, nullptr, nullptr, visit_source, const_cast<Visitor *>(&visitor));
 }
 
 MTABLE_GROUP_S *find_or_add_group(MTABLE_S *table, const MCAST_ADDR_S &address, MTABLE_RELEASE release)
 {
     MTABLE_GROUP_S *group = MTable_SearchGroup(table, &address);
-
     if (group == nullptr) {
         group = new MTABLE_GROUP_S{};
         if (MTable_InitGroup(group, &address, release) != MCAST_OK ||
@@ -71,7 +67,6 @@ SaEntry *SaCache::find(const Pair &pair) const
 {
     const MCAST_ADDR_S group = to_record(pair.group);
     const MCAST_ADDR_S source = to_record(pair.source);
-
     return reinterpret_cast<SaEntry *>(MTable_SearchSource(&table_, &group, &source));
 }
 
@@ -79,7 +74,6 @@ SaEntry *SaCache::insert(const Pair &pair)
 {
     MTABLE_GROUP_S *group = find_or_add_group(&table_, to_record(pair.group), release);
     SaEntry *entry = new SaEntry{};
-
     entry->head.address = to_record(pair.source);
     entry->cache = this;
     entry->learned_s = mcastd::boot_time_s();
@@ -91,7 +85,6 @@ SaCache::Learned SaCache::learn(const Pair &pair, Ipv4 rp, Ipv4 peer, uint32_t s
 {
     SaEntry *known = find(pair);
     Learned result = Learned::Refreshed;
-
     if (known == nullptr) {
         known = insert(pair);
         result = Learned::New;
@@ -117,7 +110,6 @@ SaCache::Learned SaCache::learn(const Pair &pair, Ipv4 rp, Ipv4 peer, uint32_t s
 void SaCache::expired(void *entry)
 {
     auto *record = static_cast<SaEntry *>(entry);
-
     record->cache->remove(record);
 }
 
@@ -125,7 +117,6 @@ void SaCache::remove(SaEntry *entry)
 {
     MTABLE_GROUP_S *group = entry->head.group;
     const Pair pair = entry->pair();
-
     MTable_RemoveSource(group, &entry->head);
     release(entry);
     if (AVL_Count(group->sources) == 0) {
@@ -140,7 +131,6 @@ void SaCache::remove(SaEntry *entry)
 void SaCache::release(void *source)
 {
     auto *entry = static_cast<SaEntry *>(source);
-
     mcastd::timer_stop(entry->cache->timers_, entry->expiry);
     entry->cache->peers_.remove(entry->peer);
     entry->cache->originators_.remove(entry->rp);
@@ -178,7 +168,6 @@ uint32_t SaCache::remove_if(const std::function<bool(const SaEntry &)> &conditio
     uint32_t removed = 0;
     Cursor cursor;
     SaEntry *found;
-
     do {
         found = nullptr;
         visit(&cursor, [&](const SaEntry &entry) {
@@ -201,7 +190,6 @@ bool SaCache::visit(Cursor *cursor, const std::function<bool(const SaEntry &)> &
 void SaCache::visit_group(Ipv4 group, const std::function<bool(const SaEntry &)> &visitor) const
 {
     Cursor cursor;
-
     cursor.group = to_record(group);
     walk(table_, &cursor, MTABLE_WALK_GROUP, visitor);
 }

@@ -3,8 +3,8 @@
  * table, with the originator that announced it last, the peer from which it was accepted, and the timer at
  * whose end it is forgotten.
  */
-#ifndef MSDPD_SA_CACHE_H
-#define MSDPD_SA_CACHE_H
+#ifndef DAEMONS_MSDPD_SA_CACHE_H
+#define DAEMONS_MSDPD_SA_CACHE_H
 
 #include <cstdint>
 #include <functional>

@@ -4,7 +4,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -22,7 +21,6 @@ bool may_get_more(const PeerConfig &before, const PeerConfig &after)
 void change_peer(Peer &peer, const PeerConfig &config)
 {
     const PeerConfig before = peer.config;
-
     if (needs_new_connection(before, config)) {
         peer_stop(peer, "the configuration changed");
         peer.config = config;
@@ -60,7 +58,6 @@ Speaker::~Speaker()
 Peer *speaker_find_peer(const Speaker &speaker, Ipv4 address)
 {
     const auto found = speaker.peers.find(address);
-
     return found == speaker.peers.end() ? nullptr : found->second.get();
 }
 

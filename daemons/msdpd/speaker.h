@@ -2,8 +2,8 @@
  * The MSDP speaker: all its state in one record, and the interfaces to what is outside: TCP, the MRIB process
  * and the unicast routes.
  */
-#ifndef MSDPD_SPEAKER_H
-#define MSDPD_SPEAKER_H
+#ifndef DAEMONS_MSDPD_SPEAKER_H
+#define DAEMONS_MSDPD_SPEAKER_H
 
 #include <map>
 #include <memory>

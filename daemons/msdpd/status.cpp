@@ -5,7 +5,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -103,7 +102,6 @@ void write_rpf(Json &json, const Speaker &speaker)
 std::string status_text(Speaker &speaker, const ProcessStatus &process)
 {
     Json json;
-
     json.open(nullptr, '{');
     json.text("daemon", "msdpd");
     json.truth("mrib_connected", process.mrib_connected);

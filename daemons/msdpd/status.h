@@ -1,8 +1,8 @@
 /*
  * The daemon's tables as JSON text.
  */
-#ifndef MSDPD_STATUS_H
-#define MSDPD_STATUS_H
+#ifndef DAEMONS_MSDPD_STATUS_H
+#define DAEMONS_MSDPD_STATUS_H
 
 #include <string>
 

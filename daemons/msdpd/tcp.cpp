@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstring>
-
 #include <netinet/in.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -11,7 +10,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -28,7 +26,6 @@ constexpr int TRAFFIC_CLASS = 0xc0;
 sockaddr_in socket_address(Ipv4 address, uint16_t port)
 {
     sockaddr_in result{};
-
     result.sin_family = AF_INET;
     result.sin_addr.s_addr = to_network(address);
     result.sin_port = htons(port);
@@ -43,7 +40,6 @@ const sockaddr *generic(const sockaddr_in &address)
 Descriptor make_socket()
 {
     Descriptor made(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-
     if (made.valid()) {
         set_option(made, IPPROTO_IP, IP_TOS, TRAFFIC_CLASS); // a wish
     }
@@ -54,7 +50,6 @@ Ipv4 local_address(const Descriptor &socket)
 {
     sockaddr_in local{};
     socklen_t size = sizeof(local);
-
     getsockname(socket.get(), reinterpret_cast<sockaddr *>(&local), &size);
     return from_network(local.sin_addr.s_addr);
 }
@@ -86,7 +81,6 @@ Tcp::~Tcp()
 bool Tcp::open(Speaker &speaker, uint16_t port)
 {
     const sockaddr_in any = socket_address(Ipv4{}, port);
-
     speaker_ = &speaker;
     port_ = port;
     listener_ = make_socket();
@@ -139,7 +133,6 @@ void Tcp::take(Descriptor socket, Ipv4 remote)
 bool Tcp::watch(Ipv4 address, Connection connection, uint32_t events)
 {
     const int fd = connection.socket.get();
-
     if (!reactor_.add(fd, events, [this, address](uint32_t happened) { ready(address, happened); })) {
         return false;
     }
@@ -152,7 +145,6 @@ void Tcp::connect(Peer &peer)
     const sockaddr_in from = socket_address(peer.config.local_address, 0);
     const sockaddr_in to = socket_address(peer.config.address, port_);
     Connection connection;
-
     connection.connecting = true;
     connection.socket = make_socket();
     if (!connection.socket.valid() || bind(connection.socket.get(), generic(from), sizeof(from)) != 0 ||
@@ -165,7 +157,6 @@ void Tcp::connect(Peer &peer)
 void Tcp::disconnect(Peer &peer)
 {
     const auto found = connections_.find(peer.config.address);
-
     if (found != connections_.end()) {
         reactor_.remove(found->second.socket.get());
         connections_.erase(found);
@@ -176,7 +167,6 @@ void Tcp::ready(Ipv4 address, uint32_t events)
 {
     Peer *peer = speaker_find_peer(*speaker_, address);
     const auto found = connections_.find(address);
-
     if (peer == nullptr || found == connections_.end()) {
         return;
     }
@@ -191,7 +181,6 @@ void Tcp::finish_connect(Peer &peer, Connection &connection)
 {
     int error = 0;
     socklen_t size = sizeof(error);
-
     if (getsockopt(connection.socket.get(), SOL_SOCKET, SO_ERROR, &error, &size) != 0 || error != 0) {
         disconnect(peer);
         peer_connect_failed(peer, strerror(error));
@@ -206,7 +195,6 @@ void Tcp::read_some(Peer &peer, const Connection &connection)
 {
     uint8_t bytes[READ_SIZE];
     const ssize_t size = recv(connection.socket.get(), bytes, sizeof(bytes), 0);
-
     if (size > 0) {
         peer_input(peer, std::span(bytes, static_cast<size_t>(size)));
     } else if (size == 0) {
@@ -255,7 +243,6 @@ bool Tcp::send_some(Peer &peer)
 bool Tcp::flush()
 {
     bool more = false;
-
     for (const auto &[address, peer] : speaker_->peers) {
         if (peer->established()) {
             more |= send_some(*peer);

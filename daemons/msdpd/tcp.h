@@ -1,8 +1,8 @@
 /*
  * The peers' TCP connections in the event loop.
  */
-#ifndef MSDPD_TCP_H
-#define MSDPD_TCP_H
+#ifndef DAEMONS_MSDPD_TCP_H
+#define DAEMONS_MSDPD_TCP_H
 
 #include <map>
 

@@ -2,8 +2,8 @@
  * Trace lines about pairs and messages of peers. Sources are printed by %M and groups by %N, so that the
  * operator's access list applies, peers and originators by %A.
  */
-#ifndef MSDPD_TRACE_H
-#define MSDPD_TRACE_H
+#ifndef DAEMONS_MSDPD_TRACE_H
+#define DAEMONS_MSDPD_TRACE_H
 
 #include "daemons/common/trace.h"
 #include "daemons/msdpd/ipv4.h"

@@ -4,7 +4,6 @@
 
 namespace msdpd
 {
-
 namespace
 {
 
@@ -72,7 +71,6 @@ bool parse_source_active(std::span<const uint8_t> value, SourceActive *message)
 bool parse_request(std::span<const uint8_t> value, Ipv4 *group)
 {
     ByteReader in(value);
-
     in.u8();
     *group = {in.u32()};
     return !in.failed() && in.left() == 0;
@@ -82,7 +80,6 @@ Bytes build_source_active(uint8_t type, Ipv4 rp, std::span<const Pair> pairs)
 {
     Bytes bytes(SOURCE_ACTIVE_HEADER_SIZE + pairs.size() * ENTRY_SIZE);
     ByteWriter out(bytes);
-
     write_header(out, type, bytes.size());
     out.u8(static_cast<uint8_t>(pairs.size()));
     out.u32(rp.number);
@@ -98,7 +95,6 @@ Bytes build_request(Ipv4 group)
 {
     Bytes bytes(REQUEST_SIZE);
     ByteWriter out(bytes);
-
     write_header(out, TLV_REQUEST, bytes.size());
     out.u8(0);
     out.u32(group.number);
@@ -109,7 +105,6 @@ Bytes build_keepalive()
 {
     Bytes bytes(TLV_HEADER_SIZE);
     ByteWriter out(bytes);
-
     write_header(out, TLV_KEEPALIVE, bytes.size());
     return bytes;
 }

@@ -12,8 +12,8 @@
  *     request                        reserved byte, group
  *     keepalive                      nothing
  */
-#ifndef MSDPD_WIRE_H
-#define MSDPD_WIRE_H
+#ifndef DAEMONS_MSDPD_WIRE_H
+#define DAEMONS_MSDPD_WIRE_H
 
 #include <cstdint>
 #include <span>

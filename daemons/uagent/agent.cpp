@@ -1,13 +1,13 @@
 #include "daemons/uagent/agent.h"
 
-#include "daemons/common/log.h"
-#include "daemons/uagent/describe.h"
-
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <poll.h>
 #include <unistd.h>
+
+#include "daemons/common/log.h"
+#include "daemons/uagent/describe.h"
 
 namespace uagent
 {
@@ -83,7 +83,7 @@ bool Agent::run_file(const std::string &path, std::string *error)
         *error = path + ": " + std::strerror(errno);
         return false;
     }
-    for (size_t number = 1; std::getline(file, line); number++) {
+    for (size_t number = 1; std::getline(file, line); ++number) {
         const auto words = split_words(line);
         if (words.empty()) {
             continue;
@@ -151,7 +151,7 @@ bool Agent::tell_again(std::string *error)
         const std::vector<Command> commands = told_.again();
         bool good = connection_.open(settings_.family, error);
 
-        for (size_t i = 0; good && i < commands.size(); i++) {
+        for (size_t i = 0; good && i < commands.size(); ++i) {
             good = send(commands[i], error);
         }
         if (good && finish(error)) {

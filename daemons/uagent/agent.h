@@ -4,13 +4,13 @@
 #ifndef DAEMONS_UAGENT_AGENT_H
 #define DAEMONS_UAGENT_AGENT_H
 
-#include "daemons/uagent/connection.h"
-#include "daemons/uagent/message.h"
-#include "daemons/uagent/told_users.h"
-
 #include <cstdio>
 #include <string>
 #include <vector>
+
+#include "daemons/uagent/connection.h"
+#include "daemons/uagent/message.h"
+#include "daemons/uagent/told_users.h"
 
 namespace uagent
 {

@@ -4,10 +4,10 @@
  */
 #include "daemons/uagent/command.h"
 
-#include "daemons/uagent/values.h"
-
 #include <fstream>
 #include <sstream>
+
+#include "daemons/uagent/values.h"
 
 namespace uagent
 {
@@ -81,7 +81,7 @@ bool take_group_file(Command &command, const std::string &path, std::string *err
         return false;
     }
     while (std::getline(file, line)) {
-        number++;
+        ++number;
         for (const std::string &word : split_words(line)) {
             if (!take_group(command, word, error)) {
                 *error = "line " + std::to_string(number) + ": " + word + ": " + *error;
@@ -140,7 +140,7 @@ constexpr size_t KEY_COUNT = std::size(KEYS);
 
 bool read_verb(const std::string &word, Verb *verb)
 {
-    for (size_t i = 0; i < std::size(VERB_NAMES); i++) {
+    for (size_t i = 0; i < std::size(VERB_NAMES); ++i) {
         if (word == VERB_NAMES[i]) {
             *verb = static_cast<Verb>(i);
             return true;
@@ -154,7 +154,7 @@ size_t find_key(const std::string &name)
 {
     size_t place = 0;
     while (place < KEY_COUNT && name != KEYS[place].name) {
-        place++;
+        ++place;
     }
     return place;
 }
@@ -210,13 +210,13 @@ bool parse_command(const std::vector<std::string> &words, uint16_t family, Comma
         *error = words.empty() ? "there is no command" : words.front() + ": no command of that name";
         return false;
     }
-    for (size_t i = 1; i < words.size(); i++) {
+    for (size_t i = 1; i < words.size(); ++i) {
         if (!take_word(words[i], command, seen, error)) {
             *error = words.front() + ": " + words[i] + ": " + *error;
             return false;
         }
     }
-    for (size_t place = 0; place < KEY_COUNT; place++) {
+    for (size_t place = 0; place < KEY_COUNT; ++place) {
         if ((KEYS[place].required & bit(command->verb)) != 0 && !seen[place]) {
             *error = words.front() + ": " + KEYS[place].name + "= is missing";
             return false;

@@ -11,12 +11,12 @@
 #ifndef DAEMONS_UAGENT_COMMAND_H
 #define DAEMONS_UAGENT_COMMAND_H
 
-#include "mcast/common.h"
-
 #include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "mcast/common.h"
 
 namespace uagent
 {

@@ -1,18 +1,18 @@
 #include "daemons/uagent/connection.h"
 
-#include "daemons/common/line_format.h"
-#include "mcast/service.h"
-#include "mcast/usrauth_wire.h"
-#include "platform/local_socket.h"
-
 #include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <linux/sockios.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <linux/sockios.h>
+
+#include "daemons/common/line_format.h"
+#include "mcast/service.h"
+#include "mcast/usrauth_wire.h"
+#include "platform/local_socket.h"
 
 namespace uagent
 {

@@ -8,13 +8,13 @@
 #ifndef DAEMONS_UAGENT_CONNECTION_H
 #define DAEMONS_UAGENT_CONNECTION_H
 
-#include "daemons/common/descriptor.h"
-#include "mcast/messager.h"
-
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "daemons/common/descriptor.h"
+#include "mcast/messager.h"
 
 namespace uagent
 {

@@ -4,13 +4,13 @@
  */
 #include "daemons/uagent/describe.h"
 
+#include <algorithm>
+#include <cstdio>
+
 #include "daemons/common/json.h"
 #include "daemons/common/line_format.h"
 #include "mcast/interface_name.h"
 #include "mcast/usrauth_wire.h"
-
-#include <algorithm>
-#include <cstdio>
 
 namespace uagent
 {
@@ -107,7 +107,7 @@ Fields fields_of(const Command &command, const Message &message)
 
 template <typename Visit> void visit_permissions(const Command &command, const Message &message, Visit visit)
 {
-    for (size_t i = 0; i < message.permission_count; i++) {
+    for (size_t i = 0; i < message.permission_count; ++i) {
         visit(command.permissions[message.first_permission + i]);
     }
 }

@@ -4,9 +4,9 @@
 #ifndef DAEMONS_UAGENT_DESCRIBE_H
 #define DAEMONS_UAGENT_DESCRIBE_H
 
-#include "daemons/uagent/message.h"
-
 #include <string>
+
+#include "daemons/uagent/message.h"
 
 namespace uagent
 {

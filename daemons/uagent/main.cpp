@@ -2,15 +2,15 @@
  * uagent: an authentication agent for the command line. It tells a multicast daemon of the same network
  * namespace who its users are, where they are attached and what each may join.
  */
-#include "daemons/common/log.h"
-#include "daemons/uagent/agent.h"
-
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
+
+#include "daemons/common/log.h"
+#include "daemons/uagent/agent.h"
 
 namespace
 {

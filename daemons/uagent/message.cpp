@@ -1,10 +1,10 @@
 #include "daemons/uagent/message.h"
 
-#include "mcast/usrauth_wire.h"
-
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstring>
+
+#include "mcast/usrauth_wire.h"
 
 namespace uagent
 {
@@ -83,7 +83,7 @@ Message list_message(uint16_t type, const Command &command, size_t first, size_t
     head.list_offset_be = htons(sizeof(head));
     head.entry_size_be = htons(ENTRY_SIZE);
     append(&message.bytes, &head, sizeof(head));
-    for (size_t i = first; i < first + count; i++) {
+    for (size_t i = first; i < first + count; ++i) {
         USRAUTH_GROUP_ENTRY_S entry;
         std::memcpy(entry.source, command.permissions[i].source.address, sizeof(entry.source));
         std::memcpy(entry.group, command.permissions[i].group.address, sizeof(entry.group));

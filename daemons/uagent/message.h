@@ -14,11 +14,11 @@
 #ifndef DAEMONS_UAGENT_MESSAGE_H
 #define DAEMONS_UAGENT_MESSAGE_H
 
-#include "daemons/uagent/command.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <vector>
+
+#include "daemons/uagent/command.h"
 
 namespace uagent
 {

@@ -5,13 +5,13 @@
 #ifndef DAEMONS_UAGENT_TOLD_USERS_H
 #define DAEMONS_UAGENT_TOLD_USERS_H
 
-#include "daemons/uagent/command.h"
-
 #include <cstdint>
 #include <map>
 #include <set>
 #include <utility>
 #include <vector>
+
+#include "daemons/uagent/command.h"
 
 namespace uagent
 {

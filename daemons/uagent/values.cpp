@@ -1,10 +1,10 @@
 #include "daemons/uagent/values.h"
 
+#include <charconv>
+
 #include "daemons/common/address_text.h"
 #include "mcast/argument_check.h"
 #include "mcast/interface_name.h"
-
-#include <charconv>
 
 namespace uagent
 {
@@ -111,7 +111,7 @@ bool read_hardware_address(const std::string &text, std::array<uint8_t, 6> *addr
     constexpr size_t STEP = 3; // two digits and a colon
     std::array<uint8_t, 6> read{};
     bool good = text.size() == read.size() * STEP - 1;
-    for (size_t i = 0; good && i < read.size(); i++) {
+    for (size_t i = 0; good && i < read.size(); ++i) {
         const char *digits = text.data() + i * STEP;
         const auto result = std::from_chars(digits, digits + 2, read[i], 16);
         good = result.ec == std::errc() && result.ptr == digits + 2 &&

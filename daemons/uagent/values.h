@@ -5,10 +5,10 @@
 #ifndef DAEMONS_UAGENT_VALUES_H
 #define DAEMONS_UAGENT_VALUES_H
 
-#include "daemons/uagent/command.h"
-
 #include <algorithm>
 #include <limits>
+
+#include "daemons/uagent/command.h"
 
 namespace uagent
 {

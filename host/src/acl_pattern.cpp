@@ -46,7 +46,7 @@ std::optional<AclAddress> parse_length(AclFamily family, const std::string &text
         return std::nullopt;
     }
     AclAddress care;
-    for (unsigned bit = 128 - bits; bit < 128 - bits + length; bit++) {
+    for (unsigned bit = 128 - bits; bit < 128 - bits + length; ++bit) {
         care.words[bit / 64] |= uint64_t{1} << (63 - bit % 64);
     }
     return care;

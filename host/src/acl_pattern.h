@@ -1,6 +1,6 @@
 // What a rule says about one address: bits to compare, of either family.
-#ifndef HOST_ACL_PATTERN_H
-#define HOST_ACL_PATTERN_H
+#ifndef HOST_SRC_ACL_PATTERN_H
+#define HOST_SRC_ACL_PATTERN_H
 
 #include <cstdint>
 #include <cstring>

@@ -1,6 +1,6 @@
 // The access control lists of a configuration.
-#ifndef HOST_ACL_TABLE_H
-#define HOST_ACL_TABLE_H
+#ifndef HOST_SRC_ACL_TABLE_H
+#define HOST_SRC_ACL_TABLE_H
 
 #include <cstdint>
 #include <vector>

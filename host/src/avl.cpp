@@ -95,7 +95,7 @@ HOST_API uint32_t AVL_Insert(AVL_HANDLE handle, void *record)
     commit.node = parent;
     commit.link_left = left;
     Algorithms::insert_unique_commit(&tree->header, ::new (record) Node, commit);
-    tree->count++;
+    ++tree->count;
     return 0;
 }
 
@@ -117,7 +117,7 @@ HOST_API uint32_t AVL_Remove(AVL_HANDLE handle, void *record)
         return 0;
     }
     Algorithms::erase(&tree->header, node);
-    tree->count--;
+    --tree->count;
     return 1;
 }
 

@@ -1,8 +1,8 @@
 /*
  * Nodes of intrusive AVL trees, laid over the caller's records, and Boost.Intrusive's algorithms on them.
  */
-#ifndef HOST_AVL_NODE_H
-#define HOST_AVL_NODE_H
+#ifndef HOST_SRC_AVL_NODE_H
+#define HOST_SRC_AVL_NODE_H
 
 #include <boost/intrusive/avltree_algorithms.hpp>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // The configuration that is in force.
-#ifndef HOST_CONFIG_STORE_H
-#define HOST_CONFIG_STORE_H
+#ifndef HOST_SRC_CONFIG_STORE_H
+#define HOST_SRC_CONFIG_STORE_H
 
 #include "acl_table.h"
 #include "mcasthost/config.h"

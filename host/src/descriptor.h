@@ -1,8 +1,8 @@
 /*
  * A file descriptor that is closed with its owner.
  */
-#ifndef HOST_DESCRIPTOR_H
-#define HOST_DESCRIPTOR_H
+#ifndef HOST_SRC_DESCRIPTOR_H
+#define HOST_SRC_DESCRIPTOR_H
 
 #include <cerrno>
 #include <unistd.h>

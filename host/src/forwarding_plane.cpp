@@ -13,7 +13,6 @@
 #include <netinet/in.h>
 #include <string_view>
 #include <sys/socket.h>
-
 #include <linux/mroute.h>
 #include <linux/mroute6.h>
 

@@ -62,7 +62,7 @@ Table *table_of(HASH_HANDLE handle)
 
 Node *first_from(Table &table, size_t position)
 {
-    for (; position < table.buckets.size(); position++) {
+    for (; position < table.buckets.size(); ++position) {
         Node *head = &table.buckets[position];
         if (head->next != head) {
             return head->next;
@@ -101,7 +101,7 @@ HOST_API uint32_t HASH_FreeAll(HASH_HANDLE handle)
         while (head.next != &head) {
             Node *node = head.next;
             Algorithms::unlink(node);
-            table->count--;
+            --table->count;
             if (table->free_record != nullptr) {
                 table->free_record(node);
             }
@@ -125,7 +125,7 @@ HOST_API uint32_t HASH_Insert(HASH_HANDLE handle, uint32_t hash, void *record)
         return HOST_FAILED;
     }
     Algorithms::link_after(table->bucket(hash), ::new (record) Node);
-    table->count++;
+    ++table->count;
     return 0;
 }
 
@@ -140,7 +140,7 @@ HOST_API uint32_t HASH_Remove(HASH_HANDLE handle, uint32_t hash, void *record)
     for (Node *node = head->next; node != head; node = node->next) {
         if (node == record) {
             Algorithms::unlink(node);
-            table->count--;
+            --table->count;
             return 1;
         }
     }

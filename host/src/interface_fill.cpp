@@ -78,7 +78,7 @@ size_t count_fitting(const Links &links, const Name &typed, Fits fits, const HOS
     size_t count = 0;
     for (const HOST_LINK_S &link : links) {
         if (fits(typed, split(link.name))) {
-            count++;
+            ++count;
             *meant = &link;
         }
     }

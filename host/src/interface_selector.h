@@ -1,6 +1,6 @@
 // Selectors as this platform lays them out.
-#ifndef HOST_INTERFACE_SELECTOR_H
-#define HOST_INTERFACE_SELECTOR_H
+#ifndef HOST_SRC_INTERFACE_SELECTOR_H
+#define HOST_SRC_INTERFACE_SELECTOR_H
 
 #include <vector>
 

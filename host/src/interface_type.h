@@ -1,6 +1,6 @@
 // Interface type codes and what a link is to the interface service.
-#ifndef HOST_INTERFACE_TYPE_H
-#define HOST_INTERFACE_TYPE_H
+#ifndef HOST_SRC_INTERFACE_TYPE_H
+#define HOST_SRC_INTERFACE_TYPE_H
 
 #include <cstdint>
 

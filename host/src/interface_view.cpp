@@ -17,11 +17,11 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <linux/rtnetlink.h>
 #include <mutex>
 #include <net/if.h>
 #include <new>
 #include <shared_mutex>
+#include <linux/rtnetlink.h>
 
 #include "link_message.h"
 #include "netlink.h"
@@ -95,7 +95,7 @@ bool ask_kernel(uint32_t if_index, const char *name, std::vector<HOST_LINK_S> *l
     if (!requests.open(Netlink::Kind::requests)) {
         return false;
     }
-    for (int attempt = 0; attempt < DUMP_ATTEMPTS; attempt++) {
+    for (int attempt = 0; attempt < DUMP_ATTEMPTS; ++attempt) {
         alignas(nlmsghdr) char buffer[128] = {};
         nlmsghdr *header = mnl_nlmsg_put_header(buffer);
         header->nlmsg_type = RTM_GETLINK;

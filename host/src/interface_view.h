@@ -2,8 +2,8 @@
  * The links as the interface service sees them, from any thread: a copy of the process's link table when
  * there is exactly one, and otherwise the kernel's own answer for the calling thread's network namespace.
  */
-#ifndef HOST_INTERFACE_VIEW_H
-#define HOST_INTERFACE_VIEW_H
+#ifndef HOST_SRC_INTERFACE_VIEW_H
+#define HOST_SRC_INTERFACE_VIEW_H
 
 #include <cerrno>
 #include <cstdint>

@@ -1,8 +1,8 @@
 /*
  * The libc functions that this library stands in front of, for what is passed through and for its own use.
  */
-#ifndef HOST_LIBC_CALLS_H
-#define HOST_LIBC_CALLS_H
+#ifndef HOST_SRC_LIBC_CALLS_H
+#define HOST_SRC_LIBC_CALLS_H
 
 #include <sys/epoll.h>
 #include <sys/socket.h>

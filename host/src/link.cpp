@@ -11,10 +11,10 @@
  */
 #include <cerrno>
 #include <cstring>
-#include <linux/rtnetlink.h>
 #include <memory>
 #include <new>
 #include <sys/socket.h>
+#include <linux/rtnetlink.h>
 
 #include "interface_view.h"
 #include "link_message.h"
@@ -88,7 +88,7 @@ bool dump(Netlink *requests, uint16_t type, LinkMap *links)
 // A dump that the kernel changed under our reading is read again. False with errno set.
 bool read_everything(Netlink *requests, LinkMap *links)
 {
-    for (int attempt = 0; attempt < DUMP_ATTEMPTS; attempt++) {
+    for (int attempt = 0; attempt < DUMP_ATTEMPTS; ++attempt) {
         links->clear();
         if (dump(requests, RTM_GETLINK, links) && dump(requests, RTM_GETADDR, links)) {
             return true;
@@ -113,10 +113,10 @@ bool resynchronise(HOST_LINK_TABLE table)
 
 void serve(HOST_LINK_TABLE table)
 {
-    for (int i = 0; i < DATAGRAMS_PER_WAKE_UP && !table->closed; i++) {
+    for (int i = 0; i < DATAGRAMS_PER_WAKE_UP && !table->closed; ++i) {
         Netlink::Received received = table->notifications.receive(apply, table);
         if (received == Netlink::Received::overrun) {
-            table->resyncs++;
+            ++table->resyncs;
             table->stale = true;
         }
         if (table->stale && !table->closed) {

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstring>
 #include <libmnl/libmnl.h>
+#include <net/if.h>
 #include <linux/if_addr.h>
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
-#include <net/if.h>
 
 namespace
 {

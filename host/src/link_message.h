@@ -1,8 +1,8 @@
 /*
  * Links and addresses read from route netlink messages.
  */
-#ifndef HOST_LINK_MESSAGE_H
-#define HOST_LINK_MESSAGE_H
+#ifndef HOST_SRC_LINK_MESSAGE_H
+#define HOST_SRC_LINK_MESSAGE_H
 
 #include <linux/netlink.h>
 

@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <cstring>
-#include <linux/rtnetlink.h>
 #include <sys/socket.h>
+#include <linux/rtnetlink.h>
 
 #include "link_message.h"
 
 namespace host
 {
-
 namespace
 {
 

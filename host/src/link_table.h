@@ -1,12 +1,12 @@
 /*
  * The state of the link table: what the kernel's messages make of it and the events that follow.
  */
-#ifndef HOST_LINK_TABLE_H
-#define HOST_LINK_TABLE_H
+#ifndef HOST_SRC_LINK_TABLE_H
+#define HOST_SRC_LINK_TABLE_H
 
-#include <linux/netlink.h>
 #include <map>
 #include <vector>
+#include <linux/netlink.h>
 
 #include "mcasthost/link.h"
 

@@ -2,8 +2,8 @@
  * Local sockets of family 37 on the kernel's own local sockets. Each function keeps the conventions of the
  * call that it serves: -1 with errno set on failure.
  */
-#ifndef HOST_LOCAL_SOCKET_H
-#define HOST_LOCAL_SOCKET_H
+#ifndef HOST_SRC_LOCAL_SOCKET_H
+#define HOST_SRC_LOCAL_SOCKET_H
 
 #include <sys/socket.h>
 

@@ -1,8 +1,8 @@
 /*
  * Event loops inside this library.
  */
-#ifndef HOST_LOOP_H
-#define HOST_LOOP_H
+#ifndef HOST_SRC_LOOP_H
+#define HOST_SRC_LOOP_H
 
 #include <sys/epoll.h>
 

@@ -2,8 +2,8 @@
  * Objects behind descriptors that are registered with event loops: a loop's handler is told the descriptor
  * and finds its object here.
  */
-#ifndef HOST_LOOP_OBJECTS_H
-#define HOST_LOOP_OBJECTS_H
+#ifndef HOST_SRC_LOOP_OBJECTS_H
+#define HOST_SRC_LOOP_OBJECTS_H
 
 #include <mutex>
 #include <unordered_map>

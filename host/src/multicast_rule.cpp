@@ -6,13 +6,13 @@
 
 #include <cerrno>
 #include <cstring>
-#include <linux/fib_rules.h>
-#include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <new>
 #include <string>
 #include <sys/socket.h>
 #include <vector>
+#include <linux/fib_rules.h>
+#include <linux/rtnetlink.h>
 
 #include "netlink.h"
 

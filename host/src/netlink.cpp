@@ -1,9 +1,9 @@
 #include "netlink.h"
 
 #include <cerrno>
-#include <linux/netlink.h>
 #include <sys/socket.h>
 #include <utility>
+#include <linux/netlink.h>
 
 namespace
 {

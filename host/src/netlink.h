@@ -1,8 +1,8 @@
 /*
  * Route netlink sockets: notifications and requests.
  */
-#ifndef HOST_NETLINK_H
-#define HOST_NETLINK_H
+#ifndef HOST_SRC_NETLINK_H
+#define HOST_SRC_NETLINK_H
 
 #include <cstdint>
 #include <initializer_list>

@@ -1,6 +1,6 @@
 // The nodes of the router that a configuration describes.
-#ifndef HOST_NODE_TABLE_H
-#define HOST_NODE_TABLE_H
+#ifndef HOST_SRC_NODE_TABLE_H
+#define HOST_SRC_NODE_TABLE_H
 
 #include <cstdint>
 #include <vector>

@@ -53,7 +53,7 @@ Node *root_of(const RDX_TREE_S *tree)
 // How many leading bits are the same, at most limit.
 uint32_t common_bits(const RDX_PREFIX_S &first, const RDX_PREFIX_S &second, uint32_t limit)
 {
-    for (uint32_t i = 0; i * 8 < limit; i++) {
+    for (uint32_t i = 0; i * 8 < limit; ++i) {
         unsigned difference = first.address[i] ^ second.address[i];
         if (difference != 0) {
             uint32_t same = i * 8 + static_cast<uint32_t>(std::countl_zero(difference)) - 24;
@@ -160,14 +160,14 @@ template <uint32_t Bits> struct Family {
             commit.link_left = left;
             Algorithms::insert_unique_commit(header, ::new (record->link) Node, commit);
         });
-        tree->count++;
+        ++tree->count;
         return 0;
     }
 
     static void remove(RDX_TREE_S *tree, RDX_NODE_S *record)
     {
         with_header(tree, [&](Node *header) { Algorithms::erase(header, node_of(record)); });
-        tree->count--;
+        --tree->count;
     }
 
     // Gives the tree a header, as the algorithms need it, for the time of a change.

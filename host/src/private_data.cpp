@@ -1,12 +1,11 @@
 /*
  * Private-data instances of the interface service: an ordered map from interface index to pointer.
  */
-#include "platform/interface.h"
-
 #include <map>
 #include <new>
 
 #include "mcasthost/loop.h"
+#include "platform/interface.h"
 
 namespace
 {

@@ -1,11 +1,11 @@
 #include <cerrno>
 #include <cstring>
-#include <linux/rtnetlink.h>
 #include <memory>
 #include <new>
 #include <optional>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <linux/rtnetlink.h>
 
 #include "mcasthost/route.h"
 #include "netlink.h"

@@ -10,11 +10,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <linux/rtnetlink.h>
 #include <memory>
 #include <new>
 #include <sys/socket.h>
 #include <vector>
+#include <linux/rtnetlink.h>
 
 #include "loop_objects.h"
 #include "mcasthost/route.h"
@@ -99,7 +99,7 @@ void note(const nlmsghdr *message, void *context)
 
 void read_notifications(HOST_ROUTE_WATCH watch)
 {
-    for (int i = 0; i < DATAGRAMS_PER_WAKE_UP; i++) {
+    for (int i = 0; i < DATAGRAMS_PER_WAKE_UP; ++i) {
         Netlink::Received received = watch->notifications.receive(note, watch);
         if (received == Netlink::Received::overrun) {
             watch->anything = true;
@@ -117,7 +117,7 @@ void tell(HOST_ROUTE_WATCH watch)
         watch->changes.assign(1, HOST_ROUTE_CHANGE_S{});
         watch->anything = false;
     }
-    for (size_t i = 0; i < watch->changes.size() && !watch->closed; i++) {
+    for (size_t i = 0; i < watch->changes.size() && !watch->closed; ++i) {
         watch->callback(&watch->changes[i], watch->context);
     }
     watch->changes.clear();

@@ -1,8 +1,8 @@
 /*
  * The private directory in which listeners of local sockets have their names.
  */
-#ifndef HOST_RUNTIME_DIR_H
-#define HOST_RUNTIME_DIR_H
+#ifndef HOST_SRC_RUNTIME_DIR_H
+#define HOST_SRC_RUNTIME_DIR_H
 
 #include <climits>
 

@@ -12,8 +12,6 @@
  * is itself started again finds what its predecessor has started. The lock is the kind that can be asked for
  * without being taken.
  */
-#include "platform/device.h"
-
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -25,6 +23,7 @@
 #include "descriptor.h"
 #include "local_socket.h"
 #include "mcasthost/loop.h"
+#include "platform/device.h"
 #include "runtime_dir.h"
 #include "service_process.h"
 

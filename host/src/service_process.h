@@ -1,6 +1,6 @@
 // Processes of services: started, reaped, and found again by whoever looks.
-#ifndef HOST_SERVICE_PROCESS_H
-#define HOST_SERVICE_PROCESS_H
+#ifndef HOST_SRC_SERVICE_PROCESS_H
+#define HOST_SRC_SERVICE_PROCESS_H
 
 #include <string>
 #include <vector>

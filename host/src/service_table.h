@@ -1,6 +1,6 @@
 // The services of a configuration: the daemons of this node and how they are started.
-#ifndef HOST_SERVICE_TABLE_H
-#define HOST_SERVICE_TABLE_H
+#ifndef HOST_SRC_SERVICE_TABLE_H
+#define HOST_SRC_SERVICE_TABLE_H
 
 #include <cstdint>
 #include <map>

@@ -1,8 +1,8 @@
 /*
  * The timers of one event loop.
  */
-#ifndef HOST_TIMER_SERVICE_H
-#define HOST_TIMER_SERVICE_H
+#ifndef HOST_SRC_TIMER_SERVICE_H
+#define HOST_SRC_TIMER_SERVICE_H
 
 #include <array>
 #include <cstdint>

@@ -10,8 +10,8 @@
  * belongs to none, not even to the public one. What the kernel says about an interface goes before what the
  * file lists.
  */
-#ifndef HOST_VPN_INSTANCE_H
-#define HOST_VPN_INSTANCE_H
+#ifndef HOST_SRC_VPN_INSTANCE_H
+#define HOST_SRC_VPN_INSTANCE_H
 
 #include <cstdint>
 #include <optional>

@@ -1,6 +1,6 @@
 // The VPN instances of a configuration.
-#ifndef HOST_VPN_TABLE_H
-#define HOST_VPN_TABLE_H
+#ifndef HOST_SRC_VPN_TABLE_H
+#define HOST_SRC_VPN_TABLE_H
 
 #include <cstdint>
 #include <functional>

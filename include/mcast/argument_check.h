@@ -18,7 +18,8 @@ MCAST_EXTERN_C_BEGIN
 #define MCAST_RC_TEXT_COUNT 55u
 
 /* A group that may be routed: 224.0.0.0/4 without 224.0.0.0/24. The second is a name of its own for the
- * first. */
+ * first.
+ */
 MCAST_API MCAST_STATUS MCAST_GroupIPCheck(const char *text);
 MCAST_API MCAST_STATUS MCAST_GroupIPCheckExcludeResvAddr_Ext(const char *text);
 

@@ -50,7 +50,6 @@ static inline MCAST_BOOL MRIB_MsgReaderStart(MRIB_MSG_READER_S *reader, const vo
 static inline MCAST_BOOL MRIB_MsgReaderNext(MRIB_MSG_READER_S *reader, MRIB_RECORD_S *record)
 {
     const MRIB_TLV_HEADER_S *header = (const MRIB_TLV_HEADER_S *)reader->next;
-
     if (reader->records_left == 0 || reader->left < sizeof(*header) ||
         reader->left - sizeof(*header) < header->length) {
         reader->records_left = 0;
@@ -61,7 +60,7 @@ static inline MCAST_BOOL MRIB_MsgReaderNext(MRIB_MSG_READER_S *reader, MRIB_RECO
     record->value = reader->next + sizeof(*header);
     reader->next += sizeof(*header) + record->length;
     reader->left -= sizeof(*header) + record->length;
-    reader->records_left--;
+    --reader->records_left;
     return MCAST_TRUE;
 }
 
@@ -71,7 +70,6 @@ static inline MCAST_BOOL MRIB_MsgReaderNext(MRIB_MSG_READER_S *reader, MRIB_RECO
 static inline uint32_t MRIB_MsgReset(void *buffer, uint8_t component)
 {
     MRIB_MSG_HEADER_S *header = (MRIB_MSG_HEADER_S *)buffer;
-
     header->component = component;
     header->reserved = 0;
     header->record_count = 0;
@@ -88,12 +86,11 @@ static inline void *MRIB_MsgReserve(void *message, uint32_t *used, uint64_t capa
 {
     MRIB_MSG_HEADER_S *header = (MRIB_MSG_HEADER_S *)message;
     uint8_t *record = (uint8_t *)message + *used;
-
     if ((uint64_t)*used + record_size > capacity) {
         return NULL;
     }
     *used += record_size;
-    header->record_count++;
+    ++header->record_count;
     header->body_length += record_size;
     return record;
 }
@@ -102,7 +99,6 @@ static inline void *MRIB_MsgReserve(void *message, uint32_t *used, uint64_t capa
 static inline void *MRIB_TlvStart(void *record, uint16_t type, uint16_t length)
 {
     MRIB_TLV_HEADER_S *header = (MRIB_TLV_HEADER_S *)record;
-
     header->type = type;
     header->length = length;
     return header + 1;
@@ -116,7 +112,6 @@ static inline void *MRIB_MsgAppend(void *message, uint32_t *used, uint64_t capac
                                    uint16_t length)
 {
     void *record = MRIB_MsgReserve(message, used, capacity, MRIB_RECORD_SIZE(length));
-
     return record == NULL ? NULL : memset(MRIB_TlvStart(record, type, length), 0, length);
 }
 

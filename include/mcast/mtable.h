@@ -58,7 +58,8 @@ MCAST_STATIC_ASSERT(offsetof(MTABLE_GROUP_S, source_release) == 64, "release fol
 MCAST_STATIC_ASSERT(offsetof(MTABLE_GROUP_S, owner) == 72, "owner is last");
 
 /* The head of a source record. The caller writes the address before MTable_InsertSource and leaves it alone
- * then. */
+ * then.
+ */
 typedef struct MTABLE_SOURCE_S {
     AVL_NODE_S node;
     MCAST_ADDR_S address;
@@ -117,7 +118,8 @@ MCAST_API int32_t MTable_SrcAvlKeyCmp(const void *first, const void *second);
 MCAST_API MCAST_STATUS MTable_Init(MTABLE_S *table, MTABLE_RELEASE groupRelease);
 
 /* Ends table: every group goes as MTable_FreeAll says, and the record is zeroed. A zeroed table stays as it
- * is. */
+ * is.
+ */
 MCAST_API void MTable_Fini(MTABLE_S *table);
 
 /*
@@ -164,7 +166,8 @@ MCAST_API MTABLE_SOURCE_S *MTable_SearchSource(const MTABLE_S *table, const MCAS
                                                const MCAST_ADDR_S *sourceAddress);
 
 /* The first group after the address, which need not be in the table; with NULL the first group. NULL at the
- * end. */
+ * end.
+ */
 MCAST_API MTABLE_GROUP_S *MTable_GetNextGroup(const MTABLE_S *table, const MCAST_ADDR_S *address);
 
 /* Hands every source of group to the source release; the group stays. The result of AVL_FreeAll. Linear. */

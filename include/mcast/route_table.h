@@ -141,7 +141,8 @@ MCAST_API MRT_SOURCE_S *MRT_LocateSource(const MRT_TABLE_S *table, const MCAST_A
                                          const MCAST_ADDR_S *source);
 
 /* The entry with the longest prefix of at most length bits that covers address, or NULL. NULL arguments give
- * NULL. */
+ * NULL.
+ */
 MCAST_API void *MRT_BestMatch(const MRT_TABLE_S *table, const MCAST_ADDR_S *address, uint32_t length);
 
 /*

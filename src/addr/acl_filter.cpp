@@ -46,7 +46,6 @@ struct Outcome {
 Packet EmptyPacket(const MRIB_GMP_VRF_KEY_S *ctx)
 {
     Packet packet;
-
     memset(&packet, 0, sizeof(packet));
     if (ctx->family == MCAST_FAMILY_IPV4) {
         packet.family_index = ACL_FAMILY_IPV4;
@@ -81,7 +80,6 @@ void Fill(Packet &packet, uint32_t slot, const MCAST_ADDR_S *addr)
 bool MatchesOneAddress(const Packet &packet, uint32_t aclNumber)
 {
     uint32_t single = packet.family_index == ACL_FAMILY_IPV4 ? ACL_GROUP_SINGLE_IPV4 : ACL_GROUP_SINGLE_IPV6;
-
     return ACL_GetGroupTypeByIndex(packet.family_index, aclNumber) == single;
 }
 
@@ -89,7 +87,6 @@ Outcome Match(const Packet &packet, uint32_t aclNumber)
 {
     uint32_t result = 0;
     Outcome outcome = {0, ACL_ACTION_DENY};
-
     outcome.code =
         ACL_MatchWithPacketInfo(packet.family_index, aclNumber, &packet.info, 1, &result, &outcome.action);
     return outcome;
@@ -104,7 +101,6 @@ MCAST_ADDR_S Ipv4Record(uint32_t address)
 {
     MCAST_ADDR_S record = {MCAST_FAMILY_IPV4, 0, {}};
     uint32_t bytes = htonl(address);
-
     memcpy(record.address, &bytes, sizeof(bytes));
     return record;
 }
@@ -151,7 +147,6 @@ MCAST_BOOL MCAST4_IsAclPermit(uint32_t vrfIndex, uint32_t aclNumber, uint32_t so
     bool basic = aclNumber >= ACL_BASIC_FIRST && aclNumber <= ACL_BASIC_LAST;
     MCAST_ADDR_S first = Ipv4Record(basic ? group : source);
     MCAST_ADDR_S second = Ipv4Record(basic ? 0 : group);
-
     return MCAST_IsAclPermit(&ctx, aclNumber, &first, &second);
 }
 

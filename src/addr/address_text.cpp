@@ -9,7 +9,6 @@
 
 namespace mcast
 {
-
 namespace
 {
 
@@ -43,7 +42,6 @@ char *WriteIpv4(char *out, const uint8_t *bytes)
 char *WriteWord(char *out, unsigned word)
 {
     constexpr char kDigits[] = "0123456789abcdef";
-
     if (word >= 0x1000) {
         *out++ = kDigits[word >> 12];
     }
@@ -118,7 +116,6 @@ char *WriteIpv6(char *out, const uint8_t *bytes)
 size_t WriteAddress(char *out, const MCAST_ADDR_S *addr)
 {
     char *end = out;
-
     if (addr->family == MCAST_FAMILY_IPV4) {
         end = WriteIpv4(out, addr->address);
     } else if (addr->family == MCAST_FAMILY_IPV6) {

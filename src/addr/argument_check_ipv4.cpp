@@ -50,7 +50,6 @@ bool IsAdminScopedMask(uint32_t mask)
 MCAST_STATUS Check(const char *text, bool (*accepts)(uint32_t))
 {
     uint32_t addr = 0;
-
     return MCAST_StrToIP4(text, &addr) == MCAST_OK && accepts(addr) ? MCAST_OK : MCAST_ERR_GENERAL;
 }
 

@@ -1,7 +1,6 @@
+#include "addr/bytes.h"
 #include "mcast/addr.h"
 #include "mcast/argument_check.h"
-
-#include "addr/bytes.h"
 
 namespace
 {
@@ -69,7 +68,6 @@ bool IsLinkLocal(const MCAST_ADDR_S *addr)
 MCAST_STATUS Check(const char *text, bool (*accepts)(const MCAST_ADDR_S *))
 {
     MCAST_ADDR_S addr = {};
-
     /* "default" is refused by the result, whatever the rule says of ::. */
     return MCAST_StrToInet6Addr(text, &addr) == 1 && accepts(&addr) ? MCAST_OK : MCAST_ERR_GENERAL;
 }

@@ -16,7 +16,6 @@ namespace mcast
 inline uint32_t Ipv4HostOrder(const MCAST_ADDR_S *addr)
 {
     const uint8_t *bytes = addr->address;
-
     return static_cast<uint32_t>(bytes[0]) << 24 | static_cast<uint32_t>(bytes[1]) << 16 |
            static_cast<uint32_t>(bytes[2]) << 8 | bytes[3];
 }
@@ -24,7 +23,6 @@ inline uint32_t Ipv4HostOrder(const MCAST_ADDR_S *addr)
 inline bool AllZero(const uint8_t *bytes, size_t length)
 {
     uint8_t any = 0;
-
     for (size_t i = 0; i < length; ++i) {
         any = static_cast<uint8_t>(any | bytes[i]);
     }

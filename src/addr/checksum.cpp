@@ -17,13 +17,12 @@
  * Words are taken in memory order, so the sum is in network byte order on its own; loads are unaligned, which
  * costs nothing extra on the processors this runs on.
  */
-#include "mcast/addr.h"
-
 #include <arpa/inet.h>
+#include <bit>
 #include <emmintrin.h>
 #include <string.h>
 
-#include <bit>
+#include "mcast/addr.h"
 
 namespace
 {
@@ -41,7 +40,6 @@ static_assert(kPartBlocks + 2 <= kMostBlocksUndrained);
 inline __m128i PairSums(const uint8_t *block)
 {
     __m128i words = _mm_loadu_si128(reinterpret_cast<const __m128i *>(block));
-
     return _mm_madd_epi16(_mm_xor_si128(words, _mm_set1_epi16(-0x8000)), _mm_set1_epi16(1));
 }
 
@@ -78,7 +76,6 @@ inline __m128i AddBlocks(__m128i lanes, const uint8_t *data, size_t blocks)
 template <typename Word> Word Load(const uint8_t *data)
 {
     Word word;
-
     memcpy(&word, data, sizeof(word));
     return word;
 }
@@ -129,7 +126,6 @@ inline uint32_t Fold(uint64_t sum)
 __attribute__((noinline)) uint64_t SumParts(const uint8_t *data, size_t parts)
 {
     uint64_t sum = 0;
-
     for (; parts > 0; --parts, data += kPart) {
         sum += Drain(AddBlocks(_mm_setzero_si128(), data, kPartBlocks), kPartBlocks);
     }
@@ -161,7 +157,6 @@ uint32_t MCAST_Inet6Cksum(const uint16_t *data, uint32_t len, const MCAST_ADDR_S
                           const MCAST_ADDR_S *dst, uint32_t upperLen, uint32_t nextHeader)
 {
     uint64_t sum = static_cast<uint64_t>(htonl(upperLen)) + htons(static_cast<uint8_t>(nextHeader));
-
     sum += SumAddressesAndData(src->address, dst->address, reinterpret_cast<const uint8_t *>(data), len);
     return ~Fold(sum);
 }

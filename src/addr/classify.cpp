@@ -14,9 +14,8 @@
  * The source rules differ in one point: configuration and data sources exclude IPv6 link-local addresses,
  * which cannot be routed back to, while the packets of the protocols themselves are sent from them.
  */
-#include "mcast/addr.h"
-
 #include "addr/bytes.h"
+#include "mcast/addr.h"
 
 namespace
 {
@@ -57,7 +56,6 @@ bool IsBareScope(const uint8_t *bytes)
 bool IsIpv4Source(uint32_t addr)
 {
     uint32_t network = addr >> 24;
-
     return network != 0 && network != 127 && network < 224;
 }
 
@@ -97,7 +95,6 @@ MCAST_BOOL MCAST_SrcAddrCheck(const MCAST_ADDR_S *addr)
 MCAST_STATUS MCAST_ProtoSrcAddrCheck(const MCAST_ADDR_S *addr)
 {
     bool usable = IsIpv4(addr) ? IsIpv4Source(Ipv4HostOrder(addr)) : IsIpv6ProtocolSource(addr->address);
-
     return usable ? MCAST_OK : MCAST_ERR_GENERAL;
 }
 

@@ -44,7 +44,6 @@ void PrintText(TextOutput &out, Directive directive, const char *text)
 const MCAST_ADDR_S *PrintAddress(Line &line, const Directive &directive)
 {
     const MCAST_ADDR_S *addr = va_arg(line.args, const MCAST_ADDR_S *);
-
     if (addr != nullptr) {
         mcast::WriteAddress(line.address, addr);
     }
@@ -56,7 +55,6 @@ uint32_t PrintInterface(Line &line, const Directive &directive)
 {
     uint32_t if_index = va_arg(line.args, uint32_t);
     char name[MCAST_IF_NAME_SIZE];
-
     MCAST_GetIfNameOrIndex(if_index, name);
     PrintText(line.out, directive, name);
     return if_index;
@@ -147,7 +145,6 @@ void PrintSegment(Line &line, const char *begin, const char *end)
 const char *FindPercent(const char *text, const char *end)
 {
     const void *found = memchr(text, '%', static_cast<size_t>(end - text));
-
     return found != nullptr ? static_cast<const char *>(found) : end;
 }
 

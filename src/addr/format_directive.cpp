@@ -11,7 +11,6 @@
 
 namespace mcast
 {
-
 namespace
 {
 
@@ -52,7 +51,6 @@ uint32_t FlagOf(char character)
 uint32_t ReadNumber(const char **text, const char *limit)
 {
     uint32_t number = 0;
-
     for (; *text < limit && IsDigit(**text); ++*text) {
         number = number * 10 + static_cast<uint32_t>(**text - '0');
         if (number > MCAST_FORMAT_WIDTH_MAX) {
@@ -121,7 +119,6 @@ void PrintByLibrary(TextOutput &out, const Directive &directive, const char *len
 void AppendField(TextOutput &out, const Directive &directive, const char *text, size_t length)
 {
     size_t padding = directive.width > length ? directive.width - length : 0;
-
     if ((directive.flags & kLeft) == 0) {
         AppendRepeated(out, ' ', padding);
     }
@@ -138,7 +135,6 @@ char *WriteDecimal(char *end, uint64_t value)
         "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
         "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
         "8081828384858687888990919293949596979899";
-
     while (value >= 100) {
         end -= 2;
         memcpy(end, kPairs + 2 * (value % 100), 2);
@@ -229,7 +225,6 @@ void PrintInteger(TextOutput &out, const Directive &directive, uint64_t value)
 void PrintCharacter(TextOutput &out, const Directive &directive, int value)
 {
     char character = static_cast<char>(value);
-
     if ((directive.flags & ~kLeft) != 0) {
         PrintByLibrary(out, directive, "", value);
         return;

@@ -26,7 +26,6 @@ uint32_t MCAST_GetInstStr(const MRIB_GMP_VRF_KEY_S *ctx, const char *vrfName, ch
 {
     bool is_ipv6 = ctx->family == MCAST_FAMILY_IPV6;
     mcast::TextOutput out = mcast::OpenText(buffer, MCAST_INST_STR_SIZE);
-
     if (ctx->vrf_index == 0) {
         AppendText(out, is_ipv6 ? "IPv6: " : "");
     } else {
@@ -42,7 +41,6 @@ char *MCAST_GetVrfBracketStr(uint32_t vrfIndex, char *buffer)
     uint16_t index = static_cast<uint16_t>(vrfIndex);
     mcast::TextOutput out = mcast::OpenText(buffer, MCAST_VRF_BRACKET_SIZE);
     char name[MCAST_VRF_NAME_SIZE] = {};
-
     if (index != 0) {
         (void)L3VPN_GetNameByVrfIndex(index, sizeof(name), name);
         AppendText(out, "(");
@@ -55,7 +53,6 @@ char *MCAST_GetVrfBracketStr(uint32_t vrfIndex, char *buffer)
 uint32_t MCAST_GetVrfNameByVrfIndex(uint32_t vrfIndex, char *buffer)
 {
     uint16_t index = static_cast<uint16_t>(vrfIndex);
-
     buffer[0] = '\0';
     return index == 0 ? MCAST_OK : L3VPN_GetNameByVrfIndex(index, MCAST_VRF_NAME_SIZE, buffer);
 }

@@ -1,6 +1,5 @@
-#include "mcast/argument_check.h"
-
 #include "addr/bytes.h"
+#include "mcast/argument_check.h"
 
 namespace
 {
@@ -19,7 +18,6 @@ constexpr uint8_t kScopeCovered = 16;
 bool LiesInLinkLocalBlock(const MCAST_ADDR_S *group)
 {
     constexpr uint32_t kMask = 0xffffffffu << (32 - kLinkLocalPrefix);
-
     return (Ipv4HostOrder(group) & kMask) == kLinkLocalBlock;
 }
 

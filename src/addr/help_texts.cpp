@@ -1,5 +1,4 @@
 #include "mcast/argument_check.h"
-
 #include "platform/resource.h"
 
 namespace

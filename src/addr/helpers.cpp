@@ -1,6 +1,6 @@
-#include "mcast/common.h"
-
 #include <stdlib.h>
+
+#include "mcast/common.h"
 
 void MCAST_StqReverse(MCAST_STQ_S *queue)
 {

@@ -1,8 +1,7 @@
-#include "mcast/addr.h"
-
 #include <bit>
 
 #include "addr/bytes.h"
+#include "mcast/addr.h"
 
 namespace
 {
@@ -13,7 +12,6 @@ constexpr uint32_t kShortestGroupMask = 0xf0000000;
 bool IsContiguous(uint32_t mask)
 {
     uint32_t negated = 0u - mask;
-
     return (mask & negated) == negated;
 }
 

@@ -101,7 +101,6 @@ MCAST_AVL_NODE_S *FindWithPath(const MCAST_AVL_S *tree, const void *key, AvlPath
 void Unlink(MCAST_AVL_S *tree, const MCAST_AVL_NODE_S *node, AvlPath *path)
 {
     MCAST_AVL_NODE_S *child = node->left != nullptr ? node->left : node->right;
-
     --path->depth;
     if (path->depth == 0) {
         tree->root = child;

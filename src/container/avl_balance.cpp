@@ -12,7 +12,6 @@ void SetHeight(MCAST_AVL_NODE_S *node)
 {
     uint32_t left = Height(node->left);
     uint32_t right = Height(node->right);
-
     node->height = (left > right ? left : right) + 1;
 }
 
@@ -20,7 +19,6 @@ void SetHeight(MCAST_AVL_NODE_S *node)
 MCAST_AVL_NODE_S *RotateRight(MCAST_AVL_NODE_S *node)
 {
     MCAST_AVL_NODE_S *lifted = node->left;
-
     node->left = lifted->right;
     lifted->right = node;
     SetHeight(node);
@@ -32,7 +30,6 @@ MCAST_AVL_NODE_S *RotateRight(MCAST_AVL_NODE_S *node)
 MCAST_AVL_NODE_S *RotateLeft(MCAST_AVL_NODE_S *node)
 {
     MCAST_AVL_NODE_S *lifted = node->right;
-
     node->right = lifted->left;
     lifted->left = node;
     SetHeight(node);
@@ -45,7 +42,6 @@ MCAST_AVL_NODE_S *Balance(MCAST_AVL_S *tree, MCAST_AVL_NODE_S *node)
 {
     uint32_t left = Height(node->left);
     uint32_t right = Height(node->right);
-
     if (left > right + 1) {
         ++tree->rotation_count;
         if (Height(node->left->left) < Height(node->left->right)) {

@@ -1,8 +1,8 @@
 /*
  * Paths of an AVL tree and what is done along them; shared by the files of the tree.
  */
-#ifndef CONTAINER_AVL_PATH_H
-#define CONTAINER_AVL_PATH_H
+#ifndef SRC_CONTAINER_AVL_PATH_H
+#define SRC_CONTAINER_AVL_PATH_H
 
 #include "mcast/avl.h"
 

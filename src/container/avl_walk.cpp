@@ -38,7 +38,6 @@ MCAST_AVL_NODE_S *TakeTop(MCAST_AVL_WALK_S *walk)
 void PopToSuccessor(MCAST_AVL_WALK_S *walk)
 {
     const MCAST_AVL_NODE_S *popped;
-
     do {
         popped = walk->stack[--walk->depth];
     } while (walk->depth != 0 && walk->stack[walk->depth - 1]->right == popped);
@@ -198,6 +197,5 @@ MCAST_AVL_NODE_S *MCAST_AVL_WalkNextNode(MCAST_AVL_WALK_S *walk)
 void *MCAST_AVL_WalkNextData(MCAST_AVL_WALK_S *walk)
 {
     const MCAST_AVL_NODE_S *node = MCAST_AVL_WalkNextNode(walk);
-
     return node != nullptr ? node->data : nullptr;
 }

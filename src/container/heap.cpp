@@ -106,7 +106,6 @@ struct GivenView {
     [[gnu::always_inline]] void Prefetch(uint64_t child, uint64_t count) const
     {
         uint64_t grandchild = 2 * child;
-
         if (grandchild + 3 > count) {
             return;
         }

@@ -15,8 +15,8 @@
  * Which elements are compared, in which order they are told their position, and that a moving element is told
  * also when it stays where it was, is part of the heap's contract and the same for all.
  */
-#ifndef CONTAINER_HEAP_CORE_H
-#define CONTAINER_HEAP_CORE_H
+#ifndef SRC_CONTAINER_HEAP_CORE_H
+#define SRC_CONTAINER_HEAP_CORE_H
 
 #include "mcast/heap.h"
 

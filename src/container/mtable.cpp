@@ -47,7 +47,6 @@ void FreeSource(void *record)
 void FreeGroup(void *record)
 {
     MTABLE_GROUP_S *group = static_cast<MTABLE_GROUP_S *>(record);
-
     MTable_FiniGroup(group);
     Release(group->owner->group_release, group);
 }
@@ -148,7 +147,6 @@ MTABLE_SOURCE_S *MTable_SearchSource(const MTABLE_S *table, const MCAST_ADDR_S *
                                      const MCAST_ADDR_S *sourceAddress)
 {
     const MTABLE_GROUP_S *group = MTable_SearchGroup(table, groupAddress);
-
     return group != nullptr ? MTable_SearchSourceInGroup(group, sourceAddress) : nullptr;
 }
 
@@ -171,7 +169,6 @@ uint32_t MTable_FreeAllSourceInGroup(MTABLE_GROUP_S *group)
 uint32_t MTable_FreeAll(MTABLE_S *table)
 {
     uint32_t result = AVL_FreeAll(table->groups);
-
     table->group_count = 0;
     table->source_count = 0;
     return result;

@@ -2,8 +2,8 @@
  * What the files of the group and source table share: how addresses are copied into records, probes and
  * cursors.
  */
-#ifndef CONTAINER_MTABLE_ADDRESS_H
-#define CONTAINER_MTABLE_ADDRESS_H
+#ifndef SRC_CONTAINER_MTABLE_ADDRESS_H
+#define SRC_CONTAINER_MTABLE_ADDRESS_H
 
 #include <stddef.h>
 #include <string.h>
@@ -29,7 +29,6 @@ inline void CopyAddress(MCAST_ADDR_S *to, const MCAST_ADDR_S *from)
 template <typename Record> Record *FirstAfter(AVL_HANDLE tree, const MCAST_ADDR_S *address)
 {
     Record probe = {};
-
     CopyAddress(&probe.address, address);
     return static_cast<Record *>(AVL_GetNext(tree, &probe));
 }

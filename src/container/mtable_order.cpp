@@ -1,8 +1,7 @@
-#include "mcast/mtable.h"
-
+#include <bit>
 #include <string.h>
 
-#include <bit>
+#include "mcast/mtable.h"
 
 namespace
 {
@@ -13,7 +12,6 @@ static_assert(offsetof(MTABLE_GROUP_S, address) == offsetof(MTABLE_SOURCE_S, add
 uint32_t BigEndian(const uint8_t *bytes)
 {
     uint32_t word;
-
     memcpy(&word, bytes, sizeof(word));
     return __builtin_bswap32(word);
 }

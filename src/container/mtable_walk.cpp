@@ -12,11 +12,10 @@
  * callback is asked. Only the last group's code is the result, but a code other than 0 also keeps the source
  * cursor where it was, so that the sources of the following group are visited from there.
  */
-#include "mcast/mtable.h"
-
 #include <string.h>
 
 #include "container/mtable_address.h"
+#include "mcast/mtable.h"
 
 namespace
 {
@@ -49,7 +48,6 @@ uint8_t FamilyByte(const MCAST_ADDR_S *cursor)
 MTABLE_GROUP_S *FirstGroup(const MTABLE_S *table, MTABLE_WALK_S *position)
 {
     MTABLE_GROUP_S *group = MTable_SearchGroup(table, position->group_cursor);
-
     if (group == nullptr && position->mode == MTABLE_WALK_ALL) {
         group = FirstAfter<MTABLE_GROUP_S>(table->groups, position->group_cursor);
         ResetCursor(position->source_cursor, FamilyByte(position->source_cursor));
@@ -67,7 +65,6 @@ MTABLE_GROUP_S *NextGroup(const MTABLE_S *table, const MTABLE_WALK_S *position, 
 MTABLE_SOURCE_S *FirstSource(const MTABLE_GROUP_S *group, const MTABLE_WALK_S *position)
 {
     MTABLE_SOURCE_S *source = MTable_SearchSourceInGroup(group, position->source_cursor);
-
     if (source == nullptr && position->mode != MTABLE_WALK_SOURCE) {
         source = FirstAfter<MTABLE_SOURCE_S>(group->sources, position->source_cursor);
     }
@@ -75,7 +72,8 @@ MTABLE_SOURCE_S *FirstSource(const MTABLE_GROUP_S *group, const MTABLE_WALK_S *p
 }
 
 /* The code of the last source visited, 0 when there is none; MCAST_WALK_AGAIN leaves the cursor at its
- * source. */
+ * source.
+ */
 uint32_t WalkSources(const Walk &walk, MTABLE_GROUP_S *group)
 {
     AVL_HANDLE sources = group->sources;
@@ -105,7 +103,6 @@ uint32_t WalkGroup(const Walk &walk, MTABLE_GROUP_S *group)
     MCAST_ADDR_S visited = group->address;
     uint8_t family = FamilyByte(source_cursor);
     uint32_t code = MCAST_OK;
-
     if (walk.group_callback != nullptr) {
         code = walk.group_callback(group, walk.group_argument);
     }

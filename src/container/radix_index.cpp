@@ -5,12 +5,12 @@
 
 namespace mcast::radix
 {
-
 namespace
 {
 
 /* Below the first number of entries a descent is as fast; the gap to the second keeps it from coming and
- * going. */
+ * going.
+ */
 constexpr uint32_t kIndexFrom = 256;
 constexpr uint32_t kIndexUntil = 128;
 
@@ -56,7 +56,6 @@ Index *NewIndex(const Tree *tree, unsigned doublings, uint64_t salt)
 uint64_t *FreeSlot(Index *index, uint32_t number)
 {
     uint64_t *bucket = index->Bucket(number);
-
     for (uint64_t *slot = bucket; slot != bucket + kSlotsPerBucket; ++slot) {
         if (*slot <= kDeleted) {
             return slot;
@@ -99,7 +98,6 @@ void Put(Index *index, const Place &place, const Node *node)
     const uint32_t second = SecondBucket(index, place.home, place.tag);
     uint64_t content = place.tag | address;
     uint64_t *slot = address >> kTagShift != 0 ? nullptr : FreeSlot(index, place.home);
-
     if (slot == nullptr && address >> kTagShift == 0) {
         slot = FreeSlot(index, second);
         if (slot == nullptr) {
@@ -138,7 +136,6 @@ void TakeNodes(const Tree *tree, Index *index, Index *old)
 {
     const uint64_t *slots = old->Bucket(0);
     const size_t count = size_t{old->buckets} * kSlotsPerBucket;
-
     for (size_t i = 0; i < count; ++i) {
         if (i + kAhead < count && slots[i + kAhead] > kDeleted) {
             __builtin_prefetch(&NodeOf(slots[i + kAhead])->bit);
@@ -177,7 +174,6 @@ void TakeSlots(Index *index, Index *old)
 unsigned DoublingsFor(uint32_t nodes)
 {
     unsigned doublings = 0;
-
     while ((uint64_t{kFirstBuckets} << doublings) / 8 * 39 < nodes) {
         ++doublings;
     }
@@ -193,7 +189,6 @@ bool Rebuild(Tree *tree, const Node *added)
     Index *old = tree->index;
     const uint32_t nodes = old != nullptr ? old->live + old->missing : tree->shared.entry_count;
     Index *index = NewIndex(tree, DoublingsFor(nodes), old != nullptr ? old->salt : 0);
-
     if (index == nullptr) {
         return false;
     }
@@ -219,7 +214,6 @@ void ClearSlot(Index *index, uint64_t *slot)
 {
     const size_t offset = static_cast<size_t>(slot - index->Bucket(0));
     uint64_t *last = index->Bucket(static_cast<uint32_t>(offset / kSlotsPerBucket)) + kSlotsPerBucket - 1;
-
     --index->live;
     if (*last != 0) {
         *slot = kDeleted;
@@ -238,7 +232,6 @@ void ClearSlot(Index *index, uint64_t *slot)
 void IndexAdd(Tree *tree, const Node *node)
 {
     Index *index = tree->index;
-
     if (index == nullptr) {
         if (tree->uniform && tree->shared.entry_count >= kIndexFrom) {
             Rebuild(tree, nullptr);

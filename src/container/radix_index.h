@@ -23,8 +23,8 @@
  * of a length up to the key size there is one node for each masked key, and a descent by a key ends at the
  * node of its prefix when there is one.
  */
-#ifndef CONTAINER_RADIX_INDEX_H
-#define CONTAINER_RADIX_INDEX_H
+#ifndef SRC_CONTAINER_RADIX_INDEX_H
+#define SRC_CONTAINER_RADIX_INDEX_H
 
 #include "container/radix_internal.h"
 
@@ -65,7 +65,6 @@ inline uint64_t Mix(uint64_t word)
 inline uint64_t Hash(uint64_t salt, const Key32 &key, unsigned length)
 {
     const uint64_t word = length == 0 ? 0 : key.word >> (32 - length);
-
     return Mix(Mix(word << 8 | length) + salt) * 0xd6e8feb86659fd93u;
 }
 
@@ -73,7 +72,6 @@ inline uint64_t Hash(uint64_t salt, const Key128 &key, unsigned length)
 {
     uint64_t high = key.high;
     uint64_t low = key.low;
-
     if (length <= 64) {
         high = length == 0 ? 0 : high >> (64 - length);
         low = 0;
@@ -101,7 +99,6 @@ inline Place PlaceOf(const Index *index, uint64_t hash)
     const uint64_t position = (hash >> (64 - kPoint)) * kFirstBuckets;
     const unsigned point = kPoint - index->doublings;
     const uint64_t tag = position >> (point - kTagBits) & ((1u << kTagBits) - 1);
-
     return {static_cast<uint32_t>(position >> point), tag << kTagShift};
 }
 
@@ -115,14 +112,12 @@ inline uint32_t Distance(uint64_t slot)
 inline uint32_t SecondBucket(const Index *index, uint32_t home, uint64_t slot)
 {
     const uint32_t number = home + Distance(slot);
-
     return number < index->buckets ? number : (number - index->buckets) % index->buckets;
 }
 
 inline uint32_t HomeOfDisplaced(const Index *index, uint32_t number, uint64_t slot)
 {
     const uint32_t distance = Distance(slot) % index->buckets;
-
     return number >= distance ? number - distance : number + index->buckets - distance;
 }
 
@@ -156,7 +151,6 @@ inline uint64_t *FindSlot(const MRT_RDX_TREE_S *tree, Index *index, const Key &k
     const Place place = PlaceOf(index, Hash(index->salt, key, length));
     uint64_t *bucket = index->Bucket(place.home);
     uint64_t *slot = SearchBucket(tree, index->compared, bucket, place.tag, key, length);
-
     if (slot != nullptr || bucket[kSlotsPerBucket - 1] == 0) {
         return slot;
     }
@@ -174,7 +168,6 @@ inline bool IsIndexed(const MRT_RDX_TREE_S *tree, unsigned length)
 template <typename Key> inline void FetchHome(const MRT_RDX_TREE_S *tree, const Key &key, unsigned length)
 {
     Index *index = Inner(tree)->index;
-
     if (index != nullptr && IsIndexed(tree, length)) {
         __builtin_prefetch(index->Bucket(PlaceOf(index, Hash(index->salt, key, length)).home), 1);
     }

@@ -2,8 +2,8 @@
  * What the files of the radix tree share: the private ends of its records, and the few moves from which every
  * operation is made. The essay is in radix_tree.cpp.
  */
-#ifndef CONTAINER_RADIX_INTERNAL_H
-#define CONTAINER_RADIX_INTERNAL_H
+#ifndef SRC_CONTAINER_RADIX_INTERNAL_H
+#define SRC_CONTAINER_RADIX_INTERNAL_H
 
 #include "container/radix_key.h"
 #include "mcast/radix.h"
@@ -61,7 +61,6 @@ template <typename Body> inline auto WithKeyType(const MRT_RDX_TREE_S *tree, Bod
 inline const uint8_t *EntryKeyRecord(const MRT_RDX_TREE_S *tree, const void *entry)
 {
     const uint8_t *record;
-
     memcpy(&record, static_cast<const uint8_t *>(entry) + tree->key_pointer_offset, sizeof record);
     return record;
 }
@@ -102,7 +101,6 @@ inline Node *Child(const Node *node, bool bit)
 {
     Node *left = node->left;
     Node *right = node->right;
-
     return bit ? right : left;
 }
 
@@ -115,7 +113,6 @@ template <typename Key> inline Node *Descend(const MRT_RDX_TREE_S *tree, const K
     const unsigned inside = length < Key::kBits ? length : Key::kBits;
     Node *last = nullptr;
     Node *node = tree->root;
-
     while (node != nullptr && node->bit < inside) {
         last = node;
         node = Child(node, key.TestInside(node->bit));
@@ -199,7 +196,6 @@ inline Node *RightSubtreeAfter(const Node *node)
 inline Node *NextNode(const Node *node)
 {
     Node *next = node->left != nullptr ? node->left : node->right;
-
     if (next == nullptr) {
         next = RightSubtreeAfter(node);
     }

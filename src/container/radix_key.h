@@ -3,8 +3,8 @@
  * bit tests and comparisons are made on the words. Bits at and beyond a type's size count as zero, so a
  * length above the tree's maximum never leads past the end of a key.
  */
-#ifndef CONTAINER_RADIX_KEY_H
-#define CONTAINER_RADIX_KEY_H
+#ifndef SRC_CONTAINER_RADIX_KEY_H
+#define SRC_CONTAINER_RADIX_KEY_H
 
 #include <bit>
 #include <stdint.h>
@@ -20,7 +20,6 @@ inline constexpr unsigned kAllBits = 256;
 template <typename Word> inline Word LoadBig(const uint8_t *bytes)
 {
     Word word;
-
     memcpy(&word, bytes, sizeof word);
     if constexpr (std::endian::native == std::endian::little) {
         word = sizeof word == 4 ? static_cast<Word>(__builtin_bswap32(static_cast<uint32_t>(word)))
@@ -48,7 +47,6 @@ struct Key32 {
     unsigned CommonBits(const Key32 &other) const
     {
         uint32_t difference = word ^ other.word;
-
         return difference == 0 ? kAllBits : static_cast<unsigned>(std::countl_zero(difference));
     }
 
@@ -72,14 +70,12 @@ struct Key128 {
     bool TestInside(unsigned bit) const
     {
         uint64_t word = bit < 64 ? high : low;
-
         return (word >> (63 - (bit & 63))) & 1;
     }
 
     unsigned CommonBits(const Key128 &other) const
     {
         uint64_t difference = high ^ other.high;
-
         if (difference != 0) {
             return static_cast<unsigned>(std::countl_zero(difference));
         }
@@ -101,7 +97,6 @@ struct KeyAny {
     static KeyAny Load(const uint8_t *bytes, unsigned maximum_length)
     {
         KeyAny key = {};
-
         memcpy(key.byte, bytes, (maximum_length + 7) / 8);
         return key;
     }

@@ -16,7 +16,6 @@ namespace
 unsigned FamilyOf(const void *key_record)
 {
     uint16_t family;
-
     memcpy(&family, key_record, sizeof family);
     return family;
 }
@@ -45,7 +44,6 @@ unsigned MaskedByte(const void *key_record, unsigned index, unsigned length)
     const unsigned family = FamilyOf(key_record);
     const unsigned byte = AddressOf(key_record)[index];
     const unsigned kept = MaskBits(family, length);
-
     if (index >= AddressSize(family) || kept >= (index + 1) * 8) {
         return byte;
     }
@@ -56,7 +54,6 @@ unsigned MaskedByte(const void *key_record, unsigned index, unsigned length)
 bool EqualMasked(const void *first, const void *second, unsigned length)
 {
     const unsigned size = AddressSize(FamilyOf(first));
-
     for (unsigned i = 0; i < size; ++i) {
         if (MaskedByte(first, i, length) != MaskedByte(second, i, length)) {
             return false;
@@ -69,7 +66,6 @@ bool EqualMasked(const void *first, const void *second, unsigned length)
 bool WordsDecide(const MRT_RDX_TREE_S *tree, const void *key_record)
 {
     const Tree *inner = Inner(tree);
-
     return inner->uniform && (FamilyOf(key_record) == MCAST_FAMILY_IPV4) == (inner->kind == KeyKind::kIpv4);
 }
 
@@ -111,7 +107,6 @@ bool ComesAfter(const MRT_RDX_TREE_S *tree, const void *entry, const void *key_r
     const int order = record == key_record
                           ? 0
                           : memcmp(AddressOf(record), AddressOf(key_record), AddressSize(FamilyOf(record)));
-
     return order > 0 || (order == 0 && EntryLength(tree, entry) > length);
 }
 
@@ -119,7 +114,6 @@ bool ComesAfter(const MRT_RDX_TREE_S *tree, const void *entry, const void *key_r
 Node *ScanForNext(const MRT_RDX_TREE_S *tree, const void *key_record, unsigned length)
 {
     Node *node = FirstNode(tree->root);
-
     while (node != nullptr && !ComesAfter(tree, node->entry, key_record, length)) {
         node = NextNode(node);
     }
@@ -170,7 +164,6 @@ void *SearchNextBest(const MRT_RDX_TREE_S *tree, const void *key_record, unsigne
 {
     const Key key = LoadKey<Key>(tree, key_record);
     Node *next = FindExact(tree, key_record, key, length);
-
     if (next != nullptr) {
         next = NextNode(next);
     } else if (WordsDecide(tree, key_record)) {
@@ -247,7 +240,6 @@ void *MRT_RDX_LocateBest(const MRT_RDX_TREE_S *tree, const void *key_record, uin
     const Node *node = WithKeyType(tree, [=]<typename Key>(Key *) {
         return FindBestIndexed(tree, LoadKey<Key>(tree, key_record), length & 0xff);
     });
-
     if (filter != nullptr) {
         while (node != nullptr && node->entry != nullptr &&
                (filter(node->entry, filter_argument) & 0xffff) != MCAST_TRUE) {

@@ -40,7 +40,6 @@ namespace
 Node *NewNode(size_t size, uint8_t state, unsigned bit, void *entry)
 {
     auto *node = static_cast<Node *>(malloc(size));
-
     if (node == nullptr) {
         return nullptr;
     }
@@ -79,7 +78,6 @@ template <typename Key> Node *NewEntryNode(const Key &key, unsigned length, void
     constexpr bool wide = Key::kBits == Key128::kBits;
     Node *node =
         NewNode(wide ? sizeof(WideNode) : sizeof(Node), wide ? kHasKeyRoom : uint8_t{0}, length, entry);
-
     if (node != nullptr) {
         StoreKey(node, key);
     }
@@ -99,7 +97,6 @@ void SetChild(Node *node, bool right, Node *child)
 void TakePlace(MRT_RDX_TREE_S *tree, const Node *old, Node *node)
 {
     Node *parent = old->parent;
-
     if (parent == nullptr) {
         tree->root = node;
     } else {
@@ -114,7 +111,6 @@ void TakePlace(MRT_RDX_TREE_S *tree, const Node *old, Node *node)
 void NoteAdded(MRT_RDX_TREE_S *tree, const Node *node)
 {
     Tree *inner = Inner(tree);
-
     inner->hosts += node->bit == tree->maximum_length;
     IndexAdd(inner, node);
 }
@@ -138,7 +134,6 @@ template <typename Key> Node *TakeEntry(MRT_RDX_TREE_S *tree, Node *node, const 
 template <typename Key> Node *AddFirst(MRT_RDX_TREE_S *tree, const Key &key, unsigned length, void *entry)
 {
     Node *node = NewEntryNode(key, length, entry);
-
     if (node != nullptr) {
         tree->root = node;
         tree->entry_count = 1;
@@ -224,7 +219,6 @@ void Prune(MRT_RDX_TREE_S *tree, Node *node)
 template <typename Key> uint64_t *SlotOf(const MRT_RDX_TREE_S *tree, const Node *node)
 {
     Index *index = Inner(tree)->index;
-
     if (index == nullptr || !IsIndexed(tree, node->bit)) {
         return nullptr;
     }
@@ -305,7 +299,6 @@ bool IsOfFamily(const Tree *tree, const void *entry)
 {
     const uint8_t *record = EntryKeyRecord(&tree->shared, entry);
     uint16_t family;
-
     memcpy(&family, record + offsetof(MCAST_ADDR_S, family), sizeof family);
     return (family == MCAST_FAMILY_IPV4) == (tree->kind == KeyKind::kIpv4);
 }
@@ -328,7 +321,6 @@ MRT_RDX_TREE_S *MRT_RDX_CreateTree(uint32_t key_pointer_offset, uint32_t length_
                                    uint32_t address_offset, uint32_t maximum_length)
 {
     auto *tree = static_cast<Tree *>(malloc(sizeof(Tree)));
-
     if (tree == nullptr) {
         return nullptr;
     }
@@ -355,7 +347,6 @@ void MRT_RDX_DestroyTree(MRT_RDX_TREE_S *tree)
 MRT_RDX_NODE_S *MRT_RDX_AddNode(MRT_RDX_TREE_S *tree, void *entry)
 {
     Tree *inner = Inner(tree);
-
     if (inner->uniform && !IsOfFamily(inner, entry)) {
         inner->uniform = false;
         IndexDrop(inner);

@@ -55,7 +55,6 @@ template <bool kReverse> void *StepOrder(MRT_RDX_WALK_S *walk)
 {
     Node *node = walk->current;
     void *entry = node->entry;
-
     do {
         node = StepTo<kReverse>(node, walk->lower_bound);
     } while (node != nullptr && node->entry == nullptr);
@@ -66,7 +65,6 @@ template <bool kReverse> void *StepOrder(MRT_RDX_WALK_S *walk)
 void *StepChain(MRT_RDX_WALK_S *walk)
 {
     Node *node = UpToEntry(walk->current);
-
     if (node == nullptr) {
         walk->current = nullptr;
         return nullptr;
@@ -175,7 +173,6 @@ MRT_RDX_WALK_S *MRT_RDX_CreateWalk(MRT_RDX_TREE_S *tree, const void *key_record,
                                    uint32_t kind)
 {
     MRT_RDX_WALK_S *walk = MRT_RDX_CreateWalkNode(tree, key_record, length, kind);
-
     if (walk != nullptr) {
         walk->links = {&tree->walks, tree->walks.next};
         tree->walks.next->previous = &walk->links;

@@ -15,10 +15,10 @@
  *
  * This file makes, ends and searches tables; entries are made and deleted in route_table_entry.cpp.
  */
+#include "mcast/route_table.h"
+
 #include <stdlib.h>
 #include <string.h>
-
-#include "mcast/route_table.h"
 
 namespace
 {
@@ -30,7 +30,6 @@ char *CopyText(const char *text)
 {
     const size_t size = strlen(text) + 1;
     auto *copy = static_cast<char *>(malloc(size));
-
     if (copy != nullptr) {
         memcpy(copy, text, size);
     }
@@ -148,7 +147,6 @@ MRT_SOURCE_S *MRT_LocateSourceMask(const MRT_TABLE_S *table, const MCAST_ADDR_S 
                                    const MCAST_ADDR_S *source, uint32_t source_length)
 {
     const auto *entry = static_cast<const MRT_GROUP_S *>(MRT_LocateMask(table, group, group_length));
-
     return entry == nullptr
                ? nullptr
                : static_cast<MRT_SOURCE_S *>(MRT_LocateMask(entry->sources, source, source_length));
@@ -158,7 +156,6 @@ MRT_SOURCE_S *MRT_LocateSource(const MRT_TABLE_S *table, const MCAST_ADDR_S *gro
                                const MCAST_ADDR_S *source)
 {
     const auto *entry = static_cast<const MRT_GROUP_S *>(MRT_Locate(table, group));
-
     return entry == nullptr ? nullptr : static_cast<MRT_SOURCE_S *>(MRT_Locate(entry->sources, source));
 }
 
@@ -222,7 +219,6 @@ MRT_WALK_S *MRT_CreateWalk(MRT_TABLE_S *table)
 MRT_WALK_S *MRT_Walk_Start(MRT_TABLE_S *table, const MCAST_ADDR_S *address, uint32_t length)
 {
     MRT_WALK_S *walk = MRT_Walk_Subset(table, address, length);
-
     MRT_RDX_SetWalkAll(walk);
     return walk;
 }

@@ -19,7 +19,6 @@ bool IsSupported(uint16_t family)
 MCAST_ADDR_S *CopyAddress(const MCAST_ADDR_S *address)
 {
     auto *copy = static_cast<MCAST_ADDR_S *>(malloc(sizeof(MCAST_ADDR_S)));
-
     if (copy != nullptr) {
         *copy = *address;
     }
@@ -71,7 +70,6 @@ void ReleaseGroup(MRT_GROUP_S *group)
 MRT_GROUP_S *NewGroup(MRT_TABLE_S *table, const MCAST_ADDR_S *address, uint32_t length)
 {
     auto *group = static_cast<MRT_GROUP_S *>(calloc(1, sizeof(MRT_GROUP_S)));
-
     if (group == nullptr) {
         return nullptr;
     }
@@ -95,7 +93,6 @@ void FreeSource(MRT_SOURCE_S *source)
 MRT_SOURCE_S *NewSource(MRT_GROUP_S *group, const MCAST_ADDR_S *address, uint32_t length)
 {
     auto *source = static_cast<MRT_SOURCE_S *>(calloc(1, sizeof(MRT_SOURCE_S)));
-
     if (source == nullptr) {
         return nullptr;
     }

@@ -20,12 +20,11 @@
  * long for 32 bits of milliseconds is passed on as seconds, so that the platform timer fires early and
  * processing arms it anew.
  */
-#include "mcast/timer.h"
-
 #include <stdlib.h>
 #include <string.h>
 
 #include "container/heap_core.h"
+#include "mcast/timer.h"
 
 namespace
 {
@@ -85,7 +84,6 @@ struct ExpiryView {
     [[gnu::always_inline]] void Prefetch(uint64_t child, uint64_t count) const
     {
         uint64_t below = 8 * child;
-
         if (below <= count) {
             __builtin_prefetch(&expiries[below]);
             __builtin_prefetch(&slots[below - 1]);
@@ -124,7 +122,6 @@ struct ExpiryKeeper {
     {
         size_t bytes = (heap->capacity + 1) * sizeof(*manager->expiries);
         uint32_t *expiries = static_cast<uint32_t *>(realloc(manager->expiries, bytes));
-
         if (expiries == nullptr) {
             return false;
         }
@@ -139,7 +136,6 @@ int64_t CompareNodes(const void *first, const void *second)
 {
     uint32_t one = static_cast<const MCAST_TMR_NODE_S *>(first)->expiry;
     uint32_t other = static_cast<const MCAST_TMR_NODE_S *>(second)->expiry;
-
     return (one > other) - (one < other);
 }
 
@@ -152,7 +148,6 @@ uint32_t Now()
 {
     uint32_t seconds = 0;
     uint32_t sub_seconds = 0;
-
     TIME_GetSystemBootTime(&seconds, &sub_seconds);
     return seconds;
 }
@@ -160,7 +155,6 @@ uint32_t Now()
 uint32_t ExpiryAfter(uint32_t seconds)
 {
     uint32_t now = Now();
-
     return kNever - seconds > now ? now + seconds : kNever;
 }
 
@@ -209,7 +203,6 @@ MCAST_STATUS Rearm(const MCAST_TMR_S *manager, uint32_t expiry)
 TIMER_ID CreateStopped(TIMER_SERVICE service, TIMER_HANDLER handler, const uint64_t *parameters)
 {
     TIMER_ID timer = Timer_Create(service, TIMER_KIND_ARMED_LATER, TIMER_NO_PERIOD, handler, parameters);
-
     if (timer != TIMER_NONE && Timer_SetStatus(service, timer, TIMER_STATE_STOP, 0) != 0) {
         Timer_Delete(service, timer);
         timer = TIMER_NONE;

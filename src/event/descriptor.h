@@ -14,7 +14,6 @@ namespace mcast
 inline void CloseAfterFailure(int fd)
 {
     int error = errno;
-
     close(fd);
     errno = error;
 }

@@ -1,9 +1,8 @@
-#include "mcast/event.h"
-
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 
 #include "event/descriptor.h"
+#include "mcast/event.h"
 
 namespace
 {
@@ -15,7 +14,6 @@ namespace
 int Control(uint32_t epfd, int operation, uint32_t fd, uint32_t events, uint64_t context)
 {
     MCAST_EPOLL_RECORD_S record = {events, fd, context};
-
     return epoll_ctl(static_cast<int>(epfd), operation, static_cast<int>(fd),
                      reinterpret_cast<struct epoll_event *>(&record));
 }

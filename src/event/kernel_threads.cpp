@@ -18,7 +18,6 @@ Nodes UpNodes()
     Nodes up = {nullptr, 0};
     uint32_t count = 0;
     uint16_t *all = DEV_GetAllNodes(&count);
-
     if (all != nullptr && count != 0) {
         up.ids = static_cast<uint16_t *>(malloc(count * sizeof(uint16_t)));
     }
@@ -37,7 +36,6 @@ MCAST_STATUS MCAST_StartSpecifyKernelThread(uint16_t node)
 {
     const uint64_t input = 0;
     uint32_t status = 0;
-
     return CIOCTL(node, CIOCTL_START_MULTICAST_THREADS, sizeof(input), &input, nullptr, 0, &status);
 }
 
@@ -46,7 +44,6 @@ MCAST_STATUS MCAST_StartAllKernelThread(void)
     uint16_t master = DEV_GetSystemMaster();
     MCAST_STATUS result = MCAST_StartSpecifyKernelThread(master);
     Nodes up = UpNodes();
-
     if (up.ids == nullptr) {
         return MCAST_ERR_GENERAL;
     }
@@ -62,7 +59,6 @@ MCAST_STATUS MCAST_StartAllKernelThread(void)
 MCAST_STATUS MCAST_StartKernelThread(void)
 {
     uint16_t self = DEV_GetSelf();
-
     return self == DEV_GetSystemMaster() ? MCAST_StartAllKernelThread()
                                          : MCAST_StartSpecifyKernelThread(self);
 }

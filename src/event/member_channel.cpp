@@ -50,7 +50,6 @@ bool IsEmpty(const MBR_BLOCK_S *block)
 void StartBlock(MBR_CHANNEL_S *channel, MBR_BLOCK_S *block)
 {
     MBR_QUEUE_S *queue = &channel->queue;
-
     memset(block->datagram, 0, kDatagramHeader);
     block->reserved = 0;
     block->used = MRIB_MsgReset(block->datagram, channel->module);
@@ -62,7 +61,7 @@ void StartBlock(MBR_CHANNEL_S *channel, MBR_BLOCK_S *block)
         queue->tail = block;
     }
     queue->head = block;
-    channel->block_count++;
+    ++channel->block_count;
 }
 
 /* Takes the oldest block out of the queue, which is not empty. */
@@ -70,14 +69,13 @@ MBR_BLOCK_S *TakeOldest(MBR_CHANNEL_S *channel)
 {
     MBR_QUEUE_S *queue = &channel->queue;
     MBR_BLOCK_S *block = queue->tail;
-
     queue->tail = block->previous;
     if (queue->tail != nullptr) {
         queue->tail->next = nullptr;
     } else {
         queue->head = nullptr;
     }
-    channel->block_count--;
+    --channel->block_count;
     return block;
 }
 
@@ -132,7 +130,6 @@ MCAST_STATUS Flush(MBR_CHANNEL_S *channel)
 {
     MCAST_STATUS status = MCAST_OK;
     MBR_BLOCK_S *first = nullptr;
-
     while (status == MCAST_OK && channel->queue.tail != nullptr && !IsEmpty(channel->queue.tail)) {
         if (!SendBlock(channel, channel->queue.tail)) {
             status = MCAST_ERR_GENERAL;
@@ -152,7 +149,6 @@ MCAST_STATUS Flush(MBR_CHANNEL_S *channel)
 void *ReserveInNewest(MBR_CHANNEL_S *channel, uint32_t size)
 {
     MBR_BLOCK_S *block = channel->queue.head;
-
     return block == nullptr ? nullptr
                             : MRIB_MsgReserve(block->datagram, &block->used, MBR_DATAGRAM_MAX, size);
 }
@@ -181,7 +177,6 @@ MCAST_STATUS Append(MBR_CHANNEL_S *channel, uint16_t type, uint16_t length, cons
 {
     const uint32_t size = MRIB_RECORD_SIZE(length);
     void *record = ReserveInNewest(channel, size);
-
     if (record == nullptr) {
         record = MakeRoom(channel, size);
     }
@@ -289,7 +284,6 @@ MCAST_STATUS MbrLib_RegFinalEvt(MBR_CHANNEL_S *channel, uint16_t type, uint64_t 
 MCAST_STATUS MBR_LIB_RegEvt(uint32_t family, uint64_t events)
 {
     MBR_CHANNEL_S *channel = ChannelOf(static_cast<uint8_t>(family));
-
     if (channel->socket == MCAST_NONE) {
         return MCAST_ERR_GENERAL;
     }
@@ -300,7 +294,6 @@ MCAST_STATUS MBR_LIB_RegEvt(uint32_t family, uint64_t events)
 MCAST_STATUS MBR_LIB_DeRegEvt(uint32_t family, uint64_t events)
 {
     MBR_CHANNEL_S *channel = ChannelOf(static_cast<uint8_t>(family));
-
     if (channel->socket == MCAST_NONE) {
         return MCAST_ERR_GENERAL;
     }
@@ -310,7 +303,6 @@ MCAST_STATUS MBR_LIB_DeRegEvt(uint32_t family, uint64_t events)
 void MBR_LIB_Fini(uint32_t family)
 {
     MBR_CHANNEL_S *channel = ChannelOf(static_cast<uint8_t>(family));
-
     if (channel->socket == MCAST_NONE) {
         return;
     }

@@ -39,7 +39,6 @@ MESSAGER_BLOCK_S *NewBlock(const uint8_t *data, uint64_t length)
 {
     MESSAGER_BLOCK_S *block = static_cast<MESSAGER_BLOCK_S *>(malloc(sizeof(*block)));
     uint8_t *storage = static_cast<uint8_t *>(malloc(length != 0 ? length : 1));
-
     if (block == nullptr || storage == nullptr) {
         free(block);
         free(storage);
@@ -108,7 +107,6 @@ uint64_t FlushPacket(MESSAGER_S *messager)
 void DropFirstBlock(MESSAGER_S *messager)
 {
     MESSAGER_BLOCK_S *block = messager->pending_head;
-
     messager->pending_head = block->next;
     if (messager->pending_head == nullptr) {
         messager->pending_tail = nullptr;
@@ -264,7 +262,6 @@ void Messager_Fini(MESSAGER_S *messager)
     }
     {
         mcast::MutexGuard guard(messager->lock);
-
         free(messager->buffer);
         FreePending(messager);
     }

@@ -1,11 +1,10 @@
-#include "mcast/event.h"
-
 #include "platform/random.h"
+
+#include "mcast/event.h"
 
 uint32_t MCAST_Rand(uint32_t bound)
 {
     uint32_t drawn = 0;
-
     if (bound == 0) {
         return 0;
     }

@@ -8,6 +8,8 @@
  *
  * The same socket serves every attempt.
  */
+#include "mcast/service.h"
+
 #include <errno.h>
 #include <stdlib.h>
 #include <sys/socket.h>
@@ -16,7 +18,6 @@
 
 #include "event/descriptor.h"
 #include "event/local_channel.h"
-#include "mcast/service.h"
 #include "platform/device.h"
 
 namespace
@@ -34,7 +35,6 @@ enum class Service { kUnknown, kNotRunning, kPresent };
 Service Find(uint16_t node, uint64_t service)
 {
     uint32_t state = SERVICE_STATE_ABSENT;
-
     if (!Succeeded(SERVICE_GetStatus(node, service, 0, &state))) {
         return Service::kUnknown;
     }
@@ -45,7 +45,6 @@ Service Find(uint16_t node, uint64_t service)
 void StartUnlessPresent(uint64_t service)
 {
     uint16_t node = static_cast<uint16_t>(LIP_GetLocalLip());
-
     if (Find(node, service) == Service::kPresent) {
         return;
     }
@@ -56,7 +55,6 @@ void StartUnlessPresent(uint64_t service)
 void Wait()
 {
     struct timespec left = {0, MCAST_APP_WAIT_US * 1000L};
-
     while (nanosleep(&left, &left) != 0 && errno == EINTR) {
     }
 }
@@ -106,7 +104,6 @@ MCAST_STATUS MCAST_StartSlaveService(uint64_t service)
 int MCAST_Connect(int fd, const struct sockaddr *addr, uint32_t addrLen)
 {
     int result = 0;
-
     do {
         result = connect(fd, addr, addrLen);
     } while (result != 0 && errno == EINTR);

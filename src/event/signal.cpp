@@ -1,10 +1,9 @@
-#include "mcast/event.h"
-
 #include <signal.h>
 #include <sys/epoll.h>
 #include <unistd.h>
 
 #include "event/descriptor.h"
+#include "mcast/event.h"
 
 namespace
 {

@@ -1,6 +1,6 @@
-#include "mcast/event.h"
-
 #include <unistd.h>
+
+#include "mcast/event.h"
 
 namespace
 {

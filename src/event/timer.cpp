@@ -6,8 +6,6 @@
  * Since 0 is how a caller learns that there is no timer, a timer that comes out as number 0 is exchanged for
  * another one.
  */
-#include "mcast/event.h"
-
 #include <errno.h>
 #include <signal.h>
 #include <string.h>
@@ -16,6 +14,7 @@
 #include <unistd.h>
 
 #include "event/descriptor.h"
+#include "mcast/event.h"
 
 namespace
 {
@@ -49,7 +48,6 @@ struct sigevent SignalToThisThread(uint32_t periodMs, uint32_t signo)
 void DeleteAfterFailure(timer_t timer)
 {
     int error = errno;
-
     timer_delete(timer);
     errno = error;
 }
@@ -76,7 +74,6 @@ uint32_t MCAST_CreateTimerFd(int32_t periodMs)
 {
     struct itimerspec when = EveryPeriod(periodMs);
     int fd = timerfd_create(CLOCK_MONOTONIC, 0);
-
     if (fd < 0) {
         return MCAST_NONE;
     }

@@ -28,7 +28,6 @@
 
 namespace mcast
 {
-
 namespace
 {
 
@@ -36,7 +35,6 @@ int32_t CompareRanges(const void *first, const void *second)
 {
     uint32_t a = static_cast<const FreeRange *>(first)->lo;
     uint32_t b = static_cast<const FreeRange *>(second)->lo;
-
     return a < b ? -1 : a > b;
 }
 
@@ -44,7 +42,6 @@ int32_t CompareRangeWithIndex(const void *record, const void *key)
 {
     const FreeRange *range = static_cast<const FreeRange *>(record);
     uint32_t index = *static_cast<const uint32_t *>(key);
-
     return range->hi < index ? -1 : range->lo > index;
 }
 
@@ -52,7 +49,6 @@ int32_t CompareRangeWithIndex(const void *record, const void *key)
 FreeRange *RangeBefore(const IndexPool *pool, uint32_t index)
 {
     FreeRange probe = {{}, nullptr, index, index};
-
     return static_cast<FreeRange *>(AVL_GetPrev(pool->ranges, &probe));
 }
 
@@ -152,7 +148,6 @@ void MergeIndex(IndexPool *pool, uint32_t index)
     FreeRange *next = previous != nullptr ? previous->next : pool->head;
     bool follows = previous != nullptr && previous->hi + 1 == index;
     bool precedes = next != nullptr && next->lo == index + 1;
-
     if (follows && precedes) {
         previous->hi = next->hi;
         RemoveRange(pool, previous, next);
@@ -168,7 +163,6 @@ void MergeIndex(IndexPool *pool, uint32_t index)
 bool ReserveIndex(IndexPool *pool, uint32_t index)
 {
     FreeRange *range = static_cast<FreeRange *>(AVL_Get(pool->ranges, &index, CompareRangeWithIndex));
-
     if (range == nullptr) {
         return false;
     }

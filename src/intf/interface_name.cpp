@@ -50,7 +50,6 @@ uint32_t MCAST_GetIfIndexByMUAName(uint32_t family, const char *name)
 uint64_t MCAST_GetIfName(uint32_t ifIndex, char *buf)
 {
     const char *prefix = PrefixOf(ifIndex);
-
     if (prefix != nullptr) {
         WriteNumberedName(buf, prefix, ifIndex & MCAST_IF_NUMBER_MASK);
         return MCAST_OK;
@@ -93,7 +92,6 @@ uint64_t MCAST_GetIfSimpleNameOrIndex(uint32_t ifIndex, char *buf)
 uint64_t MCAST_IF_GetFullName(const char *text, char *fullName)
 {
     IF_SELECTOR_S selector = {};
-
     (void)MCAST_IF_HookForQuery(&selector);
     return IF_IfNameFill(&selector, text, IF_FILL_ABBREVIATED, fullName);
 }
@@ -101,7 +99,6 @@ uint64_t MCAST_IF_GetFullName(const char *text, char *fullName)
 uint32_t MCAST_GetIfIndexByIfName(const char *typeText, const char *numberText, char *nameBuf)
 {
     char full_name[IF_FILLED_NAME_SIZE] = {};
-
     if (nameBuf[0] == '\0') {
         (void)snprintf(nameBuf, MCAST_IF_NAME_SIZE, "%s%s", typeText != nullptr ? typeText : "",
                        numberText != nullptr ? numberText : "");

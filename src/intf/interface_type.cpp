@@ -12,7 +12,6 @@ constexpr uint32_t kPrivateTypeMask = 0x1f;
 MCAST_BOOL IsOfType(uint32_t ifIndex, uint32_t first, uint32_t second)
 {
     uint32_t type = ifIndex >> MCAST_IF_TYPE_SHIFT & kPrivateTypeMask;
-
     return ifIndex >= MCAST_IF_PRIVATE_FIRST && (type == first || type == second) ? MCAST_TRUE : MCAST_FALSE;
 }
 
@@ -36,7 +35,6 @@ MCAST_BOOL MCAST_IsNBMALinkIntf(uint32_t ifIndex)
 uint32_t MCAST_GetIfTypeByIfIndex(uint32_t ifIndex)
 {
     uint32_t type = MCAST_IF_PLATFORM_TYPE_UNKNOWN;
-
     if (MCAST_IsMUAIntf(ifIndex) || MCAST_IsNBMALinkIntf(ifIndex)) {
         return MCAST_IF_PLATFORM_TYPE_PRIVATE;
     }
@@ -47,7 +45,6 @@ uint32_t MCAST_GetIfTypeByIfIndex(uint32_t ifIndex)
 uint64_t MCAST_IF_CanMibSet(uint32_t ifIndex)
 {
     uint32_t type = MCAST_IF_PLATFORM_TYPE_UNKNOWN;
-
     if (MCAST_IsPrivateIfIndex(ifIndex) || IF_GetDataByIfIndex(ifIndex, IF_ITEM_TYPE, &type) != 0) {
         return MCAST_MIB_NOT_SETTABLE;
     }

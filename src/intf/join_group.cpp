@@ -42,7 +42,6 @@ int32_t CompareSubWithIndex(const void *record, const void *key)
 void FreeParent(void *record)
 {
     MCAST_IF_JOIN_PARENT_S *parent = static_cast<MCAST_IF_JOIN_PARENT_S *>(record);
-
     AVL_Fini(parent->sub_interfaces);
     free(parent);
 }
@@ -65,7 +64,6 @@ MCAST_IF_JOIN_PARENT_S *CreateParent(uint32_t index) MCAST_REQUIRES(g_registry.l
 {
     MCAST_IF_JOIN_PARENT_S *parent =
         static_cast<MCAST_IF_JOIN_PARENT_S *>(calloc(1, sizeof(MCAST_IF_JOIN_PARENT_S)));
-
     if (parent == nullptr) {
         return nullptr;
     }
@@ -102,7 +100,6 @@ void mcast::CloseJoinGroups() MCAST_NO_LOCK_ANALYSIS
 uint64_t mcastIf_CreateSubIf(MCAST_IF_JOIN_PARENT_S *parent, uint32_t subIfIndex)
 {
     MCAST_IF_JOIN_SUB_S *sub = static_cast<MCAST_IF_JOIN_SUB_S *>(calloc(1, sizeof(MCAST_IF_JOIN_SUB_S)));
-
     if (sub == nullptr) {
         return MCAST_ERR_GENERAL;
     }

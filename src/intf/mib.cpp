@@ -14,7 +14,6 @@ namespace
 bool Converse(int fd, MCAST_MIB_REQUEST_S *request)
 {
     ssize_t count = 0;
-
     do {
         /* A peer that is gone is a failed exchange, not the end of the process. */
         count = send(fd, request->request, request->request_length, MSG_NOSIGNAL);
@@ -73,7 +72,6 @@ bool RunsOnStandby(uint64_t service)
 MCAST_STATUS TryConnection(const MCAST_APP_ENDPOINT_S *daemon)
 {
     int fd = MCAST_Connect2APP(daemon);
-
     if (fd < 0) {
         return MCAST_ERR_GENERAL;
     }
@@ -102,7 +100,6 @@ MCAST_STATUS MCAST_MIB_SetTable(const MCAST_APP_ENDPOINT_S *daemon, MCAST_MIB_PA
     uint16_t extra = 0;
     uint32_t wrong = MCAST_MIB_NO_ERROR_INDEX;
     MCAST_STATUS result = Ask(daemon, parser, request, &output, &extra, &wrong);
-
     *errorIndex = wrong;
     return result;
 }
@@ -112,7 +109,6 @@ MCAST_STATUS MCAST_MIB_GetNextByIndex(const MCAST_APP_ENDPOINT_S *const daemons[
                                       MCAST_MIB_PARSER parser, MCAST_MIB_CHOOSER chooser, uint32_t *chosen)
 {
     bool found = false;
-
     for (uint32_t i = 0; i < n; ++i) {
         if (daemons[i] != nullptr) {
             requests[i]->result = MCAST_MIB_Get(daemons[i], parser, requests[i]);
@@ -143,7 +139,6 @@ MCAST_STATUS MCAST_MIB_GetNextByInet(const MCAST_APP_ENDPOINT_S *const daemons[]
 MCAST_STATUS mcastMib_GetNextResult(MCAST_MIB_REQUEST_S *const requests[], uint32_t n, uint32_t start)
 {
     uint32_t absent = 0;
-
     for (uint32_t i = start; i < n; ++i) {
         if (requests[i]->result == MCAST_MIB_NO_ENTRY) {
             ++absent;
@@ -160,7 +155,6 @@ MCAST_STATUS MCAST_MIB_GetDaemonStatus(const MCAST_APP_ENDPOINT_S *daemon)
     uint32_t state = SERVICE_STATE_ABSENT;
     uint16_t node = static_cast<uint16_t>(LIP_GetLocalLip());
     uint32_t status = SERVICE_GetStatus(node, daemon->service, 0, &state);
-
     if (status != SERVICE_NOTHING_DONE && state == SERVICE_STATE_RUNNING) {
         return status == MCAST_OK ? TryConnection(daemon) : MCAST_OK;
     }

@@ -3,12 +3,11 @@
  * documentation quote them, so they are compiled as they stand, on each call, and nothing is kept between
  * calls that threads would have to share.
  */
-#include "mcast/interface_name.h"
-
 #include <regex.h>
 #include <string.h>
 
 #include "intf/name_text.h"
+#include "mcast/interface_name.h"
 
 /* Any abbreviation of the type, from its first letter on. */
 #define MUA_TYPE "m(u(l(t(i(c(a(s(t(-(ua?)?)?)?)?)?)?)?)?)?)?"
@@ -47,7 +46,6 @@ bool Matches(const char *expression, const char *text)
 bool ReadTyped(const char *expression, const char *text, uint32_t *number)
 {
     uint32_t value = 0;
-
     if (!Matches(expression, text)) {
         return false;
     }
@@ -65,7 +63,6 @@ bool ReadTyped(const char *expression, const char *text, uint32_t *number)
 uint64_t Check(const char *expression, const char *text)
 {
     uint32_t number = 0;
-
     return ReadTyped(expression, text, &number) ? MCAST_OK : MCAST_ERR_GENERAL;
 }
 
@@ -98,7 +95,6 @@ uint64_t MCAST_MuaIfNumCheck(const char *text)
 uint64_t MCAST_GetMUANameFromStr(const char *text, char *buf)
 {
     uint32_t number = 0;
-
     if (!ReadTyped(kName, text, &number)) {
         return MCAST_ERR_GENERAL;
     }
@@ -122,7 +118,6 @@ uint64_t MCAST_MuaIfTypeHelp(const char *text, CLI_HELP_LIST_S *list)
 uint64_t MCAST_MuaIfNumHelp(const char *text, CLI_HELP_LIST_S *list)
 {
     char syntax[kNumberSyntaxSize];
-
     WriteNumberSyntax(syntax);
     if (IsQuestion(text)) {
         CLI_NewHelpInfo(syntax, RC_LoadString(MCAST_RC_MUA_NUMBER), list);
@@ -138,7 +133,6 @@ uint64_t MCAST_MuaIfNumHelp(const char *text, CLI_HELP_LIST_S *list)
 uint64_t MCAST_MuaIfNameHelp(const char *text, CLI_HELP_LIST_S *list)
 {
     char syntax[kNumberSyntaxSize];
-
     if (!Matches(kNameBegun, text)) {
         return MCAST_ERR_GENERAL;
     }

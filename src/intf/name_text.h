@@ -19,7 +19,6 @@ inline uint32_t WriteNumber(char *out, uint32_t number, uint32_t base)
 {
     char reversed[10];
     uint32_t count = 0;
-
     do {
         reversed[count++] = "0123456789abcdef"[number % base];
         number /= base;
@@ -35,7 +34,6 @@ inline uint32_t WriteNumber(char *out, uint32_t number, uint32_t base)
 inline uint32_t WriteNumberedName(char *out, const char *prefix, uint32_t number)
 {
     uint32_t length = static_cast<uint32_t>(strlen(prefix));
-
     memcpy(out, prefix, length);
     return length + WriteNumber(out + length, number, 10);
 }

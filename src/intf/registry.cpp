@@ -22,7 +22,6 @@ constexpr uint32_t kSimpleInterfacesAtHand = 128;
 bool Open(uint32_t type)
 {
     uint32_t base = MCAST_IF_PRIVATE_FIRST | type << MCAST_IF_TYPE_SHIFT;
-
     if (!mcast::OpenJoinGroups() ||
         !OpenPool(&g_registry.interfaces, base, base + MCAST_IF_NUMBER_MASK, kInterfacesAtHand) ||
         !OpenPool(&g_registry.simple_interfaces, MCAST_IF_SIMPLE_FIRST, MCAST_IF_SIMPLE_LAST,
@@ -87,7 +86,6 @@ uint64_t MCAST_CreateSimplyIf(void)
 void MCAST_DestroyIf(uint32_t ifIndex)
 {
     IndexPool *pool = PoolOf(ifIndex);
-
     if (pool != nullptr) {
         GiveIndex(pool, ifIndex);
     }
@@ -108,7 +106,6 @@ uint64_t MCAST_IF_Degrade(void)
 uint64_t MCAST_ReserveIf(uint32_t ifIndex)
 {
     IndexPool *pool = PoolOf(ifIndex);
-
     return Result(pool != nullptr && ReserveIndex(pool, ifIndex));
 }
 

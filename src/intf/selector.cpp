@@ -3,9 +3,9 @@
  * order in which they were added, so the rows of g_astMcastL3If stand in the order of use, not of their
  * codes.
  */
-#include "mcast/interface_registry.h"
-
 #include <iterator>
+
+#include "mcast/interface_registry.h"
 
 const MCAST_IF_TYPE_ROW_S g_astMcastL3If[29] = {
     {1, "analogmodem"},

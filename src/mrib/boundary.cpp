@@ -31,7 +31,6 @@ void FreeRange(RDX_NODE_S *node)
 void DeleteWithinExcept(MRIB_GMP_IF_S *interface, const RDX_PREFIX_S &range, const RDX_NODE_S *kept)
 {
     RDX_NODE_S *next = nullptr;
-
     for (RDX_NODE_S *node = TreeOf(interface).collect(&interface->boundaries, &range); node != nullptr;
          node = next) {
         next = node->collected;
@@ -85,7 +84,6 @@ void mcast::DeleteAllRanges(MRIB_GMP_IF_S *interface)
 void mcast::MarkRangesStale(MRIB_GMP_IF_S *interface)
 {
     const RDX_AFI_CB_S &tree = TreeOf(interface);
-
     for (RDX_NODE_S *node = tree.first(&interface->boundaries); node != nullptr;
          node = tree.next(&interface->boundaries, node)) {
         BoundaryOf(node)->stale = 1;
@@ -97,7 +95,6 @@ bool mcast::DeleteStaleRanges(MRIB_GMP_IF_S *interface)
     const RDX_AFI_CB_S &tree = TreeOf(interface);
     RDX_NODE_S *next = nullptr;
     bool any = false;
-
     for (RDX_NODE_S *node = tree.first(&interface->boundaries); node != nullptr; node = next) {
         next = tree.next(&interface->boundaries, node);
         if (BoundaryOf(node)->stale == 1) {
@@ -117,7 +114,6 @@ bool mcast::HasRanges(const MRIB_GMP_IF_S *interface)
 bool mcast::IsInRange(const MRIB_GMP_IF_S *interface, const MCAST_ADDR_S &address)
 {
     RDX_PREFIX_S host = {};
-
     memcpy(host.address, address.address, sizeof(host.address));
     host.length = interface->tree_index == RDX_AFI_IPV4 ? 32 : 128;
     return TreeOf(interface).search(&interface->boundaries, &host) != nullptr;

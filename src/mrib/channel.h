@@ -55,7 +55,6 @@ template <typename Value>
 inline Value *ReserveValue(MRIB_GMP_CONNECT_S *connection, uint16_t type) MCAST_REQUIRES(connection->lock)
 {
     void *record = ReserveRecord(connection, MRIB_RECORD_SIZE(sizeof(Value)));
-
     return record == nullptr ? nullptr : static_cast<Value *>(MRIB_TlvStart(record, type, sizeof(Value)));
 }
 

@@ -29,7 +29,6 @@ namespace
 uint64_t CapabilityFlags(const MRIB_GMP_CALLBACKS_S &callbacks)
 {
     uint64_t flags = MRIB_CAP_BASE;
-
     flags |= callbacks.vrf_enabled != nullptr ? MRIB_CAP_VRF : 0;
     flags |= callbacks.boundary_changed != nullptr ? MRIB_CAP_BOUNDARY : 0;
     flags |= callbacks.dr_changed != nullptr ? MRIB_CAP_DR : 0;
@@ -90,7 +89,6 @@ uint64_t InitBuffers(MRIB_GMP_CONNECT_S *connection, uint64_t size) MCAST_REQUIR
 uint64_t InitView(uint8_t family, uint64_t count)
 {
     uint64_t result = MCAST_OK;
-
     if (count == 0) {
         return MCAST_OK;
     }

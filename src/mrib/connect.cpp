@@ -30,7 +30,6 @@ static_assert(sizeof(SetUpMessage<MRIB_REQUEST_S>) == 22);
 template <typename Value> bool SendSetUpMessage(int descriptor, uint16_t type, const Value &value)
 {
     SetUpMessage<Value> message = {};
-
     message.header.component = g_stMRIBComponent.component;
     message.header.record_count = 1;
     message.header.body_length = sizeof(Value) + sizeof(MRIB_MSG_HEADER_S);
@@ -43,7 +42,6 @@ template <typename Value> bool SendSetUpMessage(int descriptor, uint16_t type, c
 bool Register(int descriptor)
 {
     MRIB_REGISTER_S value = {};
-
     value.family = g_ucMribGmpFamily;
     value.component = g_stMRIBComponent.component;
     value.capability_flags = g_stMRIBComponent.capability_flags;
@@ -93,7 +91,6 @@ enum class State { kUninitialised, kClosed, kConnected };
 State ConnectionState()
 {
     MutexGuard guard(g_stMribConnectInfo.lock);
-
     if (g_stMribConnectInfo.socket != -1) {
         return State::kConnected;
     }
@@ -122,7 +119,6 @@ uint64_t MRIB_GMP_OpenConnect(void)
     }
     {
         MutexGuard guard(g_stMribConnectInfo.lock);
-
         g_stMribConnectInfo.socket = descriptor;
     }
     ForgetSmoothFlags();

@@ -8,7 +8,6 @@ using namespace mcast;
 MRIB_GMP_IF_S *mcast::FindInterface(const MRIB_GMP_VRF_S *vrf, uint32_t if_index)
 {
     void *data = nullptr;
-
     if (vrf->if_table == IF_NO_INSTANCE || IF_GetPrivateData(vrf->if_table, if_index, &data) != 0) {
         return nullptr;
     }
@@ -40,7 +39,6 @@ void mcast::DeleteIfEmpty(MRIB_GMP_VRF_S *vrf, MRIB_GMP_IF_S *interface)
 void mcast::DeleteAllInterfaces(MRIB_GMP_VRF_S *vrf)
 {
     InterfaceWalk walk;
-
     while (MRIB_GMP_IF_S *interface = NextInterface(vrf, &walk)) {
         mribGmpDeleteInterface(vrf, interface);
     }
@@ -49,7 +47,6 @@ void mcast::DeleteAllInterfaces(MRIB_GMP_VRF_S *vrf)
 MRIB_GMP_IF_S *mribGmpCreateInterface(MRIB_GMP_VRF_S *vrf, uint32_t if_index)
 {
     MRIB_GMP_IF_S *interface = static_cast<MRIB_GMP_IF_S *>(calloc(1, sizeof(*interface)));
-
     if (interface == nullptr) {
         return nullptr;
     }
@@ -73,7 +70,6 @@ void mribGmpDeleteInterface(MRIB_GMP_VRF_S *vrf, MRIB_GMP_IF_S *interface)
 void mribGmpDeleteIfAllMBoundry(MRIB_GMP_VRF_S *vrf, uint32_t if_index)
 {
     MRIB_GMP_IF_S *interface = FindInterface(vrf, if_index);
-
     if (interface == nullptr) {
         return;
     }

@@ -43,7 +43,6 @@ struct Reading {
 uint32_t VisitGroup(MTABLE_GROUP_S *group, void *argument)
 {
     const Reading *reading = static_cast<const Reading *>(argument);
-
     if (reading->batch->count >= reading->limit) {
         return MCAST_WALK_AGAIN;
     }
@@ -57,7 +56,6 @@ uint32_t VisitSource(MTABLE_GROUP_S *group, MTABLE_SOURCE_S *source, void *argum
     const Reading *reading = static_cast<const Reading *>(argument);
     MRIB_MSDP_BATCH_S *batch = reading->batch;
     const MRIB_MSDP_SG_S pair = {AddressBits(group->address), AddressBits(source->address)};
-
     if (batch->count >= reading->limit) {
         return MCAST_WALK_AGAIN;
     }
@@ -92,7 +90,6 @@ const RpNode *RpAtCursor(const MRIB_GMP_VRF_S *vrf, MRIB_MSDP_CURSOR_S *cursor)
     MCAST_REQUIRES_SHARED(vrf->lock)
 {
     const RpNode *rp = cursor->rp_be == 0 ? FirstRp(vrf) : FindRp(vrf, cursor->rp_be);
-
     if (rp == nullptr) {
         rp = RpAfter(vrf, cursor->rp_be);
         cursor->group_be = 0;

@@ -14,14 +14,12 @@ namespace
 template <typename Value> const Value *RecordAt(const void *value, uint16_t length)
 {
     const Value *record = static_cast<const Value *>(value);
-
     return length >= sizeof(Value) && record->family == MCAST_FAMILY_IPV4 ? record : nullptr;
 }
 
 MRIB_GMP_VRF_KEY_S Ipv4KeyOf(uint16_t vrf_index)
 {
     MRIB_GMP_VRF_KEY_S key = {};
-
     key.family = MCAST_FAMILY_IPV4;
     key.vrf_index = vrf_index;
     return key;
@@ -43,7 +41,6 @@ uint64_t MRIB_MSDP_ProcLocalSrcChgTlv(uint16_t length, const void *value)
     }
     {
         WriteGuard guard(vrf->lock);
-
         if (record->operation != 1) {
             RemoveLocalSource(vrf, record->group_be, record->source_be);
             return MCAST_OK;

@@ -15,7 +15,6 @@ uint64_t SendEnable(uint16_t type, uint32_t vrf_index, uint8_t enable)
     MRIB_GMP_CONNECT_S *connection = &g_stMribConnectInfo;
     MutexGuard guard(connection->lock);
     auto *value = ReserveValue<MRIB_MSDP_ENABLE_S>(connection, type);
-
     if (value == nullptr) {
         return MCAST_ERR_GENERAL;
     }
@@ -29,7 +28,6 @@ uint64_t SendEnable(uint16_t type, uint32_t vrf_index, uint8_t enable)
 uint64_t SendMarker(uint16_t type)
 {
     static const MRIB_SMOOTH_RECORD_S kZero = {};
-
     return MRIB_GMP_SendSmoothAlert(MCAST_FAMILY_IPV4, type, &kZero);
 }
 
@@ -93,7 +91,6 @@ uint64_t MRIB_MSDP_SendRemoteSG(uint32_t vrf_index, uint8_t operation, const MRI
                                 const uint16_t *entries, uint8_t count, const void *data, uint16_t length)
 {
     uint64_t result = MCAST_OK;
-
     for (uint8_t i = 0; i < count; ++i) {
         result |= MRIB_MSDP_SendRemoteOneSG(vrf_index, operation, pairs[i].group_be, pairs[i].source_be,
                                             static_cast<uint8_t>(entries[i]), data, length);

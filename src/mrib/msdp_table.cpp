@@ -21,7 +21,6 @@
 
 namespace mcast
 {
-
 namespace
 {
 
@@ -29,7 +28,6 @@ int32_t CompareAddresses(uint32_t first_be, uint32_t second_be)
 {
     uint32_t first = be32toh(first_be);
     uint32_t second = be32toh(second_be);
-
     return (first > second) - (first < second);
 }
 
@@ -102,7 +100,6 @@ void DeleteRpIfEmpty(MRIB_GMP_VRF_S *vrf, RpNode *rp) MCAST_REQUIRES(vrf->lock)
 RpNode *CreateRp(MRIB_GMP_VRF_S *vrf, uint32_t rp_be) MCAST_REQUIRES(vrf->lock)
 {
     RpNode *rp = static_cast<RpNode *>(calloc(1, sizeof(*rp)));
-
     if (rp == nullptr) {
         return nullptr;
     }
@@ -118,7 +115,6 @@ RpNode *CreateRp(MRIB_GMP_VRF_S *vrf, uint32_t rp_be) MCAST_REQUIRES(vrf->lock)
 SourceGroup *CreateGroup(RpNode *rp, const MCAST_ADDR_S &address)
 {
     SourceGroup *group = static_cast<SourceGroup *>(calloc(1, sizeof(*group)));
-
     if (group == nullptr) {
         return nullptr;
     }
@@ -134,7 +130,6 @@ SourceGroup *CreateGroup(RpNode *rp, const MCAST_ADDR_S &address)
 GroupSource *CreateSource(SourceGroup *group, const MCAST_ADDR_S &address)
 {
     GroupSource *source = static_cast<GroupSource *>(calloc(1, sizeof(*source)));
-
     if (source == nullptr) {
         return nullptr;
     }
@@ -150,7 +145,6 @@ GroupSource *CreateSource(SourceGroup *group, const MCAST_ADDR_S &address)
 bool ConfirmSource(SourceGroup *group, const MCAST_ADDR_S &address)
 {
     GroupSource *source = SourceOf(MTable_SearchSourceInGroup(&group->head, &address));
-
     if (source == nullptr) {
         source = CreateSource(group, address);
     }
@@ -182,7 +176,6 @@ bool ConfirmGroup(RpNode *rp, const MCAST_ADDR_S &address, const MCAST_ADDR_S &s
 void SweepGroup(RpNode *rp, SourceGroup *group)
 {
     GroupSource *next = nullptr;
-
     if ((group->flags & kStale) != 0) {
         DeleteGroup(rp, group);
         return;
@@ -199,7 +192,6 @@ void SweepGroup(RpNode *rp, SourceGroup *group)
 void SweepRp(MRIB_GMP_VRF_S *vrf, RpNode *rp) MCAST_REQUIRES(vrf->lock)
 {
     SourceGroup *next = nullptr;
-
     if ((rp->flags & kStale) != 0) {
         DeleteRp(vrf, rp);
         return;
@@ -250,7 +242,6 @@ RpNode *FirstRp(const MRIB_GMP_VRF_S *vrf)
 RpNode *RpAfter(const MRIB_GMP_VRF_S *vrf, uint32_t rp_be)
 {
     RpNode probe = {};
-
     probe.rp_be = rp_be;
     return vrf->msdp_local_source == 0 ? nullptr
                                        : static_cast<RpNode *>(AVL_GetNext(vrf->msdp_local_source, &probe));
@@ -305,7 +296,6 @@ void MarkLocalSourcesStale(MRIB_GMP_VRF_S *vrf)
 void SweepLocalSources(MRIB_GMP_VRF_S *vrf)
 {
     RpNode *next = nullptr;
-
     for (RpNode *rp = FirstRp(vrf); rp != nullptr; rp = next) {
         next = RpAfter(vrf, rp->rp_be);
         SweepRp(vrf, rp);
@@ -315,7 +305,6 @@ void SweepLocalSources(MRIB_GMP_VRF_S *vrf)
 MCAST_ADDR_S AddressOf(uint32_t address_be)
 {
     MCAST_ADDR_S address = {};
-
     address.family = MCAST_FAMILY_IPV4;
     memcpy(address.address, &address_be, sizeof(address_be));
     return address;
@@ -324,7 +313,6 @@ MCAST_ADDR_S AddressOf(uint32_t address_be)
 uint32_t AddressBits(const MCAST_ADDR_S &address)
 {
     uint32_t address_be = 0;
-
     memcpy(&address_be, address.address, sizeof(address_be));
     return address_be;
 }

@@ -28,7 +28,7 @@ namespace
 bool QueueMessage(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connection->lock)
 {
     if (connection->pending_count >= connection->pending_limit) {
-        connection->dropped_count++;
+        ++connection->dropped_count;
         connection->failed = 1;
         return false;
     }
@@ -36,7 +36,7 @@ bool QueueMessage(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connection->loc
         static_cast<MRIB_GMP_PENDING_S *>(malloc(sizeof(MRIB_GMP_PENDING_S) + connection->copy_size));
 
     if (node == nullptr) {
-        connection->allocation_failure_count++;
+        ++connection->allocation_failure_count;
         connection->failed = 1;
         return false;
     }
@@ -50,8 +50,8 @@ bool QueueMessage(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connection->loc
         connection->pending_tail->next = node;
     }
     connection->pending_tail = node;
-    connection->pending_count++;
-    connection->queued_count++;
+    ++connection->pending_count;
+    ++connection->queued_count;
     ResetMessage(connection);
     return true;
 }
@@ -59,12 +59,11 @@ bool QueueMessage(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connection->loc
 void DropHead(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connection->lock)
 {
     MRIB_GMP_PENDING_S *node = connection->pending_head;
-
     connection->pending_head = node->next;
     if (node->next == nullptr) {
         connection->pending_tail = nullptr;
     }
-    connection->pending_count--;
+    --connection->pending_count;
     free(node);
 }
 
@@ -80,7 +79,6 @@ void mcast::FreePending(MRIB_GMP_CONNECT_S *connection)
 void *mcast::ReserveInNextMessage(MRIB_GMP_CONNECT_S *connection, uint32_t record_size)
 {
     uint64_t capacity = g_stMRIBComponent.max_message_size;
-
     if (sizeof(MRIB_MSG_HEADER_S) + uint64_t{record_size} > capacity) {
         return nullptr;
     }
@@ -100,7 +98,6 @@ void *MRIB_GMP_GetOutBuffer(MRIB_GMP_CONNECT_S *connection, uint32_t record_size
 uint64_t MRIB_GMP_TrySendBuffer(MRIB_GMP_CONNECT_S *connection)
 {
     const MRIB_MSG_HEADER_S *header = reinterpret_cast<const MRIB_MSG_HEADER_S *>(connection->out_buffer);
-
     if (header == nullptr || header->record_count == 0 || connection->pending_head != nullptr) {
         return MCAST_OK;
     }
@@ -114,7 +111,6 @@ uint64_t MRIB_GMP_TrySendBuffer(MRIB_GMP_CONNECT_S *connection)
 uint64_t MRIB_GMP_SendAtOnce(void)
 {
     MutexGuard guard(g_stMribConnectInfo.lock);
-
     return MRIB_GMP_TrySendBuffer(&g_stMribConnectInfo);
 }
 
@@ -137,6 +133,5 @@ uint64_t MRIB_GMP_SendFailData(void)
 uint64_t MRIB_GMP_IsConnectionBusy(void)
 {
     MutexGuard guard(g_stMribConnectInfo.lock);
-
     return g_stMribConnectInfo.busy;
 }

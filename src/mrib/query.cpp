@@ -28,7 +28,6 @@ bool IsBlockedByScope(const MRIB_GMP_IF_S *interface, const MCAST_ADDR_S &group)
 uint32_t Word(const MCAST_ADDR_S &address, size_t i)
 {
     uint32_t word = 0;
-
     memcpy(&word, address.address + i * sizeof(word), sizeof(word));
     return be32toh(word);
 }

@@ -15,7 +15,6 @@ uint64_t ProcessMessage(const void *message, size_t size)
     MRIB_MSG_READER_S reader;
     MRIB_RECORD_S record;
     uint64_t result = MCAST_OK;
-
     if (MRIB_MsgReaderStart(&reader, message, size) != MCAST_TRUE) {
         return MCAST_ERR_GENERAL;
     }
@@ -43,7 +42,6 @@ uint64_t MRIB_GMP_ProcLipcMsg(uint32_t events, int32_t socket)
 uint64_t MRIB_GMP_ClearSmoothFlag(uint64_t bits)
 {
     uint64_t left = __atomic_and_fetch(&g_ulMribGmpSmoothEndFlag, ~bits, __ATOMIC_ACQ_REL);
-
     if (left == 0 && g_stMRIBComponent.callbacks.smooth_finished != nullptr) {
         g_stMRIBComponent.callbacks.smooth_finished();
     }

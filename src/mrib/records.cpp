@@ -15,7 +15,6 @@ RDX_PREFIX_S RangeOf(const MRIB_BOUNDARY_S &record, uint8_t tree_index)
 {
     const uint32_t longest = tree_index == RDX_AFI_IPV4 ? 32 : 128;
     RDX_PREFIX_S range = {};
-
     memcpy(range.address, record.address, record.family == MCAST_FAMILY_IPV4 ? 4 : sizeof(range.address));
     range.length = record.prefix_length < longest ? record.prefix_length : longest;
     return range;
@@ -28,7 +27,6 @@ bool AddBoundary(MRIB_GMP_VRF_S *vrf, const MRIB_BOUNDARY_S &record, uint32_t *o
 {
     MRIB_GMP_IF_S *interface = FindInterface(vrf, record.if_index);
     const bool created = interface == nullptr;
-
     if (created) {
         interface = mribGmpCreateInterface(vrf, record.if_index);
     }
@@ -74,7 +72,6 @@ void RemoveBoundary(MRIB_GMP_VRF_S *vrf, const MRIB_BOUNDARY_S &record) MCAST_RE
 bool SetDesignatedRouter(MRIB_GMP_VRF_S *vrf, uint32_t if_index, bool is_dr) MCAST_REQUIRES(vrf->lock)
 {
     MRIB_GMP_IF_S *interface = FindInterface(vrf, if_index);
-
     if (interface == nullptr && is_dr) {
         interface = mribGmpCreateInterface(vrf, if_index);
     }
@@ -100,7 +97,6 @@ uint64_t mcast::ApplyVrfState(uint16_t, const void *value)
     }
     {
         WriteGuard guard(vrf->lock);
-
         vrf->flags &= ~uint64_t{MRIB_GMP_VRF_STATE_STALE};
         vrf->l3mc_state = record.state;
         if (record.state != 1) {
@@ -128,7 +124,6 @@ uint64_t mcast::ApplyBoundary(uint16_t, const void *value)
     }
     {
         WriteGuard guard(vrf->lock);
-
         if (record.operation != 1) {
             RemoveBoundary(vrf, record);
         } else if (!AddBoundary(vrf, record, &operation)) {
@@ -154,7 +149,6 @@ uint64_t mcast::ApplyPimDr(uint16_t, const void *value)
     }
     {
         WriteGuard guard(vrf->lock);
-
         done = SetDesignatedRouter(vrf, record.if_index, record.state == 1);
     }
     if (g_stMRIBComponent.callbacks.dr_changed != nullptr) {
@@ -168,7 +162,6 @@ uint64_t mcast::ApplyPimDr(uint16_t, const void *value)
 uint64_t mcast::ApplyFlowControl(uint16_t, const void *value)
 {
     MutexGuard guard(g_stMribConnectInfo.lock);
-
     g_stMribConnectInfo.busy = static_cast<const MRIB_FLOW_CONTROL_S *>(value)->busy;
     return MCAST_OK;
 }
@@ -183,7 +176,6 @@ uint64_t mcast::ApplySsmPolicy(uint16_t, const void *value)
     }
     {
         WriteGuard guard(vrf->lock);
-
         vrf->flags &= ~uint64_t{MRIB_GMP_VRF_ACL_STALE};
         vrf->ssm_acl = record.acl_number;
     }

@@ -29,7 +29,6 @@ struct NoticeList {
 void Note(NoticeList *list, MRIB_GMP_VRF_KEY_S key, uint32_t if_index)
 {
     Notice *notice = static_cast<Notice *>(malloc(sizeof(*notice)));
-
     if (notice == nullptr) {
         return;
     }
@@ -70,7 +69,6 @@ bool SweepDr(MRIB_GMP_VRF_S *vrf, MRIB_GMP_IF_S *interface) MCAST_REQUIRES(vrf->
 bool SweepBoundary(MRIB_GMP_VRF_S *vrf, MRIB_GMP_IF_S *interface) MCAST_REQUIRES(vrf->lock)
 {
     bool changed = DeleteStaleRanges(interface);
-
     if ((interface->flags & MRIB_GMP_IF_SCOPE_STALE) != 0) {
         interface->flags &= ~uint64_t{MRIB_GMP_IF_SCOPE_STALE};
         interface->scope = 0;
@@ -119,7 +117,6 @@ uint64_t EndReplay(bool (*sweep)(MRIB_GMP_VRF_S *, MRIB_GMP_IF_S *), InterfaceCa
 bool ForgetStaleAcl(MRIB_GMP_VRF_S *vrf) MCAST_EXCLUDES(vrf->lock)
 {
     WriteGuard guard(vrf->lock);
-
     if ((vrf->flags & MRIB_GMP_VRF_ACL_STALE) == 0) {
         return false;
     }

@@ -27,7 +27,6 @@ uint64_t SendIfAlert(uint16_t type, const MRIB_GMP_VRF_KEY_S *key, uint32_t if_i
     MRIB_GMP_CONNECT_S *connection = &g_stMribConnectInfo;
     MutexGuard guard(connection->lock);
     Value *value = ReserveValue<Value>(connection, type);
-
     if (value == nullptr) {
         return MCAST_ERR_GENERAL;
     }
@@ -110,7 +109,6 @@ uint64_t MRIB_GMP_SendProxyMultipathAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_
     MRIB_GMP_CONNECT_S *connection = &g_stMribConnectInfo;
     MutexGuard guard(connection->lock);
     auto *value = ReserveValue<MRIB_PROXY_MULTIPATH_S>(connection, MRIB_TLV_PROXY_MULTIPATH);
-
     if (value == nullptr) {
         return MCAST_ERR_GENERAL;
     }
@@ -128,7 +126,6 @@ uint64_t MRIB_GMP_SendGmpJoinPrune(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_in
     MRIB_GMP_CONNECT_S *connection = &g_stMribConnectInfo;
     MutexGuard guard(connection->lock);
     auto *value = ReserveValue<MRIB_JOIN_PRUNE_S>(connection, MRIB_TLV_GMP_JOIN_PRUNE);
-
     if (value == nullptr) {
         return MCAST_ERR_GENERAL;
     }
@@ -146,7 +143,6 @@ uint64_t MRIB_GMP_SendDeleteIfMember(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_
     MRIB_GMP_CONNECT_S *connection = &g_stMribConnectInfo;
     MutexGuard guard(connection->lock);
     auto *value = ReserveValue<MRIB_DELETE_IF_MEMBER_S>(connection, MRIB_TLV_DELETE_IF_MEMBER);
-
     if (value == nullptr) {
         return MCAST_ERR_GENERAL;
     }
@@ -164,7 +160,6 @@ uint64_t MRIB_GMP_SendMAuthUserInfo(const MRIB_GMP_VRF_KEY_S *key, const MCAST_U
     MRIB_GMP_CONNECT_S *connection = &g_stMribConnectInfo;
     MutexGuard guard(connection->lock);
     auto *value = ReserveValue<MRIB_MAUTH_USER_INFO_S>(connection, MRIB_TLV_MAUTH_USER_INFO);
-
     if (value == nullptr) {
         return MCAST_ERR_GENERAL;
     }
@@ -191,7 +186,6 @@ uint64_t MRIB_GMP_SendSmoothAlert(uint8_t family, uint16_t type, const MRIB_SMOO
     MRIB_GMP_CONNECT_S *connection = &g_stMribConnectInfo;
     MutexGuard guard(connection->lock);
     auto *value = ReserveValue<MRIB_SMOOTH_ALERT_S>(connection, type);
-
     if (value == nullptr) {
         return MCAST_ERR_GENERAL;
     }
@@ -203,7 +197,6 @@ uint64_t MRIB_GMP_SendSmoothAlert(uint8_t family, uint16_t type, const MRIB_SMOO
 uint64_t MRIB_GMP_SendSmoothRequire(MRIB_GMP_CONNECT_S *connection, uint16_t type)
 {
     auto *value = ReserveValue<MRIB_REQUEST_S>(connection, type);
-
     if (value == nullptr) {
         return MCAST_ERR_GENERAL;
     }

@@ -19,7 +19,6 @@ inline MRIB_GMP_VRF_S *VrfAt(uint32_t index)
 inline MRIB_GMP_VRF_KEY_S KeyOf(uint16_t vrf_index)
 {
     MRIB_GMP_VRF_KEY_S key = {};
-
     key.family = g_ucMribGmpFamily;
     key.vrf_index = vrf_index;
     return key;

@@ -14,7 +14,6 @@
 
 namespace mcast::usrauth
 {
-
 namespace
 {
 
@@ -33,7 +32,6 @@ User *MarkedFrom(User *user)
 User *FirstMarked(uint16_t number, uint32_t kind)
 {
     const Node *node = FindNode(number);
-
     return node == nullptr ? nullptr : MarkedFrom(node->kinds[kind].head);
 }
 
@@ -59,7 +57,6 @@ uint32_t DeleteMarked(uint16_t number, uint32_t kind, uint32_t most) MCAST_EXCLU
 Node *NodeOfTimer(const uint64_t parameters[4])
 {
     Node *node = FindNode(static_cast<uint16_t>(parameters[0]));
-
     return node != nullptr && parameters[1] < kKinds && node->batches[parameters[1]].timer != TIMER_NONE &&
                    node->batches[parameters[1]].serial == parameters[2]
                ? node

@@ -25,7 +25,6 @@ int32_t OrderOf(const Detail &first, uint16_t node, uint32_t user_id)
 int32_t CompareKey(const void *record, const void *key)
 {
     const DetailKey *wanted = static_cast<const DetailKey *>(key);
-
     return OrderOf(*static_cast<const Detail *>(record), wanted->node, wanted->user_id);
 }
 
@@ -38,7 +37,6 @@ Detail *FindDetail(const DetailKey &key)
 Detail *DetailAfter(const DetailKey &key)
 {
     Detail probe = {};
-
     probe.node = key.node;
     probe.user_id = key.user_id;
     return g_store.open ? static_cast<Detail *>(AVL_GetNext(g_store.details, &probe)) : nullptr;
@@ -47,7 +45,6 @@ Detail *DetailAfter(const DetailKey &key)
 Detail *CreateDetail(const DetailKey &key)
 {
     Detail *detail = nullptr;
-
     if (AVL_Count(g_store.details) < g_store.detail_limit) {
         detail = static_cast<Detail *>(calloc(1, sizeof(*detail)));
     }
@@ -71,7 +68,6 @@ namespace mcast::usrauth
 int32_t CompareDetails(const void *first, const void *second)
 {
     const Detail *other = static_cast<const Detail *>(second);
-
     return OrderOf(*static_cast<const Detail *>(first), other->node, other->user_id);
 }
 
@@ -91,7 +87,6 @@ void CountDetail(uint16_t node, uint32_t user_id, uint16_t type)
 {
     const DetailKey key = {node, user_id};
     Detail *detail = FindDetail(key);
-
     if (detail == nullptr) {
         detail = CreateDetail(key);
     }

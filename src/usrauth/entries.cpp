@@ -15,7 +15,6 @@
 
 namespace mcast::usrauth
 {
-
 namespace
 {
 
@@ -48,7 +47,6 @@ void ReleaseGroup(void *record)
 void ReleaseEntry(void *record)
 {
     MCAST_USRAUTH_ENTRY_S *entry = static_cast<MCAST_USRAUTH_ENTRY_S *>(record);
-
     FreeEntry(GroupOf(entry->head.group), entry);
 }
 
@@ -78,7 +76,6 @@ Group *CreateGroup(MTABLE_S *table, const MCAST_ADDR_S &address, Group *group)
 bool CreateEntry(Group *group, const MCAST_ADDR_S &source)
 {
     MCAST_USRAUTH_ENTRY_S *entry = AllocateEntry(group);
-
     if (entry == nullptr) {
         return false;
     }
@@ -102,7 +99,6 @@ void RemoveGroup(MTABLE_S *table, Group *group)
 void AddToNewGroup(MTABLE_S *table, const Entry &entry, Group *place)
 {
     Group *group = CreateGroup(table, entry.group, place);
-
     if (group != nullptr && !CreateEntry(group, entry.source)) {
         RemoveGroup(table, group);
     }
@@ -111,7 +107,6 @@ void AddToNewGroup(MTABLE_S *table, const Entry &entry, Group *place)
 void AddToGroup(MTABLE_GROUP_S *group, const Entry &entry)
 {
     MTABLE_SOURCE_S *source = MTable_SearchSourceInGroup(group, &entry.source);
-
     if (source != nullptr) {
         EntryOf(source)->flags |= MCAST_USRAUTH_ENTRY_SEEN;
     } else {
@@ -157,7 +152,6 @@ bool EndGroup(MTABLE_S *table, Group *group)
 Group *FirstGroup(const MTABLE_S *table)
 {
     Group *group = static_cast<Group *>(AVL_GetLeftMost(table->groups));
-
     if (group != nullptr) {
         PrefetchBlock(group);
     }

@@ -4,7 +4,6 @@
 
 namespace mcast::usrauth
 {
-
 namespace
 {
 
@@ -19,7 +18,6 @@ EntryBlock *CreateBlock(uint32_t expected)
 {
     const uint32_t capacity = expected < kMostPlaces ? expected : kMostPlaces;
     EntryBlock *block = static_cast<EntryBlock *>(calloc(1, kHeadSize + capacity * sizeof(Group)));
-
     if (block != nullptr) {
         *block = {1, 0, capacity};
     }
@@ -65,7 +63,6 @@ void PrefetchBlock(const Group *group)
 {
     const char *begin = reinterpret_cast<const char *>(group->block);
     const size_t size = kHeadSize + group->block->taken * sizeof(Group);
-
     for (size_t at = 0; at < size; at += kLine) {
         __builtin_prefetch(begin + at, 1);
     }

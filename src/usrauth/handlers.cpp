@@ -9,7 +9,6 @@
 
 namespace mcast::usrauth
 {
-
 namespace
 {
 
@@ -124,7 +123,6 @@ void OnGroupListEnd(const Message &message)
 void OnRefreshBegin(const Message &message)
 {
     RefreshMessage begin;
-
     if (!ReadRefresh(message, &begin)) {
         return;
     }
@@ -137,7 +135,6 @@ void OnRefreshBegin(const Message &message)
 void OnRefreshEnd(const Message &message)
 {
     RefreshMessage end;
-
     if (!ReadRefresh(message, &end)) {
         return;
     }

@@ -12,16 +12,14 @@
  */
 #include "usrauth/interface_index.h"
 
-#include <stdlib.h>
-
 #include <bit>
+#include <stdlib.h>
 
 #include "mcast/event.h"
 #include "usrauth/interface_tree.h"
 
 namespace mcast::usrauth
 {
-
 namespace
 {
 
@@ -32,7 +30,6 @@ constexpr uint32_t kLargest = 1u << 30;
 uint64_t DrawMultiplier()
 {
     const uint64_t upper = MCAST_Rand(0xffffffffu);
-
     return 0x9e3779b97f4a7c15ull ^ upper << 32 ^ (MCAST_Rand(0xffffffffu) & ~1u);
 }
 
@@ -45,7 +42,6 @@ uint32_t HomeOf(const InterfaceIndex &index, uint32_t if_index)
 uint32_t PlaceOf(const InterfaceIndex &index, uint32_t if_index)
 {
     uint32_t place = HomeOf(index, if_index);
-
     while (index.keys[place] != 0 && index.keys[place] != if_index) {
         place = (place + 1) & index.mask;
     }
@@ -55,7 +51,6 @@ uint32_t PlaceOf(const InterfaceIndex &index, uint32_t if_index)
 void Put(const InterfaceIndex &index, uint32_t if_index, User *user)
 {
     const uint32_t place = PlaceOf(index, if_index);
-
     index.keys[place] = if_index;
     index.users[place] = user;
 }
@@ -64,7 +59,6 @@ void Put(const InterfaceIndex &index, uint32_t if_index, User *user)
 InterfaceIndex Create(uint32_t capacity)
 {
     InterfaceIndex index = kNoIndex;
-
     if (capacity > kLargest) {
         return index;
     }
@@ -82,7 +76,6 @@ InterfaceIndex Create(uint32_t capacity)
 void Build(uint32_t count) MCAST_REQUIRES(g_stUsrAuthRWLock)
 {
     uint32_t capacity = kSmallest;
-
     while (capacity < 4 * uint64_t{count} && capacity <= kLargest) {
         capacity *= 2;
     }
@@ -100,7 +93,6 @@ void Grow() MCAST_REQUIRES(g_stUsrAuthRWLock)
 {
     const InterfaceIndex old = g_store.index;
     const InterfaceIndex larger = Create(2 * (old.mask + 1));
-
     for (uint32_t place = 0; larger.users != nullptr && place <= old.mask; ++place) {
         if (old.keys[place] != 0) {
             Put(larger, old.keys[place], old.users[place]);
@@ -132,7 +124,6 @@ bool HasIndex()
 void IndexUser(User *user)
 {
     const uint32_t count = AVL_Count(g_store.interfaces);
-
     if (!HasIndex()) {
         if (IsPowerOfTwo(count)) {
             Build(count);

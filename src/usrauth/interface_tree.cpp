@@ -4,7 +4,6 @@
 
 namespace mcast::usrauth
 {
-
 namespace
 {
 
@@ -44,7 +43,6 @@ User *FindByInterface(uint32_t if_index)
 User *FirstAfterInterface(uint32_t if_index)
 {
     User probe = {};
-
     probe.if_index = if_index;
     return g_store.open ? UserAt(AVL_GetNext(g_store.interfaces, &probe.interface_link)) : nullptr;
 }

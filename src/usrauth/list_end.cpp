@@ -10,7 +10,6 @@
 
 namespace mcast::usrauth
 {
-
 namespace
 {
 
@@ -22,7 +21,6 @@ bool IsNew(const User &user)
 void EndList(User *user) MCAST_EXCLUDES(g_stUsrAuthRWLock)
 {
     WriteGuard guard(g_stUsrAuthRWLock);
-
     if (EndEntries(&user->groups) && !IsNew(*user)) {
         user->flags |= MCAST_USRAUTH_LIST_LOST;
     }
@@ -39,7 +37,6 @@ uint32_t ChangeMask(uint32_t flags)
 uint32_t AskInterface(User *user)
 {
     uint32_t if_index = 0;
-
     if (g_store.callbacks.user_online != nullptr) {
         g_store.callbacks.user_online(user, &if_index);
     }
@@ -49,7 +46,6 @@ uint32_t AskInterface(User *user)
 void TellChanged(User *user)
 {
     const uint32_t mask = ChangeMask(user->flags);
-
     if (mask != 0 && g_store.callbacks.user_changed != nullptr) {
         g_store.callbacks.user_changed(user, mask);
     }
@@ -59,7 +55,6 @@ void TellChanged(User *user)
 void Settle(User *user, uint32_t if_index) MCAST_EXCLUDES(g_stUsrAuthRWLock)
 {
     WriteGuard guard(g_stUsrAuthRWLock);
-
     if (IsNew(*user)) {
         if (user->kind != USRAUTH_KIND_INTERFACE) {
             user->if_index = if_index;

@@ -100,7 +100,6 @@ MCAST_BOOL MCAST_USRAUTH_CanPassGroupList(uint32_t ifIndex, const MCAST_ADDR_S *
 uint32_t MCAST_USRAUTH_UserCount(void)
 {
     ReadGuard guard(g_stUsrAuthRWLock);
-
     return g_store.open ? AVL_Count(g_store.interfaces) : 0;
 }
 

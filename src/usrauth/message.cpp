@@ -5,7 +5,6 @@
 
 namespace mcast::usrauth
 {
-
 namespace
 {
 
@@ -13,7 +12,6 @@ namespace
 USRAUTH_USER_S Padded(const Message &message)
 {
     USRAUTH_USER_S record = {};
-
     record.user_id_be = 0xffffffffu;
     record.attribute_84_be = htobe32(0x0000ffffu);
     memcpy(&record, message.value, message.length);
@@ -23,7 +21,6 @@ USRAUTH_USER_S Padded(const Message &message)
 MCAST_ADDR_S AddressAt(const uint8_t bytes[16], uint16_t family)
 {
     MCAST_ADDR_S address = {family, 0, {}};
-
     memcpy(address.address, bytes, family == MCAST_FAMILY_IPV4 ? 4 : sizeof(address.address));
     return address;
 }
@@ -40,7 +37,6 @@ EntryReader EntriesAt(const Message &message, size_t offset, uint32_t count, uin
 void ReadName(const Message &message, size_t offset, uint16_t length, UserMessage *out)
 {
     const bool inside = offset + length <= message.length;
-
     out->name = inside ? message.value + offset : nullptr;
     out->name_length = inside ? length : 0;
 }
@@ -50,7 +46,6 @@ void ReadName(const Message &message, size_t offset, uint16_t length, UserMessag
 bool NextMessage(MessageReader *reader, Message *message)
 {
     const USRAUTH_MSG_HEADER_S *header = reinterpret_cast<const USRAUTH_MSG_HEADER_S *>(reader->next);
-
     if (reader->left < sizeof(*header)) {
         return false;
     }
@@ -72,7 +67,6 @@ bool NextMessage(MessageReader *reader, Message *message)
 bool NextEntry(EntryReader *reader, Entry *entry)
 {
     const USRAUTH_GROUP_ENTRY_S *at = reinterpret_cast<const USRAUTH_GROUP_ENTRY_S *>(reader->next);
-
     if (reader->count == 0 || reader->left < sizeof(*at)) {
         return false;
     }
@@ -125,7 +119,6 @@ void ReadUser(const Message &message, uint16_t family, UserMessage *out)
 bool ReadGroupList(const Message &message, uint16_t family, GroupListMessage *out)
 {
     const USRAUTH_GROUP_LIST_S *record = reinterpret_cast<const USRAUTH_GROUP_LIST_S *>(message.value);
-
     if (message.length < sizeof(*record)) {
         return false;
     }
@@ -140,7 +133,6 @@ bool ReadGroupList(const Message &message, uint16_t family, GroupListMessage *ou
 bool ReadRefresh(const Message &message, RefreshMessage *out)
 {
     const USRAUTH_REFRESH_S *record = reinterpret_cast<const USRAUTH_REFRESH_S *>(message.value);
-
     if (message.length < sizeof(*record)) {
         return false;
     }

@@ -51,7 +51,6 @@ bool NextEntry(EntryReader *reader, Entry *entry);
 inline uint32_t EntriesLeft(const EntryReader &reader)
 {
     const size_t fit = reader.left / sizeof(USRAUTH_GROUP_ENTRY_S);
-
     return fit < reader.count ? static_cast<uint32_t>(fit) : reader.count;
 }
 

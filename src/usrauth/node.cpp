@@ -6,7 +6,6 @@
 
 namespace mcast::usrauth
 {
-
 namespace
 {
 
@@ -35,7 +34,6 @@ Node *NextNode(const Node *node)
 Node *CreateNode(uint16_t number)
 {
     Node *node = static_cast<Node *>(calloc(1, sizeof(*node)));
-
     if (node == nullptr) {
         return nullptr;
     }
@@ -62,7 +60,6 @@ void DeleteNodeIfEmpty(Node *node)
 void FreeNodeRecord(void *record)
 {
     Node *node = static_cast<Node *>(record);
-
     for (const Batch &batch : node->batches) {
         if (batch.timer != TIMER_NONE) {
             Timer_Delete(g_store.timer_service, batch.timer);
@@ -75,14 +72,12 @@ void FreeNodeRecord(void *record)
 bool HasUserOfKind(uint16_t number, uint32_t kind)
 {
     const Node *node = FindNode(number);
-
     return node != nullptr && node->kinds[kind].head != nullptr;
 }
 
 void LinkKind(User *user)
 {
     KindList &list = user->node->kinds[user->kind];
-
     user->next_of_kind = nullptr;
     user->previous_of_kind = list.tail;
     (list.tail != nullptr ? list.tail->next_of_kind : list.head) = user;
@@ -94,7 +89,6 @@ void UnlinkKind(User *user)
     KindList &list = user->node->kinds[user->kind];
     User *next = user->next_of_kind;
     User *previous = user->previous_of_kind;
-
     (previous != nullptr ? previous->next_of_kind : list.head) = next;
     (next != nullptr ? next->previous_of_kind : list.tail) = previous;
 }

@@ -10,18 +10,17 @@
 
 namespace mcast::usrauth
 {
-
 namespace
 {
 
 /* Handles the messages of one read. A callback may end the store or close the connection, and the rest with
- * it. */
+ * it.
+ */
 void HandleRead(int32_t descriptor, const uint8_t *data, size_t size) MCAST_EXCLUDES(g_stUsrAuthRWLock)
 {
     MessageReader reader = {data, size};
     Message message = {descriptor, 0, 0, nullptr};
     uint64_t closed_connections = g_service.closed_connections;
-
     while (g_store.open && NextMessage(&reader, &message)) {
         HandleMessage(message);
         if (g_service.closed_connections != closed_connections) {

@@ -8,7 +8,6 @@
 
 namespace mcast::usrauth
 {
-
 namespace
 {
 
@@ -32,7 +31,6 @@ Refresh *FindRefresh(uint16_t node)
 Refresh *CreateRefresh(uint16_t node)
 {
     Refresh *refresh = static_cast<Refresh *>(calloc(1, sizeof(*refresh)));
-
     if (refresh == nullptr) {
         return nullptr;
     }
@@ -59,7 +57,6 @@ bool MarkKind(const Node *node, uint32_t kind, Sweep sweep) MCAST_EXCLUDES(g_stU
 {
     WriteGuard guard(g_stUsrAuthRWLock);
     bool any = false;
-
     for (User *user = node->kinds[kind].head; user != nullptr; user = user->next_of_kind) {
         if (!Spare(user, sweep)) {
             user->flags |= MCAST_USRAUTH_MARKED;
@@ -74,14 +71,12 @@ bool MarkKind(const Node *node, uint32_t kind, Sweep sweep) MCAST_EXCLUDES(g_stU
 bool IsRefreshOpen(uint16_t node, uint32_t kind)
 {
     const Refresh *refresh = FindRefresh(node);
-
     return refresh != nullptr && (refresh->kinds & 1u << kind) != 0;
 }
 
 void OpenRefresh(uint16_t node, uint32_t kind)
 {
     Refresh *refresh = FindRefresh(node);
-
     if (refresh == nullptr) {
         refresh = CreateRefresh(node);
     }
@@ -93,7 +88,6 @@ void OpenRefresh(uint16_t node, uint32_t kind)
 void CloseRefresh(uint16_t node, uint32_t kind)
 {
     Refresh *refresh = FindRefresh(node);
-
     if (refresh == nullptr) {
         return;
     }
@@ -107,7 +101,6 @@ void CloseRefresh(uint16_t node, uint32_t kind)
 void SweepKind(uint16_t number, uint32_t kind, Sweep sweep)
 {
     Node *node = FindNode(number);
-
     if (node != nullptr && MarkKind(node, kind, sweep)) {
         StartDeletion(node, kind);
     }
@@ -120,7 +113,6 @@ using namespace mcast::usrauth;
 MCAST_STATUS MCAST_USRAUTH_RefreshAllUserByNodeRemove(uint16_t node)
 {
     constexpr uint32_t kKindsOfNode[] = {3, 4, 2};
-
     if (g_store.open) {
         for (uint32_t kind : kKindsOfNode) {
             SweepKind(node, kind, Sweep::kAll);

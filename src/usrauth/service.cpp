@@ -40,7 +40,6 @@ bool Listen(int32_t descriptor, uint8_t family)
 {
     LOCAL_SOCKET_ADDR_S address = {};
     const uint32_t reuse = 1;
-
     address.family = LOCAL_SOCKET_FAMILY;
     address.port_be = htobe16(family == MCAST_FAMILY_IPV4 ? USRAUTH_PORT_IPV4 : USRAUTH_PORT_IPV6);
     address.node = LOCAL_SOCKET_NODE;
@@ -65,7 +64,6 @@ void CloseRegistered(int32_t epoll_id, int32_t descriptor)
 bool AppendConnection(int32_t descriptor, int32_t epoll_id)
 {
     Connection *connection = static_cast<Connection *>(malloc(sizeof(*connection)));
-
     if (connection == nullptr) {
         return false;
     }
@@ -78,7 +76,6 @@ bool AppendConnection(int32_t descriptor, int32_t epoll_id)
 void UnlinkConnection(Connection *connection)
 {
     Connection *previous = nullptr;
-
     for (Connection *at = g_service.head; at != connection; at = at->next) {
         previous = at;
     }
@@ -93,7 +90,6 @@ void UnlinkConnection(Connection *connection)
 Connection *FindConnection(int32_t descriptor)
 {
     Connection *connection = g_service.head;
-
     while (connection != nullptr && connection->descriptor != descriptor) {
         connection = connection->next;
     }
@@ -112,7 +108,6 @@ uint64_t OnAccept(uint32_t, int32_t listener)
 {
     const int32_t descriptor = accept(listener, nullptr, nullptr);
     const uint32_t linger[2] = {1, 0};
-
     if (descriptor < 0) {
         return MCAST_ERR_GENERAL;
     }
@@ -155,7 +150,6 @@ MCAST_STATUS MCAST_USRAUTH_Upgrade(uint8_t family, int32_t epollId)
 MCAST_BOOL MCAST_USRAUTH_StopServer(void)
 {
     MCAST_BOOL closed = MCAST_FALSE;
-
     while (g_service.head != nullptr) {
         CloseConnection(g_service.head);
         closed = MCAST_TRUE;

@@ -132,7 +132,6 @@ MCAST_STATUS MCAST_USRAUTH_Degrade(void)
     }
     {
         WriteGuard guard(g_stUsrAuthRWLock);
-
         EndIndex();
         AVL_FreeAll(g_store.interfaces);
         HASH_FreeAll(g_store.nodes);
@@ -148,7 +147,6 @@ MCAST_STATUS MCAST_USRAUTH_ClearAllUsers(void)
 {
     WriteGuard guard(g_stUsrAuthRWLock);
     Node *next = nullptr;
-
     for (Node *node = FirstNode(); node != nullptr; node = next) {
         next = NextNode(node);
         ClearNode(node);

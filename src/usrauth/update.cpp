@@ -11,7 +11,6 @@
 
 namespace mcast::usrauth
 {
-
 namespace
 {
 
@@ -26,7 +25,6 @@ bool IsPlaceChanged(const User &user, const UserMessage &message)
 uint32_t ChangesOf(const User &user, const UserMessage &message)
 {
     uint32_t flags = 0;
-
     if (user.if_index == 0) {
         return 0;
     }
@@ -81,13 +79,11 @@ void Recreate(User *user, const UserMessage &message) MCAST_EXCLUDES(g_stUsrAuth
 void UpdateUser(User *user, const UserMessage &message, Update update)
 {
     uint32_t flags = ChangesOf(*user, message);
-
     if (update == Update::kAnnounced && IsRefreshOpen(message.node, message.kind)) {
         flags |= MCAST_USRAUTH_REFRESHED;
     }
     {
         WriteGuard guard(g_stUsrAuthRWLock);
-
         user->flags |= flags;
         if (!MustRecreate(*user, update)) {
             ApplyMessage(user, message);

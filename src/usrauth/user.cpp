@@ -10,7 +10,6 @@
 
 namespace mcast::usrauth
 {
-
 namespace
 {
 
@@ -24,7 +23,6 @@ User *AllocateUser(const UserMessage &message)
 {
     const size_t name_size = message.name_length > 0 ? message.name_length : 1;
     User *user = static_cast<User *>(calloc(1, sizeof(*user) + name_size));
-
     if (user == nullptr) {
         return nullptr;
     }
@@ -83,7 +81,6 @@ int32_t CompareUsers(const void *first, const void *second)
 void FreeUserRecord(void *record)
 {
     User *user = static_cast<User *>(record);
-
     FiniEntries(&user->groups);
     free(user);
     ++g_store.freed_users;
@@ -92,7 +89,6 @@ void FreeUserRecord(void *record)
 User *FindUser(uint16_t number, uint32_t user_id)
 {
     const Node *node = FindNode(number);
-
     return node == nullptr ? nullptr : static_cast<User *>(AVL_Get(node->users, &user_id, CompareId));
 }
 
@@ -100,7 +96,6 @@ User *CreateUser(const UserMessage &message)
 {
     Node *node = FindNode(message.node);
     User *user = AllocateUser(message);
-
     if (node == nullptr && user != nullptr) {
         node = CreateNode(message.node);
     }
@@ -134,7 +129,6 @@ void ApplyMessage(User *user, const UserMessage &message)
 void DeleteUser(User *user)
 {
     Node *node = user->node;
-
     RemoveInterface(user);
     AVL_Remove(node->users, user);
     UnlinkKind(user);

@@ -33,7 +33,6 @@ uint32_t VisitEntry(MTABLE_GROUP_S *group, MTABLE_SOURCE_S *source, void *argume
 {
     Walk *walk = static_cast<Walk *>(argument);
     MCAST_USRAUTH_ENTRY_S *entry = reinterpret_cast<MCAST_USRAUTH_ENTRY_S *>(source);
-
     return walk->entry_callback != nullptr &&
                    walk->entry_callback(walk->user, entry, group, walk->argument) != MCAST_OK
                ? MCAST_WALK_AGAIN

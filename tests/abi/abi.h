@@ -16,7 +16,7 @@ static inline void abi_check(const char *what, size_t actual, size_t expected)
 {
     if (actual != expected) {
         printf("%s is %zu, not %zu\n", what, actual, expected);
-        g_abi_faults++;
+        ++g_abi_faults;
     }
 }
 

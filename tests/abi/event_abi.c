@@ -26,7 +26,6 @@ static void check_records(void)
 static void check_closed_channel(void)
 {
     MBR_CHANNEL_S channel = {MCAST_NONE, 0, 0, MCAST_NONE, 0, 0, {NULL, NULL}};
-
     abi_check("MBR_LIB_IsAlreadyReg", MBR_LIB_IsAlreadyReg(MCAST_FAMILY_IPV4), MCAST_FALSE);
     abi_check("MBR_LIB_Init of no family", MBR_LIB_Init(7, 0, 0, 1), MCAST_NONE);
     abi_check("MBR_LIB_SendMsg", MBR_LIB_SendMsg(MCAST_FAMILY_IPV4, 1, 1, "x", 1), MCAST_ERR_NOT_INIT);

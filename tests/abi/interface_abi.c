@@ -1,8 +1,7 @@
 /* Interface records and tables, the ACL and selector records of the platform, and use from C. */
-#include "abi.h"
-
 #include <string.h>
 
+#include "abi.h"
 #include "platform/acl.h"
 
 static void check_records(void)
@@ -43,7 +42,6 @@ static void check_tables(void)
 static void check_life_cycle(void)
 {
     uint32_t count = 0;
-
     abi_check("MCAST_IF_Init", MCAST_IF_Init(MCAST_IF_TYPE_MUA_IPV4), MCAST_OK);
     abi_check("MCAST_CreateIf", MCAST_CreateIf(), 0xD0000000u);
     abi_check("MCAST_CreateSimplyIf", MCAST_CreateSimplyIf(), 0xFE000000u);
@@ -56,7 +54,6 @@ static uint64_t print(char *buffer, size_t size, const char *format, ...)
 {
     va_list args;
     uint64_t length;
-
     va_start(args, format);
     length = MCAST_vsprintf(NULL, MCAST_NONE, 0, format, args, size, buffer);
     va_end(args);
@@ -69,7 +66,6 @@ static void check_line(void)
     const MCAST_ADDR_S source = {MCAST_FAMILY_IPV4, 0, {10, 0, 0, 1}};
     const MCAST_ADDR_S group = {MCAST_FAMILY_IPV6, 0, {0xff, 0x0e, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}};
     char line[128];
-
     abi_check("length of a line",
               print(line, sizeof(line), "join (%M, %N) on %P: %ld %u %.2f %c", &source, &group, 0xD0000007u,
                     -5, 0xffffffffu, 1.5, 'x'),
@@ -80,7 +76,6 @@ static void check_line(void)
 static void check_filter(void)
 {
     const uint8_t family = MCAST_FAMILY_IPV4;
-
     abi_check("no list is no valid one", MCAST_IsAclValid(&family, MCAST_NONE), MCAST_FALSE);
     abi_check("no list lets a group pass", MCAST_GrpFilterByAcl(NULL, MCAST_NONE, NULL, 1, 2), MCAST_TRUE);
 }

@@ -5,7 +5,6 @@ static void check_channel_records(void)
 {
     const size_t mutex = sizeof(pthread_mutex_t);
     const size_t rwlock = sizeof(pthread_rwlock_t);
-
     ABI_SIZE(MRIB_GMP_CALLBACKS_S, 88);
     ABI_AT(MRIB_GMP_CALLBACKS_S, connected, 0);
     ABI_AT(MRIB_GMP_CALLBACKS_S, disconnected, 8);
@@ -109,7 +108,6 @@ static void check_wire_records(void)
 static void check_life_cycle(void)
 {
     const MRIB_GMP_CALLBACKS_S callbacks = {0};
-
     abi_check("socket before set-up", (size_t)(g_stMribConnectInfo.socket == -1), 1);
     abi_check("MRIB_GMP_Init", MRIB_GMP_Init(1, MCAST_FAMILY_IPV4, 4, 10240, &callbacks), MCAST_OK);
     abi_check("instances", g_stMribGmpVrfInfo.count, 4);

@@ -46,7 +46,6 @@ static void check_unreachable_daemon(void)
     MCAST_MIB_REQUEST_S *requests[2] = {&request.mib, &other.mib};
     uint32_t error_index = 0;
     uint32_t chosen = 7;
-
     abi_check("connection", (size_t)(MCAST_Connect2APP(&endpoint) < 0), 1);
     abi_check("get", MCAST_MIB_Get(&endpoint, parse, &request.mib), MCAST_MIB_NO_ENTRY);
     abi_check("set", MCAST_MIB_SetGlobal(&endpoint, parse, &request.mib), MCAST_MIB_NO_ENTRY);
@@ -66,7 +65,6 @@ static void check_unreachable_daemon(void)
 static void check_instances(void)
 {
     uint16_t vrf = 7;
-
     abi_check("public instance", MCAST_VrfIsExist(0x10000), MCAST_TRUE);
     abi_check("no such instance", MCAST_VrfIsExist(65535), MCAST_FALSE);
     abi_check("no such interface", MCAST_GetVrfIndexByIfIndex(0x7fffffff, &vrf), MCAST_ERR_GENERAL);

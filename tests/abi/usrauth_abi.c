@@ -90,7 +90,6 @@ static void check_life_cycle(void)
     const TIMER_SERVICE timers = HOST_LoopTimerService(loop);
     MCAST_USRAUTH_STATISTICS_S statistics;
     MCAST_USRAUTH_INFO_S info;
-
     abi_check("the lock", sizeof(g_stUsrAuthRWLock), sizeof(pthread_rwlock_t));
     abi_check("no timers", MCAST_USRAUTH_Init(MCAST_FAMILY_IPV4, loop, NULL, &callbacks), MCAST_ERR_GENERAL);
     abi_check("init", MCAST_USRAUTH_Init(MCAST_FAMILY_IPV4, loop, timers, &callbacks), MCAST_OK);

@@ -1,6 +1,6 @@
-#include "daemons/common/address_text.h"
-
 #include <gtest/gtest.h>
+
+#include "daemons/common/address_text.h"
 
 using mcastd::parse_address;
 
@@ -8,7 +8,6 @@ TEST(AddressText, AddressesOfBothFamiliesAreRead)
 {
     const auto ipv4 = parse_address("239.1.2.3");
     const auto ipv6 = parse_address("ff0e::1:2");
-
     ASSERT_TRUE(ipv4 && ipv6);
     EXPECT_EQ(ipv4->family, MCAST_FAMILY_IPV4);
     EXPECT_EQ(std::string(reinterpret_cast<const char *>(ipv4->address), 16),

@@ -1,11 +1,9 @@
-#include "daemons/common/config_file.h"
-
-#include "platform/acl.h"
-
-#include <gtest/gtest.h>
-
 #include <fstream>
+#include <gtest/gtest.h>
 #include <unistd.h>
+
+#include "daemons/common/config_file.h"
+#include "platform/acl.h"
 
 using namespace mcastd;
 

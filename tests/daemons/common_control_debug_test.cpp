@@ -1,9 +1,8 @@
-#include "daemons/common/control_debug.h"
+#include <gtest/gtest.h>
 
+#include "daemons/common/control_debug.h"
 #include "daemons/common/trace.h"
 #include "daemons/control_table.h"
-
-#include <gtest/gtest.h>
 
 using namespace mcastd;
 

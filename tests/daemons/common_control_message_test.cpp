@@ -1,8 +1,7 @@
-#include "daemons/common/control_message.h"
-
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
+#include "daemons/common/control_message.h"
 
 using namespace mcastd;
 
@@ -72,7 +71,7 @@ TEST(ControlMessage, EveryTypeSurvivesTheWay)
     ControlRequest read;
     ASSERT_TRUE(decode(encode(request), &read));
     ASSERT_EQ(read.values.size(), request.values.size());
-    for (size_t i = 0; i < read.values.size(); i++) {
+    for (size_t i = 0; i < read.values.size(); ++i) {
         EXPECT_EQ(read.values[i].type(), request.values[i].type());
         EXPECT_EQ(read.values[i], request.values[i]) << i;
     }
@@ -85,7 +84,7 @@ TEST(ControlMessage, EveryCutOfARequestIsRefused)
     request.values = one_of_each();
     const Bytes whole = encode(request);
     ControlRequest read;
-    for (size_t size = 0; size < whole.size(); size++) {
+    for (size_t size = 0; size < whole.size(); ++size) {
         EXPECT_FALSE(decode(std::span(whole).first(size), &read)) << size;
     }
     Bytes longer = whole;
@@ -100,7 +99,7 @@ TEST(ControlMessage, EveryCutOfAReplyIsRefused)
     ASSERT_TRUE(writer.add_row(one_of_each()));
     const Bytes whole = writer.finish(ControlStatus::Done, CONTROL_NO_INDEX, "message");
     ControlReply read;
-    for (size_t size = 0; size < whole.size(); size++) {
+    for (size_t size = 0; size < whole.size(); ++size) {
         EXPECT_FALSE(decode(std::span(whole).first(size), &read)) << size;
     }
     ASSERT_TRUE(decode(whole, &read));
@@ -172,7 +171,7 @@ TEST(ControlMessage, AFullReplyTakesNoMoreRowsAndKeepsTheOthers)
     const ControlFields row = {ControlField::text(std::string(1000, 'x'))};
     size_t rows = 0;
     while (writer.add_row(row)) {
-        rows++;
+        ++rows;
     }
     EXPECT_EQ(rows, 32u);
     EXPECT_EQ(writer.row_count(), rows);

@@ -1,10 +1,9 @@
-#include "tests/daemons/control_lab.h"
-
 #include <gtest/gtest.h>
-
 #include <set>
 #include <stdexcept>
 #include <vector>
+
+#include "tests/daemons/control_lab.h"
 
 using namespace control_test;
 using namespace mcastd;
@@ -38,7 +37,7 @@ protected:
     {
         registry.add_table(SCHEMA, [this](ControlRows &rows) {
             for (const uint64_t number : numbers) {
-                offered++;
+                ++offered;
                 if (!rows.add(row(number))) {
                     break;
                 }

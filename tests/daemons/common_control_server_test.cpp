@@ -1,20 +1,18 @@
-#include "tests/daemons/control_lab.h"
-
-#include "daemons/common/expect.h"
-#include "daemons/common/log.h"
-#include "platform/local_socket.h"
-#include "support/descriptors.h"
-
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
 #include <cstdlib>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <memory>
 #include <optional>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "daemons/common/expect.h"
+#include "daemons/common/log.h"
+#include "platform/local_socket.h"
+#include "support/descriptors.h"
+#include "tests/daemons/control_lab.h"
 
 using namespace control_test;
 using namespace mcastd;
@@ -91,7 +89,7 @@ protected:
 
     void serve()
     {
-        for (int i = 0; i < 100; i++) {
+        for (int i = 0; i < 100; ++i) {
             ASSERT_TRUE(reactor.run_once(0));
         }
     }
@@ -135,7 +133,7 @@ TEST_F(ControlServerTest, ARequestThatIsThereAlreadyIsAnsweredAtOnce)
 TEST_F(ControlServerTest, OnlyTheFirstMessageOfAConnectionIsRead)
 {
     Peer peer(server);
-    for (int i = 0; i < 50; i++) {
+    for (int i = 0; i < 50; ++i) {
         peer.send({1, 2, 3});
     }
     peer.connect();
@@ -171,7 +169,7 @@ TEST_F(ControlServerTest, WhoHangsUpCostsNothing)
 TEST_F(ControlServerTest, SilentClientsGiveWayToNewcomersTheOldestFirst)
 {
     std::vector<std::unique_ptr<Peer>> silent;
-    for (size_t i = 0; i < ControlServer::CONNECTION_LIMIT; i++) {
+    for (size_t i = 0; i < ControlServer::CONNECTION_LIMIT; ++i) {
         silent.push_back(std::make_unique<Peer>(server));
         silent.back()->connect();
     }

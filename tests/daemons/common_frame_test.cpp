@@ -1,17 +1,16 @@
-#include "daemons/common/frame.h"
-#include "daemons/common/log.h"
-#include "daemons/common/options.h"
-
-#include <gtest/gtest.h>
-
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <sstream>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
+
+#include "daemons/common/frame.h"
+#include "daemons/common/log.h"
+#include "daemons/common/options.h"
 
 using namespace mcastd;
 
@@ -66,7 +65,7 @@ TEST(Reactor, HandlerMayRemoveItselfAndAnotherThatIsReady)
     const int second = eventfd(1, EFD_NONBLOCK);
     int calls = 0;
     const auto both_away = [&](uint32_t) {
-        calls++;
+        ++calls;
         reactor.remove(first);
         reactor.remove(second);
     };
@@ -95,7 +94,7 @@ TEST(Reactor, DescriptorReusedInAHandlerDoesNotGetItsPredecessorsEvent)
             close(other);
             replaced = eventfd(0, EFD_NONBLOCK);
             ASSERT_EQ(replaced, other);
-            ASSERT_TRUE(reactor.add(replaced, EPOLLIN, [&](uint32_t) { stray++; }));
+            ASSERT_TRUE(reactor.add(replaced, EPOLLIN, [&](uint32_t) { ++stray; }));
         }));
     }
     EXPECT_TRUE(reactor.run_once(0));
@@ -111,7 +110,7 @@ TEST(Reactor, BackgroundWorkKeepsTheLoopFromWaiting)
     Reactor reactor;
     int slices = 0;
     reactor.set_background([&] {
-        slices++;
+        ++slices;
         if (slices == 3) {
             reactor.stop();
         }
@@ -175,7 +174,7 @@ TEST(Frame, SignalsWriteTheStatusReloadAndEnd)
         return std::string("the table\n");
     });
     frame.on_reload([&] {
-        reloads++;
+        ++reloads;
         kill(getpid(), SIGTERM);
     });
     kill(getpid(), SIGUSR1);

@@ -1,15 +1,14 @@
+#include <arpa/inet.h>
+#include <cerrno>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <string>
+#include <vector>
+
 #include "daemons/common/log.h"
 #include "daemons/common/options.h"
 #include "daemons/common/trace.h"
 #include "mcasthost/config.h"
-
-#include <gtest/gtest.h>
-
-#include <arpa/inet.h>
-#include <cerrno>
-#include <net/if.h>
-#include <string>
-#include <vector>
 
 using namespace mcastd;
 

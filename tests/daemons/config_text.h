@@ -2,9 +2,9 @@
 #ifndef TESTS_DAEMONS_CONFIG_TEXT_H
 #define TESTS_DAEMONS_CONFIG_TEXT_H
 
-#include "daemons/common/config_file.h"
-
 #include <string>
+
+#include "daemons/common/config_file.h"
 
 namespace config_text
 {

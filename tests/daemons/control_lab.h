@@ -2,9 +2,9 @@
 #ifndef TESTS_DAEMONS_CONTROL_LAB_H
 #define TESTS_DAEMONS_CONTROL_LAB_H
 
-#include "daemons/common/control.h"
-
 #include <string>
+
+#include "daemons/common/control.h"
 
 namespace control_test
 {

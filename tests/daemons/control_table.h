@@ -4,11 +4,11 @@
 #ifndef TESTS_DAEMONS_CONTROL_TABLE_H
 #define TESTS_DAEMONS_CONTROL_TABLE_H
 
-#include "daemons/common/control_registry.h"
-
 #include <cstdlib>
 #include <string>
 #include <vector>
+
+#include "daemons/common/control_registry.h"
 
 namespace control_test
 {

@@ -1,13 +1,11 @@
 /*
  * The backup: its messages, who has which index, and the two ends of the connection on local sockets.
  */
+#include <arpa/inet.h>
 #include <cstdlib>
+#include <gtest/gtest.h>
 #include <optional>
 #include <string>
-
-#include <gtest/gtest.h>
-
-#include <arpa/inet.h>
 #include <sys/socket.h>
 
 #include "daemons/common/descriptor.h"
@@ -38,7 +36,6 @@ const Bytes TWO_USERS = {1,    2,    0,    2,                                   
 Bytes changed(size_t offset, uint8_t value)
 {
     Bytes bytes = TWO_USERS;
-
     bytes[offset] = value;
     return bytes;
 }
@@ -46,7 +43,6 @@ Bytes changed(size_t offset, uint8_t value)
 TEST(GmpdBackupMessage, BytesAreAsDocumented)
 {
     const BackupMessage users{BackupKind::Users, {{{0xabcd, 0x1234}, FIRST + 7}, {{0, 0xffffffff}, 0}}};
-
     EXPECT_EQ(encode(users), TWO_USERS);
     EXPECT_EQ(decode_backup(TWO_USERS), users);
     EXPECT_EQ(encode({BackupKind::Begin, {}}), (Bytes{1, 1, 0, 0}));
@@ -78,7 +74,6 @@ TEST(GmpdBackupMessage, MoreThanTheMostRecordsAreRefused)
 {
     BackupMessage message{BackupKind::Users, std::vector<BackupRecord>(BACKUP_RECORDS_MAX)};
     Bytes bytes = encode(message);
-
     EXPECT_EQ(bytes.size(), BACKUP_MESSAGE_MAX);
     EXPECT_EQ(decode_backup(bytes), message);
     bytes.resize(bytes.size() + 12);
@@ -211,7 +206,6 @@ protected:
     {
         LOCAL_SOCKET_ADDR_S address{};
         mcastd::Descriptor fd(socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM, LOCAL_SOCKET_PROTOCOL));
-
         address.family = LOCAL_SOCKET_FAMILY;
         address.port_be = htons(PORT);
         address.node = LOCAL_SOCKET_NODE;
@@ -339,7 +333,6 @@ TEST_F(GmpdBackup, WhoIsToldAnewForgetsWhatHeKnew)
 TEST_F(GmpdBackup, StandbysBeyondTheMostAreTurnedAwayAndTryAgainLater)
 {
     std::vector<mcastd::Descriptor> others;
-
     for (size_t i = 0; i < BackupServer::MOST_STANDBYS; ++i) {
         others.push_back(connection());
     }
@@ -357,7 +350,6 @@ TEST_F(GmpdBackup, StandbysBeyondTheMostAreTurnedAwayAndTryAgainLater)
 TEST_F(GmpdBackup, WhoSpeaksToTheActiveOneIsNoStandby)
 {
     const mcastd::Descriptor stranger = connection();
-
     serve();
     EXPECT_EQ(server->synchronised(), 1u);
     EXPECT_EQ(send(stranger.get(), "x", 1, 0), 1);
@@ -388,7 +380,6 @@ TEST_F(GmpdBackup, WhatIsNotUnderstoodEndsTheConnectionForASecond)
 TEST_F(GmpdBackup, OnlyOneCanBeActive)
 {
     BackupServer second(reactor, indexes);
-
     EXPECT_FALSE(second.open(PORT));
     server->close();
     EXPECT_TRUE(second.open(PORT));

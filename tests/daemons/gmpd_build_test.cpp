@@ -2,7 +2,6 @@
  * Queries byte by byte, the codes of times, and how many sources fit.
  */
 #include <array>
-
 #include <gtest/gtest.h>
 
 #include "daemons/gmpd/float_code.h"
@@ -19,7 +18,6 @@ namespace
 Bytes build(const Query &query)
 {
     Bytes buffer(65535, 0xaa);
-
     buffer.resize(build_query(query, buffer));
     return buffer;
 }
@@ -27,7 +25,6 @@ Bytes build(const Query &query)
 Query general(uint16_t family, uint8_t version)
 {
     Query query;
-
     query.version = version;
     query.group = any_address(family);
     query.max_response_ms = 10000;
@@ -75,7 +72,6 @@ TEST(GmpdBuild, WhatIsBuiltIsWhatIsRead)
     Query query = general(MCAST_FAMILY_IPV4, 3);
     Message message;
     const Bytes packet = ipv4("10.0.0.1", "224.0.0.1", build(query));
-
     ASSERT_EQ(parse_packet(MCAST_FAMILY_IPV4, packet, message), NO_DROP);
     EXPECT_EQ(message.version, 3);
     EXPECT_EQ(message.max_response_ms, 10000u);
@@ -86,7 +82,6 @@ TEST(GmpdBuild, WhatIsBuiltIsWhatIsRead)
 TEST(GmpdBuild, ARobustnessThatDoesNotFitGoesOutAsUnknown)
 {
     Query query = general(MCAST_FAMILY_IPV4, 3);
-
     query.robustness = 8;
     EXPECT_EQ(build(query)[8], 0);
     query.robustness = 7;
@@ -96,7 +91,6 @@ TEST(GmpdBuild, ARobustnessThatDoesNotFitGoesOutAsUnknown)
 TEST(GmpdBuild, Version2NeverSendsTheTimeOfVersion1)
 {
     Query query = general(MCAST_FAMILY_IPV4, 2);
-
     query.max_response_ms = 50;
     EXPECT_EQ(build(query)[1], 1);
     query.max_response_ms = 60000;
@@ -106,7 +100,6 @@ TEST(GmpdBuild, Version2NeverSendsTheTimeOfVersion1)
 TEST(GmpdBuild, ABufferThatIsTooSmallGivesNothing)
 {
     std::array<uint8_t, 27> buffer;
-
     EXPECT_EQ(build_query(general(MCAST_FAMILY_IPV6, 3), buffer), 0u);
     EXPECT_EQ(build_query(general(MCAST_FAMILY_IPV6, 2), buffer), 24u);
 }

@@ -141,7 +141,6 @@ public:
     std::set<Membership> memberships() const
     {
         std::set<Membership> held;
-
         for (const auto &[membership, end] : ends_) {
             held.insert(membership);
         }
@@ -156,7 +155,6 @@ public:
     Moment older_until(unsigned group, unsigned version) const
     {
         const auto found = older_until_.find({group, version});
-
         return found != older_until_.end() ? found->second : 0;
     }
     bool elected() const
@@ -180,7 +178,6 @@ private:
     static std::vector<Membership> named(unsigned group, const std::vector<unsigned> &sources)
     {
         std::vector<Membership> all;
-
         for (unsigned source : sources) {
             all.push_back({group, source});
         }
@@ -201,7 +198,6 @@ private:
     void own_question(Moment now, const Membership &membership, bool suppress)
     {
         const auto found = ends_.find(membership);
-
         note(found != ends_.end(), "asks about what nobody wants");
         if (found == ends_.end()) {
             return;

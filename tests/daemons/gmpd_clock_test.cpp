@@ -9,13 +9,11 @@
  */
 #include <cstdlib>
 #include <functional>
+#include <gtest/gtest.h>
+#include <malloc.h>
 #include <queue>
 #include <random>
 #include <tuple>
-
-#include <malloc.h>
-
-#include <gtest/gtest.h>
 
 #include "daemons/gmpd/packet_parse.h"
 #include "tests/daemons/gmpd_clock_model.h"
@@ -43,7 +41,6 @@ constexpr size_t MEMORY_NOISE = 32768; // what malloc keeps for the next to come
 unsigned long setting(const char *name, unsigned long otherwise)
 {
     const char *text = getenv(name);
-
     return text != nullptr ? strtoul(text, nullptr, 10) : otherwise;
 }
 
@@ -109,7 +106,6 @@ public:
     {
         const unsigned group = is_unspecified(query.group) ? 0 : number_of(query.group);
         std::vector<unsigned> sources;
-
         for (const Address &source : query.sources) {
             sources.push_back(number_of(source));
         }
@@ -128,7 +124,6 @@ public:
                      bool blocked) override
     {
         const Membership one = {number_of(group), source != nullptr ? number_of(*source) : 0};
-
         model_.note(!blocked, "a source was blocked");
         model_.note(join ? told_.insert(one).second : told_.erase(one) == 1, "told what was known");
     }
@@ -151,7 +146,6 @@ private:
     static std::vector<Event> with_room()
     {
         std::vector<Event> room;
-
         room.reserve(4096);
         return room;
     }
@@ -223,7 +217,6 @@ private:
     void compare()
     {
         const bool changed = told_ != compared_;
-
         if (changed || second_ % (60 * SECOND) == 0 || model_.ends().size() != compared_.size()) {
             compared_ = told_;
             model_.note(told_ == model_.memberships(), "memberships differ from the model's");
@@ -317,7 +310,6 @@ private:
     void depart(Host &host, bool says_so)
     {
         const Membership had = std::exchange(host.wants, {});
-
         if (says_so) {
             leave(had, host.version);
         }
@@ -392,7 +384,6 @@ private:
                 : Bytes{130, 0, 0, 0, static_cast<uint8_t>(code >> 8), static_cast<uint8_t>(code), 0, 0};
         const std::string about =
             to_text(group == 0 ? any_address(lab_.router.config.family) : lab_.group(group));
-
         append(message, addr(about.c_str()));
         append(message, {ClockModel::ROBUSTNESS, OTHERS.query_interval / SECOND, 0,
                          static_cast<uint8_t>(sources.size())});
@@ -408,7 +399,6 @@ private:
     void receive_record(RecordType type, const Membership &about)
     {
         Bytes message = {static_cast<uint8_t>(is_ipv4() ? 0x22 : 143), 0, 0, 0, 0, 0, 0, 1};
-
         append(message, {static_cast<uint8_t>(type), 0, 0, static_cast<uint8_t>(about.source != 0)});
         append(message, addr(to_text(lab_.group(about.group)).c_str()));
         if (about.source != 0) {
@@ -424,7 +414,6 @@ private:
         Bytes message = is_ipv4()
                             ? Bytes{IGMP[version], 0, 0, 0}
                             : Bytes{static_cast<uint8_t>(version == 0 ? 132 : 131), 0, 0, 0, 0, 0, 0, 0};
-
         append(message, addr(to_text(lab_.group(group)).c_str()));
         receive(200, to, message);
     }
@@ -435,7 +424,6 @@ private:
         const Bytes packet = is_ipv4() ? igmp_packet(from.c_str(), to.c_str(), message)
                                        : mld_packet(from.c_str(), to.c_str(), message);
         Message parsed;
-
         model_.note(parse_packet(lab_.router.config.family, packet, parsed) == NO_DROP,
                     "a packet was refused");
         handle_message(*lab_.interface, parsed);
@@ -462,7 +450,6 @@ void run(uint8_t family)
     const unsigned long seed = setting("GMPD_RANDOM_SEED", std::random_device()());
     const unsigned long days = setting("GMPD_CLOCK_DAYS", 1);
     Link link(family, seed);
-
     link.run(days * 24 * HOUR);
     EXPECT_EQ(link.fault(), "") << "after " << link.hours() << " hours, GMPD_RANDOM_SEED=" << seed;
     EXPECT_EQ(link.wrong_counters(), "") << "GMPD_RANDOM_SEED=" << seed;

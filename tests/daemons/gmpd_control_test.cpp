@@ -34,7 +34,6 @@ protected:
     {
         auto made = std::make_unique<Interface>(lab.router, 9, "second");
         Interface &second = *made;
-
         lab.router.interfaces[9] = std::move(made);
         interface_start(second, lab.neighbour(101));
         return second;
@@ -43,7 +42,6 @@ protected:
     mcastd::ControlReply set_interval(uint64_t seconds, const ControlFields &key = {})
     {
         mcastd::ControlRequest request;
-
         request.operation = mcastd::ControlOperation::Set;
         request.table = mcastd::INTERFACE_TABLE.number;
         request.key = key;
@@ -112,8 +110,7 @@ TEST_P(GmpdControl, SourcesShowWhetherTheyAreWanted)
 TEST_P(GmpdControl, PagesOfAnySizeShowEveryRowOnce)
 {
     Interface &second = add_interface();
-
-    for (unsigned group = 1; group <= 20; group++) {
+    for (unsigned group = 1; group <= 20; ++group) {
         lab.record(RecordType::Allow, {1, 2, 3}, group);
         apply_record(second, RecordType::Allow, lab.group(group), {lab.source(1)});
     }
@@ -152,7 +149,6 @@ TEST_P(GmpdControl, AddressesOfTheOtherFamilyStandBesideTheTable)
     const uint16_t other = GetParam() == MCAST_FAMILY_IPV4 ? MCAST_FAMILY_IPV6 : MCAST_FAMILY_IPV4;
     const size_t rows_after = GetParam() == MCAST_FAMILY_IPV4 ? 0 : 1;
     const ControlField address = ControlField::address(any_address(other));
-
     lab.record(RecordType::Allow, {1}, 1);
     EXPECT_EQ(table(server.registry(), mcastd::GROUP_TABLE, 0, {LAB[0], address}).size(), rows_after);
     EXPECT_EQ(table(server.registry(), mcastd::SOURCE_TABLE, 0, {LAB[0], address}).size(), rows_after);
@@ -219,7 +215,7 @@ TEST_P(GmpdControl, CountersComeForTheDaemonThenForEachInterface)
     const auto paged = table(server.registry(), mcastd::COUNTER_TABLE, 5);
 
     ASSERT_EQ(paged.size(), whole.size());
-    for (size_t i = 0; i < whole.size(); i++) {
+    for (size_t i = 0; i < whole.size(); ++i) {
         EXPECT_EQ(mcastd::compare_keys(paged[i], whole[i], 3), 0) << i;
     }
 }
@@ -229,7 +225,6 @@ TEST_P(GmpdControl, TheOrderToHandOverIsRefusedWithoutAStandby)
     bool has_standby = false;
     unsigned orders = 0;
     mcastd::ControlRequest request;
-
     offer_switch_over(server, [&] {
         ++orders;
         return has_standby;
@@ -261,7 +256,6 @@ TEST_P(GmpdControl, ANewQueryIntervalIsInForceAtOnce)
 TEST_P(GmpdControl, AnInterfacesOwnQueryIntervalGoesBeforeTheCommonOne)
 {
     Interface &second = add_interface();
-
     ASSERT_EQ(set_interval(30, SECOND).status, ControlStatus::Done);
     ASSERT_EQ(set_interval(60).status, ControlStatus::Done);
     EXPECT_EQ(lab.interface->querier.query_interval_s, 60u);

@@ -7,7 +7,6 @@
 
 namespace gmpd_test
 {
-
 namespace
 {
 
@@ -34,7 +33,6 @@ void add_line(std::string &lines, const std::string &line)
 Address numbered(uint16_t family, const char *ipv4, const char *ipv6, unsigned number)
 {
     Address address = from_text(family == MCAST_FAMILY_IPV4 ? ipv4 : ipv6);
-
     address.address[gmpd::address_size(family) - 1] = static_cast<uint8_t>(number);
     return address;
 }
@@ -44,7 +42,6 @@ Address numbered(uint16_t family, const char *ipv4, const char *ipv6, unsigned n
 void Recorder::send_query(gmpd::Interface &, const gmpd::Query &query)
 {
     std::string line = query.suppress ? "? S " : "? ";
-
     line += gmpd::is_unspecified(query.group) ? "all" : group_text(query.group);
     if (!query.sources.empty()) {
         line += " {";
@@ -70,7 +67,6 @@ void Recorder::tell_member(const gmpd::Interface &, const Address &group, const 
                            bool blocked)
 {
     std::string line = blocked ? (join ? "block " : "unblock ") : (join ? "join " : "prune ");
-
     line += group_text(group);
     if (source != nullptr) {
         line += " " + number_of(*source);
@@ -136,7 +132,6 @@ Address Lab::neighbour(unsigned number) const
 void Lab::record(gmpd::RecordType type, const std::vector<unsigned> &sources, unsigned group_number)
 {
     std::vector<Address> addresses;
-
     for (unsigned number : sources) {
         addresses.push_back(source(number));
     }
@@ -146,7 +141,6 @@ void Lab::record(gmpd::RecordType type, const std::vector<unsigned> &sources, un
 gmpd::Message Lab::message(gmpd::MessageKind kind, uint8_t version, unsigned neighbour_number) const
 {
     gmpd::Message made;
-
     made.kind = kind;
     made.version = version;
     made.sender = neighbour(neighbour_number);
@@ -157,7 +151,6 @@ gmpd::Message Lab::message(gmpd::MessageKind kind, uint8_t version, unsigned nei
 void Lab::old_report(uint8_t version, unsigned group_number)
 {
     gmpd::Message report = message(gmpd::MessageKind::Report, version, 200);
-
     report.group = group(group_number);
     gmpd::handle_message(*interface, report);
 }
@@ -165,7 +158,6 @@ void Lab::old_report(uint8_t version, unsigned group_number)
 void Lab::leave(unsigned group_number)
 {
     gmpd::Message left = message(gmpd::MessageKind::Leave, 2, 200);
-
     left.group = group(group_number);
     gmpd::handle_message(*interface, left);
 }

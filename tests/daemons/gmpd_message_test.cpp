@@ -18,7 +18,6 @@ void receive(Lab &lab, const Bytes &packet)
 {
     Message message;
     const Count drop = parse_packet(lab.router.config.family, packet, message);
-
     ASSERT_EQ(drop, NO_DROP) << (drop == NO_DROP ? "" : count_name(drop));
     handle_message(*lab.interface, message);
 }
@@ -33,7 +32,6 @@ Bytes igmp_report(const Bytes &records, uint8_t count)
 TEST(GmpdMessage, RecordsOfOneReportAreAppliedInOrder)
 {
     Lab lab(MCAST_FAMILY_IPV4);
-
     lab.start();
     receive(lab, igmp_report(Bytes{5, 0, 0, 2} + addr("239.1.1.1") + addr("192.0.2.2") + addr("192.0.2.1") +
                                  Bytes{4, 0, 0, 0} + addr("239.1.1.2"),
@@ -45,7 +43,6 @@ TEST(GmpdMessage, RecordsOfOneReportAreAppliedInOrder)
 TEST(GmpdMessage, SourcesThatRepeatCountOnce)
 {
     Lab lab(MCAST_FAMILY_IPV4);
-
     lab.start();
     receive(lab, igmp_report(Bytes{4, 0, 0, 3} + addr("239.1.1.1") + addr("192.0.2.1") + addr("192.0.2.1") +
                                  addr("192.0.2.1"),
@@ -56,7 +53,6 @@ TEST(GmpdMessage, SourcesThatRepeatCountOnce)
 TEST(GmpdMessage, SourcesThatCannotSendAreSkippedAndCounted)
 {
     Lab lab(MCAST_FAMILY_IPV4);
-
     lab.start();
     receive(lab, igmp_report(Bytes{5, 0, 0, 3} + addr("239.1.1.1") + addr("0.0.0.0") + addr("239.2.2.2") +
                                  addr("192.0.2.1"),
@@ -68,7 +64,6 @@ TEST(GmpdMessage, SourcesThatCannotSendAreSkippedAndCounted)
 TEST(GmpdMessage, UnknownRecordTypesAreSkippedAndTheRestIsRead)
 {
     Lab lab(MCAST_FAMILY_IPV4);
-
     lab.start();
     receive(lab, igmp_report(Bytes{7, 0, 0, 0} + addr("239.1.1.1") + Bytes{0, 0, 0, 0} + addr("239.1.1.1") +
                                  Bytes{2, 0, 0, 0} + addr("239.1.1.2"),
@@ -98,7 +93,6 @@ TEST(GmpdMessage, GroupsThatNeverLeaveALinkMakeNoState)
 TEST(GmpdMessage, HostsWithoutAnAddressAreHeard)
 {
     Lab lab(MCAST_FAMILY_IPV4);
-
     lab.start();
     lab.interface->prefixes = {Prefix{from_text("10.0.0.100"), 24}};
     receive(lab, igmp_packet("0.0.0.0", "239.1.1.1", Bytes{0x16, 0, 0, 0} + addr("239.1.1.1")));
@@ -108,7 +102,6 @@ TEST(GmpdMessage, HostsWithoutAnAddressAreHeard)
 TEST(GmpdMessage, MldReportsOfBothVersionsAreHeard)
 {
     Lab lab(MCAST_FAMILY_IPV6);
-
     lab.start();
     receive(lab, mld_packet("fe80::1:c8", "ff1e::1:1", Bytes{131, 0, 0, 0, 0, 0, 0, 0} + addr("ff1e::1:1")));
     receive(lab, mld_packet("fe80::1:c8", "ff02::16",
@@ -142,7 +135,6 @@ TEST(GmpdStatus, ShowsGroupsSourcesTimersAndCounters)
 TEST(GmpdStatus, EscapesWhateverAnInterfaceIsCalled)
 {
     Lab lab(MCAST_FAMILY_IPV4);
-
     lab.interface->name = "a\"b\\c\n\xff";
     EXPECT_NE(status_text(lab.router, {}).find("\"a\\\"b\\\\c\\u000a\\u00ff\""), std::string::npos);
 }

@@ -35,7 +35,6 @@ public:
                      bool join, bool blocked) override
     {
         const Entry entry(gmpd::to_text(group), source != nullptr ? gmpd::to_text(*source) : "any", blocked);
-
         note(source != nullptr || !blocked, "a block of any source");
         if (join) {
             note(believed_.insert(entry).second, "a join of what is joined: " + std::get<0>(entry));
@@ -48,7 +47,6 @@ public:
     const std::string &check(const gmpd::Interface &interface)
     {
         std::set<Entry> wanted;
-
         gmpd::for_each_group(interface, [&](const gmpd::GroupState &group) { check_group(group, wanted); });
         note(wanted == believed_, "the MRIB believes something else");
         return fault_;
@@ -67,7 +65,6 @@ private:
     {
         const std::string name = gmpd::to_text(*group.entry->address);
         const uint32_t sources = MRT_CountTable(group.entry->sources);
-
         note(group.exclude == group.timer.running(), name + ": mode and group timer disagree");
         note(group.exclude || sources > 0, name + ": nothing is left of it");
         note(!group.dirty, name + ": left unsettled");

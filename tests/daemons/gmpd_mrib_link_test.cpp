@@ -2,12 +2,11 @@
  * The connection to the MRIB process, against a socket that plays that process: what a connection begins
  * with, how it survives the peer's death, a full socket and a lost record.
  */
+#include <arpa/inet.h>
 #include <cstdlib>
 #include <deque>
-#include <optional>
-
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <optional>
 #include <poll.h>
 
 #include "daemons/common/descriptor.h"
@@ -28,7 +27,6 @@ namespace
 std::string record_text(uint16_t type, const uint8_t *value)
 {
     const std::string text = std::to_string(type);
-
     if (type == 1 || type == 2) {
         return text + "=" + std::to_string(value[0]);
     }
@@ -46,7 +44,6 @@ public:
     Peer() : listener_(socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM, LOCAL_SOCKET_PROTOCOL))
     {
         LOCAL_SOCKET_ADDR_S address{};
-
         address.family = LOCAL_SOCKET_FAMILY;
         address.port_be = htons(2182);
         address.node = LOCAL_SOCKET_NODE;
@@ -69,7 +66,6 @@ public:
         uint32_t used = MRIB_MsgReset(message, 0);
         auto *record = static_cast<MRIB_FLOW_CONTROL_S *>(MRIB_MsgAppend(
             message, &used, sizeof(message), MRIB_TLV_FLOW_CONTROL, sizeof(MRIB_FLOW_CONTROL_S)));
-
         record->busy = value;
         EXPECT_EQ(send(client_.get(), message, used, 0), static_cast<ssize_t>(used));
     }
@@ -77,7 +73,6 @@ public:
     std::string records()
     {
         std::string all;
-
         read_all([&](uint16_t type, const uint8_t *value) {
             all += (all.empty() ? "" : " ") + record_text(type, value);
         });
@@ -86,7 +81,6 @@ public:
     unsigned count_memberships()
     {
         unsigned count = 0;
-
         read_all([&](uint16_t type, const uint8_t *) { count += type == 3 ? 1 : 0; });
         return count;
     }
@@ -148,7 +142,6 @@ protected:
     GmpdMribLink()
     {
         char name[] = "/tmp/gmpd-test-XXXXXX";
-
         directory = mkdtemp(name);
         setenv("MCAST_HOST_RUNTIME_DIR", name, 1);
         lab.emplace(MCAST_FAMILY_IPV4);
@@ -188,7 +181,6 @@ const char *const BEGIN = "0 4 14 18 1=1 2=1 ";
 TEST_F(GmpdMribLink, AConnectionBeginsWithEverything)
 {
     Peer peer;
-
     lab->record(RecordType::IsExclude, {9});
     lab->record(RecordType::Allow, {3}, 2);
     ASSERT_TRUE(link->open());
@@ -201,7 +193,6 @@ TEST_F(GmpdMribLink, AConnectionBeginsWithEverything)
 TEST_F(GmpdMribLink, ChangesGoOutWithTheFlush)
 {
     Peer peer;
-
     ASSERT_TRUE(link->open());
     link->flush();
     peer.accept_one();
@@ -237,7 +228,6 @@ TEST_F(GmpdMribLink, AMissingProcessIsTriedEverySecond)
 TEST_F(GmpdMribLink, ABrokenConnectionIsMadeAnewWithEverything)
 {
     Peer peer;
-
     lab->old_report(2);
     ASSERT_TRUE(link->open());
     link->flush();
@@ -257,7 +247,6 @@ TEST_F(GmpdMribLink, ABrokenConnectionIsMadeAnewWithEverything)
 TEST_F(GmpdMribLink, WhoStartsOverWithdrawsNothingAndConnectsAtOnce)
 {
     Peer peer;
-
     lab->old_report(2);
     ASSERT_TRUE(link->open());
     link->flush();
@@ -317,7 +306,6 @@ TEST_F(GmpdMribLink, ALostRecordStartsTheConnectionOver)
 {
     Peer peer;
     const Address group = lab->group(1);
-
     lab->old_report(2);
     ASSERT_TRUE(link->open());
     peer.accept_one();
@@ -339,7 +327,6 @@ TEST_F(GmpdMribLink, ABusyProcessIsToldTheLastWordsOnceItIsNot)
     Peer peer;
     const Address group = lab->group(1);
     const Address source = lab->source(9);
-
     ASSERT_TRUE(link->open());
     link->flush();
     peer.accept_one();
@@ -365,7 +352,6 @@ TEST_F(GmpdMribLink, ABusyProcessIsToldTheLastWordsOnceItIsNot)
 TEST_F(GmpdMribLink, AnInstanceBeyondTheViewOpensTheChannelAgain)
 {
     Peer peer;
-
     ASSERT_TRUE(link->open());
     link->flush();
     peer.accept_one();
@@ -390,7 +376,6 @@ TEST_F(GmpdMribLink, WhatIsHeldOfAnInterfaceThatStopsIsForgotten)
 {
     Peer peer;
     const Address group = lab->group(1);
-
     ASSERT_TRUE(link->open());
     link->flush();
     peer.accept_one();
@@ -409,7 +394,6 @@ TEST_F(GmpdMribLink, WhatIsHeldOfAnInterfaceThatStopsIsForgotten)
 TEST_F(GmpdMribLink, ANewConnectionBeginsWithEverythingInsteadOfWhatWasHeld)
 {
     Peer peer;
-
     ASSERT_TRUE(link->open());
     link->flush();
     peer.accept_one();
@@ -430,7 +414,6 @@ TEST_F(GmpdMribLink, ANewConnectionBeginsWithEverythingInsteadOfWhatWasHeld)
 TEST_F(GmpdMribLink, WhatIsHeldIsForgottenByWhoStartsOver)
 {
     Peer peer;
-
     ASSERT_TRUE(link->open());
     link->flush();
     peer.accept_one();
@@ -449,7 +432,6 @@ TEST(HeldMembers, WishesBeyondTheLimitAreNotHeld)
 {
     HeldMembers held;
     MemberChange change{};
-
     for (uint32_t i = 0; i < HeldMembers::LIMIT; ++i) {
         change.if_index = i;
         ASSERT_TRUE(held.hold(change));

@@ -35,7 +35,6 @@ inline Bytes operator+(Bytes first, const Bytes &second)
 inline Bytes addr(const char *text)
 {
     const Address address = from_text(text);
-
     return Bytes(address.address, address.address + gmpd::address_size(address.family));
 }
 
@@ -77,7 +76,6 @@ inline Bytes ipv4(const char *source, const char *destination, const Bytes &mess
                     2,
                     0,
                     0};
-
     append(packet, addr(source));
     append(packet, addr(destination));
     if (router_alert) {
@@ -116,7 +114,6 @@ inline Bytes ipv6(const char *source, const char *destination, const Bytes &mess
                     static_cast<uint8_t>(length),
                     static_cast<uint8_t>(hop_by_hop.empty() ? 58 : 0),
                     1};
-
     append(packet, addr(source));
     append(packet, addr(destination));
     append(packet, hop_by_hop);

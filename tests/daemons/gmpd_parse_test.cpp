@@ -21,7 +21,6 @@ constexpr uint16_t IPV6 = MCAST_FAMILY_IPV6;
 Count parse(uint16_t family, const Bytes &packet, Message &out)
 {
     static std::vector<std::unique_ptr<uint8_t[]>> blocks;
-
     blocks.emplace_back(new uint8_t[packet.size()]);
     std::copy(packet.begin(), packet.end(), blocks.back().get());
     return parse_packet(family, std::span<const uint8_t>(blocks.back().get(), packet.size()), out);
@@ -31,7 +30,6 @@ std::string reason(uint16_t family, const Bytes &packet)
 {
     Message message;
     const Count drop = parse(family, packet, message);
-
     return drop == NO_DROP ? "good" : count_name(drop);
 }
 
@@ -39,7 +37,6 @@ Message good(uint16_t family, const Bytes &packet)
 {
     Message message;
     const Count drop = parse(family, packet, message);
-
     EXPECT_EQ(drop, NO_DROP) << (drop == NO_DROP ? "" : count_name(drop));
     return message;
 }
@@ -70,7 +67,6 @@ const Bytes MLD_REPORT_V2 =
 TEST(GmpdParse, ReadsIgmpVersion1QueryByItsZeroTimeWithoutRouterAlert)
 {
     const Message query = good(IPV4, ipv4(ROUTER, ALL, igmp({0x11, 0, 0, 0, 0, 0, 0, 0}), false));
-
     EXPECT_EQ(query.kind, MessageKind::Query);
     EXPECT_EQ(query.version, 1);
     EXPECT_EQ(query.max_response_ms, 10000u);
@@ -80,7 +76,6 @@ TEST(GmpdParse, ReadsIgmpVersion1QueryByItsZeroTimeWithoutRouterAlert)
 TEST(GmpdParse, ReadsIgmpVersion2Query)
 {
     const Message query = good(IPV4, igmp_packet(ROUTER, ALL, QUERY_V2));
-
     EXPECT_EQ(query.version, 2);
     EXPECT_EQ(query.max_response_ms, 10000u);
     EXPECT_EQ(to_text(query.sender), ROUTER);
@@ -89,7 +84,6 @@ TEST(GmpdParse, ReadsIgmpVersion2Query)
 TEST(GmpdParse, ReadsIgmpVersion3QueryWithFlagsIntervalAndSources)
 {
     const Message query = good(IPV4, igmp_packet(ROUTER, "239.1.2.3", QUERY_V3));
-
     EXPECT_EQ(query.version, 3);
     EXPECT_EQ(query.max_response_ms, 1000u);
     EXPECT_TRUE(query.suppress);
@@ -130,7 +124,6 @@ TEST(GmpdParse, ReadsIgmpVersion2ReportAndLeave)
     const Message report = good(IPV4, igmp_packet(HOST, "239.1.2.3", REPORT_V2));
     const Message leave =
         good(IPV4, igmp_packet(HOST, "224.0.0.2", Bytes{0x17, 0, 0, 0} + addr("239.1.2.3")));
-
     EXPECT_EQ(report.kind, MessageKind::Report);
     EXPECT_EQ(report.version, 2);
     EXPECT_EQ(leave.kind, MessageKind::Leave);
@@ -143,7 +136,6 @@ TEST(GmpdParse, ReadsIgmpVersion3ReportPastAuxiliaryData)
     Reader records = report.records;
     Record record;
     bool lies = true;
-
     ASSERT_EQ(report.record_count, 2);
     ASSERT_TRUE(next_record(records, IPV4, record, lies));
     EXPECT_EQ(record.type, RecordType::ToExclude);
@@ -169,7 +161,6 @@ TEST(GmpdParse, ReadsMldVersion1QueryReportAndDone)
     const Message report = good(IPV6, mld_packet(HOST6, "ff1e::1", MLD_REPORT_V1));
     const Message done =
         good(IPV6, mld_packet(HOST6, "ff02::2", Bytes{132, 0, 0, 0, 0, 0, 0, 0} + addr("ff1e::1")));
-
     EXPECT_EQ(query.version, 2);
     EXPECT_EQ(query.max_response_ms, 10000u);
     EXPECT_EQ(report.kind, MessageKind::Report);
@@ -183,7 +174,6 @@ TEST(GmpdParse, ReadsMldVersion2QueryAndReport)
     const Message query = good(
         IPV6, mld_packet(ROUTER6, "ff1e::1", Bytes{130, 0, 0, 0, 0x80, 0, 0, 0} + addr("ff1e::1") + tail));
     const Message report = good(IPV6, mld_packet(HOST6, V3_6, MLD_REPORT_V2));
-
     EXPECT_EQ(query.version, 3);
     EXPECT_EQ(query.max_response_ms, 32768u);
     EXPECT_TRUE(query.suppress);
@@ -255,7 +245,6 @@ TEST(GmpdParse, RequiresRouterAlertFromVersion2On)
 TEST(GmpdParse, CountsWrongMessages)
 {
     Bytes wrong_sum = igmp(REPORT_V2);
-
     wrong_sum[2] ^= 1;
     EXPECT_EQ(reason(IPV4, ipv4(HOST, "239.1.2.3", wrong_sum)), "dropped_checksum");
     EXPECT_EQ(reason(IPV4, igmp_packet(HOST, "239.1.2.3", Bytes{0x16, 0, 0, 0, 239, 1, 2})),
@@ -286,7 +275,6 @@ TEST(GmpdParse, CountsLyingCounts)
 {
     Bytes query = QUERY_V3;
     Bytes report = REPORT_V3;
-
     query[11] = 3;
     EXPECT_EQ(reason(IPV4, igmp_packet(ROUTER, "239.1.2.3", query)), "dropped_source_count");
     put16(query, 10, 65535);
@@ -311,7 +299,6 @@ TEST(GmpdParse, CountsLyingCounts)
 TEST(GmpdParse, CountsARecordForWhatIsNoGroup)
 {
     const Bytes report = Bytes{0x22, 0, 0, 0, 0, 0, 0, 1} + Bytes{4, 0, 0, 0} + addr("10.1.1.1");
-
     EXPECT_EQ(reason(IPV4, igmp_packet(HOST, V3, report)), "dropped_group_address");
 }
 
@@ -372,7 +359,6 @@ TEST(GmpdParse, StaysWithinEveryPrefixOfEveryPacket)
                                   igmp_packet(HOST, V3, REPORT_V3)};
     const Bytes ipv6_packets[] = {mld_packet(HOST6, V3_6, MLD_REPORT_V2),
                                   mld_packet(ROUTER6, ALL6, MLD_QUERY_V1)};
-
     for (const Bytes &packet : ipv4_packets) {
         for (size_t length = 0; length < packet.size(); ++length) {
             EXPECT_NE(reason(IPV4, Bytes(packet.begin(), packet.begin() + static_cast<long>(length))),

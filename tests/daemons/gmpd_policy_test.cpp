@@ -3,9 +3,8 @@
  * the library's view; nobody answers on the channel.
  */
 #include <cstdlib>
-#include <optional>
-
 #include <gtest/gtest.h>
+#include <optional>
 
 #include "daemons/gmpd/mrib_link.h"
 #include "mcast/mrib_wire.h"
@@ -29,7 +28,6 @@ template <typename Record> void say(uint16_t type, const Record &record)
 void say_dr(bool state, uint32_t if_index = LAB_INDEX, uint16_t vrf_index = 0)
 {
     MRIB_PIM_DR_S record{};
-
     record.state = state ? 1 : 0;
     record.if_index = if_index;
     record.vrf_index = vrf_index;
@@ -39,7 +37,6 @@ void say_dr(bool state, uint32_t if_index = LAB_INDEX, uint16_t vrf_index = 0)
 void say_instance(bool enabled, uint16_t vrf_index = 0)
 {
     MRIB_VRF_STATE_S record{};
-
     record.state = enabled ? 1 : 0;
     record.vrf_index = vrf_index;
     say(MRIB_TLV_VRF_STATE, record);
@@ -48,7 +45,6 @@ void say_instance(bool enabled, uint16_t vrf_index = 0)
 void say_ssm_list(uint32_t number, uint16_t vrf_index = 0)
 {
     MRIB_SSM_POLICY_S record{};
-
     record.acl_number = number;
     record.vrf_index = vrf_index;
     say(MRIB_TLV_SSM_POLICY, record);
@@ -57,7 +53,6 @@ void say_ssm_list(uint32_t number, uint16_t vrf_index = 0)
 void load_lists(const std::string &text)
 {
     char error[HOST_CONFIG_ERROR_SIZE];
-
     ASSERT_EQ(HOST_ConfigLoadText("lists", text.data(), text.size(), error, sizeof(error)), 0u) << error;
 }
 
@@ -66,7 +61,6 @@ std::string list_of(bool ipv4, bool lab_groups)
 {
     const std::string pattern =
         ipv4 ? (lab_groups ? "239.1.1.0/24" : "239.9.0.0/16") : (lab_groups ? "ff1e::/16" : "ff19::/16");
-
     return "[[acl]]\nnumber = 2001\nfamily = \"" + std::string(ipv4 ? "ipv4" : "ipv6") +
            "\"\n[[acl.rule]]\nid = 1\naction = \"permit\"\nsource = \"" + pattern + "\"\n";
 }
@@ -77,7 +71,6 @@ protected:
     GmpdPolicy()
     {
         char name[] = "/tmp/gmpd-test-XXXXXX";
-
         directory = mkdtemp(name);
         setenv("MCAST_HOST_RUNTIME_DIR", name, 1);
         lab.emplace(GetParam());
@@ -103,7 +96,6 @@ protected:
     {
         const Address group = lab->group(0);
         MRIB_BOUNDARY_S record{};
-
         record.family = GetParam();
         record.operation = add ? 1 : 0;
         record.prefix_length = static_cast<uint8_t>(address_bits(GetParam()) - length_left);
@@ -272,7 +264,6 @@ TEST_P(GmpdPolicy, TheDefaultRangeIsThatOfTheProtocol)
 {
     const Address group = from_text(ipv4() ? "232.1.1.1" : "ff3e::8000:1");
     const Address source = lab->source(1);
-
     forward();
     apply_record(*lab->interface, RecordType::IsExclude, group, {});
     EXPECT_EQ(find_group(*lab->interface, group), nullptr);

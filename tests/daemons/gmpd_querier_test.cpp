@@ -35,7 +35,6 @@ class GmpdOlderHost : public GmpdQuerier
 Config with_version(uint8_t version)
 {
     Config config;
-
     config.version = version;
     return config;
 }
@@ -64,7 +63,6 @@ TEST_P(GmpdQuerier, StartsAsQuerierWithQuickQueries)
 TEST_P(GmpdQuerier, KeepsThePeriodThoughItsTimersAreLate)
 {
     unsigned queries = 0;
-
     lab.start();
     lab.pass(32);
     lab.recorder.queries();
@@ -189,7 +187,6 @@ TEST_P(GmpdQuerier, AnOlderQuerierIsCountedAndStillWins)
 TEST(GmpdQuerierIpv4, AVersion1QueryHasNoPartInTheElection)
 {
     Lab lab(MCAST_FAMILY_IPV4);
-
     lab.start();
     lab.query(50, 1);
     EXPECT_TRUE(lab.interface->querier.elected);
@@ -200,7 +197,6 @@ TEST(GmpdQuerierIpv4, AQueryWithoutSourceAddressIsCountedAndIgnored)
 {
     Lab lab(MCAST_FAMILY_IPV4);
     Message query;
-
     lab.start();
     query.version = 3;
     query.sender = any_address(MCAST_FAMILY_IPV4);
@@ -213,7 +209,6 @@ TEST(GmpdQuerierIpv4, AQueryWithoutSourceAddressIsCountedAndIgnored)
 TEST(GmpdQuerierIpv4, WhoIsNotOnTheLinkIsNotHeard)
 {
     Lab lab(MCAST_FAMILY_IPV4);
-
     lab.start();
     lab.interface->prefixes = {Prefix{from_text("10.0.1.1"), 24}};
     lab.query(50, 3);
@@ -278,7 +273,6 @@ TEST_P(GmpdOlderHost, ItIsForgottenAfterTheOlderHostInterval)
 TEST(GmpdOlderHostIpv4, WhileVersion1IsPresentNobodyCanLeave)
 {
     Lab lab(MCAST_FAMILY_IPV4);
-
     lab.start();
     lab.old_report(1);
     lab.leave();
@@ -293,7 +287,6 @@ TEST(GmpdOlderHostIpv4, AVersion1RouterIgnoresEverythingNewer)
 {
     Lab lab(MCAST_FAMILY_IPV4, with_version(1));
     Message report;
-
     lab.start();
     lab.old_report(2);
     report.kind = MessageKind::Report;
@@ -311,7 +304,6 @@ TEST(GmpdOlderHostIpv4, AVersion1RouterIgnoresEverythingNewer)
 TEST_P(GmpdOlderHost, ARouterOfItsVersionNeedsNoMemoryOfIt)
 {
     Lab old(GetParam(), with_version(2));
-
     old.start();
     old.old_report(2);
     EXPECT_FALSE(find_group(*old.interface, old.group(1))->v2_host.running());

@@ -3,9 +3,8 @@
  * the state says. GMPD_RANDOM_STEPS sets the number of steps, GMPD_RANDOM_SEED repeats a run.
  */
 #include <cstdlib>
-#include <random>
-
 #include <gtest/gtest.h>
+#include <random>
 
 #include "tests/daemons/gmpd_lab.h"
 #include "tests/daemons/gmpd_mirror.h"
@@ -22,7 +21,6 @@ constexpr unsigned SOURCES = 6;
 unsigned long setting(const char *name, unsigned long otherwise)
 {
     const char *text = getenv(name);
-
     return text != nullptr ? strtoul(text, nullptr, 10) : otherwise;
 }
 
@@ -39,7 +37,6 @@ public:
     std::vector<unsigned> sources()
     {
         std::vector<unsigned> chosen;
-
         for (unsigned number = 1; number <= SOURCES; ++number) {
             if (below(3) == 0) {
                 chosen.push_back(number);
@@ -55,7 +52,6 @@ private:
 void step(Lab &lab, Chance &chance)
 {
     const unsigned group = 1 + chance.below(GROUPS);
-
     switch (chance.below(12)) {
     case 0:
         lab.pass_ms(chance.below(1500));

@@ -144,7 +144,6 @@ TEST_P(GmpdStateRow, LeadsToTheStateTheQueriesAndTheDifferences)
 {
     const Row &row = std::get<1>(GetParam());
     Lab lab(std::get<0>(GetParam()));
-
     prepare(lab, row.exclude);
     EXPECT_EQ(lab.state(), row.exclude ? "EXCLUDE {1:160 2:160} {3 4} 160" : "INCLUDE {1:160 2:160}");
     lab.record(row.type, row.sources);

@@ -6,16 +6,14 @@
 #define TESTS_DAEMONS_GMPD_USER_SERVICE_LAB_H
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <cstdlib>
+#include <gtest/gtest.h>
 #include <optional>
 #include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include <arpa/inet.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <vector>
 
 #include "daemons/common/reactor.h"
 #include "daemons/gmpd/control.h"
@@ -39,7 +37,6 @@ protected:
     UserServiceLab()
     {
         char name[] = "/tmp/gmpd-test-XXXXXX";
-
         directory = mkdtemp(name);
         setenv("MCAST_HOST_RUNTIME_DIR", name, 1);
         lab.emplace(GetParam());
@@ -71,7 +68,6 @@ protected:
     {
         LOCAL_SOCKET_ADDR_S address{};
         const int fd = socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM, LOCAL_SOCKET_PROTOCOL);
-
         address.family = LOCAL_SOCKET_FAMILY;
         address.port_be = htons(GetParam() == MCAST_FAMILY_IPV4 ? 2195 : 2192);
         address.node = LOCAL_SOCKET_NODE;
@@ -108,7 +104,6 @@ protected:
         uagent::Command command;
         std::string error;
         std::vector<uint8_t> packet;
-
         ASSERT_TRUE(uagent::parse_command(uagent::split_words(line), GetParam(), &command, &error)) << error;
         for (const uagent::Message &message : uagent::build_messages(command)) {
             packet.insert(packet.end(), message.bytes.begin(), message.bytes.end());
@@ -135,7 +130,6 @@ protected:
     {
         Interface *member = lab->router.users->member(*lab->interface, lab->neighbour(number));
         std::vector<Address> addresses;
-
         ASSERT_NE(member, nullptr);
         for (const unsigned source : sources) {
             addresses.push_back(lab->source(source));
@@ -157,7 +151,6 @@ protected:
     std::string status() const
     {
         ProcessStatus process;
-
         process.users = &*service;
         return status_text(lab->router, process);
     }

@@ -165,7 +165,6 @@ TEST_P(GmpdUserService, AUserWhoComesAndGoesInOnePacketLeavesNothing)
     uagent::Command command;
     std::string error;
     std::vector<uint8_t> packet;
-
     for (const std::string &line :
          {"announce " + record(1) + right(1), std::string("withdraw id=1 node=3 kind=1")}) {
         ASSERT_TRUE(uagent::parse_command(uagent::split_words(line), GetParam(), &command, &error)) << error;
@@ -224,7 +223,6 @@ TEST_P(GmpdUserService, ASwitchOverForgetsTheUsersSilentlyAndKeepsTheirIndexes)
 TEST_P(GmpdUserService, WhoStepsBackHangsUpOnAgentsUntilItIsActiveAgain)
 {
     char byte;
-
     service->switch_over({});
     service->stop_server();
     serve();

@@ -154,7 +154,6 @@ TEST(GmpdWithoutUsers, TheTablesAreEmptyAndClearingIsRefused)
     Lab lab(MCAST_FAMILY_IPV4);
     mcastd::Reactor reactor;
     mcastd::ControlServer server(reactor);
-
     offer_user_control(server, lab.router, nullptr);
     EXPECT_TRUE(control_test::table(server.registry(), mcastd::USER_TABLE).empty());
     EXPECT_TRUE(control_test::table(server.registry(), mcastd::USER_STATISTICS_TABLE).empty());

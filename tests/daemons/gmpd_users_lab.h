@@ -45,7 +45,6 @@ public:
     void announce(unsigned number, bool owner = false, unsigned neighbour = 0)
     {
         gmpd::User user;
-
         user.if_index = index_of(number);
         user.node = 3;
         user.kind = owner ? 2 : 1;
@@ -56,7 +55,6 @@ public:
     void place(unsigned number, unsigned neighbour, uint32_t link_index = 7)
     {
         MCAST_USRAUTH_INFO_S info{};
-
         info.user_id = number;
         info.access_if_index = link_index;
         info.address = lab.neighbour(neighbour);
@@ -84,7 +82,6 @@ public:
     {
         gmpd::Interface *member = table.member(*lab.interface, lab.neighbour(neighbour));
         std::vector<Address> addresses;
-
         if (member == nullptr) {
             return false;
         }
@@ -114,7 +111,6 @@ public:
     bool may_join(uint32_t index, const Address &group, const Address *source) const
     {
         const unsigned group_number = number_of(group);
-
         return rights.count({index, group_number, ANY}) != 0 ||
                (source != nullptr && rights.count({index, group_number, number_of(*source)}) != 0);
     }

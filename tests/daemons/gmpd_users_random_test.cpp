@@ -5,10 +5,9 @@
  * sets the number of steps, GMPD_RANDOM_SEED repeats a run.
  */
 #include <cstdlib>
+#include <gtest/gtest.h>
 #include <random>
 #include <set>
-
-#include <gtest/gtest.h>
 
 #include "tests/daemons/gmpd_users_lab.h"
 
@@ -43,7 +42,6 @@ public:
     {
         const Pair pair(last(group), source != nullptr ? last(*source) : UsersLab::ANY);
         std::set<Pair> &known = blocked ? blocks_ : joins_;
-
         EXPECT_EQ(interface.link, nullptr) << "of links alone";
         EXPECT_TRUE(join ? known.insert(pair).second : known.erase(pair) == 1) << "said twice";
         snapshots.push_back(wanted());
@@ -79,7 +77,6 @@ private:
 unsigned long setting(const char *name, unsigned long otherwise)
 {
     const char *text = getenv(name);
-
     return text != nullptr ? strtoul(text, nullptr, 10) : otherwise;
 }
 
@@ -101,7 +98,6 @@ public:
         const unsigned source = below(SOURCES + 1);
         const std::set<Pair> before = believer_.wanted();
         bool one_change = true; // not a time in which things may come and go
-
         believer_.snapshots.clear();
         switch (below(16)) {
         case 0:
@@ -136,7 +132,6 @@ private:
     std::vector<unsigned> sources()
     {
         std::vector<unsigned> chosen;
-
         for (unsigned number = 1; number <= SOURCES; ++number) {
             if (below(3) == 0) {
                 chosen.push_back(number);
@@ -188,7 +183,6 @@ void run(uint8_t family)
 {
     const unsigned long seed = setting("GMPD_RANDOM_SEED", std::random_device()());
     Run run(family, seed);
-
     for (unsigned long left = setting("GMPD_RANDOM_STEPS", 20000); left > 0; --left) {
         run.step();
         ASSERT_FALSE(testing::Test::HasFailure())

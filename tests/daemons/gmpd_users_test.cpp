@@ -36,7 +36,6 @@ protected:
     void report(unsigned neighbour, MessageKind kind)
     {
         Message message;
-
         message.kind = kind;
         message.version = 2;
         message.sender = users.lab.neighbour(neighbour);
@@ -336,7 +335,6 @@ TEST_P(GmpdUsers, HostsWhoseJoinsWereRefusedAreAskedWhenRightsMayHaveGrown)
 TEST(GmpdUsersLimit, TheGroupLimitHoldsForTheLinksUsersTogether)
 {
     Config config;
-
     config.max_groups = 2;
     UsersLab users(MCAST_FAMILY_IPV4, config);
     for (unsigned number = 1; number <= 2; ++number) {

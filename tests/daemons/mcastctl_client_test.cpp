@@ -1,15 +1,10 @@
 /*
  * The client against daemons of this process: two that answer on ports of their own, and one that is absent.
  */
-#include "daemons/common/control.h"
-#include "daemons/common/log.h"
-#include "daemons/mcastctl/client.h"
-
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <memory>
 #include <set>
 #include <string>
@@ -17,6 +12,10 @@
 #include <sys/eventfd.h>
 #include <thread>
 #include <unistd.h>
+
+#include "daemons/common/control.h"
+#include "daemons/common/log.h"
+#include "daemons/mcastctl/client.h"
 
 using namespace mcastctl;
 using mcastd::ControlField;
@@ -48,7 +47,7 @@ public:
     {
         mcastd::ControlRegistry &registry = server_.registry();
         registry.add_table(TABLE, [this](ControlRows &rows) {
-            requests++;
+            ++requests;
             for (const auto &[if_index, number] : keys_) {
                 if (!rows.add({ControlField::interface(if_index), ControlField::number(number),
                                ControlField::text(std::string(100, 'x'))})) {
@@ -152,7 +151,7 @@ TEST_F(Client, ShowsOneDaemonsTableAfterTheOther)
 TEST_F(Client, GoesOnAsLongAsThereAreRows)
 {
     Keys keys;
-    for (uint64_t i = 0; i < 2000; i++) {
+    for (uint64_t i = 0; i < 2000; ++i) {
         keys.insert({1, i});
     }
     start(keys, {{1, 0}});
@@ -161,7 +160,7 @@ TEST_F(Client, GoesOnAsLongAsThereAreRows)
     const Outcome outcome =
         walk_in_turn({&ONE, &TWO}, TABLE, {}, [&](const DaemonInfo &daemon, const ControlFields &row) {
             if (&daemon == &TWO) {
-                of_two++;
+                ++of_two;
             } else {
                 EXPECT_EQ(row[1].as_number(), next++);
             }

@@ -1,10 +1,9 @@
-#include "daemons/mcastctl/output.h"
+#include <gtest/gtest.h>
 
 #include "daemons/mcastctl/arguments.h"
+#include "daemons/mcastctl/output.h"
 #include "daemons/mcastctl/text.h"
 #include "mcast/argument_check.h"
-
-#include <gtest/gtest.h>
 
 using namespace mcastctl;
 using mcastd::ControlField;

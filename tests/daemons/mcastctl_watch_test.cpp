@@ -1,10 +1,10 @@
 // The lines of "mcastctl watch", and what it makes of records that are none.
-#include "daemons/mcastctl/watch_records.h"
-
 #include <cstring>
 #include <gtest/gtest.h>
 #include <random>
 #include <vector>
+
+#include "daemons/mcastctl/watch_records.h"
 
 using namespace mcastctl;
 
@@ -128,7 +128,7 @@ TEST(Watch, AnyBytesMakeALine)
     const unsigned seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
-    for (int round = 0; round < 20000; round++) {
+    for (int round = 0; round < 20000; ++round) {
         std::vector<uint8_t> bytes(random() % 40);
         for (uint8_t &byte : bytes) {
             byte = static_cast<uint8_t>(random());

@@ -1,11 +1,9 @@
-#include "daemons/mribd/channel_server.h"
-
-#include "daemons/mribd_messages.h"
-
 #include <gtest/gtest.h>
-
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "daemons/mribd/channel_server.h"
+#include "daemons/mribd_messages.h"
 
 using namespace mribd;
 using namespace mribd_test;
@@ -76,7 +74,7 @@ protected:
     // More rounds than any test here makes descriptors ready.
     void serve()
     {
-        for (int i = 0; i < 200; i++) {
+        for (int i = 0; i < 200; ++i) {
             ASSERT_TRUE(reactor.run_once(0));
             server.flush();
         }
@@ -85,7 +83,7 @@ protected:
     unsigned clients() const
     {
         unsigned count = 0;
-        server.visit([&count](const Session &) { count++; });
+        server.visit([&count](const Session &) { ++count; });
         return count;
     }
 
@@ -147,9 +145,9 @@ TEST_F(ChannelServerTest, ClientThatDoesNotReadIsBoundedKeepsItsJoinsAndGetsAFre
     quick.send(Message().add_register(FAMILY));
     serve();
     size_t most = 0;
-    for (int i = 0; i < 2000; i++) {
+    for (int i = 0; i < 2000; ++i) {
         Message requests;
-        for (int j = 0; j < 900; j++) {
+        for (int j = 0; j < 900; ++j) {
             requests.add_request(MRIB_TLV_REQ_VRF_STATE, FAMILY);
         }
         if (!slow.send(requests)) {
@@ -214,7 +212,7 @@ TEST_F(ChannelServerTest, ReplayTooLongForTheOutboxArrivesWholeAsTheClientReads)
 {
     constexpr unsigned PAIRS = 40000; // three times what an outbox holds
     clients_of.configure("[[mribd.instance]]\nrp = '10.0.0.1'\n");
-    for (unsigned i = 0; i < PAIRS; i++) {
+    for (unsigned i = 0; i < PAIRS; ++i) {
         bench.show_local_source(i);
     }
     Peer peer(server);
@@ -242,7 +240,7 @@ TEST_F(ChannelServerTest, OneWakeUpReadsABoundedNumberOfMessages)
 {
     Peer peer(server);
     peer.send(Message().add_register(FAMILY));
-    for (int i = 0; i < 100; i++) {
+    for (int i = 0; i < 100; ++i) {
         ASSERT_TRUE(peer.send(Message().add_join(FAMILY, 2, "239.1.1.1")));
     }
     ASSERT_TRUE(reactor.run_once(0));
@@ -269,7 +267,7 @@ TEST_F(ChannelServerTest, ClientsComeAndGoWithoutLeavingDescriptors)
 {
     const int before = dup(0);
     close(before);
-    for (int i = 0; i < 200; i++) {
+    for (int i = 0; i < 200; ++i) {
         Peer peer(server);
         peer.send(Message().add_register(FAMILY).add_join(FAMILY, 2, "239.1.1.1"));
         ASSERT_TRUE(reactor.run_once(0));

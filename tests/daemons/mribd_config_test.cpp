@@ -1,9 +1,8 @@
-#include "config_text.h"
-#include "daemons/mribd/config.h"
-
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
+#include "config_text.h"
+#include "daemons/mribd/config.h"
 
 using namespace mribd;
 
@@ -102,9 +101,9 @@ TEST(MribdConfig, ErrorsNameTheLine)
 TEST(MribdConfig, BoundariesOfAllInterfacesAreBoundedTogether)
 {
     std::string text;
-    for (unsigned interface = 0; interface < 2; interface++) {
+    for (unsigned interface = 0; interface < 2; ++interface) {
         text += "[[mribd.interface]]\nname = 'if" + std::to_string(interface) + "'\nboundaries = [";
-        for (size_t i = 0; i < BOUNDARY_LIMIT / 2; i++) {
+        for (size_t i = 0; i < BOUNDARY_LIMIT / 2; ++i) {
             text += "'239.0." + std::to_string(i / 256) + "." + std::to_string(i % 256) + "/32',";
         }
         text += "]\n";

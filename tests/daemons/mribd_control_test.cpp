@@ -1,13 +1,11 @@
-#include "daemons/mribd/control.h"
-
-#include "daemons/control_table.h"
-#include "daemons/mribd_messages.h"
-
 #include <gtest/gtest.h>
-
 #include <optional>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "daemons/control_table.h"
+#include "daemons/mribd/control.h"
+#include "daemons/mribd_messages.h"
 
 using namespace mribd;
 using namespace mribd_test;
@@ -88,7 +86,7 @@ TEST_F(MribdControl, ARouteWithoutUpstreamOrKernelEntrySaysSo)
 TEST_F(MribdControl, PagesOfAnySizeShowEveryRouteOnce)
 {
     ipv4.router.watch_sources(true);
-    for (unsigned number = 1; number <= 600; number++) {
+    for (unsigned number = 1; number <= 600; ++number) {
         ipv4.show_local_source(number);
     }
     ipv6.join(1, 2, "ff3e::1", "fd00::1");
@@ -96,7 +94,7 @@ TEST_F(MribdControl, PagesOfAnySizeShowEveryRouteOnce)
     ASSERT_EQ(whole.size(), 601u);
     EXPECT_EQ(table(registry(), mcastd::ROUTE_TABLE, 7), whole);
     EXPECT_EQ(table(registry(), mcastd::ROUTE_TABLE, 1), whole);
-    for (size_t i = 1; i < whole.size(); i++) {
+    for (size_t i = 1; i < whole.size(); ++i) {
         EXPECT_LT(mcastd::compare_keys(whole[i - 1], whole[i], 3), 0) << i;
     }
 }

@@ -2,6 +2,9 @@
  * Instances of one family beside each other: what clients say of one does not touch another, whatever groups,
  * sources and addresses they share.
  */
+#include <gtest/gtest.h>
+#include <net/if.h>
+
 #include "daemons/common/reactor.h"
 #include "daemons/mribd/host_environment.h"
 #include "daemons/mribd/plane.h"
@@ -10,10 +13,6 @@
 #include "host/namespace.h"
 #include "mcasthost/config.h"
 #include "mcasthost/loop.h"
-
-#include <gtest/gtest.h>
-
-#include <net/if.h>
 
 using namespace mribd;
 using namespace mribd_test;
@@ -198,7 +197,7 @@ TEST_P(InstancesTest, DesignatedRoutersAreToldByInstance)
     clients.configure("[[mribd.instance]]\nvrf = 5\n[[mribd.instance]]\nvrf = 6\nenabled = false\n");
     clients.policy.refresh();
     unsigned told = 0;
-    clients.routers.on_designated_router([&] { told++; });
+    clients.routers.on_designated_router([&] { ++told; });
     alert(MRIB_TLV_GMP_ENABLE, 0, 2, 1);
     alert(MRIB_TLV_GMP_ENABLE, RED, 3, 1);
     alert(MRIB_TLV_GMP_ENABLE, BLUE, 4, 1);

@@ -2,20 +2,19 @@
  * mribd against the running kernel, in a network namespace of the test's own: a veth pair whose one end
  * routes and whose other end is the wire into which packets are put.
  */
+#include <gtest/gtest.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <poll.h>
+#include <unistd.h>
+#include <linux/if_packet.h>
+
 #include "daemons/common/reactor.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/host_environment.h"
 #include "daemons/mribd/kernel_mroute.h"
 #include "daemons/mribd_support.h"
 #include "host/namespace.h"
-
-#include <gtest/gtest.h>
-
-#include <linux/if_packet.h>
-#include <net/ethernet.h>
-#include <net/if.h>
-#include <poll.h>
-#include <unistd.h>
 
 using namespace mribd;
 using mribd_test::address;
@@ -95,7 +94,7 @@ void make_link(const std::string &name)
 bool put_until_told(KernelMroute &kernel, const std::string &interface, const Family &family)
 {
     pollfd waiting{kernel.descriptor(), POLLIN, 0};
-    for (int tries = 0; tries < 100; tries++) {
+    for (int tries = 0; tries < 100; ++tries) {
         put_on_wire(interface, family);
         if (poll(&waiting, 1, 100) == 1) {
             kernel.receive(16);
@@ -310,7 +309,7 @@ TEST(HostEnvironment, KnowsLinksSubnetsRoutesAndOwnAddresses)
         const uint32_t one = if_nametoindex("one");
         // The kernel tells IPv6 addresses, and makes routes usable, a moment after the command.
         const auto eventually = [&reactor](const std::function<bool()> &condition) {
-            for (int round = 0; round < 500 && !condition(); round++) {
+            for (int round = 0; round < 500 && !condition(); ++round) {
                 EXPECT_TRUE(reactor.run_once(10));
             }
             return condition();
@@ -345,12 +344,12 @@ TEST(HostEnvironment, TellsWhatChangesAround)
         unsigned routes = 0;
         std::vector<uint32_t> removed;
         HostEnvironment::Events events;
-        events.links_changed = [&links] { links++; };
+        events.links_changed = [&links] { ++links; };
         events.link_removed = [&removed](uint32_t if_index) { removed.push_back(if_index); };
-        events.routes_changed = [&routes](uint8_t, const uint8_t *, unsigned) { routes++; };
+        events.routes_changed = [&routes](uint8_t, const uint8_t *, unsigned) { ++routes; };
         ASSERT_TRUE(environment.open(reactor.descriptor(), events));
         const auto serve_until = [&reactor](const std::function<bool()> &done) {
-            for (int round = 0; round < 100 && !done(); round++) {
+            for (int round = 0; round < 100 && !done(); ++round) {
                 ASSERT_TRUE(reactor.run_once(1000));
             }
             EXPECT_TRUE(done());

@@ -2,13 +2,12 @@
  * What a GMP daemon wanted outlives it for the hold time: forwarding goes on, its successor's word counts for
  * whatever it speaks of, and the rest ends.
  */
+#include <gtest/gtest.h>
+#include <optional>
+
 #include "daemons/mribd/lost_clients.h"
 #include "daemons/mribd_support.h"
 #include "support/scripted_timer.h"
-
-#include <gtest/gtest.h>
-
-#include <optional>
 
 using namespace mribd;
 using namespace mribd_test;
@@ -75,7 +74,6 @@ protected:
 TEST_P(MribdLostClients, ForwardingGoesOnUntilTheHoldTimeEnds)
 {
     const int sets = bench.kernel.sets;
-
     lose(OLD);
     pass(HOLD_S - 1);
     EXPECT_EQ(forwards(), (Interfaces{2, 3}));
@@ -90,7 +88,6 @@ TEST_P(MribdLostClients, ForwardingGoesOnUntilTheHoldTimeEnds)
 TEST_P(MribdLostClients, WhatTheSuccessorSaysAgainStaysAndTheRestEnds)
 {
     const int sets = bench.kernel.sets;
-
     lose(OLD);
     start(NEW);
     bench.join(NEW, 2, group);

@@ -1,9 +1,8 @@
-#include "daemons/mribd_support.h"
-
 #include <gtest/gtest.h>
-
 #include <random>
 #include <tuple>
+
+#include "daemons/mribd_support.h"
 
 using namespace mribd;
 using mribd_test::address;
@@ -171,7 +170,7 @@ TEST(MemberTable, AgreesWithTheRuleOnRandomReports)
     MemberTable table(MCAST_FAMILY_IPV4);
     using Fact = std::tuple<ClientId, uint32_t, std::string, std::string, Kind>;
     std::set<Fact> facts;
-    for (int step = 0; step < 20000; step++) {
+    for (int step = 0; step < 20000; ++step) {
         const ClientId client = 1 + pick(3);
         const uint32_t if_index = 1 + pick(4);
         const std::string group = "239.0.0." + std::to_string(1 + pick(3));
@@ -190,8 +189,8 @@ TEST(MemberTable, AgreesWithTheRuleOnRandomReports)
         }
         const MCAST_ADDR_S asked = address("10.0.0." + std::to_string(1 + pick(3)));
         Indexes expected;
-        for (uint32_t i = 1; i <= 4; i++) {
-            for (ClientId c = 1; c <= 3; c++) {
+        for (uint32_t i = 1; i <= 4; ++i) {
+            for (ClientId c = 1; c <= 3; ++c) {
                 const bool direct = facts.contains({c, i, group, text(asked), Kind::Join});
                 const bool any = facts.contains({c, i, group, "*", Kind::Join});
                 if (direct || (any && !facts.contains({c, i, group, text(asked), Kind::Block}))) {

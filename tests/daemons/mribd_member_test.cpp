@@ -1,10 +1,9 @@
 // Members at mribd's port: clients that register for classes of events and change their mind.
-#include "daemons/mribd/session.h"
-
-#include "daemons/mribd_messages.h"
-
 #include <array>
 #include <gtest/gtest.h>
+
+#include "daemons/mribd/session.h"
+#include "daemons/mribd_messages.h"
 
 using namespace mribd;
 using namespace mribd_test;

@@ -4,12 +4,12 @@
 #ifndef TESTS_DAEMONS_MRIBD_MESSAGES_H
 #define TESTS_DAEMONS_MRIBD_MESSAGES_H
 
+#include <cstring>
+#include <vector>
+
 #include "daemons/mribd/outbox.h"
 #include "daemons/mribd_support.h"
 #include "mcast/mrib_message.h"
-
-#include <cstring>
-#include <vector>
 
 namespace mribd_test
 {

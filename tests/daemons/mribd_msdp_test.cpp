@@ -1,10 +1,8 @@
-#include "daemons/mribd/msdp_exchange.h"
-
-#include "daemons/mribd_messages.h"
-
 #include <gtest/gtest.h>
-
 #include <set>
+
+#include "daemons/mribd/msdp_exchange.h"
+#include "daemons/mribd_messages.h"
 
 using namespace mribd;
 using namespace mribd_test;
@@ -127,7 +125,6 @@ TEST_F(MsdpTest, TheFirstJoinOfAnySourceIsAskedAboutWhileRequestsAreEnabled)
         const auto bytes = Message().add_register(FAMILY).add_join(FAMILY, 2, group, source, join).bytes();
         EXPECT_TRUE(other.take_message(bytes.data(), bytes.size(), false));
     };
-
     clients.msdp.on_request([this](const MCAST_ADDR_S &group) { session.tell_request(group); });
     take(Message().add_register(FAMILY, MRIB_CAP_BASE | MRIB_CAP_MSDP_REMOTE_SRC));
     asked();
@@ -282,7 +279,7 @@ TEST_F(MsdpTest, InstanceThatIsConfiguredNoLongerLosesItsRemoteSources)
 
 TEST_F(MsdpTest, RemoteSourcesAreBounded)
 {
-    for (int i = 1; i <= 7; i++) {
+    for (int i = 1; i <= 7; ++i) {
         remote("239.1.1.1", "10.9.0." + std::to_string(i));
     }
     EXPECT_EQ(clients.msdp.remote_count(), 5u);

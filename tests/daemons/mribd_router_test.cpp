@@ -1,6 +1,6 @@
-#include "daemons/mribd_support.h"
-
 #include <gtest/gtest.h>
+
+#include "daemons/mribd_support.h"
 
 using namespace mribd;
 using namespace mribd_test;
@@ -334,7 +334,7 @@ TEST_P(RouterTest, SourceOnALinkIsLocalWhileItSends)
 TEST_P(RouterTest, SourceBehindAnotherRouterIsNotLocal)
 {
     int told = 0;
-    bench.router.on_local_source([&](const MCAST_ADDR_S &, const MCAST_ADDR_S &, bool) { told++; });
+    bench.router.on_local_source([&](const MCAST_ADDR_S &, const MCAST_ADDR_S &, bool) { ++told; });
     bench.router.watch_sources(true);
     bench.environment.routes[source] = {1, false};
     bench.settle();
@@ -455,7 +455,7 @@ TEST_P(RouterTest, ManyEntriesAreWorkedOffABoundedNumberAtATime)
 {
     Bench large(GetParam().family, 10000);
     large.join(1, 2, group);
-    for (int i = 0; i < 2000; i++) {
+    for (int i = 0; i < 2000; ++i) {
         MCAST_ADDR_S from = address(source);
         from.address[2] = static_cast<uint8_t>(i >> 8);
         from.address[3] = static_cast<uint8_t>(i);

@@ -1,12 +1,10 @@
-#include "daemons/mribd/session.h"
+#include <array>
+#include <gtest/gtest.h>
+#include <random>
 
+#include "daemons/mribd/session.h"
 #include "daemons/mribd/status.h"
 #include "daemons/mribd_messages.h"
-
-#include <gtest/gtest.h>
-
-#include <array>
-#include <random>
 
 using namespace mribd;
 using namespace mribd_test;
@@ -246,7 +244,7 @@ TEST_P(SessionTest, WrongUserRecordsAreCountedByWhatIsWrong)
 TEST_P(SessionTest, UsersBeyondTheLimitAreCountedAndKnownOnesStillChange)
 {
     introduce();
-    for (uint32_t i = 0; i < UserRegistry::LIMIT; i++) {
+    for (uint32_t i = 0; i < UserRegistry::LIMIT; ++i) {
         ASSERT_TRUE(clients.users.set(5, i + 1, {}));
     }
     take(Message().add(MRIB_TLV_MAUTH_USER_INFO, user_record(family, 0xD0000000, 1, 1, 7)));
@@ -259,7 +257,7 @@ TEST_P(SessionTest, MalformedMessageIsCountedAndCostsNoMore)
 {
     introduce();
     const auto whole = Message().add_join(family, 2, group).add_join(family, 3, group).bytes();
-    for (size_t size = 0; size < whole.size(); size++) {
+    for (size_t size = 0; size < whole.size(); ++size) {
         const std::vector<uint8_t> part(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size));
         EXPECT_TRUE(session.take_message(part.data(), part.size(), NOT_TRUNCATED));
     }
@@ -284,9 +282,9 @@ TEST_P(SessionTest, RandomBytesAreSurvived)
                            .add_alert(MRIB_TLV_GMP_ENABLE, family, 2, 1)
                            .add_request(MRIB_TLV_REQ_PIM_DR, family)
                            .bytes();
-    for (int i = 0; i < 20000; i++) {
+    for (int i = 0; i < 20000; ++i) {
         auto bytes = valid;
-        for (auto changes = 1 + random() % 6; changes > 0; changes--) {
+        for (auto changes = 1 + random() % 6; changes > 0; --changes) {
             bytes[4 + random() % (bytes.size() - 4)] = static_cast<uint8_t>(random());
         }
         bytes.resize(random() % (bytes.size() + 1));
@@ -300,7 +298,7 @@ TEST_P(SessionTest, FreshStartSendsTheStateAndAsksTheClientToAskAgain)
 {
     introduce();
     const auto request = Message().add_request(MRIB_TLV_REQ_VRF_STATE, family);
-    for (int i = 0; i < 100000 && !session.outbox().has_overflowed(); i++) {
+    for (int i = 0; i < 100000 && !session.outbox().has_overflowed(); ++i) {
         take(request);
     }
     ASSERT_TRUE(session.outbox().has_overflowed());

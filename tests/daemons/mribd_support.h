@@ -5,10 +5,6 @@
 #ifndef TESTS_DAEMONS_MRIBD_SUPPORT_H
 #define TESTS_DAEMONS_MRIBD_SUPPORT_H
 
-#include "daemons/common/log.h"
-#include "daemons/mribd/address.h"
-#include "daemons/mribd/session.h"
-
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
@@ -17,6 +13,10 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "daemons/common/log.h"
+#include "daemons/mribd/address.h"
+#include "daemons/mribd/session.h"
 
 namespace mribd_test
 {
@@ -54,7 +54,7 @@ public:
     {
         for (const auto &[key, entry] : entries) {
             if ((entry.outgoing >> vif & 1) != 0 || entry.parent == vif) {
-                dangling++; // the number may get a new meaning while an entry uses it
+                ++dangling; // the number may get a new meaning while an entry uses it
             }
         }
         return vifs.erase(vif) == 1 ? 0 : EADDRNOTAVAIL;
@@ -66,7 +66,7 @@ public:
         if (next_set_error != 0) {
             return std::exchange(next_set_error, 0);
         }
-        sets++;
+        ++sets;
         entries[{mribd::text(source), mribd::text(group)}] = {parent, outgoing};
         return 0;
     }
@@ -150,7 +150,7 @@ public:
     // Routes of an instance are entered as "5:10.0.0.1", those of the public one without a number.
     Route route_to(uint16_t vrf_index, const MCAST_ADDR_S &source) const override
     {
-        lookups++;
+        ++lookups;
         const std::string prefix = vrf_index == 0 ? "" : std::to_string(vrf_index) + ":";
         const auto found = routes.find(prefix + mribd::text(source));
         return found == routes.end() ? Route{} : found->second;
@@ -262,7 +262,7 @@ struct Bench {
             return {-1};
         }
         std::vector<int> result;
-        for (unsigned vif = 0; vif < mribd::MAX_VIFS; vif++) {
+        for (unsigned vif = 0; vif < mribd::MAX_VIFS; ++vif) {
             if ((found->second.outgoing >> vif & 1) != 0) {
                 result.push_back(static_cast<int>(kernel.vifs.at(vif)));
             }

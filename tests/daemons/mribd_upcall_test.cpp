@@ -1,10 +1,8 @@
-#include "daemons/mribd/upcall.h"
+#include <gtest/gtest.h>
+#include <vector>
 
 #include "daemons/mribd/address.h"
-
-#include <gtest/gtest.h>
-
-#include <vector>
+#include "daemons/mribd/upcall.h"
 
 using namespace mribd;
 
@@ -69,12 +67,12 @@ TEST(Upcall, IgnoresPacketsOtherKindsAndShortOnes)
     auto whole = NO_ENTRY4;
     whole[8] = 3;
     EXPECT_FALSE(parse_upcall(MCAST_FAMILY_IPV4, whole.data(), whole.size()));
-    for (size_t size = 0; size < NO_ENTRY4.size(); size++) {
+    for (size_t size = 0; size < NO_ENTRY4.size(); ++size) {
         const std::vector<uint8_t> part(NO_ENTRY4.begin(), NO_ENTRY4.begin() + static_cast<ptrdiff_t>(size));
         EXPECT_FALSE(parse_upcall(MCAST_FAMILY_IPV4, part.data(), part.size()));
     }
     const auto full = no_entry6();
-    for (size_t size = 0; size < full.size(); size++) {
+    for (size_t size = 0; size < full.size(); ++size) {
         const std::vector<uint8_t> part(full.begin(), full.begin() + static_cast<ptrdiff_t>(size));
         EXPECT_FALSE(parse_upcall(MCAST_FAMILY_IPV6, part.data(), part.size()));
     }

@@ -2,15 +2,13 @@
  * Views and their differences as a client applies them: Mirror does with each record what the channel's
  * client end does, so that after any sequence of changes it must hold what the view says.
  */
-#include "daemons/mribd/view.h"
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <random>
 
+#include "daemons/mribd/view.h"
 #include "daemons/mribd/view_records.h"
 #include "daemons/mribd_messages.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <random>
 
 using namespace mribd;
 using namespace mribd_test;
@@ -167,7 +165,7 @@ TEST(View, EachFamilyHasItsOwnRangesScopeAndNumbers)
 std::vector<Prefix> random_ranges(std::mt19937 &random)
 {
     std::vector<Prefix> ranges;
-    for (auto left = random() % 40; left > 0; left--) {
+    for (auto left = random() % 40; left > 0; --left) {
         const std::string bytes = std::to_string(random() % 3) + "." + std::to_string(random() % 256) + ".";
         ranges.push_back(range("239." + bytes + "0/" + std::to_string(8 + random() % 17)));
     }
@@ -187,7 +185,7 @@ TEST(View, RangesAreThoseThatNoOtherHoldsAndNoneIsTakenAwayThatStaysBlocked)
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
     View before = view_of({});
-    for (int i = 0; i < 2000; i++) {
+    for (int i = 0; i < 2000; ++i) {
         const std::vector<Prefix> ranges = random_ranges(random);
         const auto is_held = [&ranges](const Prefix &one) {
             return std::any_of(ranges.begin(), ranges.end(),
@@ -290,11 +288,11 @@ View random_view(std::mt19937 &random, uint8_t family)
         config.instances[vrf_index].enabled = random() % 4 != 0;
         config.instances[vrf_index].ssm_acl.fill(random() % 2 != 0 ? 2000 : MCAST_NONE);
     }
-    for (unsigned number = 1; number <= 4; number++) {
+    for (unsigned number = 1; number <= 4; ++number) {
         InterfaceConfig interface;
         interface.name = "if" + std::to_string(number);
         interface.vrf_index = number == 4 ? 5 : 0;
-        for (auto ranges = random() % 4; ranges > 0; ranges--) {
+        for (auto ranges = random() % 4; ranges > 0; --ranges) {
             const std::string bits = "/" + std::to_string(8 + random() % 9);
             const std::string byte = std::to_string(random() % 2 != 0 ? 0 : 1 << random() % 8);
             interface.boundaries.push_back(family == MCAST_FAMILY_IPV4
@@ -319,7 +317,7 @@ TEST(ViewChanges, AnySequenceLeavesTheClientWithTheView)
         View current = random_view(random, family);
         Mirror mirror;
         mirror.view = current;
-        for (int i = 0; i < 2000; i++) {
+        for (int i = 0; i < 2000; ++i) {
             const View next = random_view(random, family);
             mirror.apply(changes(current, next, EVERYTHING, family));
             current = next;

@@ -1,8 +1,7 @@
-#include "daemons/mribd_support.h"
-
 #include <gtest/gtest.h>
-
 #include <numeric>
+
+#include "daemons/mribd_support.h"
 
 using namespace mribd;
 using namespace mribd_test;

@@ -132,7 +132,6 @@ TEST_F(MsdpdCache, OriginatorsAreCountedInTheirOrder)
         });
         return seen;
     };
-
     EXPECT_EQ(visit(0, 9), "");
     for (unsigned rp = 9; rp > 0; --rp) {
         learn(pair(rp, 1), 1, rp);
@@ -179,7 +178,6 @@ TEST_F(MsdpdCache, AVisitGoesOnWhereItWasStoppedAndMissesNothingThatStays)
 TEST_F(MsdpdCache, AVisitOfAGroupSeesIt)
 {
     std::string seen;
-
     learn(pair(1, 1));
     learn(pair(2, 2));
     learn(pair(1, 2));

@@ -6,11 +6,10 @@
  * The clock starts so that milliseconds since boot pass 2^32 within the day. MSDPD_RANDOM_SEED repeats a run.
  */
 #include <cstdlib>
+#include <gtest/gtest.h>
 #include <random>
 #include <set>
 #include <sstream>
-
-#include <gtest/gtest.h>
 
 #include "daemons/msdpd/wire.h"
 #include "tests/daemons/msdpd_lab.h"
@@ -123,7 +122,6 @@ private:
     void forget()
     {
         std::multiset<std::string> expected;
-
         for (auto entry = ends_.begin(); entry != ends_.end();) {
             if (entry->second == now_) {
                 expected.insert("-" + entry->first);
@@ -138,7 +136,6 @@ private:
     void listen(unsigned number, Connection &connection)
     {
         const std::string said = lab_.sent(number);
-
         if (!said.empty()) {
             connection.spoke = now_;
         }
@@ -179,7 +176,6 @@ private:
     static std::multiset<std::string> words(const std::string &line)
     {
         std::istringstream in(line);
-
         return {std::istream_iterator<std::string>(in), {}};
     }
 

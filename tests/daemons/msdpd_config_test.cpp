@@ -30,7 +30,6 @@ const PeerConfig &only_peer(const Config &config)
 TEST(MsdpdConfig, AnEmptyFileIsTheDefault)
 {
     const Config config = read("");
-
     EXPECT_TRUE(config.peers.empty());
     EXPECT_EQ(config.originator, Ipv4{});
     EXPECT_EQ(config.originate_filter, MCAST_NONE);
@@ -46,7 +45,6 @@ TEST(MsdpdConfig, APeerNeedsItsTwoAddresses)
 {
     const Config config = read(PEER);
     const PeerConfig &peer = only_peer(config);
-
     EXPECT_EQ(to_text(peer.address), "10.0.0.2");
     EXPECT_EQ(to_text(peer.local_address), "10.0.0.1");
     EXPECT_TRUE(peer.enabled);
@@ -87,7 +85,6 @@ default_peer = true
 sa_request = true
 )");
     const PeerConfig &peer = only_peer(config);
-
     EXPECT_EQ(to_text(config.originator), "10.0.0.9");
     EXPECT_EQ(config.originate_filter, 3003u);
     EXPECT_EQ(config.keepalive_s, 6u);
@@ -142,7 +139,6 @@ TEST(MsdpdConfig, TheExampleLoads)
 {
     Config config;
     std::string error;
-
     ASSERT_TRUE(mcastd::load_config(
         EXAMPLE_CONFIG, "msdpd", [&config](mcastd::ConfigTable &table) { config = read_config(table); },
         &error))

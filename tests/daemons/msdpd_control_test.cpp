@@ -128,7 +128,6 @@ TEST_F(MsdpdControl, TheCacheIsClearedWholeOrByGroup)
     const auto clear = [this](const ControlFields &arguments) {
         return command(server.registry(), mcastd::COMMAND_CLEAR_MSDP_CACHE, arguments).status;
     };
-
     lab.establish(1);
     lab.announce(1, {pair(1, 1), pair(1, 2), pair(2, 2)});
     EXPECT_EQ(clear({address(pair(0, 2).group)}), mcastd::ControlStatus::Done);

@@ -27,7 +27,6 @@ Lab mesh_lab()
 TEST(MsdpdFlow, AnAnnouncementIsKeptToldAndPassedOnToTheOthers)
 {
     Lab lab({1, 2, 200});
-
     lab.establish({1, 2, 200});
     lab.announce(1, {pair(1, 1), pair(2, 1)});
     EXPECT_EQ(lab.cache(), "1>1 2>1");
@@ -40,7 +39,6 @@ TEST(MsdpdFlow, AnAnnouncementIsKeptToldAndPassedOnToTheOthers)
 TEST(MsdpdFlow, OnlyTheRpfPeerIsBelieved)
 {
     Lab lab({1, 2}, [](Config &config) { config.peers.at(peer_address(1)).rpf = {{FAR, 32}}; });
-
     lab.establish({1, 2});
     lab.announce(2, FAR, {pair(1, 1)});
     EXPECT_EQ(lab.cache(), "");
@@ -54,7 +52,6 @@ TEST(MsdpdFlow, OnlyTheRpfPeerIsBelieved)
 TEST(MsdpdFlow, AMeshGroupIsBelievedAndNotTold)
 {
     Lab lab = mesh_lab();
-
     lab.establish({1, 2, 3, 4});
     lab.announce(1, FAR, {pair(1, 1)});
     EXPECT_EQ(lab.cache(), "1>1");
@@ -66,7 +63,6 @@ TEST(MsdpdFlow, AMeshGroupIsBelievedAndNotTold)
 TEST(MsdpdFlow, AMeshGroupIsToldWhatComesFromOutside)
 {
     Lab lab = mesh_lab();
-
     lab.establish({1, 2, 3, 4});
     lab.announce(3, {pair(1, 1)});
     EXPECT_EQ(lab.sent(1), "sa 3 1>1");
@@ -80,7 +76,6 @@ TEST(MsdpdFlow, TwoMeshGroupsTellEachOther)
         config.peers.at(peer_address(1)).mesh_group = "m";
         config.peers.at(peer_address(2)).mesh_group = "n";
     });
-
     lab.establish({1, 2});
     lab.announce(1, FAR, {pair(1, 1)});
     EXPECT_EQ(lab.sent(2), "sa 1 1>1");
@@ -89,7 +84,6 @@ TEST(MsdpdFlow, TwoMeshGroupsTellEachOther)
 TEST(MsdpdFlow, AnOriginatorIsNotToldItsOwnSources)
 {
     Lab lab = mesh_lab();
-
     lab.establish({1, 2, 3, 4});
     lab.announce(1, peer_address(3), {pair(1, 1)});
     EXPECT_EQ(lab.sent(3), "");
@@ -99,7 +93,6 @@ TEST(MsdpdFlow, AnOriginatorIsNotToldItsOwnSources)
 TEST(MsdpdFlow, ARefreshIsPassedOnOnceInTheHoldDownTime)
 {
     Lab lab({1, 2});
-
     lab.establish({1, 2});
     lab.announce(1, {pair(1, 1)});
     EXPECT_EQ(lab.sent(2), "sa 1 1>1");
@@ -115,7 +108,6 @@ TEST(MsdpdFlow, ARefreshIsPassedOnOnceInTheHoldDownTime)
 TEST(MsdpdFlow, OriginatorsThatTakeTurnsDoNotGetAroundTheHoldDownTime)
 {
     Lab lab({1, 2});
-
     lab.establish({1, 2});
     lab.announce(1, {pair(1, 1)});
     EXPECT_EQ(lab.sent(2), "sa 1 1>1");
@@ -156,7 +148,6 @@ TEST(MsdpdFlow, AddressesThatCannotBeAreDropped)
 TEST(MsdpdFlow, OriginatorsThatCannotBeAreDropped)
 {
     Lab lab({1}, [](Config &config) { config.originator = FAR; });
-
     lab.establish(1);
     lab.announce(1, {0xef000001}, {pair(1, 1)});
     lab.announce(1, {0}, {pair(1, 1)});
@@ -170,7 +161,6 @@ TEST(MsdpdFlow, DataIsIgnoredAndItsEntryKept)
 {
     Lab lab({1});
     Bytes message = build_source_active(TLV_SOURCE_ACTIVE, peer_address(1), std::array{pair(1, 1)});
-
     message.resize(message.size() + 100);
     message[2] = static_cast<uint8_t>(message.size());
     lab.establish(1);
@@ -185,7 +175,6 @@ TEST(MsdpdFlow, FiltersDecideWhatComesInAndGoesOut)
         config.peers.at(peer_address(1)).filter_in = 2001;
         config.peers.at(peer_address(2)).filter_out = 3001;
     });
-
     load_lists();
     lab.establish({1, 2, 3});
     lab.announce(1, {pair(1, 1), pair(2, 1), pair(1, 2)});
@@ -199,7 +188,6 @@ TEST(MsdpdFlow, FiltersDecideWhatComesInAndGoesOut)
 TEST(MsdpdFlow, APeerAboveItsLimitIsRefusedAndKeepsWhatItHas)
 {
     Lab lab({1, 2}, [](Config &config) { config.peers.at(peer_address(1)).sa_limit = 2; });
-
     lab.establish({1, 2});
     lab.announce(1, {pair(1, 1), pair(2, 1), pair(3, 1)});
     EXPECT_EQ(lab.cache(), "1>1 2>1");
@@ -226,7 +214,6 @@ TEST(MsdpdFlow, AWarningComesAtNinetyFivePercentAndAgainBelowNinety)
         }
         log = testing::internal::GetCapturedStderr();
     };
-
     mcastd::log_open("msdpd", mcastd::LogLevel::Warning);
     lab.establish(1);
     announce(1, 94);
@@ -246,7 +233,6 @@ TEST(MsdpdFlow, AWarningComesAtNinetyFivePercentAndAgainBelowNinety)
 TEST(MsdpdFlow, ANewConnectionIsToldEverythingThatIsForIt)
 {
     Lab lab = mesh_lab();
-
     lab.mrib.local = {pair(1, 9), pair(2, 9), pair(3, 9), pair(4, 9)};
     lab.establish({1, 3});
     lab.announce(1, FAR, {pair(1, 1)});
@@ -266,7 +252,6 @@ TEST(MsdpdFlow, ANewConnectionIsToldEverythingThatIsForIt)
 TEST(MsdpdFlow, LocalSourcesAreAnnouncedOnceInAnInterval)
 {
     Lab lab({1}, [](Config &config) { config.advertisement_s = 50; });
-
     lab.establish(1);
     lab.mrib.local = {pair(1, 1), pair(2, 1)};
     lab.pass(50);
@@ -282,7 +267,6 @@ TEST(MsdpdFlow, LocalSourcesAreAnnouncedOnceInAnInterval)
 TEST(MsdpdFlow, ManyLocalSourcesAreSpreadOverTheInterval)
 {
     Lab lab({1});
-
     lab.establish(1);
     for (unsigned source = 1; source <= 7; ++source) {
         lab.mrib.local.push_back(pair(source, 1));
@@ -308,7 +292,6 @@ TEST(MsdpdFlow, ALocalSourceIsAnnouncedWhenItAppears)
         config.advertisement_s = 50;
         config.peers.at(peer_address(2)).mesh_group = "m";
     });
-
     load_lists();
     lab.establish({1, 2});
     advertise_fresh(*lab.speaker, peer_address(100), pair(1, 1));
@@ -329,7 +312,6 @@ TEST(MsdpdFlow, ALocalSourceIsAnnouncedWhenItAppears)
 TEST(MsdpdFlow, MoreFreshSourcesThanAMessageHoldsFillSeveral)
 {
     Lab lab({1});
-
     lab.establish(1);
     for (unsigned source = 0; source < 300; ++source) {
         advertise_fresh(*lab.speaker, peer_address(100), pair(1, 1 + source));
@@ -342,7 +324,6 @@ TEST(MsdpdFlow, MoreFreshSourcesThanAMessageHoldsFillSeveral)
 TEST(MsdpdFlow, ARequestIsAnsweredWithWhatIsKnown)
 {
     Lab lab({1, 2, 3});
-
     lab.establish({1, 2, 3});
     lab.mrib.local = {pair(9, 1), pair(9, 2)};
     lab.announce(1, {pair(1, 1), pair(1, 2)});
@@ -361,7 +342,6 @@ TEST(MsdpdFlow, ARequestIsAnsweredWithWhatIsKnown)
 TEST(MsdpdFlow, OnlyPeersThatAreToBeAskedAre)
 {
     Lab lab({1, 2}, [](Config &config) { config.peers.at(peer_address(1)).sa_request = true; });
-
     lab.establish({1, 2});
     ask_for_sources(*lab.speaker, pair(0, 1).group);
     EXPECT_EQ(lab.sent(1), "request 1");
@@ -377,7 +357,6 @@ TEST(MsdpdFlow, OnlyPeersThatAreToBeAskedAre)
 TEST(MsdpdFlow, AConnectionThatEndsTakesNothingAlong)
 {
     Lab lab({1, 2});
-
     lab.establish({1, 2});
     lab.announce(1, {pair(1, 1)});
     peer_lost(lab.peer(1), "closed");

@@ -12,7 +12,6 @@ bool FakeMrib::next_local(uint32_t acl, Ipv4 group, MRIB_MSDP_CURSOR_S *cursor, 
 {
     constexpr uint32_t BATCH = 3;
     size_t at = cursor->source_be; // the place in the table: the cursor is ours to use
-
     asked_acl = acl;
     batch->rp_be = to_network(peer_address(100));
     for (; at < local.size() && batch->count < BATCH; ++at) {
@@ -136,7 +135,6 @@ std::string Lab::cache()
 {
     std::string line;
     SaCache::Cursor cursor;
-
     speaker->cache.visit(&cursor, [&line](const SaEntry &entry) {
         append(&line, text(entry.pair()));
         return true;

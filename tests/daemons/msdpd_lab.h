@@ -84,7 +84,6 @@ public:
     std::optional<msdpd::Route> route_to(Ipv4 address) override
     {
         const auto found = routes.find(address);
-
         return found == routes.end() ? std::nullopt : std::optional(found->second);
     }
 

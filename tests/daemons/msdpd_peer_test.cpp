@@ -11,7 +11,6 @@ using namespace msdpd_test;
 TEST(MsdpdPeer, TheHigherAddressListens)
 {
     Lab lab({50});
-
     EXPECT_EQ(lab.state(50), "listening");
     EXPECT_EQ(lab.transport.calls, "");
     EXPECT_TRUE(peer_may_accept(lab.peer(50)));
@@ -20,7 +19,6 @@ TEST(MsdpdPeer, TheHigherAddressListens)
 TEST(MsdpdPeer, TheLowerAddressConnectsAndTakesNoConnection)
 {
     Lab lab({200});
-
     EXPECT_EQ(lab.state(200), "connecting");
     EXPECT_EQ(lab.transport.calls, "disconnect 200 connect 200");
     EXPECT_FALSE(peer_may_accept(lab.peer(200)));
@@ -33,7 +31,6 @@ TEST(MsdpdPeer, ADisabledPeerDoesNeither)
             peer.enabled = false;
         }
     });
-
     EXPECT_EQ(lab.state(50), "disabled");
     EXPECT_EQ(lab.state(200), "disabled");
     EXPECT_FALSE(peer_may_accept(lab.peer(50)));
@@ -43,7 +40,6 @@ TEST(MsdpdPeer, ADisabledPeerDoesNeither)
 TEST(MsdpdPeer, AnAttemptIsRepeatedAfterTheRetryTime)
 {
     Lab lab({200});
-
     peer_connect_failed(lab.peer(200), "refused");
     lab.transport.calls.clear();
     lab.pass(29);
@@ -56,7 +52,6 @@ TEST(MsdpdPeer, AnAttemptIsRepeatedAfterTheRetryTime)
 TEST(MsdpdPeer, AnAttemptWithoutAnswerIsGivenUpForTheNext)
 {
     Lab lab({200});
-
     lab.transport.calls.clear();
     lab.pass(60);
     EXPECT_EQ(lab.transport.calls, "disconnect 200 connect 200 disconnect 200 connect 200");
@@ -65,7 +60,6 @@ TEST(MsdpdPeer, AnAttemptWithoutAnswerIsGivenUpForTheNext)
 TEST(MsdpdPeer, AConnectionBeginsWithAKeepalive)
 {
     Lab lab({200});
-
     peer_connected(lab.peer(200));
     EXPECT_EQ(lab.state(200), "established");
     EXPECT_EQ(lab.sent(200), "keepalive");
@@ -78,7 +72,6 @@ TEST(MsdpdPeer, AConnectionBeginsWithAKeepalive)
 TEST(MsdpdPeer, KeepalivesFillSilence)
 {
     Lab lab({50});
-
     lab.establish(50);
     lab.pass(59);
     EXPECT_EQ(lab.sent(50), "");
@@ -92,7 +85,6 @@ TEST(MsdpdPeer, KeepalivesFillSilence)
 TEST(MsdpdPeer, AnyMessagePutsTheKeepaliveOff)
 {
     Lab lab({50, 51});
-
     lab.establish({50, 51});
     lab.pass(40);
     lab.announce(51, {pair(1, 1)});
@@ -107,7 +99,6 @@ TEST(MsdpdPeer, AnyMessagePutsTheKeepaliveOff)
 TEST(MsdpdPeer, WhatWaitsIsWorthAKeepalive)
 {
     Lab lab({50, 51});
-
     lab.establish({50, 51});
     lab.announce(51, {pair(1, 1)});
     lab.input(50, build_keepalive());
@@ -118,7 +109,6 @@ TEST(MsdpdPeer, WhatWaitsIsWorthAKeepalive)
 TEST(MsdpdPeer, SilenceEndsTheConnection)
 {
     Lab lab({50, 200});
-
     lab.establish({50, 200});
     lab.pass(74);
     EXPECT_EQ(lab.state(50), "established");
@@ -139,7 +129,6 @@ TEST(MsdpdPeer, SilenceEndsTheConnection)
 TEST(MsdpdPeer, AnyWholeMessageKeepsTheConnection)
 {
     Lab lab({50});
-
     lab.establish(50);
     for (int i = 0; i < 5; ++i) {
         lab.pass(70);
@@ -157,7 +146,6 @@ TEST(MsdpdPeer, MessagesArriveInPieces)
     Lab lab({50, 51});
     const Bytes message = build_source_active(TLV_SOURCE_ACTIVE, peer_address(50), std::array{pair(1, 1)});
     Bytes stream = message;
-
     stream.insert(stream.end(), message.begin(), message.end());
     lab.establish({50, 51});
     for (const uint8_t byte : stream) {
@@ -199,7 +187,6 @@ TEST(MsdpdPeer, WhatPrecedesTheMalformedCountsAndWhatFollowsDoesNot)
     Lab lab({50});
     Bytes stream = build_source_active(TLV_SOURCE_ACTIVE, peer_address(50), std::array{pair(1, 1)});
     const Bytes after = build_source_active(TLV_SOURCE_ACTIVE, peer_address(50), std::array{pair(2, 2)});
-
     stream.insert(stream.end(), {4, 0, 4, 0});
     stream.insert(stream.end(), after.begin(), after.end());
     lab.establish(50);
@@ -211,7 +198,6 @@ TEST(MsdpdPeer, WhatPrecedesTheMalformedCountsAndWhatFollowsDoesNot)
 TEST(MsdpdPeer, TypesThatAreNotKnownAreSkipped)
 {
     Lab lab({50});
-
     lab.establish(50);
     lab.input(50, {5, 0, 7, 0, 1, 0, 1}); // a notification
     lab.input(50, {6, 0, 4, 0});
@@ -222,7 +208,6 @@ TEST(MsdpdPeer, TypesThatAreNotKnownAreSkipped)
 TEST(MsdpdPeer, AListenerTakesANewConnectionInPlaceOfTheOldOne)
 {
     Lab lab({50, 200});
-
     lab.establish({50, 200});
     EXPECT_TRUE(peer_may_accept(lab.peer(50)));
     EXPECT_FALSE(peer_may_accept(lab.peer(200)));
@@ -235,7 +220,6 @@ TEST(MsdpdPeer, TimesOfTheConfigurationCount)
         config.hold_s = 5;
         config.connect_retry_s = 3;
     });
-
     lab.transport.calls.clear();
     lab.pass(3);
     EXPECT_EQ(lab.transport.calls, "disconnect 200 connect 200");

@@ -12,7 +12,6 @@ using namespace msdpd_test;
 TEST(MsdpdReload, APeerThatIsGoneTakesItsEntriesAlong)
 {
     Lab lab({1, 2});
-
     lab.establish({1, 2});
     lab.announce(1, {pair(1, 1)});
     lab.announce(2, {pair(2, 1)});
@@ -28,7 +27,6 @@ TEST(MsdpdReload, APeerThatIsGoneTakesItsEntriesAlong)
 TEST(MsdpdReload, ADisabledPeerIsLikeOneThatIsGoneAndComesBack)
 {
     Lab lab({1});
-
     lab.establish(1);
     lab.announce(1, {pair(1, 1)});
     lab.settings(1).enabled = false;
@@ -43,7 +41,6 @@ TEST(MsdpdReload, ADisabledPeerIsLikeOneThatIsGoneAndComesBack)
 TEST(MsdpdReload, ANewLocalAddressMakesANewConnectionInTheRoleItGives)
 {
     Lab lab({50});
-
     lab.establish(50);
     lab.settings(50).local_address = peer_address(20);
     lab.configure();
@@ -54,7 +51,6 @@ TEST(MsdpdReload, ANewLocalAddressMakesANewConnectionInTheRoleItGives)
 TEST(MsdpdReload, WhatDoesNotConcernTheConnectionLeavesItUp)
 {
     Lab lab({1});
-
     lab.establish(1);
     lab.announce(1, {pair(1, 1)});
     lab.settings(1).description = "new";
@@ -69,7 +65,6 @@ TEST(MsdpdReload, WhatDoesNotConcernTheConnectionLeavesItUp)
 TEST(MsdpdReload, ALowerLimitRemovesWhatIsAboveIt)
 {
     Lab lab({1});
-
     lab.establish(1);
     lab.announce(1, {pair(1, 1), pair(2, 1), pair(3, 1)});
     lab.settings(1).sa_limit = 1;
@@ -86,7 +81,6 @@ TEST(MsdpdReload, OtherListsRemoveWhatTheyDenyAndTellWhatTheyPermit)
         config.peers.at(peer_address(1)).filter_in = 2001;
         config.peers.at(peer_address(2)).filter_out = 2001;
     });
-
     load_lists();
     lab.establish({1, 2});
     lab.announce(1, {pair(1, 1)});
@@ -105,7 +99,6 @@ TEST(MsdpdReload, OtherListsRemoveWhatTheyDenyAndTellWhatTheyPermit)
 TEST(MsdpdReload, AnOriginatorThatIsThisRouterNowIsForgotten)
 {
     Lab lab({1});
-
     lab.establish(1);
     lab.announce(1, FAR, {pair(1, 1)});
     lab.config.originator = FAR;
@@ -116,7 +109,6 @@ TEST(MsdpdReload, AnOriginatorThatIsThisRouterNowIsForgotten)
 TEST(MsdpdReload, ANewIntervalBeginsAtOnce)
 {
     Lab lab({1});
-
     lab.establish(1);
     lab.mrib.local = {pair(1, 1)};
     lab.config.advertisement_s = 10;

@@ -15,7 +15,6 @@ const Ipv4 FAR = {0xc6336401}; // 198.51.100.1, an originator that is no peer
 std::string choice(Lab &lab, Ipv4 originator)
 {
     const RpfChoice chosen = rpf_peer(*lab.speaker, originator);
-
     return (chosen.peer == nullptr ? "nobody" : std::to_string(chosen.peer->config.address.number & 0xff)) +
            " " + rule_name(chosen.rule);
 }
@@ -25,7 +24,6 @@ std::string choice(Lab &lab, Ipv4 originator)
 TEST(MsdpdRpf, TheOriginatorItselfWhenItIsAPeer)
 {
     Lab lab({1, 2}, [](Config &config) { config.peers.at(peer_address(2)).default_peer = true; });
-
     lab.establish({1, 2});
     EXPECT_EQ(choice(lab, peer_address(1)), "1 originator");
 }
@@ -36,7 +34,6 @@ TEST(MsdpdRpf, APeerThatIsNotConnectedIsNobody)
         config.peers.at(peer_address(1)).rpf = {{FAR, 32}};
         config.peers.at(peer_address(2)).default_peer = true;
     });
-
     lab.routes.routes = {{FAR, {1, peer_address(3)}}};
     EXPECT_EQ(choice(lab, FAR), "nobody none");
     EXPECT_EQ(choice(lab, peer_address(1)), "nobody none");
@@ -51,7 +48,6 @@ TEST(MsdpdRpf, APeerThatIsNotConnectedIsNobody)
 TEST(MsdpdRpf, TheOnlyPeerIsBelieved)
 {
     Lab lab({1, 2}, [](Config &config) { config.peers.at(peer_address(2)).enabled = false; });
-
     EXPECT_EQ(choice(lab, FAR), "nobody none");
     lab.establish(1);
     EXPECT_EQ(choice(lab, FAR), "1 only_peer");
@@ -60,7 +56,6 @@ TEST(MsdpdRpf, TheOnlyPeerIsBelieved)
 TEST(MsdpdRpf, OneOfSeveralIsNotTheOnlyPeerWhileTheOthersAreDown)
 {
     Lab lab({1, 2});
-
     lab.establish(1);
     EXPECT_EQ(choice(lab, FAR), "nobody none");
 }
@@ -71,7 +66,6 @@ TEST(MsdpdRpf, TheLongestStaticPrefixDecides)
         config.peers.at(peer_address(1)).rpf = {{{}, 0}, {{0xc6330000}, 16}};
         config.peers.at(peer_address(2)).rpf = {{{0xc6336400}, 24}};
     });
-
     lab.establish({1, 2, 3});
     EXPECT_EQ(choice(lab, FAR), "2 static");
     EXPECT_EQ(choice(lab, {0xc6330101}), "1 static");
@@ -86,7 +80,6 @@ TEST(MsdpdRpf, AShorterPrefixDecidesWhileThePeersOfLongerOnesAreDown)
         config.peers.at(peer_address(3)).rpf = {{{0xc6336400}, 24}, {{0xc6337400}, 24}};
         config.peers.at(peer_address(4)).rpf = {{FAR, 32}};
     });
-
     EXPECT_EQ(choice(lab, FAR), "nobody none");
     lab.establish(1);
     EXPECT_EQ(choice(lab, FAR), "1 static");
@@ -109,7 +102,6 @@ TEST(MsdpdRpf, OfPeersWithTheSamePrefixTheLowestConnectedOneDecides)
         config.peers.at(peer_address(2)).rpf = {{{0xc6336400}, 24}};
         config.peers.at(peer_address(3)).rpf = {{{0xc6330000}, 16}};
     });
-
     lab.establish({2, 3});
     EXPECT_EQ(choice(lab, FAR), "2 static");
     lab.establish(1);
@@ -119,7 +111,6 @@ TEST(MsdpdRpf, OfPeersWithTheSamePrefixTheLowestConnectedOneDecides)
 TEST(MsdpdRpf, PrefixesOfANewConfigurationReplaceThoseBefore)
 {
     Lab lab({1, 2}, [](Config &config) { config.peers.at(peer_address(1)).rpf = {{FAR, 32}, {{}, 0}}; });
-
     lab.establish({1, 2});
     EXPECT_EQ(choice(lab, FAR), "1 static");
     lab.settings(1).rpf = {};
@@ -132,7 +123,6 @@ TEST(MsdpdRpf, PrefixesOfANewConfigurationReplaceThoseBefore)
 TEST(MsdpdRpf, TheNextHopGoesBeforeTheDirection)
 {
     Lab lab({1, 2});
-
     lab.establish({1, 2});
     lab.routes.routes = {
         {FAR, {7, peer_address(1)}}, {peer_address(1), {7, {}}}, {peer_address(2), {7, peer_address(1)}}};
@@ -143,7 +133,6 @@ TEST(MsdpdRpf, APeerBehindTheSameNextHopIsInTheDirection)
 {
     Lab lab({1, 2, 3});
     const Ipv4 gateway = {0x0a0a0a01};
-
     lab.establish({1, 2, 3});
     lab.routes.routes = {{FAR, {7, gateway}},
                          {peer_address(1), {7, gateway}},
@@ -155,7 +144,6 @@ TEST(MsdpdRpf, APeerBehindTheSameNextHopIsInTheDirection)
 TEST(MsdpdRpf, AnOriginatorOnALinkIsNearestToThePeersOfThatLink)
 {
     Lab lab({1, 2});
-
     lab.establish({1, 2});
     lab.routes.routes = {{FAR, {7, {}}}, {peer_address(1), {7, {}}}, {peer_address(2), {8, {}}}};
     EXPECT_EQ(choice(lab, FAR), "1 direction");
@@ -168,7 +156,6 @@ TEST(MsdpdRpf, TheFirstDefaultPeerOfTheFileThatIsConnected)
             peer.default_peer = true;
         }
     });
-
     lab.establish({5, 7});
     EXPECT_EQ(choice(lab, FAR), "5 default");
     lab.establish(9);

@@ -1,9 +1,8 @@
 /*
  * Real connections over the loopback: this router is one 127.0.0.x, the test plays the peer at another.
  */
-#include <cerrno>
-
 #include <arpa/inet.h>
+#include <cerrno>
 #include <gtest/gtest.h>
 #include <poll.h>
 
@@ -27,7 +26,6 @@ protected:
     void start(Ipv4 local, Ipv4 remote)
     {
         PeerConfig peer;
-
         peer.address = remote;
         peer.local_address = local;
         config.peers[remote] = peer;
@@ -38,7 +36,6 @@ protected:
     void start_caller()
     {
         PeerConfig peer;
-
         peer.address = HIGH;
         peer.local_address = LOW;
         config.peers[HIGH] = peer;
@@ -48,7 +45,6 @@ protected:
     static sockaddr_in name(Ipv4 address, uint16_t number)
     {
         sockaddr_in result{};
-
         result.sin_family = AF_INET;
         result.sin_addr.s_addr = to_network(address);
         result.sin_port = htons(number);
@@ -60,7 +56,6 @@ protected:
         Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         const sockaddr_in at = name(address, number);
         const int yes = 1;
-
         setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
         EXPECT_EQ(bind(socket.get(), reinterpret_cast<const sockaddr *>(&at), sizeof(at)), 0)
             << strerror(errno);
@@ -71,7 +66,6 @@ protected:
     {
         Descriptor socket = bound(from, 0);
         const sockaddr_in at = name(to, port);
-
         EXPECT_EQ(connect(socket.get(), reinterpret_cast<const sockaddr *>(&at), sizeof(at)), 0);
         return socket;
     }
@@ -88,7 +82,6 @@ protected:
     {
         char bytes[64];
         const ssize_t size = recv(socket.get(), bytes, sizeof(bytes), 0);
-
         return size <= 0 ? "" : std::string(bytes, static_cast<size_t>(size));
     }
     // A port that nobody listens on.
@@ -97,7 +90,6 @@ protected:
         const Descriptor probe = bound(HIGH, 0);
         sockaddr_in at{};
         socklen_t size = sizeof(at);
-
         EXPECT_EQ(getsockname(probe.get(), reinterpret_cast<sockaddr *>(&at), &size), 0);
         return ntohs(at.sin_port);
     }

@@ -14,7 +14,6 @@ const Bytes TWO_ENTRIES = {1,   0, 32, 2, 10, 0, 0, 1,  0,   0, 0, 32, 239, 1, 1
 Tlv tlv_of(const Bytes &bytes)
 {
     Tlv tlv{};
-
     EXPECT_EQ(next_tlv(bytes, &tlv), Framing::Complete);
     return tlv;
 }
@@ -23,7 +22,6 @@ std::string entries_of(const Bytes &bytes)
 {
     SourceActive message;
     std::string line;
-
     if (!parse_source_active(tlv_of(bytes).value, &message)) {
         return "malformed";
     }
@@ -45,7 +43,6 @@ Bytes with(Bytes bytes, size_t at, uint8_t value)
 TEST(MsdpdWire, BuildsTheBytesOfASourceActive)
 {
     const Pair pairs[] = {{{0xef010101}, {0xc0000201}}, {{0xef010102}, {0xc0000202}}};
-
     EXPECT_EQ(build_source_active(TLV_SOURCE_ACTIVE, {0x0a000001}, pairs), TWO_ENTRIES);
     EXPECT_EQ(build_source_active(TLV_RESPONSE, {0x0a000001}, pairs), with(TWO_ENTRIES, 0, 3));
 }
@@ -70,7 +67,6 @@ TEST(MsdpdWire, ReservedBytesAreIgnored)
 TEST(MsdpdWire, EntriesWithAnotherPrefixLengthAreCountedAndLeftOut)
 {
     SourceActive message;
-
     ASSERT_TRUE(parse_source_active(tlv_of(with(TWO_ENTRIES, 11, 24)).value, &message));
     EXPECT_EQ(message.ignored_entries, 1u);
     ASSERT_EQ(message.pairs.size(), 1u);
@@ -80,7 +76,6 @@ TEST(MsdpdWire, EntriesWithAnotherPrefixLengthAreCountedAndLeftOut)
 TEST(MsdpdWire, WhatFollowsTheEntriesIsData)
 {
     SourceActive message;
-
     ASSERT_TRUE(parse_source_active(tlv_of(with(TWO_ENTRIES, 3, 1)).value, &message));
     EXPECT_EQ(message.pairs.size(), 1u);
     EXPECT_EQ(message.data_size, 12u);
@@ -97,7 +92,6 @@ TEST(MsdpdWire, ACountBeyondTheMessageIsMalformed)
 TEST(MsdpdWire, ARequestHasOneLength)
 {
     Ipv4 group;
-
     EXPECT_TRUE(parse_request(tlv_of({2, 0, 8, 9, 239, 1, 1, 1}).value, &group));
     EXPECT_EQ(to_text(group), "239.1.1.1");
     EXPECT_FALSE(parse_request(tlv_of({2, 0, 7, 0, 239, 1, 1}).value, &group));
@@ -121,7 +115,6 @@ TEST(MsdpdWire, AMessageIsCompleteWithItsLastByte)
 TEST(MsdpdWire, LengthsThatNoMessageHasAreFoundAtOnce)
 {
     Tlv tlv{};
-
     EXPECT_EQ(next_tlv(Bytes{9, 0, 2}, &tlv), Framing::BadLength);
     EXPECT_EQ(next_tlv(Bytes{9, 0, 0}, &tlv), Framing::BadLength);
     EXPECT_EQ(next_tlv(Bytes{1, 9193 >> 8, 9193 & 255}, &tlv), Framing::BadLength);

@@ -5,7 +5,6 @@
 #define TESTS_DAEMONS_TRACE_CAPTURE_H
 
 #include <gtest/gtest.h>
-
 #include <sstream>
 #include <string>
 #include <vector>

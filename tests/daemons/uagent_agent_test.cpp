@@ -1,21 +1,19 @@
 /*
  * The agent against a listening socket that plays the daemon, in a runtime directory of its own.
  */
-#include "daemons/uagent/agent.h"
-
-#include "platform/local_socket.h"
-
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
+
+#include "daemons/uagent/agent.h"
+#include "platform/local_socket.h"
 
 using namespace uagent;
 
@@ -140,7 +138,7 @@ TEST_F(UagentAgent, SmallMessagesShareAPacketAndNoPacketPassesOneRead)
     std::vector<uint16_t> types;
     std::vector<size_t> sizes;
     std::string lines = "# three hundred users\n";
-    for (int i = 0; i < 300; i++) {
+    for (int i = 0; i < 300; ++i) {
         lines += "announce id=" + std::to_string(i) +
                  " node=3 kind=1 interface=lo address=10.2.0.2 group=239.1.1.1\n";
     }
@@ -212,7 +210,7 @@ TEST_F(UagentAgent, WhatADaemonThatDoesNotReadLeavesWaitingIsTold)
 {
     Daemon daemon(PORT_IPV4);
     std::string lines;
-    for (int i = 0; i < 30000; i++) {
+    for (int i = 0; i < 30000; ++i) {
         lines += "withdraw " + USER + "\n";
     }
     std::thread sender([&] { EXPECT_FALSE(run_file(lines)); });
@@ -230,7 +228,7 @@ TEST_F(UagentAgent, WhatTheSocketDoesNotTakeWaitsAndArrivesInOrder)
     std::vector<uint16_t> types;
     std::string lines;
     settings.timeout_s = 60;
-    for (int i = 0; i < 30000; i++) {
+    for (int i = 0; i < 30000; ++i) {
         lines += i % 3 == 0 ? "withdraw " + USER + "\n" : "refresh-begin node=3 kind=1\n";
     }
     bool sent = false;
@@ -240,7 +238,7 @@ TEST_F(UagentAgent, WhatTheSocketDoesNotTakeWaitsAndArrivesInOrder)
     reader.join();
     EXPECT_TRUE(sent) << error;
     ASSERT_EQ(types.size(), 30000u);
-    for (size_t i = 0; i < types.size(); i++) {
+    for (size_t i = 0; i < types.size(); ++i) {
         ASSERT_EQ(types[i], i % 3 == 0 ? 1 : 5) << i;
     }
 }
@@ -304,7 +302,7 @@ TEST_F(UagentAgent, WithReconnectTheNextDaemonIsToldEverythingAgain)
     uint8_t again[READ_MAX];
     const ssize_t size = recv(fd, first, sizeof(first), 0);
     EXPECT_GT(size, 2 * 88);
-    for (int i = 0; i < 3; i++) {
+    for (int i = 0; i < 3; ++i) {
         close(fd);
         fd = daemon.accept_one();
         ASSERT_EQ(recv(fd, again, sizeof(again), 0), size);

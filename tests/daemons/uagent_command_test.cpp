@@ -1,16 +1,15 @@
 /*
  * Commands as operators write them, right ones and wrong ones.
  */
-#include "daemons/uagent/command.h"
-
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <net/if.h>
 #include <unistd.h>
+
+#include "daemons/uagent/command.h"
 
 using namespace uagent;
 

@@ -1,12 +1,11 @@
 /*
  * The bytes of each message, and how long lists are cut.
  */
+#include <gtest/gtest.h>
+#include <net/if.h>
+
 #include "daemons/uagent/describe.h"
 #include "daemons/uagent/message.h"
-
-#include <gtest/gtest.h>
-
-#include <net/if.h>
 
 using namespace uagent;
 
@@ -30,7 +29,7 @@ Command parse(const std::string &line, uint16_t family = MCAST_FAMILY_IPV4)
 Command with_groups(const std::string &line, size_t count)
 {
     Command command = parse(line);
-    for (size_t i = 0; i < count; i++) {
+    for (size_t i = 0; i < count; ++i) {
         Permission permission;
         permission.source.family = MCAST_FAMILY_IPV4;
         permission.group.family = MCAST_FAMILY_IPV4;
@@ -45,7 +44,7 @@ Command with_groups(const std::string &line, size_t count)
 uint32_t number(const Bytes &bytes, size_t offset, size_t size)
 {
     uint32_t value = 0;
-    for (size_t i = 0; i < size; i++) {
+    for (size_t i = 0; i < size; ++i) {
         value = value << 8 | bytes.at(offset + i);
     }
     return value;

@@ -1,12 +1,11 @@
 /*
  * What an agent has told, as the commands that tell it again.
  */
+#include <gtest/gtest.h>
+#include <sstream>
+
 #include "daemons/uagent/describe.h"
 #include "daemons/uagent/told_users.h"
-
-#include <gtest/gtest.h>
-
-#include <sstream>
 
 using namespace uagent;
 
@@ -68,7 +67,6 @@ TEST(UagentToldUsers, AListThatGoesOnAddsToTheLastWholeOneUntilItEnds)
     const std::string open = announce("7", "group=239.1.1.1") +
                              "groups id=7 node=3 kind=1 group=239.1.1.2 open=yes\n"
                              "groups id=7 node=3 kind=1 group=239.1.1.3 open=yes\n";
-
     EXPECT_EQ(again_after(open), "announce 7  G1\ngroups 7  G2 G3 ...\n");
     EXPECT_EQ(again_after(open + "groups id=7 node=3 kind=1 group=239.1.1.4\n"), "announce 7  G2 G3 G4\n");
 }
@@ -76,7 +74,6 @@ TEST(UagentToldUsers, AListThatGoesOnAddsToTheLastWholeOneUntilItEnds)
 TEST(UagentToldUsers, AFirstListThatHasNotEndedStaysOpen)
 {
     const std::string open = announce("7", "group=239.1.1.1 open=yes");
-
     EXPECT_EQ(again_after(open), "announce 7  G1 ...\n");
     EXPECT_EQ(again_after(open + "groups id=7 node=3 kind=1\n"), "announce 7  G1\n");
 }
@@ -87,7 +84,6 @@ TEST(UagentToldUsers, ARefreshEndsThoseWhoWereNotAnnouncedInIt)
                                "announce id=9 node=3 kind=2 interface=0x7 address=10.2.0.2\n"
                                "announce id=7 node=4 kind=1 interface=0x7 address=10.2.0.2\n"
                                "refresh-begin node=3 kind=1\n";
-
     EXPECT_EQ(again_after(before + announce("8", "name=bob") + "refresh-end node=3 kind=1\n"),
               "announce 8 bob\nannounce 9 \nannounce 7 \n");
     EXPECT_EQ(again_after(before + announce("8", "") +

@@ -31,7 +31,6 @@ void CheckIpv4(const char *text)
     bool routable = group && (a & 0xffffff00) != 0xe0000000;
     bool source = valid && octet != 0 && octet != 127 && octet <= 223;
     bool mask = false;
-
     for (int length = 0; valid && length <= 32; ++length) {
         mask = mask || a == (length == 0 ? 0 : 0xffffffff << (32 - length));
     }
@@ -59,7 +58,6 @@ void CheckIpv6(const char *text)
     bool bare = (a[1] & 0xf0) == 0 && std::memcmp(a + 2, kZeros, 14) == 0;
     bool group = multicast && (a[1] & 0x0f) >= 3 && !bare;
     bool protocol = valid && !multicast && !wildcard && !loopback;
-
     Expect(group, MCAST_GroupIPv6Check(text));
     Expect(group, MCAST_GroupIPv6StrictCheck(text));
     Expect(multicast, MCAST_GroupIPv6Check_Ext(text));

@@ -2,11 +2,12 @@
  * Any text as the configuration file, and packets against whatever lists come out of it. A text that is
  * refused has a one-line error that begins with the file's name, and leaves nothing behind.
  */
+#include "mcasthost/config.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
 
-#include "mcasthost/config.h"
 #include "platform/acl.h"
 #include "platform/vpn.h"
 

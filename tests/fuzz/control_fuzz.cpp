@@ -25,7 +25,7 @@ void require(bool condition)
 void offer(ControlRegistry &registry)
 {
     registry.add_table(SOURCE_TABLE, [](ControlRows &rows) {
-        for (uint8_t i = 0; i < 4; i++) {
+        for (uint8_t i = 0; i < 4; ++i) {
             const MCAST_ADDR_S group = {MCAST_FAMILY_IPV4, 0, {239, 1, 1, i}};
             const MCAST_ADDR_S source = {MCAST_FAMILY_IPV6, 0, {0xfd, i}};
             if (!rows.add({ControlField::interface(i / 2u),

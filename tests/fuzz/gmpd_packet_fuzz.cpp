@@ -27,7 +27,6 @@ constexpr unsigned PAUSE = 1;
 const char *destination(uint8_t family, const Bytes &message)
 {
     const bool ipv4 = family == MCAST_FAMILY_IPV4;
-
     if (!message.empty() && message[0] == (ipv4 ? 0x11 : 130)) {
         return ipv4 ? "224.0.0.1" : "ff02::1";
     }
@@ -38,7 +37,6 @@ Bytes wrap(uint8_t family, unsigned how, Bytes message)
 {
     const bool low = (how & 4) != 0; // from below or above the router's own address
     const char *to = destination(family, message);
-
     message.resize(std::max<size_t>(message.size(), 4));
     if (family == MCAST_FAMILY_IPV4) {
         return igmp_packet(low ? "10.0.0.50" : "10.0.0.200", to, message);
@@ -49,7 +47,6 @@ Bytes wrap(uint8_t family, unsigned how, Bytes message)
 void deliver(Lab &lab, const Bytes &packet)
 {
     gmpd::Message message;
-
     if (gmpd::parse_packet(lab.router.config.family, packet, message) == gmpd::NO_DROP) {
         gmpd::handle_message(*lab.interface, message);
     }

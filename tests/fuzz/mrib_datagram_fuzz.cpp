@@ -36,7 +36,6 @@ void ReadAll(const void *data, size_t length)
 {
     static volatile uint8_t sink;
     const uint8_t *bytes = static_cast<const uint8_t *>(data);
-
     for (size_t i = 0; i < length; ++i) {
         sink = bytes[i];
     }
@@ -69,7 +68,6 @@ void Deliver(const uint8_t *datagram, size_t size)
 {
     char *whole = g_pcMribGmpRecvBuf;
     char *exact = static_cast<char *>(malloc(std::max<size_t>(size, 1)));
-
     scripted::recv = [&](int, void *to, size_t length, int) {
         Require(length == MRIB_MSG_RECV_MAX);
         std::copy(datagram, datagram + size, static_cast<uint8_t *>(to));

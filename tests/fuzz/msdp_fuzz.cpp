@@ -67,7 +67,6 @@ void check(Lab &lab, const std::set<Pair> &mirror)
 Bytes with_header(uint8_t type, const Bytes &value)
 {
     Bytes bytes(msdpd::TLV_HEADER_SIZE + value.size());
-
     bytes[0] = type;
     bytes[1] = static_cast<uint8_t>(bytes.size() >> 8);
     bytes[2] = static_cast<uint8_t>(bytes.size());

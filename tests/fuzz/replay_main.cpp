@@ -1,5 +1,6 @@
 /* Runs a fuzz target over the files of a folder, each in a block of exactly its size. Fails when there is
- * none. */
+ * none.
+ */
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>

@@ -61,7 +61,6 @@ bool AllDigits(const std::string &text)
 bool IsNumber(const std::string &text, uint32_t *number)
 {
     size_t zeros = 0;
-
     if (text.empty() || !AllDigits(text)) {
         return false;
     }
@@ -78,7 +77,6 @@ bool IsNumber(const std::string &text, uint32_t *number)
 bool HelpGiven(uint64_t result)
 {
     bool given = scripted::help_entries.size() == 1;
-
     Require(given ? result == 0 : result == kRefused && scripted::help_entries.empty());
     scripted::help_entries.clear();
     return given;
@@ -87,7 +85,6 @@ bool HelpGiven(uint64_t result)
 void CheckHelp(const std::string &text, const char *typed, size_t type)
 {
     std::string rest = text.substr(type);
-
     Require(HelpGiven(MCAST_MuaIfTypeHelp(typed, nullptr)) == (text == "?" || (type != 0 && rest.empty())));
     Require(HelpGiven(MCAST_MuaIfNumHelp(typed, nullptr)) ==
             (text == "?" || (!text.empty() && text.size() <= 27 && AllDigits(text))));

@@ -49,7 +49,6 @@ void Require(bool truth, int line = __builtin_LINE())
 void RequireSound()
 {
     const char *fault = usrauth_test::StoreFault();
-
     if (fault != nullptr) {
         fprintf(stderr, "store: %s\n", fault);
         abort();
@@ -72,7 +71,6 @@ struct Input {
     uint32_t Number(size_t bytes)
     {
         uint32_t number = 0;
-
         for (size_t i = 0; i < bytes; ++i) {
             number = number << 8 | Byte();
         }
@@ -114,7 +112,6 @@ void Look(const MCAST_USRAUTH_USER_S *user)
 {
     MCAST_USRAUTH_INFO_S info;
     uint16_t vrf = 0;
-
     Require(user->kind >= 1 && user->kind <= 4 && strlen(user->name) < user->name_size);
     MCAST_USRAUTH_GetNode(user);
     MCAST_USRAUTH_GetInfoByIfIndex(user->if_index, &info);
@@ -195,7 +192,6 @@ void GuardTail(const uint8_t *to, size_t size, bool guarded)
 ssize_t Arrive(int, void *to, size_t length, int)
 {
     const size_t size = std::min<size_t>(g_session.read_size, USRAUTH_MSG_RECV_MAX);
-
     Require(length == USRAUTH_MSG_RECV_MAX);
     g_session.buffer = static_cast<uint8_t *>(to);
     memcpy(to, g_session.read, size);
@@ -224,7 +220,6 @@ void GatherMessage(uint16_t type, const void *value, size_t size, int length_err
     const uint16_t length = static_cast<uint16_t>(size + static_cast<size_t>(length_error));
     const uint8_t head[4] = {0, static_cast<uint8_t>(type), static_cast<uint8_t>(length >> 8),
                              static_cast<uint8_t>(length)};
-
     Gather(head, sizeof(head));
     Gather(value, size);
 }
@@ -281,7 +276,6 @@ void GatherList(uint16_t type, Input *input)
     uint8_t value[20 + 16 * 32] = {};
     const uint8_t who = input->Byte(), pairs = input->Byte();
     const size_t count = pairs & 0x0f;
-
     value[3] = who & 3;
     value[0] = (who & 0x80) != 0 ? 0x20 : 0;
     value[5] = who >> 2 & 3;
@@ -297,14 +291,12 @@ void GatherRefresh(uint16_t type, Input *input)
     const uint8_t who = input->Byte();
     const uint8_t value[8] = {0, static_cast<uint8_t>(who >> 2 & 3), 0, 0, 0, 0,
                               0, static_cast<uint8_t>(who >> 4 & 7)};
-
     GatherMessage(type, value, sizeof(value), (who & 1) != 0 ? -1 : 0);
 }
 
 void GatherRaw(Input *input)
 {
     const size_t size = std::min<size_t>(input->Number(2), input->size);
-
     Gather(input->data, size);
     input->data += size;
     input->size -= size;
@@ -349,7 +341,6 @@ void Walk(Input *input)
     MCAST_USRAUTH_USER_FILTER_S users = {};
     MCAST_USRAUTH_DETAIL_FILTER_S details = {};
     uint32_t left = input->Byte();
-
     users.mode = details.mode = left & 3;
     users.if_index = left >> 2;
     details.node = left >> 4 & 3;
@@ -379,7 +370,6 @@ void HangUp(size_t agent)
 {
     const Handler handler = g_session.handlers[agent];
     const int fd = kAgents + static_cast<int>(agent);
-
     if (handler != nullptr) {
         handler(EPOLLHUP, fd);
         handler(EPOLLIN, fd);
@@ -398,7 +388,6 @@ void Connect()
 void Perform(uint8_t operation, Input *input)
 {
     const size_t agent = operation >> 4 & 1;
-
     switch (operation & 0x0f) {
     case 0:
     case 1:
@@ -488,7 +477,6 @@ void Open(uint8_t family)
 {
     static uint8_t open_family = 0;
     MCAST_USRAUTH_INFO_S info;
-
     MCAST_USRAUTH_SetDefaultUserInfo(&info);
     if (info.address.family != family) {
         MCAST_USRAUTH_Fini();

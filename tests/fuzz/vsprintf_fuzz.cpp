@@ -51,7 +51,6 @@ public:
     uint64_t Word(int bytes)
     {
         uint64_t word = 0;
-
         for (int i = 0; i < bytes; ++i) {
             word = word << 8 | Byte();
         }
@@ -61,7 +60,6 @@ public:
     std::string Text(size_t most)
     {
         std::string text;
-
         for (char next; text.size() < most && (next = static_cast<char>(Byte())) != '\0';) {
             text += next;
         }
@@ -81,7 +79,6 @@ struct Arguments {
     template <typename Value> void Add(Value value)
     {
         uint64_t slot = 0;
-
         static_assert(sizeof(value) <= sizeof(slot));
         std::memcpy(&slot, &value, sizeof(value));
         slots.push_back(slot);
@@ -127,7 +124,6 @@ template <typename Value> std::string Printed(const std::string &format, Value v
 {
     int length = snprintf(nullptr, 0, format.c_str(), value);
     std::string text(static_cast<size_t>(std::max(length, 0)) + 1, '\0');
-
     Require(length >= 0);
     snprintf(text.data(), text.size(), format.c_str(), value);
     text.pop_back();
@@ -139,14 +135,12 @@ std::string Limited(const std::string &digits)
 {
     size_t first = digits.find_first_not_of('0');
     std::string number = first == std::string::npos ? (digits.empty() ? "" : "0") : digits.substr(first);
-
     return number.size() > 5 || (number.size() == 5 && number > "65535") ? "65535" : number;
 }
 
 std::string AddressText(const MCAST_ADDR_S &addr)
 {
     char text[INET6_ADDRSTRLEN];
-
     return inet_ntop(addr.family, addr.address, text, sizeof(text)) != nullptr ? text : "unknown address";
 }
 

@@ -294,7 +294,7 @@ TEST_F(Config, ReadersOnOtherThreadsSeeOneConfigurationOrTheOtherAndNeverNone)
     std::atomic<uint64_t> wrong{0};
     std::atomic<uint64_t> asked{0};
     std::vector<std::thread> readers;
-    for (int i = 0; i < 3; i++) {
+    for (int i = 0; i < 3; ++i) {
         readers.emplace_back([&] {
             while (!stop) {
                 char name[L3VPN_NAME_SIZE];
@@ -304,11 +304,11 @@ TEST_F(Config, ReadersOnOtherThreadsSeeOneConfigurationOrTheOtherAndNeverNone)
                             L3VPN_GetNameByVrfIndex(7, sizeof(name), name) == 0 &&
                             (name == std::string("permit") || name == std::string("deny"));
                 wrong += good ? 0 : 1;
-                asked++;
+                ++asked;
             }
         });
     }
-    for (int i = 0; i < LOADS; i++) {
+    for (int i = 0; i < LOADS; ++i) {
         const std::string &next = i % 2 == 0 ? deny : permit;
         EXPECT_EQ(HOST_ConfigLoadText("f", next.data(), next.size(), nullptr, 0), 0u);
         if (i % 16 < 2) { // seldom, because asking synchronises this thread with the others

@@ -72,12 +72,12 @@ TEST(AvlContainer, AgreesWithAnOrderedMapUnderRandomOperations)
     constexpr uint32_t RANGE = 400;
     std::vector<Record> records(2 * RANGE); // two records of every key
     memset(records.data(), 0xa5, records.size() * sizeof(Record));
-    for (uint32_t i = 0; i < records.size(); i++) {
+    for (uint32_t i = 0; i < records.size(); ++i) {
         records[i].key = i % RANGE;
     }
     AVL_HANDLE tree = AVL_Init(compare_records, 0, nullptr);
     std::map<uint32_t, Record *> model;
-    for (int step = 0; step < 200000; step++) {
+    for (int step = 0; step < 200000; ++step) {
         Record *record = &records[random() % records.size()];
         auto entry = model.find(record->key);
         switch (random() % 4) {
@@ -125,7 +125,7 @@ TEST(AvlContainer, FreeAllGivesEveryRecordOnceInOrderAndLeavesTheTreeUsable)
     g_freed.clear();
     AVL_HANDLE tree = AVL_Init(compare_records, 0, note_freed);
     std::vector<Record> records(1000);
-    for (uint32_t i = 0; i < 1000; i++) {
+    for (uint32_t i = 0; i < 1000; ++i) {
         records[i].key = (i * 7) % 1000;
         ASSERT_EQ(AVL_Insert(tree, &records[i]), 0u);
     }
@@ -154,7 +154,7 @@ TEST(AvlContainer, FreeFunctionMeetsAnEmptyTree)
 {
     g_tree = AVL_Init(compare_records, 0, use_tree_while_freeing);
     Record records[3] = {};
-    for (uint32_t i = 0; i < 3; i++) {
+    for (uint32_t i = 0; i < 3; ++i) {
         records[i].key = i;
         AVL_Insert(g_tree, &records[i]);
     }
@@ -203,7 +203,7 @@ TEST(AvlContainer, HoldsAMillionRecords)
     constexpr uint32_t COUNT = 1000000;
     std::vector<Record> records(COUNT);
     AVL_HANDLE tree = AVL_Init(compare_records, 0, nullptr);
-    for (uint32_t i = 0; i < COUNT; i++) {
+    for (uint32_t i = 0; i < COUNT; ++i) {
         records[i].key = i * 2654435761u; // odd factor: every key once
         ASSERT_EQ(AVL_Insert(tree, &records[i]), 0u);
     }
@@ -247,11 +247,11 @@ TEST(HashTable, AgreesWithASetUnderRandomOperations)
         HASH_HANDLE table = HASH_Init(buckets, nullptr);
         std::vector<HashRecord> records(300);
         memset(records.data(), 0xa5, records.size() * sizeof(HashRecord));
-        for (uint32_t i = 0; i < records.size(); i++) {
+        for (uint32_t i = 0; i < records.size(); ++i) {
             records[i].key = i * 3;
         }
         std::multiset<uint32_t> model;
-        for (int step = 0; step < 20000; step++) {
+        for (int step = 0; step < 20000; ++step) {
             HashRecord *record = &records[random() % records.size()];
             bool present = model.count(record->key) != 0;
             ASSERT_EQ(HASH_Get(table, record->key, &record->key, compare_hash_key),
@@ -285,7 +285,7 @@ TEST(HashTable, FreeAllGivesEveryRecordOnceAndLeavesTheTableUsable)
     g_hash_freed.clear();
     HASH_HANDLE table = HASH_Init(16, note_hash_freed);
     std::vector<HashRecord> records(100);
-    for (uint32_t i = 0; i < 100; i++) {
+    for (uint32_t i = 0; i < 100; ++i) {
         records[i].key = i;
         HASH_Insert(table, i, &records[i]);
     }
@@ -321,7 +321,7 @@ TEST(PrivateData, AgreesWithAMapUnderRandomOperations)
     ASSERT_NE(instance, IF_NO_INSTANCE);
     std::map<uint32_t, void *> model;
     std::vector<char> values(64);
-    for (int step = 0; step < 50000; step++) {
+    for (int step = 0; step < 50000; ++step) {
         uint32_t index = static_cast<uint32_t>(random() % 100) * 0x01000001u;
         void *value = &values[random() % values.size()];
         void *got = &model;

@@ -1,4 +1,6 @@
 // The nodes of the router, one by default, and the start of multicast forwarding.
+#include "mcasthost/device.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -7,12 +9,10 @@
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <vector>
-
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 
 #include "config_support.h"
-#include "mcasthost/device.h"
 #include "platform/device.h"
 #include "support.h"
 
@@ -239,7 +239,7 @@ TEST_F(Device, TheTextOfAResultNamesWhatIsMissingAndIsCutToItsBuffer)
                               "no permission for IPv6 multicast routing (CAP_NET_RAW)";
     EXPECT_EQ(text_of(both), whole);
     EXPECT_LT(HOST_ForwardingText(0xffffffff, nullptr, 0), size_t{HOST_FORWARDING_TEXT_SIZE});
-    for (size_t size = 1; size < whole.size() + 3; size++) {
+    for (size_t size = 1; size < whole.size() + 3; ++size) {
         std::vector<char> text(size, 'x');
         EXPECT_EQ(HOST_ForwardingText(both, text.data(), size), whole.size());
         EXPECT_EQ(std::string(text.data()), whole.substr(0, size - 1));

@@ -10,11 +10,10 @@
 #include <string>
 #include <thread>
 
+#include "interface_support.h"
 #include "mcast/interface_name.h"
 #include "mcast/interface_registry.h"
 #include "mcasthost/link.h"
-
-#include "interface_support.h"
 
 namespace
 {
@@ -180,11 +179,11 @@ TEST(InterfaceData, TellsHowTypesAreCalled)
 TEST(InterfaceData, CallsTypesAsTheLibraryDoes)
 {
     unsigned named = 0;
-    for (const MCAST_IF_TYPE_ROW_S *row = g_astMcastL3If; row->name != nullptr; row++) {
+    for (const MCAST_IF_TYPE_ROW_S *row = g_astMcastL3If; row->name != nullptr; ++row) {
         char full[IF_NAME_SIZE];
         if (IF_GetDataByIfType(static_cast<uint32_t>(row->type), IF_ITEM_FULL_NAME, full) == 0) {
             EXPECT_STREQ(full, row->name);
-            named++;
+            ++named;
         }
     }
     EXPECT_EQ(named, 9u) << "every type that the host gives to a link is one of the library's";
@@ -296,7 +295,7 @@ TEST(InterfaceData, ServesThreadsWhileTheTableChanges)
                 EXPECT_EQ(fill("r0"), "right0");
             }
         });
-        for (int i = 0; i < 20; i++) {
+        for (int i = 0; i < 20; ++i) {
             shell("ip link set left0 name " + std::string(i % 2 == 0 ? "west0" : "left0") +
                   (i % 2 == 0 ? "" : " 2>/dev/null || ip link set west0 name left0"));
             while (HOST_LoopRunOnce(loop, 0) == 1) {

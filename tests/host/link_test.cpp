@@ -1,6 +1,8 @@
 // The link table against the kernel, in network namespaces of its own.
 //
 //     left0 ===== right0     a veth pair, both ends in the namespace, beside its loopback
+#include "mcasthost/link.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstring>
@@ -12,7 +14,6 @@
 #include <unistd.h>
 #include <vector>
 
-#include "mcasthost/link.h"
 #include "namespace.h"
 
 namespace
@@ -312,7 +313,7 @@ TEST(LinkTable, MayBeClosedFromItsCallback)
         table = HOST_LinkOpen(
             loop,
             [](HOST_LINK_TABLE self, const HOST_LINK_EVENT_S *event, void *) {
-                calls++;
+                ++calls;
                 if (strcmp(event->link->name, "lo") != 0) {
                     HOST_LinkClose(self);
                 }

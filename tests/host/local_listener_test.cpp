@@ -92,7 +92,7 @@ TEST_F(LocalListener, PortStaysTakenAsLongAsADuplicateOfTheListenerIsOpen)
 
 TEST_F(LocalListener, ListenerReopensInTheSameProcess)
 {
-    for (int i = 0; i < 3; i++) {
+    for (int i = 0; i < 3; ++i) {
         int listener = listen_local(PORT);
         ASSERT_GE(listener, 0) << i;
         close(listener);
@@ -135,9 +135,9 @@ TEST_F(LocalListener, OfManyListenersStartingTogetherOnADeadNameExactlyOneGetsTh
     std::array<int, LISTENERS> errors;
     std::barrier gate(LISTENERS + 1);
     std::vector<std::thread> threads;
-    for (size_t i = 0; i < LISTENERS; i++) {
+    for (size_t i = 0; i < LISTENERS; ++i) {
         threads.emplace_back([&, i] {
-            for (int round = 0; round < ROUNDS; round++) {
+            for (int round = 0; round < ROUNDS; ++round) {
                 gate.arrive_and_wait();
                 sockets[i] = local_socket();
                 errors[i] = bind_local(sockets[i], PORT) == 0 ? 0 : errno;
@@ -146,7 +146,7 @@ TEST_F(LocalListener, OfManyListenersStartingTogetherOnADeadNameExactlyOneGetsTh
         });
     }
     int wrong_rounds = 0;
-    for (int round = 0; round < ROUNDS; round++) {
+    for (int round = 0; round < ROUNDS; ++round) {
         gate.arrive_and_wait();
         gate.arrive_and_wait();
         bool right = std::count(errors.begin(), errors.end(), 0) == 1 &&

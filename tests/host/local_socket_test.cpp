@@ -101,11 +101,11 @@ TEST_F(LocalSocket, SendMeetsEagainWhenThePeerDoesNotReadAndGoesOnWhenItDoes)
     ssize_t result;
     while ((result = send(pair.client, message.data(), message.size(), MSG_DONTWAIT)) > 0 && sent < 100000) {
         ASSERT_EQ(result, 10240);
-        sent++;
+        ++sent;
     }
     EXPECT_EQ(errno, EAGAIN);
     EXPECT_GE(sent, 8);
-    for (int i = 0; i < sent; i++) {
+    for (int i = 0; i < sent; ++i) {
         ASSERT_EQ(recv(pair.server, message.data(), message.size(), MSG_DONTWAIT), 10240);
     }
     EXPECT_EQ(recv(pair.server, message.data(), message.size(), MSG_DONTWAIT), -1);
@@ -226,7 +226,7 @@ TEST_F(LocalSocket, FailedCallsLeakNoDescriptor)
     int first = listen_local(PORT);
     int second = local_socket();
     int before = OpenDescriptors();
-    for (int i = 0; i < 10; i++) {
+    for (int i = 0; i < 10; ++i) {
         EXPECT_EQ(bind_local(second, PORT), -1);
         EXPECT_EQ(connect_local(second, PORT + 1), -1);
     }

@@ -1,4 +1,6 @@
 // The event loop: registration through epoll_ctl, the life of handlers and descriptors, stopping.
+#include "mcasthost/loop.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -12,8 +14,6 @@
 #include <thread>
 #include <unistd.h>
 #include <vector>
-
-#include "mcasthost/loop.h"
 
 namespace
 {
@@ -57,7 +57,7 @@ protected:
     {
         int served = 0;
         while (served < limit && HOST_LoopRunOnce(loop_, 0) == 1) {
-            served++;
+            ++served;
         }
         return served;
     }

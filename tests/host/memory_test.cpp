@@ -37,7 +37,7 @@ void *allocate(size_t size)
     if (block == nullptr) {
         throw std::bad_alloc();
     }
-    t_live++;
+    ++t_live;
     return block;
 }
 
@@ -87,7 +87,7 @@ namespace
 unsigned long for_every_allocation(const std::function<void()> &call, const std::function<void(bool)> &check,
                                    bool leaves_nothing = true)
 {
-    for (unsigned long nth = 1;; nth++) {
+    for (unsigned long nth = 1;; ++nth) {
         t_fired = false;
         const long live = t_live;
         t_until_failure = nth;

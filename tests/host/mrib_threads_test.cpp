@@ -108,7 +108,7 @@ void update_round(int round)
 {
     set_vrf(1, static_cast<uint8_t>(round % 2));
     set_policy(1, round % 2 == 0 ? 2001 : MCAST_NONE);
-    for (uint32_t i = FIRST_IF; i <= LAST_IF; i++) {
+    for (uint32_t i = FIRST_IF; i <= LAST_IF; ++i) {
         set_dr(i, 1);
         set_boundary(i, 0xef000000 + (i << 16), 16, 1);
         set_source(htonl(i), htonl(0xe9000000 + i), htonl(i), 1);
@@ -137,7 +137,7 @@ bool states_are_right()
 bool routers_are_right()
 {
     bool right = MRIB_GMP_IsPimDr(&KEY, STEADY_IF) == 1 && MRIB_GMP_IsPimDr(&OTHER_KEY, STEADY_IF) == 0;
-    for (uint32_t i = FIRST_IF; i <= LAST_IF; i++) {
+    for (uint32_t i = FIRST_IF; i <= LAST_IF; ++i) {
         right = right && MRIB_GMP_IsPimDr(&KEY, i) <= 1;
     }
     return right;
@@ -148,7 +148,7 @@ bool boundaries_are_right()
     const MCAST_ADDR_S blocked = ipv4(0xefff0001);
     const MCAST_ADDR_S open = ipv4(0xe8010101);
     bool right = MRIB_GMP_CanPassMBoundary(&KEY, STEADY_IF, &blocked) == 0;
-    for (uint32_t i = STEADY_IF; i <= LAST_IF; i++) {
+    for (uint32_t i = STEADY_IF; i <= LAST_IF; ++i) {
         right = right && MRIB_GMP_CanPassMBoundary(&KEY, i, &open) == 1;
     }
     return right;
@@ -169,7 +169,7 @@ bool walk_is_right()
     for (;;) {
         memset(&batch, 0, sizeof(batch));
         const uint64_t result = MRIB_MSDP_GetLocalSrc(0, &filter, &cursor, &batch);
-        for (uint64_t i = 0; i < batch.count; i++) {
+        for (uint64_t i = 0; i < batch.count; ++i) {
             met += batch.rp_be == STEADY_RP && batch.pairs[i].source_be == STEADY_SOURCE ? 1 : 0;
         }
         if (result != MCAST_WALK_AGAIN && cursor.rp_be == 0) {
@@ -227,7 +227,7 @@ uint64_t serve_channel(int listener)
     std::vector<char> datagram(65536);
     uint64_t count = 0;
     while (recv(fd, datagram.data(), datagram.size(), 0) > 0) {
-        count++;
+        ++count;
     }
     close(fd);
     return count;
@@ -256,7 +256,7 @@ TEST_F(MribThreads, QueriesSendersAndWalksRunBesideUpdates)
                            walk_is_right, sends_are_right}) {
         threads.emplace_back([&, task] {
             wrong += task() ? 0 : 1;
-            started++;
+            ++started;
             while (!stop) {
                 wrong += task() ? 0 : 1;
                 std::this_thread::yield();
@@ -267,7 +267,7 @@ TEST_F(MribThreads, QueriesSendersAndWalksRunBesideUpdates)
         std::this_thread::yield();
     }
     const std::string list = host_test::one_rule("ipv4", 2001, "id = 1\naction = 'permit'\n");
-    for (int round = 0; round < ROUNDS; round++) {
+    for (int round = 0; round < ROUNDS; ++round) {
         update_round(round);
         drain();
         host_test::load(round % 2 == 0 ? list : "");

@@ -1,11 +1,12 @@
 // Multicast rules, in network namespaces of their own, read back with ip.
+#include "mcasthost/multicast_rule.h"
+
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <string>
 #include <sys/socket.h>
 
-#include "mcasthost/multicast_rule.h"
 #include "namespace.h"
 
 namespace

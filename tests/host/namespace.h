@@ -7,11 +7,11 @@
 #include <cstdlib>
 #include <functional>
 #include <gtest/gtest.h>
-#include <linux/netlink.h>
 #include <sched.h>
 #include <string>
 #include <sys/socket.h>
 #include <thread>
+#include <linux/netlink.h>
 
 namespace host_test
 {
@@ -38,7 +38,7 @@ inline void shell(const std::string &command)
 // The process's netlink socket that belongs to a group, or -1.
 inline int notification_socket()
 {
-    for (int fd = 3; fd < 1024; fd++) {
+    for (int fd = 3; fd < 1024; ++fd) {
         int family = 0;
         socklen_t length = sizeof(family);
         sockaddr_nl name{};

@@ -1,12 +1,12 @@
 // Prefix trees against their definitions, applied to a list of all ranges.
+#include "platform/prefix_tree.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <random>
 #include <vector>
-
-#include "platform/prefix_tree.h"
 
 namespace
 {
@@ -24,7 +24,7 @@ struct Oracle {
     }
     bool contains(const RDX_PREFIX_S &range, const RDX_PREFIX_S &prefix) const
     {
-        for (uint32_t i = 0; i < length(range); i++) {
+        for (uint32_t i = 0; i < length(range); ++i) {
             if (i >= length(prefix) || bit(range, i) != bit(prefix, i)) {
                 return false;
             }
@@ -38,7 +38,7 @@ struct Oracle {
     // By address with the bits past the length cleared, then by length.
     bool before(const RDX_NODE_S *first, const RDX_NODE_S *second) const
     {
-        for (uint32_t i = 0; i < bits; i++) {
+        for (uint32_t i = 0; i < bits; ++i) {
             bool a = i < length(first->prefix) && bit(first->prefix, i);
             bool b = i < length(second->prefix) && bit(second->prefix, i);
             if (a != b) {
@@ -53,7 +53,7 @@ struct Oracle {
 RDX_PREFIX_S random_prefix(std::mt19937_64 &random, uint32_t bits)
 {
     RDX_PREFIX_S prefix{};
-    for (uint32_t i = 0; i < bits / 8; i++) {
+    for (uint32_t i = 0; i < bits / 8; ++i) {
         prefix.address[i] = static_cast<uint8_t>(random() % 2 == 0 ? 0 : 1u << random() % 8);
     }
     prefix.length = static_cast<uint32_t>(random() % (random() % 3 == 0 ? bits + 9 : 18));
@@ -75,7 +75,7 @@ TEST_P(PrefixTree, AgreesWithItsDefinitionsUnderRandomOperations)
     std::vector<RDX_NODE_S> records(200);
     std::vector<RDX_NODE_S *> present;
     RDX_TREE_S tree{};
-    for (int step = 0; step < 20000; step++) {
+    for (int step = 0; step < 20000; ++step) {
         RDX_NODE_S *record = &records[random() % records.size()];
         auto linked = std::find(present.begin(), present.end(), record);
         if (linked != present.end()) {
@@ -135,7 +135,7 @@ TEST_P(PrefixTree, CollectedRecordsMayBeRemovedInTurn)
     const RDX_AFI_CB_S &operations = g_astRdxAFICBArray[GetParam()];
     RDX_TREE_S tree{};
     RDX_NODE_S records[64] = {};
-    for (uint32_t i = 0; i < 64; i++) {
+    for (uint32_t i = 0; i < 64; ++i) {
         records[i].prefix.address[0] = static_cast<uint8_t>(i << 2);
         records[i].prefix.length = 6;
         ASSERT_EQ(operations.insert(&tree, &records[i]), 0u);
@@ -155,7 +155,7 @@ int g_released;
 
 void release(RDX_NODE_S *node)
 {
-    g_released++;
+    ++g_released;
     memset(node, 0xdd, sizeof(*node));
 }
 
@@ -167,7 +167,7 @@ TEST_P(PrefixTree, DestroyReleasesEveryRecordOnceAndLeavesTheTreeUsable)
     operations.destroy(&tree, release);
     EXPECT_EQ(g_released, 0);
     std::vector<RDX_NODE_S> records(1000);
-    for (uint32_t i = 0; i < records.size(); i++) {
+    for (uint32_t i = 0; i < records.size(); ++i) {
         records[i].prefix.address[1] = static_cast<uint8_t>(i >> 8);
         records[i].prefix.address[2] = static_cast<uint8_t>(i);
         records[i].prefix.length = 24;

@@ -1,4 +1,6 @@
 // Registered texts and help lists, by themselves and as the library uses them.
+#include "platform/resource.h"
+
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
@@ -7,7 +9,6 @@
 #include "mcast/argument_check.h"
 #include "mcast/interface_name.h"
 #include "mcasthost/help.h"
-#include "platform/resource.h"
 
 namespace
 {
@@ -35,7 +36,7 @@ TEST(Resource, RefusesABlockTwiceAndWithdrawalOfNone)
     const char *const others[] = {"other"};
     const RC_TEXT_TABLE_S other = {others, 0};
     EXPECT_NE(RC_DeregInfo(BLOCK), 0u);
-    for (int i = 0; i < 3; i++) {
+    for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(RC_RegInfo(BLOCK, &TABLE, 3), 0u);
         EXPECT_NE(RC_RegInfo(BLOCK, &other, 1), 0u);
         EXPECT_EQ(RC_RegInfo(BLOCK + 0x10000, &other, 1), 0u);
@@ -63,12 +64,12 @@ TEST(Resource, LoadsWhileOtherBlocksComeAndGo)
 {
     ASSERT_EQ(RC_RegInfo(BLOCK, &TABLE, 3), 0u);
     std::thread other([] {
-        for (int i = 0; i < 1000; i++) {
+        for (int i = 0; i < 1000; ++i) {
             EXPECT_EQ(RC_RegInfo(BLOCK + 0x10000, &TABLE, 3), 0u);
             EXPECT_EQ(RC_DeregInfo(BLOCK + 0x10000), 0u);
         }
     });
-    for (int i = 0; i < 1000; i++) {
+    for (int i = 0; i < 1000; ++i) {
         EXPECT_STREQ(RC_LoadString(BLOCK + 2), "third");
     }
     other.join();
@@ -99,7 +100,7 @@ TEST(HelpList, KeepsCopiesInTheirOrder)
     const char *first = nullptr;
     const char *description = nullptr;
     ASSERT_EQ(HOST_HelpGet(list, 0, &first, &description), 0u);
-    for (int i = 0; i < 1000; i++) {
+    for (int i = 0; i < 1000; ++i) {
         CLI_NewHelpInfo("", "", list);
     }
     EXPECT_STREQ(first, "group");

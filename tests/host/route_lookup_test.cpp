@@ -5,13 +5,13 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
-#include <linux/filter.h>
-#include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <string>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <linux/filter.h>
+#include <linux/rtnetlink.h>
 
 #include "mcasthost/route.h"
 #include "namespace.h"
@@ -207,7 +207,7 @@ TEST(OpenRouteLookup, GoesOnAfterAnswersOfEveryKind)
         build();
         const uint32_t left = if_nametoindex("left0");
         const Lookup lookup;
-        for (int i = 0; i < 300; i++) {
+        for (int i = 0; i < 300; ++i) {
             EXPECT_EQ(lookup.interface_to("10.1.2.3"), left);
             EXPECT_EQ(lookup.interface_to("192.0.2.1"), 0u);
             EXPECT_EQ(errno, ENETUNREACH);
@@ -244,7 +244,7 @@ TEST(OpenRouteLookup, AsksOnceMoreWhenAnAnswerIsLost)
         build();
         const Lookup lookup;
         lose_answers(lookup.descriptor(), 1); // of two numbers in a row one
-        for (int i = 0; i < 10; i++) {
+        for (int i = 0; i < 10; ++i) {
             EXPECT_EQ(lookup.interface_to("10.1.2.3"), if_nametoindex("left0"));
         }
     });
@@ -310,7 +310,7 @@ TEST(OpenRouteLookup, AChildOfAForkHasASocketOfItsOwn)
 TEST(OpenRouteLookup, TakesOneDescriptorAndGivesItBack)
 {
     const int before = OpenDescriptors();
-    for (int i = 0; i < 100; i++) {
+    for (int i = 0; i < 100; ++i) {
         const Lookup lookup;
         lookup.interface_to("127.0.0.1");
         EXPECT_EQ(OpenDescriptors(), before + 1);

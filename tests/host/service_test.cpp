@@ -159,7 +159,7 @@ TEST_F(Services, IsStoppedWhenItIsKilledBeforeItListens)
 
 TEST_F(Services, IsStartedAgainAfterItHasStopped)
 {
-    for (int round = 0; round < 3; round++) {
+    for (int round = 0; round < 3; ++round) {
         ASSERT_EQ(start(), 0u);
         started();
         order();

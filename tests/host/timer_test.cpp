@@ -1,4 +1,6 @@
 // Timers and the boot-time clock. The time limits only bound a failing run.
+#include "platform/timer.h"
+
 #include <algorithm>
 #include <ctime>
 #include <functional>
@@ -10,7 +12,6 @@
 
 #include "mcasthost/loop.h"
 #include "platform/random.h"
-#include "platform/timer.h"
 
 namespace
 {
@@ -20,7 +21,7 @@ int g_fired;
 
 void fired(uint64_t parameters[4])
 {
-    g_fired++;
+    ++g_fired;
     if (g_action) {
         g_action(parameters);
     }
@@ -196,7 +197,7 @@ TEST_F(Timers, HandlerMayDeleteAnotherDueTimerAndChainNewOnes)
 TEST_F(Timers, IdentifiersAreNotUsedAgain)
 {
     std::vector<TIMER_ID> seen;
-    for (int i = 0; i < 1000; i++) {
+    for (int i = 0; i < 1000; ++i) {
         TIMER_ID timer = armed_later();
         EXPECT_EQ(Timer_Delete(service_, timer), 0u);
         seen.push_back(timer);
@@ -221,7 +222,7 @@ TEST_F(Timers, BadArgumentsAreRefused)
 
 uint64_t count_call(uint32_t, int32_t)
 {
-    g_fired++;
+    ++g_fired;
     return 0;
 }
 
@@ -233,7 +234,7 @@ void stop_loop(uint64_t parameters[4])
 TEST_F(Timers, RunUnderAFloodOfReadyDescriptors)
 {
     std::vector<int> flood;
-    for (int i = 0; i < 32; i++) {
+    for (int i = 0; i < 32; ++i) {
         flood.push_back(eventfd(1, EFD_CLOEXEC)); // never read: always ready
         HOST_LoopAdd(loop_, flood.back(), EPOLLIN, count_call);
     }
@@ -248,7 +249,7 @@ TEST_F(Timers, RunUnderAFloodOfReadyDescriptors)
 
 TEST_F(Timers, LoopIsDestroyedWithArmedTimers)
 {
-    for (int i = 0; i < 10; i++) {
+    for (int i = 0; i < 10; ++i) {
         Timer_Create(service_, TIMER_KIND_ONE_SHOT, 0, fired, nullptr);
     }
     int second = HOST_LoopCreate();

@@ -1,11 +1,11 @@
 // The user authentication over the host's local sockets and timers, with agents at the other end.
-#include "support.h"
+#include "mcast/usrauth.h"
 
 #include <vector>
 
-#include "mcast/usrauth.h"
 #include "mcast/usrauth_wire.h"
 #include "mcasthost/loop.h"
+#include "support.h"
 #include "support/usrauth_messages.h"
 
 namespace
@@ -61,7 +61,6 @@ protected:
     {
         const LOCAL_SOCKET_ADDR_S address = host_test::local_address(port);
         int fd = socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM, LOCAL_SOCKET_PROTOCOL);
-
         if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
             close(fd);
             return -1;

@@ -17,7 +17,7 @@ int32_t g_fd;
 
 uint64_t note(uint32_t events, int32_t fd)
 {
-    g_calls++;
+    ++g_calls;
     g_events = events;
     g_fd = fd;
     return 0;

@@ -1,12 +1,11 @@
 /* A C program as a user of the installed libraries writes it; consumer.cpp is the same file as C++. */
+#include <mcast/addr.h>
+#include <mcast/format.h>
+#include <mcasthost/loop.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
-
-#include <mcast/addr.h>
-#include <mcast/format.h>
-#include <mcasthost/loop.h>
 
 static uint64_t Line(char *buffer, size_t size, const char *format, ...)
 {
@@ -22,7 +21,6 @@ int main(void)
 {
     char text[64];
     const int loop = HOST_LoopCreate();
-
     if (loop < 0 || close(loop) != 0 || MCAST_GrpAddrCheck(&g_stPimAllRoutersAddr4) > MCAST_TRUE) {
         return 1;
     }

@@ -2,13 +2,13 @@
  * The AVL tree beside a plain recursive one and a sorted vector: after every operation the shapes, heights
  * and counts agree, and searches and walks give what the sorted vector gives.
  */
-#include <gtest/gtest.h>
+#include "mcast/avl.h"
 
 #include <algorithm>
+#include <gtest/gtest.h>
 #include <memory>
 #include <vector>
 
-#include "mcast/avl.h"
 #include "support/property.h"
 
 namespace
@@ -22,7 +22,6 @@ int32_t CompareItems(const void *first, const void *second)
 {
     uint32_t one = static_cast<const Item *>(first)->key;
     uint32_t other = static_cast<const Item *>(second)->key;
-
     return one < other ? -7 : one > other ? 7 : 0;
 }
 
@@ -48,7 +47,6 @@ int Height(const Tree &tree)
 void Turn(Tree &top, Tree Plain::*from, Tree Plain::*to)
 {
     Tree lifted = std::move((*top).*from);
-
     (*top).*from = std::move((*lifted).*to);
     (*lifted).*to = std::move(top);
     top = std::move(lifted);
@@ -58,7 +56,6 @@ void Balance(Tree &tree, uint32_t &rotations)
 {
     int left = Height(tree->left);
     int right = Height(tree->right);
-
     if (left > right + 1) {
         ++rotations;
         if (Height(tree->left->left) < Height(tree->left->right)) {
@@ -131,7 +128,6 @@ public:
     void Step(uint32_t range)
     {
         Item probe{random.Below(range)};
-
         if (random.OneIn(2)) {
             InsertBoth(probe.key);
         } else {
@@ -176,7 +172,6 @@ private:
         auto place = std::lower_bound(keys.begin(), keys.end(), key);
         MCAST_AVL_NODE_S *node = new MCAST_AVL_NODE_S{nullptr, nullptr, new Item{key}, 0};
         uint32_t code = MCAST_AVL_Insert(&tree, node);
-
         if (place != keys.end() && *place == key) {
             ASSERT_EQ(code, MCAST_AVL_PRESENT);
             delete static_cast<Item *>(node->data);
@@ -193,7 +188,6 @@ private:
     {
         auto place = std::lower_bound(keys.begin(), keys.end(), probe.key);
         MCAST_AVL_NODE_S *node = MCAST_AVL_Remove(&tree, &probe);
-
         if (place == keys.end() || *place != probe.key) {
             ASSERT_EQ(node, nullptr);
             return;
@@ -218,7 +212,6 @@ private:
     void Look(const Item &probe)
     {
         auto place = std::lower_bound(keys.begin(), keys.end(), probe.key);
-
         Expect(MCAST_AVL_Search(&tree, &probe),
                place != keys.end() && *place == probe.key ? place : keys.end());
         Expect(MCAST_AVL_SearchNext(&tree, &probe), std::upper_bound(keys.begin(), keys.end(), probe.key));
@@ -230,7 +223,6 @@ private:
         void *first = nullptr;
         auto place = std::lower_bound(keys.begin(), keys.end(), probe.key);
         MCAST_STATUS status = MCAST_AVL_InitWalkFromKey(&walk, &tree, &probe, &first);
-
         ASSERT_EQ(status == MCAST_OK, place != keys.end());
         if (status == MCAST_OK) {
             ASSERT_EQ(static_cast<Item *>(first)->key, *place);

@@ -1,13 +1,11 @@
 /*
  * Formatted lines against the C library: every format that both understand, and the text of addresses.
  */
-#include <gtest/gtest.h>
-
-#include <arpa/inet.h>
-
 #include <algorithm>
+#include <arpa/inet.h>
 #include <cstdio>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <string>
 
 #include "addr/address_text.h"
@@ -20,7 +18,6 @@ namespace
 std::string RandomConversion(property::Random &random, const char *letters)
 {
     std::string conversion = "%";
-
     for (uint32_t flags = random.Below(3); flags > 0; --flags) {
         conversion += "-+ #0'"[random.Below(6)];
     }
@@ -57,7 +54,6 @@ void Compare(const std::string &format, size_t size, Value value, Wide wide, con
     int length = snprintf(expected.data(), size, theirs, wide);
     Formatted line = FormatInto({}, size, format.c_str(), value);
     size_t stored = size == 0 ? 0 : std::min(size - 1, static_cast<size_t>(length));
-
     ASSERT_GE(length, 0);
     ASSERT_EQ(line.result, stored) << format << " in " << size;
     ASSERT_EQ(line.text, std::string(expected.c_str())) << format << " in " << size;

@@ -3,13 +3,13 @@
  * finds positions by looking: after every operation both hold the same elements in the same slots. The top is
  * checked against all keys, so that the two cannot be wrong together.
  */
-#include <gtest/gtest.h>
+#include "mcast/heap.h"
 
 #include <algorithm>
+#include <gtest/gtest.h>
 #include <memory>
 #include <vector>
 
-#include "mcast/heap.h"
 #include "support/fault.h"
 #include "support/property.h"
 
@@ -79,7 +79,6 @@ struct Model {
         bool only = slots.size() == 1;
         uint32_t key = slots[slot]->key;
         uint32_t last = slots.back()->key;
-
         slots[slot] = slots.back();
         slots.pop_back();
         if (!only && capacity - slots.size() > 512) {
@@ -155,7 +154,6 @@ private:
     {
         Element *element = Take();
         bool full = heap->count == heap->capacity;
-
         if (full && random.OneIn(2)) {
             fault::FailAllocation(1);
             ASSERT_EQ(MCAST_MinHeapInsert(heap, element), MCAST_ERR_GENERAL);
@@ -172,7 +170,6 @@ private:
         size_t slot = static_cast<size_t>(std::find(model.slots.begin(), model.slots.end(), element) -
                                           model.slots.begin());
         bool earlier = key < element->key;
-
         element->key = key;
         if (earlier) {
             MCAST_MinHeapMoveUp(heap, element->position);

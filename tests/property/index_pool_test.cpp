@@ -1,14 +1,14 @@
 /*
  * Index pools against a set of free indexes and a stack of those at hand.
  */
-#include <gtest/gtest.h>
+#include "intf/index_pool.h"
 
 #include <algorithm>
+#include <gtest/gtest.h>
 #include <set>
 #include <unordered_set>
 #include <vector>
 
-#include "intf/index_pool.h"
 #include "mcast/interface_registry.h"
 #include "support/fault.h"
 #include "support/property.h"
@@ -94,7 +94,6 @@ void Validate(const IndexPool &pool, const NaivePool &model)
     std::set<uint32_t> free;
     const FreeRange *last = nullptr;
     const void *in_tree = AVL_GetLeftMost(pool.ranges);
-
     ASSERT_EQ(cache, std::vector<uint32_t>(model.at_hand.rbegin(), model.at_hand.rend()));
     for (const FreeRange *range = pool.head; range != nullptr; last = range, range = range->next) {
         ASSERT_EQ(in_tree, range);

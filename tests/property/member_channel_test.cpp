@@ -3,15 +3,15 @@
  * and starts, with a peer that takes some datagrams, and with memory that runs short. What the peer took is,
  * read back message by message, the accepted ones in order, and every datagram's header is right.
  */
-#include <gtest/gtest.h>
+#include "mcast/member_channel.h"
 
 #include <cerrno>
 #include <cstring>
 #include <deque>
+#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
-#include "mcast/member_channel.h"
 #include "mcast/mrib_wire.h"
 #include "support/fault.h"
 #include "support/property.h"
@@ -131,7 +131,6 @@ private:
     {
         uint8_t drawn = static_cast<uint8_t>(random.Below(17));
         uint32_t socket = MBR_LIB_Init(family, drawn, 5, 1);
-
         if (!is_open && !fault::Fired()) {
             is_open = true;
             module = drawn;
@@ -144,7 +143,6 @@ private:
         bool is_long = peer_reads ? random.OneIn(3) : !random.OneIn(3);
         uint32_t length = 1 + random.Below(is_long ? 1400 : 60);
         Message message = {static_cast<uint16_t>(random.Below(65536)), std::string(length, 0)};
-
         for (char &byte : message.payload) {
             byte = static_cast<char>(random.Below(256));
         }

@@ -3,14 +3,14 @@
  * failed sends, refusals and lost memory. For the mode that keeps tails it is also checked that what the peer
  * took is every byte of every packet in order.
  */
-#include <gtest/gtest.h>
+#include "mcast/messager.h"
 
 #include <cstring>
 #include <deque>
+#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
-#include "mcast/messager.h"
 #include "support/fault.h"
 #include "support/property.h"
 
@@ -42,7 +42,6 @@ public:
                 return g_owner->Take(g_owner->real_answers, g_owner->real_taken,
                                      std::string(static_cast<const char *>(data), length), sent);
             }};
-
         g_owner = this;
         messager = Messager_Init(1, capacity, kReserve, mode, kMostPending, &callbacks);
     }
@@ -104,7 +103,6 @@ private:
                   uint64_t *sent)
     {
         Answer answer = answers.front();
-
         answers.pop_front();
         *sent = answer.status == 0 ? 0 : data.size() * answer.share / 8;
         taken.push_back(data.substr(0, answer.status == 0 ? data.size() : *sent));
@@ -170,7 +168,6 @@ private:
         std::string text(length, static_cast<char>('a' + random.Below(26)));
         MCAST_BOOL flush = random.OneIn(4);
         MCAST_STATUS status = Messager_Send(messager, text.data(), length, flush);
-
         if (pending.size() >= kMostPending) {
             EXPECT_EQ(status, MCAST_ERR_GENERAL);
             return;
@@ -196,7 +193,6 @@ private:
         uint64_t bytes = packet.size();
         const MESSAGER_BLOCK_S *block = messager->pending_head;
         const MESSAGER_BLOCK_S *tail = nullptr;
-
         EXPECT_EQ(real_taken, model_taken);
         EXPECT_EQ(messager->used, packet.size());
         EXPECT_EQ(messager->free, capacity - packet.size());

@@ -1,13 +1,13 @@
 /*
  * Get-next over several instances against the rules written down once more, the slow way.
  */
-#include <gtest/gtest.h>
+#include "mcast/mib.h"
 
 #include <algorithm>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <vector>
 
-#include "mcast/mib.h"
 #include "support/property.h"
 #include "support/scripted_device.h"
 #include "support/scripted_libc.h"
@@ -37,7 +37,6 @@ struct Reply {
 MCAST_STATUS Parse(const void *bytes, uint64_t length, void *output, void *, void *)
 {
     Reply reply;
-
     EXPECT_EQ(length, sizeof(reply));
     memcpy(&reply, bytes, sizeof(reply));
     memcpy(output, &reply.entry, sizeof(reply.entry));
@@ -53,7 +52,6 @@ uint32_t EntryOf(const MCAST_MIB_REQUEST_S *request)
 uint32_t ChooseLowest(MCAST_MIB_REQUEST_S *const requests[], uint32_t count)
 {
     uint32_t best = count;
-
     for (uint32_t i = 0; i < count; ++i) {
         if (requests[i]->result == 0 && (best == count || EntryOf(requests[i]) < EntryOf(requests[best]))) {
             best = i;

@@ -2,12 +2,11 @@
  * The group and source table beside sorted sets: the same random inserts and removals on both, with the
  * counts and every look-up compared, and now and then a walk in pieces, between which records come and go.
  */
-#include "unit/container/mtable_records.h"
-
 #include <map>
 #include <set>
 
 #include "support/property.h"
+#include "unit/container/mtable_records.h"
 
 namespace
 {
@@ -20,7 +19,6 @@ MCAST_ADDR_S Small(uint16_t family, uint32_t number)
     MCAST_ADDR_S addr = {family, 0, {}};
     int middle = family == MCAST_FAMILY_IPV4 ? 2 : 6;
     int last = family == MCAST_FAMILY_IPV4 ? 3 : 15;
-
     addr.address[middle] = static_cast<uint8_t>(number * 40);
     addr.address[last] = static_cast<uint8_t>(number * 77);
     return addr;
@@ -55,7 +53,6 @@ protected:
     {
         MTABLE_GROUP_S *group = MTable_SearchGroup(&table_, &g);
         MTABLE_SOURCE_S *source = MTable_SearchSource(&table_, &g, &s);
-
         ASSERT_EQ(group != nullptr, model_.count(Key(g)) != 0);
         ASSERT_EQ(source != nullptr, group != nullptr && model_[Key(g)].count(Key(s)) != 0);
         if (group == nullptr) {
@@ -86,7 +83,6 @@ protected:
     void CompareCounts()
     {
         size_t sources = 0;
-
         for (const auto &[address, of_group] : model_) {
             sources += of_group.size();
         }
@@ -103,7 +99,6 @@ protected:
         MCAST_ADDR_S group_cursor = Small(family, 0), source_cursor = Small(family, 0);
         MTABLE_WALK_S walk = {&group_cursor, &source_cursor, MTABLE_WALK_ALL};
         std::vector<std::string> expected;
-
         seen_.clear();
         while (MTable_Walk(&table_, &walk, nullptr, nullptr, VisitSource, this) == MCAST_WALK_AGAIN) {
             if (random_.OneIn(4)) {
@@ -124,7 +119,6 @@ protected:
     {
         MTABLE_GROUP_S *group = MTable_SearchGroup(&table_, walk.group_cursor);
         MTABLE_SOURCE_S *source = MTable_SearchSourceInGroup(group, walk.source_cursor);
-
         model_[Key(group->address)].erase(Key(source->address));
         FreeRecord(MTable_RemoveSource(group, source));
         /* A group of which nothing was seen may vanish as a whole. */
@@ -136,7 +130,6 @@ protected:
     static uint32_t VisitSource(MTABLE_GROUP_S *group, MTABLE_SOURCE_S *source, void *argument)
     {
         MTableProperty *self = static_cast<MTableProperty *>(argument);
-
         if (self->random_.OneIn(4)) {
             return MCAST_WALK_AGAIN;
         }

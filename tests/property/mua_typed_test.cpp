@@ -1,15 +1,12 @@
 /*
  * What an operator types for a Multicast-UA interface against the expressions, compiled and matched here.
  */
-#include "mcast/interface_name.h"
-
-#include <gtest/gtest.h>
-
-#include <regex.h>
-
 #include <cstdlib>
+#include <gtest/gtest.h>
+#include <regex.h>
 #include <string>
 
+#include "mcast/interface_name.h"
 #include "support/property.h"
 
 namespace
@@ -45,7 +42,6 @@ std::string RandomText(property::Random &random)
 {
     const std::string type = "multicast-ua";
     std::string text = random.OneIn(3) ? "" : type.substr(0, random.Below(13));
-
     for (char &each : text) {
         each = random.OneIn(2) ? static_cast<char>(toupper(each)) : each;
     }
@@ -62,7 +58,6 @@ std::string RandomText(property::Random &random)
 bool IsLow(const std::string &text)
 {
     const size_t digit = text.find_first_of("0123456789");
-
     return strtoul(text.c_str() + digit, nullptr, 10) <= MCAST_IF_TYPED_NUMBER_MAX;
 }
 

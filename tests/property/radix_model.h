@@ -31,7 +31,6 @@ struct Prefix {
 inline Prefix MakePrefix(const Bytes &key, unsigned length)
 {
     Prefix prefix = {{}, length};
-
     memcpy(prefix.key.data(), key.data(), length / 8);
     if (length % 8 != 0) {
         prefix.key[length / 8] = static_cast<uint8_t>(key[length / 8] & (0xff00u >> (length % 8)));
@@ -78,7 +77,6 @@ public:
     void *Put(const Prefix &prefix, void *entry)
     {
         auto place = Find(prefix);
-
         if (place != items.end() && place->first == prefix) {
             return std::exchange(place->second, entry);
         }
@@ -90,7 +88,6 @@ public:
     {
         auto place = Find(prefix);
         void *entry = place->second;
-
         items.erase(place);
         return entry;
     }
@@ -98,7 +95,6 @@ public:
     void *Get(const Prefix &prefix)
     {
         auto place = Find(prefix);
-
         return place != items.end() && place->first == prefix ? place->second : nullptr;
     }
 
@@ -107,7 +103,6 @@ public:
     {
         auto next = std::upper_bound(items.begin(), items.end(), prefix,
                                      [](const Prefix &key, const Item &item) { return key < item.first; });
-
         return next == items.end() ? nullptr : next->second;
     }
 
@@ -116,7 +111,6 @@ public:
     {
         std::vector<void *> chain;
         const Prefix target = MakePrefix(key, length);
-
         for (auto item = items.rbegin(); item != items.rend(); ++item) {
             if (Covers(item->first, target)) {
                 chain.push_back(item->second);
@@ -140,7 +134,6 @@ public:
     std::optional<Prefix> Following(const Cursor &cursor) const
     {
         const Prefix *next = nullptr;
-
         for (const Item &item : items) {
             if (Before(*cursor.current, item.first, cursor.reverse) &&
                 (next == nullptr || Before(item.first, *next, cursor.reverse))) {

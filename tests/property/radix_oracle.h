@@ -29,7 +29,6 @@ public:
     Bytes KeyBytes(const void *record) const
     {
         Bytes bytes = {};
-
         memcpy(bytes.data(), static_cast<const uint8_t *>(record) + tree->address_offset,
                (tree->maximum_length + 7u) / 8u);
         return bytes;
@@ -38,7 +37,6 @@ public:
     const MCAST_ADDR_S *RecordOf(const void *entry) const
     {
         const MCAST_ADDR_S *record;
-
         memcpy(&record, static_cast<const uint8_t *>(entry) + tree->key_pointer_offset, sizeof record);
         return record;
     }
@@ -56,7 +54,6 @@ public:
     static unsigned Common(const Bytes &a, const Bytes &b, unsigned limit)
     {
         unsigned count = 0;
-
         if (limit == 0) {
             return 0;
         }
@@ -78,7 +75,6 @@ public:
     {
         Node *passed = nullptr;
         Node *node = tree->root;
-
         while (node != nullptr && node->bit < length) {
             passed = node;
             Node *child = Bit(key, node->bit) ? node->right : node->left;
@@ -105,7 +101,6 @@ public:
     {
         std::array<uint8_t, 16> address;
         const unsigned size = record.family == MCAST_FAMILY_IPV4 ? 4 : 16;
-
         memcpy(address.data(), record.address, 16);
         for (unsigned i = 0; i < size; ++i) {
             unsigned mask = 0;
@@ -133,7 +128,6 @@ public:
     {
         const Bytes key = KeyBytes(&record);
         Node *node = Upward(Descent(key, length));
-
         if (node == nullptr) {
             return nullptr;
         }
@@ -149,7 +143,6 @@ public:
     void *Locate(const MCAST_ADDR_S &record, unsigned length) const
     {
         Node *node = Upward(Descent(KeyBytes(&record), length));
-
         if (node == nullptr || node->bit != length ||
             CompareMasked(record, *RecordOf(node->entry), length) != 0) {
             return nullptr;
@@ -160,7 +153,6 @@ public:
     void *LocateBest(const MCAST_ADDR_S &record, unsigned length, MRT_RDX_FILTER filter, void *argument) const
     {
         Node *node = BestNode(record, length);
-
         if (node == nullptr) {
             return nullptr;
         }
@@ -282,7 +274,6 @@ public:
         const bool use_key = length != 0 && record != nullptr;
         const Bytes key = use_key ? KeyBytes(record) : Bytes{};
         Node *node = tree->root;
-
         if (node == nullptr) {
             return nullptr;
         }

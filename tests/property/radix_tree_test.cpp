@@ -44,7 +44,6 @@ public:
     ~World()
     {
         const bool tree_first = random.OneIn(2);
-
         if (tree_first) {
             MRT_RDX_DestroyTree(tree);
         }
@@ -68,7 +67,6 @@ public:
     void Step()
     {
         const unsigned choice = random.Below(100);
-
         if (choice < 28) {
             /* The size wanders between nothing and twice the flavour's. */
             random.Below(2 * flavour.size) >= model.items.size() ? Add() : Delete();
@@ -94,7 +92,6 @@ private:
     static void Free(void *memory)
     {
         auto *entry = static_cast<Entry *>(memory);
-
         if (entry != nullptr) {
             delete entry->key;
             delete entry;
@@ -125,7 +122,6 @@ private:
         MCAST_ADDR_S record = {};
         const bool other = flavour.mixed_families && random.OneIn(2);
         const unsigned size = (flavour.maximum + 7) / 8;
-
         record.family = (flavour.maximum <= 32) != other ? MCAST_FAMILY_IPV4 : MCAST_FAMILY_IPV6;
         for (unsigned i = 0; i < size; ++i) {
             const unsigned value = random.Below(flavour.spread);
@@ -255,13 +251,13 @@ private:
     }
 
     /* What the meaning of prefixes says, where the keys' bits or families do not make the answer a matter of
-     * definition. */
+     * definition.
+     */
     void QueryModel(const MCAST_ADDR_S &record, unsigned length)
     {
         const Prefix prefix = PrefixOf(record, length);
         const std::vector<void *> chain = model.Chain(prefix.key, length);
         MRT_RDX_WALK_S *walk = MRT_RDX_CreateWalk(tree, &record, length, MRT_RDX_WALK_PREFIX_CHAIN);
-
         EXPECT_EQ(walk != nullptr, !chain.empty());
         for (void *entry : chain) {
             EXPECT_EQ(MRT_RDX_WalkNext(walk), entry);

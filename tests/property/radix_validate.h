@@ -68,7 +68,6 @@ inline void Validate(const MRT_RDX_TREE_S *tree, const Model &model)
     Node *node = tree->root;
     size_t entries = 0;
     size_t glue = 0;
-
     ASSERT_TRUE(node == nullptr || node->parent == nullptr);
     for (; node != nullptr; node = NextInPreOrder(node)) {
         ASSERT_NO_FATAL_FAILURE(ValidateNode(oracle, node));

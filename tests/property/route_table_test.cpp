@@ -2,12 +2,12 @@
  * Random sequences of creations, deletions, lookups and walks on a route table, against a map of maps; every
  * release of user data accounted for.
  */
-#include <gtest/gtest.h>
+#include "mcast/route_table.h"
 
+#include <gtest/gtest.h>
 #include <map>
 #include <set>
 
-#include "mcast/route_table.h"
 #include "property/radix_model.h"
 #include "support/fault.h"
 #include "support/property.h"
@@ -21,7 +21,6 @@ using radix_model::Prefix;
 Prefix PrefixOf(const MCAST_ADDR_S &address, unsigned length)
 {
     radix_oracle::Bytes bytes = {};
-
     memcpy(bytes.data(), address.address, sizeof address.address);
     return radix_model::MakePrefix(bytes, length);
 }
@@ -76,7 +75,6 @@ public:
     void Step()
     {
         const unsigned choice = random.Below(100);
-
         if (choice < 20) {
             Create();
         } else if (choice < 26) {
@@ -104,7 +102,6 @@ private:
     MCAST_ADDR_S AddressOf(unsigned length)
     {
         MCAST_ADDR_S address = {};
-
         address.family = static_cast<uint16_t>(family);
         for (unsigned i = 0; i < length / 8; ++i) {
             address.address[i] = static_cast<uint8_t>(random.Below(2) * 0x81);
@@ -129,7 +126,6 @@ private:
         const Prefix group_prefix = PrefixOf(group, group_length);
         const Prefix source_prefix = PrefixOf(source, source_length);
         MRT_SOURCE_S *entry = MRT_CreateEntryMask(table, &group, group_length, &source, source_length);
-
         ASSERT_NE(entry, nullptr);
         GroupModel &known = model[group_prefix];
         if (known.group == nullptr) {
@@ -197,7 +193,6 @@ private:
     {
         MRT_WALK_S *walk = MRT_CreateWalk(table);
         auto expected = model.begin();
-
         ASSERT_EQ(walk != nullptr, !model.empty());
         for (void *entry = MRT_WalkNext(walk); entry != nullptr; entry = MRT_WalkNext(walk)) {
             ASSERT_NE(expected, model.end());
@@ -233,7 +228,6 @@ private:
         const unsigned length = Length();
         const MCAST_ADDR_S address = AddressOf(length);
         const Prefix prefix = PrefixOf(address, length);
-
         CheckWalk(MRT_Walk_ReadMode(table), model, nullptr, false);
         CheckWalk(MRT_Walk_Subset(table, &address, length), model, &prefix, false);
         MRT_WALK_S *walk = MRT_Walk_Start(table, &address, length);
@@ -254,7 +248,6 @@ private:
         const MCAST_ADDR_S source = AddressOf(source_length);
         auto known = model.find(PrefixOf(group, group_length));
         MRT_SOURCE_S *expected = nullptr;
-
         if (known != model.end()) {
             auto entry = known->second.sources.find(PrefixOf(source, source_length));
             expected = entry == known->second.sources.end() ? nullptr : entry->second;

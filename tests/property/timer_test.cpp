@@ -3,13 +3,13 @@
  * after every operation the pending timers, their order of expiry and the platform timer's state agree.
  * Callbacks add, refresh and delete timers while expiries are processed.
  */
-#include <gtest/gtest.h>
+#include "mcast/timer.h"
 
 #include <algorithm>
+#include <gtest/gtest.h>
 #include <map>
 #include <optional>
 
-#include "mcast/timer.h"
 #include "support/fault.h"
 #include "support/property.h"
 #include "support/scripted_timer.h"
@@ -93,7 +93,6 @@ private:
     uint32_t Earliest() const
     {
         uint32_t earliest = kNever;
-
         for (const auto &entry : pending) {
             earliest = std::min(earliest, entry.second.expiry);
         }
@@ -108,14 +107,12 @@ private:
     void Arm(uint32_t expiry)
     {
         uint64_t delay = expiry <= Now() ? 1000 : uint64_t{expiry - Now()} * 1000;
-
         due_ms = platform.now_ms + (delay <= 4294966000 ? delay : delay / 1000);
     }
 
     uint32_t Timeout()
     {
         static constexpr uint32_t kOdd[] = {kNever, 4294966, 4294967, kNever - 500, 0};
-
         return random.OneIn(40) ? kOdd[random.Below(5)] : random.Below(30);
     }
 
@@ -162,7 +159,6 @@ private:
     {
         uint32_t seconds = Timeout();
         uint32_t earliest = Earliest();
-
         ASSERT_EQ(MCAST_TMR_RefreshNode(manager, known.node, seconds), MCAST_OK);
         known.expiry = After(seconds);
         if (Earliest() < earliest) {
@@ -173,7 +169,6 @@ private:
     void Process()
     {
         uint32_t now = Now();
-
         due_ms.reset();
         ASSERT_EQ(MCAST_TMR_ProcExpires(manager), MCAST_OK);
         if (!pending.empty()) {

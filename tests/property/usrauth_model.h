@@ -48,7 +48,7 @@ public:
 
     void Read()
     {
-        statistics[0]++;
+        ++statistics[0];
     }
 
     void Announce(const UserSpec &spec)
@@ -82,7 +82,6 @@ public:
     void Withdraw(const UserSpec &spec)
     {
         const Key key = {spec.node, spec.user_id};
-
         Count(spec.kind, 1, key);
         if (users.count(key) == 0) {
             return;
@@ -96,7 +95,6 @@ public:
     void UpdateMessage(const UserSpec &spec)
     {
         const Key key = {spec.node, spec.user_id};
-
         if (filter_drops) {
             return;
         }
@@ -187,7 +185,6 @@ public:
     {
         const NodeKind fired = timers.front();
         std::vector<uint32_t> marked;
-
         timers.erase(timers.begin());
         for (uint32_t id : kinds[fired]) {
             if ((users[{fired.first, id}].flags & kMarked) != 0 && marked.size() < 8) {
@@ -254,7 +251,7 @@ private:
     void CountKind(uint32_t kind, uint32_t type)
     {
         if (kind < 7) {
-            statistics[1 + 7 * kind + type]++;
+            ++statistics[1 + 7 * kind + type];
         }
     }
 
@@ -262,21 +259,19 @@ private:
     {
         CountKind(kind, type);
         if (details.count(key) != 0 || details.size() < detail_limit) {
-            details[key][type]++;
+            ++details[key][type];
         }
     }
 
     bool HasUsers(uint16_t node) const
     {
         auto first = users.lower_bound({node, 0});
-
         return first != users.end() && first->first.first == node;
     }
 
     void Remove(const Key &key)
     {
         ModelUser &user = users[key];
-
         TellOffline(key);
         if (user.in_tree) {
             interfaces.erase(user.if_index);
@@ -315,7 +310,6 @@ private:
     {
         const UserSpec &was = user.spec;
         uint32_t flags = 0;
-
         if (user.if_index == 0) {
             return 0;
         }
@@ -339,7 +333,6 @@ private:
     void Update(const Key &key, const UserSpec &spec, bool announced)
     {
         ModelUser &user = users[key];
-
         if (announced && refreshes.count({spec.node, spec.kind}) != 0) {
             user.flags |= kRefreshed;
         }

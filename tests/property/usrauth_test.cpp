@@ -2,12 +2,11 @@
  * The user authentication beside its model: the same random messages and calls to both, with callbacks,
  * users, entries, interfaces, details, statistics and timers compared after each.
  */
-#include "unit/usrauth/usrauth_fixture.h"
-
 #include <cstring>
 
 #include "property/usrauth_model.h"
 #include "support/property.h"
+#include "unit/usrauth/usrauth_fixture.h"
 #include "usrauth/node.h"
 #include "usrauth/user.h"
 
@@ -89,7 +88,6 @@ protected:
     void Read()
     {
         Bytes data;
-
         for (uint32_t left = 1 + random_.Below(4); left > 0; --left) {
             AddMessage(&data);
         }
@@ -103,7 +101,6 @@ protected:
     {
         const UserSpec spec = Spec();
         const std::vector<Pair> pairs = Pairs();
-
         switch (random_.Below(12)) {
         case 0:
         case 1:
@@ -141,7 +138,6 @@ protected:
     {
         const uint32_t kinds[] = {0, 2, 2, 3, 3, 3, 3, 4, 9};
         UserSpec spec;
-
         spec.family = family_;
         spec.node = Node();
         spec.user_id = 1 + random_.Below(kUsers);
@@ -166,7 +162,6 @@ protected:
     std::vector<Pair> Pairs()
     {
         std::vector<Pair> pairs(random_.Below(5));
-
         for (Pair &pair : pairs) {
             pair = {static_cast<uint8_t>(random_.Below(3)), static_cast<uint8_t>(random_.Below(4))};
         }
@@ -233,7 +228,6 @@ protected:
         const auto tail = [](uint8_t last) {
             return last == 0 ? std::string("") : std::string(1, static_cast<char>('0' + last));
         };
-
         for (const auto &[pair, seen] : user.entries) {
             text += text.empty() ? "" : " ";
             text += is_ipv4
@@ -247,7 +241,6 @@ protected:
     void CompareOnline()
     {
         std::string expected;
-
         for (const auto &[if_index, key] : model_.interfaces) {
             expected += (expected.empty() ? "" : " ") + std::to_string(if_index) + ":" +
                         std::to_string(key.first) + "/" + std::to_string(key.second);

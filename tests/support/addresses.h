@@ -5,7 +5,6 @@
 #define TESTS_SUPPORT_ADDRESSES_H
 
 #include <arpa/inet.h>
-
 #include <cstdio>
 #include <cstdlib>
 
@@ -15,7 +14,6 @@
 inline MCAST_ADDR_S Addr(const char *text)
 {
     MCAST_ADDR_S addr = {};
-
     if (inet_pton(AF_INET, text, addr.address) == 1) {
         addr.family = MCAST_FAMILY_IPV4;
     } else if (inet_pton(AF_INET6, text, addr.address) == 1) {

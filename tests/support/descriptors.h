@@ -11,7 +11,6 @@ inline int OpenDescriptors()
 {
     DIR *directory = opendir("/proc/self/fd");
     int count = 0;
-
     if (directory == nullptr) {
         return -1;
     }

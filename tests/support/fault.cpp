@@ -24,7 +24,6 @@ bool Fails()
 {
     unsigned long count = ++g_count;
     unsigned long failing = g_failing;
-
     return failing != 0 && count == failing;
 }
 

@@ -29,7 +29,6 @@ inline Formatted FormatInto(const FormatFilter &filter, size_t size, const char 
     char *buffer = size != 0 ? static_cast<char *>(std::malloc(size)) : nullptr;
     Formatted formatted = {};
     va_list args;
-
     if (buffer != nullptr) {
         std::memset(buffer, 0x5a, size);
     }

@@ -18,7 +18,6 @@ inline uint64_t Seed(const char *name)
 {
     const char *chosen = getenv("MCAST_PROPERTY_SEED");
     const uint64_t seed = chosen != nullptr ? strtoull(chosen, nullptr, 0) : std::random_device{}();
-
     printf("%s: MCAST_PROPERTY_SEED=%llu\n", name, static_cast<unsigned long long>(seed));
     return seed;
 }
@@ -27,7 +26,6 @@ inline uint64_t Seed(const char *name)
 inline uint64_t Operations(uint64_t otherwise)
 {
     const char *chosen = getenv("MCAST_PROPERTY_OPS");
-
     return chosen != nullptr ? strtoull(chosen, nullptr, 0) : otherwise;
 }
 

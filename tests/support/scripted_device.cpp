@@ -114,7 +114,6 @@ uint32_t CIOCTL(uint16_t node, uint32_t command, uint32_t length, const void *in
                 uint32_t output_length, uint32_t *status)
 {
     const char zeroes[8] = {};
-
     Note("threads", node,
          command == 0x600002 && length == 8 && memcmp(input, zeroes, 8) == 0 && output == nullptr &&
              output_length == 0);

@@ -1,6 +1,6 @@
-#include <cerrno>
-
 #include "support/scripted_libc.h"
+
+#include <cerrno>
 
 #define SCRIPTED_CALL(result, name, parameters, arguments)                                                   \
     extern "C" result __real_##name parameters;                                                              \

@@ -8,7 +8,6 @@
 
 #include <cerrno>
 #include <functional>
-
 #include <pthread.h>
 #include <regex.h>
 #include <signal.h>

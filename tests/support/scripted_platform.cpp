@@ -90,7 +90,6 @@ namespace platform
 bool Fails(Operation operation)
 {
     Script &script = ScriptOf(operation);
-
     ++script.calls;
     if (script.failing != 0 && --script.failing == 0) {
         return true;
@@ -144,7 +143,6 @@ IF_INSTANCE IF_CreatePDInstance(uint32_t kind, uint32_t option)
 uint32_t IF_DestroyPDInstance(IF_INSTANCE handle)
 {
     PrivateData *instance = InstanceOf(handle);
-
     if (instance == nullptr) {
         return 1;
     }
@@ -156,7 +154,6 @@ uint32_t IF_DestroyPDInstance(IF_INSTANCE handle)
 uint32_t IF_SetPrivateData(IF_INSTANCE handle, uint32_t if_index, void *data, uint32_t option)
 {
     PrivateData *instance = InstanceOf(handle);
-
     if (platform::Fails(Operation::kSetPrivateData) || instance == nullptr || data == nullptr ||
         option != 0) {
         return 1;
@@ -168,7 +165,6 @@ uint32_t IF_SetPrivateData(IF_INSTANCE handle, uint32_t if_index, void *data, ui
 uint32_t IF_DelPrivateData(IF_INSTANCE handle, uint32_t if_index, uint32_t option)
 {
     PrivateData *instance = InstanceOf(handle);
-
     return instance != nullptr && option == 0 && instance->erase(if_index) == 1 ? 0 : 1;
 }
 
@@ -176,21 +172,18 @@ uint32_t IF_GetPrivateData(IF_INSTANCE handle, uint32_t if_index, void **data)
 {
     PrivateData *instance = InstanceOf(handle);
     uint32_t found = 0;
-
     return instance == nullptr ? 1 : Fetch(*instance, instance->find(if_index), &found, data);
 }
 
 uint32_t IF_GetFirstPrivateData(IF_INSTANCE handle, uint32_t *if_index, void **data)
 {
     PrivateData *instance = InstanceOf(handle);
-
     return instance == nullptr ? 1 : Fetch(*instance, instance->begin(), if_index, data);
 }
 
 uint32_t IF_GetNextPrivateData(IF_INSTANCE handle, uint32_t after, uint32_t *if_index, void **data)
 {
     PrivateData *instance = InstanceOf(handle);
-
     return instance == nullptr ? 1 : Fetch(*instance, instance->upper_bound(after), if_index, data);
 }
 
@@ -242,7 +235,6 @@ uint32_t AVL_Remove(AVL_HANDLE handle, void *record)
 {
     Tree *tree = TreeOf(handle);
     auto at = tree->records.find(record);
-
     if (at == tree->records.end() || *at != record) {
         return 0;
     }
@@ -254,14 +246,12 @@ void *AVL_Get(AVL_HANDLE handle, const void *key, AVL_KEY_COMPARE compare)
 {
     Tree *tree = TreeOf(handle);
     auto at = tree->records.find(Probe{key, compare});
-
     return at == tree->records.end() ? nullptr : *at;
 }
 
 void *AVL_GetLeftMost(AVL_HANDLE handle)
 {
     Tree *tree = TreeOf(handle);
-
     return tree->records.empty() ? nullptr : *tree->records.begin();
 }
 
@@ -269,7 +259,6 @@ void *AVL_GetNext(AVL_HANDLE handle, const void *record_or_probe)
 {
     Tree *tree = TreeOf(handle);
     auto at = tree->records.upper_bound(const_cast<void *>(record_or_probe));
-
     return at == tree->records.end() ? nullptr : *at;
 }
 
@@ -277,7 +266,6 @@ void *AVL_GetPrev(AVL_HANDLE handle, const void *record_or_probe)
 {
     Tree *tree = TreeOf(handle);
     auto at = tree->records.lower_bound(const_cast<void *>(record_or_probe));
-
     return at == tree->records.begin() ? nullptr : *--at;
 }
 

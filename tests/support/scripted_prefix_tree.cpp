@@ -62,7 +62,6 @@ template <uint32_t longest> bool Contains(const RDX_PREFIX_S &outer, const RDX_P
 template <uint32_t longest> RDX_NODE_S *Search(const RDX_TREE_S *tree, const RDX_PREFIX_S *prefix)
 {
     RDX_NODE_S *best = nullptr;
-
     for (RDX_NODE_S *node = First(tree); node != nullptr; node = Next(node)) {
         if (Contains<longest>(node->prefix, *prefix) &&
             (best == nullptr || Length<longest>(node->prefix) > Length<longest>(best->prefix))) {
@@ -76,7 +75,6 @@ template <uint32_t longest> RDX_NODE_S *Collect(RDX_TREE_S *tree, const RDX_PREF
 {
     RDX_NODE_S *chain = nullptr;
     RDX_NODE_S **tail = &chain;
-
     for (RDX_NODE_S *node = First(tree); node != nullptr; node = Next(node)) {
         if (Contains<longest>(*prefix, node->prefix)) {
             node->collected = nullptr;
@@ -91,7 +89,6 @@ template <uint32_t longest> uint32_t Insert(RDX_TREE_S *tree, RDX_NODE_S *node)
 {
     RDX_NODE_S *before = nullptr;
     RDX_NODE_S *after = First(tree);
-
     if (platform::Fails(platform::Operation::kPrefixInsert)) {
         return 1;
     }
@@ -115,7 +112,6 @@ template <uint32_t longest> uint32_t Insert(RDX_TREE_S *tree, RDX_NODE_S *node)
 void Remove(RDX_TREE_S *tree, RDX_NODE_S *node)
 {
     RDX_NODE_S *before = First(tree);
-
     if (before == node) {
         tree->root = Next(node);
     } else {

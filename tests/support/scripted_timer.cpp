@@ -29,7 +29,6 @@ void Reset()
 std::string Calls()
 {
     std::string joined;
-
     for (const std::string &call : platform.calls) {
         joined += joined.empty() ? call : ", " + call;
     }
@@ -45,7 +44,6 @@ void Advance(uint64_t seconds)
 TIMER_SERVICE Service()
 {
     static uint64_t place;
-
     return reinterpret_cast<TIMER_SERVICE>(&place);
 }
 

@@ -2,7 +2,6 @@
 
 namespace usrauth_test
 {
-
 namespace
 {
 
@@ -10,7 +9,6 @@ void PutAddress(Bytes *bytes, size_t offset, uint16_t family, const Bytes &ipv4_
                 uint8_t last)
 {
     const Bytes &head = family == 2 ? ipv4_head : ipv6_head;
-
     for (size_t i = 0; i < head.size(); ++i) {
         (*bytes)[offset + i] = head[i];
     }
@@ -40,7 +38,6 @@ void Put(Bytes *bytes, size_t offset, size_t size, uint64_t number)
 Bytes Message(uint16_t type, const Bytes &value)
 {
     Bytes head(4);
-
     Put(&head, 0, 2, type);
     Put(&head, 2, 2, value.size());
     return head + value;
@@ -49,7 +46,6 @@ Bytes Message(uint16_t type, const Bytes &value)
 Bytes EntryBytes(uint16_t family, const Pair &pair)
 {
     Bytes bytes(32);
-
     PutAddress(&bytes, 0, family, {10, 0, 0}, {0x20, 0x01}, pair.source);
     PutAddress(&bytes, 16, family, {239, 0, 0}, {0xff, 0x0e}, pair.group);
     return bytes;
@@ -59,7 +55,6 @@ Bytes UserSpec::Value() const
 {
     Bytes value(88);
     const size_t name_room = name.empty() ? 0 : name.size() + 1;
-
     Put(&value, 0, 4, user_id);
     Put(&value, 4, 4, access_if_index);
     PutAddress(&value, 8, family, {192, 0, 2}, {0x20, 0x01, 0x0d, 0xb8}, address);
@@ -93,7 +88,6 @@ Bytes UserSpec::Value() const
 Bytes UserSpec::ListValue(const std::vector<Pair> &list) const
 {
     Bytes value(20);
-
     Put(&value, 0, 4, user_id);
     Put(&value, 4, 2, node);
     Put(&value, 8, 4, kind);
@@ -109,7 +103,6 @@ Bytes UserSpec::ListValue(const std::vector<Pair> &list) const
 static Bytes RefreshMessage(uint16_t type, uint16_t node, uint32_t kind)
 {
     Bytes value(8);
-
     Put(&value, 0, 2, node);
     Put(&value, 4, 4, kind);
     return Message(type, value);

@@ -10,7 +10,6 @@
 
 namespace usrauth_test
 {
-
 namespace
 {
 
@@ -133,7 +132,6 @@ const char *IndexFault() MCAST_NO_LOCK_ANALYSIS
 const char *DetailsFault()
 {
     const void *last = nullptr;
-
     for (void *at = AVL_GetLeftMost(g_store.details); at != nullptr; at = AVL_GetNext(g_store.details, at)) {
         if (last != nullptr && CompareDetails(last, at) >= 0) {
             return "details out of order";

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -22,7 +21,6 @@ void write_down(const char *name)
     static const int fd = open(getenv("MCAST_CALL_RECORD"), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     char line[64];
     const int length = snprintf(line, sizeof(line), "%s\n", name);
-
     if (write(fd, line, static_cast<size_t>(length)) != length) {
         abort();
     }
@@ -31,14 +29,12 @@ void write_down(const char *name)
 bool is_of_library(const void *caller)
 {
     Dl_info place{};
-
     return dladdr(caller, &place) != 0 && strstr(place.dli_fname, "libmcastcommon") != nullptr;
 }
 
 Function next(const char *name)
 {
     const auto function = reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-
     if (function == nullptr) {
         abort();
     }

@@ -10,11 +10,6 @@
  *
  * After each command it prints "done" and the result.
  */
-#include "mcast/event.h"
-#include "mcast/member_channel.h"
-#include "mcast/mrib_message.h"
-#include "mcasthost/loop.h"
-
 #include <csignal>
 #include <cstdlib>
 #include <iomanip>
@@ -25,6 +20,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
+
+#include "mcast/event.h"
+#include "mcast/member_channel.h"
+#include "mcast/mrib_message.h"
+#include "mcasthost/loop.h"
 
 namespace
 {

@@ -11,11 +11,6 @@
  *
  *     show: vrf 1, acl none, replays 1, busy 0, local 10.1.0.2>239.1.1.1@10.0.0.9
  */
-#include "mcast/acl_filter.h"
-#include "mcast/mrib.h"
-#include "mcast/msdp.h"
-#include "mcasthost/loop.h"
-
 #include <arpa/inet.h>
 #include <array>
 #include <cstdio>
@@ -26,6 +21,11 @@
 #include <sys/epoll.h>
 #include <unistd.h>
 #include <vector>
+
+#include "mcast/acl_filter.h"
+#include "mcast/mrib.h"
+#include "mcast/msdp.h"
+#include "mcasthost/loop.h"
 
 namespace
 {
@@ -67,7 +67,7 @@ void show()
     do {
         MRIB_MSDP_BATCH_S batch{};
         result = MRIB_MSDP_GetLocalSrc(instance, &filter, &cursor, &batch);
-        for (uint64_t i = 0; i < batch.count; i++) {
+        for (uint64_t i = 0; i < batch.count; ++i) {
             std::cout << ' ' << text_of(batch.pairs[i].source_be) << '>' << text_of(batch.pairs[i].group_be)
                       << '@' << text_of(batch.rp_be);
         }
@@ -149,7 +149,7 @@ int main()
     MRIB_GMP_CALLBACKS_S callbacks{};
     callbacks.connected = connected;
     callbacks.disconnected = disconnected;
-    callbacks.smooth_finished = [] { replays++; };
+    callbacks.smooth_finished = [] { ++replays; };
     callbacks.vrf_enabled = [](const MRIB_GMP_VRF_KEY_S *) {};
     callbacks.ssm_policy_changed = [](const MRIB_GMP_VRF_KEY_S *key, uint32_t number) {
         acl_numbers[key->vrf_index] = number;

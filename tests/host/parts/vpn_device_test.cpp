@@ -4,11 +4,11 @@
 #include <cerrno>
 #include <gtest/gtest.h>
 #include <libmnl/libmnl.h>
-#include <linux/if_link.h>
-#include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <string>
 #include <vector>
+#include <linux/if_link.h>
+#include <linux/rtnetlink.h>
 
 #include "interface_view.h"
 #include "link_message.h"

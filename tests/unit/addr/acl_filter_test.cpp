@@ -1,8 +1,7 @@
 #include "mcast/acl_filter.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 #include <vector>
 
 #include "platform/acl.h"
@@ -79,7 +78,6 @@ protected:
     void ExpectAsked4(uint32_t first, uint32_t second, uint32_t slots)
     {
         ACL_PACKET_INFO4_S expected = {};
-
         expected.first = first;
         expected.second = second;
         expected.slots = slots;
@@ -94,7 +92,6 @@ protected:
     {
         ACL_PACKET_INFO6_S expected = {};
         MCAST_ADDR_S addr = Addr(first);
-
         std::memcpy(expected.first, addr.address, 16);
         addr = Addr(second);
         std::memcpy(expected.second, addr.address, 16);
@@ -186,7 +183,6 @@ TEST_F(AclFilter, TakesTheSingleAddressTypeOfTheOtherFamilyForAPair)
 TEST_F(AclFilter, TakesAnyFamilyButIpv4ForIpv6)
 {
     MRIB_GMP_VRF_KEY_S other = {77, kVrf};
-
     type = 6;
     MCAST_IsAclPermit(&other, 2001, &kGroup6, nullptr);
     ExpectAsked6("ff0e::2", "::", 1);
@@ -290,7 +286,6 @@ TEST_F(AclFilter, SsmRangeWithAListIsWhatItPermits)
 {
     MCAST_ADDR_S outside = Addr("239.4.5.6");
     MCAST_ADDR_S inside = Addr("232.1.1.1");
-
     type = 1;
     EXPECT_EQ(MCAST_IsSSMGrp(&kIpv4, 2001, &outside), MCAST_TRUE);
     ExpectAsked4(0xef040506, 0, 1);

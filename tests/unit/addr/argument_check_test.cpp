@@ -1,7 +1,6 @@
 #include "mcast/argument_check.h"
 
 #include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 

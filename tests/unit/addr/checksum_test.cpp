@@ -1,8 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 #include <random>
 #include <vector>
 
@@ -19,7 +17,6 @@ public:
     void Add(const void *bytes, size_t length)
     {
         const uint8_t *byte = static_cast<const uint8_t *>(bytes);
-
         for (; length >= 2; length -= 2, byte += 2) {
             AddWord(byte[0], byte[1]);
         }
@@ -31,7 +28,6 @@ public:
     uint32_t Complement() const
     {
         uint64_t sum = sum_;
-
         while (sum > 0xffff) {
             sum = (sum & 0xffff) + (sum >> 16);
         }
@@ -43,7 +39,6 @@ private:
     {
         const uint8_t bytes[2] = {first, second};
         uint16_t word;
-
         std::memcpy(&word, bytes, sizeof(word));
         sum_ += word;
     }
@@ -63,7 +58,6 @@ uint32_t Expected(const uint8_t *data, size_t length, const Header &header)
     WordSum sum;
     uint32_t upper_length = htonl(header.upper_length);
     const uint8_t last[2] = {0, static_cast<uint8_t>(header.next_header % 256)};
-
     sum.Add(header.src.address, 16);
     sum.Add(header.dst.address, 16);
     sum.Add(&upper_length, 4);
@@ -81,7 +75,6 @@ uint32_t Actual(const uint8_t *data, size_t length, const Header &header)
 std::vector<uint8_t> RandomBytes(std::mt19937 &random, size_t length)
 {
     std::vector<uint8_t> bytes(length);
-
     for (uint8_t &byte : bytes) {
         byte = static_cast<uint8_t>(random());
     }
@@ -124,7 +117,6 @@ TEST(Checksum, AgreesWithTheDefinitionForEveryShortLengthAtEveryAlignment)
     std::mt19937 random(12);
     std::vector<uint8_t> data = RandomBytes(random, 400);
     Header header;
-
     for (size_t start = 0; start < 32; ++start) {
         for (size_t length = 0; length <= 300; ++length) {
             header.upper_length = static_cast<uint32_t>(length);
@@ -159,7 +151,6 @@ TEST(Checksum, CarriesRightWhenEveryByteIsOnes)
 {
     std::vector<uint8_t> data(70000, 0xff);
     Header header;
-
     std::memset(header.src.address, 0xff, 16);
     std::memset(header.dst.address, 0xff, 16);
     header.upper_length = 0xffffffff;
@@ -175,7 +166,6 @@ TEST(Checksum, StaysExactOverMoreThanTheLanesHold)
     std::vector<uint8_t> ones(3 * 1024 * 1024 + 77, 0xff);
     std::vector<uint8_t> mixed = RandomBytes(random, ones.size());
     constexpr size_t kEdge = 0x1000 * 16;
-
     for (size_t length :
          {kEdge - 32, kEdge - 31, kEdge - 16, kEdge, kEdge + 1, 2 * kEdge - 64, 2 * kEdge, ones.size()}) {
         EXPECT_EQ(Actual(ones.data(), length, Header()), Expected(ones.data(), length, Header())) << length;
@@ -187,7 +177,6 @@ TEST(Checksum, OfNothingButZerosIsAllOnes)
 {
     const uint8_t zeros[40] = {};
     Header header;
-
     header.src = header.dst = g_stMcastDefSrcAddr6;
     header.next_header = 0;
     EXPECT_EQ(Actual(zeros, sizeof(zeros), header), 0xffffffffu);
@@ -198,14 +187,12 @@ TEST(Checksum, TakesAnOddLastByteAsTheFirstOfAZeroPaddedWord)
 {
     std::vector<uint8_t> odd = {1, 2, 3, 4, 5};
     std::vector<uint8_t> padded = {1, 2, 3, 4, 5, 0};
-
     EXPECT_EQ(Actual(odd.data(), odd.size(), Header()), Actual(padded.data(), padded.size(), Header()));
 }
 
 TEST(Checksum, CountsBothHalvesOfTheUpperLength)
 {
     Header plain, high, low;
-
     high.upper_length = 0x00020000;
     low.upper_length = 0x00000002;
     EXPECT_EQ(Actual(nullptr, 0, high), Expected(nullptr, 0, high));
@@ -216,7 +203,6 @@ TEST(Checksum, CountsBothHalvesOfTheUpperLength)
 TEST(Checksum, CountsTheNextHeaderModulo256)
 {
     Header plain, large;
-
     large.next_header = 0xabcdef00 + plain.next_header;
     EXPECT_EQ(Actual(nullptr, 0, large), Actual(nullptr, 0, plain));
 }
@@ -224,7 +210,6 @@ TEST(Checksum, CountsTheNextHeaderModulo256)
 TEST(Checksum, CountsAllSixteenBytesOfAnIpv4Record)
 {
     Header header;
-
     header.src = Addr("10.1.2.3");
     header.src.address[15] = 9;
     EXPECT_EQ(Actual(nullptr, 0, header), Expected(nullptr, 0, header));

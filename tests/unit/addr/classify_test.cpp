@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 
 #include "mcast/addr.h"
 #include "support/addresses.h"
@@ -16,7 +15,6 @@ struct Row {
 uint32_t HostOrder(const MCAST_ADDR_S &addr)
 {
     uint32_t network;
-
     std::memcpy(&network, addr.address, sizeof(network));
     return ntohl(network);
 }
@@ -151,7 +149,6 @@ TEST(RoutableCheck, RejectsUnspecifiedLinkLocalAndMulticastByTheFirstTwoBytes)
 TEST(RoutableCheck, LooksOnlyAtFourBytesOfAnIpv4Record)
 {
     MCAST_ADDR_S addr = Addr("0.0.0.0");
-
     addr.address[4] = 1;
     EXPECT_EQ(MCAST_IsIPv6AddrRoutable(&addr), 0u);
 }

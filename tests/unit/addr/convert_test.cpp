@@ -1,8 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 #include <random>
 #include <string>
 
@@ -15,7 +13,6 @@ namespace
 MCAST_ADDR_S Marked()
 {
     MCAST_ADDR_S addr;
-
     std::memset(&addr, 0xa5, sizeof(addr));
     return addr;
 }
@@ -28,7 +25,6 @@ bool Same(const MCAST_ADDR_S &first, const MCAST_ADDR_S &second)
 TEST(StrToIp4, GivesTheAddressInHostOrder)
 {
     uint32_t out = 0;
-
     EXPECT_EQ(MCAST_StrToIP4("224.0.1.2", &out), MCAST_OK);
     EXPECT_EQ(out, 0xe0000102u);
     EXPECT_EQ(MCAST_StrToIP4("0.0.0.0", &out), MCAST_OK);
@@ -51,7 +47,6 @@ TEST(StrToIp4, LeavesTheOutputAloneWhenTheTextIsNoAddress)
 TEST(StrToIp4, FailsForNull)
 {
     uint32_t out = 7;
-
     EXPECT_EQ(MCAST_StrToIP4(nullptr, &out), MCAST_ERR_GENERAL);
     EXPECT_EQ(MCAST_StrToIP4("1.2.3.4", nullptr), MCAST_ERR_GENERAL);
     EXPECT_EQ(out, 7u);
@@ -70,7 +65,6 @@ TEST(StrToInet6, FillsTheWholeRecord)
 TEST(StrToInet6, ReportsDefaultAsUnparsedAndStillSetsTheWildcard)
 {
     MCAST_ADDR_S out = Marked();
-
     EXPECT_EQ(MCAST_StrToInet6Addr("default", &out), 0);
     EXPECT_TRUE(Same(out, g_stMcastDefSrcAddr6));
 }
@@ -90,7 +84,6 @@ TEST(StrToInet6, LeavesTheRecordAloneForAnyOtherText)
 TEST(StrToInet6, StopsAtNull)
 {
     MCAST_ADDR_S out = Marked();
-
     EXPECT_EQ(MCAST_StrToInet6Addr(nullptr, &out), 0);
     EXPECT_TRUE(Same(out, Marked()));
     EXPECT_EQ(MCAST_StrToInet6Addr("::1", nullptr), 0);

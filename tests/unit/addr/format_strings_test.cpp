@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 #include <string>
 
 #include "mcast/format.h"
@@ -28,7 +27,6 @@ template <size_t size> struct Buffer {
 std::string Time(uint32_t seconds)
 {
     Buffer<20> buffer;
-
     MCAST_ConvertTimeToString(seconds, buffer.text);
     return buffer.text;
 }
@@ -57,7 +55,6 @@ TEST(InstanceString, NamesFamilyAndInstance)
     const std::string longest(31, 'v');
     MRIB_GMP_VRF_KEY_S ipv4 = {2, 0};
     MRIB_GMP_VRF_KEY_S ipv6 = {10, 0};
-
     EXPECT_EQ(MCAST_GetInstStr(&ipv4, nullptr, buffer.text), 0u);
     EXPECT_STREQ(buffer.text, "");
     EXPECT_EQ(MCAST_GetInstStr(&ipv6, nullptr, buffer.text), 6u);
@@ -102,7 +99,6 @@ protected:
 TEST_F(VrfName, IsTheOneOfThePlatformInParentheses)
 {
     Buffer<34> buffer;
-
     EXPECT_EQ(MCAST_GetVrfBracketStr(0xabcd0007, buffer.text), buffer.text);
     EXPECT_STREQ(buffer.text, "(red)");
     EXPECT_EQ(asked, 7u);
@@ -115,7 +111,6 @@ TEST_F(VrfName, IsEmptyForThePublicInstance)
 {
     Buffer<34> bracket;
     Buffer<32> name;
-
     asked = 99;
     EXPECT_EQ(MCAST_GetVrfBracketStr(0xffff0000, bracket.text), bracket.text);
     EXPECT_STREQ(bracket.text, "");
@@ -129,7 +124,6 @@ TEST_F(VrfName, StaysAsThePlatformLeftItWhenTheLookUpFails)
 {
     Buffer<34> bracket;
     Buffer<32> name;
-
     result = 0x1234;
     answer = "par";
     EXPECT_EQ(MCAST_GetVrfNameByVrfIndex(7, name.text), 0x1234u);
@@ -146,7 +140,6 @@ TEST_F(VrfName, StaysAsThePlatformLeftItWhenTheLookUpFails)
 TEST_F(VrfName, ComesWithTheResultOfThePlatform)
 {
     Buffer<32> name;
-
     EXPECT_EQ(MCAST_GetVrfNameByVrfIndex(0x10007, name.text), 0u);
     EXPECT_STREQ(name.text, "red");
     EXPECT_EQ(asked, 7u);
@@ -155,7 +148,6 @@ TEST_F(VrfName, ComesWithTheResultOfThePlatform)
 TEST(Assertion, IsCountedAndReportedAndTheProcessGoesOn)
 {
     uint32_t before = g_uiMcastAssertCnt;
-
     testing::internal::CaptureStdout();
     EXPECT_EQ(MCAST_Assert_X("some/file.c", 42), 46);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "assertion failed, file: some/file.c, line: 42\n");

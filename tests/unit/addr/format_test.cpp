@@ -1,10 +1,9 @@
 #include "mcast/format.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <string>
 
 #include "mcast/acl_filter.h"
@@ -46,7 +45,6 @@ protected:
 TEST_F(FormatLine, WithoutAPercentIsPrintedUnchanged)
 {
     Formatted line = FormatInto({}, 100, "plain text");
-
     EXPECT_EQ(line.text, "plain text");
     EXPECT_EQ(line.result, 10u);
     EXPECT_EQ(Format(""), "");
@@ -96,7 +94,6 @@ TEST_F(FormatLine, StringsPointersAndDoubles)
 TEST_F(FormatLine, AddressesArePrintedAsTextOfTheirFamily)
 {
     MCAST_ADDR_S other = kAddr4;
-
     other.family = 7;
     EXPECT_EQ(Format("%A", &kAddr4), "10.1.20.200");
     EXPECT_EQ(Format("%-15A|", &kAddr4), "10.1.20.200    |");
@@ -110,7 +107,6 @@ TEST_F(FormatLine, MissingAddressRepeatsTheOnePrintedLast)
 {
     const MCAST_ADDR_S *none = nullptr;
     MCAST_ADDR_S other = kAddr4;
-
     other.family = 0;
     EXPECT_EQ(Format("[%A] [%M]", none, none), "[] []");
     EXPECT_EQ(Format("[%A] [%N] [%3A]", &kAddr4, none, none), "[10.1.20.200] [10.1.20.200] [10.1.20.200]");
@@ -155,7 +151,6 @@ TEST_F(FormatLine, OfALongFormatFiveHundredAndTwelveCharactersCount)
     std::string text(600, 'x');
     std::string at_end = std::string(510, 'x') + "%d";
     std::string cut = std::string(511, 'x') + "%d";
-
     EXPECT_EQ(Format(text.c_str()), std::string(512, 'x'));
     EXPECT_EQ(Format(at_end.c_str(), 42), std::string(510, 'x') + "42");
     EXPECT_EQ(Format(cut.c_str(), 42), std::string(511, 'x'));
@@ -230,7 +225,6 @@ TEST_F(FormatLine, PassesWithoutFilters)
 TEST_F(FormatLine, InterfaceFilterComparesTheMarkedInterfaceAlone)
 {
     FormatFilter filter;
-
     filter.if_filter = 5;
     EXPECT_EQ(FormatInto(filter, 100, "%P", 6).result, 0u);
     EXPECT_EQ(FormatInto(filter, 100, "%P", 6).text, "eth6"); /* printed all the same */

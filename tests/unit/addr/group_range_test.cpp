@@ -9,7 +9,6 @@ namespace
 MCAST_BOOL Check(const char *group, uint8_t length)
 {
     MCAST_ADDR_S addr = Addr(group);
-
     return MCAST_GrpRangeCheck(&addr, length);
 }
 
@@ -65,7 +64,6 @@ TEST(GroupRange, Ipv6IsMulticast)
 TEST(GroupRange, UnknownFamilyHasNoScope)
 {
     MCAST_ADDR_S group = Addr("ff00::");
-
     group.family = 77;
     EXPECT_EQ(MCAST_GrpRangeCheck(&group, 16), 1u);
     EXPECT_EQ(MCAST_GrpRangeCheck(&group, 128), 1u);

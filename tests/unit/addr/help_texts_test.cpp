@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-
 #include <iterator>
 
 #include "mcast/argument_check.h"
@@ -78,7 +77,6 @@ protected:
 TEST_F(HelpTexts, AreRegisteredByIndexUnderTheirModule)
 {
     int calls = 0;
-
     scripted::rc_register = [&](uint32_t module, const RC_TEXT_TABLE_S *table, uint32_t count) -> uint32_t {
         ++calls;
         EXPECT_EQ(module, 0x4a00000u);
@@ -97,7 +95,6 @@ TEST_F(HelpTexts, AreRegisteredByIndexUnderTheirModule)
 TEST_F(HelpTexts, TableOutlivesTheRegistration)
 {
     const RC_TEXT_TABLE_S *kept = nullptr;
-
     scripted::rc_register = [&](uint32_t, const RC_TEXT_TABLE_S *table, uint32_t) -> uint32_t {
         kept = table;
         return 0;

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-
 #include <random>
 
 #include "mcast/addr.h"
@@ -22,7 +21,6 @@ bool IsOneOfThirtyThree(uint32_t mask)
 uint32_t LengthByBisection(uint32_t mask)
 {
     uint32_t length = 0;
-
     if (mask == 0) {
         return 0;
     }

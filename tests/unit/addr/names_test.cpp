@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-
 #include <map>
 #include <string>
 
@@ -28,7 +27,6 @@ TEST(ModuleIdentifier, MapsThePairsThereAndBackAndNothingElse)
 {
     const std::map<uint32_t, uint32_t> to_six = {{2, 3}, {4, 5}, {6, 7}};
     const std::map<uint32_t, uint32_t> to_four = {{3, 2}, {5, 4}, {7, 6}};
-
     for (uint32_t mid :
          {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 9u, 10u, 258u, 0x10002u, 0xfffffffeu, 0xffffffffu}) {
         EXPECT_EQ(MCAST_Mid4ToMid6(mid), to_six.count(mid) != 0 ? to_six.at(mid) : mid);

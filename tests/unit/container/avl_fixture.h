@@ -1,13 +1,12 @@
 /*
  * A tree of items with integer keys, inserted or put together by hand, and its shape as text.
  */
-#ifndef UNIT_CONTAINER_AVL_FIXTURE_H
-#define UNIT_CONTAINER_AVL_FIXTURE_H
-
-#include <gtest/gtest.h>
+#ifndef TESTS_UNIT_CONTAINER_AVL_FIXTURE_H
+#define TESTS_UNIT_CONTAINER_AVL_FIXTURE_H
 
 #include <cstdlib>
 #include <deque>
+#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
@@ -25,7 +24,6 @@ inline int32_t CompareItems(const void *new_data, const void *node_data)
 {
     int one = static_cast<const Item *>(new_data)->key;
     int other = static_cast<const Item *>(node_data)->key;
-
     return (one > other) - (one < other);
 }
 
@@ -90,28 +88,24 @@ protected:
     MCAST_AVL_NODE_S *Search(int key)
     {
         Item probe{key};
-
         return MCAST_AVL_Search(&tree, &probe);
     }
 
     int Next(int key)
     {
         Item probe{key};
-
         return Key(MCAST_AVL_SearchNext(&tree, &probe));
     }
 
     MCAST_AVL_NODE_S *Remove(int key)
     {
         Item probe{key};
-
         return MCAST_AVL_Remove(&tree, &probe);
     }
 
     Keys Walked(MCAST_AVL_WALK_S *walk)
     {
         Keys keys;
-
         while (const MCAST_AVL_NODE_S *node = MCAST_AVL_WalkNextNode(walk)) {
             keys.push_back(Key(node));
             EXPECT_EQ(walk->current, node);
@@ -123,7 +117,6 @@ protected:
     Keys All()
     {
         MCAST_AVL_WALK_S walk;
-
         EXPECT_EQ(MCAST_AVL_InitWalk(&walk, &tree), MCAST_OK);
         return Walked(&walk);
     }

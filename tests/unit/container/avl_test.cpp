@@ -10,7 +10,6 @@ TEST_F(AvlTree, StoresItsFunctionsAndIgnoresANullTree)
     MCAST_AVL_S other = {};
     auto release_node = [](MCAST_AVL_NODE_S *) {};
     auto release_data = [](void *) {};
-
     MCAST_AVL_SetFunction(&other, CompareItems, CompareKey, release_node, release_data, SetWalkKey);
     EXPECT_EQ(other.node_compare, CompareItems);
     EXPECT_EQ(other.key_compare, CompareKey);
@@ -83,7 +82,6 @@ TEST_F(AvlTree, AnEqualItemIsRefusedAndNothingChanges)
 TEST_F(AvlTree, InsertionNeedsATreeANodeAndData)
 {
     MCAST_AVL_NODE_S *bare = Node(9);
-
     bare->data = nullptr;
     EXPECT_EQ(MCAST_AVL_Insert(nullptr, bare), MCAST_AVL_BAD_ARGUMENT);
     EXPECT_EQ(MCAST_AVL_Insert(&tree, nullptr), MCAST_AVL_BAD_ARGUMENT);
@@ -96,7 +94,6 @@ TEST_F(AvlTree, AnEmptyTreeTakesANodeWithoutDataAndThenRefusesEveryOther)
 {
     MCAST_AVL_NODE_S *bare = Node(9);
     Item probe{9};
-
     bare->data = nullptr;
     EXPECT_EQ(MCAST_AVL_Insert(&tree, bare), MCAST_AVL_OK);
     EXPECT_EQ(tree.root, bare);
@@ -130,7 +127,6 @@ TEST_F(AvlTree, WithoutFunctionsOnlyAnEmptyTreeTakesANode)
     MCAST_AVL_WALK_S walk;
     Item probe{1};
     void *first = nullptr;
-
     EXPECT_EQ(MCAST_AVL_Insert(&bare, Node(1)), MCAST_AVL_OK);
     EXPECT_EQ(MCAST_AVL_Insert(&bare, Node(2)), MCAST_AVL_BAD_ARGUMENT);
     EXPECT_EQ(MCAST_AVL_Remove(&bare, &probe), nullptr);
@@ -213,7 +209,6 @@ TEST_F(AvlTree, RebalancingSetsEveryHeightOfThePathUpToTheRoot)
 TEST_F(AvlTree, MissingArgumentsFindAndRemoveNothing)
 {
     Item probe{1};
-
     Insert({1});
     EXPECT_EQ(MCAST_AVL_Search(nullptr, &probe), nullptr);
     EXPECT_EQ(MCAST_AVL_Search(&tree, nullptr), nullptr);
@@ -282,7 +277,6 @@ TEST_F(AvlTree, InsertOfAnOwnedNodeFreesItWhenRefused)
     MCAST_AVL_NODE_S *first = static_cast<MCAST_AVL_NODE_S *>(malloc(sizeof(*first)));
     MCAST_AVL_NODE_S *second = static_cast<MCAST_AVL_NODE_S *>(malloc(sizeof(*second)));
     MCAST_AVL_NODE_S *third = static_cast<MCAST_AVL_NODE_S *>(malloc(sizeof(*third)));
-
     first->data = second->data = third->data = &item;
     EXPECT_EQ(MCAST_AvlInsert(&tree, first), MCAST_OK);
     EXPECT_EQ(MCAST_AvlInsert(&tree, second), MCAST_ERR_GENERAL);

@@ -8,7 +8,6 @@ namespace
 TEST_F(AvlTree, WalksInAscendingOrderAndBeginsAgainAfterTheEnd)
 {
     MCAST_AVL_WALK_S walk;
-
     Insert({40, 20, 60, 10, 30, 50, 70, 65});
     EXPECT_EQ(MCAST_AVL_InitWalk(&walk, &tree), MCAST_OK);
     EXPECT_EQ(walk.tree, &tree);
@@ -26,7 +25,6 @@ TEST_F(AvlTree, WalksInAscendingOrderAndBeginsAgainAfterTheEnd)
 TEST_F(AvlTree, WalkOverNothingYieldsNothing)
 {
     MCAST_AVL_WALK_S walk;
-
     EXPECT_EQ(MCAST_AVL_InitWalk(nullptr, &tree), MCAST_ERR_GENERAL);
     EXPECT_EQ(MCAST_AVL_WalkNextNode(nullptr), nullptr);
     EXPECT_EQ(MCAST_AVL_WalkNextData(nullptr), nullptr);
@@ -72,7 +70,6 @@ TEST_F(AvlTree, AWalkFromAKeyNeedsAllItsArguments)
     MCAST_AVL_WALK_S walk;
     Item probe{1};
     void *first = nullptr;
-
     Insert({1});
     EXPECT_EQ(MCAST_AVL_InitWalkFromKey(nullptr, &tree, &probe, &first), MCAST_ERR_GENERAL);
     EXPECT_EQ(MCAST_AVL_InitWalkFromKey(&walk, nullptr, &probe, &first), MCAST_ERR_GENERAL);
@@ -86,7 +83,6 @@ TEST_F(AvlTree, AResumedWalkFindsItsPlaceByTheKeyAlsoAfterTheTreeChanged)
     MCAST_AVL_WALK_S walk;
     Item probe{30};
     void *first;
-
     Insert({40, 20, 60, 10, 30, 50, 70});
     ASSERT_EQ(MCAST_AVL_InitWalkFromKey(&walk, &tree, &probe, &first), MCAST_OK);
     walk.key = &probe; /* the item itself goes */

@@ -1,11 +1,10 @@
 /*
  * A heap whose elements have keys and whose callbacks are logged.
  */
-#ifndef UNIT_CONTAINER_HEAP_FIXTURE_H
-#define UNIT_CONTAINER_HEAP_FIXTURE_H
+#ifndef TESTS_UNIT_CONTAINER_HEAP_FIXTURE_H
+#define TESTS_UNIT_CONTAINER_HEAP_FIXTURE_H
 
 #include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
@@ -26,7 +25,6 @@ inline int64_t Compare(const void *first, const void *second)
 {
     int one = static_cast<const Element *>(first)->key;
     int other = static_cast<const Element *>(second)->key;
-
     g_log.push_back("cmp " + std::to_string(one) + " " + std::to_string(other));
     return static_cast<int64_t>(one - other) << 40; /* only a full 64-bit result tells the order */
 }
@@ -34,7 +32,6 @@ inline int64_t Compare(const void *first, const void *second)
 inline void SetIndex(void *element, const uint64_t *position)
 {
     Element *self = static_cast<Element *>(element);
-
     self->position = *position;
     g_log.push_back("set " + std::to_string(self->key) + " " + std::to_string(*position));
 }
@@ -89,7 +86,6 @@ protected:
     std::vector<int> Keys() const
     {
         std::vector<int> keys;
-
         for (uint64_t slot = 0; slot < heap->count; ++slot) {
             keys.push_back(static_cast<const Element *>(heap->slots[slot])->key);
         }

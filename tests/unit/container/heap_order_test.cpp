@@ -70,7 +70,6 @@ TEST_F(MinHeap, ExtractOfTheOnlyElementTellsNobody)
 TEST_F(MinHeap, ExtractsInAscendingOrder)
 {
     std::vector<int> keys;
-
     elements.reserve(200);
     for (int index = 0; index < 200; ++index) {
         Add(index * 83 % 200);
@@ -99,7 +98,6 @@ TEST_F(MinHeap, RemovingTheLastPositionMovesNothingEvenWhenCompareContradictsIts
 {
     MCAST_MINHEAP_S *odd = MCAST_MinHeapCreate(
         0, [](const void *, const void *) -> int64_t { return 1; }, SetIndex);
-
     many.assign(3, Element{0, 0});
     for (Element &element : many) {
         MCAST_MinHeapInsert(odd, &element);

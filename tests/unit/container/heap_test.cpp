@@ -41,7 +41,6 @@ TEST_F(MinHeap, GrowsByItselfUpTo256SlotsAndBy256FromThere)
 {
     std::vector<uint64_t> capacities;
     uint64_t previous = 0;
-
     Grow(0);
     many.assign(1300, Element{0, 0});
     for (Element &element : many) {
@@ -67,7 +66,6 @@ TEST_F(MinHeap, SeventeenthInsertGrowsToThirtyTwo)
 TEST_F(MinHeap, GrowthOfAnOddInitialCapacityAddsTheSmallerOfItselfAnd256)
 {
     MCAST_MINHEAP_S *other = MCAST_MinHeapCreate(300, Compare, SetIndex);
-
     many.assign(301, Element{0, 0});
     for (Element &element : many) {
         ASSERT_EQ(MCAST_MinHeapInsert(other, &element), MCAST_OK);

@@ -4,10 +4,9 @@
 #ifndef TESTS_UNIT_CONTAINER_MTABLE_RECORDS_H
 #define TESTS_UNIT_CONTAINER_MTABLE_RECORDS_H
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
@@ -69,7 +68,6 @@ protected:
     static std::string Text(const MCAST_ADDR_S *addr)
     {
         char text[INET6_ADDRSTRLEN] = "";
-
         inet_ntop(addr->family, addr->address, text, sizeof(text));
         return text;
     }
@@ -78,7 +76,6 @@ protected:
     static Group *NewGroup(const MCAST_ADDR_S &address)
     {
         Group *group = static_cast<Group *>(std::calloc(1, sizeof(Group)));
-
         ++live_;
         EXPECT_EQ(MTable_InitGroup(&group->head, &address, ReleaseSource), MCAST_OK);
         return group;
@@ -87,7 +84,6 @@ protected:
     static Source *NewSource(const MCAST_ADDR_S &address)
     {
         Source *source = static_cast<Source *>(std::calloc(1, sizeof(Source)));
-
         ++live_;
         source->head.address = address;
         return source;
@@ -96,7 +92,6 @@ protected:
     MTABLE_GROUP_S *AddGroup(const char *address)
     {
         Group *group = NewGroup(Addr(address));
-
         EXPECT_EQ(MTable_InsertGroup(&table_, &group->head), MCAST_OK);
         return &group->head;
     }
@@ -104,7 +99,6 @@ protected:
     static MTABLE_SOURCE_S *AddSource(MTABLE_GROUP_S *group, const char *address)
     {
         Source *source = NewSource(Addr(address));
-
         EXPECT_EQ(MTable_InsertSource(group, &source->head), MCAST_OK);
         return &source->head;
     }
@@ -113,7 +107,6 @@ protected:
     MTABLE_GROUP_S *AddGroupWithSources(const char *address, int sources)
     {
         MTABLE_GROUP_S *group = AddGroup(address);
-
         for (int i = 1; i <= sources; ++i) {
             AddSource(group, ("10.0.0." + std::to_string(i)).c_str());
         }

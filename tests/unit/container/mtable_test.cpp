@@ -1,6 +1,6 @@
-#include "unit/container/mtable_records.h"
-
 #include <cstring>
+
+#include "unit/container/mtable_records.h"
 
 namespace
 {
@@ -11,7 +11,6 @@ using Released = std::vector<std::string>;
 MTABLE_SOURCE_S RecordOf(const char *address)
 {
     MTABLE_SOURCE_S record = {};
-
     record.address = Addr(address);
     return record;
 }
@@ -19,7 +18,6 @@ MTABLE_SOURCE_S RecordOf(const char *address)
 MTABLE_GROUP_S GroupRecordOf(const char *address)
 {
     MTABLE_GROUP_S record = {};
-
     record.address = Addr(address);
     return record;
 }
@@ -71,7 +69,6 @@ TEST_F(MTable, OrdersIpv6ByTheDifferenceOfTheFirstUnequalBytes)
 TEST_F(MTable, ComparesUnsignedBytes)
 {
     MTABLE_SOURCE_S low = RecordOf("::"), high = RecordOf("ff00::");
-
     EXPECT_EQ(MTable_SrcAvlNodeCmp(&high, &low), 255);
     EXPECT_EQ(MTable_SrcAvlNodeCmp(&low, &high), -255);
 }
@@ -79,7 +76,6 @@ TEST_F(MTable, ComparesUnsignedBytes)
 TEST_F(MTable, ComparesUnderTheWholeFamilyOfTheFirstArgument)
 {
     MTABLE_SOURCE_S four = RecordOf("10.0.0.1"), longer = RecordOf("10.0.0.1");
-
     longer.address.address[4] = 7;
     EXPECT_EQ(MTable_SrcAvlNodeCmp(&four, &longer), 0);
     longer.address.family = 0x0202;
@@ -99,7 +95,6 @@ TEST_F(MTable, StartsEmptyAndKnowsItsRelease)
 TEST_F(MTable, InitFailsWhenThePlatformHasNoTree)
 {
     MTABLE_S table;
-
     std::memset(&table, 0xa5, sizeof(table));
     platform::Fail(platform::Operation::kTreeInit, 1);
     EXPECT_EQ(MTable_Init(&table, ReleaseGroup), MCAST_ERR_GENERAL);
@@ -111,7 +106,6 @@ TEST_F(MTable, InitFailsWhenThePlatformHasNoTree)
 TEST_F(MTable, FiniReleasesEverythingAndZeroesTheTable)
 {
     MTABLE_S zero = {};
-
     AddGroupWithSources("224.1.1.1", 2);
     AddGroup("224.1.1.2");
     MTable_Fini(&table_);
@@ -136,7 +130,6 @@ TEST_F(MTable, InitGroupWritesTheHeadAndOnlyTheBytesOfTheFamily)
 {
     Group group;
     MCAST_ADDR_S address = Addr("224.1.1.1");
-
     address.address[4] = 9;
     std::memset(static_cast<void *>(&group), 0xa5, sizeof(group));
     ASSERT_EQ(MTable_InitGroup(&group.head, &address, ReleaseSource), MCAST_OK);
@@ -155,7 +148,6 @@ TEST_F(MTable, InitGroupTakesAllSixteenBytesOfAnyOtherFamily)
 {
     MTABLE_GROUP_S group;
     MCAST_ADDR_S address = Addr("ff0e::1:2:3");
-
     address.family = 7;
     ASSERT_EQ(MTable_InitGroup(&group, &address, ReleaseSource), MCAST_OK);
     EXPECT_EQ(group.address.family, 7);
@@ -167,7 +159,6 @@ TEST_F(MTable, InitGroupFailsWhenThePlatformHasNoTree)
 {
     MTABLE_GROUP_S group;
     MCAST_ADDR_S address = Addr("224.1.1.1");
-
     platform::Fail(platform::Operation::kTreeInit, 1);
     EXPECT_EQ(MTable_InitGroup(&group, &address, ReleaseSource), MCAST_ERR_GENERAL);
     EXPECT_EQ(group.sources, 0u);
@@ -178,7 +169,6 @@ TEST_F(MTable, CountsGroupsAndSources)
 {
     MTABLE_GROUP_S *first = AddGroupWithSources("224.1.1.1", 3);
     MTABLE_GROUP_S *second = AddGroupWithSources("224.1.1.2", 2);
-
     EXPECT_EQ(table_.group_count, 2u);
     EXPECT_EQ(table_.source_count, 5u);
     EXPECT_EQ(first->owner, &table_);
@@ -207,7 +197,6 @@ TEST_F(MTable, ASecondGroupOfTheSameAddressIsRefusedAndLosesItsSourceTree)
 TEST_F(MTable, ARefusedGroupGivesUpTheSourcesThatItBrought)
 {
     MTABLE_GROUP_S *moved = AddGroupWithSources("224.1.1.1", 2);
-
     ASSERT_EQ(MTable_RemoveGroup(&table_, moved), moved);
     AddGroup("224.1.1.1");
     EXPECT_EQ(MTable_InsertGroup(&table_, moved), MCAST_ERR_GENERAL);
@@ -242,7 +231,6 @@ TEST_F(MTable, ASecondSourceOfTheSameAddressIsRefused)
 {
     MTABLE_GROUP_S *group = AddGroupWithSources("224.1.1.1", 1);
     Source *second = NewSource(Addr("10.0.0.1"));
-
     second->head.group = group;
     EXPECT_EQ(MTable_InsertSource(group, &second->head), MCAST_ERR_GENERAL);
     EXPECT_EQ(second->head.group, nullptr);
@@ -254,7 +242,6 @@ TEST_F(MTable, AGroupInNoTableTakesNoSources)
 {
     Group *group = NewGroup(Addr("224.1.1.1"));
     Source *source = NewSource(Addr("10.0.0.1"));
-
     EXPECT_EQ(MTable_InsertSource(&group->head, &source->head), MCAST_ERR_GENERAL);
     EXPECT_EQ(source->head.group, nullptr);
     EXPECT_EQ(AVL_Count(group->head.sources), 0u);
@@ -267,7 +254,6 @@ TEST_F(MTable, RemovingASourceGivesItBack)
 {
     MTABLE_GROUP_S *group = AddGroup("224.1.1.1");
     MTABLE_SOURCE_S *source = AddSource(group, "10.0.0.1");
-
     AddSource(group, "10.0.0.2");
     EXPECT_EQ(source->group, group);
     EXPECT_EQ(MTable_RemoveSource(group, source), source);
@@ -283,7 +269,6 @@ TEST_F(MTable, ASourceCanBeRemovedFromARemovedGroup)
 {
     MTABLE_GROUP_S *group = AddGroup("224.1.1.1");
     MTABLE_SOURCE_S *source = AddSource(group, "10.0.0.1");
-
     ASSERT_EQ(MTable_RemoveGroup(&table_, group), group);
     EXPECT_EQ(MTable_RemoveSource(group, source), source);
     EXPECT_EQ(table_.source_count, 0u);
@@ -298,7 +283,6 @@ TEST_F(MTable, FindsGroupsAndSourcesByAddress)
     MTABLE_SOURCE_S *source = AddSource(group, "10.0.0.1");
     MCAST_ADDR_S g = Addr("224.1.1.1"), other_g = Addr("224.1.1.2");
     MCAST_ADDR_S s = Addr("10.0.0.1"), other_s = Addr("10.0.0.2");
-
     EXPECT_EQ(MTable_SearchGroup(&table_, &g), group);
     EXPECT_EQ(MTable_SearchGroup(&table_, &other_g), nullptr);
     EXPECT_EQ(MTable_SearchSourceInGroup(group, &s), source);
@@ -343,7 +327,6 @@ TEST_F(MTable, HoldsIpv6GroupsInTheOrderOfTheirBytes)
 TEST_F(MTable, FreeingAGroupsSourcesKeepsTheGroup)
 {
     MTABLE_GROUP_S *group = AddGroupWithSources("224.1.1.1", 3);
-
     AddGroupWithSources("224.1.1.2", 1);
     EXPECT_EQ(MTable_FreeAllSourceInGroup(group), 0u);
     EXPECT_EQ(released_, (Released{"source 10.0.0.1", "source 10.0.0.2", "source 10.0.0.3"}));
@@ -356,7 +339,6 @@ TEST_F(MTable, FreeingAGroupsSourcesKeepsTheGroup)
 TEST_F(MTable, FreeingTheSourcesOfARemovedGroupTouchesNoCount)
 {
     MTABLE_GROUP_S *group = AddGroupWithSources("224.1.1.1", 3);
-
     AddGroupWithSources("224.1.1.2", 1);
     ASSERT_EQ(MTable_RemoveGroup(&table_, group), group);
     EXPECT_EQ(MTable_FreeAllSourceInGroup(group), 0u);
@@ -412,7 +394,6 @@ TEST_F(MTable, WithoutReleaseFunctionsRecordsAreLeftToTheCaller)
     Group group = {};
     Source source = {};
     MCAST_ADDR_S address = Addr("224.1.1.1");
-
     ASSERT_EQ(MTable_Init(&table, nullptr), MCAST_OK);
     ASSERT_EQ(MTable_InitGroup(&group.head, &address, nullptr), MCAST_OK);
     ASSERT_EQ(MTable_InsertGroup(&table, &group.head), MCAST_OK);

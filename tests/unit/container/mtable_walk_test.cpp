@@ -1,7 +1,7 @@
-#include "unit/container/mtable_records.h"
-
 #include <cstring>
 #include <functional>
+
+#include "unit/container/mtable_records.h"
 
 namespace
 {
@@ -25,7 +25,6 @@ protected:
     uint32_t Walk(uint64_t mode, MTABLE_GROUP_CALLBACK group_callback, MTABLE_SOURCE_CALLBACK source_callback)
     {
         MTABLE_WALK_S walk = {&group_cursor_, &source_cursor_, mode};
-
         visits_.clear();
         return MTable_Walk(&table_, &walk, group_callback, this, source_callback, this);
     }
@@ -33,7 +32,6 @@ protected:
     static uint32_t CallGroup(MTABLE_GROUP_S *group, void *argument)
     {
         MTableWalk *self = static_cast<MTableWalk *>(argument);
-
         self->visits_.push_back(Text(&group->address));
         return self->on_group_ ? self->on_group_(group) : MCAST_OK;
     }
@@ -41,7 +39,6 @@ protected:
     static uint32_t CallSource(MTABLE_GROUP_S *group, MTABLE_SOURCE_S *source, void *argument)
     {
         MTableWalk *self = static_cast<MTableWalk *>(argument);
-
         EXPECT_EQ(source->group, group);
         self->visits_.push_back(Text(&group->address) + " " + Text(&source->address));
         return self->on_source_ ? self->on_source_(source) : MCAST_OK;
@@ -133,7 +130,6 @@ TEST_F(MTableWalk, ResumesBehindASourceThatIsGone)
 {
     MTABLE_GROUP_S *group = AddGroupWithSources("224.1.1.1", 3);
     MCAST_ADDR_S second = Addr("10.0.0.2");
-
     SetCursors("224.1.1.1", "10.0.0.2");
     FreeRecord(MTable_RemoveSource(group, MTable_SearchSourceInGroup(group, &second)));
     EXPECT_EQ(Walk(), MCAST_OK);
@@ -213,7 +209,6 @@ TEST_F(MTableWalk, OfOneSourceVisitsItsGroupAndThatSource)
 TEST_F(MTableWalk, OfASourceThatIsMissingVisitsTheGroupAlone)
 {
     MTABLE_GROUP_S *group = AddGroup("224.1.1.1");
-
     AddSource(group, "10.0.0.2");
     SetCursors("224.1.1.1", "10.0.0.1");
     EXPECT_EQ(Walk(MTABLE_WALK_SOURCE), MCAST_OK);

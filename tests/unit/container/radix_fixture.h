@@ -24,7 +24,6 @@ struct Entry {
 inline MCAST_ADDR_S Address(const char *text)
 {
     MCAST_ADDR_S address = {};
-
     address.family = std::string(text).find(':') == std::string::npos ? MCAST_FAMILY_IPV4 : MCAST_FAMILY_IPV6;
     inet_pton(address.family, text, address.address);
     return address;
@@ -68,7 +67,6 @@ public:
     Entry *Add(const char *address, unsigned length)
     {
         Entry *entry = Make(address, length);
-
         MRT_RDX_AddNode(tree, entry);
         return entry;
     }
@@ -76,7 +74,6 @@ public:
     void *Locate(const char *address, unsigned length) const
     {
         MCAST_ADDR_S key = Address(address);
-
         return MRT_RDX_Locate(tree, &key, length);
     }
 
@@ -84,28 +81,24 @@ public:
                void *argument = nullptr) const
     {
         MCAST_ADDR_S key = Address(address);
-
         return MRT_RDX_LocateBest(tree, &key, length, filter, argument);
     }
 
     void *Next(const char *address, unsigned length) const
     {
         MCAST_ADDR_S key = Address(address);
-
         return MRT_RDX_GetNext(tree, &key, length);
     }
 
     void *SearchNext(const char *address, unsigned length) const
     {
         MCAST_ADDR_S key = Address(address);
-
         return MRT_RDX_SearchNextBest(tree, &key, length);
     }
 
     MRT_RDX_WALK_S *Walk(const char *address, unsigned length, unsigned kind) const
     {
         MCAST_ADDR_S key = Address(address);
-
         return MRT_RDX_CreateWalk(tree, &key, length, kind);
     }
 
@@ -113,7 +106,6 @@ public:
     static std::vector<void *> Drain(MRT_RDX_WALK_S *walk)
     {
         std::vector<void *> yielded;
-
         for (void *entry = MRT_RDX_WalkNext(walk); entry != nullptr; entry = MRT_RDX_WalkNext(walk)) {
             yielded.push_back(entry);
         }

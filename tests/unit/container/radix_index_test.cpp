@@ -1,7 +1,8 @@
 /* The index beside large trees: when it comes and goes, and that it never changes an answer. */
+#include "container/radix_index.h"
+
 #include <gtest/gtest.h>
 
-#include "container/radix_index.h"
 #include "radix_fixture.h"
 #include "support/fault.h"
 

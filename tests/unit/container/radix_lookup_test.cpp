@@ -22,7 +22,6 @@ TEST(RadixLocate, FindsOnlyTheExactLength)
     Fixture f(32);
     Entry *wide = f.Add("10.0.0.0", 8);
     Entry *host = f.Add("10.1.1.1", 32);
-
     EXPECT_EQ(f.Locate("10.0.0.0", 8), wide);
     EXPECT_EQ(f.Locate("10.1.1.1", 32), host);
     EXPECT_EQ(f.Locate("10.0.0.0", 9), nullptr);
@@ -36,7 +35,6 @@ TEST(RadixLocate, IgnoresTheBitsOfKeyAndEntryBeyondTheLength)
 {
     Fixture f(32);
     Entry *unmasked = f.Add("10.1.2.3", 16);
-
     EXPECT_EQ(f.Locate("10.1.255.255", 16), unmasked);
     EXPECT_EQ(f.Locate("10.2.2.3", 16), nullptr);
 }
@@ -45,7 +43,6 @@ TEST(RadixLocate, TakesTheLowEightBitsOfTheLength)
 {
     Fixture f(32);
     Entry *wide = f.Add("10.0.0.0", 8);
-
     EXPECT_EQ(f.Locate("10.0.0.0", 0x108), wide);
     EXPECT_EQ(f.Best("10.0.0.1", 0x120), wide);
     EXPECT_EQ(f.Next("9.0.0.0", 0x120), wide);
@@ -56,7 +53,6 @@ TEST(RadixLocate, LengthZeroMatchesAnyKey)
 {
     Fixture f(32);
     Entry *everything = f.Add("0.0.0.0", 0);
-
     f.Add("10.0.0.0", 8);
     EXPECT_EQ(f.Locate("192.168.1.1", 0), everything);
 }
@@ -65,7 +61,6 @@ TEST(RadixLocate, LengthAboveTheMaximumComparesNothing)
 {
     Fixture f(32);
     Entry *entry = f.Add("10.0.0.1", 40);
-
     /* The descent ends at the only node, and the mask of length 40 keeps no bit of an IPv4 address. */
     EXPECT_EQ(f.Locate("172.16.0.1", 40), entry);
     EXPECT_EQ(f.Locate("172.16.0.1", 41), nullptr);
@@ -75,7 +70,6 @@ TEST(RadixLocate, GivesNothingForNullArguments)
 {
     Fixture f(32);
     MCAST_ADDR_S key = Address("10.0.0.0");
-
     f.Add("10.0.0.0", 8);
     EXPECT_EQ(MRT_RDX_Locate(nullptr, &key, 8), nullptr);
     EXPECT_EQ(MRT_RDX_Locate(f.tree, nullptr, 8), nullptr);
@@ -86,7 +80,6 @@ TEST(RadixLocate, ComparesTheLastBitOfAnIpv6Host)
     Fixture f(128);
     Entry *one = f.Add("2001:db8::1", 128);
     Entry *zero = f.Add("2001:db8::", 128);
-
     EXPECT_EQ(f.Locate("2001:db8::1", 128), one);
     EXPECT_EQ(f.Locate("2001:db8::", 128), zero);
     EXPECT_EQ(f.Locate("2001:db8:0:1::", 64), nullptr);
@@ -98,7 +91,6 @@ TEST(RadixBestMatch, FindsTheLongestCoverWithinTheLength)
     Entry *wide = f.Add("10.0.0.0", 8);
     Entry *narrow = f.Add("10.1.0.0", 16);
     Entry *host = f.Add("10.1.1.1", 32);
-
     EXPECT_EQ(f.Best("10.1.1.1", 32), host);
     EXPECT_EQ(f.Best("10.1.1.1", 31), narrow);
     EXPECT_EQ(f.Best("10.1.1.2", 32), narrow);
@@ -112,7 +104,6 @@ TEST(RadixBestMatch, ClimbsPastDescendantsThatOnlyShareAShorterPrefix)
 {
     Fixture f(128);
     Entry *wide = f.Add("2001:db8::", 32);
-
     f.Add("2001:db8:0:1::", 64);
     f.Add("2001:db8:0:2::", 64);
     EXPECT_EQ(f.Best("2001:db8:0:3::1", 128), wide);
@@ -122,7 +113,6 @@ TEST(RadixBestMatch, OffersTheParentWhenTheFilterRejects)
 {
     Fixture f(32);
     Entry *wide = f.Add("10.0.0.0", 8);
-
     f.Add("10.1.0.0", 16);
     EXPECT_EQ(f.Best("10.1.1.1", 32, AcceptsOnly, wide), wide);
     EXPECT_EQ(f.Best("10.1.1.1", 32, AcceptsOnly, nullptr), nullptr);
@@ -132,7 +122,6 @@ TEST(RadixBestMatch, StopsAtFirstGlueNodeWhenFilterRejects)
 {
     Fixture f(32);
     Entry *wide = f.Add("10.0.0.0", 8);
-
     f.Add("10.1.0.0", 16);
     f.Add("10.0.0.0", 16);
     ASSERT_EQ(f.tree->glue_count, 1u);
@@ -153,7 +142,6 @@ TEST(RadixBestMatch, ReadsOnlyTheLowSixteenBitsOfTheFiltersAnswer)
 {
     Fixture f(32);
     Entry *wide = f.Add("10.0.0.0", 8);
-
     EXPECT_EQ(f.Best("10.1.1.1", 32, AcceptsInLowBits), wide);
     EXPECT_EQ(f.Best("10.1.1.1", 32, RejectsInLowBits), nullptr);
 }
@@ -165,7 +153,6 @@ TEST(RadixGetNext, FollowsTreeOrderFromEntryToEntry)
     Entry *high = f.Add("10.1.0.0", 16);
     Entry *low = f.Add("10.0.0.0", 16);
     Entry *host = f.Add("10.0.0.0", 32);
-
     EXPECT_EQ(MRT_RDX_GetNext(f.tree, nullptr, 16), wide);
     EXPECT_EQ(f.Next("10.0.0.0", 8), low);
     EXPECT_EQ(f.Next("10.0.0.0", 16), host);
@@ -177,7 +164,6 @@ TEST(RadixGetNext, ReadsLengthZeroAsTheMaximum)
 {
     Fixture f(32);
     Entry *host = f.Add("10.0.0.1", 32);
-
     f.Add("10.0.0.0", 24);
     EXPECT_EQ(f.Next("10.0.0.0", 0), host);
     EXPECT_EQ(f.Next("10.0.0.1", 0), nullptr);
@@ -188,7 +174,6 @@ TEST(RadixGetNext, FindsThePlaceOfAnAbsentKeyBeforeAmongAndAfter)
     Fixture f(32);
     Entry *first = f.Add("10.0.0.0", 16);
     Entry *second = f.Add("10.4.0.0", 16);
-
     EXPECT_EQ(f.Next("9.0.0.0", 32), first);
     EXPECT_EQ(f.Next("10.1.0.0", 16), second);
     EXPECT_EQ(f.Next("10.0.9.9", 32), second);
@@ -200,7 +185,6 @@ TEST(RadixGetNext, TakesTheOnlySubtreeOfACoverEvenOnTheOtherSide)
 {
     Fixture f(32);
     Entry *low = f.Add("10.0.0.0", 16);
-
     f.Add("10.0.0.0", 8);
     EXPECT_EQ(f.Next("10.128.0.0", 16), low);
     EXPECT_EQ(f.SearchNext("10.128.0.0", 16), nullptr);
@@ -212,7 +196,6 @@ TEST(RadixSearchNextBest, FollowsAPresentPrefixInTreeOrder)
     Entry *wide = f.Add("10.0.0.0", 8);
     Entry *low = f.Add("10.0.0.0", 16);
     Entry *high = f.Add("10.1.0.0", 16);
-
     EXPECT_EQ(MRT_RDX_SearchNextBest(f.tree, nullptr, 0), wide);
     EXPECT_EQ(f.SearchNext("10.0.0.0", 8), low);
     EXPECT_EQ(f.SearchNext("10.99.99.99", 8), low);
@@ -226,7 +209,6 @@ TEST(RadixSearchNextBest, ComparesUnmaskedAddressesWhenThePrefixIsAbsent)
     Fixture f(32);
     Entry *unmasked = f.Add("10.200.0.0", 8);
     Entry *low = f.Add("10.1.0.0", 16);
-
     /* The short prefix comes first in tree order, and its own bits beyond its length put it after the key. */
     EXPECT_EQ(f.SearchNext("10.0.5.0", 24), unmasked);
     EXPECT_EQ(f.SearchNext("10.1.0.0", 15), unmasked);
@@ -244,7 +226,6 @@ TEST(RadixSearchNextBest, StartsAtTheFirstEntryBelowAGlueRoot)
     Fixture f(128);
     Entry *low = f.Add("2001:db8::", 32);
     Entry *high = f.Add("3001:db8::", 32);
-
     ASSERT_EQ(f.tree->root->entry, nullptr);
     EXPECT_EQ(MRT_RDX_SearchNextBest(f.tree, nullptr, 0), low);
     EXPECT_EQ(MRT_RDX_GetNext(f.tree, nullptr, 0), low);

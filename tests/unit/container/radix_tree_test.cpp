@@ -16,7 +16,6 @@ using radix_test::Fixture;
 TEST(RadixTree, IsCreatedEmptyWithItsOffsets)
 {
     MRT_RDX_TREE_S *tree = MRT_RDX_CreateTree(0x108, 0x110, 0x104, 0x120);
-
     ASSERT_NE(tree, nullptr);
     EXPECT_EQ(tree->root, nullptr);
     EXPECT_EQ(tree->walks.next, &tree->walks);
@@ -33,7 +32,6 @@ TEST(RadixTree, IsCreatedEmptyWithItsOffsets)
 TEST(RadixTree, EmptyTreeAnswersNothing)
 {
     Fixture f(32);
-
     EXPECT_EQ(f.Locate("10.0.0.1", 32), nullptr);
     EXPECT_EQ(f.Best("10.0.0.1", 32), nullptr);
     EXPECT_EQ(f.Next("10.0.0.1", 32), nullptr);
@@ -51,7 +49,6 @@ TEST(RadixTree, NodeCarriesItsBitByteAndMask)
     Fixture f(32);
     Entry *entry = f.Make("10.1.0.0", 11);
     MRT_RDX_NODE_S *node = MRT_RDX_AddNode(f.tree, entry);
-
     ASSERT_NE(node, nullptr);
     EXPECT_EQ(f.tree->root, node);
     EXPECT_EQ(node->entry, entry);
@@ -68,7 +65,6 @@ TEST(RadixTree, JoinsTwoSubnetsByGlueUnderTheirCoveringPrefix)
     Entry *covering = f.Add("10.0.0.0", 8);
     Entry *high = f.Add("10.1.0.0", 16);
     Entry *low = f.Add("10.0.0.0", 16);
-
     EXPECT_EQ(f.All(), (Entries{covering, low, high}));
     EXPECT_EQ(f.tree->glue_count, 1u);
     EXPECT_EQ(f.tree->entry_count, 3u);
@@ -87,7 +83,6 @@ TEST(RadixTree, PutsACoveringPrefixAboveAnExistingSubtree)
     Entry *high = f.Add("10.128.0.0", 16);
     Entry *covering = f.Add("10.0.0.0", 7);
     Entry *everything = f.Add("0.0.0.0", 0);
-
     EXPECT_EQ(f.All(), (Entries{everything, covering, low, high}));
     EXPECT_EQ(f.tree->root->entry, everything);
     EXPECT_EQ(f.tree->glue_count, 1u);
@@ -117,7 +112,6 @@ TEST(RadixTree, ReplacesADuplicateSilently)
     Entry *first = f.Make("10.1.0.0", 16);
     MRT_RDX_NODE_S *node = MRT_RDX_AddNode(f.tree, first);
     Entry *other_bits = f.Make("10.1.2.3", 16);
-
     EXPECT_EQ(MRT_RDX_AddNode(f.tree, other_bits), node);
     EXPECT_EQ(f.tree->entry_count, 1u);
     EXPECT_EQ(f.tree->glue_count, 0u);
@@ -227,7 +221,6 @@ TEST(RadixTree, LengthsAboveTheMaximumExtendTheKeyByZeros)
     Entry *host = f.Add("10.0.0.1", 32);
     Entry *longer = f.Add("10.0.0.1", 40);
     Entry *longest = f.Add("10.0.0.1", 255);
-
     EXPECT_EQ(f.All(), (Entries{host, longer, longest}));
     EXPECT_EQ(f.Locate("10.0.0.1", 40), longer);
     EXPECT_EQ(f.Locate("10.0.0.1", 255), longest);

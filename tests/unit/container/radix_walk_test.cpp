@@ -70,7 +70,6 @@ TEST_F(RadixWalk, LowerBoundKeepsAForwardWalkInsideItsPrefix)
 TEST_F(RadixWalk, WithoutItsBoundAForwardWalkRunsToTheEndOfTheTree)
 {
     MRT_RDX_WALK_S *walk = f.Walk("10.0.0.0", 16, MRT_RDX_WALK_FORWARD);
-
     MRT_RDX_SetWalkAll(walk);
     EXPECT_EQ(f.Drain(walk), (Entries{low, low_host, high, high_host, other}));
 }
@@ -93,7 +92,6 @@ TEST(RadixReverseWalk, FindsAStartWhereTheMirroredPathHappensToLead)
     Fixture f(32);
     Entry *only = f.Add("10.0.0.0", 16);
     Entry *below = f.Add("10.0.128.0", 24);
-
     EXPECT_EQ(f.Drain(f.Walk("10.0.0.0", 16, MRT_RDX_WALK_REVERSE)), (Entries{only, below}));
 }
 
@@ -101,7 +99,6 @@ TEST_F(RadixWalk, IsRegisteredAtTheFrontOfTheList)
 {
     MRT_RDX_WALK_S *first = MRT_RDX_CreateWalk(f.tree, nullptr, 0, MRT_RDX_WALK_FORWARD);
     MRT_RDX_WALK_S *second = MRT_RDX_CreateWalk(f.tree, nullptr, 0, MRT_RDX_WALK_REVERSE);
-
     EXPECT_EQ(f.tree->walks.next, &second->links);
     EXPECT_EQ(second->links.next, &first->links);
     EXPECT_EQ(f.tree->walks.previous, &first->links);
@@ -116,7 +113,6 @@ TEST_F(RadixWalk, WalkNodeIsNotRegistered)
 {
     MCAST_ADDR_S key = Address("10.0.0.0");
     MRT_RDX_WALK_S *walk = MRT_RDX_CreateWalkNode(f.tree, &key, 16, MRT_RDX_WALK_FORWARD);
-
     ASSERT_NE(walk, nullptr);
     EXPECT_EQ(walk->links.next, nullptr);
     EXPECT_EQ(walk->links.previous, nullptr);
@@ -169,7 +165,6 @@ TEST_F(RadixWalk, EveryRegisteredWalkOnADeletedEntryMovesPastIt)
 TEST_F(RadixWalk, BoundedWalkEndsWhenItsLastEntryIsDeletedUnderIt)
 {
     MRT_RDX_WALK_S *walk = f.Walk("10.0.0.1", 32, MRT_RDX_WALK_FORWARD);
-
     MRT_RDX_DeleteNode(f.tree, low_host);
     EXPECT_EQ(walk->current, nullptr);
     EXPECT_EQ(MRT_RDX_WalkNext(walk), nullptr);
@@ -189,7 +184,6 @@ TEST_F(RadixWalk, PrefixChainOnADeletedEntryIsAdvancedOnceAndDropsWhatThatYields
 TEST_F(RadixWalk, ExhaustedWalkStaysExhausted)
 {
     MRT_RDX_WALK_S *walk = f.Walk("11.0.0.0", 8, MRT_RDX_WALK_FORWARD);
-
     EXPECT_EQ(MRT_RDX_WalkNext(walk), other);
     EXPECT_EQ(MRT_RDX_WalkNext(walk), nullptr);
     f.Add("11.0.0.0", 16);

@@ -16,7 +16,6 @@ TEST_F(RouteTableEntry, GroupCarriesItsAddressMaskOwnerAndSources)
 {
     MCAST_ADDR_S address = Address("239.1.2.3");
     MRT_GROUP_S *group = MRT_CreateGroupMask(table, &address, 0x118);
-
     ASSERT_NE(group, nullptr);
     EXPECT_NE(group->address, &address);
     EXPECT_EQ(memcmp(group->address, &address, sizeof address), 0);
@@ -35,7 +34,6 @@ TEST_F(RouteTableEntry, SourceTableIsNamedAfterTheLongestAddress)
     MRT_TABLE_S *six = NewTable(10);
     MCAST_ADDR_S address = Address("ff3e:1111:2222:3333:4444:5555:6666:7777");
     MRT_GROUP_S *group = MRT_CreateGroupMask(six, &address, 128);
-
     EXPECT_STREQ(group->sources->name, "Sources for Group: ff3e:1111:2222:3333:4444:5555:6666:7777");
     EXPECT_EQ(group->sources->tree->maximum_length, 128);
     MRT_DestroyTable(six);
@@ -46,7 +44,6 @@ TEST_F(RouteTableEntry, SourceCarriesItsAddressMaskAndGroup)
     MCAST_ADDR_S address = Address("10.1.1.1");
     MRT_GROUP_S *group = Group("239.1.1.1");
     MRT_SOURCE_S *source = MRT_CreateSourceMask(group, &address, 24);
-
     ASSERT_NE(source, nullptr);
     EXPECT_NE(source->address, &address);
     EXPECT_EQ(memcmp(source->address, &address, sizeof address), 0);
@@ -60,7 +57,6 @@ TEST_F(RouteTableEntry, IsMadeOnceForItsPrefix)
 {
     MRT_GROUP_S *group = Group("239.1.1.1");
     MRT_SOURCE_S *source = Entry("239.1.1.1", "10.0.0.1");
-
     EXPECT_EQ(Group("239.1.1.1"), group);
     EXPECT_EQ(source->group, group);
     EXPECT_EQ(Entry("239.1.1.1", "10.0.0.1"), source);
@@ -75,7 +71,6 @@ TEST_F(RouteTableEntry, IsNotMadeFromNullOrAnotherFamily)
     MCAST_ADDR_S address = Address("239.1.1.1");
     MCAST_ADDR_S odd = address;
     MRT_GROUP_S *group = Group("239.1.1.1");
-
     EXPECT_EQ(MRT_CreateGroupMask(nullptr, &address, 32), nullptr);
     EXPECT_EQ(MRT_CreateGroupMask(table, nullptr, 32), nullptr);
     for (unsigned family : {0u, 1u, 3u, 11u, 0x102u, 0x10au}) {
@@ -174,7 +169,6 @@ TEST_F(RouteTableEntry, SourceRefusedAtItsGlueIsFreed)
     MRT_GROUP_S *group = Entry("239.1.1.1", "10.0.0.0")->group;
     MCAST_ADDR_S address = Address("10.0.0.1");
     long before = fault::LiveBlocks();
-
     fault::FailAllocation(4);
     {
         ExpectedLeak lost_node;
@@ -210,7 +204,6 @@ void NoteField(void **user_data)
 {
     MRT_SOURCE_S *source = reinterpret_cast<MRT_SOURCE_S *>(reinterpret_cast<char *>(user_data) -
                                                             offsetof(MRT_SOURCE_S, user_data));
-
     g_field_seen = source;
     g_count_seen = MRT_CountTable(source->group->sources);
 }
@@ -220,7 +213,6 @@ TEST_F(RouteTableEntry, ReleaseGetsTheAddressOfTheFieldAfterTheEntryIsUnlinked)
     MRT_TABLE_S *other = MRT_CreateTable(2, nullptr, nullptr, NoteField);
     MCAST_ADDR_S address = Address("239.1.1.1");
     MRT_SOURCE_S *source = MRT_CreateEntryMask(other, &address, 32, &address, 32);
-
     source->user_data = Data(5);
     MRT_DeleteSource(source);
     EXPECT_EQ(g_field_seen, source);
@@ -231,7 +223,6 @@ TEST_F(RouteTableEntry, ReleaseGetsTheAddressOfTheFieldAfterTheEntryIsUnlinked)
 TEST_F(RouteTableEntry, DeletingAGroupReleasesItsSourcesFirst)
 {
     MRT_SOURCE_S *source = Entry("239.1.1.1", "10.0.0.1");
-
     source->user_data = Data(1);
     source->group->user_data = Data(2);
     MRT_DeleteGroup(source->group);
@@ -245,7 +236,6 @@ TEST_F(RouteTableEntry, DataWithoutAReleaseFunctionIsLeftAlone)
     MRT_TABLE_S *other = MRT_CreateTable(2, nullptr, nullptr, nullptr);
     MCAST_ADDR_S address = Address("239.1.1.1");
     MRT_SOURCE_S *source = MRT_CreateEntryMask(other, &address, 32, &address, 32);
-
     source->user_data = Data(1);
     source->group->user_data = Data(2);
     MRT_DestroyTable(other);
@@ -257,7 +247,6 @@ TEST_F(RouteTableEntry, LastSourceTakesItsGroupAlong)
 {
     MRT_SOURCE_S *first = Entry("239.1.1.1", "10.0.0.1");
     MRT_SOURCE_S *second = Entry("239.1.1.1", "10.0.0.2");
-
     first->group->user_data = Data(2);
     MRT_DeleteSourceGroup(first);
     EXPECT_EQ(MRT_CountTable(table), 1u);
@@ -271,7 +260,6 @@ TEST_F(RouteTableEntry, RemovedNodeStaysTheCallers)
 {
     MRT_SOURCE_S *source = Entry("239.1.1.1", "10.0.0.1");
     MRT_GROUP_S *group = source->group;
-
     source->user_data = Data(1);
     MRT_RemoveNode(group->sources, source);
     EXPECT_EQ(MRT_CountTable(group->sources), 0u);
@@ -296,7 +284,6 @@ TEST_F(RouteTableEntry, GoesUnderAnOpenWalkWithoutStoppingIt)
     MRT_GROUP_S *second = Entry("239.1.1.2", "10.0.0.1")->group;
     MRT_GROUP_S *third = Entry("239.1.1.3", "10.0.0.1")->group;
     MRT_WALK_S *walk = MRT_CreateWalk(table);
-
     EXPECT_EQ(MRT_WalkNext(walk), first);
     MRT_DeleteGroup(first);
     MRT_DeleteGroup(second);

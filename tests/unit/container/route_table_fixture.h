@@ -3,7 +3,6 @@
 #define TESTS_UNIT_CONTAINER_ROUTE_TABLE_FIXTURE_H
 
 #include <gtest/gtest.h>
-
 #include <vector>
 
 #include "mcast/route_table.h"
@@ -52,7 +51,6 @@ protected:
     MRT_GROUP_S *Group(const char *group, unsigned length = 32) const
     {
         MCAST_ADDR_S address = Address(group);
-
         return MRT_CreateGroupMask(table, &address, length);
     }
 
@@ -61,7 +59,6 @@ protected:
     {
         MCAST_ADDR_S group_address = Address(group);
         MCAST_ADDR_S source_address = Address(source);
-
         return MRT_CreateEntryMask(table, &group_address, group_length, &source_address, source_length);
     }
 
@@ -73,7 +70,6 @@ protected:
     static std::vector<void *> Drain(MRT_WALK_S *walk)
     {
         std::vector<void *> yielded;
-
         for (void *entry = MRT_WalkNext(walk); entry != nullptr; entry = MRT_WalkNext(walk)) {
             yielded.push_back(entry);
         }

@@ -26,7 +26,6 @@ TEST_F(RouteTable, ExistsOnlyForTheTwoFamilies)
 TEST_F(RouteTable, ReadsTheLowByteOfTheFamily)
 {
     MRT_TABLE_S *made = MRT_CreateTable(0x10a, "six", nullptr, nullptr);
-
     ASSERT_NE(made, nullptr);
     EXPECT_EQ(made->tree->maximum_length, 128);
     MRT_DestroyTable(made);
@@ -57,7 +56,6 @@ TEST_F(RouteTable, CarriesItsNameReleasesLevelAndTree)
 TEST_F(RouteTable, IgnoresNullEverywhere)
 {
     MCAST_ADDR_S address = Address("239.1.1.1");
-
     MRT_DestroyTable(nullptr);
     MRT_ClearTable(nullptr);
     EXPECT_EQ(MRT_CountTable(nullptr), 0u);
@@ -85,7 +83,6 @@ TEST_F(RouteTable, IgnoresNullEverywhere)
 TEST_F(RouteTable, EmptyTableAnswersNothingAndClears)
 {
     MCAST_ADDR_S address = Address("239.1.1.1");
-
     MRT_ClearTable(table);
     EXPECT_EQ(MRT_CountTable(table), 0u);
     EXPECT_EQ(MRT_Locate(table, &address), nullptr);
@@ -118,7 +115,6 @@ TEST_F(RouteTable, ClearReleasesAllUserDataAndLeavesATableToUse)
 TEST_F(RouteTable, ClearOfASourceTableKeepsItsGroup)
 {
     MRT_GROUP_S *group = Entry("239.1.1.1", "10.0.0.1")->group;
-
     Entry("239.1.1.1", "10.0.0.2");
     group->user_data = Data(7);
     MRT_ClearTable(group->sources);
@@ -159,7 +155,6 @@ TEST_F(RouteTable, LocateUsesTheFullLengthOfTheFamily)
     MRT_GROUP_S *range = Group("239.1.0.0", 16);
     MRT_GROUP_S *host = Group("239.1.0.0", 32);
     MCAST_ADDR_S key = Address("239.1.0.0");
-
     EXPECT_EQ(MRT_Locate(table, &key), host);
     MRT_DeleteGroup(host);
     EXPECT_EQ(MRT_Locate(table, &key), nullptr);
@@ -175,7 +170,6 @@ TEST_F(RouteTable, LocateSourceGoesThroughBothLevels)
     MCAST_ADDR_S group = Address("239.1.1.1");
     MCAST_ADDR_S range = Address("239.1.0.0");
     MCAST_ADDR_S source = Address("10.0.0.1");
-
     EXPECT_EQ(MRT_LocateSource(table, &group, &source), host);
     EXPECT_EQ(MRT_LocateSourceMask(table, &group, 32, &source, 32), host);
     EXPECT_EQ(MRT_LocateSourceMask(table, &range, 16, &source, 8), masked);
@@ -216,7 +210,6 @@ TEST_F(RouteTable, NextSourceGroupOfAnAbsentGroupStartsAtTheFirstSourceOfTheNext
     MRT_SOURCE_S *first = Entry("239.1.1.5", "10.0.0.1");
     MCAST_ADDR_S absent = Address("239.1.1.1");
     MCAST_ADDR_S source = Address("10.0.0.9");
-
     EXPECT_EQ(MRT_GetNextSourceGroup(table, &absent, 32, &source, 32), first);
 }
 
@@ -235,7 +228,6 @@ TEST_F(RouteTable, NextSourceGroupMovesOnByTheCallersGroupLength)
     MRT_SOURCE_S *host = Entry("239.1.0.0", "10.0.0.1");
     MRT_SOURCE_S *covered = Entry("239.1.0.1", "10.0.0.1");
     MRT_SOURCE_S *beyond = Entry("239.2.0.0", "10.0.0.1");
-
     /* At full length the next group is the neighbour. At length 16 the first below 239.1/16 is this group. */
     EXPECT_EQ(MRT_GetNextSourceGroup(table, host->group->address, 32, host->address, 32), covered);
     EXPECT_EQ(MRT_GetNextSourceGroup(table, host->group->address, 16, host->address, 32), host);
@@ -245,7 +237,6 @@ TEST_F(RouteTable, NextSourceGroupMovesOnByTheCallersGroupLength)
 TEST_F(RouteTable, NextSourceGroupEndsWhereAShortGroupLengthLeadsBackToAnEmptyGroup)
 {
     MCAST_ADDR_S key = Address("239.1.0.0");
-
     Group("239.1.0.0");
     EXPECT_EQ(MRT_GetNextSourceGroup(table, &key, 16, nullptr, 32), nullptr);
     MRT_SOURCE_S *only = Entry("239.1.0.0", "10.0.0.1");
@@ -258,7 +249,6 @@ TEST_F(RouteTable, WalkStartRunsOnWhereWalkSubsetStops)
     MRT_GROUP_S *inside = Group("239.1.1.1");
     MRT_GROUP_S *outside = Group("239.2.1.1");
     MCAST_ADDR_S key = Address("239.1.0.0");
-
     EXPECT_EQ(Drain(MRT_Walk_Start(table, &key, 16)), (Entries{range, inside, outside}));
     EXPECT_EQ(Drain(MRT_Walk_Subset(table, &key, 16)), (Entries{range, inside}));
     EXPECT_EQ(Drain(MRT_CreateWalk(table)), (Entries{range, inside, outside}));
@@ -283,7 +273,6 @@ TEST_F(RouteTable, NextFollowsOrderAndSearchNextBestComparesUnmasked)
     MRT_GROUP_S *range = Group("239.1.0.0", 16);
     MRT_GROUP_S *host = Group("239.1.0.0", 32);
     MCAST_ADDR_S key = Address("239.1.0.0");
-
     EXPECT_EQ(MRT_GetNext(table, nullptr, 0), range);
     EXPECT_EQ(MRT_GetNext(table, &key, 16), host);
     EXPECT_EQ(MRT_SearchNextBest(table, nullptr, 0), range);

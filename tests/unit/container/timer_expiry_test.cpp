@@ -36,7 +36,6 @@ TEST_F(TimerManager, ATimerDueExactlyNowRunsAndOneASecondLaterDoesNot)
 TEST_F(TimerManager, ProcessingWhenNothingIsDueOnlyArms)
 {
     MCAST_TMR_NODE_S *node = Add(5, 1);
-
     MCAST_TMR_RefreshNode(manager, node, 8);
     scripted_timer::Advance(5);
     EXPECT_TRUE(scripted_timer::FireIfDue());
@@ -72,7 +71,6 @@ TEST_F(TimerManager, ProcessingReturnsThePlatformsCodeAndIgnoresTheResultOfStopp
 TEST_F(TimerManager, ATimerIsFreedRightAfterItsCallback)
 {
     static long during;
-
     Add(1, 1);
     Add(2, 2);
     long pending = fault::LiveBlocks();
@@ -132,7 +130,6 @@ TEST_F(TimerManager, ACallbackMayDeleteAndRefreshOtherTimers)
     MCAST_TMR_NODE_S *deleted = Add(5, 2);
     MCAST_TMR_NODE_S *later = Add(5, 3);
     MCAST_TMR_NODE_S *sooner = Add(50, 4);
-
     g_act = [&](uint64_t data[4]) {
         if (data[0] == 1) {
             MCAST_TMR_DeleteNode(manager, deleted);
@@ -151,7 +148,6 @@ TEST_F(TimerManager, DeletingOrRefreshingItsOwnTimerFromACallbackChangesNothing)
 {
     MCAST_TMR_NODE_S *self = Add(1, 1);
     MCAST_TMR_NODE_S *other = Add(60, 2);
-
     Add(70, 3);
     g_act = [&](uint64_t data[4]) {
         if (data[0] == 1) {
@@ -171,7 +167,6 @@ TEST_F(TimerManager, DeletingOrRefreshingItsOwnTimerFromACallbackChangesNothing)
 TEST_F(TimerManager, TheLastTimersCallbackMayDeleteItsOwnTimer)
 {
     MCAST_TMR_NODE_S *self = Add(1, 1);
-
     g_act = [&](uint64_t[4]) { MCAST_TMR_DeleteNode(manager, self); };
     scripted_timer::Advance(1);
     EXPECT_EQ(MCAST_TMR_ProcExpires(manager), MCAST_OK);

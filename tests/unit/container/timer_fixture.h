@@ -1,12 +1,11 @@
 /*
  * A manager of timers on a scripted platform timer; callbacks note their names and can be given more to do.
  */
-#ifndef UNIT_CONTAINER_TIMER_FIXTURE_H
-#define UNIT_CONTAINER_TIMER_FIXTURE_H
-
-#include <gtest/gtest.h>
+#ifndef TESTS_UNIT_CONTAINER_TIMER_FIXTURE_H
+#define TESTS_UNIT_CONTAINER_TIMER_FIXTURE_H
 
 #include <functional>
+#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
@@ -63,7 +62,6 @@ protected:
     MCAST_TMR_NODE_S *Add(uint32_t seconds, uint64_t name = 0)
     {
         uint64_t data[4] = {name, 2, 3, 4};
-
         return MCAST_TMR_AddNode(manager, seconds, Ran, data);
     }
 

@@ -30,7 +30,6 @@ TEST_F(TimerManager, CreationMakesAPlatformTimerAndStopsItAtOnce)
 TEST_F(TimerManager, ParametersAreZeroWhenNoneAreGiven)
 {
     uint64_t out[4] = {1, 1, 1, 1};
-
     EXPECT_EQ(MCAST_TMR_GetParam(manager, out), MCAST_OK);
     for (uint64_t word : out) {
         EXPECT_EQ(word, 0u);
@@ -71,7 +70,6 @@ TEST_F(TimerManager, RefusesMissingArguments)
 {
     uint64_t out[4] = {9, 9, 9, 9};
     MCAST_TMR_NODE_S *node = Add(5);
-
     Calls();
     EXPECT_EQ(MCAST_TMR_AddNode(nullptr, 1, Ran, nullptr), nullptr);
     EXPECT_EQ(MCAST_TMR_RefreshNode(nullptr, node, 1), MCAST_ERR_GENERAL);
@@ -90,7 +88,6 @@ TEST_F(TimerManager, RefusesMissingArguments)
 TEST_F(TimerManager, FirstTimerEnablesTheStoppedPlatformTimerAndArmsIt)
 {
     MCAST_TMR_NODE_S *node = Add(5, 1);
-
     EXPECT_EQ(Calls(), "attr, enable, arm 5000");
     EXPECT_EQ(node->expiry, 1005u);
     EXPECT_EQ(node->position, 1u);
@@ -102,7 +99,6 @@ TEST_F(TimerManager, FirstTimerEnablesTheStoppedPlatformTimerAndArmsIt)
 TEST_F(TimerManager, AddWithoutDataHasZeroWords)
 {
     MCAST_TMR_NODE_S *node = MCAST_TMR_AddNode(manager, 5, nullptr, nullptr);
-
     for (uint64_t word : node->data) {
         EXPECT_EQ(word, 0u);
     }
@@ -192,7 +188,6 @@ TEST_F(TimerManager, RefreshArmsOnlyForAnEarlierTop)
 {
     MCAST_TMR_NODE_S *first = Add(10);
     MCAST_TMR_NODE_S *second = Add(20);
-
     Calls();
     EXPECT_EQ(MCAST_TMR_RefreshNode(manager, first, 15), MCAST_OK);
     EXPECT_EQ(Calls(), "") << "the earliest became later";
@@ -212,7 +207,6 @@ TEST_F(TimerManager, RefreshArmsOnlyForAnEarlierTop)
 TEST_F(TimerManager, RefreshReturnsThePlatformsCodeWithTheTimerRefreshed)
 {
     MCAST_TMR_NODE_S *node = Add(10);
-
     platform.get_attr_status = kRefused;
     EXPECT_EQ(MCAST_TMR_RefreshNode(manager, node, 4), kRefused);
     EXPECT_EQ(node->expiry, 1004u);

@@ -1,13 +1,11 @@
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <cstring>
-#include <vector>
-
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
+#include <vector>
 
 #include "mcast/event.h"
 #include "support/descriptors.h"
@@ -48,7 +46,6 @@ protected:
     {
         std::vector<struct epoll_event> events(8);
         int count = epoll_wait(static_cast<int>(epfd_), events.data(), 8, 0);
-
         events.resize(count > 0 ? static_cast<size_t>(count) : 0);
         return events;
     }
@@ -72,7 +69,6 @@ protected:
 TEST_F(Epoll, IsCreatedWithSizeOne)
 {
     int size = 0;
-
     scripted::epoll_create = [&](int wanted) {
         size = wanted;
         errno = EMFILE;
@@ -137,7 +133,6 @@ TEST_F(Epoll, HandsOverAPackedRecordOfThreeFields)
 TEST_F(Epoll, ModifyChangesWhatIsWaitedFor)
 {
     uint32_t writer = static_cast<uint32_t>(pipe_[1]);
-
     ASSERT_EQ(MCAST_AddEpoll(epfd_, writer, 0, kContext), MCAST_OK);
     EXPECT_TRUE(Ready().empty());
     ASSERT_EQ(MCAST_ModifyEpoll(epfd_, writer, EPOLLOUT, kContext), MCAST_OK);
@@ -187,7 +182,6 @@ TEST_F(Epoll, AnEventDescriptorStartsAtZeroAndWakesTheLoopWhenWritten)
 {
     uint32_t fd = MCAST_CreateEvtFd(epfd_, kContext);
     uint64_t count = 3;
-
     ASSERT_NE(fd, MCAST_NONE);
     EXPECT_TRUE(Ready().empty());
     EXPECT_EQ(fcntl(static_cast<int>(fd), F_GETFL) & O_NONBLOCK, 0);
@@ -205,7 +199,6 @@ TEST_F(Epoll, AnEventDescriptorNeedsAContextAndASet)
 {
     int created = 0;
     int before = OpenDescriptors();
-
     scripted::eventfd = [&](unsigned int count, int flags) {
         ++created;
         return scripted::real::eventfd(count, flags);
@@ -226,7 +219,6 @@ TEST_F(Epoll, AnEventDescriptorThatCannotBeMadeIsReported)
 TEST_F(Epoll, AnEventDescriptorThatCannotBeRegisteredIsClosedAndErrnoKept)
 {
     int before = OpenDescriptors();
-
     MakeCloseClobberErrno();
     scripted::epoll_ctl = scripted::Failing(ENOSPC);
     EXPECT_EQ(MCAST_CreateEvtFd(epfd_, kContext), MCAST_NONE);

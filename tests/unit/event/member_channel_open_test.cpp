@@ -160,7 +160,6 @@ TEST_F(MemberOpening, WithoutMemoryTheSocketIsClosedAndALaterInitSucceeds)
 TEST_F(MemberOpening, FiniLeavesTheEpollSetBeforeItClosesAndFreesWhatWaits)
 {
     std::vector<std::string> calls;
-
     takes = 0;
     Init();
     for (int message = 0; message < 5; ++message) {
@@ -313,7 +312,6 @@ TEST_F(MemberRegistration, KeepsTheOldMaskWhenItCannotBeSent)
 TEST_F(MemberRegistration, FinalStepTakesAnyTypeAndMask)
 {
     MBR_CHANNEL_S channel = {1000, kIpv6, 3, MCAST_NONE, 6, 0, {nullptr, nullptr}};
-
     EXPECT_EQ(MbrLib_RegFinalEvt(nullptr, 0, 1), 0x40010001u);
     EXPECT_EQ(MbrLib_RegFinalEvt(&channel, 77, 6), 0u);
     EXPECT_TRUE(sent.empty());

@@ -238,14 +238,12 @@ protected:
     MCAST_STATUS SayNumber(uint16_t number, uint16_t flush = 0)
     {
         std::vector<uint16_t> payload(690, number);
-
         return MBR_LIB_SendMsg(kIpv4, number, 1380, payload.data(), flush);
     }
 
     uint16_t SentNumber(size_t index) const
     {
         uint16_t number;
-
         memcpy(&number, &sent.at(index)[16], sizeof(number));
         return number;
     }

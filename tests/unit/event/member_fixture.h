@@ -5,9 +5,8 @@
 #ifndef TESTS_UNIT_EVENT_MEMBER_FIXTURE_H
 #define TESTS_UNIT_EVENT_MEMBER_FIXTURE_H
 
-#include <gtest/gtest.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
@@ -36,7 +35,6 @@ inline Bytes operator+(Bytes first, const Bytes &second)
 inline Bytes Number(uint64_t value, size_t size)
 {
     Bytes bytes(size);
-
     memcpy(bytes.data(), &value, size);
     return bytes;
 }

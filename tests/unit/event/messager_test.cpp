@@ -1,11 +1,11 @@
-#include <gtest/gtest.h>
+#include "mcast/messager.h"
 
 #include <cstring>
+#include <gtest/gtest.h>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "mcast/messager.h"
 #include "support/fault.h"
 
 namespace
@@ -308,7 +308,6 @@ TEST_F(Messager, InitUndoesItselfWithoutMemoryAndNeedsASendFunction)
 TEST_F(Messager, WorksWithoutTheOptionalCallbacksAndWithoutAHeaderArea)
 {
     MESSAGER_CALLBACKS_S only_send = {nullptr, nullptr, Send};
-
     messager = Messager_Init(77, 100, 0, 0, 1, &only_send);
     EXPECT_EQ(Say('a', 100), MCAST_OK);
     EXPECT_EQ(Say('b', 1, MCAST_TRUE), MCAST_OK);
@@ -413,7 +412,6 @@ Stream g_stream;
 uint64_t SendSome(uint32_t, const void *data, uint64_t length, uint64_t *sent)
 {
     bool fails = ++g_stream.calls % 3 == 0;
-
     *sent = fails ? length * (g_stream.calls % 4) / 4 : 0;
     g_stream.taken.append(static_cast<const char *>(data), fails ? *sent : length);
     g_stream.failures += fails ? 1 : 0;

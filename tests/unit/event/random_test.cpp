@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 #include <random>
 
 #include "mcast/event.h"
@@ -82,7 +81,6 @@ TEST_F(BoundedRandom, IsTheDrawScaledByTruncatingDivisions)
 TEST_F(BoundedRandom, NeverExceedsASmallBound)
 {
     std::mt19937 random(5);
-
     for (int i = 0; i < 20000; ++i) {
         EXPECT_LE(Rand(10, static_cast<uint32_t>(random())), 10u);
         EXPECT_LE(Rand(1, static_cast<uint32_t>(random())), 1u);

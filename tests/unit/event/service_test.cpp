@@ -1,13 +1,12 @@
-#include <gtest/gtest.h>
+#include "mcast/service.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
-
+#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "mcast/service.h"
 #include "support/descriptors.h"
 #include "support/fault.h"
 #include "support/scripted_device.h"
@@ -136,7 +135,6 @@ TEST_F(Services, OrTheResultsOfTheirStartsButForNothingDone)
 TEST_F(Services, ConnectHandsOverItsArgumentsAndGivesZero)
 {
     const sockaddr address = {};
-
     scripted::connect = [&](int fd, const sockaddr *to, socklen_t length) {
         EXPECT_EQ(fd, 5);
         EXPECT_EQ(to, &address);
@@ -149,7 +147,6 @@ TEST_F(Services, ConnectHandsOverItsArgumentsAndGivesZero)
 TEST_F(Services, ConnectIsRepeatedWhileInterrupted)
 {
     int calls = 0;
-
     scripted::connect = [&](auto...) {
         errno = EINTR;
         return ++calls <= 10000 ? -1 : 0;
@@ -161,7 +158,6 @@ TEST_F(Services, ConnectIsRepeatedWhileInterrupted)
 TEST_F(Services, ConnectTakesAConnectedSocketForSuccess)
 {
     int calls = 0;
-
     scripted::connect = [&](auto...) {
         errno = ++calls == 1 ? EINTR : EISCONN;
         return -1;
@@ -246,7 +242,6 @@ TEST_F(Services, DescriptorZeroIsASocketLikeAnyOther)
 TEST_F(Services, AConnectedSocketAndSignalsDoNotCountAsAttempts)
 {
     int calls = 0;
-
     scripted::connect = [&](auto...) {
         errno = ++calls < 100 ? EINTR : EISCONN;
         return -1;
@@ -339,7 +334,6 @@ TEST_F(Services, AfterFiveAttemptsTheSocketIsClosedAndTheErrorIsThatOfTheLast)
 TEST_F(Services, SignalsDoNotShortenTheWait)
 {
     std::vector<long> waits;
-
     RefuseConnection(1);
     scripted::nanosleep = [&](const struct timespec *wanted, struct timespec *left) {
         waits.push_back(wanted->tv_nsec);

@@ -1,9 +1,7 @@
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <cstring>
-
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/epoll.h>
@@ -43,7 +41,6 @@ protected:
     static bool IsBlocked(int signo)
     {
         sigset_t now;
-
         pthread_sigmask(SIG_SETMASK, nullptr, &now);
         return sigismember(&now, signo) == 1;
     }
@@ -82,7 +79,6 @@ TEST_F(SignalDescriptor, BecomesReadableWhenTheSignalArrives)
     uint32_t fd = MCAST_NONE;
     struct epoll_event event;
     struct signalfd_siginfo info;
-
     ASSERT_EQ(MCAST_SigToEpoll(epfd_, SIGUSR2, kContext, &fd), MCAST_OK);
     EXPECT_TRUE(IsBlocked(SIGUSR2));
     EXPECT_EQ(epoll_wait(static_cast<int>(epfd_), &event, 1, 0), 0);
@@ -133,7 +129,6 @@ TEST_F(SignalDescriptor, IsMadeByTheRawCallWithAnEightByteSet)
     long number = 0, fd_argument = 0, set_size = 0;
     uint64_t set = 0;
     uint32_t fd = MCAST_NONE;
-
     scripted::syscall = [&](long call, long a, long b, long c, long d, long e, long f) {
         number = call;
         fd_argument = a;
@@ -154,7 +149,6 @@ TEST_F(SignalDescriptor, RegistersTheContextForReading)
     MCAST_EPOLL_RECORD_S record = {};
     int operation = 0;
     uint32_t fd = MCAST_NONE;
-
     scripted::epoll_ctl = [&](int, int wanted, int, struct epoll_event *event) {
         operation = wanted;
         std::memcpy(&record, static_cast<void *>(event), sizeof(record));
@@ -172,7 +166,6 @@ TEST_F(SignalDescriptor, NeedsAContextASetAndAnOutput)
 {
     uint32_t fd = 0xabcd;
     int calls = 0;
-
     scripted::syscall = [&](auto...) {
         ++calls;
         return -1L;
@@ -240,7 +233,6 @@ TEST_F(SignalDescriptor, IsClosedWhenTheMaskCannotBeSet)
 TEST_F(SignalDescriptor, TakesOnlyMinusOneOfTheMaskCallForAFailure)
 {
     uint32_t fd = MCAST_NONE;
-
     scripted::pthread_sigmask = [](auto...) { return EINVAL; };
     EXPECT_EQ(MCAST_SigToEpoll(epfd_, SIGUSR2, kContext, &fd), MCAST_OK);
     EXPECT_NE(fd, MCAST_NONE);

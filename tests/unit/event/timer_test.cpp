@@ -1,16 +1,14 @@
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <vector>
-
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/timerfd.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
+#include <vector>
 
 #include "mcast/event.h"
 #include "support/descriptors.h"
@@ -38,7 +36,6 @@ TEST_F(TimerDescriptor, FiresAfterOnePeriodAndThenEveryPeriod)
 {
     uint32_t fd = MCAST_CreateTimerFd(1500);
     struct itimerspec set;
-
     ASSERT_NE(fd, MCAST_NONE);
     ASSERT_EQ(timerfd_gettime(static_cast<int>(fd), &set), 0);
     EXPECT_EQ(set.it_interval.tv_sec, 1);
@@ -54,7 +51,6 @@ TEST_F(TimerDescriptor, TicksForReal)
 {
     uint32_t fd = MCAST_CreateTimerFd(1);
     uint64_t ticks = 0;
-
     ASSERT_NE(fd, MCAST_NONE);
     for (int i = 0; i < 2; ++i) {
         ASSERT_EQ(read(static_cast<int>(fd), &ticks, sizeof(ticks)), static_cast<ssize_t>(sizeof(ticks)));
@@ -67,7 +63,6 @@ TEST_F(TimerDescriptor, OfPeriodZeroIsDisarmedAndStillReturned)
 {
     uint32_t fd = MCAST_CreateTimerFd(0);
     struct itimerspec set;
-
     ASSERT_NE(fd, MCAST_NONE);
     ASSERT_EQ(timerfd_gettime(static_cast<int>(fd), &set), 0);
     EXPECT_EQ(set.it_interval.tv_sec + set.it_interval.tv_nsec, 0);
@@ -116,7 +111,6 @@ TEST_F(TimerDescriptor, SplitsThePeriodWithSignedDivision)
 TEST_F(TimerDescriptor, RunsOnTheMonotonicClockWithoutFlags)
 {
     int clock = -1, flags = -1;
-
     scripted::timerfd_create = [&](int wanted_clock, int wanted_flags) {
         clock = wanted_clock;
         flags = wanted_flags;
@@ -258,7 +252,6 @@ TEST_F(SignalTimer, FailsForANumberThatIsNoSignal)
 TEST_F(SignalTimer, IsDeletedWhenItCannotBeSet)
 {
     std::vector<timer_t> deleted;
-
     scripted::timer_create = [](clockid_t, struct sigevent *, timer_t *timer) {
         *timer = Timer(0x55);
         return 0;
@@ -278,7 +271,6 @@ TEST_F(SignalTimer, NumberedZeroByTheKernelIsExchangedForAnother)
 {
     std::vector<timer_t> deleted;
     uintptr_t next = 0;
-
     scripted::timer_create = [&](clockid_t, struct sigevent *, timer_t *timer) {
         *timer = Timer(next++);
         return 0;
@@ -299,7 +291,6 @@ TEST_F(SignalTimer, NumberedZeroIsDeletedWhenThereIsNoOther)
 {
     std::vector<timer_t> deleted;
     int created = 0;
-
     scripted::timer_create = [&](clockid_t, struct sigevent *, timer_t *timer) {
         if (++created == 1) {
             *timer = Timer(0);
@@ -337,7 +328,6 @@ TEST_F(SignalTimer, IsNeverZeroAsTheFirstOfAProcess)
 TEST_F(SignalTimer, DeletePassesTheHandleAndTheResult)
 {
     timer_t deleted = nullptr;
-
     scripted::timer_delete = [&](timer_t timer) {
         deleted = timer;
         return -1;

@@ -18,7 +18,6 @@ protected:
 TEST_F(Vrf, OfAnInterfaceIsThePlatformsAnswer)
 {
     uint16_t vrf = 9;
-
     scripted::vpn_of_interface = [](uint32_t if_index, uint16_t *index) {
         *index = if_index == 0x80000001 ? 0xffff : 0;
         return 0u;
@@ -32,7 +31,6 @@ TEST_F(Vrf, OfAnInterfaceIsThePlatformsAnswer)
 TEST_F(Vrf, OfAnUnknownInterfaceFailsAndLeavesTheIndexAlone)
 {
     uint16_t vrf = 9;
-
     scripted::vpn_of_interface = [](uint32_t, uint16_t *index) {
         *index = 4; /* even when the platform does not */
         return 0x22010001u;
@@ -45,7 +43,6 @@ TEST_F(Vrf, OfAnUnknownInterfaceFailsAndLeavesTheIndexAlone)
 TEST_F(Vrf, ThePublicInstanceExistsUnasked)
 {
     bool asked = false;
-
     scripted::vpn_name = [&](uint16_t, uint32_t, char *) {
         asked = true;
         return 1u;

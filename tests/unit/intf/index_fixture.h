@@ -3,7 +3,6 @@
 #define TESTS_UNIT_INTF_INDEX_FIXTURE_H
 
 #include <gtest/gtest.h>
-
 #include <utility>
 #include <vector>
 
@@ -32,7 +31,6 @@ inline Ranges RangesOf(const IndexPool &pool)
     Ranges ranges;
     const FreeRange *last = nullptr;
     void *in_tree = AVL_GetLeftMost(pool.ranges);
-
     for (const FreeRange *range = pool.head; range != nullptr; range = range->next) {
         EXPECT_EQ(in_tree, range);
         in_tree = in_tree == nullptr ? nullptr : AVL_GetNext(pool.ranges, in_tree);

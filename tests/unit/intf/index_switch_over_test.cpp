@@ -9,7 +9,6 @@ TEST_F(Index, ReserveTakesOneIndexOutOfTheFreeRange)
 {
     IndexPool &pool = g_registry.interfaces;
     const uint32_t last = kBase + 0x1FFFFFF;
-
     EXPECT_EQ(MCAST_ReserveIf(kBase + 5), MCAST_OK); /* splits */
     EXPECT_EQ(RangesOf(pool), (Ranges{{kBase, kBase + 4}, {kBase + 6, last}}));
     EXPECT_EQ(MCAST_ReserveIf(kBase + 5), MCAST_ERR_GENERAL);
@@ -39,7 +38,6 @@ TEST_F(Index, ReserveRefusesWhatIsAtHand)
 TEST_F(Index, ReserveThatFindsNoMemoryChangesNothing)
 {
     IndexPool &pool = g_registry.interfaces;
-
     fault::FailAllocation(1);
     EXPECT_EQ(MCAST_ReserveIf(kBase + 5), MCAST_ERR_GENERAL);
     fault::FailAllocation(0);
@@ -95,7 +93,6 @@ TEST_F(Index, DegradeWithoutMemoryFailsAndASecondOneRecovers)
 TEST(ClosedRegistry, RefusesOrIgnoresEverything)
 {
     uint32_t count = 7;
-
     MCAST_IF_Fini();
     for (int round = 0; round < 2; ++round) {
         for (uint32_t index : {0u, 1u, 0xC0000000u, kBase, 0xFE000000u, 0xFFFFFFFFu}) {
@@ -131,7 +128,6 @@ TEST(ClosedRegistry, OpensOrLeavesNothingBehindWhateverFails)
         EXPECT_EQ(fault::LiveBlocks(), blocks);
         EXPECT_EQ(platform::LiveTrees(), trees);
     };
-
     EXPECT_EQ(fault::ForEveryAllocation([&](unsigned long) { attempt(); }), 4u);
     for (auto operation : {platform::Operation::kTreeInit, platform::Operation::kTreeInsert}) {
         for (unsigned long nth = 1; nth <= 3; ++nth) {
@@ -145,7 +141,6 @@ TEST(ClosedRegistry, OpensOrLeavesNothingBehindWhateverFails)
 TEST(ClosedRegistry, OpeningTwiceStartsAfresh)
 {
     long blocks = fault::LiveBlocks();
-
     for (int i = 0; i < 3; ++i) {
         ASSERT_EQ(MCAST_IF_Init(MCAST_IF_TYPE_NBMA_SECOND), MCAST_OK);
         EXPECT_EQ(MCAST_CreateIf(), 0xCE000000u);

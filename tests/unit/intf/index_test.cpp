@@ -44,7 +44,6 @@ TEST_F(Index, LastOneGivenBackIsTheNextHandedOut)
     uint32_t one = static_cast<uint32_t>(MCAST_CreateIf());
     uint32_t two = static_cast<uint32_t>(MCAST_CreateIf());
     uint32_t three = static_cast<uint32_t>(MCAST_CreateIf());
-
     MCAST_DestroyIf(one);
     MCAST_DestroyIf(three);
     EXPECT_EQ(MCAST_CreateIf(), three);
@@ -84,7 +83,6 @@ TEST_F(Index, SimplePoolEndsBelowTheHighestNumber)
 {
     uint64_t index = 0;
     uint64_t count = 0;
-
     for (uint64_t next = MCAST_CreateSimplyIf(); next != 0; next = MCAST_CreateSimplyIf()) {
         index = next;
         ++count;
@@ -109,7 +107,6 @@ TEST_F(Index, PoolsTakeBackTheirOwn)
 {
     uint32_t simple = static_cast<uint32_t>(MCAST_CreateSimplyIf());
     uint32_t index = static_cast<uint32_t>(MCAST_CreateIf());
-
     MCAST_DestroyIf(simple);
     MCAST_DestroyIf(index);
     EXPECT_EQ(MCAST_CreateIf(), index);
@@ -171,7 +168,6 @@ TEST_F(FullCache, TailFollowsTheLastRange)
 TEST_F(FullCache, IndexForWhichThereIsNoMemoryStaysInUse)
 {
     long live = fault::LiveBlocks();
-
     fault::FailAllocation(1);
     MCAST_DestroyIf(kBase + 100);
     fault::FailAllocation(0);

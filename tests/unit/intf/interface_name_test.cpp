@@ -1,8 +1,7 @@
 #include "mcast/interface_name.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 #include <string>
 
 #include "mcast/interface_registry.h"
@@ -269,7 +268,6 @@ TEST_F(TypedName, StaysInTheBufferWhenItCannotBeCompleted)
 TEST_F(TypedName, IsCutToTheBufferWhileTheLookUpHasTheWholeName)
 {
     std::string text(100, 'a');
-
     full = std::string(200, 'b');
     name.text[0] = '\0';
     EXPECT_EQ(MCAST_GetIfIndexByIfName(text.c_str(), "1", name.text), 42u);

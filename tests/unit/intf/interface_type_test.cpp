@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 
 #include "mcast/interface_registry.h"
 #include "support/scripted_interface.h"

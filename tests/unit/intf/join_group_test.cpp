@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
-
 #include <pthread.h>
-
 #include <thread>
 #include <vector>
 

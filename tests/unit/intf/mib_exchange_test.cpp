@@ -58,7 +58,6 @@ TEST_F(Mib, SignalsRepeatSendAndReceiveUntilTheyAreThrough)
 {
     int sends = 0;
     int receives = 0;
-
     Answer(0, MCAST_OK);
     scripted::send = [&](int, const void *, size_t length, int) {
         errno = EINTR;
@@ -156,7 +155,6 @@ TEST_F(Mib, SetTablePresetsTheParsersSlotsAndGivesTheErrorIndexWhateverTheResult
 TEST_F(Mib, SetTableWithoutADaemonHasNoErrorIndex)
 {
     uint32_t wrong = 5;
-
     EXPECT_EQ(MCAST_MIB_SetTable(daemons[0], Parse, records[0], &wrong), MCAST_MIB_NO_ENTRY);
     EXPECT_EQ(wrong, 0xffffffffu);
     EXPECT_EQ(g_parsing.calls, 0);
@@ -165,7 +163,6 @@ TEST_F(Mib, SetTableWithoutADaemonHasNoErrorIndex)
 TEST_F(Mib, SetTableLeavesTheErrorIndexAtNoneWhenTheParserDoes)
 {
     uint32_t wrong = 5;
-
     Answer(0, kOther);
     EXPECT_EQ(MCAST_MIB_SetTable(daemons[0], Parse, records[0], &wrong), kOther);
     EXPECT_EQ(wrong, 0xffffffffu);

@@ -2,17 +2,15 @@
 #ifndef TESTS_UNIT_INTF_MIB_FIXTURE_H
 #define TESTS_UNIT_INTF_MIB_FIXTURE_H
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <gtest/gtest.h>
 #include <string>
-#include <vector>
-
 #include <sys/socket.h>
+#include <vector>
 
 #include "mcast/mib.h"
 #include "support/fault.h"
@@ -143,7 +141,6 @@ protected:
     static const Calls &Conversation()
     {
         static const Calls calls = {"connect 1", "send", "recv", "close"};
-
         return calls;
     }
 
@@ -160,7 +157,6 @@ protected:
     std::vector<int64_t> Results() const
     {
         std::vector<int64_t> results;
-
         for (const Request &request : requests) {
             results.push_back(request.mib.result);
         }

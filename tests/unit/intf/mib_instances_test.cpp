@@ -70,7 +70,6 @@ uint32_t MustNotChoose(MCAST_MIB_REQUEST_S *const[], uint32_t)
 TEST_F(Mib, NextByIndexAsksEveryInstanceAndLetsTheChooserDecide)
 {
     uint32_t chosen = kUntouched;
-
     Answer(0, MCAST_OK);
     Answer(1, MCAST_MIB_NO_NEXT);
     Answer(3, MCAST_OK);
@@ -89,7 +88,6 @@ TEST_F(Mib, NextByIndexAsksEveryInstanceAndLetsTheChooserDecide)
 TEST_F(Mib, NextByIndexTakesAnEntryBesideInstancesThatFail)
 {
     uint32_t chosen = kUntouched;
-
     Answer(0, kOther);
     Answer(1, MCAST_OK);
     Answer(2, MCAST_MIB_NO_NEXT);
@@ -101,7 +99,6 @@ TEST_F(Mib, NextByIndexTakesAnEntryBesideInstancesThatFail)
 TEST_F(Mib, NextByIndexLeavesAnInstanceWithoutAnAddressAlone)
 {
     uint32_t chosen = kUntouched;
-
     daemons[0] = nullptr;
     records[2] = nullptr; /* not looked at where everything is over before */
     Answer(1, MCAST_MIB_NO_NEXT);
@@ -116,7 +113,6 @@ TEST_F(Mib, NextByIndexLeavesAnInstanceWithoutAnAddressAlone)
 TEST_F(Mib, NextByIndexIgnoresAnOldSuccessOfAnInstanceWithoutAnAddress)
 {
     uint32_t chosen = kUntouched;
-
     daemons[0] = nullptr;
     requests[0].mib.result = 0;
     EXPECT_EQ(NextByIndex(2, MustNotChoose, &chosen), MCAST_ERR_NOTHING_DONE);
@@ -126,7 +122,6 @@ TEST_F(Mib, NextByIndexIgnoresAnOldSuccessOfAnInstanceWithoutAnAddress)
 TEST_F(Mib, NextByIndexCombinesWhenNobodyHasAnEntry)
 {
     uint32_t chosen = kUntouched;
-
     EXPECT_EQ(NextByIndex(0, MustNotChoose, &chosen), MCAST_MIB_NO_ENTRY);
     EXPECT_EQ(NextByIndex(2, MustNotChoose, &chosen), MCAST_MIB_NO_ENTRY);
     Answer(0, MCAST_MIB_NO_NEXT);
@@ -140,7 +135,6 @@ TEST_F(Mib, NextByIndexCombinesWhenNobodyHasAnEntry)
 TEST_F(Mib, NextByInetTakesTheFirstThatAnswersAndAsksNoFurther)
 {
     uint32_t chosen = kUntouched;
-
     Answer(1, kOther);
     Answer(2, MCAST_OK);
     Answer(3, MCAST_OK);
@@ -157,7 +151,6 @@ TEST_F(Mib, NextByInetTakesTheFirstThatAnswersAndAsksNoFurther)
 TEST_F(Mib, NextByInetCombinesFromWhereItStarted)
 {
     uint32_t chosen = kUntouched;
-
     requests[0].mib.result = kOther; /* of an earlier call */
     EXPECT_EQ(NextByInet(4, 1, &chosen), MCAST_MIB_NO_NEXT) << "all unreachable, but not from the first on";
     EXPECT_EQ(NextByInet(4, 0, &chosen), MCAST_MIB_NO_ENTRY);
@@ -173,7 +166,6 @@ TEST_F(Mib, NextByInetCombinesFromWhereItStarted)
 TEST_F(Mib, NextByInetCannotReachAnInstanceWithoutAnAddress)
 {
     uint32_t chosen = kUntouched;
-
     daemons[0] = nullptr;
     Answer(1, MCAST_OK);
     EXPECT_EQ(NextByInet(2, 0, &chosen), MCAST_OK);

@@ -1,10 +1,8 @@
-#include "mcast/interface_name.h"
-
-#include <gtest/gtest.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 #include <string>
 
+#include "mcast/interface_name.h"
 #include "support/scripted_libc.h"
 #include "support/scripted_resource.h"
 
@@ -104,7 +102,6 @@ TEST_F(MuaTyped, CanonicalNameHasTheWholeTypeAndNoLeadingZeros)
 TEST_F(MuaTyped, ExpressionThatDoesNotCompileRefuses)
 {
     char name[MCAST_IF_NAME_SIZE] = "untouched";
-
     scripted::regcomp = [](regex_t *, const char *, int) { return REG_ESPACE; };
     EXPECT_EQ(MCAST_MuaIfNameCheck("m5"), kRefused);
     EXPECT_EQ(MCAST_MuaIfNumCheck("5"), kRefused);
@@ -121,7 +118,6 @@ TEST_F(MuaTyped, ExpressionsAreCompiledAsExtendedAndCaseless)
     std::string expression;
     int flags = 0;
     const std::string type = "^m(u(l(t(i(c(a(s(t(-(ua?)?)?)?)?)?)?)?)?)?)?";
-
     scripted::regcomp = [&](regex_t *compiled, const char *text, int asked) {
         expression = text;
         flags = asked;

@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
@@ -77,7 +76,6 @@ protected:
     static Calls Common()
     {
         Calls calls = {{'i', 5}, {'p', 8}};
-
         for (const auto &row : kLayer3) {
             calls.emplace_back('t', row.first);
         }
@@ -99,7 +97,6 @@ template <size_t count>
 std::vector<std::pair<uint32_t, std::string>> Rows(const MCAST_IF_TYPE_ROW_S (&table)[count])
 {
     std::vector<std::pair<uint32_t, std::string>> rows;
-
     for (size_t i = 0; i + 1 < count; ++i) {
         rows.emplace_back(table[i].type, table[i].name);
     }

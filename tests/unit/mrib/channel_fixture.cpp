@@ -6,7 +6,6 @@
 
 namespace mrib_test
 {
-
 namespace
 {
 
@@ -27,7 +26,6 @@ void ExpectLocksFree() MCAST_NO_LOCK_ANALYSIS
 template <typename... Arguments> void Note(const char *name, Arguments... arguments)
 {
     std::string text = name;
-
     ((text += " " + std::to_string(arguments)), ...);
     g_fixture->calls.push_back(text);
     ExpectLocksFree();
@@ -80,7 +78,6 @@ void OnMsdpLocalSource(const MRIB_GMP_VRF_KEY_S *key, uint32_t rp_be, uint32_t g
                        const void *data, uint32_t length)
 {
     const uint8_t *bytes = static_cast<const uint8_t *>(data);
-
     Note("local source", key->family, key->vrf_index, rp_be, group_be, source_be, length,
          bytes == nullptr ? -1 : bytes[length - 1]);
 }
@@ -112,7 +109,6 @@ Bytes Zeros(size_t count)
 Bytes Message(uint32_t record_count, const Bytes &records)
 {
     Bytes message = Zeros(12) + records;
-
     memcpy(message.data() + 4, &record_count, sizeof(record_count));
     return message;
 }
@@ -121,7 +117,6 @@ Bytes Record(uint16_t type, const Bytes &value)
 {
     const uint16_t header[2] = {type, static_cast<uint16_t>(value.size())};
     Bytes record(sizeof(header));
-
     memcpy(record.data(), header, sizeof(header));
     return record + value;
 }
@@ -134,7 +129,6 @@ MCAST_ADDR_S Ipv4(uint8_t a, uint8_t b, uint8_t c, uint8_t d)
 MCAST_ADDR_S Ipv6(std::initializer_list<uint8_t> leading)
 {
     MCAST_ADDR_S address = {MCAST_FAMILY_IPV6, 0, {}};
-
     std::copy(leading.begin(), leading.end(), address.address);
     return address;
 }

@@ -6,7 +6,6 @@
 #define TESTS_UNIT_MRIB_CHANNEL_FIXTURE_H
 
 #include <gtest/gtest.h>
-
 #include <initializer_list>
 #include <string>
 #include <vector>

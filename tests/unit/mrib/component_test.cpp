@@ -252,7 +252,6 @@ TEST_F(Component, EverythingIsHarmlessBeforeInit)
 {
     const MRIB_GMP_VRF_KEY_S key = {MCAST_FAMILY_IPV4, 0};
     const MCAST_ADDR_S group = Ipv4(239, 1, 1, 1);
-
     EXPECT_EQ(MRIB_GMP_OpenConnect(), 0x40010001u);
     EXPECT_EQ(MRIB_GMP_SendGmpEnableAlert(&key, 1, 1, 1), 0x40010001u);
     EXPECT_EQ(MRIB_GMP_ProcLipcMsg(1, kSocket), 0x40010001u);
@@ -269,7 +268,6 @@ TEST_F(Component, EverythingIsHarmlessBeforeInit)
 TEST_F(Component, RepeatedLifeCyclesHoldNothing)
 {
     long before = fault::LiveBlocks();
-
     for (int i = 0; i < 100; ++i) {
         Connect();
         ASSERT_EQ(ReceiveRecord(MRIB_TLV_PIM_DR, {0, 0, 1, 0, 0, 0, 5, 0, 0, 0}), 0u);

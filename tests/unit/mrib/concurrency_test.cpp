@@ -75,7 +75,6 @@ protected:
     {
         const MRIB_GMP_VRF_KEY_S key = {MCAST_FAMILY_IPV4, 0};
         const MCAST_ADDR_S group = Ipv4(239, 1, 1, 1);
-
         ++running;
         while (!done) {
             MRIB_GMP_SendGmpJoinPrune(&key, 5, &group, nullptr, 1, 0);

@@ -18,7 +18,6 @@ const MCAST_ADDR_S kGroup4 = Ipv4(239, 1, 2, 3);
 TEST(Hash, OfIpv4GroupsDoesNotDependOnTheKey)
 {
     const MCAST_ADDR_S zero = Ipv4(0, 0, 0, 0);
-
     for (uint32_t key : {0u, 1u, 77u, 0xffffffffu}) {
         EXPECT_EQ(MRIB_GMP_GetHashVal(key, &zero, &zero), 1406932606u);
         EXPECT_EQ(MRIB_GMP_GetHashVal(key, &kSource4, &kGroup4), 1378354726u);
@@ -28,7 +27,6 @@ TEST(Hash, OfIpv4GroupsDoesNotDependOnTheKey)
 TEST(Hash, OfIpv6AddressesMixesKeyAndAllWords)
 {
     const MCAST_ADDR_S zero = Ipv6({});
-
     EXPECT_EQ(MRIB_GMP_GetHashVal(0, &zero, &zero), 1449466924u);
     EXPECT_EQ(MRIB_GMP_GetHashVal(0, &kSource6, &kGroup6), 1596653409u);
     EXPECT_EQ(MRIB_GMP_GetHashVal(1, &kSource6, &kGroup6), 1530306464u);
@@ -39,7 +37,6 @@ TEST(Hash, OfIpv6AddressesMixesKeyAndAllWords)
 TEST(Hash, OfAnIpv4AddressBesideAnIpv6GroupUsesItsLastWord)
 {
     MCAST_ADDR_S odd = kSource4;
-
     EXPECT_EQ(MRIB_GMP_GetHashVal(5, &kSource4, &kGroup6), 1140910132u);
     odd.address[0] = 99;
     EXPECT_EQ(MRIB_GMP_GetHashVal(5, &odd, &kGroup6), 1140910132u) << "the address itself does not count";

@@ -24,7 +24,6 @@ constexpr uint32_t Be(uint32_t a, uint32_t b, uint32_t c, uint32_t d)
 inline Bytes BytesOf(uint32_t address_be)
 {
     Bytes bytes(4);
-
     memcpy(bytes.data(), &address_be, 4);
     return bytes;
 }
@@ -70,7 +69,6 @@ protected:
     static uint32_t Count(uint32_t rp)
     {
         uint32_t count = 777;
-
         return MRIB_MSDP_GetSGCntOfOneRP(1, rp, &count) == 0 ? count : 0;
     }
 
@@ -102,7 +100,6 @@ protected:
         MRIB_MSDP_CURSOR_S cursor = {};
         MRIB_MSDP_BATCH_S batch;
         std::vector<Pair> pairs;
-
         do {
             MRIB_MSDP_GetLocalSrc(1, &filter, &cursor, &batch);
             for (uint64_t i = 0; i < batch.count; ++i) {

@@ -82,7 +82,6 @@ TEST_F(Msdp, ResumedWalkVisitsAgainThePairAtWhichItStopped)
     MRIB_MSDP_CURSOR_S cursor = {};
     MRIB_MSDP_BATCH_S batch;
     const MRIB_MSDP_FILTER_S filter = Everything(2);
-
     Connect();
     for (uint32_t source = 1; source <= 3; ++source) {
         ASSERT_EQ(Add(kRp1, kGroup1, Be(10, 0, 0, source)), 0u);
@@ -102,7 +101,6 @@ TEST_F(Msdp, FullBatchStopsAlsoAtAGroupThatWouldBeLeftOut)
     MRIB_MSDP_CURSOR_S cursor = {};
     MRIB_MSDP_BATCH_S batch;
     const MRIB_MSDP_FILTER_S filter = Everything(1);
-
     Connect();
     ASSERT_EQ(Add(kRp1, Be(231, 1, 1, 1), 1), 0u);
     ASSERT_EQ(Add(kRp1, Be(232, 1, 1, 1), 1), 0u);
@@ -158,7 +156,6 @@ TEST_F(Msdp, CursorWhoseRpIsGoneGoesOnWithTheNextRpFromItsStart)
     MRIB_MSDP_CURSOR_S cursor = {kRp1, kGroup2, Be(99, 0, 0, 0)};
     MRIB_MSDP_BATCH_S batch;
     const MRIB_MSDP_FILTER_S filter = Everything();
-
     Connect();
     ASSERT_EQ(Add(kRp2, kGroup1, 1), 0u);
     EXPECT_EQ(MRIB_MSDP_GetLocalSrc(1, &filter, &cursor, &batch), 0u);

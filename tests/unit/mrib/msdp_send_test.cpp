@@ -53,7 +53,6 @@ TEST_F(Msdp, SendersWriteTheirRecordsByteForByte)
 TEST_F(Msdp, RemoteSourceThatFitsNoMessageFails)
 {
     const Bytes data(65535);
-
     Connect(MCAST_FAMILY_IPV4, 2, 1400);
     EXPECT_EQ(MRIB_MSDP_SendRemoteOneSG(1, 1, kGroup1, kRp1, 0, data.data(), 1400 - 12 - 20 + 1),
               0x40010001u);
@@ -70,7 +69,6 @@ TEST_F(Msdp, ListOfRemoteSourcesSendsOneRecordEach)
 {
     const MRIB_MSDP_SG_S pairs[] = {{kGroup1, kRp1}, {kGroup2, kRp2}};
     const uint16_t entries[] = {0x0105, 0x0207};
-
     Connect();
     EXPECT_EQ(MRIB_MSDP_SendRemoteSG(1, 1, pairs, entries, 2, nullptr, 0), 0u);
     ASSERT_EQ(sent.size(), 2u);

@@ -55,7 +55,6 @@ TEST_F(Msdp, RemovalTakesThePairFromTheFirstRpThatHasItAndIsNotTold)
 TEST_F(Msdp, LastSourceTakesItsRpAlong)
 {
     uint32_t count = 5;
-
     Connect();
     ASSERT_EQ(Add(kRp1, kGroup1, 1), 0u);
     ASSERT_EQ(Remove(kRp1, kGroup1, 1), 0u);
@@ -192,7 +191,6 @@ TEST_F(Msdp, RequestForRemoteSourcesReachesTheClientAndReturnsItsResult)
     const Bytes value = {0, 0, 2, 0, 1, 0, 0, 0, 239, 1, 1, 1};
     Bytes other_family = value;
     Bytes other_vrf = value;
-
     remote_source_result = 99;
     Connect();
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_MSDP_REQ_REMOTE_SRC, value), 99u);
@@ -211,7 +209,6 @@ TEST_F(Msdp, EncapsulatedDataIsHandedOverWhole)
 {
     const Bytes value = {0, 0, 2, 0, 5, 6, 7};
     Bytes other_family = value;
-
     Connect();
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_MSDP_ENCAP_REPORT, value), 0u);
     EXPECT_EQ(calls, std::vector<std::string>{"encap report 7 7"});

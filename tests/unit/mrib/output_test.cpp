@@ -18,7 +18,6 @@ protected:
     bool Append(uint8_t tag, uint32_t size = kRecord)
     {
         void *record = GetOutBuffer(size);
-
         if (record == nullptr) {
             return false;
         }

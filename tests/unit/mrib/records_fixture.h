@@ -63,7 +63,6 @@ protected:
     uint64_t AddRange(const MCAST_ADDR_S &address, uint8_t length)
     {
         Boundary boundary;
-
         boundary.address = address;
         boundary.length = length;
         return Apply(boundary);
@@ -72,7 +71,6 @@ protected:
     uint64_t SetScope(uint8_t scope)
     {
         Boundary boundary;
-
         boundary.scope_flag = 1;
         boundary.scope = scope;
         boundary.address = Ipv6({});
@@ -88,14 +86,12 @@ protected:
     static uint64_t Passes(const MCAST_ADDR_S &group)
     {
         const MRIB_GMP_VRF_KEY_S key = {g_ucMribGmpFamily, 1};
-
         return MRIB_GMP_CanPassMBoundary(&key, kIf, &group);
     }
 
     static uint32_t IsDr()
     {
         const MRIB_GMP_VRF_KEY_S key = {g_ucMribGmpFamily, 1};
-
         return MRIB_GMP_IsPimDr(&key, kIf);
     }
 

@@ -8,7 +8,6 @@ namespace
 TEST_F(Records, VrfStateEnablesAndDisablesWithItsCallback)
 {
     const MRIB_GMP_VRF_KEY_S key = {MCAST_FAMILY_IPV4, 1};
-
     Connect();
     EXPECT_EQ(MRIB_GMP_IsL3McEnabled(&key), 0u);
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_VRF_STATE, VrfState(1, 1)), 0u);

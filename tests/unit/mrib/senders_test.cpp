@@ -18,7 +18,6 @@ constexpr uint32_t kIf = 0xa1a2a3a4;
 MCAST_USRAUTH_INFO_S User()
 {
     MCAST_USRAUTH_INFO_S user = {};
-
     user.access_if_index = 0x01020304;
     user.user_id = 0x05060708;
     user.attribute_32 = 0x090a;
@@ -54,7 +53,6 @@ std::vector<Row> Rows()
     static const MCAST_ADDR_S source = Ipv4(10, 0, 0, 9);
     static const MCAST_USRAUTH_INFO_S user = User();
     const Bytes ifx = {0xa4, 0xa3, 0xa2, 0xa1};
-
     return {
         {"gmp enable", [](uint32_t now) { return MRIB_GMP_SendGmpEnableAlert(&kKey, kIf, 0x1234, now); },
          Bytes{1, 0, 8, 0, 0x34, 2, 2, 1} + ifx, Row::kWhenAsked},

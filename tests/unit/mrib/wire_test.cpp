@@ -27,7 +27,6 @@ std::vector<std::pair<uint16_t, Bytes>> Read(const Bytes &message)
     MRIB_MSG_READER_S reader;
     MRIB_RECORD_S record;
     std::vector<std::pair<uint16_t, Bytes>> records;
-
     EXPECT_EQ(MRIB_MsgReaderStart(&reader, exact.data.get(), exact.size), MCAST_TRUE);
     while (MRIB_MsgReaderNext(&reader, &record) == MCAST_TRUE) {
         records.emplace_back(record.type, Bytes(record.value, record.value + record.length));
@@ -38,7 +37,6 @@ std::vector<std::pair<uint16_t, Bytes>> Read(const Bytes &message)
 TEST(MessageReader, YieldsTheRecordsInOrder)
 {
     auto records = Read(Message(2, Record(7, {1, 2, 3}) + Record(300, {4, 5, 6, 7})));
-
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[0].first, 7);
     EXPECT_EQ(records[0].second, (Bytes{1, 2, 3}));
@@ -61,7 +59,6 @@ TEST(MessageReader, RefusesEveryMessageBelowTwentyBytes)
 TEST(MessageReader, AcceptsTwentyBytesWithAValueOfFour)
 {
     auto records = Read(Message(1, Record(12, {0, 0, 1, 0})));
-
     ASSERT_EQ(records.size(), 1u);
     EXPECT_EQ(records[0].second, (Bytes{0, 0, 1, 0}));
 }
@@ -113,7 +110,6 @@ TEST(MessageReader, StaysAtItsEnd)
     const Bytes message = Message(9, Record(12, {0, 0, 1, 0}));
     MRIB_MSG_READER_S reader;
     MRIB_RECORD_S record;
-
     ASSERT_EQ(MRIB_MsgReaderStart(&reader, message.data(), message.size()), MCAST_TRUE);
     EXPECT_EQ(MRIB_MsgReaderNext(&reader, &record), MCAST_TRUE);
     EXPECT_EQ(MRIB_MsgReaderNext(&reader, &record), MCAST_FALSE);
@@ -148,7 +144,6 @@ TEST(MessageWriter, RefusesWhatDoesNotFitAndChangesNothing)
 {
     uint8_t buffer[12 + 10];
     uint32_t used = MRIB_MsgReset(buffer, 0);
-
     EXPECT_EQ(MRIB_MsgAppend(buffer, &used, sizeof(buffer), 1, 7), nullptr);
     EXPECT_EQ(MRIB_MsgAppend(buffer, &used, sizeof(buffer), 1, 0xffff), nullptr);
     EXPECT_EQ(used, 12u);
@@ -160,7 +155,6 @@ TEST(MessageWriter, RefusesWhatDoesNotFitAndChangesNothing)
 TEST(MessageWriter, ResetLeavesTheUnusedBytesAlone)
 {
     Bytes buffer(12, 0xcc);
-
     EXPECT_EQ(MRIB_MsgReset(buffer.data(), 9), 12u);
     EXPECT_EQ(buffer, (Bytes{9, 0, 0xcc, 0xcc, 0, 0, 0, 0, 0, 0, 0, 0}));
 }

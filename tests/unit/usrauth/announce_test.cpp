@@ -20,7 +20,6 @@ protected:
 TEST_F(Announce, CreatesANewUserThatIsNotYetOnline)
 {
     UserSpec spec;
-
     spec.pairs = {{1, 1}, {2, 1}, {1, 2}};
     Receive(spec.Announce());
     EXPECT_EQ(Told(), Calls{"kind 1 3 up"});
@@ -79,7 +78,6 @@ TEST_F(Announce, ReadsSixteenBytesOfEachAddressForIpv6)
 TEST_F(Announce, TwelveBytesBehindAnIpv4AddressAreNotRead)
 {
     Bytes message = UserSpec().Announce();
-
     message[4 + 8 + 15] = 0xff;
     Receive(message);
     EXPECT_EQ(mcast::usrauth::FindUser(1, 7)->address.address[15], 0);
@@ -88,7 +86,6 @@ TEST_F(Announce, TwelveBytesBehindAnIpv4AddressAreNotRead)
 TEST_F(Announce, TellsOnlyTheFirstUserOfAKindOnANode)
 {
     UserSpec spec;
-
     Receive(spec.Announce());
     spec.user_id = 8;
     Receive(spec.Announce());
@@ -105,7 +102,6 @@ TEST_F(Announce, OfAKindThatIsNoneIsCountedAndChangesNothing)
 {
     MCAST_USRAUTH_STATISTICS_S statistics;
     UserSpec spec;
-
     for (uint32_t kind : {0u, 5u, 6u}) {
         spec.kind = kind;
         Receive(spec.Announce());
@@ -121,7 +117,6 @@ TEST_F(Announce, OfAKindBeyondTheMatrixLeavesTheCountersAlone)
 {
     MCAST_USRAUTH_STATISTICS_S statistics, expected = {};
     UserSpec spec;
-
     expected.receive_count = 4;
     for (uint32_t kind : {7u, 9u, 0x80000000u, 0xffffffffu}) {
         spec.kind = kind;
@@ -135,7 +130,6 @@ TEST_F(Announce, OfAKindBeyondTheMatrixLeavesTheCountersAlone)
 TEST_F(Announce, OfKindTwoHasItsAccessInterfaceAtOnce)
 {
     UserSpec spec;
-
     spec.kind = 2;
     Receive(spec.Announce());
     EXPECT_EQ(mcast::usrauth::FindUser(1, 7)->if_index, 50u);
@@ -145,7 +139,6 @@ TEST_F(Announce, OfKindTwoHasItsAccessInterfaceAtOnce)
 TEST_F(Announce, ShortValueIsReadAsIfPadded)
 {
     Bytes value = UserSpec().Value();
-
     value.resize(84);
     Receive(Message(0, value));
     ASSERT_NE(mcast::usrauth::FindUser(1, 7), nullptr);
@@ -157,7 +150,6 @@ TEST_F(Announce, ShortValueIsReadAsIfPadded)
 TEST_F(Announce, FieldCutInTwoIsPaddedWithTheBytesOfItsDefault)
 {
     Bytes value = UserSpec().Value();
-
     Put(&value, 84, 4, 0x11223344);
     value.resize(86);
     Receive(Message(0, value));
@@ -168,7 +160,6 @@ TEST_F(Announce, EmptyValueNamesTheUserWithAllBitsSet)
 {
     const MCAST_USRAUTH_DETAIL_FILTER_S all = {1, 0, 0, 0};
     MCAST_USRAUTH_STATISTICS_S statistics;
-
     Receive(Message(0, {}));
     MCAST_USRAUTH_GetStatistics(&statistics);
     EXPECT_EQ(statistics.messages[0][0], 1u);
@@ -186,7 +177,6 @@ TEST_F(Announce, BytesBehindTheRecordAreNoPartOfIt)
 {
     UserSpec spec;
     Bytes value;
-
     spec.name_offset = 200;
     value = spec.Value();
     value.resize(200, 0xee);
@@ -197,9 +187,8 @@ TEST_F(Announce, BytesBehindTheRecordAreNoPartOfIt)
 TEST_F(Announce, NameThatDoesNotLieWithinTheValueIsNone)
 {
     UserSpec spec;
-
     for (auto [offset, length] : {std::pair<int64_t, int64_t>{88, 7}, {94, 6}, {65535, 65535}, {0, 95}}) {
-        spec.user_id++;
+        ++spec.user_id;
         spec.name_offset = offset;
         spec.name_length = length;
         Receive(spec.Announce());
@@ -212,7 +201,6 @@ TEST_F(Announce, NameThatDoesNotLieWithinTheValueIsNone)
 TEST_F(Announce, NameWithoutATerminatorIsCutByOneCharacter)
 {
     UserSpec spec;
-
     spec.name_length = 5;
     Receive(spec.Announce());
     EXPECT_STREQ(mcast::usrauth::FindUser(1, 7)->name, "alic");
@@ -221,7 +209,6 @@ TEST_F(Announce, NameWithoutATerminatorIsCutByOneCharacter)
 TEST_F(Announce, LaterNamesAreCutToTheRoomOfTheFirst)
 {
     UserSpec spec;
-
     Receive(spec.Announce());
     spec.name = "alexandra";
     Receive(spec.Announce());
@@ -237,7 +224,6 @@ TEST_F(Announce, LaterNamesAreCutToTheRoomOfTheFirst)
 TEST_F(Announce, ExistingUserIsUpdatedAndNotCreatedAgain)
 {
     UserSpec spec;
-
     spec.pairs = {{1, 1}};
     Receive(spec.Announce());
     spec.attribute_36 = 1;
@@ -285,7 +271,6 @@ TEST_F(Announce, EveryFailingAllocationOrInsertLeavesNothingBehind)
 TEST_F(Announce, NodeMadeForAUserThatCannotBeInsertedIsGoneAgain)
 {
     UserSpec spec;
-
     MCAST_USRAUTH_SetMsgDetailLimit(0);
     platform::Fail(platform::Operation::kTreeInsert, 1);
     Receive(spec.Announce());

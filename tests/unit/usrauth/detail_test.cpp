@@ -19,7 +19,6 @@ protected:
     Calls Records(uint32_t mode = 1, uint16_t node = 0, uint32_t user_id = 0, uint32_t expected = MCAST_OK)
     {
         const MCAST_USRAUTH_DETAIL_FILTER_S filter = {mode, 55, user_id, node};
-
         seen.clear();
         EXPECT_EQ(MCAST_USRAUTH_WalkAllUserMsgDetail(&filter, Visit, this), expected);
         return seen;
@@ -30,7 +29,6 @@ protected:
         Detail *self = static_cast<Detail *>(argument);
         std::string text = std::to_string(record->node) + "/" + std::to_string(record->user_id);
         const bool stops = text == self->stop_at;
-
         for (uint32_t count : record->counts) {
             text += " " + std::to_string(count);
         }
@@ -88,7 +86,6 @@ TEST_F(Detail, WalkSurvivesThatItsCallbackClearsTheRecords)
 TEST_F(Detail, WalkNeedsFilterAndCallback)
 {
     const MCAST_USRAUTH_DETAIL_FILTER_S filter = {};
-
     EXPECT_EQ(MCAST_USRAUTH_WalkAllUserMsgDetail(nullptr, Visit, this), MCAST_ERR_GENERAL);
     EXPECT_EQ(MCAST_USRAUTH_WalkAllUserMsgDetail(&filter, nullptr, this), MCAST_ERR_GENERAL);
 }
@@ -141,7 +138,6 @@ TEST_F(Detail, StatisticsCountByKindAndType)
 {
     MCAST_USRAUTH_STATISTICS_S out;
     uint32_t words[50];
-
     spec.kind = 4;
     Receive(spec.Announce() + spec.ListEnd());
     Receive(RefreshBegin(1, 2) + RefreshEnd(1, 2));

@@ -28,7 +28,6 @@ TEST_F(GroupList, AddsToTheListOfAKnownUser)
 TEST_F(GroupList, OfAnUnknownUserIsCountedAndForgotten)
 {
     MCAST_USRAUTH_STATISTICS_S statistics;
-
     Receive(spec.List({{1, 1}}));
     Receive(spec.ListEnd());
     MCAST_USRAUTH_GetStatistics(&statistics);
@@ -42,7 +41,6 @@ TEST_F(GroupList, ShorterThanItsHeadIsDropped)
 {
     MCAST_USRAUTH_STATISTICS_S statistics;
     Bytes value = spec.ListValue({});
-
     Receive(spec.Announce());
     Receive(spec.List({{1, 1}}));
     value.resize(19);
@@ -77,7 +75,6 @@ TEST_F(GroupList, EntriesAreAStrideApart)
 {
     Bytes value = spec.ListValue({});
     const Bytes gap(8, 0xee);
-
     Receive(spec.Announce());
     Put(&value, 12, 4, 3);
     Put(&value, 18, 2, 40);
@@ -106,7 +103,6 @@ TEST_F(GroupList, StrideBeyondTheValueIsTheLast)
 TEST_F(GroupList, LastEntryThatIsNotWholeIsNone)
 {
     Bytes value = spec.ListValue({{1, 1}, {1, 2}});
-
     Receive(spec.Announce());
     value.pop_back();
     Receive(Message(3, value));
@@ -121,7 +117,6 @@ TEST_F(GroupList, LastEntryThatIsNotWholeIsNone)
 TEST_F(GroupList, OffsetBeyondTheValueIsNoList)
 {
     Bytes value = spec.ListValue({{1, 1}});
-
     Receive(spec.Announce());
     for (uint64_t offset : {21u, 52u, 53u, 0xffffu}) {
         Put(&value, 16, 2, offset);

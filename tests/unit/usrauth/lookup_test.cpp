@@ -30,7 +30,6 @@ protected:
     std::string Visited(uint32_t mode, uint32_t if_index, uint32_t expected = MCAST_OK)
     {
         MCAST_USRAUTH_USER_FILTER_S filter = {mode, if_index, 77, group_cursor, source_cursor};
-
         visited.clear();
         EXPECT_EQ(MCAST_USRAUTH_WalkAllUserByIfIndex(&filter, with_users ? Visit : nullptr,
                                                      with_entries ? Visit : nullptr, this),
@@ -43,7 +42,6 @@ protected:
     {
         Lookup *self = static_cast<Lookup *>(argument);
         std::string text = std::to_string(user->user_id);
-
         EXPECT_EQ(entry == nullptr, group == nullptr);
         if (entry != nullptr) {
             EXPECT_EQ(entry->head.group, group);
@@ -63,7 +61,6 @@ protected:
 TEST_F(Lookup, DefaultsTellThatThereIsNoUser)
 {
     MCAST_USRAUTH_INFO_S info, expected = {};
-
     expected.user_id = 0xffffffff;
     expected.attribute_32 = expected.attribute_34 = 0xffff;
     expected.attribute_40 = 0xffffffff;
@@ -83,7 +80,6 @@ TEST_F(Lookup, DefaultsTellThatThereIsNoUser)
 TEST_F(Lookup, InfoHasEveryFieldOfTheUser)
 {
     MCAST_USRAUTH_INFO_S info;
-
     PutOnline(spec);
     EXPECT_EQ(MCAST_USRAUTH_GetInfoByIfIndex(1007, &info), MCAST_OK);
     EXPECT_EQ(info.access_if_index, 50u);
@@ -106,7 +102,6 @@ TEST_F(Lookup, UserIdWithTwoInItsUpperBitsMeansTheSecondAddress)
 {
     MCAST_USRAUTH_INFO_S info;
     const MCAST_ADDR_S first = Addr("192.0.2.9"), second = Addr("198.51.100.8");
-
     interface_of = [](MCAST_USRAUTH_USER_S *user) { return user->user_id; };
     for (uint32_t id : {0x10000000u, 0x1fffffffu, 0x20000000u, 0x2fffffffu, 0x30000000u, 0xa0000000u}) {
         spec.user_id = id;
@@ -120,7 +115,6 @@ TEST_F(Lookup, VrfAndUserIdOfAnInterface)
 {
     uint16_t vrf = 0xffff;
     uint32_t id = 1;
-
     PutOnline(spec);
     EXPECT_EQ(MCAST_USRAUTH_GetVrfIndexAndUserIDByIfIndex(2, &vrf, &id), 0xffffffffu);
     EXPECT_EQ(vrf, 0xffffu) << "kept";
@@ -134,7 +128,6 @@ TEST_F(Lookup, VrfAndUserIdOfAnInterface)
 TEST_F(Lookup, GroupPassesWhateverItsSource)
 {
     const MCAST_ADDR_S listed = Addr("239.0.0.1"), other = Addr("239.0.0.2");
-
     spec.pairs = {{5, 1}};
     PutOnline(spec);
     EXPECT_EQ(MCAST_USRAUTH_CanPassGroupList(1007, &listed), MCAST_TRUE);
@@ -156,7 +149,6 @@ TEST_F(Lookup, WithoutAStoreEverythingIsEmpty)
     const MCAST_USRAUTH_DETAIL_FILTER_S all = {1, 0, 0, 0};
     MCAST_USRAUTH_STATISTICS_S statistics, none = {};
     MCAST_USRAUTH_INFO_S info;
-
     PutOnline(spec);
     MCAST_USRAUTH_StopServer();
     for (int times = 0; times < 2; ++times) {
@@ -230,7 +222,6 @@ TEST_F(Lookup, WalkStopsAtAUserOrAnEntryWithWhateverCode)
 TEST_F(Lookup, WalkResumesAtTheEntryWhereItsCursorsStand)
 {
     MCAST_ADDR_S cursors[2] = {{2, 0, {}}, {2, 0, {}}};
-
     Populate();
     group_cursor = &cursors[0];
     source_cursor = &cursors[1];
@@ -249,7 +240,6 @@ TEST_F(Lookup, WalkMayAskWhatAnyThreadMay)
 {
     const MCAST_USRAUTH_USER_FILTER_S all = {1, 0, 0, nullptr, nullptr};
     uint32_t count = 0;
-
     Populate();
     MCAST_USRAUTH_WalkAllUserByIfIndex(
         &all,

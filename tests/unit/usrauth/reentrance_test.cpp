@@ -69,9 +69,9 @@ TEST_F(Reentrance, StoreEmptiedInAnyCallbackIsLeftAlone)
             StartAgain();
             In(call, empty);
             Receive(spec.Announce() + spec.ListEnd());
-            spec.attribute_40++;
+            ++spec.attribute_40;
             Receive(spec.Update() + spec.ListEnd());
-            spec.vrf_index++;
+            ++spec.vrf_index;
             Receive(spec.Announce() + spec.ListEnd() + RefreshEnd(1, 3));
             Receive(spec.Withdraw());
             EXPECT_STREQ(StoreFault(), nullptr);

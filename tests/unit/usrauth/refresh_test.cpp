@@ -1,5 +1,6 @@
-#include "unit/usrauth/usrauth_fixture.h"
 #include "usrauth/refresh.h"
+
+#include "unit/usrauth/usrauth_fixture.h"
 #include "usrauth/user.h"
 
 namespace usrauth_test
@@ -42,7 +43,6 @@ TEST_F(Refresh, BeginOpensTheKindOnTheNode)
 TEST_F(Refresh, OfAKindThatIsNoneIsCountedOnly)
 {
     MCAST_USRAUTH_STATISTICS_S statistics;
-
     for (uint32_t kind : {0u, 5u, 6u, 7u, 32u, 33u, 0xffffffffu}) {
         Receive(RefreshBegin(1, kind) + RefreshEnd(1, kind));
     }

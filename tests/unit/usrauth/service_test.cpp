@@ -164,7 +164,6 @@ TEST_F(Service, EventOfADescriptorThatIsNoConnectionIsIgnored)
 TEST_F(Service, NothingReadIsIgnored)
 {
     MCAST_USRAUTH_STATISTICS_S statistics;
-
     Start();
     scripted::recv = scripted::Failing<ssize_t>(EAGAIN);
     EXPECT_EQ(Report(kAgent, 1), MCAST_OK);
@@ -178,7 +177,6 @@ TEST_F(Service, NothingReadIsIgnored)
 TEST_F(Service, MessagesOfOneReadAreHandledInOrder)
 {
     MCAST_USRAUTH_STATISTICS_S statistics;
-
     Start();
     Receive(spec.Announce() + spec.ListEnd() + spec.Withdraw());
     EXPECT_EQ(Told(), (Calls{"kind 1 3 up", "online 1/7", "offline 1/7", "kind 1 3 down"}));
@@ -259,7 +257,6 @@ TEST_F(Service, FilterSeesAnnouncementsUpdatesAndGroupListsFirst)
 TEST_F(Service, FilteredMessagesAreNotEvenCounted)
 {
     MCAST_USRAUTH_STATISTICS_S statistics;
-
     Start();
     filter_result = 3;
     Receive(spec.Announce() + spec.Update() + spec.List({}));

@@ -1,6 +1,7 @@
+#include "usrauth/store.h"
+
 #include "unit/usrauth/usrauth_fixture.h"
 #include "usrauth/refresh.h"
-#include "usrauth/store.h"
 #include "usrauth/user.h"
 
 namespace usrauth_test

@@ -26,7 +26,6 @@ protected:
     void Serve()
     {
         UserSpec spec;
-
         while (running < kThreads) {
             std::this_thread::yield();
         }
@@ -99,7 +98,6 @@ protected:
 TEST_F(Threads, AskWhileUsersComeAndGo)
 {
     std::vector<std::thread> threads;
-
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([this] { Ask(); });
     }

@@ -47,7 +47,6 @@ const Change kOther[] = {
 TEST_F(Update, OfAnUnknownUserIsCountedAndIgnored)
 {
     MCAST_USRAUTH_STATISTICS_S statistics;
-
     Receive(spec.Update());
     MCAST_USRAUTH_GetStatistics(&statistics);
     EXPECT_EQ(statistics.messages[3][2], 1u);

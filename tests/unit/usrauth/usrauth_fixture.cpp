@@ -8,7 +8,6 @@
 
 namespace usrauth_test
 {
-
 namespace
 {
 
@@ -81,7 +80,6 @@ uint32_t OnFilter(int32_t descriptor, const void *value, uint16_t length)
 std::string Text(const MCAST_ADDR_S &address)
 {
     char text[INET6_ADDRSTRLEN];
-
     return inet_ntop(address.family == MCAST_FAMILY_IPV4 ? AF_INET : AF_INET6, address.address, text,
                      sizeof(text));
 }
@@ -89,7 +87,6 @@ std::string Text(const MCAST_ADDR_S &address)
 std::string Join(const Calls &parts)
 {
     std::string joined;
-
     for (const std::string &part : parts) {
         joined += (joined.empty() ? "" : " ") + part;
     }
@@ -99,7 +96,6 @@ std::string Join(const Calls &parts)
 int Control(int epoll, int operation, int descriptor, const epoll_event *event)
 {
     uint64_t context = 0;
-
     if (epoll != UsrAuthTest::kEpoll) {
         errno = EBADF;
         return -1;
@@ -268,7 +264,6 @@ size_t UsrAuthTest::FireTimers()
 uint32_t UsrAuthTest::Flags(uint16_t node, uint32_t user_id)
 {
     const MCAST_USRAUTH_USER_S *user = mcast::usrauth::FindUser(node, user_id);
-
     return user == nullptr ? 0xffffffffu : user->flags;
 }
 
@@ -300,7 +295,6 @@ std::string UsrAuthTest::Online()
 {
     const MCAST_USRAUTH_USER_FILTER_S all = {MCAST_USRAUTH_WALK_FROM, 0, 0, nullptr, nullptr};
     Calls users;
-
     MCAST_USRAUTH_WalkAllUserByIfIndex(
         &all,
         [](MCAST_USRAUTH_USER_S *user, MCAST_USRAUTH_ENTRY_S *, MTABLE_GROUP_S *, void *to) {

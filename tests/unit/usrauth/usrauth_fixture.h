@@ -6,9 +6,8 @@
 #ifndef TESTS_UNIT_USRAUTH_USRAUTH_FIXTURE_H
 #define TESTS_UNIT_USRAUTH_USRAUTH_FIXTURE_H
 
-#include <gtest/gtest.h>
-
 #include <functional>
+#include <gtest/gtest.h>
 #include <map>
 #include <string>
 #include <vector>

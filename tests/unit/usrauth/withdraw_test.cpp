@@ -72,7 +72,6 @@ TEST_F(Withdraw, OfAKindWithoutAListTellsNoKind)
 TEST_F(Withdraw, OfAnUnknownUserIsCountedAndIgnored)
 {
     MCAST_USRAUTH_STATISTICS_S statistics;
-
     Receive(spec.Withdraw());
     MCAST_USRAUTH_GetStatistics(&statistics);
     EXPECT_EQ(statistics.messages[3][1], 1u);
