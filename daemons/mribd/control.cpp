@@ -175,9 +175,8 @@ void count_channel(Counters *counters, const ChannelCounters &channel)
     (*counters)["channel_malformed_messages"] = channel.malformed_messages;
     (*counters)["channel_restarts_of_slow_clients"] = channel.overflows;
     for (size_t fault = 0; fault < channel.faults.size(); ++fault) {
-        std::string name = std::string("channel_ignored_") + fault_name(static_cast<Fault>(fault));
-        std::replace(name.begin(), name.end(), ' ', '_');
-        (*counters)[name] = channel.faults[fault];
+        (*counters)[std::string("channel_ignored_") + fault_name(static_cast<Fault>(fault))] =
+            channel.faults[fault];
     }
 }
 

@@ -33,12 +33,6 @@ public:
     // multicast routing protocol the querier is what keeps two routers of a link from both forwarding.
     bool is_forwarder(uint32_t if_index) const;
 
-    // Whether this router is reported to the clients as the interface's designated router.
-    bool is_designated_router(uint32_t if_index) const
-    {
-        return is_enabled(if_index) && is_forwarder(if_index);
-    }
-
     // Every interface on which a protocol runs, ascending.
     std::vector<uint32_t> enabled_interfaces() const;
 

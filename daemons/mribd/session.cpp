@@ -64,13 +64,13 @@ const char *fault_name(Fault fault)
 {
     switch (fault) {
     case Fault::UnknownType:
-        return "unknown-type";
+        return "unknown_type";
     case Fault::NotServed:
-        return "not-served";
+        return "not_served";
     case Fault::Short:
         return "short";
     case Fault::NotRegistered:
-        return "not-registered";
+        return "not_registered";
     case Fault::Family:
         return "family";
     case Fault::Instance:

@@ -37,7 +37,7 @@ enum class Fault {
     Count
 };
 
-// How the fault is called in the status.
+// The fault's name in the status and in the counters.
 const char *fault_name(Fault fault);
 
 // Counted over all clients of a port.

@@ -228,4 +228,13 @@ TEST_F(MribdControl, CountersShowBothFamiliesAndTheEndpointOnce)
     EXPECT_EQ(table(registry(), mcastd::COUNTER_TABLE, 4).size(), whole.size());
 }
 
+TEST_F(MribdControl, CounterNamesAreOneWord)
+{
+    for (const ControlFields &each : table(registry(), mcastd::COUNTER_TABLE)) {
+        EXPECT_EQ(each[2].as_text().find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789_"),
+                  std::string::npos)
+            << each[2].as_text();
+    }
+}
+
 } // namespace

@@ -240,6 +240,20 @@ TEST_F(MsdpTest, RemoteSourcesOutliveTheirClientUntilTheNextBracket)
     EXPECT_EQ(clients.msdp.remote_count(), 0u);
 }
 
+TEST_F(MsdpTest, BracketEndsWithItsOwnClientAlone)
+{
+    remote("239.1.1.1", "10.9.0.1");
+    clients.msdp.begin(Bracket::RemoteSources, 1);
+    clients.msdp.drop_client(2);
+    EXPECT_EQ(clients.msdp.end(Bracket::RemoteSources, 1), MsdpExchange::Result::Done);
+    EXPECT_EQ(remotes(), Set());
+    remote("239.1.1.1", "10.9.0.1");
+    clients.msdp.begin(Bracket::RemoteSources, 1);
+    clients.msdp.drop_client(1);
+    EXPECT_EQ(clients.msdp.end(Bracket::RemoteSources, 1), MsdpExchange::Result::Refused);
+    EXPECT_EQ(remotes(), Set{"10.9.0.1>239.1.1.1"});
+}
+
 TEST_F(MsdpTest, SwitchesAreKeptPerInstanceAndKind)
 {
     clients.configure("[[mribd.instance]]\nvrf = 5\n");

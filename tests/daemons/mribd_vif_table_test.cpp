@@ -137,4 +137,21 @@ TEST(VifDemand, ReceiversNeverTakeTheLastPlaces)
     EXPECT_EQ(receiving, MAX_VIFS - 2);
 }
 
+TEST(VifDemand, AmongEqualsTheFirstVirtualInterfaceKeepsItsPlaceToo)
+{
+    Bench bench;
+    bench.environment.interfaces.clear();
+    for (const uint32_t if_index : range(2, MAX_VIFS + 1)) {
+        bench.environment.interfaces.insert(if_index);
+        bench.router.set_enabled(1, if_index, true);
+    }
+    bench.settle();
+    ASSERT_EQ(bench.router.vifs().find(2), 0);
+    bench.environment.interfaces.insert(1);
+    bench.router.set_enabled(1, 1, true);
+    bench.settle();
+    EXPECT_EQ(bench.router.vifs().find(1), -1);
+    EXPECT_EQ(bench.router.vifs().find(2), 0);
+}
+
 } // namespace

@@ -153,15 +153,15 @@ class MemberChannel(unittest.TestCase):
     def test_wrong_records_are_counted_and_the_member_goes_on(self):
         member = self.members[0]
         member.command("send 15 10")
-        self.status_has("not-registered 1 ", 1)
+        self.status_has("not_registered 1 ", 1)
         member.command(f"add {BOUNDARIES}")
         member.command("send 15 9")
         member.command("send 15 10")
         member.command("send 0 10")
         member.command("send 99 1383")
         member.command("send 99 1384")
-        self.status_has(" short 1 not-registered 1 family 2 ", 1)
-        self.status_has("unknown-type 1 ", 1)
+        self.status_has(" short 1 not_registered 1 family 2 ", 1)
+        self.status_has("unknown_type 1 ", 1)
         self.members_have_events(BOUNDARIES, 1)
         self.told(member)
 
