@@ -28,7 +28,7 @@ constexpr unsigned ACCEPTS_PER_WAKE = 16;
 ChannelServer::ChannelServer(mcastd::Reactor &reactor, const Backend &backend)
     : reactor_(reactor), backend_(backend), routers_(backend.routers)
 {
-    routers_.on_designated_router([this] { backend_.policy.touch(); });
+    routers_.on_designated_router([this] { backend_.current_view.touch(); });
     backend_.msdp.on_local_source([this](const MsdpExchange::LocalSource &change) {
         for (auto &[fd, client] : clients_) {
             client.session->tell_local_source(change);
@@ -145,31 +145,31 @@ void ChannelServer::receive(int fd)
 }
 
 // What waits, and what was to come after it for want of room.
-Outbox::Result ChannelServer::send_all(int fd, Session &session)
+ClientQueue::Result ChannelServer::send_all(int fd, Session &session)
 {
-    Outbox::Result result;
+    ClientQueue::Result result;
     do {
-        result = session.outbox().flush(fd);
-    } while (result == Outbox::Result::Drained && session.continue_replay());
+        result = session.queue().flush(fd);
+    } while (result == ClientQueue::Result::Drained && session.continue_replay());
     return result;
 }
 
 bool ChannelServer::flush(int fd, Client &client, bool writable)
 {
-    Outbox &outbox = client.session->outbox();
-    Outbox::Result result = send_all(fd, *client.session);
-    if (writable && outbox.has_overflowed()) {
+    ClientQueue &queue = client.session->queue();
+    ClientQueue::Result result = send_all(fd, *client.session);
+    if (writable && queue.has_overflowed()) {
         ++counters_.overflows;
         mcastd::log_warning("%s: client %u read too slowly; it is sent everything again",
                             family_name(routers_.family()), client.session->id());
         client.session->start_afresh();
         result = send_all(fd, *client.session);
     }
-    if (result == Outbox::Result::Failed) {
+    if (result == ClientQueue::Result::Failed) {
         drop(fd, std::strerror(errno));
         return false;
     }
-    const bool wait = result == Outbox::Result::Blocked || outbox.has_overflowed();
+    const bool wait = result == ClientQueue::Result::Blocked || queue.has_overflowed();
     if (wait != client.waits_for_room) {
         client.waits_for_room = wait;
         reactor_.modify(fd, wait ? EPOLLIN | EPOLLOUT : EPOLLIN);
@@ -180,7 +180,7 @@ bool ChannelServer::flush(int fd, Client &client, bool writable)
 void ChannelServer::resynchronise()
 {
     for (auto &[fd, client] : clients_) {
-        if (client.session->is_registered() && !client.session->outbox().has_overflowed()) {
+        if (client.session->is_registered() && !client.session->queue().has_overflowed()) {
             client.session->start_afresh();
         }
     }
@@ -188,15 +188,15 @@ void ChannelServer::resynchronise()
 
 void ChannelServer::flush()
 {
-    if (const auto before = backend_.policy.refresh()) {
+    if (const auto before = backend_.current_view.refresh()) {
         for (auto &[fd, client] : clients_) {
             client.session->tell_changes(*before);
         }
     }
     for (auto next = clients_.begin(); next != clients_.end();) {
         const auto current = next++; // flush may drop the client
-        const Outbox &outbox = current->second.session->outbox();
-        if (!current->second.waits_for_room && (!outbox.empty() || outbox.has_overflowed())) {
+        const ClientQueue &queue = current->second.session->queue();
+        if (!current->second.waits_for_room && (!queue.empty() || queue.has_overflowed())) {
             flush(current->first, current->second, false);
         }
     }

@@ -32,7 +32,7 @@ public:
     // Has every client ask for everything again.
     void resynchronise();
 
-    // Tells the clients what changed of the view, and sends what the last round left in the outboxes.
+    // Tells the clients what changed of the view, and sends what the last round left in the queues.
     void flush();
 
     const Backend &backend() const
@@ -57,7 +57,7 @@ private:
     void serve(int fd, uint32_t events);
     void receive(int fd);
     bool flush(int fd, Client &client, bool writable);
-    Outbox::Result send_all(int fd, Session &session);
+    ClientQueue::Result send_all(int fd, Session &session);
     void drop(int fd, const char *why);
 
     mcastd::Reactor &reactor_;

@@ -46,7 +46,7 @@ struct Config {
     std::vector<InterfaceConfig> interfaces; // each name once
 };
 
-// Boundaries of all interfaces together: what a client's outbox takes in one answer.
+// Boundaries of all interfaces together: what a client's queue takes in one answer.
 constexpr size_t BOUNDARY_LIMIT = 16384;
 
 // Reads the table [mribd]. Throws what the table throws for values that are wrong.

@@ -159,8 +159,8 @@ void list_clients(const Families &families, ControlRows &rows)
             rows.add({ControlField::family(server->backend().routers.family()), ControlField::number(id),
                       ControlField::number(session->component()),
                       ControlField::truth(session->is_registered()),
-                      ControlField::counter(session->outbox().sent()),
-                      ControlField::number(session->outbox().message_count())});
+                      ControlField::counter(session->queue().sent()),
+                      ControlField::number(session->queue().message_count())});
         }
     }
 }

@@ -5,7 +5,7 @@
  *     clients --channel--> ChannelServer --> Session --> Router --> MemberTable, GmpState
  *     kernel  --upcalls--> KernelMroute  ------------->    |
  *     links, routes -----> HostEnvironment ----------->    +------> VifTable, Forwarding --> KernelMroute
- *     configuration -----> Policy (the clients' view), MsdpExchange --> Session --channel--> clients
+ *     configuration -----> CurrentView, MsdpExchange --> Session --channel--> clients
  *
  * A Plane holds this chain for one family, from Router on once for each instance. All of it runs on one
  * thread in the daemon frame's event loop; what an event changes is worked off by settle after each round, a

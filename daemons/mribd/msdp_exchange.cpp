@@ -106,7 +106,7 @@ void MsdpExchange::take_local(const MCAST_ADDR_S &group, const MCAST_ADDR_S &sou
     }
 }
 
-MsdpExchange::Instance *MsdpExchange::find(uint16_t vrf_index)
+MsdpExchange::Reported *MsdpExchange::find(uint16_t vrf_index)
 {
     const auto found = instances_.find(vrf_index);
     return found == instances_.end() ? nullptr : &found->second;
@@ -124,7 +124,7 @@ uint32_t MsdpExchange::remote_count() const
 MsdpExchange::Result MsdpExchange::add_remote(uint16_t vrf_index, const MCAST_ADDR_S &group,
                                               const MCAST_ADDR_S &source, uint8_t entry)
 {
-    Instance *instance = find(vrf_index);
+    Reported *instance = find(vrf_index);
     if (instance == nullptr) {
         return Result::UnknownInstance;
     }
@@ -142,7 +142,7 @@ MsdpExchange::Result MsdpExchange::add_remote(uint16_t vrf_index, const MCAST_AD
 MsdpExchange::Result MsdpExchange::remove_remote(uint16_t vrf_index, const MCAST_ADDR_S &group,
                                                  const MCAST_ADDR_S &source)
 {
-    Instance *instance = find(vrf_index);
+    Reported *instance = find(vrf_index);
     if (instance == nullptr) {
         return Result::UnknownInstance;
     }
@@ -152,7 +152,7 @@ MsdpExchange::Result MsdpExchange::remove_remote(uint16_t vrf_index, const MCAST
 
 MsdpExchange::Result MsdpExchange::set_enable(Bracket kind, uint16_t vrf_index, bool enable)
 {
-    Instance *instance = find(vrf_index);
+    Reported *instance = find(vrf_index);
     if (instance == nullptr) {
         return Result::UnknownInstance;
     }

@@ -81,12 +81,13 @@ public:
         bool enable = false;
         bool stale = false;
     };
-    struct Instance {
+    // What was reported for one instance.
+    struct Reported {
         SgTable remote;
         Switch request_enable;
         Switch encap_enable;
     };
-    const std::map<uint16_t, Instance> &instances() const
+    const std::map<uint16_t, Reported> &instances() const
     {
         return instances_;
     }
@@ -103,7 +104,7 @@ public:
     }
 
 private:
-    Instance *find(uint16_t vrf_index);
+    Reported *find(uint16_t vrf_index);
     void take_local(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, bool present);
     void tell_all(uint32_t rp_be, bool present) const;
 
@@ -111,7 +112,7 @@ private:
     uint32_t remote_limit_;
     uint32_t rp_be_ = 0;
     SgTable local_; // empty without a rendezvous point
-    std::map<uint16_t, Instance> instances_;
+    std::map<uint16_t, Reported> instances_;
     std::array<ClientId, static_cast<size_t>(Bracket::Count)> owners_{}; // of the open brackets, 0: none
     std::function<void(const LocalSource &)> told_;
     std::function<void(const MCAST_ADDR_S &group)> requested_;

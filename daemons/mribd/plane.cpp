@@ -15,8 +15,8 @@ Plane::Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &rea
              const HostEnvironment &environment)
     : settings_(settings), reactor_(reactor), environment_(environment),
       common_(instance_key(family), settings, reactor, environment), routers_(common_.router()),
-      policy_(routers_), msdp_(routers_.common(), settings.entry_limit),
-      server_(reactor, Backend{routers_, policy_, msdp_, users_})
+      current_view_(routers_), msdp_(routers_.common(), settings.entry_limit),
+      server_(reactor, Backend{routers_, current_view_, msdp_, users_})
 {
 }
 
@@ -72,7 +72,7 @@ void Plane::configure(const Config &config)
             instance.enabled = false; // as the clients are to see it
         }
     }
-    policy_.configure(served);
+    current_view_.configure(served);
     if (family() == MCAST_FAMILY_IPV4) {
         msdp_.configure(config);
     }
@@ -87,7 +87,7 @@ void Plane::links_changed()
     for (const auto &[vrf_index, instance] : others_) {
         instance->links_changed();
     }
-    policy_.touch();
+    current_view_.touch();
 }
 
 void Plane::link_renamed(uint32_t if_index)

@@ -10,9 +10,9 @@
 
 #include "daemons/common/reactor.h"
 #include "daemons/mribd/channel_server.h"
+#include "daemons/mribd/current_view.h"
 #include "daemons/mribd/instance.h"
 #include "daemons/mribd/msdp_exchange.h"
-#include "daemons/mribd/policy.h"
 #include "daemons/mribd/routers.h"
 #include "daemons/mribd/user_registry.h"
 
@@ -72,7 +72,7 @@ private:
     Instance common_; // the public one
     std::map<uint16_t, std::unique_ptr<Instance>> others_;
     Routers routers_;
-    Policy policy_;
+    CurrentView current_view_;
     MsdpExchange msdp_;
     UserRegistry users_;
     ChannelServer server_;

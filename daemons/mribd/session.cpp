@@ -92,8 +92,8 @@ const char *fault_name(Fault fault)
 }
 
 Session::Session(ClientId id, const Backend &backend, ChannelCounters &counters)
-    : id_(id), routers_(backend.routers), policy_(backend.policy), msdp_(backend.msdp), users_(backend.users),
-      counters_(counters)
+    : id_(id), routers_(backend.routers), current_view_(backend.current_view), msdp_(backend.msdp),
+      users_(backend.users), counters_(counters)
 {
     ++counters_.clients;
 }
@@ -195,8 +195,8 @@ bool Session::take_register(const MRIB_RECORD_S &record)
     registered_ = true;
     component_ = value->component;
     capabilities_ = value->capability_flags;
-    if (wants(MRIB_CAP_BASE) && policy_.view().busy != 0) {
-        put_flow_control(policy_.view(), outbox_);
+    if (wants(MRIB_CAP_BASE) && current_view_.view().busy != 0) {
+        put_flow_control(current_view_.view(), queue_);
     }
     mcastd::log_info("%s: client %u registered as component %u", family_name(routers_.family()), id_,
                      component_);
@@ -343,23 +343,23 @@ void Session::answer(uint16_t request)
 {
     switch (request) {
     case MRIB_TLV_REQ_VRF_STATE:
-        put_instances(policy_.view(), outbox_);
+        put_instances(current_view_.view(), queue_);
         break;
     case MRIB_TLV_REQ_SSM_POLICY:
-        put_ssm_policies(policy_.view(), outbox_);
+        put_ssm_policies(current_view_.view(), queue_);
         break;
     case MRIB_TLV_REQ_PIM_DR:
-        put_designated_routers(policy_.view(), outbox_);
+        put_designated_routers(current_view_.view(), queue_);
         break;
     case MRIB_TLV_REQ_BOUNDARY:
-        put_boundaries(routers_.family(), policy_.view(), outbox_);
+        put_boundaries(routers_.family(), current_view_.view(), queue_);
         break;
     case MRIB_TLV_REQ_LOCAL_SRC:
         local_replay_.emplace();
         continue_replay();
         break;
     default:
-        outbox_.put_marker(MRIB_TLV_SMOOTH_START);
+        queue_.put_marker(MRIB_TLV_SMOOTH_START);
         break;
     }
 }
@@ -368,22 +368,22 @@ void Session::tell_changes(const View &before)
 {
     if (registered_ && capabilities_ != 0) {
         trace_channel("client %u: told what is different now", id_);
-        put_changes(routers_.family(), before, policy_.view(), capabilities_, outbox_);
+        put_changes(routers_.family(), before, current_view_.view(), capabilities_, queue_);
     }
 }
 
 void Session::start_afresh()
 {
-    outbox_.restart();
+    queue_.restart();
     local_replay_.reset();
     if (wants(MRIB_CAP_BASE)) {
-        put_instances(policy_.view(), outbox_);
-        put_ssm_policies(policy_.view(), outbox_);
-        put_flow_control(policy_.view(), outbox_);
+        put_instances(current_view_.view(), queue_);
+        put_ssm_policies(current_view_.view(), queue_);
+        put_flow_control(current_view_.view(), queue_);
     }
     if (capabilities_ != 0) {
         trace_channel("client %u: told to ask for everything again", id_);
-        outbox_.put_marker(MRIB_TLV_SMOOTH_START);
+        queue_.put_marker(MRIB_TLV_SMOOTH_START);
     }
 }
 

@@ -11,9 +11,9 @@
 
 #include "daemons/common/trace.h"
 #include "daemons/mribd/address.h"
+#include "daemons/mribd/client_queue.h"
+#include "daemons/mribd/current_view.h"
 #include "daemons/mribd/msdp_exchange.h"
-#include "daemons/mribd/outbox.h"
-#include "daemons/mribd/policy.h"
 #include "daemons/mribd/routers.h"
 #include "daemons/mribd/user_registry.h"
 #include "mcast/mrib_message.h"
@@ -46,7 +46,7 @@ struct ChannelCounters {
     uint64_t messages = 0;
     uint64_t records = 0;
     uint64_t malformed_messages = 0; // too short, too long, or with records that do not fit
-    uint64_t overflows = 0;          // times that a client's outbox was dropped
+    uint64_t overflows = 0;          // times that a client's queue was dropped
     std::array<uint64_t, static_cast<size_t>(Fault::Count)> faults{};
 };
 
@@ -59,7 +59,7 @@ template <typename Value> const Value *value_of(const MRIB_RECORD_S &record)
 // What the sessions of one family work on.
 struct Backend {
     Routers &routers;
-    Policy &policy;
+    CurrentView &current_view;
     MsdpExchange &msdp;
     UserRegistry &users;
 };
@@ -93,13 +93,13 @@ public:
         return capabilities_;
     }
 
-    Outbox &outbox()
+    ClientQueue &queue()
     {
-        return outbox_;
+        return queue_;
     }
-    const Outbox &outbox() const
+    const ClientQueue &queue() const
     {
-        return outbox_;
+        return queue_;
     }
 
     // Acts on one message of size bytes; truncated when the datagram was longer than the buffer. False when
@@ -116,11 +116,11 @@ public:
     void tell_request(const MCAST_ADDR_S &group);
 
     // Sends the state of the instances to a client that keeps the view, and has every client that is told
-    // anything ask for the rest. Also what takes an outbox into use again that overflowed, once the socket
+    // anything ask for the rest. Also what takes an queue into use again that overflowed, once the socket
     // takes messages.
     void start_afresh();
 
-    // Goes on with an answer that is too long to wait in the outbox as a whole. Whether it added anything.
+    // Goes on with an answer that is too long to wait in the queue whole. Whether it added anything.
     bool continue_replay();
 
 private:
@@ -156,11 +156,11 @@ private:
 
     ClientId id_;
     Routers &routers_;
-    Policy &policy_;
+    CurrentView &current_view_;
     MsdpExchange &msdp_;
     UserRegistry &users_;
     ChannelCounters &counters_;
-    Outbox outbox_;
+    ClientQueue queue_;
     bool registered_ = false;
     uint8_t component_ = 0;
     uint64_t capabilities_ = 0;

@@ -9,7 +9,7 @@ namespace mribd
 namespace
 {
 
-// Messages that may wait before a replay or a request adds to them; far below the outbox's bound, which other
+// Messages that may wait before a replay or a request adds to them; far below the queue's bound, which other
 // records need too.
 constexpr size_t REPLAY_WAITING = 8;
 
@@ -27,7 +27,7 @@ Bracket bracket_of(uint16_t type)
     }
 }
 
-void put_local_source(const MsdpExchange::LocalSource &change, Outbox &outbox)
+void put_local_source(const MsdpExchange::LocalSource &change, ClientQueue &queue)
 {
     MRIB_MSDP_LOCAL_SRC_S record{};
     record.family = MCAST_FAMILY_IPV4;
@@ -36,7 +36,7 @@ void put_local_source(const MsdpExchange::LocalSource &change, Outbox &outbox)
     std::memcpy(&record.source_be, change.source.address, sizeof(record.source_be));
     std::memcpy(&record.group_be, change.group.address, sizeof(record.group_be));
     record.rp_be = change.rp_be;
-    outbox.put(MRIB_TLV_MSDP_LOCAL_SRC, record);
+    queue.put(MRIB_TLV_MSDP_LOCAL_SRC, record);
 }
 
 } // namespace
@@ -46,13 +46,13 @@ void Session::tell_local_source(const MsdpExchange::LocalSource &change)
     if (wants(MRIB_CAP_MSDP_LOCAL_SRC)) {
         trace_channel("client %u: told: local source (%M, %N) %s", id_, &change.source, &change.group,
                       change.present ? "is there" : "is gone");
-        put_local_source(change, outbox_);
+        put_local_source(change, queue_);
     }
 }
 
 void Session::tell_request(const MCAST_ADDR_S &group)
 {
-    if (!wants(MRIB_CAP_MSDP_REMOTE_SRC) || outbox_.message_count() > REPLAY_WAITING) {
+    if (!wants(MRIB_CAP_MSDP_REMOTE_SRC) || queue_.message_count() > REPLAY_WAITING) {
         return;
     }
     trace_channel("client %u: asked for the sources of %N", id_, &group);
@@ -60,23 +60,23 @@ void Session::tell_request(const MCAST_ADDR_S &group)
     record.family = MCAST_FAMILY_IPV4;
     record.vrf_index = PUBLIC_INSTANCE;
     std::memcpy(&record.group_be, group.address, sizeof(record.group_be));
-    outbox_.put(MRIB_TLV_MSDP_REQ_REMOTE_SRC, record);
+    queue_.put(MRIB_TLV_MSDP_REQ_REMOTE_SRC, record);
 }
 
 bool Session::continue_replay()
 {
-    if (!local_replay_ || outbox_.has_overflowed()) {
+    if (!local_replay_ || queue_.has_overflowed()) {
         return false;
     }
     const auto put = [this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t) {
-        if (outbox_.has_overflowed() || outbox_.message_count() > REPLAY_WAITING) {
+        if (queue_.has_overflowed() || queue_.message_count() > REPLAY_WAITING) {
             return false;
         }
-        put_local_source({group, source, msdp_.rp_be(), true}, outbox_);
+        put_local_source({group, source, msdp_.rp_be(), true}, queue_);
         return true;
     };
     if (msdp_.local_sources().visit(&*local_replay_, put)) {
-        outbox_.put_marker(MRIB_TLV_MSDP_LOCAL_SRC_END);
+        queue_.put_marker(MRIB_TLV_MSDP_LOCAL_SRC_END);
         local_replay_.reset();
     }
     return true;

@@ -31,8 +31,8 @@ void add_clients(std::string *out, const ChannelServer &server)
         } else {
             *out += "not registered";
         }
-        add_text(out, ", %" PRIu64 " messages sent, %zu waiting\n", session.outbox().sent(),
-                 session.outbox().message_count());
+        add_text(out, ", %" PRIu64 " messages sent, %zu waiting\n", session.queue().sent(),
+                 session.queue().message_count());
     });
 }
 
@@ -134,7 +134,7 @@ std::string status_text(const ChannelServer &server)
         }
         add_interfaces(&out, *router);
         if (vrf_index == PUBLIC_INSTANCE) {
-            out += policy_text(server.backend());
+            out += view_text(server.backend());
         }
         add_members(&out, *router);
         add_entries(&out, *router);

@@ -18,7 +18,7 @@ namespace mribd
 std::string status_text(const ChannelServer &server);
 
 // Its part about what the clients are told, what the MSDP daemon tells, and the users that gmpd knows.
-std::string policy_text(const Backend &backend);
+std::string view_text(const Backend &backend);
 
 // Appends formatted text, cut at a few hundred bytes.
 __attribute__((format(printf, 2, 3))) void add_text(std::string *out, const char *format, ...);

@@ -18,29 +18,29 @@ namespace mribd
 namespace
 {
 
-void put_instance(uint16_t vrf_index, bool enabled, Outbox &outbox)
+void put_instance(uint16_t vrf_index, bool enabled, ClientQueue &queue)
 {
     MRIB_VRF_STATE_S record{};
     record.vrf_index = vrf_index;
     record.state = enabled ? 1 : 0;
-    outbox.put(MRIB_TLV_VRF_STATE, record);
+    queue.put(MRIB_TLV_VRF_STATE, record);
 }
 
-void put_ssm_policy(uint16_t vrf_index, uint32_t acl_number, Outbox &outbox)
+void put_ssm_policy(uint16_t vrf_index, uint32_t acl_number, ClientQueue &queue)
 {
     MRIB_SSM_POLICY_S record{};
     record.vrf_index = vrf_index;
     record.acl_number = acl_number;
-    outbox.put(MRIB_TLV_SSM_POLICY, record);
+    queue.put(MRIB_TLV_SSM_POLICY, record);
 }
 
-void put_designated_router(const InterfaceKey &key, bool is_designated, Outbox &outbox)
+void put_designated_router(const InterfaceKey &key, bool is_designated, ClientQueue &queue)
 {
     MRIB_PIM_DR_S record{};
     record.state = is_designated ? 1 : 0;
     record.vrf_index = key.vrf_index;
     record.if_index = key.if_index;
-    outbox.put(MRIB_TLV_PIM_DR, record);
+    queue.put(MRIB_TLV_PIM_DR, record);
 }
 
 MRIB_BOUNDARY_S boundary_record(uint8_t family, const InterfaceKey &key, bool add)
@@ -53,54 +53,54 @@ MRIB_BOUNDARY_S boundary_record(uint8_t family, const InterfaceKey &key, bool ad
     return record;
 }
 
-void put_range(const InterfaceKey &key, bool add, const Prefix &range, Outbox &outbox)
+void put_range(const InterfaceKey &key, bool add, const Prefix &range, ClientQueue &queue)
 {
     MRIB_BOUNDARY_S record = boundary_record(static_cast<uint8_t>(range.address.family), key, add);
     record.prefix_length = range.length;
     std::memcpy(record.address, range.address.address, sizeof(record.address));
-    outbox.put(MRIB_TLV_BOUNDARY, record);
+    queue.put(MRIB_TLV_BOUNDARY, record);
 }
 
 // scope 0 clears.
-void put_scope(uint8_t family, const InterfaceKey &key, uint8_t scope, Outbox &outbox)
+void put_scope(uint8_t family, const InterfaceKey &key, uint8_t scope, ClientQueue &queue)
 {
     MRIB_BOUNDARY_S record = boundary_record(family, key, scope != 0);
     record.scope_flag = 1;
     record.scope = scope;
-    outbox.put(MRIB_TLV_BOUNDARY, record);
+    queue.put(MRIB_TLV_BOUNDARY, record);
 }
 
 void put_boundary_changes(uint8_t family, const InterfaceKey &key, const BoundaryView &before,
-                          const BoundaryView &now, Outbox &outbox)
+                          const BoundaryView &now, ClientQueue &queue)
 {
     for (const Prefix &range : before.ranges) {
         if (!any_covers(now.ranges, range)) {
-            put_range(key, false, range, outbox);
+            put_range(key, false, range, queue);
         }
     }
     for (const Prefix &range : now.ranges) {
         if (!before.ranges.contains(range)) {
-            put_range(key, true, range, outbox);
+            put_range(key, true, range, queue);
         }
     }
     if (before.scope != now.scope) {
-        put_scope(family, key, now.scope, outbox);
+        put_scope(family, key, now.scope, queue);
     }
 }
 
-void put_all_boundary_changes(uint8_t family, const View &before, const View &now, Outbox &outbox)
+void put_all_boundary_changes(uint8_t family, const View &before, const View &now, ClientQueue &queue)
 {
     for (const auto &[key, boundary] : before.boundaries) {
         if (!now.boundaries.contains(key)) {
             MRIB_BOUNDARY_S record = boundary_record(family, key, false);
             record.remove_all = 1;
-            outbox.put(MRIB_TLV_BOUNDARY, record);
+            queue.put(MRIB_TLV_BOUNDARY, record);
         }
     }
     for (const auto &[key, boundary] : now.boundaries) {
         const auto known = before.boundaries.find(key);
         put_boundary_changes(family, key, known == before.boundaries.end() ? BoundaryView{} : known->second,
-                             boundary, outbox);
+                             boundary, queue);
     }
 }
 
@@ -118,43 +118,44 @@ void visit_missing(const std::set<InterfaceKey> &in, const std::set<InterfaceKey
 
 } // namespace
 
-void put_instances(const View &view, Outbox &outbox)
+void put_instances(const View &view, ClientQueue &queue)
 {
     for (const auto &[vrf_index, instance] : view.instances) {
-        put_instance(vrf_index, instance.enabled, outbox);
+        put_instance(vrf_index, instance.enabled, queue);
     }
-    outbox.put_marker(MRIB_TLV_VRF_STATE_END);
+    queue.put_marker(MRIB_TLV_VRF_STATE_END);
 }
 
-void put_ssm_policies(const View &view, Outbox &outbox)
+void put_ssm_policies(const View &view, ClientQueue &queue)
 {
     for (const auto &[vrf_index, instance] : view.instances) {
-        put_ssm_policy(vrf_index, instance.ssm_acl, outbox);
+        put_ssm_policy(vrf_index, instance.ssm_acl, queue);
     }
 }
 
-void put_designated_routers(const View &view, Outbox &outbox)
+void put_designated_routers(const View &view, ClientQueue &queue)
 {
     for (const InterfaceKey &key : view.designated) {
-        put_designated_router(key, true, outbox);
+        put_designated_router(key, true, queue);
     }
-    outbox.put_marker(MRIB_TLV_PIM_DR_END);
+    queue.put_marker(MRIB_TLV_PIM_DR_END);
 }
 
-void put_boundaries(uint8_t family, const View &view, Outbox &outbox)
+void put_boundaries(uint8_t family, const View &view, ClientQueue &queue)
 {
-    put_all_boundary_changes(family, View{}, view, outbox);
-    outbox.put_marker(MRIB_TLV_BOUNDARY_END);
+    put_all_boundary_changes(family, View{}, view, queue);
+    queue.put_marker(MRIB_TLV_BOUNDARY_END);
 }
 
-void put_flow_control(const View &view, Outbox &outbox)
+void put_flow_control(const View &view, ClientQueue &queue)
 {
     MRIB_FLOW_CONTROL_S record{};
     record.busy = view.busy;
-    outbox.put(MRIB_TLV_FLOW_CONTROL, record);
+    queue.put(MRIB_TLV_FLOW_CONTROL, record);
 }
 
-void put_changes(uint8_t family, const View &before, const View &now, uint64_t capabilities, Outbox &outbox)
+void put_changes(uint8_t family, const View &before, const View &now, uint64_t capabilities,
+                 ClientQueue &queue)
 {
     const auto old_of = [&before](uint16_t vrf_index) {
         const auto found = before.instances.find(vrf_index);
@@ -167,23 +168,23 @@ void put_changes(uint8_t family, const View &before, const View &now, uint64_t c
     for (const auto &[vrf_index, instance] : all.instances) {
         const InstanceView old = old_of(vrf_index);
         if ((capabilities & MRIB_CAP_VRF) != 0 && old.enabled != instance.enabled) {
-            put_instance(vrf_index, instance.enabled, outbox);
+            put_instance(vrf_index, instance.enabled, queue);
         }
         if ((capabilities & MRIB_CAP_SSM_POLICY) != 0 && old.ssm_acl != instance.ssm_acl) {
-            put_ssm_policy(vrf_index, instance.ssm_acl, outbox);
+            put_ssm_policy(vrf_index, instance.ssm_acl, queue);
         }
     }
     if ((capabilities & MRIB_CAP_BOUNDARY) != 0) {
-        put_all_boundary_changes(family, before, now, outbox);
+        put_all_boundary_changes(family, before, now, queue);
     }
     if ((capabilities & MRIB_CAP_DR) != 0) {
         visit_missing(before.designated, now.designated,
-                      [&](const InterfaceKey &key) { put_designated_router(key, false, outbox); });
+                      [&](const InterfaceKey &key) { put_designated_router(key, false, queue); });
         visit_missing(now.designated, before.designated,
-                      [&](const InterfaceKey &key) { put_designated_router(key, true, outbox); });
+                      [&](const InterfaceKey &key) { put_designated_router(key, true, queue); });
     }
     if ((capabilities & MRIB_CAP_BASE) != 0 && before.busy != now.busy) {
-        put_flow_control(now, outbox);
+        put_flow_control(now, queue);
     }
 }
 

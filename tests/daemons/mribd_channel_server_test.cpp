@@ -156,10 +156,10 @@ TEST_F(ChannelServerTest, ClientThatDoesNotReadIsBoundedKeepsItsJoinsAndGetsAFre
         ASSERT_TRUE(reactor.run_once(0));
         server.flush();
         server.visit(
-            [&most](const Session &session) { most = std::max(most, session.outbox().message_count()); });
-        ASSERT_LE(most, Outbox::MESSAGE_LIMIT);
+            [&most](const Session &session) { most = std::max(most, session.queue().message_count()); });
+        ASSERT_LE(most, ClientQueue::MESSAGE_LIMIT);
     }
-    EXPECT_EQ(most, Outbox::MESSAGE_LIMIT);
+    EXPECT_EQ(most, ClientQueue::MESSAGE_LIMIT);
     quick.send(Message().add_request(MRIB_TLV_REQ_BOUNDARY, FAMILY));
     serve();
     EXPECT_EQ(types_of(quick.receive()), std::vector<uint16_t>{MRIB_TLV_BOUNDARY_END});
@@ -208,9 +208,9 @@ TEST_F(ChannelServerTest, ResynchronisationAsksRegisteredClientsToAskAgain)
     EXPECT_TRUE(silent.receive().empty());
 }
 
-TEST_F(ChannelServerTest, ReplayTooLongForTheOutboxArrivesWholeAsTheClientReads)
+TEST_F(ChannelServerTest, ReplayTooLongForTheQueueArrivesWholeAsTheClientReads)
 {
-    constexpr unsigned PAIRS = 40000; // three times what an outbox holds
+    constexpr unsigned PAIRS = 40000; // three times what an queue holds
     clients_of.configure("[[mribd.instance]]\nrp = '10.0.0.1'\n");
     for (unsigned i = 0; i < PAIRS; ++i) {
         bench.show_local_source(i);

@@ -195,16 +195,16 @@ TEST_P(InstancesTest, LeavingTheKernelWithdrawsEverythingUntilItSettlesAgain)
 TEST_P(InstancesTest, DesignatedRoutersAreToldByInstance)
 {
     clients.configure("[[mribd.instance]]\nvrf = 5\n[[mribd.instance]]\nvrf = 6\nenabled = false\n");
-    clients.policy.refresh();
+    clients.current_view.refresh();
     unsigned told = 0;
     clients.routers.on_designated_router([&] { ++told; });
     alert(MRIB_TLV_GMP_ENABLE, 0, 2, 1);
     alert(MRIB_TLV_GMP_ENABLE, RED, 3, 1);
     alert(MRIB_TLV_GMP_ENABLE, BLUE, 4, 1);
     EXPECT_EQ(told, 3u);
-    clients.policy.touch();
-    clients.policy.refresh();
-    EXPECT_EQ(clients.policy.view().designated, (std::set<InterfaceKey>{{0, 2}, {RED, 3}}));
+    clients.current_view.touch();
+    clients.current_view.refresh();
+    EXPECT_EQ(clients.current_view.view().designated, (std::set<InterfaceKey>{{0, 2}, {RED, 3}}));
     alert(MRIB_TLV_QUERIER_CHANGE, RED, 3, 0);
     EXPECT_EQ(clients.routers.designated_interfaces(), (std::set<InterfaceKey>{{0, 2}, {BLUE, 4}}));
     clients.routers.on_designated_router(nullptr);
@@ -218,9 +218,9 @@ TEST_P(InstancesTest, BoundariesAreOfTheInstanceThatTheInterfaceIsIn)
         "[[mribd.interface]]\nname = 'if2'\nboundaries = ['239.0.0.0/8', 'ff15::/16']\n"
         "[[mribd.interface]]\nname = 'if3'\nboundaries = ['239.0.0.0/8', 'ff15::/16']\n"
         "[[mribd.interface]]\nname = 'if4'\nvrf = 5\nboundaries = ['239.0.0.0/8', 'ff15::/16']\n");
-    clients.policy.refresh();
+    clients.current_view.refresh();
     std::set<InterfaceKey> keys;
-    for (const auto &[key, boundary] : clients.policy.view().boundaries) {
+    for (const auto &[key, boundary] : clients.current_view.view().boundaries) {
         keys.insert(key);
     }
     EXPECT_EQ(keys, (std::set<InterfaceKey>{{0, 2}, {RED, 3}, {RED, 4}}));
@@ -356,12 +356,12 @@ TEST_F(InstancesHost, AnInstanceWhoseTableIsTakenIsToldAsDisabled)
         config.instances[5] = {};
         plane.configure(config);
         plane.settle();
-        EXPECT_FALSE(plane.server().backend().policy.view().instances.at(5).enabled);
+        EXPECT_FALSE(plane.server().backend().current_view.view().instances.at(5).enabled);
         EXPECT_EQ(plane.server().backend().routers.find(5), nullptr);
         other.shut();
         plane.configure(config);
         plane.settle();
-        EXPECT_TRUE(plane.server().backend().policy.view().instances.at(5).enabled);
+        EXPECT_TRUE(plane.server().backend().current_view.view().instances.at(5).enabled);
     });
 }
 

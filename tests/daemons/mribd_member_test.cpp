@@ -45,10 +45,10 @@ protected:
     Types told(const std::string &configuration)
     {
         clients.configure(configuration);
-        const auto before = clients.policy.refresh();
+        const auto before = clients.current_view.refresh();
         EXPECT_TRUE(before);
         session.tell_changes(*before);
-        return types_of(take_all(session.outbox()));
+        return types_of(take_all(session.queue()));
     }
 
     uint64_t fault(Fault kind) const
@@ -82,7 +82,7 @@ TEST_P(MemberTest, IsToldWhatItRegisteredForAndNothingElse)
     for (const auto &row : rows) {
         SCOPED_TRACE(row.events);
         take(Message().add_register(family, row.events));
-        EXPECT_TRUE(session.outbox().empty());
+        EXPECT_TRUE(session.queue().empty());
         EXPECT_EQ(told(EVERYTHING), row.types);
         EXPECT_EQ(told(NOTHING), row.types);
     }
@@ -93,7 +93,7 @@ TEST_P(MemberTest, ChangesItsEventsWithTheWholeMask)
     take(Message().add_register(family, MRIB_CAP_DR));
     change(MRIB_CAP_DR | MRIB_CAP_VRF);
     EXPECT_EQ(session.events(), MRIB_CAP_DR | MRIB_CAP_VRF);
-    EXPECT_TRUE(session.outbox().empty()) << "what holds already it asks for";
+    EXPECT_TRUE(session.queue().empty()) << "what holds already it asks for";
     EXPECT_EQ(told(EVERYTHING), (Types{MRIB_TLV_VRF_STATE, MRIB_TLV_PIM_DR}));
     change(MRIB_CAP_VRF);
     EXPECT_EQ(told(NOTHING), Types{MRIB_TLV_VRF_STATE});
@@ -108,29 +108,29 @@ TEST_P(MemberTest, ChangesItsEventsWithTheWholeMask)
 TEST_P(MemberTest, IsAnsweredWhateverItRegisteredFor)
 {
     clients.configure(EVERYTHING);
-    clients.policy.refresh();
+    clients.current_view.refresh();
     take(Message().add_register(family, 0).add_request(MRIB_TLV_REQ_PIM_DR, family));
-    EXPECT_EQ(types_of(take_all(session.outbox())), (Types{MRIB_TLV_PIM_DR, MRIB_TLV_PIM_DR_END}));
+    EXPECT_EQ(types_of(take_all(session.queue())), (Types{MRIB_TLV_PIM_DR, MRIB_TLV_PIM_DR_END}));
 }
 
 TEST_P(MemberTest, FlowControlGoesAtOnceToWhoKeepsTheView)
 {
     clients.configure(EVERYTHING);
-    clients.policy.refresh();
+    clients.current_view.refresh();
     take(Message().add_register(family, ALL));
-    EXPECT_TRUE(session.outbox().empty());
+    EXPECT_TRUE(session.queue().empty());
     take(Message().add_register(family, MRIB_CAP_BASE));
-    EXPECT_EQ(types_of(take_all(session.outbox())), Types{MRIB_TLV_FLOW_CONTROL});
+    EXPECT_EQ(types_of(take_all(session.queue())), Types{MRIB_TLV_FLOW_CONTROL});
 }
 
 TEST_P(MemberTest, AFreshStartAsksAMemberToAskAgainAndOneWithoutEventsNothing)
 {
     take(Message().add_register(family, MRIB_CAP_DR));
     session.start_afresh();
-    EXPECT_EQ(types_of(take_all(session.outbox())), Types{MRIB_TLV_SMOOTH_START});
+    EXPECT_EQ(types_of(take_all(session.queue())), Types{MRIB_TLV_SMOOTH_START});
     change(0);
     session.start_afresh();
-    EXPECT_TRUE(session.outbox().empty());
+    EXPECT_TRUE(session.queue().empty());
 }
 
 TEST_P(MemberTest, WrongChangesAreCountedAndChangeNothing)

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <vector>
 
-#include "daemons/mribd/outbox.h"
+#include "daemons/mribd/client_queue.h"
 #include "daemons/mribd_support.h"
 #include "mcast/mrib_message.h"
 
@@ -96,12 +96,12 @@ inline std::vector<Record> records_of(const std::vector<uint8_t> &message)
     return result;
 }
 
-// Empties the outbox.
-inline std::vector<Record> take_all(mribd::Outbox &outbox)
+// Empties the queue.
+inline std::vector<Record> take_all(mribd::ClientQueue &queue)
 {
     std::vector<Record> result;
-    for (; !outbox.empty(); outbox.pop()) {
-        const auto records = records_of(outbox.front());
+    for (; !queue.empty(); queue.pop()) {
+        const auto records = records_of(queue.front());
         result.insert(result.end(), records.begin(), records.end());
     }
     return result;

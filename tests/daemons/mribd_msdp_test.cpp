@@ -120,7 +120,7 @@ TEST_F(MsdpTest, DisabledInstanceHasNoLocalSources)
 TEST_F(MsdpTest, TheFirstJoinOfAnySourceIsAskedAboutWhileRequestsAreEnabled)
 {
     Session other{2, clients.backend, counters};
-    const auto asked = [&] { return types_of(take_all(session.outbox())); };
+    const auto asked = [&] { return types_of(take_all(session.queue())); };
     const auto report = [&](uint8_t join, const std::string &group, const std::string &source) {
         const auto bytes = Message().add_register(FAMILY).add_join(FAMILY, 2, group, source, join).bytes();
         EXPECT_TRUE(other.take_message(bytes.data(), bytes.size(), false));
@@ -135,7 +135,7 @@ TEST_F(MsdpTest, TheFirstJoinOfAnySourceIsAskedAboutWhileRequestsAreEnabled)
     report(1, "239.1.1.2", "10.1.0.1");
     EXPECT_EQ(asked(), std::vector<uint16_t>{}) << "joined before, or by name";
     report(1, "239.1.1.2", "0.0.0.0");
-    const auto records = take_all(session.outbox());
+    const auto records = take_all(session.queue());
     ASSERT_EQ(types_of(records), std::vector<uint16_t>{MRIB_TLV_MSDP_REQ_REMOTE_SRC});
     EXPECT_EQ(records[0].value, (std::vector<uint8_t>{0, 0, 2, 0, 0, 0, 0, 0, 239, 1, 1, 2}));
     report(0, "239.1.1.2", "0.0.0.0");
@@ -147,9 +147,9 @@ TEST_F(MsdpTest, TheFirstJoinOfAnySourceIsAskedAboutWhileRequestsAreEnabled)
 TEST_F(MsdpTest, LocalSourceRecordIsLaidOutForTheClient)
 {
     clients.configure(WITH_RP);
-    take_all(session.outbox());
+    take_all(session.queue());
     bench.show_local_source(1);
-    const auto records = take_all(session.outbox());
+    const auto records = take_all(session.queue());
     ASSERT_EQ(types_of(records), std::vector<uint16_t>{MRIB_TLV_MSDP_LOCAL_SRC});
     EXPECT_EQ(records[0].value, (std::vector<uint8_t>{0,   0, 2, 1, 0,  0, 0, 0, 10, 1, 0, 1,
                                                       239, 1, 1, 0, 10, 0, 0, 1, 0,  0, 0, 0}));
@@ -160,9 +160,9 @@ TEST_F(MsdpTest, ReplayNamesEveryLocalSourceAndEnds)
     clients.configure(WITH_RP);
     bench.show_local_source(1);
     bench.show_local_source(2);
-    take_all(session.outbox());
+    take_all(session.queue());
     take(Message().add_request(MRIB_TLV_REQ_LOCAL_SRC, FAMILY));
-    EXPECT_EQ(types_of(take_all(session.outbox())),
+    EXPECT_EQ(types_of(take_all(session.queue())),
               (std::vector<uint16_t>{MRIB_TLV_MSDP_LOCAL_SRC, MRIB_TLV_MSDP_LOCAL_SRC,
                                      MRIB_TLV_MSDP_LOCAL_SRC_END}));
 }
@@ -175,7 +175,7 @@ TEST_F(MsdpTest, ClientWithoutTheCapabilityIsNotToldOfLocalSources)
     const MCAST_ADDR_S group = address("239.1.1.1");
     const MCAST_ADDR_S source = address("10.1.0.1");
     plain.tell_local_source({group, source, 1, true});
-    EXPECT_TRUE(plain.outbox().empty());
+    EXPECT_TRUE(plain.queue().empty());
 }
 
 TEST_F(MsdpTest, RemoteSourcesAreKeptAndDeletedByPairGroupAndAll)

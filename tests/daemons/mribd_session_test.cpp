@@ -57,7 +57,7 @@ TEST_P(SessionTest, SetUpIsAnsweredInTheOrderThatClientsNeed)
     take(Message().add_request(MRIB_TLV_REQ_VRF_STATE, family));
     take(Message().add_request(MRIB_TLV_REQ_SSM_POLICY, family));
     take(Message().add(MRIB_TLV_SMOOTH_ALERT, MRIB_SMOOTH_ALERT_S{family, {{0, 1, 1, 0, 0}}}));
-    const auto records = take_all(session.outbox());
+    const auto records = take_all(session.queue());
     EXPECT_EQ(types_of(records), (Types{MRIB_TLV_VRF_STATE, MRIB_TLV_VRF_STATE_END, MRIB_TLV_SSM_POLICY,
                                         MRIB_TLV_SMOOTH_START}));
     EXPECT_EQ(records[0].value, (std::vector<uint8_t>{0, 0, 0, 0, 0, 1}));
@@ -68,9 +68,9 @@ TEST_P(SessionTest, LoneMarkerIsLongEnoughForAClientToTakeIt)
 {
     introduce();
     take(Message().add_request(MRIB_TLV_REQ_BOUNDARY, family));
-    ASSERT_EQ(session.outbox().message_count(), 1u);
-    EXPECT_GE(session.outbox().front().size(), MRIB_MSG_MIN);
-    EXPECT_EQ(types_of(take_all(session.outbox())), Types{MRIB_TLV_BOUNDARY_END});
+    ASSERT_EQ(session.queue().message_count(), 1u);
+    EXPECT_GE(session.queue().front().size(), MRIB_MSG_MIN);
+    EXPECT_EQ(types_of(take_all(session.queue())), Types{MRIB_TLV_BOUNDARY_END});
 }
 
 TEST_P(SessionTest, DesignatedRouterReplayNamesEachInterfaceAndEnds)
@@ -78,12 +78,12 @@ TEST_P(SessionTest, DesignatedRouterReplayNamesEachInterfaceAndEnds)
     introduce();
     take(Message().add_alert(MRIB_TLV_GMP_ENABLE, family, 2, 1).add_alert(MRIB_TLV_GMP_ENABLE, family, 3, 1));
     take(Message().add_alert(MRIB_TLV_QUERIER_CHANGE, family, 3, 0));
-    take_all(session.outbox());
-    clients.policy.touch();
-    clients.policy.refresh();
+    take_all(session.queue());
+    clients.current_view.touch();
+    clients.current_view.refresh();
     take(Message().add_request(MRIB_TLV_REQ_PIM_DR, family).add_request(MRIB_TLV_REQ_LOCAL_SRC, family));
     // Nobody listens for changes in this test, so only the replay is there.
-    const auto records = take_all(session.outbox());
+    const auto records = take_all(session.queue());
     EXPECT_EQ(types_of(records), (Types{MRIB_TLV_PIM_DR, MRIB_TLV_PIM_DR_END, MRIB_TLV_MSDP_LOCAL_SRC_END}));
     EXPECT_EQ(records[0].value, (std::vector<uint8_t>{0, 0, 1, 0, 0, 0, 2, 0, 0, 0}));
 }
@@ -91,18 +91,18 @@ TEST_P(SessionTest, DesignatedRouterReplayNamesEachInterfaceAndEnds)
 TEST_P(SessionTest, DesignatedRouterChangeGoesToClientsThatAskedForIt)
 {
     clients.configure("[[mribd.interface]]\nname = 'if2'\ndr = true\n");
-    const auto before = clients.policy.refresh();
+    const auto before = clients.current_view.refresh();
     ASSERT_TRUE(before);
     session.tell_changes(*before);
-    EXPECT_TRUE(session.outbox().empty()); // not registered
+    EXPECT_TRUE(session.queue().empty()); // not registered
     introduce();
     session.tell_changes(*before);
-    EXPECT_EQ(types_of(take_all(session.outbox())), Types{MRIB_TLV_PIM_DR});
+    EXPECT_EQ(types_of(take_all(session.queue())), Types{MRIB_TLV_PIM_DR});
     Session plain(2, clients.backend, counters);
     const auto bytes = Message().add_register(family, MRIB_CAP_BASE).bytes();
     plain.take_message(bytes.data(), bytes.size(), false);
     plain.tell_changes(*before);
-    EXPECT_TRUE(plain.outbox().empty());
+    EXPECT_TRUE(plain.queue().empty());
 }
 
 TEST_P(SessionTest, JoinPruneAndBlockReachTheTable)
@@ -145,7 +145,7 @@ TEST_P(SessionTest, NothingCountsBeforeTheRegistration)
     take(Message().add_join(family, 2, group).add_request(MRIB_TLV_REQ_VRF_STATE, family));
     EXPECT_EQ(fault(Fault::NotRegistered), 2u);
     EXPECT_EQ(bench.router.members().wish_count(), 0u);
-    EXPECT_TRUE(session.outbox().empty());
+    EXPECT_TRUE(session.queue().empty());
 }
 
 TEST_P(SessionTest, RecordThatFailsACheckIsCountedAndTheNextStillCounts)
@@ -202,7 +202,7 @@ TEST_P(SessionTest, UsersAreKeptByTheirInterfaceUntilTheyOrTheirClientAreGone)
              .add(MRIB_TLV_MAUTH_USER_INFO, user_record(family, 0xD0000001, 1, 3, 8))
              .add(MRIB_TLV_MAUTH_USER_INFO, user_record(family, 0xD0000000, 1, 4, 9)));
     EXPECT_EQ(clients.users.size(), 2u);
-    const std::string status = policy_text(clients.backend);
+    const std::string status = view_text(clients.backend);
     EXPECT_NE(status.find("  user 9 of client 1 on if3: Multicast-UA0, kind 4, address "), std::string::npos)
         << status;
     EXPECT_EQ(status.find("user 7"), std::string::npos) << "replaced";
@@ -289,7 +289,7 @@ TEST_P(SessionTest, RandomBytesAreSurvived)
         }
         bytes.resize(random() % (bytes.size() + 1));
         ASSERT_TRUE(session.take_message(bytes.data(), bytes.size(), NOT_TRUNCATED));
-        take_all(session.outbox());
+        take_all(session.queue());
     }
     EXPECT_EQ(counters.messages, 20001u);
 }
@@ -298,13 +298,13 @@ TEST_P(SessionTest, FreshStartSendsTheStateAndAsksTheClientToAskAgain)
 {
     introduce();
     const auto request = Message().add_request(MRIB_TLV_REQ_VRF_STATE, family);
-    for (int i = 0; i < 100000 && !session.outbox().has_overflowed(); ++i) {
+    for (int i = 0; i < 100000 && !session.queue().has_overflowed(); ++i) {
         take(request);
     }
-    ASSERT_TRUE(session.outbox().has_overflowed());
+    ASSERT_TRUE(session.queue().has_overflowed());
     session.start_afresh();
-    EXPECT_FALSE(session.outbox().has_overflowed());
-    EXPECT_EQ(types_of(take_all(session.outbox())),
+    EXPECT_FALSE(session.queue().has_overflowed());
+    EXPECT_EQ(types_of(take_all(session.queue())),
               (Types{MRIB_TLV_VRF_STATE, MRIB_TLV_VRF_STATE_END, MRIB_TLV_SSM_POLICY, MRIB_TLV_FLOW_CONTROL,
                      MRIB_TLV_SMOOTH_START}));
 }

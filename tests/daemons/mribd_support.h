@@ -287,7 +287,7 @@ struct Bench {
 // What sessions work on, over a bench's router.
 struct ClientBench {
     explicit ClientBench(mribd::Router &router)
-        : routers(router), policy(routers), msdp(router, 5), backend{routers, policy, msdp, users}
+        : routers(router), current_view(routers), msdp(router, 5), backend{routers, current_view, msdp, users}
     {
     }
 
@@ -300,12 +300,12 @@ struct ClientBench {
         mcastd::ConfigTable table = root.table("mribd");
         const mribd::Config config = mribd::read_config(table);
         table.finish();
-        policy.configure(config);
+        current_view.configure(config);
         msdp.configure(config);
     }
 
     mribd::Routers routers;
-    mribd::Policy policy;
+    mribd::CurrentView current_view;
     mribd::MsdpExchange msdp;
     mribd::UserRegistry users;
     mribd::Backend backend;

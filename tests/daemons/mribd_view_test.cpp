@@ -107,9 +107,9 @@ Prefix range(const std::string &text)
 std::vector<Record> changes(const View &before, const View &now, uint64_t capabilities = EVERYTHING,
                             uint8_t family = MCAST_FAMILY_IPV4)
 {
-    Outbox outbox;
-    put_changes(family, before, now, capabilities, outbox);
-    return take_all(outbox);
+    ClientQueue queue;
+    put_changes(family, before, now, capabilities, queue);
+    return take_all(queue);
 }
 
 View of_ranges(const std::set<Prefix> &ranges, uint8_t scope = 0)
@@ -131,7 +131,7 @@ TEST(View, ConfigurationOverridesTheElection)
     EXPECT_EQ(view.designated, (std::set<InterfaceKey>{{0, 2}, {0, 4}}));
 }
 
-TEST(View, PolicyFollowsTheNameOfTheInterface)
+TEST(View, SettingsFollowTheNameOfTheInterface)
 {
     TableEnvironment environment;
     environment.names = {{"wan", 2}};
@@ -324,21 +324,21 @@ TEST(ViewChanges, AnySequenceLeavesTheClientWithTheView)
             ASSERT_EQ(mirror.view, current) << "step " << i;
         }
         // A replay to a client that knows nothing says the same.
-        Outbox outbox;
-        put_flow_control(current, outbox);
-        put_instances(current, outbox);
-        put_ssm_policies(current, outbox);
-        put_designated_routers(current, outbox);
-        put_boundaries(family, current, outbox);
+        ClientQueue queue;
+        put_flow_control(current, queue);
+        put_instances(current, queue);
+        put_ssm_policies(current, queue);
+        put_designated_routers(current, queue);
+        put_boundaries(family, current, queue);
         Mirror fresh;
-        fresh.apply(take_all(outbox));
+        fresh.apply(take_all(queue));
         EXPECT_EQ(fresh.view, current);
     }
 }
 
 } // namespace
 
-TEST(MribdPolicy, AListThatCannotTellGroupsIsWarnedOfByItsFamily)
+TEST(CurrentView, AListThatCannotTellGroupsIsWarnedOfByItsFamily)
 {
     Bench bench(MCAST_FAMILY_IPV6);
     ClientBench clients{bench.router};

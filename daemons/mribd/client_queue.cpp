@@ -1,4 +1,4 @@
-#include "daemons/mribd/outbox.h"
+#include "daemons/mribd/client_queue.h"
 
 #include <cerrno>
 #include <sys/socket.h>
@@ -15,7 +15,7 @@ constexpr uint8_t COMPONENT = 0;
 
 } // namespace
 
-void Outbox::append(uint16_t type, const void *value, size_t size)
+void ClientQueue::append(uint16_t type, const void *value, size_t size)
 {
     if (overflowed_) {
         return;
@@ -37,14 +37,14 @@ void Outbox::append(uint16_t type, const void *value, size_t size)
                 value, size);
 }
 
-void Outbox::put_marker(uint16_t type)
+void ClientQueue::put_marker(uint16_t type)
 {
     static constexpr uint8_t NOTHING[MRIB_MSG_MIN - sizeof(MRIB_MSG_HEADER_S) - sizeof(MRIB_TLV_HEADER_S)] =
         {};
     append(type, NOTHING, sizeof(NOTHING));
 }
 
-Outbox::Result Outbox::flush(int fd)
+ClientQueue::Result ClientQueue::flush(int fd)
 {
     while (!messages_.empty()) {
         const std::vector<uint8_t> &message = messages_.front();

@@ -94,14 +94,14 @@ void add_users(std::string *out, const UserRegistry &users, const Environment &e
 
 } // namespace
 
-std::string policy_text(const Backend &backend)
+std::string view_text(const Backend &backend)
 {
-    const View &view = backend.policy.view();
+    const View &view = backend.current_view.view();
     const Environment &environment = backend.routers.common().environment();
     std::string out;
     add_instances(&out, view);
     add_interfaces(&out, view, environment);
-    add_missing(&out, backend.policy.config(), environment);
+    add_missing(&out, backend.current_view.config(), environment);
     add_users(&out, backend.users, environment);
     if (backend.routers.family() == MCAST_FAMILY_IPV4) {
         add_msdp(&out, backend.msdp);

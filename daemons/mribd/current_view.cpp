@@ -1,4 +1,4 @@
-#include "daemons/mribd/policy.h"
+#include "daemons/mribd/current_view.h"
 
 #include <utility>
 
@@ -25,19 +25,19 @@ void warn_of_lists(uint8_t family, const Config &config)
 
 } // namespace
 
-Policy::Policy(const Routers &routers) : routers_(routers)
+CurrentView::CurrentView(const Routers &routers) : routers_(routers)
 {
     refresh();
 }
 
-void Policy::configure(const Config &config)
+void CurrentView::configure(const Config &config)
 {
     warn_of_lists(routers_.family(), config);
     config_ = config;
     stale_ = true;
 }
 
-std::optional<View> Policy::refresh()
+std::optional<View> CurrentView::refresh()
 {
     if (!std::exchange(stale_, false)) {
         return std::nullopt;

@@ -1,8 +1,8 @@
 /*
  * The current view of one family and when it is to be made anew.
  */
-#ifndef DAEMONS_MRIBD_POLICY_H
-#define DAEMONS_MRIBD_POLICY_H
+#ifndef DAEMONS_MRIBD_CURRENT_VIEW_H
+#define DAEMONS_MRIBD_CURRENT_VIEW_H
 
 #include <optional>
 
@@ -12,11 +12,11 @@
 namespace mribd
 {
 
-class Policy
+class CurrentView
 {
 public:
-    // routers must outlive the policy.
-    explicit Policy(const Routers &routers);
+    // routers must outlive the object.
+    explicit CurrentView(const Routers &routers);
 
     void configure(const Config &config);
 

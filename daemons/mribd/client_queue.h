@@ -6,8 +6,8 @@
  * and once the client has read what the kernel holds for it the owner sends a fresh start. So a stalled
  * client costs a fixed amount of memory and never misses a change without learning that it must ask again.
  */
-#ifndef DAEMONS_MRIBD_OUTBOX_H
-#define DAEMONS_MRIBD_OUTBOX_H
+#ifndef DAEMONS_MRIBD_CLIENT_QUEUE_H
+#define DAEMONS_MRIBD_CLIENT_QUEUE_H
 
 #include <cstdint>
 #include <cstring>
@@ -19,7 +19,7 @@
 namespace mribd
 {
 
-class Outbox
+class ClientQueue
 {
 public:
     // Messages that may wait, each of at most MRIB_MSG_RECV_MAX bytes.
