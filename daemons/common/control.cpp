@@ -14,6 +14,7 @@
 #include "daemons/common/control_debug.h"
 #include "daemons/common/local_listener.h"
 #include "daemons/common/log.h"
+#include "daemons/common/log_output.h"
 #include "mcast/format.h"
 
 namespace mcastd
@@ -151,6 +152,8 @@ void ControlServer::visit_counters(const std::function<void(const char *name, ui
         {"control_connections_turned_away", turned_away_},
         {"control_replies_unsent", unsent_},
         {"failed_assertions", g_uiMcastAssertCnt},
+        {"log_lines_held_back", log_lines_held_back()},
+        {"log_lines_lost", log_lines_lost()},
     };
     for (size_t i = 0; i < static_cast<size_t>(ControlStatus::Count); ++i) {
         const auto status = static_cast<ControlStatus>(i);

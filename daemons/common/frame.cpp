@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/epoll.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,7 +19,7 @@
 namespace mcastd
 {
 
-Frame::Frame(const Options &options) : status_file_(options.status_file())
+Frame::Frame(const Options &options) : status_file_(options.status_file()), standard_output_(STDOUT_FILENO)
 {
 }
 
@@ -94,24 +95,57 @@ void Frame::take_signal(int fd)
     }
 }
 
-void Frame::write_status() const
+void Frame::write_status()
 {
-    const std::string text = status_ ? status_() : std::string("no status\n");
+    std::string text = status_ ? status_() : std::string("no status\n");
     if (status_file_.empty()) {
-        std::fputs(text.c_str(), stdout);
-        std::fflush(stdout);
+        print_status(std::move(text));
     } else if (!write_file_atomically(status_file_, text)) {
         log_error("cannot write the status file %s: %s", status_file_.c_str(), std::strerror(errno));
     }
 }
 
+void Frame::print_status(std::string text)
+{
+    if (!printing_.empty()) {
+        log_warning("the status is not printed: nobody has read the one before to its end");
+        return;
+    }
+    printing_ = std::move(text);
+    go_on_printing();
+}
+
+void Frame::go_on_printing()
+{
+    size_t done = 0;
+    bool room = true;
+    while (room && done < printing_.size()) {
+        const ssize_t written = standard_output_.write_some(printing_.data() + done, printing_.size() - done);
+        room = written > 0 || errno == EINTR;
+        done += written > 0 ? static_cast<size_t>(written) : 0;
+    }
+    printing_.erase(0, done);
+    const int fd = standard_output_.descriptor();
+    if (!room && errno != EAGAIN) {
+        printing_.clear(); // nobody will read it
+    } else if (!room && !waits_for_room_) {
+        waits_for_room_ = reactor_.add(fd, EPOLLOUT, [this](uint32_t) { go_on_printing(); });
+        printing_.erase(waits_for_room_ ? printing_.size() : 0);
+    }
+    if (waits_for_room_ && printing_.empty()) {
+        reactor_.remove(fd);
+        waits_for_room_ = false;
+    }
+}
+
 int Frame::run()
 {
-    if (!reactor_.run()) {
+    const bool served = reactor_.run();
+    if (!served) {
         log_error("the event loop failed: %s", std::strerror(errno));
-        return EXIT_FAILURE;
     }
-    return EXIT_SUCCESS;
+    log_close();
+    return served ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 bool write_file_atomically(const std::string &path, const std::string &text)

@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "daemons/common/nonblocking_output.h"
 #include "daemons/common/reactor.h"
 
 namespace mcastd
@@ -55,19 +56,25 @@ public:
     // What SIGUSR2 does; without it SIGUSR2 is only logged.
     void on_resynchronise(std::function<void()> resynchronise);
 
-    // Writes the status now, as SIGUSR1 does.
-    void write_status() const;
+    // Writes the status now, as SIGUSR1 does. What the reader of standard output does not take at once is
+    // written when it does; until then no other status is printed.
+    void write_status();
 
     // Serves until SIGTERM or SIGINT. The exit code of the process.
     int run();
 
 private:
     void take_signal(int fd);
+    void print_status(std::string text);
+    void go_on_printing();
 
     std::string status_file_;
     Reactor reactor_;
     std::vector<int> signals_;
     std::function<std::string()> status_;
+    NonblockingOutput standard_output_;
+    std::string printing_; // the rest of a status that standard output has not taken yet
+    bool waits_for_room_ = false;
     std::function<void()> reload_;
     std::function<void()> resynchronise_;
 };

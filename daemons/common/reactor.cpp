@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "daemons/common/log.h"
 #include "mcast/event.h"
 #include "mcasthost/loop.h"
 
@@ -73,7 +74,7 @@ uint64_t Reactor::dispatch(uint32_t events, int32_t fd)
 bool Reactor::run()
 {
     while (!stopping_) {
-        if (!run_once(-1)) {
+        if (!run_once(log_tend())) {
             return false;
         }
     }

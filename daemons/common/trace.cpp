@@ -5,9 +5,9 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
-#include <unistd.h>
 
 #include "daemons/common/log.h"
+#include "daemons/common/log_output.h"
 #include "mcast/interface_name.h"
 #include "platform/acl.h"
 
@@ -99,7 +99,7 @@ bool trace_filter_interface(const std::string &name, std::string *error)
 void trace_line(MRIB_GMP_VRF_KEY_S key, const char *format, ...)
 {
     const int saved_errno = errno;
-    char line[1024];
+    char line[LOG_LINE_MAX];
     const size_t start = write_start(key, line, sizeof(line));
     va_list arguments;
     va_start(arguments, format);
@@ -107,10 +107,8 @@ void trace_line(MRIB_GMP_VRF_KEY_S key, const char *format, ...)
                                            sizeof(line) - start, line + start);
     va_end(arguments);
     if (length != 0) {
-        // The newline takes the place of the terminator. One write a line, as for the log.
-        line[start + length] = '\n';
-        const ssize_t written = write(STDERR_FILENO, line, start + length + 1);
-        static_cast<void>(written);
+        line[start + length] = '\n'; // takes the place of the terminator
+        log_output_line(line, start + length + 1);
     }
     errno = saved_errno;
 }
