@@ -2,10 +2,18 @@
 
 #include <exception>
 
+#include "host/config/config_text.h"
 #include "mcasthost/config.h"
 
 namespace mcastd
 {
+
+static uint64_t g_refusals = 0;
+
+uint64_t config_refusals()
+{
+    return g_refusals;
+}
 
 bool load_config(const char *path, const char *name, const std::function<void(ConfigTable &)> &read,
                  std::string *error)
@@ -20,11 +28,13 @@ bool load_config(const char *path, const char *name, const std::function<void(Co
         char host_error[HOST_CONFIG_ERROR_SIZE];
         if (HOST_ConfigLoadText(path, text.data(), text.size(), host_error, sizeof(host_error)) != 0) {
             *error = host_error;
+            ++g_refusals;
             return false;
         }
         return true;
     } catch (const std::exception &failure) {
         *error = failure.what();
+        ++g_refusals;
         return false;
     }
 }

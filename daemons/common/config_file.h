@@ -12,6 +12,7 @@
 #ifndef DAEMONS_COMMON_CONFIG_FILE_H
 #define DAEMONS_COMMON_CONFIG_FILE_H
 
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -34,6 +35,9 @@ using host::ConfigTable;
  */
 bool load_config(const char *path, const char *name, const std::function<void(ConfigTable &)> &read,
                  std::string *error);
+
+// Files that load_config refused since the start.
+uint64_t config_refusals();
 
 } // namespace mcastd
 

@@ -11,6 +11,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "daemons/common/config_file.h"
 #include "daemons/common/control_debug.h"
 #include "daemons/common/local_listener.h"
 #include "daemons/common/log.h"
@@ -147,6 +148,7 @@ void ControlServer::drop(int fd)
 void ControlServer::visit_counters(const std::function<void(const char *name, uint64_t value)> &visitor) const
 {
     std::map<std::string, uint64_t> counters = {
+        {"configurations_refused", config_refusals()},
         {"control_connections", accepted_},
         {"control_connections_displaced", displaced_},
         {"control_connections_turned_away", turned_away_},

@@ -1,17 +1,14 @@
 #include "host/config/config_reader.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <memory>
+
+#include "host/config/config_text.h"
 
 namespace host
 {
 namespace
 {
 
-constexpr size_t LONGEST_FILE = 16 * 1024 * 1024;
 constexpr size_t LONGEST_QUOTE = 80;
 
 ConfigPosition position_of(const toml::source_region &source)
@@ -73,6 +70,7 @@ std::string range_text(int64_t low, int64_t high)
 
 toml::table parse(std::string_view name, std::string_view text)
 {
+    check_config_text(name, text);
     try {
         return toml::parse(text, name);
     } catch (const toml::parse_error &error) {
@@ -91,28 +89,6 @@ std::string quoted(std::string_view text)
 {
     const bool whole = text.size() <= LONGEST_QUOTE;
     return '"' + std::string(text.substr(0, LONGEST_QUOTE)) + (whole ? "\"" : "...\"");
-}
-
-std::string read_config_file(const char *path)
-{
-    const auto close = [](FILE *file) { std::fclose(file); };
-    std::unique_ptr<FILE, decltype(close)> file(std::fopen(path, "re"), close);
-    if (file == nullptr) {
-        throw ConfigError(path, {}, std::strerror(errno));
-    }
-    std::string text;
-    char block[16 * 1024];
-    size_t got = 0;
-    while ((got = std::fread(block, 1, sizeof(block), file.get())) > 0) {
-        text.append(block, got);
-        if (text.size() > LONGEST_FILE) {
-            throw ConfigError(path, {}, "the file is longer than 16 MiB");
-        }
-    }
-    if (std::ferror(file.get()) != 0) {
-        throw ConfigError(path, {}, std::strerror(errno));
-    }
-    return text;
 }
 
 ConfigDocument::ConfigDocument(std::string_view name, std::string_view text)

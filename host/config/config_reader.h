@@ -50,9 +50,6 @@ struct ConfigString {
 // The text in quotes, as errors show what was found.
 std::string quoted(std::string_view text);
 
-// The whole file, at most 16 MiB. Throws ConfigError.
-std::string read_config_file(const char *path);
-
 // A table of a document, which it must not outlive. The functions for values throw ConfigError when the value
 // is not of the type and range asked for; those not called optional_ also when it is absent.
 class ConfigTable
@@ -122,7 +119,7 @@ private:
 class ConfigDocument
 {
 public:
-    // Throws ConfigError for text that is not TOML.
+    // Throws ConfigError for text that is not TOML, too long or nested too deep.
     ConfigDocument(std::string_view name, std::string_view text);
     ConfigDocument(const ConfigDocument &) = delete;
     ConfigDocument &operator=(const ConfigDocument &) = delete;

@@ -18,6 +18,8 @@
 #include <mutex>
 #include <new>
 
+#include "host/config/config_text.h"
+
 namespace
 {
 
