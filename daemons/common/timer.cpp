@@ -35,16 +35,25 @@ void expired(uint64_t data[4])
     reinterpret_cast<TimerHandler>(data[WORD_HANDLER])(reinterpret_cast<void *>(data[WORD_OWNER]));
 }
 
-void start_for(MCAST_TMR_S *manager, Timer &timer, uint32_t seconds, TimerHandler handler, void *owner)
+// False when there is no memory for the timer.
+bool try_start_for(MCAST_TMR_S *manager, Timer &timer, uint32_t seconds, TimerHandler handler, void *owner)
 {
     if (timer.node != nullptr) {
         MCAST_TMR_RefreshNode(manager, timer.node, seconds);
-        return;
+        return true;
     }
     const uint64_t data[4] = {reinterpret_cast<uint64_t>(&timer), reinterpret_cast<uint64_t>(handler),
                               reinterpret_cast<uint64_t>(owner), 0};
 
-    timer.node = must_have(MCAST_TMR_AddNode(manager, seconds, expired, data));
+    timer.node = MCAST_TMR_AddNode(manager, seconds, expired, data);
+    return timer.node != nullptr;
+}
+
+void start_for(MCAST_TMR_S *manager, Timer &timer, uint32_t seconds, TimerHandler handler, void *owner)
+{
+    if (!try_start_for(manager, timer, seconds, handler, owner)) {
+        out_of_memory();
+    }
 }
 
 } // namespace
@@ -60,6 +69,12 @@ uint32_t boot_time_s()
 void timer_start(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler, void *owner)
 {
     start_for(manager, timer, whole_seconds(timeout_ms), handler, owner);
+}
+
+bool timer_try_start(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler,
+                     void *owner)
+{
+    return try_start_for(manager, timer, whole_seconds(timeout_ms), handler, owner);
 }
 
 void timer_start_near(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler,

@@ -34,7 +34,12 @@ uint32_t boot_time_s();
 // Starts the timer or, when it runs, starts it over. handler and owner of a running timer stay as they are.
 void timer_start(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler, void *owner);
 
-// The same for what is sent again and again: to the nearest whole second, so that a period is kept.
+// The same where the caller can do without the timer: false, with the timer stopped, when there is no memory
+// for it. A running timer is always started over.
+bool timer_try_start(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler,
+                     void *owner);
+
+// As timer_start, for what is sent again and again: to the nearest whole second, so that a period is kept.
 void timer_start_near(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler,
                       void *owner);
 

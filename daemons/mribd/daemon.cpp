@@ -26,12 +26,12 @@
 #include "daemons/common/options.h"
 #include "daemons/common/service_start.h"
 #include "daemons/common/services.h"
+#include "daemons/common/timer_loop.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/control.h"
 #include "daemons/mribd/host_environment.h"
 #include "daemons/mribd/plane.h"
 #include "mcast/service.h"
-#include "mcasthost/loop.h"
 
 namespace mribd
 {
@@ -72,12 +72,12 @@ HostEnvironment::Events events_for(const Planes &planes)
 }
 
 // A family that the kernel does not route is left out; anything else that is wrong ends the start.
-bool open_planes(mcastd::Frame &frame, const PlaneSettings &settings, const HostEnvironment &environment,
-                 Planes *planes)
+bool open_planes(mcastd::Frame &frame, MCAST_TMR_S *timers, const PlaneSettings &settings,
+                 const HostEnvironment &environment, Planes *planes)
 {
     for (const uint8_t family : {uint8_t{MCAST_FAMILY_IPV4}, uint8_t{MCAST_FAMILY_IPV6}}) {
-        auto plane = std::make_unique<Plane>(family, settings, frame.reactor(), environment);
-        const auto result = plane->open(HOST_LoopTimerService(frame.reactor().descriptor()));
+        auto plane = std::make_unique<Plane>(family, settings, frame.reactor(), timers, environment);
+        const auto result = plane->open();
         if (result == KernelMroute::OpenResult::Failed) {
             return false;
         }
@@ -120,7 +120,8 @@ void configure(const Config &config, const Planes &planes)
     }
 }
 
-void attach(mcastd::Frame &frame, const std::string &config_path, const Planes &planes)
+void attach(mcastd::Frame &frame, mcastd::TimerLoop &timers, const std::string &config_path,
+            const Planes &planes)
 {
     frame.on_resynchronise([&planes] {
         for (const auto &plane : planes) {
@@ -144,11 +145,12 @@ void attach(mcastd::Frame &frame, const std::string &config_path, const Planes &
         }
         return text;
     });
-    frame.reactor().set_background([&planes] {
+    frame.reactor().set_background([&timers, &planes] {
         bool more = false;
         for (const auto &plane : planes) {
             more |= plane->settle();
         }
+        timers.set_wake_up();
         return more;
     });
 }
@@ -165,15 +167,17 @@ bool open_control(mcastd::ControlServer &control, const Planes &planes)
 
 int serve(const mcastd::Options &options, mcastd::Frame &frame, const Settings &settings)
 {
+    mcastd::TimerLoop timers(frame.reactor());
     HostEnvironment environment;
     Planes planes;
     Config config;
-    if (!environment.open(frame.reactor().descriptor(), events_for(planes)) ||
+    if (!timers.open() || !environment.open(frame.reactor().descriptor(), events_for(planes)) ||
         (!settings.config_path.empty() && !load(settings.config_path, &config))) {
         return EXIT_FAILURE;
     }
     mcastd::start_forwarding();
-    if (!open_planes(frame, settings.plane, environment, &planes) || !options.start_trace()) {
+    if (!open_planes(frame, timers.manager(), settings.plane, environment, &planes) ||
+        !options.start_trace()) {
         return EXIT_FAILURE;
     }
     if (!settings.config_path.empty()) {
@@ -183,7 +187,7 @@ int serve(const mcastd::Options &options, mcastd::Frame &frame, const Settings &
     if (!open_control(control, planes)) {
         return EXIT_FAILURE;
     }
-    attach(frame, settings.config_path, planes);
+    attach(frame, timers, settings.config_path, planes);
     mcastd::log_info("ready");
     const int code = frame.run();
     frame.on_status(nullptr);

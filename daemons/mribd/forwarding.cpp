@@ -67,9 +67,7 @@ Forwarding::Forwarding(const Parts &parts)
 Forwarding::~Forwarding()
 {
     walk_entries(table_, [this](Entry *entry) {
-        if (entry->timer != nullptr) {
-            parts_.timers.cancel(entry->timer);
-        }
+        mcastd::timer_stop(parts_.timers, entry->timer);
         delete entry;
     });
     MRT_DestroyTable(table_);
@@ -99,8 +97,8 @@ Entry *Forwarding::find_or_create(const MCAST_ADDR_S &group, const MCAST_ADDR_S 
         ++counters_.refused_by_memory;
         return nullptr;
     }
-    entry->timer = parts_.timers.start(entry.get());
-    if (entry->timer == nullptr) {
+    entry->owner = this;
+    if (!start_idle_period(entry.get())) {
         ++counters_.refused_by_memory;
         MRT_DeleteSourceGroup(entry->node);
         return nullptr;
@@ -119,9 +117,7 @@ void Forwarding::remove(Entry *entry)
     if (entry->queued) {
         *std::find(waiting_.begin(), waiting_.end(), entry) = nullptr;
     }
-    if (entry->timer != nullptr) {
-        parts_.timers.cancel(entry->timer);
-    }
+    mcastd::timer_stop(parts_.timers, entry->timer);
     entry->node->user_data = nullptr;
     MRT_DeleteSourceGroup(entry->node);
     delete entry;
@@ -343,9 +339,19 @@ void Forwarding::evaluate(Entry *entry)
     }
 }
 
+// False when there is no memory for its timer.
+bool Forwarding::start_idle_period(Entry *entry)
+{
+    const auto over = [](void *owner) {
+        auto *idle = static_cast<Entry *>(owner);
+        idle->owner->check_idle(idle);
+    };
+    return mcastd::timer_try_start(parts_.timers, entry->timer, parts_.idle_period_s * 1000, over, entry);
+}
+
+// An entry's idle period is over: removes it when no packet came and nobody joined just this source.
 void Forwarding::check_idle(Entry *entry)
 {
-    entry->timer = nullptr; // it has fired
     const auto now =
         entry->installed ? parts_.kernel.counters(entry->source(), entry->group()) : std::nullopt;
     const bool active = now && now->packets != entry->last_packets;
@@ -361,8 +367,7 @@ void Forwarding::check_idle(Entry *entry)
         entry->installed = false; // the kernel does not know it: install it again
         queue(entry, true);
     }
-    entry->timer = parts_.timers.start(entry);
-    if (entry->timer == nullptr) {
+    if (!start_idle_period(entry)) {
         ++counters_.refused_by_memory;
         remove(entry); // it comes back with its next packet; without a timer it would stay for ever
     }

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "daemons/common/timer.h"
 #include "daemons/common/trace.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/environment.h"
@@ -25,8 +26,11 @@
 namespace mribd
 {
 
+class Forwarding;
+
 // One (source, group). Its addresses are those of its node in the table.
 struct Entry {
+    Forwarding *owner = nullptr;
     MRT_SOURCE_S *node = nullptr;
     uint32_t upstream = 0; // interface on which the packets are to arrive, 0 when there is none
     uint32_t arrival = 0;  // interface on which a packet last asked for the entry, 0 when none did
@@ -39,7 +43,7 @@ struct Entry {
     bool is_sending = false;  // packets came, as far as the kernel told
     bool is_local = false;    // is_sending, and the source is on the link of its incoming interface
     uint64_t last_packets = 0;
-    void *timer = nullptr;
+    mcastd::Timer timer; // of the idle period
 
     const MCAST_ADDR_S &source() const
     {
@@ -49,19 +53,6 @@ struct Entry {
     {
         return *node->group->address;
     }
-};
-
-// One-shot timers for entries. MRT and the library's timer manager stand behind it.
-class EntryTimers
-{
-public:
-    virtual ~EntryTimers() = default;
-
-    // Forwarding::check_idle is to be called with the entry after the idle period. NULL when memory is short.
-    virtual void *start(Entry *entry) = 0;
-
-    // Only for timers that have not fired.
-    virtual void cancel(void *timer) = 0;
 };
 
 struct ForwardingCounters {
@@ -85,8 +76,9 @@ public:
         const MemberTable &members;
         const GmpState &gmp;
         const VifTable &vifs;
-        EntryTimers &timers;
+        MCAST_TMR_S *timers;
         uint32_t entry_limit;
+        uint32_t idle_period_s; // after which an entry is checked for packets, at least 1
     };
 
     explicit Forwarding(const Parts &parts);
@@ -114,9 +106,6 @@ public:
 
     // Evaluates at most limit entries that wait. Whether some are left.
     bool settle(unsigned limit);
-
-    // An entry's idle period is over: removes it when no packet came and nobody joined just this source.
-    void check_idle(Entry *entry);
 
     // Whether some entry's packets arrive on the interface.
     bool is_upstream(uint32_t if_index) const
@@ -158,6 +147,8 @@ private:
     Entry *find(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const;
     Entry *find_or_create(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
     void remove(Entry *entry);
+    bool start_idle_period(Entry *entry);
+    void check_idle(Entry *entry);
     void queue(Entry *entry, bool check_route);
     void queue_changed();
     void watch_limit();

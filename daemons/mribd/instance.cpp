@@ -42,11 +42,10 @@ uint32_t table_of(uint16_t vrf_index, const HostEnvironment &environment)
 } // namespace
 
 Instance::Instance(const MRIB_GMP_VRF_KEY_S &key, const PlaneSettings &settings, mcastd::Reactor &reactor,
-                   const HostEnvironment &environment)
+                   MCAST_TMR_S *timers, const HostEnvironment &environment)
     : reactor_(reactor), environment_(environment), kernel_(key.family, table_of(key.vrf_index, environment)),
-      timers_(settings.idle_period_s, [this](Entry *entry) { router_.check_idle(entry); }),
-      router_(key, kernel_, environment, timers_, settings.entry_limit),
-      lost_clients_(router_, settings.hold_s)
+      router_(key, kernel_, environment, timers, {settings.entry_limit, settings.idle_period_s}),
+      lost_clients_(router_, timers, settings.hold_s)
 {
 }
 
@@ -63,7 +62,7 @@ void Instance::shut()
     kernel_.shut();
 }
 
-KernelMroute::OpenResult Instance::open_kernel()
+KernelMroute::OpenResult Instance::open()
 {
     const std::string name = instance_name(router_.key());
     std::string reason;
@@ -83,16 +82,6 @@ KernelMroute::OpenResult Instance::open_kernel()
     return result;
 }
 
-KernelMroute::OpenResult Instance::open(TIMER_SERVICE timers)
-{
-    const KernelMroute::OpenResult result = open_kernel();
-    if (result == KernelMroute::OpenResult::Ready && (!timers_.open(timers) || !lost_clients_.open(timers))) {
-        mcastd::log_error("%s: cannot create a timer", instance_name(router_.key()).c_str());
-        return KernelMroute::OpenResult::Failed;
-    }
-    return result;
-}
-
 void Instance::links_changed()
 {
     const uint32_t table = table_of(router_.vrf_index(), environment_);
@@ -101,7 +90,7 @@ void Instance::links_changed()
         router_.leave_kernel();
         shut();
         kernel_.choose_table(table);
-        open_kernel();
+        open();
     }
     router_.links_changed();
 }

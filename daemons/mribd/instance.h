@@ -6,7 +6,6 @@
 
 #include "daemons/common/reactor.h"
 #include "daemons/mribd/host_environment.h"
-#include "daemons/mribd/idle_timers.h"
 #include "daemons/mribd/kernel_mroute.h"
 #include "daemons/mribd/lost_clients.h"
 #include "daemons/mribd/router.h"
@@ -24,15 +23,15 @@ struct PlaneSettings {
 class Instance
 {
 public:
-    // reactor and environment must outlive the instance.
+    // reactor, timers and environment must outlive the instance.
     Instance(const MRIB_GMP_VRF_KEY_S &key, const PlaneSettings &settings, mcastd::Reactor &reactor,
-             const HostEnvironment &environment);
+             MCAST_TMR_S *timers, const HostEnvironment &environment);
     ~Instance();
     Instance(const Instance &) = delete;
     Instance &operator=(const Instance &) = delete;
 
     // Becomes the multicast router of the instance's table. Everything but Ready is logged.
-    KernelMroute::OpenResult open(TIMER_SERVICE timers);
+    KernelMroute::OpenResult open();
 
     Router &router()
     {
@@ -49,14 +48,12 @@ public:
     bool settle();
 
 private:
-    KernelMroute::OpenResult open_kernel();
     void receive();
     void report_losses();
 
     mcastd::Reactor &reactor_;
     const HostEnvironment &environment_;
     KernelMroute kernel_;
-    IdleTimers timers_;
     Router router_;
     LostClients lost_clients_;
     uint64_t reported_losses_ = 0;

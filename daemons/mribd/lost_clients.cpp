@@ -6,34 +6,20 @@
 namespace mribd
 {
 
-LostClients::LostClients(Router &router, uint32_t hold_s) : router_(router), hold_s_(hold_s)
+LostClients::LostClients(Router &router, MCAST_TMR_S *timers, uint32_t hold_s)
+    : router_(router), timers_(timers), hold_s_(hold_s)
 {
+    if (hold_s_ != 0) {
+        router_.keep_lost_clients([this](ClientId client) { keep(client); });
+    }
 }
 
 LostClients::~LostClients()
 {
     router_.keep_lost_clients(nullptr);
     for (auto &[client, lost] : lost_) {
-        mcastd::timer_stop(manager_, lost.timer);
+        mcastd::timer_stop(timers_, lost.timer);
     }
-    MCAST_TMR_Destroy(manager_);
-}
-
-bool LostClients::open(TIMER_SERVICE service)
-{
-    const auto ticked = [](uint64_t parameters[4]) {
-        MCAST_TMR_ProcExpires(reinterpret_cast<LostClients *>(parameters[0])->manager_);
-    };
-    const uint64_t parameters[4] = {reinterpret_cast<uintptr_t>(this)};
-    if (hold_s_ == 0) {
-        return true;
-    }
-    manager_ = MCAST_TMR_Create(service, ticked, parameters);
-    if (manager_ == nullptr) {
-        return false;
-    }
-    router_.keep_lost_clients([this](ClientId client) { keep(client); });
-    return true;
 }
 
 void LostClients::keep(ClientId client)
@@ -44,19 +30,22 @@ void LostClients::keep(ClientId client)
     Lost &lost = lost_[client];
     lost.owner = this;
     lost.client = client;
-    mcastd::log_info("%s: what client %u wanted is kept for %u s", instance_name(router_.key()).c_str(),
-                     client, hold_s_);
     const auto due = [](void *owner) {
         const Lost &ended = *static_cast<Lost *>(owner);
         ended.owner->end(ended.client);
     };
-    mcastd::timer_start(manager_, lost.timer, hold_s_ * 1000, due, &lost);
+    if (!mcastd::timer_try_start(timers_, lost.timer, hold_s_ * 1000, due, &lost)) {
+        end(client); // what could never end is not kept
+        return;
+    }
+    mcastd::log_info("%s: what client %u wanted is kept for %u s", instance_name(router_.key()).c_str(),
+                     client, hold_s_);
 }
 
 void LostClients::end(ClientId client)
 {
     const auto found = lost_.find(client);
-    mcastd::timer_stop(manager_, found->second.timer);
+    mcastd::timer_stop(timers_, found->second.timer);
     lost_.erase(found);
     mcastd::log_info("%s: what client %u wanted and nobody said again ends",
                      instance_name(router_.key()).c_str(), client);

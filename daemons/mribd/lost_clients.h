@@ -22,15 +22,12 @@ public:
     // So many are kept at a time: of a daemon that ends again and again the oldest remains go first.
     static constexpr size_t MOST = 4;
 
-    // hold_s 0: nothing is kept. The router must outlive the object.
-    LostClients(Router &router, uint32_t hold_s);
+    // Keeps what the router's clients leave, from now on for hold_s seconds; 0: nothing is kept. The router and
+    // the timers must outlive the object.
+    LostClients(Router &router, MCAST_TMR_S *timers, uint32_t hold_s);
     ~LostClients();
     LostClients(const LostClients &) = delete;
     LostClients &operator=(const LostClients &) = delete;
-
-    // Takes its ticks from the service and begins to keep what the router's clients leave. False when a timer
-    // cannot be made; nothing is kept then.
-    bool open(TIMER_SERVICE service);
 
 private:
     struct Lost {
@@ -43,8 +40,8 @@ private:
     void end(ClientId client);
 
     Router &router_;
-    uint32_t hold_s_;
-    MCAST_TMR_S *manager_ = nullptr;
+    MCAST_TMR_S *const timers_;
+    const uint32_t hold_s_;
     std::map<ClientId, Lost> lost_; // the oldest first
 };
 

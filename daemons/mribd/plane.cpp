@@ -11,10 +11,10 @@
 namespace mribd
 {
 
-Plane::Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &reactor,
+Plane::Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &reactor, MCAST_TMR_S *timers,
              const HostEnvironment &environment)
-    : settings_(settings), reactor_(reactor), environment_(environment),
-      common_(instance_key(family), settings, reactor, environment), routers_(common_.router()),
+    : settings_(settings), reactor_(reactor), timers_(timers), environment_(environment),
+      common_(instance_key(family), settings, reactor, timers, environment), routers_(common_.router()),
       current_view_(routers_), msdp_(routers_.common(), settings.entry_limit),
       server_(reactor, Backend{routers_, current_view_, msdp_, users_})
 {
@@ -29,14 +29,13 @@ Plane::~Plane()
     }
 }
 
-KernelMroute::OpenResult Plane::open(TIMER_SERVICE timers)
+KernelMroute::OpenResult Plane::open()
 {
-    timer_service_ = timers;
     // Before the kernel's table: a second mribd is then told that there is a first.
     if (!server_.open()) {
         return KernelMroute::OpenResult::Failed;
     }
-    const KernelMroute::OpenResult result = common_.open(timers);
+    const KernelMroute::OpenResult result = common_.open();
     if (result == KernelMroute::OpenResult::Ready && HOST_MulticastRuleClear(family(), nullptr, 0) != 0) {
         mcastd::log_warning("%s: cannot clear the rules that an earlier mribd may have left: %s",
                             family_name(family()), std::strerror(errno));
@@ -47,9 +46,9 @@ KernelMroute::OpenResult Plane::open(TIMER_SERVICE timers)
 // Begins to serve the instance. Whether that is possible.
 bool Plane::serve(uint16_t vrf_index)
 {
-    auto instance =
-        std::make_unique<Instance>(instance_key(family(), vrf_index), settings_, reactor_, environment_);
-    if (instance->open(timer_service_) != KernelMroute::OpenResult::Ready) {
+    auto instance = std::make_unique<Instance>(instance_key(family(), vrf_index), settings_, reactor_,
+                                               timers_, environment_);
+    if (instance->open() != KernelMroute::OpenResult::Ready) {
         return false;
     }
     routers_.add(instance->router());

@@ -22,15 +22,15 @@ namespace mribd
 class Plane
 {
 public:
-    // Both must outlive the plane.
-    Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &reactor,
+    // reactor, timers and environment must outlive the plane.
+    Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &reactor, MCAST_TMR_S *timers,
           const HostEnvironment &environment);
     ~Plane();
     Plane(const Plane &) = delete;
     Plane &operator=(const Plane &) = delete;
 
     // Listens, and becomes the multicast router of the public instance. Everything but Ready is logged.
-    KernelMroute::OpenResult open(TIMER_SERVICE timers);
+    KernelMroute::OpenResult open();
 
     uint8_t family() const
     {
@@ -67,8 +67,8 @@ private:
 
     const PlaneSettings settings_;
     mcastd::Reactor &reactor_;
+    MCAST_TMR_S *const timers_;
     const HostEnvironment &environment_;
-    TIMER_SERVICE timer_service_{};
     Instance common_; // the public one
     std::map<uint16_t, std::unique_ptr<Instance>> others_;
     Routers routers_;

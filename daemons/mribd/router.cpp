@@ -22,10 +22,10 @@ constexpr size_t PLACES_FOR_SOURCES = 2;
 } // namespace
 
 Router::Router(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment,
-               EntryTimers &timers, uint32_t entry_limit)
+               MCAST_TMR_S *timers, const EntryRules &rules)
     : key_(key), kernel_(kernel), environment_(environment), members_(key.family),
       vifs_(key, kernel, environment),
-      forwarding_({key, kernel, environment, members_, gmp_, vifs_, timers, entry_limit})
+      forwarding_({key, kernel, environment, members_, gmp_, vifs_, timers, rules.limit, rules.idle_period_s})
 {
 }
 
@@ -221,11 +221,6 @@ void Router::routes_changed(const MCAST_ADDR_S &prefix, unsigned length)
 {
     forwarding_.routes_changed(prefix, length);
     vifs_stale_ = true;
-}
-
-void Router::check_idle(Entry *entry)
-{
-    forwarding_.check_idle(entry);
 }
 
 // The interfaces that need a virtual interface, the most important first: where known sources are, then where

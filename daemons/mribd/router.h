@@ -21,9 +21,15 @@ namespace mribd
 class Router
 {
 public:
+    // Of the forwarding entries: how many there may be, and after how many seconds without a packet one goes.
+    struct EntryRules {
+        uint32_t limit;
+        uint32_t idle_period_s;
+    };
+
     // kernel, environment and timers must outlive the router.
     Router(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment,
-           EntryTimers &timers, uint32_t entry_limit);
+           MCAST_TMR_S *timers, const EntryRules &rules);
 
     uint8_t family() const
     {
@@ -73,7 +79,6 @@ public:
     void link_renamed(uint32_t if_index);
     void link_removed(uint32_t if_index); // with all that was reported for it; its index does not come back
     void routes_changed(const MCAST_ADDR_S &prefix, unsigned length);
-    void check_idle(Entry *entry);
 
     // Gives up every virtual interface and entry in the kernel. They come back with settle.
     void leave_kernel();

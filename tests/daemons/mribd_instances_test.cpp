@@ -308,8 +308,9 @@ TEST_F(InstancesHost, APlaneServesWhatTheConfigurationNamesAndNothingElse)
         const auto rules = [](const std::string &pattern) {
             return system(("ip mrule list | grep -q '" + pattern + "'").c_str()) == 0;
         };
-        Plane plane(MCAST_FAMILY_IPV4, {210, 100, 0}, reactor, environment);
-        ASSERT_EQ(plane.open(HOST_LoopTimerService(reactor.descriptor())), KernelMroute::OpenResult::Ready);
+        const ScriptedTimers timers;
+        Plane plane(MCAST_FAMILY_IPV4, {210, 100, 0}, reactor, timers.manager(), environment);
+        ASSERT_EQ(plane.open(), KernelMroute::OpenResult::Ready);
         EXPECT_FALSE(rules("lookup 9"));
         Config config;
         config.instances[5] = {};
@@ -350,8 +351,9 @@ TEST_F(InstancesHost, AnInstanceWhoseTableIsTakenIsToldAsDisabled)
         KernelMroute other(MCAST_FAMILY_IPV4, 5);
         std::string reason;
         ASSERT_EQ(other.open(&reason), KernelMroute::OpenResult::Ready);
-        Plane plane(MCAST_FAMILY_IPV4, {210, 100, 0}, reactor, environment);
-        ASSERT_EQ(plane.open(HOST_LoopTimerService(reactor.descriptor())), KernelMroute::OpenResult::Ready);
+        const ScriptedTimers timers;
+        Plane plane(MCAST_FAMILY_IPV4, {210, 100, 0}, reactor, timers.manager(), environment);
+        ASSERT_EQ(plane.open(), KernelMroute::OpenResult::Ready);
         Config config;
         config.instances[5] = {};
         plane.configure(config);

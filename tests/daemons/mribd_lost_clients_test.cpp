@@ -7,7 +7,6 @@
 
 #include "daemons/mribd/lost_clients.h"
 #include "daemons/mribd_support.h"
-#include "support/scripted_timer.h"
 
 using namespace mribd;
 using namespace mribd_test;
@@ -28,10 +27,8 @@ protected:
         : ipv4(GetParam() == MCAST_FAMILY_IPV4), source(ipv4 ? "10.0.0.5" : "2001:db8::5"),
           group(ipv4 ? "239.1.1.1" : "ff1e::1"), bench(GetParam())
     {
-        scripted_timer::Reset();
         bench.environment.routes[source] = {1, false};
-        lost.emplace(bench.router, HOLD_S);
-        EXPECT_TRUE(lost->open(scripted_timer::Service()));
+        lost.emplace(bench.router, bench.timers.manager(), HOLD_S);
         start(OLD);
         bench.join(OLD, 2, group);
         bench.join(OLD, 3, group);
@@ -53,10 +50,7 @@ protected:
     }
     void pass(uint32_t seconds)
     {
-        for (uint32_t i = 0; i < seconds; ++i) {
-            scripted_timer::Advance(1);
-            scripted_timer::FireIfDue();
-        }
+        bench.timers.pass(seconds);
         bench.settle();
     }
     Interfaces forwards() const
@@ -159,7 +153,7 @@ TEST_P(MribdLostClients, WhoSaidThatTheProtocolEndedLeavesNothing)
     bench.settle();
     lose(OLD);
     EXPECT_EQ(forwards(), Interfaces{});
-    EXPECT_TRUE(scripted_timer::platform.timers.empty() || !scripted_timer::Only().armed);
+    EXPECT_FALSE(bench.timers.ends_within(HOLD_S));
 }
 
 TEST_P(MribdLostClients, JoinsOfAClientWithoutAProtocolEndWithIt)
@@ -206,26 +200,25 @@ TEST_P(MribdLostClients, EveryLostOneHasAHoldTimeOfItsOwn)
 TEST_P(MribdLostClients, EndOfTheProcessLeavesNoTimer)
 {
     lose(OLD);
+    EXPECT_TRUE(bench.timers.ends_within(HOLD_S));
     lost.reset();
-    EXPECT_TRUE(scripted_timer::platform.timers.empty());
+    EXPECT_FALSE(bench.timers.ends_within(HOLD_S));
 }
 
 TEST_P(MribdLostClients, WithoutAHoldTimeNothingIsKept)
 {
     lost.reset();
-    lost.emplace(bench.router, 0);
-    EXPECT_TRUE(lost->open(nullptr));
+    lost.emplace(bench.router, bench.timers.manager(), 0);
     lose(OLD);
     EXPECT_EQ(forwards(), Interfaces{});
 }
 
-TEST_P(MribdLostClients, TimersThatCannotBeMadeAreSaid)
+TEST_P(MribdLostClients, WhatCouldNeverEndIsNotKept)
 {
     lost.reset();
-    lost.emplace(bench.router, HOLD_S);
-    EXPECT_FALSE(lost->open(nullptr));
+    lost.emplace(bench.router, nullptr, HOLD_S); // where no timer can be made
     lose(OLD);
-    EXPECT_EQ(forwards(), Interfaces{}) << "what could never end is not kept";
+    EXPECT_EQ(forwards(), Interfaces{});
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, MribdLostClients, testing::Values(MCAST_FAMILY_IPV4, MCAST_FAMILY_IPV6));

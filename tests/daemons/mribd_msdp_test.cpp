@@ -101,7 +101,7 @@ TEST_F(MsdpTest, LocalSourcesAreToldWhileThereIsARendezvousPoint)
     EXPECT_EQ(told, (List{"+10.1.0.1 rp 1", "+10.1.0.2 rp 1", "-10.1.0.1 rp 1", "-10.1.0.2 rp 1",
                           "+10.1.0.1 rp 2", "+10.1.0.2 rp 2"}));
     told.clear();
-    bench.timers.expire(bench.router);
+    bench.pass_idle_period();
     EXPECT_EQ(Set(told.begin(), told.end()), (Set{"-10.1.0.1 rp 2", "-10.1.0.2 rp 2"}));
     EXPECT_EQ(told.size(), 2u);
     EXPECT_EQ(clients.msdp.local_sources().size(), 0u);

@@ -235,10 +235,10 @@ TEST_P(RouterTest, IdleEntryGoesAndAnActiveOneStays)
     bench.packet(1, source, group);
     bench.packet(1, GetParam().second_source, group);
     bench.kernel.packets[{source, group}] = 5;
-    bench.timers.expire(bench.router);
+    bench.pass_idle_period();
     EXPECT_TRUE(bench.kernel.has(source, group));
     EXPECT_FALSE(bench.kernel.has(GetParam().second_source, group));
-    bench.timers.expire(bench.router);
+    bench.pass_idle_period();
     EXPECT_FALSE(bench.kernel.has(source, group));
     EXPECT_EQ(bench.router.forwarding().entry_count(), 0u);
     EXPECT_EQ(bench.router.forwarding().counters().expired, 2u);
@@ -247,10 +247,10 @@ TEST_P(RouterTest, IdleEntryGoesAndAnActiveOneStays)
 TEST_P(RouterTest, IdleEntryJoinedByNameStaysUntilThePrune)
 {
     bench.join(1, 2, group, source);
-    bench.timers.expire(bench.router);
+    bench.pass_idle_period();
     EXPECT_TRUE(bench.kernel.has(source, group));
     bench.prune(1, 2, group, source);
-    bench.timers.expire(bench.router);
+    bench.pass_idle_period();
     EXPECT_FALSE(bench.kernel.has(source, group));
 }
 
@@ -259,7 +259,7 @@ TEST_P(RouterTest, EntryJoinedByNameWithoutRouteWaitsForOne)
     bench.environment.routes.clear();
     bench.join(1, 2, group, source);
     EXPECT_FALSE(bench.kernel.has(source, group));
-    bench.timers.expire(bench.router);
+    bench.pass_idle_period();
     bench.environment.routes[source] = {1, false};
     bench.router.routes_changed(address(source), 8);
     bench.settle();
@@ -326,7 +326,7 @@ TEST_P(RouterTest, SourceOnALinkIsLocalWhileItSends)
     bench.packet(1, source, group);
     bench.packet(1, source, group);
     EXPECT_EQ(told, std::vector<std::string>{"+" + source + ">" + group});
-    bench.timers.expire(bench.router);
+    bench.pass_idle_period();
     EXPECT_EQ(told.back(), "-" + source + ">" + group);
     EXPECT_EQ(told.size(), 2u);
 }
@@ -353,9 +353,9 @@ TEST_P(RouterTest, SourceJoinedByNameIsLocalOnlyWhilePacketsCome)
     bench.join(1, 2, group, source);
     EXPECT_TRUE(told.empty());
     bench.kernel.packets[{source, group}] = 5;
-    bench.timers.expire(bench.router);
+    bench.pass_idle_period();
     EXPECT_EQ(told, std::vector<bool>{true});
-    bench.timers.expire(bench.router);
+    bench.pass_idle_period();
     EXPECT_EQ(told, (std::vector<bool>{true, false}));
 }
 
@@ -426,7 +426,7 @@ TEST_P(RouterTest, EntryLimitIsCountedAndFreesWithExpiry)
     small.packet(1, GetParam().second_source, group);
     EXPECT_FALSE(small.kernel.has(GetParam().second_source, group));
     EXPECT_EQ(small.router.forwarding().counters().refused_by_limit, 1u);
-    small.timers.expire(small.router);
+    small.pass_idle_period();
     small.packet(1, GetParam().second_source, group);
     EXPECT_TRUE(small.kernel.has(GetParam().second_source, group));
 }
@@ -441,14 +441,17 @@ TEST_P(RouterTest, UpcallOnANumberThatIsNoVirtualInterfaceIsCounted)
 
 TEST_P(RouterTest, TimerThatCannotBeMadeRefusesTheEntry)
 {
-    bench.join(1, 2, group);
-    bench.timers.fail = true;
-    bench.packet(1, source, group);
-    EXPECT_EQ(bench.router.forwarding().counters().refused_by_memory, 1u);
-    EXPECT_EQ(bench.router.forwarding().entry_count(), 0u);
-    bench.timers.fail = false;
-    bench.packet(1, source, group);
-    EXPECT_EQ(bench.forwards(source, group), Interfaces{2});
+    Router without_timers(instance_key(GetParam().family), bench.kernel, bench.environment, nullptr,
+                          {100, 1});
+    without_timers.watch_sources(true);
+    without_timers.settle();
+    without_timers.take_upcall({UpcallKind::NoEntry, 0, address(source), address(group)});
+    without_timers.settle();
+    EXPECT_EQ(without_timers.forwarding().counters().refused_by_memory, 1u);
+    EXPECT_EQ(without_timers.forwarding().entry_count(), 0u);
+    int entries = 0;
+    without_timers.forwarding().visit([&](const Entry &) { ++entries; });
+    EXPECT_EQ(entries, 0);
 }
 
 TEST_P(RouterTest, ManyEntriesAreWorkedOffABoundedNumberAtATime)

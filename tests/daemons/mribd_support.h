@@ -1,6 +1,6 @@
 /*
  * What stands in for the machine in mribd's tests: a kernel table that records, an environment made of tables
- * and timers that fire when told.
+ * and timers whose time is scripted.
  */
 #ifndef TESTS_DAEMONS_MRIBD_SUPPORT_H
 #define TESTS_DAEMONS_MRIBD_SUPPORT_H
@@ -17,6 +17,7 @@
 #include "daemons/common/log.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/session.h"
+#include "support/scripted_timer.h"
 
 namespace mribd_test
 {
@@ -164,42 +165,54 @@ public:
     mutable int lookups = 0;
 };
 
-class ManualTimers final : public mribd::EntryTimers
+// The library's timers on scripted time.
+class ScriptedTimers
 {
 public:
-    void *start(mribd::Entry *entry) override
+    ScriptedTimers()
+        : manager_(MCAST_TMR_Create(
+              scripted_timer::Service(), [](uint64_t *) {}, nullptr))
     {
-        if (fail) {
-            return nullptr;
+        scripted_timer::platform.record = false;
+    }
+    ~ScriptedTimers()
+    {
+        MCAST_TMR_Destroy(manager_);
+    }
+    ScriptedTimers(const ScriptedTimers &) = delete;
+    ScriptedTimers &operator=(const ScriptedTimers &) = delete;
+
+    MCAST_TMR_S *manager() const
+    {
+        return manager_;
+    }
+
+    void pass(uint32_t seconds)
+    {
+        for (uint32_t i = 0; i < seconds; ++i) {
+            scripted_timer::Advance(1);
+            MCAST_TMR_ProcExpires(manager_);
         }
-        return new mribd::Entry *(*running.insert(entry).first);
     }
 
-    void cancel(void *timer) override
+    // Whether a timer ends within this time.
+    bool ends_within(uint32_t seconds) const
     {
-        auto *entry = static_cast<mribd::Entry **>(timer);
-        running.erase(*entry);
-        delete entry;
+        const auto *top = static_cast<const MCAST_TMR_NODE_S *>(MCAST_MinHeapTop(manager_->heap));
+        return top != nullptr && top->expiry <= mcastd::boot_time_s() + seconds;
     }
 
-    // Ends the period of every running timer.
-    template <typename Router> void expire(Router &router)
-    {
-        for (mribd::Entry *entry : std::set<mribd::Entry *>(running)) {
-            running.erase(entry);
-            delete static_cast<mribd::Entry **>(entry->timer);
-            router.check_idle(entry);
-        }
-    }
-
-    std::set<mribd::Entry *> running;
-    bool fail = false;
+private:
+    MCAST_TMR_S *manager_;
 };
 
 // A router of interfaces 1 to 4, all of its instance, among such stand-ins.
 struct Bench {
+    static constexpr uint32_t IDLE_PERIOD_S = 210;
+
     explicit Bench(uint8_t family = MCAST_FAMILY_IPV4, uint32_t entry_limit = 100, uint16_t vrf_index = 0)
-        : router(mribd::instance_key(family, vrf_index), kernel, environment, timers, entry_limit)
+        : router(mribd::instance_key(family, vrf_index), kernel, environment, timers.manager(),
+                 {entry_limit, IDLE_PERIOD_S})
     {
         mcastd::log_open("mribd", mcastd::LogLevel::Error);
         environment.interfaces = {1, 2, 3, 4};
@@ -212,6 +225,12 @@ struct Bench {
     {
         while (router.settle()) {
         }
+    }
+
+    // Ends the idle period of every entry that there is.
+    void pass_idle_period()
+    {
+        timers.pass(IDLE_PERIOD_S);
     }
 
     void join(mribd::ClientId client, uint32_t if_index, const std::string &group,
@@ -280,7 +299,7 @@ struct Bench {
 
     RecordingKernel kernel;
     TableEnvironment environment;
-    ManualTimers timers;
+    ScriptedTimers timers;
     mribd::Router router;
 };
 

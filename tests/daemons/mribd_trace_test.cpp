@@ -61,7 +61,7 @@ TEST_F(MribdTrace, FollowsAnEntryFromTheUpcallToItsEnd)
     EXPECT_EQ(traced([&] { bench.packet(1, "10.1.1.3", GROUP); }),
               (Lines{"upcall: packets of (10.1.1.3, 239.1.1.1) arrive on " + name(1) + ", no entry",
                      "(10.1.1.3, 239.1.1.1) refused: 1 entries are the limit"}));
-    EXPECT_EQ(traced([&] { bench.timers.expire(bench.router); }),
+    EXPECT_EQ(traced([&] { bench.pass_idle_period(); }),
               (Lines{pair + " expires: no packet in a period",
                      "entry " + pair + " withdrawn: from " + name(1) + " to if3 if2"}));
 }
@@ -81,7 +81,7 @@ TEST_F(MribdTrace, OffSaysNothing)
     EXPECT_EQ(traced([&] {
                   bench.join(1, 2, GROUP);
                   bench.packet(1, SOURCE, GROUP);
-                  bench.timers.expire(bench.router);
+                  bench.pass_idle_period();
               }),
               Lines{});
 }
