@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "daemons/common/address.h"
 #include "daemons/common/bytes.h"
 
 namespace mcastd
@@ -29,11 +30,6 @@ constexpr const char *STATUS_NAMES[] = {
     "unknown_table", "unknown_setting", "bad_value",    "failed",
 };
 static_assert(std::size(STATUS_NAMES) == static_cast<size_t>(ControlStatus::Count));
-
-constexpr size_t address_size(uint64_t family)
-{
-    return family == MCAST_FAMILY_IPV4 ? 4 : 16;
-}
 
 bool is_family(uint64_t family)
 {

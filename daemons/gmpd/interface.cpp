@@ -84,8 +84,7 @@ bool interface_is_neighbour(const Interface &interface, const Address &sender)
     }
     for (const Prefix &prefix : interface.prefixes) {
         // A full-length prefix is how links without a subnet of their own are numbered.
-        if (prefix.length == address_bits(sender.family) ||
-            shares_prefix(sender, prefix.address, prefix.length)) {
+        if (prefix.length == address_bits(sender.family) || prefix.covers(sender)) {
             return true;
         }
     }

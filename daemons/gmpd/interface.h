@@ -66,12 +66,6 @@ struct Querier {
     mcastd::Timer warned; // runs while a warning about older routers is not repeated
 };
 
-// A prefix that is on the link.
-struct Prefix {
-    Address address{};
-    uint8_t length = 0;
-};
-
 struct Router;
 
 // One interface on which the protocol runs or will run once it has an address; or, with link set, what one
@@ -85,8 +79,8 @@ struct Interface {
     uint32_t mtu = 1500;
     uint32_t query_interval_s = 0; // as configured for it; 0: as for all interfaces
     bool running = false;
-    Address address{}; // what queries are sent from, while running
-    std::vector<Prefix> prefixes;
+    Address address{};            // what queries are sent from, while running
+    std::vector<Prefix> prefixes; // that are on the link
     Querier querier;
     MRT_TABLE_S *groups = nullptr;
     bool near_group_limit = false; // the operator has been warned

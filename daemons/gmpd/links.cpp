@@ -24,11 +24,6 @@ namespace gmpd
 namespace
 {
 
-Address address_of(uint16_t family, const uint8_t *bytes)
-{
-    return make_address(family, std::span(bytes, address_size(family)));
-}
-
 // Whether reports on the interface of that name count for announced users alone.
 bool requires_user(const Config &config, const std::string &name)
 {
@@ -48,7 +43,7 @@ std::vector<Prefix> prefixes_of(HOST_LINK_TABLE table, uint32_t if_index, uint16
     HOST_ADDRESS_S address;
     for (uint32_t at = 0; HOST_LinkGetAddress(table, if_index, at, &address) == 0; ++at) {
         if (address.family == family) {
-            prefixes.push_back(Prefix{address_of(family, address.peer), address.prefix_length});
+            prefixes.push_back(Prefix::of(make_address(family, address.peer), address.prefix_length));
         }
     }
     return prefixes;
@@ -126,7 +121,7 @@ void Links::update(HOST_LINK_TABLE table, const HOST_LINK_S &link)
     interface->mtu = link.mtu;
     interface->prefixes = prefixes_of(table, link.if_index, family);
     if (HOST_LinkGetSourceAddress(table, link.if_index, static_cast<uint8_t>(family), &source) == 0) {
-        interface_start(*interface, address_of(family, source.address));
+        interface_start(*interface, make_address(family, source.address));
     } else {
         interface_stop(*interface);
     }

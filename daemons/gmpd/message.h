@@ -28,7 +28,8 @@ struct SourceList {
     // The index-th source; index is below count().
     Address at(size_t index) const
     {
-        return make_address(family, bytes.subspan(index * address_size(family), address_size(family)));
+        const size_t size = address_size(family);
+        return make_address(family, bytes.subspan(index * size, size).data());
     }
 };
 

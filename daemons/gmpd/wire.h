@@ -22,7 +22,7 @@ public:
     Address addr(uint16_t family)
     {
         std::span<const uint8_t> bytes = take(address_size(family));
-        return bytes.empty() ? any_address(family) : make_address(family, bytes);
+        return bytes.empty() ? any_address(family) : make_address(family, bytes.data());
     }
 };
 

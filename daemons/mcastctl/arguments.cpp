@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include "daemons/common/address_text.h"
+#include "daemons/common/address.h"
 #include "daemons/mcastctl/text.h"
 #include "mcast/argument_check.h"
 #include "mcast/interface_name.h"

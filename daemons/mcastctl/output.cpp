@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "daemons/common/address.h"
 #include "daemons/mcastctl/text.h"
 
 namespace mcastctl
@@ -32,11 +33,6 @@ std::string heading_of(std::string name)
 bool is_number(FieldType type)
 {
     return type == FieldType::Number || type == FieldType::Counter || type == FieldType::Seconds;
-}
-
-const char *family_text(uint64_t family)
-{
-    return family == MCAST_FAMILY_IPV4 ? "ipv4" : "ipv6";
 }
 
 std::string interfaces_text(const std::vector<uint32_t> &if_indexes)
@@ -111,7 +107,7 @@ std::string field_text(const ControlField &field)
     case FieldType::Truth:
         return field.as_number() != 0 ? "yes" : "no";
     case FieldType::Family:
-        return family_text(field.as_number());
+        return mcastd::family_name(field.as_number());
     case FieldType::Interface:
         return field.as_interface() == 0 ? "-" : interface_text(field.as_interface());
     case FieldType::Interfaces:

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <utility>
 
+#include "daemons/common/address.h"
 #include "mcast/member_channel.h"
 
 namespace mcastctl
@@ -101,7 +102,7 @@ void WatchMember::serve(uint32_t events)
 {
     if (!receive()) {
         drop();
-        print_(std::string(family_ == MCAST_FAMILY_IPV4 ? "ipv4" : "ipv6") + ": mribd is gone");
+        print_(std::string(mcastd::family_name(family_)) + ": mribd is gone");
         return;
     }
     if ((events & EPOLLOUT) != 0) {

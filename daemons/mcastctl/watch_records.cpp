@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "daemons/common/address.h"
 #include "mcast/format.h"
 
 namespace mcastctl
@@ -24,7 +25,7 @@ class Line
 {
 public:
     Line(uint8_t family, uint32_t if_filter)
-        : start_(family == MCAST_FAMILY_IPV4 ? "ipv4: " : "ipv6: "), if_filter_(if_filter)
+        : start_(std::string(mcastd::family_name(family)) + ": "), if_filter_(if_filter)
     {
     }
 
@@ -41,7 +42,7 @@ public:
     }
 
 private:
-    const char *start_;
+    std::string start_;
     uint32_t if_filter_;
 };
 
@@ -55,17 +56,9 @@ template <typename Value> bool read(const MRIB_RECORD_S &record, Value *value)
     return true;
 }
 
-MCAST_ADDR_S address_of(uint8_t family, const void *bytes)
-{
-    MCAST_ADDR_S address{};
-    address.family = family;
-    std::memcpy(address.address, bytes, family == MCAST_FAMILY_IPV4 ? 4 : sizeof(address.address));
-    return address;
-}
-
 MCAST_ADDR_S ipv4_of(uint32_t address_be)
 {
-    return address_of(MCAST_FAMILY_IPV4, &address_be);
+    return mcastd::make_address(MCAST_FAMILY_IPV4, &address_be);
 }
 
 std::string line_of(const Line &line, const MRIB_VRF_STATE_S &value)
@@ -97,7 +90,7 @@ std::string line_of(const Line &line, const MRIB_BOUNDARY_S &value)
         return line("boundary of scope %u on %P, instance %u: %s", value.scope, value.if_index,
                     value.vrf_index, what);
     }
-    const MCAST_ADDR_S range = address_of(value.family, value.address);
+    const MCAST_ADDR_S range = mcastd::make_address(value.family, value.address);
     return line("boundary %A/%u on %P, instance %u: %s", &range, value.prefix_length, value.if_index,
                 value.vrf_index, what);
 }

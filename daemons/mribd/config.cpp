@@ -4,7 +4,7 @@
 #include <cstring>
 #include <net/if.h>
 
-#include "daemons/common/address_text.h"
+#include "daemons/common/address.h"
 #include "daemons/mribd/address.h"
 #include "mcast/addr.h"
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "daemons/common/config_file.h"
-#include "daemons/mribd/prefix.h"
+#include "daemons/mribd/address.h"
 
 namespace mribd
 {

@@ -90,7 +90,7 @@ Entry *Forwarding::find_or_create(const MCAST_ADDR_S &group, const MCAST_ADDR_S 
         watch_limit();
         return nullptr;
     }
-    const unsigned length = full_length(parts_.key.family);
+    const unsigned length = address_bits(parts_.key.family);
     auto entry = std::make_unique<Entry>();
     entry->node = MRT_CreateEntryMask(table_, &group, length, &source, length);
     if (entry->node == nullptr) {
@@ -186,7 +186,7 @@ void Forwarding::take_upcall(const Upcall &upcall)
 
 void Forwarding::membership_changed(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
 {
-    if (!is_any(source)) {
+    if (!is_unspecified(source)) {
         Entry *entry = parts_.members.has_source_join(group, source) ? find_or_create(group, source)
                                                                      : find(group, source);
         if (entry != nullptr) {
@@ -216,7 +216,7 @@ void Forwarding::queue_changed()
         return;
     }
     walk_entries(table_, [this](Entry *entry) {
-        const Prefix source{entry->source(), static_cast<uint8_t>(full_length(parts_.key.family))};
+        const MCAST_ADDR_S source = entry->source();
         const bool check_route =
             std::any_of(changed_prefixes_.begin(), changed_prefixes_.end(),
                         [&source](const Prefix &changed) { return changed.covers(source); });

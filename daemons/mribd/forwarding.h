@@ -18,7 +18,6 @@
 #include "daemons/mribd/gmp_state.h"
 #include "daemons/mribd/kernel_table.h"
 #include "daemons/mribd/member_table.h"
-#include "daemons/mribd/prefix.h"
 #include "daemons/mribd/upcall.h"
 #include "daemons/mribd/vif_table.h"
 #include "mcast/route_table.h"

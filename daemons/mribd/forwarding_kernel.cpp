@@ -23,8 +23,8 @@ void Forwarding::install(Entry *entry, int parent, uint32_t outgoing)
             parts_.kernel.delete_entry(entry->source(), entry->group()); // better none than a wrong one
         }
         mcastd::log_warning("%s: the kernel refused the entry (%s, %s): %s",
-                            instance_name(parts_.key).c_str(), text(entry->source()).c_str(),
-                            text(entry->group()).c_str(), std::strerror(error));
+                            instance_name(parts_.key).c_str(), text_or_star(entry->source()).c_str(),
+                            text_or_star(entry->group()).c_str(), std::strerror(error));
     } else {
         trace_entry(entry, replaces ? "replaced" : "installed");
     }

@@ -43,7 +43,7 @@ bool before(const Wish &one, const Wish &other)
 
 unsigned source_length(const MCAST_ADDR_S &source)
 {
-    return is_any(source) ? 0 : full_length(static_cast<uint8_t>(source.family));
+    return is_unspecified(source) ? 0 : address_bits(source.family);
 }
 
 // Runs over the entries of a table while they may be deleted.
@@ -98,14 +98,14 @@ MemberTable::Result MemberTable::set(ClientId client, uint32_t if_index, const M
                                      const MCAST_ADDR_S &source, Kind kind, bool present)
 {
     const unsigned length = source_length(source);
-    MRT_SOURCE_S *entry = MRT_LocateSourceMask(table_, &group, full_length(family_), &source, length);
+    MRT_SOURCE_S *entry = MRT_LocateSourceMask(table_, &group, address_bits(family_), &source, length);
     if (entry == nullptr) {
         if (!present) {
             return Result::Unchanged;
         }
         auto wishes = std::make_unique<Wishes>();
         wishes->reserve(1);
-        entry = MRT_CreateEntryMask(table_, &group, full_length(family_), &source, length);
+        entry = MRT_CreateEntryMask(table_, &group, address_bits(family_), &source, length);
         if (entry == nullptr) {
             return Result::NoMemory;
         }
@@ -191,7 +191,7 @@ std::vector<uint32_t> MemberTable::receivers(const MCAST_ADDR_S &group, const MC
 {
     std::vector<uint32_t> result;
     const auto *entry =
-        static_cast<const MRT_GROUP_S *>(MRT_LocateMask(table_, &group, full_length(family_)));
+        static_cast<const MRT_GROUP_S *>(MRT_LocateMask(table_, &group, address_bits(family_)));
     if (entry == nullptr) {
         return result;
     }
@@ -258,7 +258,7 @@ void MemberTable::visit_from(const MCAST_ADDR_S *group, const MCAST_ADDR_S *sour
                                                       const std::vector<Wish> &)> &visitor) const
 {
     // Any source is stored with length 0 and is the first of its group.
-    const MCAST_ADDR_S *after = source != nullptr && is_any(*source) ? nullptr : source;
+    const MCAST_ADDR_S *after = source != nullptr && is_unspecified(*source) ? nullptr : source;
     const MRT_SOURCE_S *entry = MRT_LocateSource(table_, group, after);
     if (entry == nullptr) {
         entry = MRT_GetNextSourceGroup(table_, group, 0, after, 0);

@@ -108,7 +108,7 @@ void Router::trace_member(uint32_t if_index, const MCAST_ADDR_S &group, const MC
 {
     const char *what = kind == MemberTable::Kind::Join ? (present ? "wanted" : "no longer wanted")
                                                        : (present ? "blocked" : "no longer blocked");
-    if (is_any(source)) {
+    if (is_unspecified(source)) {
         mcastd::trace(TraceCategory::Group, key_, "(*, %N) %s on %P", &group, what, if_index);
     } else {
         mcastd::trace(TraceCategory::Group, key_, "(%M, %N) %s on %P", &source, &group, what, if_index);

@@ -284,18 +284,18 @@ bool Session::take_join_prune(const MRIB_RECORD_S &record)
     }
     const bool exclude = value->flag2 == mcastd::MEMBERSHIP_EXCLUDE;
     const bool join = value->flag1 == mcastd::MEMBERSHIP_JOIN;
-    if (is_any(source) ? exclude : MCAST_SrcAddrCheck(&source) != MCAST_TRUE) {
+    if (is_unspecified(source) ? exclude : MCAST_SrcAddrCheck(&source) != MCAST_TRUE) {
         return refuse(Fault::Source);
     }
     const char *what = exclude ? (join ? "block" : "unblock") : (join ? "join" : "prune");
-    if (is_any(source)) {
+    if (is_unspecified(source)) {
         mcastd::trace(mcastd::TraceCategory::Channel, router->key(), "client %u: %s (*, %N) on %P", id_, what,
                       &group, value->if_index);
     } else {
         mcastd::trace(mcastd::TraceCategory::Channel, router->key(), "client %u: %s (%M, %N) on %P", id_,
                       what, &source, &group, value->if_index);
     }
-    const bool begins = join && is_any(source) && !router->members().has_source_join(group, source);
+    const bool begins = join && is_unspecified(source) && !router->members().has_source_join(group, source);
     const auto result =
         router->set_member(id_, value->if_index, group, source,
                            exclude ? MemberTable::Kind::Block : MemberTable::Kind::Join, join);

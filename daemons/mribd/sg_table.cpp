@@ -143,10 +143,10 @@ uint32_t SgTable::erase_if(const std::function<bool(const Source &)> &matches, c
 uint32_t SgTable::erase_matching(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
 {
     const auto matches = [&source](const Source &record) {
-        return is_any(source) ||
+        return is_unspecified(source) ||
                std::memcmp(record.head.address.address, source.address, sizeof(source.address)) == 0;
     };
-    return erase_if(matches, is_any(group) ? nullptr : &group);
+    return erase_if(matches, is_unspecified(group) ? nullptr : &group);
 }
 
 void SgTable::clear()

@@ -52,7 +52,7 @@ void add_members(std::string *out, const Router &router)
 {
     router.members().visit(
         [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, const std::vector<Wish> &wishes) {
-            add_text(out, "  member (%s, %s):", text(source).c_str(), text(group).c_str());
+            add_text(out, "  member (%s, %s):", text_or_star(source).c_str(), text_or_star(group).c_str());
             for (const Wish &wish : wishes) {
                 add_text(out, " %s%s[client %u]", wish.blocked ? (wish.joined ? "!+" : "!") : "",
                          router.environment().interface_name(wish.if_index).c_str(), wish.client);
@@ -64,7 +64,8 @@ void add_members(std::string *out, const Router &router)
 void add_entries(std::string *out, const Router &router)
 {
     router.forwarding().visit([&](const Entry &entry) {
-        add_text(out, "  entry (%s, %s):", text(entry.source()).c_str(), text(entry.group()).c_str());
+        add_text(out, "  entry (%s, %s):", text_or_star(entry.source()).c_str(),
+                 text_or_star(entry.group()).c_str());
         if (entry.upstream == 0) {
             *out += " no usable route to the source,";
         } else {

@@ -51,21 +51,21 @@ void add_missing(std::string *out, const Config &config, const Environment &envi
 void add_msdp(std::string *out, const MsdpExchange &msdp)
 {
     if (msdp.rp_be() != 0) {
-        const std::string rp = text(make_address(MCAST_FAMILY_IPV4, std::array{msdp.rp_be()}.data()));
+        const std::string rp = text_or_star(make_address(MCAST_FAMILY_IPV4, std::array{msdp.rp_be()}.data()));
         SgTable::Cursor cursor;
-        msdp.local_sources().visit(&cursor,
-                                   [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t) {
-                                       add_text(out, "  local source (%s, %s): rp %s\n", text(source).c_str(),
-                                                text(group).c_str(), rp.c_str());
-                                       return true;
-                                   });
+        msdp.local_sources().visit(
+            &cursor, [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t) {
+                add_text(out, "  local source (%s, %s): rp %s\n", text_or_star(source).c_str(),
+                         text_or_star(group).c_str(), rp.c_str());
+                return true;
+            });
     }
     for (const auto &[vrf_index, instance] : msdp.instances()) {
         SgTable::Cursor cursor;
         const auto add = [&, vrf = vrf_index](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
                                               uint8_t entry) {
-            add_text(out, "  remote source (%s, %s): instance %u, entry %u\n", text(source).c_str(),
-                     text(group).c_str(), vrf, entry);
+            add_text(out, "  remote source (%s, %s): instance %u, entry %u\n", text_or_star(source).c_str(),
+                     text_or_star(group).c_str(), vrf, entry);
             return true;
         };
         instance.remote.visit(&cursor, add);
@@ -88,7 +88,7 @@ void add_users(std::string *out, const UserRegistry &users, const Environment &e
         MCAST_GetIfNameOrIndex(if_index, own);
         add_text(out, "  user %u of client %u on %s: %s, kind %u, address %s\n", user.user_id, client,
                  environment.interface_name(user.access_if_index).c_str(), own, user.kind,
-                 text(user.address).c_str());
+                 text_or_star(user.address).c_str());
     });
 }
 

@@ -9,6 +9,7 @@ namespace
 
 using mcastd::ConfigString;
 using mcastd::ConfigTable;
+using mcastd::Prefix;
 
 constexpr int64_t FIRST_ACL = 2000;
 constexpr int64_t LAST_ACL = 3999;
@@ -49,30 +50,11 @@ std::string read_name(ConfigTable &table, const char *key)
     return name;
 }
 
-std::optional<Prefix> parse_prefix(const std::string &text)
+// A range of originators; an address alone is a range of one.
+std::optional<Prefix> parse_originators(const std::string &text)
 {
-    const size_t slash = text.find('/');
-    const std::optional<Ipv4> address = parse_ipv4(text.substr(0, slash));
-    unsigned length = 32;
-
-    if (!address) {
-        return std::nullopt;
-    }
-    if (slash != std::string::npos) {
-        const std::string digits = text.substr(slash + 1);
-
-        if (digits.empty() || digits.size() > 2 ||
-            digits.find_first_not_of("0123456789") != std::string::npos) {
-            return std::nullopt;
-        }
-        length = static_cast<unsigned>(std::stoul(digits));
-    }
-    if (length > 32) {
-        return std::nullopt;
-    }
-    const uint32_t mask = length == 0 ? 0 : ~uint32_t{0} << (32 - length);
-
-    return Prefix{{address->number & mask}, static_cast<uint8_t>(length)};
+    const auto prefix = Prefix::parse(text.find('/') == std::string::npos ? text + "/32" : text);
+    return prefix && prefix->address.family == MCAST_FAMILY_IPV4 ? prefix : std::nullopt;
 }
 
 std::vector<Prefix> read_rpf(ConfigTable &table)
@@ -80,7 +62,7 @@ std::vector<Prefix> read_rpf(ConfigTable &table)
     std::vector<Prefix> prefixes;
 
     for (const ConfigString &text : table.strings("rpf")) {
-        const std::optional<Prefix> prefix = parse_prefix(text.text);
+        const std::optional<Prefix> prefix = parse_originators(text.text);
 
         if (!prefix) {
             table.fail_at(text.at, "rpf is " + host::quoted(text.text) +

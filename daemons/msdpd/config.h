@@ -10,18 +10,11 @@
 #include <vector>
 
 #include "daemons/common/config_file.h"
+#include "daemons/common/prefix.h"
 #include "daemons/msdpd/ipv4.h"
 
 namespace msdpd
 {
-
-// A range of originators.
-struct Prefix {
-    Ipv4 address; // no bits beyond the length
-    uint8_t length = 0;
-
-    bool operator==(const Prefix &) const = default;
-};
 
 struct PeerConfig {
     Ipv4 address;
@@ -32,7 +25,7 @@ struct PeerConfig {
     uint32_t sa_limit = 100000;
     uint32_t filter_in = MCAST_NONE;  // ACL of the pairs that are accepted
     uint32_t filter_out = MCAST_NONE; // ACL of the pairs that are sent
-    std::vector<Prefix> rpf;          // originators for which this is the RPF peer
+    std::vector<mcastd::Prefix> rpf;  // originators for which this is the RPF peer
     bool default_peer = false;
     bool sa_request = false; // whether it is asked for sources
     uint32_t position = 0;   // in the file, from 0

@@ -12,8 +12,7 @@
 #include <optional>
 #include <string>
 
-#include "daemons/common/address_text.h"
-#include "daemons/common/line_format.h"
+#include "daemons/common/address.h"
 #include "mcast/addr.h"
 #include "mcast/common.h"
 
@@ -46,9 +45,7 @@ inline uint32_t to_network(Ipv4 address)
 inline MCAST_ADDR_S to_record(Ipv4 address)
 {
     const uint32_t address_be = to_network(address);
-    MCAST_ADDR_S record{MCAST_FAMILY_IPV4, 0, {}};
-    memcpy(record.address, &address_be, sizeof(address_be));
-    return record;
+    return mcastd::make_address(MCAST_FAMILY_IPV4, &address_be);
 }
 
 inline Ipv4 from_record(const MCAST_ADDR_S &record)
@@ -60,8 +57,7 @@ inline Ipv4 from_record(const MCAST_ADDR_S &record)
 
 inline std::string to_text(Ipv4 address)
 {
-    const MCAST_ADDR_S record = to_record(address);
-    return mcastd::formatted("%A", &record);
+    return mcastd::to_text(to_record(address));
 }
 
 // As logs show it: (10.1.0.2, 239.1.1.1).

@@ -9,7 +9,7 @@ namespace msdpd
 namespace
 {
 
-constexpr uint32_t ADDRESS_BITS = 32;
+constexpr uint32_t ADDRESS_BITS = mcastd::address_bits(MCAST_FAMILY_IPV4);
 
 } // namespace
 
@@ -36,18 +36,17 @@ void RpfPrefixes::configure(const Config &config)
 {
     clear();
     for (const auto &[address, peer] : config.peers) {
-        for (const Prefix &prefix : peer.rpf) {
+        for (const mcastd::Prefix &prefix : peer.rpf) {
             add(prefix, address);
         }
     }
 }
 
-void RpfPrefixes::add(const Prefix &prefix, Ipv4 peer)
+void RpfPrefixes::add(const mcastd::Prefix &prefix, Ipv4 peer)
 {
-    const MCAST_ADDR_S address = to_record(prefix.address);
-    auto *known = static_cast<Range *>(MRT_RDX_Locate(tree_, &address, prefix.length));
+    auto *known = static_cast<Range *>(MRT_RDX_Locate(tree_, &prefix.address, prefix.length));
     if (known == nullptr) {
-        known = ranges_.emplace_back(new Range{nullptr, prefix.length, address, {}}).get();
+        known = ranges_.emplace_back(new Range{nullptr, prefix.length, prefix.address, {}}).get();
         known->key = &known->address;
         mcastd::must_have(MRT_RDX_AddNode(tree_, known));
     }

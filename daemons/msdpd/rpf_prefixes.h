@@ -39,7 +39,7 @@ private:
         std::vector<Ipv4> peers;
     };
 
-    void add(const Prefix &prefix, Ipv4 peer);
+    void add(const mcastd::Prefix &prefix, Ipv4 peer);
     void clear();
 
     std::vector<std::unique_ptr<Range>> ranges_;

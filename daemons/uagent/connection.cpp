@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <linux/sockios.h>
 
+#include "daemons/common/address.h"
 #include "daemons/common/line_format.h"
 #include "mcast/service.h"
 #include "mcast/usrauth_wire.h"
@@ -79,8 +80,8 @@ bool Connection::open(uint16_t family, std::string *error)
     if (MCAST_Connect(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
         *error = reason("cannot connect to the user authentication", errno);
         if (errno == ECONNREFUSED) {
-            *error += std::string(": is gmpd running for ") +
-                      (family == MCAST_FAMILY_IPV4 ? "ipv4" : "ipv6") + " with --user-auth?";
+            *error +=
+                std::string(": is gmpd running for ") + mcastd::family_name(family) + " with --user-auth?";
         }
         return false;
     }

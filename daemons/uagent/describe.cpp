@@ -4,11 +4,10 @@
  */
 #include "daemons/uagent/describe.h"
 
-#include <algorithm>
 #include <cstdio>
 
+#include "daemons/common/address.h"
 #include "daemons/common/json.h"
-#include "daemons/common/line_format.h"
 #include "mcast/interface_name.h"
 #include "mcast/usrauth_wire.h"
 
@@ -16,6 +15,9 @@ namespace uagent
 {
 namespace
 {
+
+using mcastd::is_unspecified;
+using mcastd::text_or_star;
 
 struct Field {
     const char *name;
@@ -28,17 +30,6 @@ using Fields = std::vector<Field>;
 
 constexpr const char *MESSAGE_NAMES[USRAUTH_MSG_TYPES] = {
     "announce", "withdraw", "update", "group list", "group list end", "refresh begin", "refresh end"};
-
-bool is_any(const MCAST_ADDR_S &address)
-{
-    return std::all_of(std::begin(address.address), std::end(address.address),
-                       [](uint8_t byte) { return byte == 0; });
-}
-
-std::string text(const MCAST_ADDR_S &address)
-{
-    return is_any(address) ? "*" : mcastd::formatted("%A", &address);
-}
 
 std::string hardware_text(const std::array<uint8_t, 6> &bytes)
 {
@@ -70,9 +61,9 @@ void add_record(Fields *fields, const Command &command)
     char interface[MCAST_IF_NAME_SIZE] = "";
     MCAST_GetIfNameOrIndex(command.access_if_index, interface);
     add_text(fields, "interface", interface);
-    add_text(fields, "address", text(command.address));
-    if (!is_any(command.second_address)) {
-        add_text(fields, "second-address", text(command.second_address));
+    add_text(fields, "address", text_or_star(command.address));
+    if (!is_unspecified(command.second_address)) {
+        add_text(fields, "second-address", text_or_star(command.second_address));
     }
     add_number_if_set(fields, "vrf", command.vrf_index);
     if (command.hardware_address != std::array<uint8_t, 6>{}) {
@@ -122,7 +113,7 @@ std::string describe(const Command &command, const Message &message)
             std::string(" ") + field.name + ' ' + (field.is_text ? field.text : std::to_string(field.number));
     }
     visit_permissions(command, message, [&](const Permission &permission) {
-        line += " (" + text(permission.source) + ", " + text(permission.group) + ')';
+        line += " (" + text_or_star(permission.source) + ", " + text_or_star(permission.group) + ')';
     });
     return line;
 }
@@ -143,8 +134,8 @@ std::string describe_json(const Command &command, const Message &message)
         json.open("groups", '[');
         visit_permissions(command, message, [&](const Permission &permission) {
             json.open(nullptr, '{');
-            json.text("source", text(permission.source));
-            json.text("group", text(permission.group));
+            json.text("source", text_or_star(permission.source));
+            json.text("group", text_or_star(permission.group));
             json.close('}');
         });
         json.close(']');

@@ -2,7 +2,7 @@
 
 #include <charconv>
 
-#include "daemons/common/address_text.h"
+#include "daemons/common/address.h"
 #include "mcast/argument_check.h"
 #include "mcast/interface_name.h"
 

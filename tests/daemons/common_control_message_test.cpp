@@ -1,6 +1,6 @@
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include "daemons/common/address.h"
 #include "daemons/common/control_message.h"
 
 using namespace mcastd;
@@ -12,11 +12,7 @@ using Bytes = std::vector<uint8_t>;
 
 MCAST_ADDR_S address(const char *text)
 {
-    MCAST_ADDR_S result{};
-    const bool ipv6 = std::string(text).find(':') != std::string::npos;
-    result.family = ipv6 ? MCAST_FAMILY_IPV6 : MCAST_FAMILY_IPV4;
-    EXPECT_EQ(inet_pton(ipv6 ? AF_INET6 : AF_INET, text, result.address), 1);
-    return result;
+    return parse_address(text).value();
 }
 
 ControlFields one_of_each()

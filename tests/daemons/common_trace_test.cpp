@@ -1,10 +1,10 @@
-#include <arpa/inet.h>
 #include <cerrno>
 #include <gtest/gtest.h>
 #include <net/if.h>
 #include <string>
 #include <vector>
 
+#include "daemons/common/address.h"
 #include "daemons/common/log.h"
 #include "daemons/common/options.h"
 #include "daemons/common/trace.h"
@@ -52,9 +52,7 @@ index = 5
 
 MCAST_ADDR_S ipv4(const char *text)
 {
-    MCAST_ADDR_S address{MCAST_FAMILY_IPV4, 0, {}};
-    EXPECT_EQ(inet_pton(AF_INET, text, address.address), 1);
-    return address;
+    return parse_address(text).value();
 }
 
 class TraceTest : public testing::Test

@@ -19,12 +19,6 @@ std::string error_of(const std::string &text)
     return config_text::error_of("mribd", text, read_config);
 }
 
-std::string text_of(const std::string &prefix)
-{
-    const auto parsed = Prefix::parse(prefix);
-    return parsed ? parsed->text() : "none";
-}
-
 TEST(MribdConfig, EmptyFileIsTheDefault)
 {
     const Config config = read("");
@@ -111,32 +105,6 @@ TEST(MribdConfig, BoundariesOfAllInterfacesAreBoundedTogether)
     EXPECT_EQ(error_of(text), "");
     text += "[[mribd.interface]]\nname = 'if2'\nboundaries = ['238.0.0.0/8']\n";
     EXPECT_NE(error_of(text), "");
-}
-
-TEST(Prefix, TextIsReadWholeOrNotAtAll)
-{
-    EXPECT_EQ(text_of("239.255.255.255/12"), "239.240.0.0/12");
-    EXPECT_EQ(text_of("ff15:8000::1/17"), "ff15:8000::/17");
-    EXPECT_EQ(text_of("0.0.0.0/0"), "0.0.0.0/0");
-    for (const char *wrong :
-         {"", "/", "239.1.1.1", "239.1.1.1/", "239.1.1.1/-1", "239.1.1.1/33", "ff00::/129", "239.1.1.1/8x",
-          "239.1.1/8", " 239.0.0.0/8", "239.0.0.0/256", "/8"}) {
-        EXPECT_EQ(text_of(wrong), "none") << wrong;
-    }
-    EXPECT_EQ(text_of(std::string("239.0.0.0\0/8", 12)), "none");
-}
-
-TEST(Prefix, CoversWhatLiesWithinIt)
-{
-    const auto covers = [](const char *one, const char *other) {
-        return Prefix::parse(one)->covers(*Prefix::parse(other));
-    };
-    EXPECT_TRUE(covers("239.0.0.0/8", "239.255.0.0/16"));
-    EXPECT_TRUE(covers("239.0.0.0/8", "239.0.0.0/8"));
-    EXPECT_FALSE(covers("239.255.0.0/16", "239.0.0.0/8"));
-    EXPECT_FALSE(covers("239.128.0.0/9", "239.0.0.0/9"));
-    EXPECT_TRUE(covers("ff15:8000::/17", "ff15:8001::/32"));
-    EXPECT_FALSE(covers("224.0.0.0/4", "e000::/16"));
 }
 
 } // namespace

@@ -128,7 +128,7 @@ TEST(MemberTable, ClientThatGoesTakesItsOwnJoinsOnly)
     table.set(1, 9, address("239.2.2.2"), ANY, Kind::Join, true);
     std::vector<std::string> told;
     table.drop_client(1, [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
-        told.push_back(text(source) + "," + text(group));
+        told.push_back(text_or_star(source) + "," + text_or_star(group));
     });
     EXPECT_EQ(told, (std::vector<std::string>{"*,239.1.1.1", "10.0.0.5,239.1.1.1", "*,239.2.2.2"}));
     EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{7});
@@ -179,9 +179,9 @@ TEST(MemberTable, AgreesWithTheRuleOnRandomReports)
             table.drop_client(client, ignore);
             std::erase_if(facts, [&](const Fact &fact) { return std::get<0>(fact) == client; });
         } else {
-            const Kind kind = !is_any(source) && pick(2) == 0 ? Kind::Block : Kind::Join;
+            const Kind kind = !is_unspecified(source) && pick(2) == 0 ? Kind::Block : Kind::Join;
             const bool present = pick(2) == 0;
-            const Fact fact{client, if_index, group, text(source), kind};
+            const Fact fact{client, if_index, group, text_or_star(source), kind};
             const bool changes = facts.contains(fact) != present;
             ASSERT_EQ(table.set(client, if_index, address(group), source, kind, present),
                       changes ? Result::Changed : Result::Unchanged);
@@ -191,9 +191,9 @@ TEST(MemberTable, AgreesWithTheRuleOnRandomReports)
         Indexes expected;
         for (uint32_t i = 1; i <= 4; ++i) {
             for (ClientId c = 1; c <= 3; ++c) {
-                const bool direct = facts.contains({c, i, group, text(asked), Kind::Join});
+                const bool direct = facts.contains({c, i, group, text_or_star(asked), Kind::Join});
                 const bool any = facts.contains({c, i, group, "*", Kind::Join});
-                if (direct || (any && !facts.contains({c, i, group, text(asked), Kind::Block}))) {
+                if (direct || (any && !facts.contains({c, i, group, text_or_star(asked), Kind::Block}))) {
                     expected.push_back(i);
                     break;
                 }

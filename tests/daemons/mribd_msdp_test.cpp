@@ -1,3 +1,4 @@
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <set>
 
@@ -26,7 +27,7 @@ protected:
     MsdpTest()
     {
         clients.msdp.on_local_source([this](const MsdpExchange::LocalSource &change) {
-            told.push_back((change.present ? "+" : "-") + text(change.source) + " rp " +
+            told.push_back((change.present ? "+" : "-") + text_or_star(change.source) + " rp " +
                            std::to_string(ntohl(change.rp_be) & 0xff));
             session.tell_local_source(change);
         });
@@ -69,7 +70,7 @@ protected:
         SgTable::Cursor cursor;
         clients.msdp.instances().at(vrf_index).remote.visit(
             &cursor, [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t) {
-                result.insert(text(source) + ">" + text(group));
+                result.insert(text_or_star(source) + ">" + text_or_star(group));
                 return true;
             });
         return result;

@@ -6,7 +6,6 @@
 #define TESTS_DAEMONS_MRIBD_SUPPORT_H
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cerrno>
 #include <map>
 #include <set>
@@ -14,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "daemons/common/address.h"
 #include "daemons/common/log.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/session.h"
@@ -24,12 +24,11 @@ namespace mribd_test
 
 inline MCAST_ADDR_S address(const std::string &text)
 {
-    const bool is_ipv6 = text.find(':') != std::string::npos;
-    uint8_t bytes[16] = {};
-    if (inet_pton(is_ipv6 ? AF_INET6 : AF_INET, text.c_str(), bytes) != 1) {
+    const auto parsed = mcastd::parse_address(text);
+    if (!parsed) {
         std::abort();
     }
-    return mribd::make_address(is_ipv6 ? MCAST_FAMILY_IPV6 : MCAST_FAMILY_IPV4, bytes);
+    return *parsed;
 }
 
 // Keeps what the kernel would keep and refuses what it would refuse.
@@ -68,19 +67,19 @@ public:
             return std::exchange(next_set_error, 0);
         }
         ++sets;
-        entries[{mribd::text(source), mribd::text(group)}] = {parent, outgoing};
+        entries[{mribd::text_or_star(source), mribd::text_or_star(group)}] = {parent, outgoing};
         return 0;
     }
 
     int delete_entry(const MCAST_ADDR_S &source, const MCAST_ADDR_S &group) override
     {
-        return entries.erase({mribd::text(source), mribd::text(group)}) == 1 ? 0 : ENOENT;
+        return entries.erase({mribd::text_or_star(source), mribd::text_or_star(group)}) == 1 ? 0 : ENOENT;
     }
 
     std::optional<mribd::EntryCounters> counters(const MCAST_ADDR_S &source,
                                                  const MCAST_ADDR_S &group) override
     {
-        const Key key{mribd::text(source), mribd::text(group)};
+        const Key key{mribd::text_or_star(source), mribd::text_or_star(group)};
         if (!entries.contains(key)) {
             return std::nullopt;
         }
@@ -140,7 +139,7 @@ public:
 
     bool is_on_link(uint32_t if_index, const MCAST_ADDR_S &source) const override
     {
-        return on_link.contains({if_index, mribd::text(source)});
+        return on_link.contains({if_index, mribd::text_or_star(source)});
     }
 
     std::string obstacle(uint8_t, uint32_t) const override
@@ -153,7 +152,7 @@ public:
     {
         ++lookups;
         const std::string prefix = vrf_index == 0 ? "" : std::to_string(vrf_index) + ":";
-        const auto found = routes.find(prefix + mribd::text(source));
+        const auto found = routes.find(prefix + mribd::text_or_star(source));
         return found == routes.end() ? Route{} : found->second;
     }
 

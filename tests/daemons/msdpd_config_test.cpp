@@ -99,7 +99,10 @@ sa_request = true
     EXPECT_EQ(peer.sa_limit, 7u);
     EXPECT_EQ(peer.filter_in, 2001u);
     EXPECT_EQ(peer.filter_out, 3002u);
-    EXPECT_EQ(peer.rpf, (std::vector<Prefix>{{{0xc0000200}, 24}, {{0xc6336401}, 32}, {{0}, 0}}));
+    ASSERT_EQ(peer.rpf.size(), 3u);
+    EXPECT_EQ(peer.rpf[0].text(), "192.0.2.0/24");
+    EXPECT_EQ(peer.rpf[1].text(), "198.51.100.1/32");
+    EXPECT_EQ(peer.rpf[2].text(), "0.0.0.0/0");
     EXPECT_TRUE(peer.default_peer);
     EXPECT_TRUE(peer.sa_request);
     EXPECT_EQ(peer.position, 1u);
@@ -123,6 +126,8 @@ TEST(MsdpdConfig, WhatIsWrongIsNamedWithItsPlace)
         {PEER + "sa_limit = -1\n", "file:4:12:"},
         {PEER + "rpf = [\"10.0.0.0/8\", \"10.0.0.0/33\"]\n", "file:4:22: rpf is \"10.0.0.0/33\""},
         {PEER + "rpf = [\"10.0.0.0/\"]\n", "file:4:8: rpf is \"10.0.0.0/\""},
+        {PEER + "rpf = [\"2001:db8::/24\"]\n", "file:4:8: rpf is \"2001:db8::/24\""},
+        {PEER + "rpf = [\"2001:db8::1\"]\n", "file:4:8: rpf is \"2001:db8::1\""},
         {PEER + "rpf = [\"x/8\"]\n", "file:4:8: rpf is \"x/8\""},
         {PEER + "description = \"" + std::string(64, 'x') + "\"\n", "file:4:15: description is too long"},
         {PEER + PEER, "file:5:11: peer 10.0.0.2 is configured twice"},

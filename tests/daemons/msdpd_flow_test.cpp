@@ -38,7 +38,8 @@ TEST(MsdpdFlow, AnAnnouncementIsKeptToldAndPassedOnToTheOthers)
 
 TEST(MsdpdFlow, OnlyTheRpfPeerIsBelieved)
 {
-    Lab lab({1, 2}, [](Config &config) { config.peers.at(peer_address(1)).rpf = {{FAR, 32}}; });
+    Lab lab({1, 2},
+            [](Config &config) { config.peers.at(peer_address(1)).rpf = prefixes({"198.51.100.1/32"}); });
     lab.establish({1, 2});
     lab.announce(2, FAR, {pair(1, 1)});
     EXPECT_EQ(lab.cache(), "");

@@ -34,6 +34,15 @@ inline Pair pair(unsigned source, unsigned group)
     return {{0xef000000 + group}, {0xc0000200 + source}};
 }
 
+inline std::vector<mcastd::Prefix> prefixes(const std::vector<std::string> &texts)
+{
+    std::vector<mcastd::Prefix> read;
+    for (const std::string &text : texts) {
+        read.push_back(mcastd::Prefix::parse(text).value());
+    }
+    return read;
+}
+
 inline std::string text(const Pair &pair)
 {
     return std::to_string(pair.source.number - 0xc0000200) + ">" +

@@ -31,7 +31,7 @@ TEST(MsdpdRpf, TheOriginatorItselfWhenItIsAPeer)
 TEST(MsdpdRpf, APeerThatIsNotConnectedIsNobody)
 {
     Lab lab({1, 2, 3}, [](Config &config) {
-        config.peers.at(peer_address(1)).rpf = {{FAR, 32}};
+        config.peers.at(peer_address(1)).rpf = prefixes({"198.51.100.1/32"});
         config.peers.at(peer_address(2)).default_peer = true;
     });
     lab.routes.routes = {{FAR, {1, peer_address(3)}}};
@@ -63,8 +63,8 @@ TEST(MsdpdRpf, OneOfSeveralIsNotTheOnlyPeerWhileTheOthersAreDown)
 TEST(MsdpdRpf, TheLongestStaticPrefixDecides)
 {
     Lab lab({1, 2, 3}, [](Config &config) {
-        config.peers.at(peer_address(1)).rpf = {{{}, 0}, {{0xc6330000}, 16}};
-        config.peers.at(peer_address(2)).rpf = {{{0xc6336400}, 24}};
+        config.peers.at(peer_address(1)).rpf = prefixes({"0.0.0.0/0", "198.51.0.0/16"});
+        config.peers.at(peer_address(2)).rpf = prefixes({"198.51.100.0/24"});
     });
     lab.establish({1, 2, 3});
     EXPECT_EQ(choice(lab, FAR), "2 static");
@@ -75,10 +75,10 @@ TEST(MsdpdRpf, TheLongestStaticPrefixDecides)
 TEST(MsdpdRpf, AShorterPrefixDecidesWhileThePeersOfLongerOnesAreDown)
 {
     Lab lab({1, 2, 3, 4}, [](Config &config) {
-        config.peers.at(peer_address(1)).rpf = {{{}, 0}};
-        config.peers.at(peer_address(2)).rpf = {{{0xc6000000}, 8}, {{0xc6330000}, 16}, {{0xc7000000}, 8}};
-        config.peers.at(peer_address(3)).rpf = {{{0xc6336400}, 24}, {{0xc6337400}, 24}};
-        config.peers.at(peer_address(4)).rpf = {{FAR, 32}};
+        config.peers.at(peer_address(1)).rpf = prefixes({"0.0.0.0/0"});
+        config.peers.at(peer_address(2)).rpf = prefixes({"198.0.0.0/8", "198.51.0.0/16", "199.0.0.0/8"});
+        config.peers.at(peer_address(3)).rpf = prefixes({"198.51.100.0/24", "198.51.116.0/24"});
+        config.peers.at(peer_address(4)).rpf = prefixes({"198.51.100.1/32"});
     });
     EXPECT_EQ(choice(lab, FAR), "nobody none");
     lab.establish(1);
@@ -98,9 +98,9 @@ TEST(MsdpdRpf, AShorterPrefixDecidesWhileThePeersOfLongerOnesAreDown)
 TEST(MsdpdRpf, OfPeersWithTheSamePrefixTheLowestConnectedOneDecides)
 {
     Lab lab({1, 2, 3}, [](Config &config) {
-        config.peers.at(peer_address(1)).rpf = {{{0xc6336400}, 24}};
-        config.peers.at(peer_address(2)).rpf = {{{0xc6336400}, 24}};
-        config.peers.at(peer_address(3)).rpf = {{{0xc6330000}, 16}};
+        config.peers.at(peer_address(1)).rpf = prefixes({"198.51.100.0/24"});
+        config.peers.at(peer_address(2)).rpf = prefixes({"198.51.100.0/24"});
+        config.peers.at(peer_address(3)).rpf = prefixes({"198.51.0.0/16"});
     });
     lab.establish({2, 3});
     EXPECT_EQ(choice(lab, FAR), "2 static");
@@ -110,11 +110,13 @@ TEST(MsdpdRpf, OfPeersWithTheSamePrefixTheLowestConnectedOneDecides)
 
 TEST(MsdpdRpf, PrefixesOfANewConfigurationReplaceThoseBefore)
 {
-    Lab lab({1, 2}, [](Config &config) { config.peers.at(peer_address(1)).rpf = {{FAR, 32}, {{}, 0}}; });
+    Lab lab({1, 2}, [](Config &config) {
+        config.peers.at(peer_address(1)).rpf = prefixes({"198.51.100.1/32", "0.0.0.0/0"});
+    });
     lab.establish({1, 2});
     EXPECT_EQ(choice(lab, FAR), "1 static");
     lab.settings(1).rpf = {};
-    lab.settings(2).rpf = {{FAR, 32}};
+    lab.settings(2).rpf = prefixes({"198.51.100.1/32"});
     lab.configure();
     EXPECT_EQ(choice(lab, FAR), "2 static");
     EXPECT_EQ(choice(lab, {FAR.number + 1}), "nobody none");

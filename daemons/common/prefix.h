@@ -1,8 +1,8 @@
 /*
- * An address prefix: a range of groups.
+ * An address prefix: all addresses of a family that begin with the same bits.
  */
-#ifndef DAEMONS_MRIBD_PREFIX_H
-#define DAEMONS_MRIBD_PREFIX_H
+#ifndef DAEMONS_COMMON_PREFIX_H
+#define DAEMONS_COMMON_PREFIX_H
 
 #include <cstdint>
 #include <cstring>
@@ -11,15 +11,21 @@
 
 #include "mcast/common.h"
 
-namespace mribd
+namespace mcastd
 {
 
 struct Prefix {
     MCAST_ADDR_S address{}; // bits beyond the length are zero
     uint8_t length = 0;
 
+    // The prefix of that length to which the address belongs.
+    static Prefix of(const MCAST_ADDR_S &address, uint8_t length);
+
     // "239.255.0.0/16"; bits beyond the length may be anything. Nothing for other text.
     static std::optional<Prefix> parse(const std::string &text);
+
+    // Whether the address is in it.
+    bool covers(const MCAST_ADDR_S &other) const;
 
     // Whether the other one lies within this one, equal ones included.
     bool covers(const Prefix &other) const;
@@ -42,6 +48,6 @@ struct Prefix {
     }
 };
 
-} // namespace mribd
+} // namespace mcastd
 
 #endif
