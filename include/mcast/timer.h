@@ -81,8 +81,8 @@ MCAST_API void MCAST_TMR_Destroy(MCAST_TMR_S *manager);
  * Adds a timer that is due seconds from now, at 0xFFFFFFFF seconds since boot at the latest. callback may be
  * NULL; data points at four words that are copied, or is NULL for zeroes. When the earliest expiry changes,
  * counting an empty manager's as 0xFFFFFFFF, the platform timer is re-armed; a failure of that is not
- * reported and the next add, refresh or processing tries again. The manager owns the timer; the pointer
- * serves MCAST_TMR_RefreshNode and MCAST_TMR_DeleteNode. NULL when manager is NULL or memory is short.
+ * reported and the next add, refresh or processing tries again, whatever timer it is about. The manager owns
+ * the timer; the pointer serves MCAST_TMR_RefreshNode and MCAST_TMR_DeleteNode. NULL when manager is NULL or memory is short.
  * May be called from a timer's callback; a timer that is already due then runs in the same processing.
  * Logarithmic.
  */
@@ -91,8 +91,8 @@ MCAST_API MCAST_TMR_NODE_S *MCAST_TMR_AddNode(MCAST_TMR_S *manager, uint32_t sec
 
 /*
  * Makes a pending timer due seconds from now instead, at 0xFFFFFFFF at the latest. The platform timer is
- * re-armed only when the earliest expiry became earlier; when it became later the platform timer fires early
- * and processing re-arms it. MCAST_OK; MCAST_ERR_GENERAL when manager or node is NULL; or the platform's own
+ * re-armed only when the earliest expiry became earlier or the last attempt to arm it failed; when the earliest
+ * expiry became later the platform timer fires early and processing re-arms it. MCAST_OK; MCAST_ERR_GENERAL when manager or node is NULL; or the platform's own
  * code from re-arming, with the timer refreshed all the same. May be called from a timer's callback.
  * Logarithmic; never allocates.
  */

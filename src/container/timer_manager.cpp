@@ -4,7 +4,8 @@
  * The timers stand in a min-heap by expiry in whole seconds since boot. The platform timer is armed for the
  * top whenever the top came closer; when the top went away or became later it is left alone, fires early, and
  * the processing that follows finds nothing due and arms it again. So adding, refreshing or cancelling a
- * timer that is not the first costs no call of the platform beyond reading the time.
+ * timer that is not the first costs no call of the platform beyond reading the time. When the platform refuses
+ * to arm, the manager remembers it, and the next add, refresh or processing tries again.
  *
  * A timer is freed at one of two places: in DeleteNode while it stands in the heap, or in ProcExpires after
  * its callback. Between extraction and that free the callback runs, and it may hold a pointer to its own
@@ -41,6 +42,7 @@ struct Manager {
     MCAST_TMR_S stated;
     uint32_t *expiries; /* of the timer at each position; entry 0 is not used */
     uint64_t room;      /* positions that expiries has entries for */
+    bool arming_failed; /* the platform timer may be stopped, or armed for too late */
 };
 
 Manager *Private(MCAST_TMR_S *manager)
@@ -180,7 +182,7 @@ uint32_t DelayUntil(uint32_t expiry, uint32_t now)
 }
 
 /* Arms the platform timer for expiry; the platform's code when it refuses. */
-MCAST_STATUS Rearm(const MCAST_TMR_S *manager, uint32_t expiry)
+MCAST_STATUS Arm(const MCAST_TMR_S *manager, uint32_t expiry)
 {
     TIMER_ATTR_S attributes = {};
     uint32_t status = Timer_GetAttr(manager->service, manager->timer, &attributes, 0);
@@ -197,6 +199,21 @@ MCAST_STATUS Rearm(const MCAST_TMR_S *manager, uint32_t expiry)
         }
     }
     return Timer_SetStatus(manager->service, manager->timer, TIMER_STATE_ARM, delay_ms);
+}
+
+/* Arms the platform timer for the earliest expiry, and remembers a failure for the next that may try. */
+MCAST_STATUS Rearm(MCAST_TMR_S *manager)
+{
+    MCAST_STATUS status = Arm(manager, EarliestExpiry(manager));
+    Private(manager)->arming_failed = status != MCAST_OK;
+    return status;
+}
+
+/* After an add or a refresh: arms when the earliest expiry asks for it or an earlier attempt failed. */
+MCAST_STATUS RearmIf(MCAST_TMR_S *manager, bool needed)
+{
+    return needed || (Private(manager)->arming_failed && manager->heap->count != 0) ? Rearm(manager)
+                                                                                    : MCAST_OK;
 }
 
 /* Creates the platform timer, stopped; TIMER_NONE when it cannot be made or stopped. */
@@ -280,11 +297,7 @@ MCAST_TMR_NODE_S *MCAST_TMR_AddNode(MCAST_TMR_S *manager, uint32_t seconds, MCAS
         free(node);
         return nullptr;
     }
-    uint32_t expiry = EarliestExpiry(manager);
-
-    if (expiry != earliest) {
-        Rearm(manager, expiry);
-    }
+    RearmIf(manager, EarliestExpiry(manager) != earliest);
     return node;
 }
 
@@ -302,7 +315,7 @@ MCAST_STATUS MCAST_TMR_RefreshNode(MCAST_TMR_S *manager, MCAST_TMR_NODE_S *node,
     __builtin_prefetch(&view.expiries[node->position]);
     node->expiry = ExpiryAfter(seconds);
     if (node->expiry == previous || !IsPending(manager->heap, node)) {
-        return MCAST_OK;
+        return RearmIf(manager, false);
     }
     view.expiries[node->position] = node->expiry;
     if (node->expiry > previous) {
@@ -310,9 +323,7 @@ MCAST_STATUS MCAST_TMR_RefreshNode(MCAST_TMR_S *manager, MCAST_TMR_NODE_S *node,
     } else {
         mcast::HeapMoveUp(view, node->position);
     }
-    uint32_t expiry = EarliestExpiry(manager);
-
-    return expiry < earliest ? Rearm(manager, expiry) : MCAST_OK;
+    return RearmIf(manager, EarliestExpiry(manager) < earliest);
 }
 
 void MCAST_TMR_DeleteNode(MCAST_TMR_S *manager, MCAST_TMR_NODE_S *node)
@@ -329,6 +340,7 @@ MCAST_STATUS MCAST_TMR_ProcExpires(MCAST_TMR_S *manager)
         return MCAST_ERR_GENERAL;
     }
     Timer_SetStatus(manager->service, manager->timer, TIMER_STATE_STOP, 0);
+    Private(manager)->arming_failed = false;
     const MCAST_MINHEAP_S *heap = manager->heap;
     uint32_t now = Now();
 
@@ -340,7 +352,7 @@ MCAST_STATUS MCAST_TMR_ProcExpires(MCAST_TMR_S *manager)
         }
         free(node);
     }
-    return heap->count != 0 ? Rearm(manager, EarliestExpiry(manager)) : MCAST_OK;
+    return heap->count != 0 ? Rearm(manager) : MCAST_OK;
 }
 
 MCAST_STATUS MCAST_TMR_GetParam(const MCAST_TMR_S *manager, uint64_t out[4])

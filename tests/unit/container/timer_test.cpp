@@ -232,6 +232,58 @@ TEST_F(TimerManager, AddKeepsTheTimerWhenArmingFails)
     EXPECT_EQ(manager->heap->count, 3u);
 }
 
+TEST_F(TimerManager, AfterAFailedArmingTheNextAddArmsForTheUnchangedEarliest)
+{
+    platform.set_status[TIMER_STATE_ARM] = kRefused;
+    Add(5);
+    EXPECT_EQ(Calls(), "attr, enable, arm 5000");
+    Add(50);
+    EXPECT_EQ(Calls(), "attr, arm 5000") << "tried again, and refused again";
+    platform.set_status.clear();
+    Add(50);
+    EXPECT_EQ(Calls(), "attr, arm 5000");
+    Add(50);
+    EXPECT_EQ(Calls(), "") << "armed now";
+}
+
+TEST_F(TimerManager, AfterAFailedArmingTheNextRefreshArmsForTheUnchangedEarliest)
+{
+    MCAST_TMR_NODE_S *later = Add(50);
+    platform.set_status[TIMER_STATE_ARM] = kRefused;
+    Add(5);
+    EXPECT_EQ(MCAST_TMR_RefreshNode(manager, later, 60), kRefused);
+    EXPECT_EQ(MCAST_TMR_RefreshNode(manager, later, 60), kRefused) << "also when nothing changes";
+    Calls();
+    platform.set_status.clear();
+    EXPECT_EQ(MCAST_TMR_RefreshNode(manager, later, 60), MCAST_OK);
+    EXPECT_EQ(Calls(), "attr, arm 5000");
+    EXPECT_EQ(MCAST_TMR_RefreshNode(manager, later, 70), MCAST_OK);
+    EXPECT_EQ(Calls(), "") << "armed now";
+}
+
+TEST_F(TimerManager, AfterAFailedArmingARefreshThatMovesTheEarliestArmsForTheNewOne)
+{
+    platform.get_attr_status = kRefused;
+    MCAST_TMR_NODE_S *first = Add(5);
+    Add(50);
+    platform.get_attr_status = 0;
+    Calls();
+    EXPECT_EQ(MCAST_TMR_RefreshNode(manager, first, 60), MCAST_OK);
+    EXPECT_EQ(Calls(), "attr, enable, arm 50000");
+}
+
+TEST_F(TimerManager, AFailedArmingIsForgottenWithoutTimers)
+{
+    platform.set_status[TIMER_STATE_ARM] = kRefused;
+    MCAST_TMR_DeleteNode(manager, Add(5));
+    platform.set_status.clear();
+    Calls();
+    EXPECT_EQ(MCAST_TMR_ProcExpires(manager), MCAST_OK);
+    EXPECT_EQ(Calls(), "stop");
+    Add(0xFFFFFFFF);
+    EXPECT_EQ(Calls(), "") << "as in a manager that never had a timer";
+}
+
 TEST_F(TimerManager, AddFailsWithoutMemoryForTheTimerOrTheHeap)
 {
     for (int index = 0; index < 16; ++index) {
