@@ -17,9 +17,6 @@ MCAST_EXTERN_C_BEGIN
 /* What counts of a format. */
 #define MCAST_FORMAT_MAX 512
 
-/* The highest width and precision; a higher one counts as this. */
-#define MCAST_FORMAT_WIDTH_MAX 65535
-
 /* Buffer sizes, terminator included. */
 #define MCAST_INST_STR_SIZE 41
 #define MCAST_VRF_BRACKET_SIZE 34
@@ -37,7 +34,8 @@ MCAST_API extern uint32_t g_uiMcastAssertCnt;
  * interface index, 0 for none. args holds one argument for each conversion; the caller ends it.
  *
  * A conversion runs from a '%' to the next one. Flags (one or more of - + space # 0 '), width and precision
- * are those of printf, the last two in digits. Its letter is the first letter behind the '%':
+ * are those of printf, the last two in digits; a conversion with one above INT_MAX takes its argument and drops
+ * all text up to the next '%'. Its letter is the first letter behind the '%':
  *
  *   d i o u x X c    int32_t or uint32_t
  *   l                int32_t widened to 64 bits; d i o u x X follows, or another l and then one of these

@@ -121,8 +121,9 @@ bool PrintArgument(Line &line, const Directive &directive)
 void PrintSegment(Line &line, const char *begin, const char *end)
 {
     Directive directive = mcast::ReadDirective(begin + 1, end);
+    bool too_wide = directive.well_formed && mcast::IsTooWide(directive);
 
-    if (directive.well_formed) {
+    if (directive.well_formed && !too_wide) {
         if (PrintArgument(line, directive)) {
             mcast::Append(line.out, directive.end, static_cast<size_t>(end - directive.end));
         }
@@ -133,11 +134,13 @@ void PrintSegment(Line &line, const char *begin, const char *end)
     TextOutput out = line.out;
 
     line.out = mcast::OpenText(nullptr, 0);
+    directive.width = 0;
+    directive.precision = 0;
 
     bool taken = PrintArgument(line, directive);
 
     line.out = out;
-    if (taken) {
+    if (taken && !too_wide) {
         mcast::Append(line.out, begin, static_cast<size_t>(end - begin));
     }
 }

@@ -1,13 +1,11 @@
 /*
- * Conversions. What trace lines are made of (numbers with a width at most, whole strings) is printed here;
- * the rest goes to the C library, by a conversion written anew from what was read, so that nothing of the
- * caller's format reaches it unseen.
+ * Conversions. Integers, characters and strings are printed here; pointers, floating point and digits grouped
+ * as the locale says go to the C library, by a conversion written anew from what was read, so that nothing of
+ * the caller's format reaches it unseen.
  */
 #include "addr/format_directive.h"
 
 #include <stdio.h>
-
-#include "mcast/format.h"
 
 namespace mcast
 {
@@ -47,17 +45,17 @@ uint32_t FlagOf(char character)
     }
 }
 
-/* Reads digits from *text on and moves it behind them. */
+/* Reads digits from *text on and moves it behind them. Any number above kGreatestNumber is given as that plus one. */
 uint32_t ReadNumber(const char **text, const char *limit)
 {
-    uint32_t number = 0;
+    uint64_t number = 0;
     for (; *text < limit && IsDigit(**text); ++*text) {
         number = number * 10 + static_cast<uint32_t>(**text - '0');
-        if (number > MCAST_FORMAT_WIDTH_MAX) {
-            number = MCAST_FORMAT_WIDTH_MAX;
+        if (number > kGreatestNumber) {
+            number = uint64_t{kGreatestNumber} + 1;
         }
     }
-    return number;
+    return static_cast<uint32_t>(number);
 }
 
 bool IsInteger(char letter)
@@ -84,7 +82,7 @@ void ReadConversion(Directive &directive, const char *limit)
 template <typename Value>
 void PrintByLibrary(TextOutput &out, const Directive &directive, const char *length, Value value)
 {
-    char conversion[32]; /* '%', six flags, five digits, '.', five digits, length, letter */
+    char conversion[40]; /* '%', six flags, ten digits, '.', ten digits, length, letter */
     char *end = conversion;
 
     if (out.room == 0) {
@@ -149,13 +147,47 @@ char *WriteDecimal(char *end, uint64_t value)
     return end;
 }
 
-char *WriteHexadecimal(char *end, uint64_t value, const char *digits)
+/* The same with a base of two to the power of bits. */
+char *WriteBinaryBase(char *end, uint64_t value, uint32_t bits, const char *digits)
 {
     do {
-        *--end = digits[value & 0xf];
-        value >>= 4;
+        *--end = digits[value & ((1u << bits) - 1)];
+        value >>= bits;
     } while (value != 0);
     return end;
+}
+
+char *WriteDigits(char *end, uint64_t value, char conversion)
+{
+    switch (conversion) {
+    case 'x':
+        return WriteBinaryBase(end, value, 4, "0123456789abcdef");
+    case 'X':
+        return WriteBinaryBase(end, value, 4, "0123456789ABCDEF");
+    case 'o':
+        return WriteBinaryBase(end, value, 3, "01234567");
+    default:
+        return WriteDecimal(end, value);
+    }
+}
+
+/* What is written in front of an integer's digits. */
+const char *PrefixOf(const Directive &directive, uint64_t value)
+{
+    switch (directive.conversion) {
+    case 'd':
+    case 'i':
+        if (static_cast<int64_t>(value) < 0) {
+            return "-";
+        }
+        return (directive.flags & kPlus) != 0 ? "+" : (directive.flags & kSpace) != 0 ? " " : "";
+    case 'x':
+        return (directive.flags & kAlternate) != 0 && value != 0 ? "0x" : "";
+    case 'X':
+        return (directive.flags & kAlternate) != 0 && value != 0 ? "0X" : "";
+    default:
+        return "";
+    }
 }
 
 } // namespace
@@ -191,44 +223,48 @@ Directive ReadDirective(const char *text, const char *limit)
 
 void PrintInteger(TextOutput &out, const Directive &directive, uint64_t value)
 {
-    char digits[24];
-    char *end = digits + sizeof(digits);
-    char *begin = end;
-    bool is_signed = directive.conversion == 'd' || directive.conversion == 'i';
-    bool negative = is_signed && static_cast<int64_t>(value) < 0;
-
-    if (directive.has_precision || directive.conversion == 'o' || (directive.flags & ~(kLeft | kZero)) != 0) {
+    if ((directive.flags & kGrouped) != 0) {
         PrintByLibrary(out, directive, "l", value);
         return;
     }
-    if (is_signed || directive.conversion == 'u') {
-        begin = WriteDecimal(end, negative ? 0 - value : value);
-    } else {
-        begin = WriteHexadecimal(end, value,
-                                 directive.conversion == 'x' ? "0123456789abcdef" : "0123456789ABCDEF");
-    }
-    if (directive.flags == kZero) {
-        size_t length = static_cast<size_t>(end - begin) + negative;
+    char buffer[24];
+    char *end = buffer + sizeof(buffer);
+    const char *prefix = PrefixOf(directive, value);
+    bool negative = prefix[0] == '-';
+    char *digits = WriteDigits(end, negative ? 0 - value : value, directive.conversion);
 
-        Append(out, "-", negative);
-        AppendRepeated(out, '0', directive.width > length ? directive.width - length : 0);
-    } else if (negative) {
-        *--begin = '-';
+    if (value == 0 && directive.has_precision && directive.precision == 0) {
+        digits = end;
     }
-    if (directive.flags == kZero) {
-        Append(out, begin, static_cast<size_t>(end - begin));
-    } else {
-        AppendField(out, directive, begin, static_cast<size_t>(end - begin));
+    size_t prefix_length = strlen(prefix);
+    size_t length = static_cast<size_t>(end - digits);
+    size_t zeros = directive.precision > length ? directive.precision - length : 0;
+
+    if ((directive.flags & kAlternate) != 0 && directive.conversion == 'o' && zeros == 0 &&
+        (length == 0 || *digits != '0')) {
+        zeros = 1;
+    }
+    length += prefix_length + zeros;
+    size_t padding = directive.width > length ? directive.width - length : 0;
+
+    if ((directive.flags & kZero) != 0 && (directive.flags & kLeft) == 0 && !directive.has_precision) {
+        zeros += padding;
+        padding = 0;
+    }
+    if ((directive.flags & kLeft) == 0) {
+        AppendRepeated(out, ' ', padding);
+    }
+    Append(out, prefix, prefix_length);
+    AppendRepeated(out, '0', zeros);
+    Append(out, digits, static_cast<size_t>(end - digits));
+    if ((directive.flags & kLeft) != 0) {
+        AppendRepeated(out, ' ', padding);
     }
 }
 
 void PrintCharacter(TextOutput &out, const Directive &directive, int value)
 {
     char character = static_cast<char>(value);
-    if ((directive.flags & ~kLeft) != 0) {
-        PrintByLibrary(out, directive, "", value);
-        return;
-    }
     AppendField(out, directive, &character, 1);
 }
 
@@ -239,9 +275,9 @@ void PrintPointer(TextOutput &out, const Directive &directive, const void *value
 
 void PrintString(TextOutput &out, const Directive &directive, const char *value)
 {
-    if (value == nullptr || (directive.flags & ~kLeft) != 0) {
-        PrintByLibrary(out, directive, "", value);
-        return;
+    constexpr char kNull[] = "(null)";
+    if (value == nullptr) {
+        value = directive.has_precision && directive.precision < sizeof(kNull) - 1 ? "" : kNull;
     }
     AppendField(out, directive, value,
                 directive.has_precision ? strnlen(value, directive.precision) : strlen(value));

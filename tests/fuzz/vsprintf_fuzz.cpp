@@ -8,6 +8,7 @@
  */
 #include <algorithm>
 #include <arpa/inet.h>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -130,12 +131,39 @@ template <typename Value> std::string Printed(const std::string &format, Value v
     return text;
 }
 
-/* Widths and precisions above the greatest one count as that. */
-std::string Limited(const std::string &digits)
+/* Above it a number drops its segment; in between the C library needs minutes and gigabytes. */
+constexpr size_t kMostDigits = 10;
+constexpr uint64_t kGreatest = INT_MAX;
+constexpr uint64_t kGreatestTried = 100000;
+
+/* The value of a width or precision; all that are too great are alike. */
+uint64_t Value(const std::string &digits)
 {
     size_t first = digits.find_first_not_of('0');
-    std::string number = first == std::string::npos ? (digits.empty() ? "" : "0") : digits.substr(first);
-    return number.size() > 5 || (number.size() == 5 && number > "65535") ? "65535" : number;
+    if (first == std::string::npos) {
+        return 0;
+    }
+    return digits.size() - first > kMostDigits ? kGreatest + 1 : std::stoull(digits.substr(first));
+}
+
+/* The format with every number that the C library prints but at great cost made a smaller one. */
+std::string Affordable(const std::string &format)
+{
+    std::string made;
+    for (size_t at = 0; at < format.size();) {
+        size_t end = std::min(format.find_first_not_of("0123456789", at), format.size());
+
+        if (end == at) {
+            made += format[at++];
+            continue;
+        }
+        std::string digits = format.substr(at, end - at);
+        uint64_t value = Value(digits);
+
+        made += value > kGreatestTried && value <= kGreatest ? std::to_string(kGreatestTried) : digits;
+        at = end;
+    }
+    return made;
 }
 
 std::string AddressText(const MCAST_ADDR_S &addr)
@@ -233,10 +261,12 @@ void ReadSegment(Expected &expected, Bytes &bytes, const std::string &segment)
     }
     if (std::regex_match(segment, parts, kWellFormed) && parts[5].first == letter &&
         (parts[3].length() != 0 || parts[4].length() == 0)) {
-        std::string format = "%" + parts[1].str() + Limited(parts[2].str()) + parts[3].str() +
-                             Limited(parts[4].str()) + parts[5].str();
+        std::string format =
+            "%" + parts[1].str() + parts[2].str() + parts[3].str() + parts[4].str() + parts[5].str();
 
-        if (PrintArgument(expected, bytes, *letter, format, text)) {
+        if (Value(parts[2].str()) > kGreatest || Value(parts[4].str()) > kGreatest) {
+            PrintArgument(expected, bytes, *letter, "%" + parts[5].str(), text);
+        } else if (PrintArgument(expected, bytes, *letter, format, text)) {
             expected.text += text + parts[6].str();
         }
     } else if (PrintArgument(expected, bytes, *letter, *letter == 'l' ? "%ld" : std::string("%") + *letter,
@@ -274,7 +304,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     Bytes bytes(data, size);
     size_t room = bytes.Word(2) % 3000;
-    std::string format = bytes.Text(700);
+    std::string format = Affordable(bytes.Text(700));
     uint32_t if_filter = bytes.Byte() % 2;
     Expected expected = Read(format, bytes);
     auto buffer = std::make_unique<char[]>(room);

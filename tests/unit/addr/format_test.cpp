@@ -186,19 +186,51 @@ TEST_F(FormatLine, PlainTextIsCutToTheBuffer)
 
 TEST_F(FormatLine, HugeWidthsAndPrecisionsStayInTheBuffer)
 {
-    for (const char *format : {"%999999999999d", "%-99999999999999999999d", "%.2147483647d",
-                               "%0429496729600d", "%99999999999x", "%+99999999999u", "%.99999999999lu"}) {
+    for (const char *format : {"%2147483647d", "%-2147483647d", "%.2147483647d", "%02147483647d", "%100000x",
+                               "%+2147483647i", "%.2147483647lu", "%#.2147483647o"}) {
         Formatted line = FormatInto({}, 64, format, 7);
 
         EXPECT_EQ(line.result, 63u) << format;
         EXPECT_EQ(line.text.size(), 63u) << format;
     }
-    EXPECT_EQ(FormatInto({}, 64, "%2147483648s|", "x").text, std::string(63, ' '));
-    EXPECT_EQ(FormatInto({}, 64, "%-2147483648A|", &kAddr4).text.size(), 63u);
-    EXPECT_EQ(FormatInto({}, 64, "%.2147483648f|", 1.0).text.size(), 63u);
-    EXPECT_EQ(FormatInto({}, 64, "%99999c|", 'x').text, std::string(63, ' '));
-    EXPECT_EQ(FormatInto({}, 70000, "%65535d", 7).result, 65535u);
-    EXPECT_EQ(FormatInto({}, 70000, "%65536d", 7).result, 65535u);
+    EXPECT_EQ(FormatInto({}, 64, "%2147483647s|", "x").text, std::string(63, ' '));
+    EXPECT_EQ(FormatInto({}, 64, "%-2147483647A|", &kAddr4).text.size(), 63u);
+    EXPECT_EQ(FormatInto({}, 64, "%.99999f|", 1.0).text.size(), 63u);
+    EXPECT_EQ(FormatInto({}, 64, "%2147483647c|", 'x').text, std::string(63, ' '));
+}
+
+TEST_F(FormatLine, WidthsAndPrecisionsAreNotCut)
+{
+    std::string text(70000, 'x');
+
+    for (const char *format : {"%65536d|", "%70000d|", "%-70000d|", "%.70000u|", "%070000x|", "%+.70000d|"}) {
+        Formatted line = FormatInto({}, 100000, format, 7);
+        size_t expected = format == std::string("%65536d|")     ? 65537
+                          : format == std::string("%+.70000d|") ? 70002
+                                                                : 70001;
+
+        EXPECT_EQ(line.result, expected) << format;
+        EXPECT_EQ(line.text.back(), '|');
+    }
+    EXPECT_EQ(FormatInto({}, 100000, "%.70000s|", text.c_str()).result, 70001u);
+    EXPECT_EQ(FormatInto({}, 100000, "%.69999s|", text.c_str()).result, 70000u);
+    EXPECT_EQ(FormatInto({}, 100000, "%70000A|", &kAddr4).result, 70001u);
+    EXPECT_EQ(FormatInto({}, 100000, "%.70000f|", 1.0).result, 70003u);
+    EXPECT_EQ(FormatInto({}, 100000, "%70000p|", nullptr).result, 70001u);
+}
+
+TEST_F(FormatLine, NumbersAboveWhatTheCLibraryPrintsDropTheSegmentAndTakeTheArgument)
+{
+    EXPECT_EQ(Format("a%2147483648d b%d", 7, 8), "a8");
+    EXPECT_EQ(Format("a%.2147483648s b%d", "text", 8), "a8");
+    EXPECT_EQ(Format("a%.2147483648f b%d", 1.5, 8), "a8");
+    EXPECT_EQ(Format("a%-99999999999999999999999999999d b%d", 7, 8), "a8");
+    EXPECT_EQ(Format("a%4294967297.3x b%d", 7, 8), "a8") << "a number is not taken modulo anything";
+
+    FormatFilter filter;
+
+    filter.if_filter = 5;
+    EXPECT_EQ(FormatInto(filter, 100, "a %2147483648P b", 6).result, 0u) << "the interface is remembered";
 }
 
 TEST_F(FormatLine, MayBePrintedOverItsOwnFormat)
