@@ -106,6 +106,6 @@ uint32_t MCAST_GetIfIndexByIfName(const char *typeText, const char *numberText, 
     if (MCAST_IF_GetFullName(nameBuf, full_name) != MCAST_OK) {
         return 0;
     }
-    (void)snprintf(nameBuf, MCAST_IF_NAME_SIZE, "%s", full_name);
+    mcast::WriteCut(nameBuf, MCAST_IF_NAME_SIZE, full_name);
     return IF_GetIfIndexByFullName(full_name);
 }

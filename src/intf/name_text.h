@@ -5,6 +5,7 @@
 #ifndef SRC_INTF_NAME_TEXT_H
 #define SRC_INTF_NAME_TEXT_H
 
+#include <stddef.h>
 #include <stdint.h>
 #include <string.h>
 
@@ -44,6 +45,14 @@ inline uint32_t WriteHexIndex(char *out, uint32_t index)
     out[0] = '0';
     out[1] = 'x';
     return 2 + WriteNumber(out + 2, index, 16);
+}
+
+/* Writes as much of text as size bytes hold beside a terminator; size is not 0. */
+inline void WriteCut(char *out, size_t size, const char *text)
+{
+    size_t length = strnlen(text, size - 1);
+    memcpy(out, text, length);
+    out[length] = '\0';
 }
 
 } // namespace mcast
