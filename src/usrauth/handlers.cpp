@@ -1,6 +1,7 @@
 #include "usrauth/handlers.h"
 
 #include "event/guards.h"
+#include "event/table_by_type.h"
 #include "usrauth/detail.h"
 #include "usrauth/entries.h"
 #include "usrauth/node.h"
@@ -154,23 +155,24 @@ struct Handler {
     void (*handle)(const Message &message);
 };
 
-constexpr Handler kHandlers[USRAUTH_MSG_TYPES] = {
-    {true, OnAnnounce},      {false, OnWithdraw},     {true, OnUpdate},      {true, OnGroupList},
-    {false, OnGroupListEnd}, {false, OnRefreshBegin}, {false, OnRefreshEnd},
-};
+constexpr auto kHandlers = MakeTableByType<USRAUTH_MSG_TYPES, Handler>({
+    {USRAUTH_MSG_ANNOUNCE, {true, OnAnnounce}},
+    {USRAUTH_MSG_WITHDRAW, {false, OnWithdraw}},
+    {USRAUTH_MSG_UPDATE, {true, OnUpdate}},
+    {USRAUTH_MSG_GROUP_LIST, {true, OnGroupList}},
+    {USRAUTH_MSG_GROUP_LIST_END, {false, OnGroupListEnd}},
+    {USRAUTH_MSG_REFRESH_BEGIN, {false, OnRefreshBegin}},
+    {USRAUTH_MSG_REFRESH_END, {false, OnRefreshEnd}},
+});
 
 } // namespace
 
 /* The filter may end the store. */
 void HandleMessage(const Message &message)
 {
-    if (message.type >= USRAUTH_MSG_TYPES) {
-        return;
-    }
-    const Handler &handler = kHandlers[message.type];
-
-    if (!(handler.filtered && FilterDrops(message)) && g_store.open) {
-        handler.handle(message);
+    const Handler *handler = kHandlers.Find(message.type);
+    if (handler != nullptr && !(handler->filtered && FilterDrops(message)) && g_store.open) {
+        handler->handle(message);
     }
 }
 
