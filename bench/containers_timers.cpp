@@ -5,7 +5,7 @@
  *   libevent           an event from event_new for every timer, as ours takes a node from malloc
  *   libevent placed    events that stand in the caller's records: no allocation is measured
  *   libev              timers in the caller's records; libev takes the time from its loop without asking the
- * clock
+ *                      clock
  */
 #include <benchmark/benchmark.h>
 #include <time.h>

@@ -4,8 +4,9 @@
  *     Settings fresh;
  *     std::string error;
  *     if (mcastd::load_config(path, "mribd", [&](mcastd::ConfigTable &table) { fresh.read(table); }, &error))
- * { settings = fresh; } else { mcastd::log_error("%s", error.c_str());
- *     }
+ *         settings = fresh;
+ *     else
+ *         mcastd::log_error("%s", error.c_str());
  *
  * A ConfigTable gives typed values and throws ConfigError with file, line and column for the rest.
  */

@@ -1,14 +1,14 @@
 /*
  * Three facts of the store shape what follows:
  *
- *  - A user can be found by its interface only after user_online has returned. So the callback notes the
- * user, and settle asks for its information.
- *  - A changed address is told by no callback. So the message filter notes the IDs of all users that messages
+ *  - A user can be found by its interface only after user_online has returned. So the callback notes the user,
+ *    and settle asks for its information.
+ *  - No callback tells that an address changed. So the message filter notes the IDs of all users that messages
  *    name, and settle asks for their information again.
- *  - A group list that grew is told by no callback either; for those users hosts whose joins were refused are
+ *  - No callback tells that a group list grew either; the hosts of such a user whose joins were refused are
  *    asked again.
  *
- * A list that lost entries is told, and what the user has no right to any more ends within the callback.
+ * A callback tells that a list lost entries, and what the user has no right to any more ends within it.
  */
 #include "daemons/gmpd/user_service.h"
 

@@ -3,8 +3,8 @@
  *
  *     public instance      the kernel's default table
  *     has a VRF device     the number of the device's routing table, where the kernel looks for its ports
- *     other instances      the instance's index; the two numbers that are a default table of the kernel's,
- * 253 for IPv4 and 254 for IPv6, are passed over for the first that no index can be
+ *     other instances      the instance's index; the two numbers that are default tables of the kernel, 253 for
+ *                          IPv4 and 254 for IPv6, are replaced by the first number that no index can be
  */
 #include "daemons/mribd/instance.h"
 

@@ -12,7 +12,7 @@
  *                                     <--      SMOOTH_START
  *     REQ_PIM_DR, REQ_BOUNDARY, ...   -->
  *                                     <--      PIM_DR for each interface, PIM_DR_END,
- *                                            BOUNDARY for each range and scope, BOUNDARY_END, ...
+ *                                              BOUNDARY for each range and scope, BOUNDARY_END, ...
  *
  * The smooth start must follow the SSM policy: a client gives up a policy that was not confirmed by then.
  * Memberships need no request; a client reports all of them after each connect, and they live as long as its

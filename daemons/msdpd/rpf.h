@@ -6,9 +6,9 @@
  *      only peer     there is no other peer to choose
  *      static        the longest of the prefixes configured as rpf that covers the originator
  *      next hop      the unicast route to the originator goes through the peer
- *      direction     the unicast route to the peer leaves the same way as the one to the originator; of
- * several peers the one with the highest address default       the peers configured as default_peer, in the
- * order of the file
+ *      direction     the unicast route to the peer leaves the same way as the one to the originator; of several
+ *                    peers the one with the highest address
+ *      default       the peers configured as default_peer, in the order of the file
  *
  * Section 10.1.3 has two more rules about the paths of BGP; the kernel's routes do not tell those.
  * "direction" stands in for them: it finds the peer that the path towards the originator leads past. What is

@@ -1,5 +1,5 @@
 /*
- * A selector's words:  0: kind   1: properties, one bit each   2, 3, 4: type codes 0 to 191, one bit each
+ * A selector's words are 0: kind; 1: properties, one bit each; 2, 3, 4: type codes 0 to 191, one bit each.
  *
  * An interface is in the selector when its type is and when it has all the properties asked for. The one
  * property is that of a layer-3 interface: whatever is not a port of a bridge, a bond or the like. Belonging

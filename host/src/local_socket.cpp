@@ -6,12 +6,12 @@
  * Nothing is remembered in this process: descriptors are duplicated, inherited and closed without our being
  * told, so every fact is kept where the kernel moves it along with the socket.
  *
- *   - That a socket is ours is marked by its SO_RCVLOWAT, which message sockets do not use.
- *   - That a port is taken is asked of the kernel. A connect from a socket of the wrong type to a name
- * answers EPROTOTYPE when a socket is bound to it, listening or not, and ECONNREFUSED when the name was left
- * by a process that is gone. The probe never reaches the listener. Probe, removal of a dead name and bind
- *     happen under a lock file, so that of two daemons starting together exactly one gets the port; the lock
- *     goes with its holder, so a killed daemon blocks nobody.
+ *   - A socket of ours is marked by its SO_RCVLOWAT, which message sockets do not use.
+ *   - Whether a port is taken the kernel says. A connect from a socket of the wrong type to a name fails with
+ *     EPROTOTYPE when a socket is bound to it, listening or not, and with ECONNREFUSED when a process that is
+ *     gone left the name. The probe never reaches the listener. Probe, removal of a dead name and bind happen
+ *     under a lock file, so that of two daemons starting together exactly one gets the port; the lock goes
+ *     with its holder, so a killed daemon blocks nobody.
  *
  * The name needs no removal on close: a dead one is as good as none.
  */

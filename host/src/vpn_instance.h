@@ -1,9 +1,10 @@
 /*
  * VPN instances: those of the configuration and those that the kernel has as VRF devices.
  *
- *     [[vpn]] red, index 5, interfaces eth1 ──────────► instance 5 "red"     eth1, and eth2 as the device's
- * port device red,  table 100, port eth2  ─────────────►     (same name) device blue, table 200, port eth3
- * ─────────────► instance 200 "blue"  eth3 everything else ────────────────────────────────► instance 0
+ *     [[vpn]] red, index 5, interfaces eth1 ──┬──► instance 5 "red": eth1, and eth2 as the device's port
+ *     device red, table 100, port eth2 ───────┘
+ *     device blue, table 200, port eth3 ─────────► instance 200 "blue": eth3
+ *     everything else ───────────────────────────► instance 0
  *
  * A device is the entry of its name. A device without one has the number of its routing table as index and
  * its own name, unless that number is above 65535 or an entry's: then it is no instance, and what is in it

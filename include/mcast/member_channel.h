@@ -98,10 +98,15 @@ MCAST_API MCAST_BOOL MBR_LIB_IsAlreadyReg(uint32_t family);
 /*
  * Appends a message of the type with length bytes at payload, in host order and the caller's afterwards, and
  * flushes when flush is 1. A length of 0 appends nothing, so that with flush 1 what waits is sent; payload
- * may then be NULL. MCAST_OK, or MCAST_ERR_NOT_INIT  the channel is not open; MCAST_ERR_NO_BLOCK  refused and
- * counted: length is MBR_PAYLOAD_LIMIT or more, MBR_BLOCK_MAX datagrams wait and the socket takes none, or
- * memory is short; MCAST_ERR_GENERAL   payload is NULL with a length; MCAST_ERR_STOPPED   appended, but not
- * everything that waits could be sent. A refused message is refused whole; what waits stays as it is.
+ * may then be NULL. MCAST_OK, or
+ *
+ *   MCAST_ERR_NOT_INIT   the channel is not open
+ *   MCAST_ERR_NO_BLOCK   refused and counted: length is MBR_PAYLOAD_LIMIT or more, MBR_BLOCK_MAX datagrams wait
+ *                        and the socket takes none, or memory is short
+ *   MCAST_ERR_GENERAL    payload is NULL with a length
+ *   MCAST_ERR_STOPPED    appended, but not everything that waits could be sent
+ *
+ * A refused message is refused whole; what waits stays as it is.
  */
 MCAST_API MCAST_STATUS MBR_LIB_SendMsg(uint32_t family, uint16_t type, uint16_t length, const void *payload,
                                        uint16_t flush);

@@ -1,19 +1,26 @@
 /*
- * The heap's algorithms, once for every way of keeping it. A Keeper, a small value, provides
- *     heap                the heap record
- *     Reserve(), Shrink() room for one more element, false when there is none; giving idle slots back
- *     View()              access to the elements; invalid once Reserve or Shrink was called
+ * The heap's algorithms, once for every way of keeping it: the exported heap calls the functions that its
+ * creator gave, and the timer manager compares keys that it keeps beside the slots.
+ *
+ * A Keeper, a small value, provides
+ *
+ *     heap                    the heap record
+ *     Reserve()               makes room for one more element; false when there is none
+ *     Shrink()                gives idle slots back
+ *     View()                  access to the elements; invalid once Reserve or Shrink was called
+ *
  * and its View
- *     Item                an element in hand, cheap to copy
- *     At(position)        the item at a position
- *     Set(position, item) stores it there
- *     Put(position, item) stores it there and tells the element its position
- *     Compare(one, other) as MCAST_HEAP_COMPARE
- *     Prefetch(child, count)  fetches what the levels below the children child and child + 1 will need;
- * always inline, since a call of a function that only fetches is optimised away so that the exported heap can
- * call the functions its creator gave, and the timer manager can compare keys that it keeps beside the slots.
+ *
+ *     Item                    an element in hand, cheap to copy
+ *     At(position)            the item at a position
+ *     Set(position, item)     stores it there
+ *     Put(position, item)     stores it there and tells the element its position
+ *     Compare(one, other)     as MCAST_HEAP_COMPARE
+ *     Prefetch(child, count)  fetches what the levels below the children child and child + 1 will need; always
+ *                             inline, since a call of a function that only fetches is optimised away
+ *
  * Which elements are compared, in which order they are told their position, and that a moving element is told
- * also when it stays where it was, is part of the heap's contract and the same for all.
+ * its position even when it stays where it was, is part of the heap's contract and the same for all.
  */
 #ifndef SRC_CONTAINER_HEAP_CORE_H
 #define SRC_CONTAINER_HEAP_CORE_H

@@ -1,9 +1,10 @@
 /*
  * The multicast route table: two levels of radix trees.
  *
- *   group table (level 1)          MRT_GROUP_S 239.1.0.0/16 ── sources: table (level 0) ──
- * MRT_SOURCE_S 10.1.1.1/32 tree of groups       ──►     MRT_GROUP_S 239.2.2.2/32 ── sources: table (level 0)
- * ── MRT_SOURCE_S 10.0.0.0/8 └─ MRT_SOURCE_S 10.1.1.1/32
+ *   table, level 1 ─┬─ MRT_GROUP_S 239.1.0.0/16 ── sources: table, level 0 ─── MRT_SOURCE_S 10.1.1.1/32
+ *   (tree of groups)│
+ *                   └─ MRT_GROUP_S 239.2.2.2/32 ── sources: table, level 0 ─┬─ MRT_SOURCE_S 10.0.0.0/8
+ *                                                  (tree of sources)        └─ MRT_SOURCE_S 10.1.1.1/32
  *
  * Both levels are the same record; only its level tells what its entries are, and so what clearing deletes.
  * An entry begins with the pointer to its own copy of the address and the mask-length byte, which is all that

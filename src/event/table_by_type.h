@@ -34,7 +34,6 @@ template <size_t kTypes, typename Row, size_t kRows>
 consteval TableByType<Row, kTypes> MakeTableByType(const TypedRow<Row> (&typed_rows)[kRows])
 {
     TableByType<Row, kTypes> table = {};
-
     for (const TypedRow<Row> &typed : typed_rows) {
         if (table.named[typed.type]) {
             TypeIsNamedTwice();

@@ -1,8 +1,8 @@
 /*
  * Set-up and teardown of the channel.
  *
- * MRIB_GMP_Init:  connection record -> component record -> buffers -> view.
- * MRIB_GMP_Fini:  component record -> view -> buffers and queue. The socket is the client's to close before.
+ *   MRIB_GMP_Init:  connection record -> component record -> buffers -> view
+ *   MRIB_GMP_Fini:  component record -> view -> buffers and queue; the client closes the socket before
  *
  * All objects are constant-initialised as after MRIB_GMP_Fini: unconnected, the mutex usable, nothing held.
  * So a call in the wrong order finds an unconnected channel and an empty view, and releasing twice is

@@ -1,8 +1,8 @@
 /*
  * The store's life.
  *
- * MCAST_USRAUTH_Init:  lock -> hash tables -> trees. A failure on the way ends what was made, as Fini does.
- * MCAST_USRAUTH_Fini:  interface tree -> nodes with their users and timers -> refreshes -> details -> lock.
+ *   MCAST_USRAUTH_Init:  lock -> hash tables -> trees. A failure on the way ends what was made, as Fini does.
+ *   MCAST_USRAUTH_Fini:  interface tree -> nodes with their users and timers -> refreshes -> details -> lock.
  *
  * The interface tree goes before the users that it links. Everything is constant-initialised as after Fini:
  * the lock usable, the handles none.

@@ -6,7 +6,9 @@ increments   ++ and -- stand before what they change, unless the old value is us
 blank lines  a function's only blank line does not merely part its declarations from its statements;
              namespaces that open together open without blank lines between them
 comments     every line of a block comment begins with an asterisk, and only its last line holds the end:
-             a line without one was reflowed from its place, a drawing with it
+             a line without one was reflowed from its place
+drawings     drawings, tables and lists of a comment are indented by two or more, and a blank line parts them from
+             text behind them: text right behind one, or text with wide gaps, was once part of a drawing
 """
 import re
 import subprocess
@@ -100,6 +102,20 @@ def wrecked_comments(lines):
             inside = True
 
 
+def wrecked_drawings(lines):
+    inside, before = False, ""
+    for number, line in enumerate(lines, 1):
+        found = re.match(r"^\s*(?:\*(?!/)|//)(| .*)$", line) if inside or re.match(r"^\s*//", line) else None
+        text = found.group(1).rstrip() if found else None
+        if text and re.match(r"^ \S", text):
+            if before.startswith("  "):
+                yield number, "text right behind a drawing: reflowed from it, or a blank line is missing"
+            elif re.search(r"\S {2,}\S", text):
+                yield number, "text with wide gaps: a drawing is indented by two or more"
+        before = text or ""
+        inside = "*/" not in line and (inside or bool(re.match(r"^\s*/\*", line)))
+
+
 def main():
     listed = subprocess.run(["git", "-C", ROOT, "ls-files", "-co", "--exclude-standard", *FOLDERS],
                             check=True, capture_output=True, text=True).stdout.split("\n")
@@ -109,7 +125,8 @@ def main():
             continue
         text = (ROOT / path).read_text()
         lines = text.split("\n")
-        checks = [wrong_guard(path, text), late_increments(lines), idle_blank_lines(lines), wrecked_comments(lines)]
+        checks = [wrong_guard(path, text), late_increments(lines), idle_blank_lines(lines),
+                  wrecked_comments(lines), wrecked_drawings(lines)]
         for number, what in sorted(finding for check in checks for finding in check):
             print(f"{path}:{number}: {what}")
             findings += 1
