@@ -1,3 +1,25 @@
+/*
+ * From TOML to checked values. An operator's mistake must end the reading with one line that says where it
+ * is, what was found and what is allowed; and a daemon that reads its configuration again must be able to
+ * refuse the new text and keep the old. Both follow from two rules:
+ *
+ *   - Every step throws ConfigError; nothing is printed and nothing is kept. Whoever reads collects values
+ *     into something that is not in use yet, and exchanges it once everything was read.
+ *   - A table remembers each key that was asked for, also when it was absent. finish compares them with the
+ *     keys that the file has, so a misspelt key is found without a list of keys beside the code that reads
+ *     them.
+ *
+ *     root ""  ── tables("acl") ──► [[acl]]  ── tables("rule") ──► [[acl.rule]]
+ *      allowed_: acl                 allowed_: number, family, ...   allowed_: id, action, ...
+ *      finish()                      finish()                        finish()
+ *
+ * A ConfigTable is a view: it points at the file's name and at a table of the parser's tree, and both belong
+ * to the ConfigDocument. An absent table is a view of nothing, so that optional keys, defaults and finish
+ * work on it as on an empty one; its position is line 0, which an error leaves out.
+ *
+ * Text from the file appears in errors quoted, shortened and without control characters, because an error
+ * becomes one line of a log.
+ */
 #include "host/config/config_reader.h"
 
 #include <algorithm>

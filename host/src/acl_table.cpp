@@ -1,3 +1,15 @@
+/*
+ * The [[acl]] tables of the configuration as the ACL service asks them: found by family and number, rules in
+ * the order of their ids whatever the order of the file. Lists are vectors sorted by number, since they are
+ * written once and searched for every question.
+ *
+ * A basic list (numbers 2000 to 2999) compares one address, an advanced one (3000 to 3999) two. That shows
+ * in two places: the group type, by which the library learns which form to ask with, and the slots of a
+ * rule, the addresses that it compares at all. A rule without a slot matches everything of its instance.
+ *
+ * Everything is checked here, with the place in the file: numbers, ids and names used twice, patterns,
+ * instances that no [[vpn]] describes. So matching needs no checks and has no errors.
+ */
 #include "acl_table.h"
 
 #include <algorithm>

@@ -1,3 +1,17 @@
+/*
+ * Route netlink messages to records. A message is a fixed head and attributes, each a type, a length and a
+ * value:
+ *
+ *     nlmsghdr | ifinfomsg | IFLA_IFNAME | IFLA_MTU | IFLA_MASTER | IFLA_LINKINFO ...
+ *                                                                    └ IFLA_INFO_KIND, IFLA_INFO_DATA
+ *                                                                                       └ IFLA_VRF_TABLE
+ *     nlmsghdr | ifaddrmsg | IFA_ADDRESS | IFA_LOCAL | IFA_FLAGS ...
+ *
+ * Attributes are first sorted by type into an array, bounded by the library that parses them; then the
+ * fields are read from there. A value whose size is not that of its type counts as absent: kernels may send
+ * more attributes than are known here, but never another type under the same number. Text is cut to the
+ * record's field.
+ */
 #include "link_message.h"
 
 #include <algorithm>

@@ -1,3 +1,21 @@
+/*
+ * The kernel's links and addresses as a map, and the events that tell how it changed.
+ *
+ * Two sources write it. Notifications come one message at a time (apply_message). When the kernel had no
+ * room for one, everything is read anew and the map becomes the new picture (become). Both go through the
+ * same four steps, set and remove of a link and of an address, and each step emits an event only for a
+ * difference: reading everything anew tells no more than the notifications that were lost, and a message
+ * that says nothing new says nothing.
+ *
+ * What holds at each event:
+ *
+ *   - The map is already as the event says; the sink may look at it, and gets copies of what is gone.
+ *   - Addresses live inside their link: a link is added before its first address, and its addresses are
+ *     removed before it is. An address whose link is not known is dropped, because the kernel tells it again
+ *     behind the link.
+ *   - A rename comes as an event of its own, before the change of anything else that the same message told.
+ *   - become removes first and adds then, so that an address that moved to another link is never on both.
+ */
 #include "link_table.h"
 
 #include <algorithm>

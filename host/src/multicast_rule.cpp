@@ -1,6 +1,14 @@
 /*
- * An interface has two rules, because a packet that the machine sends itself is looked up by its outgoing
- * interface: nothing else tells then which instance it is of.
+ * Rules of the kernel's multicast routing: which of its multicast tables packets of an interface use.
+ *
+ * An interface needs a pair of rules. One is for packets that come in through it. The other is for packets
+ * that the machine itself sends, which are looked up by their outgoing interface: nothing else tells which
+ * instance they belong to. The pair is made and removed as one: when the second rule cannot be made, the
+ * first is removed.
+ *
+ * Rules outlive the process that made them. Ours are known by priority and protocol (RTPROT_MROUTED), so a
+ * daemon that starts again finds what its predecessor left, and rules of others are never touched. Removing
+ * a rule that is gone already is no failure: the end of a link removes its rules too.
  */
 #include "mcasthost/multicast_rule.h"
 

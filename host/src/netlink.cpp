@@ -1,3 +1,16 @@
+/*
+ * Sockets of the kernel's route protocol, in three kinds that differ in who waits:
+ *
+ *     notifications    the kernel speaks; never waits; a large receive buffer, for what does not fit is lost
+ *     requests         a change or a listing; waits for the acknowledgement, which ends the answer
+ *     questions        one message each way; never waits, because the kernel answers within the send
+ *
+ * Loss is the case to get right. When notifications were lost (ENOBUFS) everything that is still queued is
+ * older than the loss, so it is thrown away and the caller reads the whole state anew. A listing during
+ * which the state changed is marked by the kernel (NLM_F_DUMP_INTR) and fails with EINTR, for the caller to
+ * repeat. Answers carry the number of their request; what a request that was given up left behind is passed
+ * over.
+ */
 #include "netlink.h"
 
 #include <cerrno>

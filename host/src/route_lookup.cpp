@@ -1,3 +1,25 @@
+/*
+ * Questions to the kernel's unicast routes: which way a packet to an address would go. The kernel decides
+ * (rules, tables, VRF devices, multipath included); nothing of its tables is kept here, so an answer is
+ * never stale.
+ *
+ * Two kinds of question, by what the reverse path check needs:
+ *
+ *     Ask    where would a packet leave?        the chosen next hop: interface, gateway, source address
+ *     On     is there a route that leaves by    the matched route itself (RTM_F_FIB_MATCH): its prefix length
+ *            this interface?                    and metric, by which two ways are compared
+ *
+ * The second is put with the interface given, so the answer is about that interface even when the first next
+ * hop that the kernel lists is elsewhere; that is why its index is written over the answer's.
+ *
+ * An answer that is no unicast or local route (unreachable, prohibited, broadcast) is a failure, like no
+ * route at all. A question that was lost, because the kernel had no memory for the answer, is asked once
+ * more.
+ *
+ * HOST_RouteLookup opens a socket for each call, since its callers move between network namespaces. A lookup
+ * handle keeps its socket, which stays in the namespace where it was opened; after fork the child opens its
+ * own, because two processes on one socket would read each other's answers.
+ */
 #include <cerrno>
 #include <cstring>
 #include <memory>

@@ -1,3 +1,13 @@
+/*
+ * Same-join groups: a parent interface and the sub-interfaces that join what it joins.
+ *
+ *     g_registry.join_parents ──► tree of parents ──► each with a tree of sub-interfaces
+ *
+ * A parent exists while it has a sub-interface: the first one makes it, the last one takes it along. So a
+ * failure to add the first sub-interface removes the parent that was just made for it, and nothing empty
+ * stays. Both trees are the platform's, ordered by interface index; the registry's mutex guards them and the
+ * records in them.
+ */
 #include <stdlib.h>
 
 #include "event/guards.h"

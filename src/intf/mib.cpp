@@ -1,3 +1,16 @@
+/*
+ * MIB requests to the daemons: one short connection for each request, one message each way, and the caller's
+ * parser on the reply.
+ *
+ * Several instances of a daemon may have to be asked for one table. The two walks differ in how the next row
+ * is chosen: by index all instances are asked and a chooser compares what they found; by address they stand
+ * in order, and the first that has a row ends the search. When none has one, the results are folded into one
+ * (mcastMib_GetNextResult): any instance that failed otherwise makes the whole undecided, only absent
+ * instances mean no such entry, and everything else is the end of the table.
+ *
+ * Nothing here waits longer than the daemon takes to answer, and a daemon that vanishes is a failed
+ * exchange: sending raises no signal.
+ */
 #include "mcast/mib.h"
 
 #include <errno.h>

@@ -1,4 +1,15 @@
-/* Received records that change one thing of the view each. */
+/*
+ * Received records that change one thing of the view each.
+ *
+ * Every one of them goes the same way: find the instance, change it under its write lock, release the lock,
+ * tell the client. So a callback finds the change made and may ask for the view itself. A record of an
+ * instance that the view does not hold changes nothing and tells nothing.
+ *
+ * An interface's record exists only while it says something (designated router, scope, ranges); each change
+ * that takes something away ends with the question whether it still does. Each change also takes the stale
+ * mark from what it confirms: a re-synchronisation marks everything stale and its end removes what is still
+ * marked (replay.cpp).
+ */
 #include <string.h>
 
 #include "event/guards.h"

@@ -1,5 +1,17 @@
 /*
- * Re-synchronisation with the MRIB: the request to start one, and the records that end each replay.
+ * Re-synchronisation with the MRIB. After a new connection the client's view may say what is no longer true.
+ * It is not emptied, which would tell the daemon of changes that did not happen, but marked and swept:
+ *
+ *     SMOOTH_START   everything in the view is marked stale, and each kind of state is asked for again
+ *     records        what they confirm loses its mark (records.cpp)
+ *     ..._END        what still has its mark is removed, and the daemon is told of exactly that
+ *
+ * State of the instances and the SSM policy are asked for with the connection itself and marked then; a
+ * policy that was not confirmed is given up at SMOOTH_START.
+ *
+ * The sweep holds an instance's write lock and callbacks may not run under it. So it notes which interfaces
+ * changed, and the daemon is told from the notes when all locks are free. When memory for a note is short
+ * the view is right all the same and only the callback is missing.
  */
 #include <stdlib.h>
 
@@ -113,7 +125,7 @@ uint64_t EndReplay(bool (*sweep)(MRIB_GMP_VRF_S *, MRIB_GMP_IF_S *), InterfaceCa
     return MRIB_GMP_ClearSmoothFlag(smooth);
 }
 
-/* Forgets the ACL when the policy request of the connection has not confirmed it. True when it did. */
+/* Forgets an ACL that the policy request of the connection has not confirmed. True when there was one. */
 bool ForgetStaleAcl(MRIB_GMP_VRF_S *vrf) MCAST_EXCLUDES(vrf->lock)
 {
     WriteGuard guard(vrf->lock);

@@ -1,3 +1,12 @@
+/*
+ * What was received, counted twice: by kind and type for the operator's overview, and for each user that a
+ * message names.
+ *
+ * The second counts also messages about users that the store does not hold; those are the ones that an
+ * operator looks for. An agent can name any number of users, so records are made only up to a limit that the
+ * daemon sets; users beyond it are counted in the overview alone. Records stay until they are cleared,
+ * whatever becomes of the user.
+ */
 #include "usrauth/detail.h"
 
 #include <stdlib.h>

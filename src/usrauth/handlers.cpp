@@ -1,3 +1,15 @@
+/*
+ * One handler for each type of message. All follow one order: read the message whole, count it, check its
+ * kind, change the store under the write lock, tell the daemon without it.
+ *
+ * The daemon's filter sees messages that bring something (announcement, update, group list) before they
+ * count, and may drop them. It is the daemon's code and may do anything, up to ending the store: so the
+ * store is looked at again after it. Withdrawals, ends of lists and refreshes cannot be dropped, since
+ * without them what the store holds would never end.
+ *
+ * A message that does not fit is ignored, not answered: an unknown user, a kind that is none, entries that
+ * lie outside the message. Agents that lost track repeat everything in a refresh.
+ */
 #include "usrauth/handlers.h"
 
 #include "event/guards.h"

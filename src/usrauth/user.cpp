@@ -1,3 +1,18 @@
+/*
+ * A user's life: made from the message that announced it, overwritten by each later one, and removed from
+ * all places at once.
+ *
+ * A user stands in up to three places, besides the entries that it owns: its node's tree by user ID, its
+ * node's list of the kind, and the tree of interfaces when it has one. CreateUser and DeleteUser keep them
+ * together, and the node exists while it has a user.
+ *
+ * The record is one block with the room for the name behind it. Its size is that of the first name; a longer
+ * one in a later message is cut, so that the record never moves and pointers that other threads hold under
+ * the lock stay good.
+ *
+ * Removing tells the daemon first, while the user is still whole, and without the lock. The callback may
+ * remove users itself, this one included; HeldUser says afterwards whether it is still there.
+ */
 #include "usrauth/user.h"
 
 #include <stdlib.h>
