@@ -158,7 +158,8 @@ private:
     MCAST_MINHEAP_S *heap;
 };
 
-/* A binary heap with callbacks, written plainly: 1-based array that doubles, holes that sift. Not inlined, as
+/*
+ * A binary heap with callbacks, written plainly: 1-based array that doubles, holes that sift. Not inlined, as
  * it would not be from a library.
  */
 class Callbacks

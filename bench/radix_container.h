@@ -48,7 +48,8 @@ public:
     }
     virtual void Insert(size_t index) = 0;
     virtual void Delete(size_t index) = 0;
-    /* Each of these makes all lookups of the workload, so that no virtual call stands in the measured loop;
+    /*
+     * Each of these makes all lookups of the workload, so that no virtual call stands in the measured loop;
      * the result is the number of hits.
      */
     virtual size_t Exact() = 0;

@@ -11,7 +11,8 @@
 namespace radix_bench
 {
 
-/* The route table of libfrr, loaded when it is there. Debian has the library without headers, so what is used
+/*
+ * The route table of libfrr, loaded when it is there. Debian has the library without headers, so what is used
  * of it is described here: a prefix begins with family, length and an 8-aligned address, and the fields of a
  * node that callers use lie at the offsets below, which Usable tries out.
  */

@@ -31,7 +31,8 @@ typedef int32_t (*AVL_NODE_COMPARE)(const void *first, const void *second);
 /* Compares a record with a bare key: negative, 0 or positive as record sorts before, at or after key. */
 typedef int32_t (*AVL_KEY_COMPARE)(const void *record, const void *key);
 
-/* Receives a record that AVL_FreeAll or AVL_Fini has taken out of the tree, in order; it may free the record.
+/*
+ * Receives a record that AVL_FreeAll or AVL_Fini has taken out of the tree, in order; it may free the record.
  */
 typedef void (*AVL_FREE)(void *record);
 
@@ -44,7 +45,8 @@ void AVL_Fini(AVL_HANDLE tree);
 /* Takes every record out, passing each to the free function; the tree stays usable. 0 on success. */
 uint32_t AVL_FreeAll(AVL_HANDLE tree);
 
-/* Links the record. 0 on success; non-zero, and nothing changed, when an equal record is present or for NULL.
+/*
+ * Links the record. 0 on success; non-zero, and nothing changed, when an equal record is present or for NULL.
  */
 uint32_t AVL_Insert(AVL_HANDLE tree, void *record);
 

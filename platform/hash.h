@@ -12,7 +12,8 @@
 extern "C" {
 #endif
 
-/* A table handle; 0 means none, and every operation on it finds, removes and refuses as an empty table would.
+/*
+ * A table handle; 0 means none, and every operation on it finds, removes and refuses as an empty table would.
  */
 typedef uint64_t HASH_HANDLE;
 

@@ -17,7 +17,8 @@ MCAST_EXTERN_C_BEGIN
 #define MCAST_RC_MODULE 0x4A00000u
 #define MCAST_RC_TEXT_COUNT 55u
 
-/* A group that may be routed: 224.0.0.0/4 without 224.0.0.0/24. The second is a name of its own for the
+/*
+ * A group that may be routed: 224.0.0.0/4 without 224.0.0.0/24. The second is a name of its own for the
  * first.
  */
 MCAST_API MCAST_STATUS MCAST_GroupIPCheck(const char *text);

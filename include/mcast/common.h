@@ -34,7 +34,8 @@ typedef uint32_t MCAST_BOOL;
 
 /* Success. */
 #define MCAST_OK 0u
-/* Bad argument, allocation failure, lookup miss, not connected, socket error or rejected configuration text.
+/*
+ * Bad argument, allocation failure, lookup miss, not connected, socket error or rejected configuration text.
  */
 #define MCAST_ERR_GENERAL 0x40010001u
 /* A platform service did nothing and that counts as success; MIB: an instance failed with another error. */
@@ -75,7 +76,8 @@ typedef struct MCAST_ADDR_S {
 MCAST_STATIC_ASSERT(sizeof(MCAST_ADDR_S) == 20, "address record is 20 bytes");
 MCAST_STATIC_ASSERT(offsetof(MCAST_ADDR_S, address) == 4, "address bytes follow family and reserved");
 
-/* The instance key: an address family and the index of a VPN (VRF) instance; index 0 is the public instance.
+/*
+ * The instance key: an address family and the index of a VPN (VRF) instance; index 0 is the public instance.
  */
 typedef struct MRIB_GMP_VRF_KEY_S {
     uint8_t family;     /* MCAST_FAMILY_IPV4 or MCAST_FAMILY_IPV6 */

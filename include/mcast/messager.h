@@ -18,7 +18,8 @@
 
 MCAST_EXTERN_C_BEGIN
 
-/* What happens to a packet that the send function did not take whole. Any other value counts as KEEP_PACKET.
+/*
+ * What happens to a packet that the send function did not take whole. Any other value counts as KEEP_PACKET.
  */
 #define MESSAGER_KEEP_TAIL 0u   /* exactly the unsent bytes wait */
 #define MESSAGER_KEEP_PACKET 1u /* the whole packet waits */

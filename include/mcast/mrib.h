@@ -41,7 +41,8 @@ typedef struct MRIB_GMP_PENDING_S {
  * A key points at memory of the library that holds for the call only; VRF callbacks get family and index.
  */
 typedef struct MRIB_GMP_CALLBACKS_S {
-    /* After a successful connect, with the socket, for example to register it. Its result is OpenConnect's.
+    /*
+     * After a successful connect, with the socket, for example to register it. Its result is OpenConnect's.
      */
     uint64_t (*connected)(int32_t socket);
     /* Just before the socket is closed. */
@@ -364,7 +365,8 @@ MCAST_API uint64_t MRIB_GMP_SendProxyMultipathAlert(const MRIB_GMP_VRF_KEY_S *ke
                                                     uint32_t send_now)
     MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
-/* An authenticated user on the interface. block points at 16 bytes that are sent unchanged, like the bytes.
+/*
+ * An authenticated user on the interface. block points at 16 bytes that are sent unchanged, like the bytes.
  */
 MCAST_API uint64_t MRIB_GMP_SendMAuthUserInfo(const MRIB_GMP_VRF_KEY_S *key, const MCAST_USRAUTH_INFO_S *user,
                                               uint32_t if_index, const uint8_t *block, uint8_t byte1,

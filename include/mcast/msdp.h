@@ -114,7 +114,8 @@ MCAST_API uint64_t MRIB_MSDP_SendSmoothLocalSrcRequest(void) MCAST_EXCLUDES(g_st
  * within them, of another family or for an instance out of range change nothing and give MCAST_OK.
  */
 
-/* A local source was added or removed. An addition is told to the client. MCAST_ERR_GENERAL: memory is short.
+/*
+ * A local source was added or removed. An addition is told to the client. MCAST_ERR_GENERAL: memory is short.
  */
 MCAST_API uint64_t MRIB_MSDP_ProcLocalSrcChgTlv(uint16_t length, const void *value);
 
@@ -129,7 +130,8 @@ MCAST_API uint64_t MRIB_MSDP_ProcEncapdataReportTlv(uint16_t length, const void 
 
 /* ---- Queries ---- */
 
-/* 1 when the group is in the instance's SSM range: what its SSM ACL permits, without one 232.0.0.0/8; else 0.
+/*
+ * 1 when the group is in the instance's SSM range: what its SSM ACL permits, without one 232.0.0.0/8; else 0.
  */
 MCAST_API uint32_t MRIB_MSDP_IsSSMGroup(uint32_t vrf_index, uint32_t group_be);
 

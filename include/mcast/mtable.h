@@ -57,7 +57,8 @@ MCAST_STATIC_ASSERT(offsetof(MTABLE_GROUP_S, sources) == 56, "sources are aligne
 MCAST_STATIC_ASSERT(offsetof(MTABLE_GROUP_S, source_release) == 64, "release follows the sources");
 MCAST_STATIC_ASSERT(offsetof(MTABLE_GROUP_S, owner) == 72, "owner is last");
 
-/* The head of a source record. The caller writes the address before MTable_InsertSource and leaves it alone
+/*
+ * The head of a source record. The caller writes the address before MTable_InsertSource and leaves it alone
  * then.
  */
 typedef struct MTABLE_SOURCE_S {
@@ -117,7 +118,8 @@ MCAST_API int32_t MTable_SrcAvlKeyCmp(const void *first, const void *second);
 /* Makes table an empty table whose groups go to groupRelease. Fails when memory is short. */
 MCAST_API MCAST_STATUS MTable_Init(MTABLE_S *table, MTABLE_RELEASE groupRelease);
 
-/* Ends table: every group goes as MTable_FreeAll says, and the record is zeroed. A zeroed table stays as it
+/*
+ * Ends table: every group goes as MTable_FreeAll says, and the record is zeroed. A zeroed table stays as it
  * is.
  */
 MCAST_API void MTable_Fini(MTABLE_S *table);
@@ -165,7 +167,8 @@ MCAST_API MTABLE_SOURCE_S *MTable_SearchSourceInGroup(const MTABLE_GROUP_S *grou
 MCAST_API MTABLE_SOURCE_S *MTable_SearchSource(const MTABLE_S *table, const MCAST_ADDR_S *groupAddress,
                                                const MCAST_ADDR_S *sourceAddress);
 
-/* The first group after the address, which need not be in the table; with NULL the first group. NULL at the
+/*
+ * The first group after the address, which need not be in the table; with NULL the first group. NULL at the
  * end.
  */
 MCAST_API MTABLE_GROUP_S *MTable_GetNextGroup(const MTABLE_S *table, const MCAST_ADDR_S *address);

@@ -88,7 +88,8 @@ MCAST_STATIC_ASSERT(offsetof(MRT_SOURCE_S, user_data) == 24, "user data");
 MCAST_API MRT_TABLE_S *MRT_CreateTable(uint32_t family, const char *name, MRT_DATA_RELEASE group_release,
                                        MRT_DATA_RELEASE source_release);
 
-/* Clears the table and frees it. Open walks are detached and still deleted by their owners. NULL is ignored.
+/*
+ * Clears the table and frees it. Open walks are detached and still deleted by their owners. NULL is ignored.
  */
 MCAST_API void MRT_DestroyTable(MRT_TABLE_S *table);
 
@@ -127,7 +128,8 @@ MCAST_API MRT_SOURCE_S *MRT_CreateEntryMask(MRT_TABLE_S *table, const MCAST_ADDR
 /* The entry stored exactly under (address, length), or NULL; NULL arguments give NULL. */
 MCAST_API void *MRT_LocateMask(const MRT_TABLE_S *table, const MCAST_ADDR_S *address, uint32_t length);
 
-/* MRT_LocateMask at full length: 32 for an IPv4 address, 128 for any other family. NULL arguments give NULL.
+/*
+ * MRT_LocateMask at full length: 32 for an IPv4 address, 128 for any other family. NULL arguments give NULL.
  */
 MCAST_API void *MRT_Locate(const MRT_TABLE_S *table, const MCAST_ADDR_S *address);
 
@@ -140,7 +142,8 @@ MCAST_API MRT_SOURCE_S *MRT_LocateSourceMask(const MRT_TABLE_S *table, const MCA
 MCAST_API MRT_SOURCE_S *MRT_LocateSource(const MRT_TABLE_S *table, const MCAST_ADDR_S *group,
                                          const MCAST_ADDR_S *source);
 
-/* The entry with the longest prefix of at most length bits that covers address, or NULL. NULL arguments give
+/*
+ * The entry with the longest prefix of at most length bits that covers address, or NULL. NULL arguments give
  * NULL.
  */
 MCAST_API void *MRT_BestMatch(const MRT_TABLE_S *table, const MCAST_ADDR_S *address, uint32_t length);
@@ -203,11 +206,13 @@ MCAST_API void MRT_DeleteWalk(MRT_WALK_S *walk);
  */
 MCAST_API void MRT_RemoveNode(MRT_TABLE_S *table, void *entry);
 
-/* Takes the source out of its group, releases its user data and frees it; the group stays. NULL is ignored.
+/*
+ * Takes the source out of its group, releases its user data and frees it; the group stays. NULL is ignored.
  */
 MCAST_API void MRT_DeleteSource(MRT_SOURCE_S *source);
 
-/* Takes the group out of its table, deletes its sources, releases its user data and frees it. NULL is
+/*
+ * Takes the group out of its table, deletes its sources, releases its user data and frees it. NULL is
  * ignored.
  */
 MCAST_API void MRT_DeleteGroup(MRT_GROUP_S *group);

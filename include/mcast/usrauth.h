@@ -96,7 +96,8 @@ MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_S, node) == 160, "the node is al
 MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_S, groups) == 176, "the table follows the list link");
 MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_USER_S, name) == 200, "the name follows the table");
 
-/* One (source, group) pair that a user may join; the group is head.group. The library allocates and frees it.
+/*
+ * One (source, group) pair that a user may join; the group is head.group. The library allocates and frees it.
  */
 typedef struct MCAST_USRAUTH_ENTRY_S {
     MTABLE_SOURCE_S head;
@@ -119,12 +120,14 @@ typedef struct MCAST_USRAUTH_ENTRY_S {
  * MCAST_USRAUTH_Init; a user given to one holds until the callback returns or deletes it.
  */
 typedef struct MCAST_USRAUTH_CALLBACKS_S {
-    /* The group list of a new user has ended. The callback may store the user's interface, which starts at 0
+    /*
+     * The group list of a new user has ended. The callback may store the user's interface, which starts at 0
      * = none; for users of kind 2 what it stores is not used. The user cannot be found by it before it
      * returns.
      */
     void (*user_online)(MCAST_USRAUTH_USER_S *user, uint32_t *if_index);
-    /* A user that has an interface is about to be deleted or set up again. A user of kind 2 has one from its
+    /*
+     * A user that has an interface is about to be deleted or set up again. A user of kind 2 has one from its
      * announcement on. MCAST_USRAUTH_RefreshAllUserByNodeRemove is not to be called from here.
      */
     void (*user_offline)(MCAST_USRAUTH_USER_S *user);
@@ -132,11 +135,13 @@ typedef struct MCAST_USRAUTH_CALLBACKS_S {
     void (*user_changed)(MCAST_USRAUTH_USER_S *user, uint32_t change_mask);
     /* A refresh of a kind on a node has ended. Users to be deleted may still be there. */
     void (*refresh_ended)(uint16_t node, uint32_t kind);
-    /* up 1: the first user of the kind appeared on the node; up 0: the node has no user of the kind (left),
+    /*
+     * up 1: the first user of the kind appeared on the node; up 0: the node has no user of the kind (left),
      * told after deletions of single users and after a withdrawal that names the kind. kind is 0 to 6.
      */
     void (*node_kind_changed)(uint16_t node, uint32_t kind, uint32_t up);
-    /* An announcement, update or group list arrived: the connection's descriptor and the value of length
+    /*
+     * An announcement, update or group list arrived: the connection's descriptor and the value of length
      * bytes, which holds for the call only. MCAST_USRAUTH_FILTER_DROP drops it before it is counted.
      */
     uint32_t (*message_filter)(int32_t descriptor, const void *value, uint16_t length);
@@ -208,7 +213,8 @@ MCAST_STATIC_ASSERT(offsetof(MCAST_USRAUTH_DETAIL_FILTER_S, user_id) == 8, "the 
 
 #define MCAST_USRAUTH_DETAIL_FROM 1u
 
-/* Called for each detail record of a walk. MCAST_OK goes on, anything else stops it. It may clear the
+/*
+ * Called for each detail record of a walk. MCAST_OK goes on, anything else stops it. It may clear the
  * records, but not use this one afterwards.
  */
 typedef uint32_t (*MCAST_USRAUTH_DETAIL_CALLBACK)(MCAST_USRAUTH_MSG_DETAIL_S *record, void *argument);
@@ -290,7 +296,8 @@ MCAST_API MCAST_STATUS MCAST_USRAUTH_WalkAllUserByIfIndex(const MCAST_USRAUTH_US
                                                           MCAST_USRAUTH_USER_CALLBACK entryCallback,
                                                           void *argument) MCAST_EXCLUDES(g_stUsrAuthRWLock);
 
-/* The number of the user's node. user is one given to a callback, not NULL. Any thread that holds the lock.
+/*
+ * The number of the user's node. user is one given to a callback, not NULL. Any thread that holds the lock.
  */
 MCAST_API uint16_t MCAST_USRAUTH_GetNode(const MCAST_USRAUTH_USER_S *user);
 

@@ -71,7 +71,8 @@ MTABLE_SOURCE_S *FirstSource(const MTABLE_GROUP_S *group, const MTABLE_WALK_S *p
     return source;
 }
 
-/* The code of the last source visited, 0 when there is none; MCAST_WALK_AGAIN leaves the cursor at its
+/*
+ * The code of the last source visited, 0 when there is none; MCAST_WALK_AGAIN leaves the cursor at its
  * source.
  */
 uint32_t WalkSources(const Walk &walk, MTABLE_GROUP_S *group)

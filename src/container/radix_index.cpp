@@ -8,7 +8,8 @@ namespace mcast::radix
 namespace
 {
 
-/* Below the first number of entries a descent is as fast; the gap to the second keeps it from coming and
+/*
+ * Below the first number of entries a descent is as fast; the gap to the second keeps it from coming and
  * going.
  */
 constexpr uint32_t kIndexFrom = 256;

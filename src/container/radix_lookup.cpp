@@ -31,7 +31,8 @@ unsigned AddressSize(unsigned family)
     return family == MCAST_FAMILY_IPV4 ? 4 : 16;
 }
 
-/* The number of leading bits that the mask of a length keeps: none for a length above the family's maximum.
+/*
+ * The number of leading bits that the mask of a length keeps: none for a length above the family's maximum.
  */
 unsigned MaskBits(unsigned family, unsigned length)
 {

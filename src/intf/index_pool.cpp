@@ -76,7 +76,8 @@ bool AddRange(IndexPool *pool, FreeRange *previous, uint32_t lo, uint32_t hi)
     return true;
 }
 
-/* Takes a range out of tree and list and frees it. previous comes before it in the list, NULL for the first.
+/*
+ * Takes a range out of tree and list and frees it. previous comes before it in the list, NULL for the first.
  */
 void RemoveRange(IndexPool *pool, FreeRange *previous, FreeRange *range)
 {

@@ -42,7 +42,8 @@ void ClosePool(IndexPool *pool);
 /* Makes every index free and the cache empty. False when memory is short; then no index is free. */
 bool ResetPool(IndexPool *pool);
 
-/* Makes a free index that is not in the cache used. False, changing nothing, when it is none or memory is
+/*
+ * Makes a free index that is not in the cache used. False, changing nothing, when it is none or memory is
  * short.
  */
 bool ReserveIndex(IndexPool *pool, uint32_t index);

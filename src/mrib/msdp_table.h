@@ -32,7 +32,8 @@ struct GroupSource {
     uint64_t flags;
 };
 
-/* For the instance's tree: orders RP nodes by address as an unsigned number, and frees one with all it holds.
+/*
+ * For the instance's tree: orders RP nodes by address as an unsigned number, and frees one with all it holds.
  */
 int32_t CompareRpNodes(const void *first, const void *second);
 void FreeRpNode(void *node);

@@ -31,7 +31,8 @@ RDX_PREFIX_S RangeOf(const MRIB_BOUNDARY_S &record, uint8_t tree_index)
     return range;
 }
 
-/* Applies an added boundary and sets the operation that the client is told. False when it could not be made.
+/*
+ * Applies an added boundary and sets the operation that the client is told. False when it could not be made.
  */
 bool AddBoundary(MRIB_GMP_VRF_S *vrf, const MRIB_BOUNDARY_S &record, uint32_t *operation)
     MCAST_REQUIRES(vrf->lock)

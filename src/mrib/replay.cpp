@@ -150,7 +150,8 @@ void MarkViewStale()
     }
 }
 
-/* Asks for one replay when the client has the capability, and notes in the smooth flags that it is awaited.
+/*
+ * Asks for one replay when the client has the capability, and notes in the smooth flags that it is awaited.
  */
 uint64_t RequestReplay(MRIB_GMP_CONNECT_S *connection, uint64_t capability, uint16_t type, uint64_t smooth)
     MCAST_REQUIRES(connection->lock)

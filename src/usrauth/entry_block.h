@@ -37,7 +37,8 @@ public:
     EntryAllocator(const EntryAllocator &) = delete;
     EntryAllocator &operator=(const EntryAllocator &) = delete;
 
-    /* A zeroed group; nullptr when memory is short. expected is how many more may be wanted, this included.
+    /*
+     * A zeroed group; nullptr when memory is short. expected is how many more may be wanted, this included.
      */
     Group *Take(uint32_t expected);
 

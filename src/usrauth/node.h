@@ -35,7 +35,8 @@ void UnlinkKind(User *user) MCAST_REQUIRES(g_stUsrAuthRWLock);
 /* Calls node_kind_changed. */
 void TellNodeKind(uint16_t number, uint32_t kind, uint32_t up) MCAST_EXCLUDES(g_stUsrAuthRWLock);
 
-/* Calls node_kind_changed with up 0 when the node has no user of the kind. Kinds without a list are ignored.
+/*
+ * Calls node_kind_changed with up 0 when the node has no user of the kind. Kinds without a list are ignored.
  */
 void TellIfKindIsGone(uint16_t number, uint32_t kind) MCAST_EXCLUDES(g_stUsrAuthRWLock);
 

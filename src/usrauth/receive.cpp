@@ -13,7 +13,8 @@ namespace mcast::usrauth
 namespace
 {
 
-/* Handles the messages of one read. A callback may end the store or close the connection, and the rest with
+/*
+ * Handles the messages of one read. A callback may end the store or close the connection, and the rest with
  * it.
  */
 void HandleRead(int32_t descriptor, const uint8_t *data, size_t size) MCAST_EXCLUDES(g_stUsrAuthRWLock)

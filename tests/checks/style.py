@@ -5,8 +5,8 @@ guards       an include guard spells the header's path
 increments   ++ and -- stand before what they change, unless the old value is used
 blank lines  a function's only blank line does not merely part its declarations from its statements;
              namespaces that open together open without blank lines between them
-comments     every line of a block comment begins with an asterisk, and only its last line holds the end:
-             a line without one was reflowed from its place
+comments     a block comment opens and ends with a line of its own, and every line between begins with an
+             asterisk: a line without one was reflowed from its place
 drawings     drawings, tables and lists of a comment are indented by two or more, and a blank line parts them from
              text behind them: text right behind one, or text with wide gaps, was once part of a drawing
 """
@@ -100,6 +100,8 @@ def wrecked_comments(lines):
                     yield number, "the end of a comment of several lines has no line of its own"
         elif re.match(r"^\s*/\*(?!.*\*/)", line):
             inside = True
+            if not re.match(r"^\s*/\*$", line):
+                yield number, "the begin of a comment of several lines has no line of its own"
 
 
 def wrecked_drawings(lines):

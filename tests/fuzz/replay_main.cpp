@@ -1,4 +1,5 @@
-/* Runs a fuzz target over the files of a folder, each in a block of exactly its size. Fails when there is
+/*
+ * Runs a fuzz target over the files of a folder, each in a block of exactly its size. Fails when there is
  * none.
  */
 #include <cstdint>

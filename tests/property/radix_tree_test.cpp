@@ -250,7 +250,8 @@ private:
         QueryModel(*key, length);
     }
 
-    /* What the meaning of prefixes says, where the keys' bits or families do not make the answer a matter of
+    /*
+     * What the meaning of prefixes says, where the keys' bits or families do not make the answer a matter of
      * definition.
      */
     void QueryModel(const MCAST_ADDR_S &record, unsigned length)

@@ -37,7 +37,8 @@ inline Bytes KeyBelow(const Oracle &oracle, Node *node)
     return oracle.KeyBytes(oracle.RecordOf(node->entry));
 }
 
-/* A child hangs below its node, has more bits, shares the node's bits and stands on the side of its next one.
+/*
+ * A child hangs below its node, has more bits, shares the node's bits and stands on the side of its next one.
  */
 inline void ValidateChild(const Oracle &oracle, Node *node, Node *child)
 {

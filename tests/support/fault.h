@@ -22,7 +22,8 @@ bool Fired();
 /* Blocks taken and not yet freed by the code under test since the program started. */
 long LiveBlocks();
 
-/* Runs body with the 1st, 2nd, ... allocation failing until a run needs no more; the index is its argument.
+/*
+ * Runs body with the 1st, 2nd, ... allocation failing until a run needs no more; the index is its argument.
  */
 template <typename Body> unsigned long ForEveryAllocation(Body body)
 {

@@ -22,7 +22,8 @@ void Put(Bytes *bytes, size_t offset, size_t size, uint64_t number);
 /* A message of the type with the value, which says how long it is. */
 Bytes Message(uint16_t type, const Bytes &value);
 
-/* One entry of 32 bytes: source and group. For the family IPv4 a byte stands for 10.0.0.s and 239.0.0.g, for
+/*
+ * One entry of 32 bytes: source and group. For the family IPv4 a byte stands for 10.0.0.s and 239.0.0.g, for
  * IPv6 for 2001::s and ff0e::g.
  */
 struct Pair {

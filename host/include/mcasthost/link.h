@@ -36,7 +36,8 @@ typedef struct HOST_LINK_S {
     uint32_t vrf_table; /* of a VRF device: its routing table; otherwise 0 */
 } HOST_LINK_S;
 
-/* Flags of an address. SECONDARY: IPv4, not the first of its subnet. TENTATIVE: not usable as a source yet.
+/*
+ * Flags of an address. SECONDARY: IPv4, not the first of its subnet. TENTATIVE: not usable as a source yet.
  */
 #define HOST_ADDRESS_SECONDARY 0x1u
 #define HOST_ADDRESS_TENTATIVE 0x2u
@@ -86,7 +87,8 @@ HOST_API void HOST_LinkClose(HOST_LINK_TABLE table);
 /* Fills *link for the interface index. 0, or HOST_FAILED when there is none (*link is untouched). */
 HOST_API uint32_t HOST_LinkGetByIndex(HOST_LINK_TABLE table, uint32_t if_index, HOST_LINK_S *link);
 
-/* Fills *link for the name. 0, or HOST_FAILED when there is none (*link is untouched). Linear in the links.
+/*
+ * Fills *link for the name. 0, or HOST_FAILED when there is none (*link is untouched). Linear in the links.
  */
 HOST_API uint32_t HOST_LinkGetByName(HOST_LINK_TABLE table, const char *name, HOST_LINK_S *link);
 
