@@ -32,7 +32,7 @@ constexpr size_t LONGEST_NAME = 63;
 constexpr uint32_t GROUP_TWO_IPV4 = 2;
 constexpr uint32_t GROUP_TWO_IPV6 = 7;
 
-// What of a list concerns its rules.
+// What the rules of a list need to know about it.
 struct ListKind {
     AclFamily family;
     bool basic;

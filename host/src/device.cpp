@@ -1,5 +1,6 @@
 /*
- * The nodes of the router as the configuration describes them: one, this machine, unless it says otherwise.
+ * The nodes of the router as the configuration describes them: one, this machine, unless the configuration
+ * says otherwise.
  */
 #include "platform/device.h"
 

@@ -4,8 +4,8 @@
  * mc_forwarding itself then, which nobody else can, and neither looks at ip_forward nor at its IPv6 twin.
  * These are left alone, since they would make a router for unicast of a machine that may not be one, and have
  * it drop the routes that it learnt from router advertisements. So to start forwarding is to find out whether
- * the routing socket will be able to work: it is asked for the version of the interface, which a socket can
- * that does not take the routing over.
+ * the routing socket will be able to work: it is asked for the version of the interface, which works on a
+ * socket that does not take the routing over.
  */
 #include <algorithm>
 #include <cerrno>

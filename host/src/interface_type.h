@@ -9,10 +9,10 @@
 namespace host
 {
 
-// The code of what has none of its own; the codes of types are below it.
+// The code of an interface whose type has no code of its own; the codes of types are below it.
 constexpr uint32_t TYPE_OTHER = 128;
 
-// How a type is called; brief is the abbreviation.
+// The names of a type; brief is the abbreviation.
 struct TypeName {
     uint32_t type;
     const char *full;

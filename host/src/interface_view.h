@@ -17,7 +17,7 @@
 namespace host
 {
 
-// A link table's share in the view. The table's thread feeds it, before it tells of the change.
+// A link table's share in the view. The table's thread feeds it before it reports the change.
 class InterfaceFeed
 {
 public:
@@ -49,7 +49,7 @@ bool find_interface(const char *name, HOST_LINK_S *link);
 // the view.
 bool find_interface(const std::function<bool(const HOST_LINK_S &)> &wanted, HOST_LINK_S *link);
 
-// find_interface with what a C caller can bear: no exceptions, and errno as it was.
+// find_interface for C callers: throws nothing and leaves errno alone.
 template <typename Key> bool find_interface_quietly(const Key &key, HOST_LINK_S *link)
 {
     const int saved = errno;

@@ -12,12 +12,12 @@ namespace host
 {
 
 /*
- * Reads a RTM_NEWLINK or RTM_DELLINK message. False for malformed ones and for those that tell of something
- * else than the link itself (a bridge port, a protocol's view of it).
+ * Reads a RTM_NEWLINK or RTM_DELLINK message. False for malformed messages and for those that are not about
+ * the link itself (a bridge port, a protocol's view of it).
  */
 bool read_link(const nlmsghdr *message, HOST_LINK_S *link);
 
-// Reads a RTM_NEWADDR or RTM_DELADDR message. False for malformed ones and for other families.
+// Reads a RTM_NEWADDR or RTM_DELADDR message. False for malformed messages and for other families.
 bool read_address(const nlmsghdr *message, HOST_ADDRESS_S *address);
 
 } // namespace host

@@ -18,8 +18,8 @@ bool is_local_socket(int fd);
 // Whether the address is of the family of local sockets.
 bool is_local_address(const sockaddr *address, socklen_t length);
 
-// Who has a port: a live process, one that is gone and left the name, nobody; or, with errno set, that is not
-// to be found out. A listener does not notice.
+// Who has a port: a live process, one that ended and left the name, nobody; or, with errno set, that cannot
+// be found out. The listener does not notice the question.
 enum class PortUse { bound, left, unused, unknown };
 PortUse local_port_use(const RuntimeDir &dir, unsigned port);
 

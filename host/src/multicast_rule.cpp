@@ -35,7 +35,7 @@ struct Rule {
     uint32_t table = 0;
 };
 
-// What is read of any rule.
+// What a listing says about any rule.
 struct ReadRule {
     Rule rule;
     uint32_t priority = 0;
@@ -44,7 +44,7 @@ struct ReadRule {
 
 constexpr uint16_t DIRECTIONS[] = {FRA_IIFNAME, FRA_OIFNAME};
 
-// The rules of multicast tables are those of families of their own.
+// The rules of multicast tables have families of their own.
 uint8_t rule_family(uint8_t family)
 {
     return family == AF_INET ? RTNL_FAMILY_IPMR : RTNL_FAMILY_IP6MR;
@@ -99,7 +99,7 @@ int read_attribute(const nlattr *attribute, void *data)
     return MNL_CB_OK;
 }
 
-// Keeps those that are ours.
+// Keeps the rules that are ours.
 void read_rule(const nlmsghdr *message, void *context)
 {
     if (message->nlmsg_type != RTM_NEWRULE || mnl_nlmsg_get_payload_len(message) < sizeof(fib_rule_hdr)) {
@@ -135,7 +135,7 @@ bool clear(Netlink &netlink, uint8_t family, const char *if_name, uint32_t table
     for (const Rule &rule : rules) {
         const bool is_meant =
             (if_name == nullptr || rule.if_name == if_name) && (table == 0 || rule.table == table);
-        // ENOENT: somebody else was faster.
+        // ENOENT: the rule is gone already.
         if (is_meant && !change(netlink, RTM_DELRULE, family, rule) && errno != ENOENT) {
             return false;
         }

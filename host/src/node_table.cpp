@@ -12,7 +12,7 @@ namespace
 constexpr size_t MASTER = 0;
 constexpr size_t STANDBY = 1;
 
-// The nodes that there is one of.
+// The roles that exactly one node has.
 struct Chosen {
     std::optional<uint16_t> master;
     std::optional<uint16_t> self;

@@ -2,10 +2,11 @@
  * The watch on routes. Beside the routes themselves it listens to everything else that changes what a look-up
  * answers: the kernel drops the IPv4 routes of an interface that goes down, and those of an address that is
  * removed, without a word about each, and a rule or a shared next hop moves many routes at once. All these
- * are told as "anything may have changed", and so is the loss of notifications.
+ * are reported as "anything may have changed", and so is the loss of notifications.
  *
- * A wake-up reads a bounded number of notifications. One that reaches the bound tells them as one: a table
- * that is being loaded would otherwise cost its listener a look-up of everything for every route.
+ * A wake-up reads a bounded number of notifications. A wake-up that reaches the bound reports them as one
+ * change: a table that is being loaded would otherwise cost its listener a look-up of everything for every
+ * route.
  */
 #include <algorithm>
 #include <cerrno>

@@ -9,8 +9,8 @@
  *
  * Whoever may enter the directory may take a port or connect to it, so every level that is ours to make must
  * be ours alone: a directory, not a symbolic link, of our user, with no permission for anybody else. A
- * candidate that exists and is not so is refused rather than skipped: otherwise somebody could push our
- * daemons into a place of his choice.
+ * candidate that exists and breaks this rule is refused rather than skipped: otherwise another user could
+ * push our daemons into a place of their choice.
  */
 #include "runtime_dir.h"
 

@@ -1,5 +1,5 @@
 /*
- * Services of this node. What is known of one is where every process of the node can see it:
+ * Services of this node. The state of a service is kept where every process of the node can see it:
  *
  *     its port is bound ........................... running    (whoever started it)
  *     else its mark is locked ..................... starting

@@ -1,8 +1,8 @@
 /*
- * A thread of its own starts each process and then waits for it, so that there is never a zombie, however
+ * A thread of its own starts each process and then waits for it, so there is never a zombie, however
  * seldom anybody asks, and neither the daemon's SIGCHLD nor its other children are touched. The thread takes
- * no signals. It makes the process itself: when there is no thread to be had there is no process either that
- * nobody would reap.
+ * no signals. It makes the process itself: when no thread can be made, no process is made that nobody would
+ * reap.
  */
 #include "service_process.h"
 
@@ -86,7 +86,7 @@ int spawn(std::vector<char *> &words, int mark, pid_t *process)
     return posix_spawn(process, words[0], &plan.actions, &plan.attributes, words.data(), environ);
 }
 
-// ECHILD, when somebody in the process waits for any child or has them reaped by the kernel, is as good.
+// ECHILD is as good: somebody in the process waits for any child, or has the kernel reap them.
 void reap(pid_t process)
 {
     while (waitpid(process, nullptr, 0) < 0 && errno == EINTR) {

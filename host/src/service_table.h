@@ -13,7 +13,7 @@ namespace host
 {
 
 struct Service {
-    std::string name;                 // for who reads the file; may be empty
+    std::string name;                 // for the reader of the file; may be empty
     uint16_t port;                    // the local port that it listens on while it runs
     std::vector<std::string> command; // the program's absolute path, then its arguments
 };

@@ -17,7 +17,7 @@
 
 struct TIMER_SERVICE_S {
 public:
-    // nullptr with errno set when it cannot be had.
+    // nullptr with errno set when it cannot be made.
     static std::unique_ptr<TIMER_SERVICE_S> create();
 
     // Readable when a timer is due.
@@ -26,7 +26,7 @@ public:
         return timer_fd_.get();
     }
 
-    // Runs what is due. Whether a handler ran.
+    // Runs what is due. True when a handler ran.
     bool expire();
 
     TIMER_ID add(uint32_t kind, uint32_t period_ms, TIMER_HANDLER handler, const uint64_t *parameters);

@@ -43,7 +43,7 @@ bool find_device(const host::VpnTable *vpns, uint16_t vrf_index, HOST_LINK_S *de
         device);
 }
 
-// False when it does not fit, with as much of it as does.
+// False when the text does not fit; then as much as fits is written.
 bool copy_name(const char *found, uint32_t capacity, char *name)
 {
     const size_t length = strlen(found);

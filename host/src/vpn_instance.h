@@ -8,7 +8,7 @@
  *
  * A device is the entry of its name. A device without one has the number of its routing table as index and
  * its own name, unless that number is above 65535 or an entry's: then it is no instance, and what is in it
- * belongs to none, not even to the public one. What the kernel says about an interface goes before what the
+ * belongs to none, not even to the public one. What the kernel says about an interface overrules what the
  * file lists.
  */
 #ifndef HOST_SRC_VPN_INSTANCE_H

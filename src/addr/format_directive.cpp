@@ -45,7 +45,10 @@ uint32_t FlagOf(char character)
     }
 }
 
-/* Reads digits from *text on and moves it behind them. Any number above kGreatestNumber is given as that plus one. */
+/*
+ * Reads digits from *text on and moves it behind them. Any number above kGreatestNumber is given as that plus
+ * one.
+ */
 uint32_t ReadNumber(const char **text, const char *limit)
 {
     uint64_t number = 0;

@@ -27,7 +27,7 @@ inline constexpr uint32_t kGreatestNumber = INT_MAX;
 struct Directive {
     uint32_t flags;
     uint32_t width;     /* any above kGreatestNumber is kGreatestNumber + 1 */
-    uint32_t precision; /* as well */
+    uint32_t precision; /* likewise */
     bool has_precision;
     bool well_formed;
     char letter;     /* the first letter; 0 when there is none */
@@ -46,7 +46,10 @@ inline bool IsTooWide(const Directive &directive)
  */
 Directive ReadDirective(const char *text, const char *limit);
 
-/* Prints a value by a directive that is not too wide. Those of 32 bits are widened as their conversion wants it. */
+/*
+ * Prints a value by a directive that is not too wide. Those of 32 bits are widened as their conversion wants
+ * it.
+ */
 void PrintInteger(TextOutput &out, const Directive &directive, uint64_t value);
 void PrintCharacter(TextOutput &out, const Directive &directive, int value);
 void PrintPointer(TextOutput &out, const Directive &directive, const void *value);

@@ -1,4 +1,4 @@
-/* Building, growing and shrinking the index of a radix tree; what it is stands in radix_index.h. */
+/* Building, growing and shrinking the index of a radix tree; radix_index.h says what it is. */
 #include "container/radix_index.h"
 
 #include <stdlib.h>

@@ -51,7 +51,10 @@ void DeleteEntry(const MRT_TABLE_S *table, void *entry)
     }
 }
 
-/* What clearing does when there is no memory for a walk: the entries of now, first come first. */
+/*
+ * Clears without a walk, for which memory is short: deletes the first entry as often as there are entries
+ * now.
+ */
 void DeleteFirstEntries(const MRT_TABLE_S *table)
 {
     for (uint32_t count = table->tree->entry_count; count > 0; --count) {

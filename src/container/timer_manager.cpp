@@ -4,8 +4,8 @@
  * The timers stand in a min-heap by expiry in whole seconds since boot. The platform timer is armed for the
  * top whenever the top came closer; when the top went away or became later it is left alone, fires early, and
  * the processing that follows finds nothing due and arms it again. So adding, refreshing or cancelling a
- * timer that is not the first costs no call of the platform beyond reading the time. When the platform refuses
- * to arm, the manager remembers it, and the next add, refresh or processing tries again.
+ * timer that is not the first costs no call of the platform beyond reading the time. When the platform
+ * refuses to arm, the manager remembers it, and the next add, refresh or processing tries again.
  *
  * A timer is freed at one of two places: in DeleteNode while it stands in the heap, or in ProcExpires after
  * its callback. Between extraction and that free the callback runs, and it may hold a pointer to its own

@@ -6,7 +6,7 @@
 namespace
 {
 
-/* Nodes of the router; ids is from malloc, or NULL when they cannot be had. */
+/* Nodes of the router; ids comes from malloc, or is NULL when the platform gives none. */
 struct Nodes {
     uint16_t *ids;
     uint32_t count;

@@ -14,7 +14,7 @@ namespace mcast
 /* The address of the port, in host order, on this node; length is what its first byte says. */
 LOCAL_SOCKET_ADDR_S LocalAddress(uint16_t port, uint8_t length);
 
-/* What is set on a connected socket; that it may fail does not matter. */
+/* The option that is set on a connected socket; whether that succeeds does not matter. */
 void SetLinger(int fd);
 
 /*

@@ -55,7 +55,10 @@ void FreeBlock(MESSAGER_BLOCK_S *block)
     free(block);
 }
 
-/* Appends the packet, of which sent bytes are gone, to the queue as the mode says; failing loses the data. */
+/*
+ * Appends the packet, of which sent bytes have left, to the queue as the mode says; when memory is short the
+ * data is lost.
+ */
 MCAST_STATUS Queue(MESSAGER_S *messager, uint64_t sent)
 {
     if (messager->mode == MESSAGER_DROP) {

@@ -14,7 +14,7 @@ constexpr long kSignalfdCall = 282;
 constexpr long kKernelSetBytes = 8;
 constexpr long kNewDescriptor = -1;
 
-/* A descriptor for the signals in set, or 0 or below. */
+/* A descriptor for the signals in set, or a value <= 0 on failure. */
 int OpenSignalFd(const sigset_t *set)
 {
     return static_cast<int>(syscall(kSignalfdCall, kNewDescriptor, set, kKernelSetBytes));

@@ -1,7 +1,7 @@
 /*
  * Tables of what is done with each type of message, made at compile time from rows that name their type. The
- * order of the rows does not matter, and types without one are left out. A type that is named twice or lies beyond
- * the table does not compile.
+ * order of the rows does not matter, and types without one are left out. A type that is named twice or lies
+ * beyond the table does not compile.
  */
 #ifndef SRC_EVENT_TABLE_BY_TYPE_H
 #define SRC_EVENT_TABLE_BY_TYPE_H

@@ -43,8 +43,8 @@ void ClosePool(IndexPool *pool);
 bool ResetPool(IndexPool *pool);
 
 /*
- * Makes a free index that is not in the cache used. False, changing nothing, when it is none or memory is
- * short.
+ * Makes a free index that is not in the cache used. False, changing nothing, when the index is not free or
+ * memory is short.
  */
 bool ReserveIndex(IndexPool *pool, uint32_t index);
 

@@ -37,7 +37,7 @@ uint64_t MCAST_GetNBMANameByIfIndex(uint32_t ifIndex, char *buf)
 uint32_t MCAST_GetIfIndexByMUAName(uint32_t family, const char *name)
 {
     uint32_t type = family == MCAST_FAMILY_IPV4 ? MCAST_IF_TYPE_MUA_IPV4 : MCAST_IF_TYPE_MUA_IPV6;
-    /* A name too short for a number has none; nothing behind its end is read. */
+    /* A name that ends before the number counts as number 0; nothing behind its end is read. */
     const char *digit = name + strnlen(name, strlen(kMuaPrefix));
     uint32_t number = 0;
 

@@ -1,4 +1,6 @@
-/* The record dispatcher: which received record, from which length on, does what. */
+/*
+ * The record dispatcher: what each type of received record does, and the length that it must have at least.
+ */
 #include "event/table_by_type.h"
 #include "mcast/msdp.h"
 #include "mrib/view.h"

@@ -1,4 +1,4 @@
-/* Interface records of the view: made on demand, gone with the last thing they say. */
+/* Interface records of the view: made on demand, deleted when they say nothing any more. */
 #include <stdlib.h>
 
 #include "mrib/view.h"

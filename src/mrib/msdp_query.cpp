@@ -83,8 +83,8 @@ uint32_t ReadRp(const RpNode *rp, Reading *reading, MRIB_MSDP_CURSOR_S *cursor)
 }
 
 /*
- * The RP at which the walk goes on. Where the cursor's own is gone, the place in it means nothing in the next
- * one, which is read from its start.
+ * The RP at which the walk goes on: the cursor's. When that is gone, the next RP, which is read from its
+ * start, because the cursor's group and source lay in the one that is gone.
  */
 const RpNode *RpAtCursor(const MRIB_GMP_VRF_S *vrf, MRIB_MSDP_CURSOR_S *cursor)
     MCAST_REQUIRES_SHARED(vrf->lock)

@@ -7,7 +7,7 @@
  *                     +--> pending queue --------+
  *
  * Messages leave in the order in which they were begun: the current one is sent only while nothing is queued.
- * All sends are non-blocking. Data is lost in two cases alone, a full queue and short memory; both set the
+ * All sends are non-blocking. Data is lost in only two cases, a full queue and short memory; both set the
  * failed flag, and the client rebuilds the connection, upon which the MRIB replays everything.
  *
  * A record costs one comparison and its own stores; a message costs one send.

@@ -34,7 +34,7 @@ inline bool IsMeaningfulScope(uint8_t scope)
 /* Sets a zeroed instance record up. False when the platform failed to create one of its tables. */
 bool InitVrf(MRIB_GMP_VRF_S *vrf, uint8_t family, uint16_t index);
 
-/* Ends an instance record that InitVrf has seen, whatever it returned. */
+/* Frees what InitVrf made, also when InitVrf failed half-way. */
 void FiniVrf(MRIB_GMP_VRF_S *vrf);
 
 /* ---- if_record.cpp: interface records ---- */
@@ -68,7 +68,7 @@ void DeleteRangesWithin(MRIB_GMP_IF_S *interface, const RDX_PREFIX_S &range);
 
 void DeleteAllRanges(MRIB_GMP_IF_S *interface);
 
-/* Notes of every range that the replay to come has not confirmed it. */
+/* Marks every range as not yet confirmed by the coming replay. */
 void MarkRangesStale(MRIB_GMP_IF_S *interface);
 
 /* Deletes the ranges that were not confirmed. True when there were any. */

@@ -2,10 +2,11 @@
  * A timer deletes up to eight marked users and starts another one when it found as many. Each kind of a node
  * has at most one timer, however often it is swept: the one that runs meets the new marks too.
  *
- * A timer that the platform fires though it was deleted is told by its serial, and does nothing.
+ * A timer that the platform fires although it was deleted is recognised by its serial, and does nothing.
  *
  * Between two deletions the daemon is called and may delete users, the node or everything. So a timer knows
- * its node by number, and a walk over a list starts again when more users went than the one it removed.
+ * its node by number, and a walk over a list starts again when more users were deleted than the one it
+ * removed.
  */
 #include "usrauth/deletion.h"
 
@@ -35,7 +36,7 @@ User *FirstMarked(uint16_t number, uint32_t kind)
     return node == nullptr ? nullptr : MarkedFrom(node->kinds[kind].head);
 }
 
-/* Deletes marked users, at most so many. How many there were. */
+/* Deletes marked users, at most so many. How many it deleted. */
 uint32_t DeleteMarked(uint16_t number, uint32_t kind, uint32_t most) MCAST_EXCLUDES(g_stUsrAuthRWLock)
 {
     uint32_t deleted = 0;

@@ -114,7 +114,7 @@ void AddToGroup(MTABLE_GROUP_S *group, const Entry &entry)
     }
 }
 
-/* Whether the entry was not seen and is gone, and its group when it was the last one. */
+/* Removes the entry when it was not seen, and its group when it was the last entry. True when it did. */
 bool EndEntry(MTABLE_S *table, Group *group, MCAST_USRAUTH_ENTRY_S *entry)
 {
     if ((entry->flags & MCAST_USRAUTH_ENTRY_SEEN) != 0) {
@@ -129,7 +129,7 @@ bool EndEntry(MTABLE_S *table, Group *group, MCAST_USRAUTH_ENTRY_S *entry)
     return true;
 }
 
-/* Whether any entry of the group is gone. */
+/* Removes the entries of the group that were not seen. True when there were any. */
 bool EndGroup(MTABLE_S *table, Group *group)
 {
     const AVL_HANDLE sources = group->head.sources;

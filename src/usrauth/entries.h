@@ -20,7 +20,7 @@ void FiniEntries(MTABLE_S *table);
 /* Adds the entries of a message, and marks them as seen. Those for which memory is short are left out. */
 void AddEntries(MTABLE_S *table, EntryReader entries) MCAST_REQUIRES(g_stUsrAuthRWLock);
 
-/* Removes the entries that were not seen and clears the mark of the others. Whether any was removed. */
+/* Removes the entries that were not seen and clears the mark of the others. True when any was removed. */
 bool EndEntries(MTABLE_S *table) MCAST_REQUIRES(g_stUsrAuthRWLock);
 
 } // namespace mcast::usrauth

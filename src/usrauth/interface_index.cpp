@@ -4,7 +4,7 @@
  *   keys   | 0 | 1007 | 1039 | 0 | 0 | 1003 | ...    interfaces, 0 = free
  *   users  | - |  *   |  *   | - | - |  *   | ...    in the same places
  *
- * A search reads keys alone until it has found its place, so that little memory is gone through. A user is
+ * A search reads keys alone until it has found its place, so it touches little memory. A user is
  * taken out by moving back those that had to give way to it: no mark is left, and chains never grow.
  *
  * Agents choose the interfaces of some users. So that none can choose them to meet in one place, the place of
@@ -26,7 +26,7 @@ namespace
 constexpr uint32_t kSmallest = 64;
 constexpr uint32_t kLargest = 1u << 30;
 
-/* An odd number that nobody can foresee; a good one all the same where no random bytes can be had. */
+/* An odd number that nobody can foresee, and a fixed one when there are no random bytes. */
 uint64_t DrawMultiplier()
 {
     const uint64_t upper = MCAST_Rand(0xffffffffu);

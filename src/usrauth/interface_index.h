@@ -1,6 +1,6 @@
 /*
  * Finds users by interface at the cost of about one cache miss, where the tree costs one a level. The index
- * is either complete or absent: when memory is short it is given up, and made again later.
+ * is either complete or absent: when memory is short it is freed, and made again later.
  */
 #ifndef SRC_USRAUTH_INTERFACE_INDEX_H
 #define SRC_USRAUTH_INTERFACE_INDEX_H
@@ -20,7 +20,7 @@ void EndIndex() MCAST_REQUIRES(g_stUsrAuthRWLock);
 void IndexUser(User *user) MCAST_REQUIRES(g_stUsrAuthRWLock);
 void UnindexUser(const User *user) MCAST_REQUIRES(g_stUsrAuthRWLock);
 
-/* Whether there is an index; without one it has to be looked in the tree. */
+/* Whether there is an index; without one the tree has to be searched. */
 bool HasIndex() MCAST_REQUIRES_SHARED(g_stUsrAuthRWLock);
 
 /* The user of the interface, or nullptr; there is an index. */

@@ -1,6 +1,7 @@
 /*
- * The end of a group list. What the list no longer has goes; a new user comes online and becomes one that can
- * be found by its interface; what has changed since the last end is told, and its flags are used up.
+ * The end of a group list. Entries that the list no longer has are removed; a new user comes online and
+ * becomes one that can be found by its interface; what has changed since the last end is told, and its flags
+ * are used up.
  */
 #include "event/guards.h"
 #include "usrauth/entries.h"

@@ -63,7 +63,7 @@ bool NextMessage(MessageReader *reader, Message *message)
     return true;
 }
 
-/* Entries without a stride are one and the same: it is read once. */
+/* With stride 0 all entries are the same one, so it is read once. */
 bool NextEntry(EntryReader *reader, Entry *entry)
 {
     const USRAUTH_GROUP_ENTRY_S *at = reinterpret_cast<const USRAUTH_GROUP_ENTRY_S *>(reader->next);

@@ -3,8 +3,8 @@
  * and what it gives out is in host order.
  *
  * What a message says about itself is believed only as far as the bytes go: a name that does not lie within
- * the value is none, entries end with the value whatever their count, and offsets are added in a type that
- * holds their sum.
+ * the value counts as absent, entries end with the value whatever their count, and offsets are added in a
+ * type that holds their sum.
  */
 #ifndef SRC_USRAUTH_MESSAGE_H
 #define SRC_USRAUTH_MESSAGE_H
@@ -27,7 +27,7 @@ struct MessageReader {
     size_t left;
 };
 
-/* Fetches the next message. False, for good, at the end and at the first one that is not there whole. */
+/* Fetches the next message. False, from then on, at the end and at the first message that is not complete. */
 bool NextMessage(MessageReader *reader, Message *message);
 
 /* A cursor over the entries of a list; all of them lie within the value. */
@@ -44,7 +44,7 @@ struct Entry {
     MCAST_ADDR_S source;
 };
 
-/* Fetches the next entry. False, for good, at the end. */
+/* Fetches the next entry. False, from then on, at the end. */
 bool NextEntry(EntryReader *reader, Entry *entry);
 
 /* How many entries may still come, at most. */

@@ -42,7 +42,7 @@ Refresh *CreateRefresh(uint16_t node)
     return refresh;
 }
 
-/* Whether the user is spared; what had spared it is used up. */
+/* Whether the user is spared; the flag that spared it is cleared. */
 bool Spare(User *user, Sweep sweep) MCAST_REQUIRES(g_stUsrAuthRWLock)
 {
     if (sweep == Sweep::kAll || (user->flags & MCAST_USRAUTH_REFRESHED) == 0) {

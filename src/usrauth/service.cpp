@@ -2,7 +2,7 @@
  * Opening and closing the service, and its list of connections.
  *
  * The list is searched from its oldest connection on: agents are few and stay. A descriptor that is not in it
- * is not the service's, whatever the event loop says of it.
+ * is not the service's, whatever the event loop reports.
  */
 #include "usrauth/service.h"
 

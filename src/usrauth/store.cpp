@@ -58,7 +58,7 @@ bool CreateContainers()
     return g_store.nodes != 0 && g_store.refreshes != 0 && g_store.interfaces != 0 && g_store.details != 0;
 }
 
-/* What may not have been made is none, which the platform ends without ado. */
+/* A container that was never created has handle 0, which the platform ignores. */
 void EndContainers() MCAST_REQUIRES(g_stUsrAuthRWLock)
 {
     EndIndex();

@@ -80,7 +80,7 @@ struct Store {
     AVL_HANDLE details;
     uint32_t detail_limit;
     MCAST_USRAUTH_STATISTICS_S statistics;
-    uint64_t freed_users; /* ever; who holds a user across a callback sees by it whether any went */
+    uint64_t freed_users; /* ever; tells code that held a user across a callback whether any was freed */
     uint64_t last_serial; /* of a batch's timer */
 };
 

@@ -33,7 +33,7 @@ int32_t CompareId(const void *record, const void *key)
     return Order(static_cast<const User *>(record)->user_id, *static_cast<const uint32_t *>(key));
 }
 
-/* A record without a place: one block that ends with the room for the name. */
+/* A record that is in no tree or list yet: one block that ends with the room for the name. */
 User *AllocateUser(const UserMessage &message)
 {
     const size_t name_size = message.name_length > 0 ? message.name_length : 1;

@@ -18,12 +18,12 @@ void FreeUserRecord(void *record);
 User *FindUser(uint16_t node, uint32_t user_id);
 
 /*
- * Makes the user that the message describes, new and with its entries, and its node if need be. nullptr, and
+ * Makes a new user from the message, with its entries, and its node when there is none yet. nullptr, and
  * nothing changed, when memory is short.
  */
 User *CreateUser(const UserMessage &message) MCAST_REQUIRES(g_stUsrAuthRWLock);
 
-/* Makes what is known of the user what the message says, its kind and its entries included. */
+/* Overwrites the user with the message, kind and entries included. */
 void ApplyMessage(User *user, const UserMessage &message) MCAST_REQUIRES(g_stUsrAuthRWLock);
 
 /* Makes the user one that the daemon has not been told of. */
@@ -32,17 +32,19 @@ inline void MarkNew(User *user) MCAST_REQUIRES(g_stUsrAuthRWLock)
     user->flags = (user->flags & 0x1cffffffu) | MCAST_USRAUTH_NEW;
 }
 
-/* Takes the user out of wherever it is and frees it, and its node when it was the last one. */
+/*
+ * Takes the user out of its node, list and tree and frees it, and its node when it was the last user there.
+ */
 void DeleteUser(User *user) MCAST_REQUIRES(g_stUsrAuthRWLock);
 
 /* Calls user_offline when the user has an interface. */
 void TellOffline(User *user);
 
-/* Tells the daemon that the user is going, and deletes it. */
+/* Tells the daemon that the user goes offline, and deletes the user. */
 void RemoveUser(User *user) MCAST_EXCLUDES(g_stUsrAuthRWLock);
 
 /*
- * A user across a callback, which may delete any: Again gives the user, or nullptr when it has gone.
+ * A user across a callback, which may delete any: Again gives the user, or nullptr when it was deleted.
  */
 class HeldUser
 {
