@@ -12,12 +12,12 @@ constexpr uint64_t ALL = UINT64_MAX;
 
 unsigned bits_of(AclFamily family)
 {
-    return family == AclFamily::ipv4 ? 32 : 128;
+    return family == AclFamily::Ipv4 ? 32 : 128;
 }
 
 AclAddress every_bit(AclFamily family)
 {
-    return family == AclFamily::ipv4 ? AclAddress{{0, UINT32_MAX}} : AclAddress{{ALL, ALL}};
+    return family == AclFamily::Ipv4 ? AclAddress{{0, UINT32_MAX}} : AclAddress{{ALL, ALL}};
 }
 
 // inet_pton stops at a zero byte, which text from the file may hold.
@@ -26,7 +26,7 @@ std::optional<AclAddress> parse_address(AclFamily family, const std::string &tex
     if (text.find('\0') != std::string::npos) {
         return std::nullopt;
     }
-    if (family == AclFamily::ipv4) {
+    if (family == AclFamily::Ipv4) {
         in_addr address;
         return inet_pton(AF_INET, text.c_str(), &address) == 1
                    ? std::optional(acl_address(ntohl(address.s_addr)))
@@ -82,7 +82,7 @@ std::optional<AclPattern> parse_acl_pattern(AclFamily family, const std::string 
 
 const char *acl_pattern_forms(AclFamily family)
 {
-    return family == AclFamily::ipv4
+    return family == AclFamily::Ipv4
                ? "any, an IPv4 address, ADDRESS/LENGTH (0 to 32), ADDRESS WILDCARD (10.0.0.0 0.255.255.255)"
                : "any, an IPv6 address, ADDRESS/LENGTH (0 to 128), ADDRESS WILDCARD (ff30:: "
                  "f:ffff:ffff:ffff:ffff:ffff:ffff:ffff)";

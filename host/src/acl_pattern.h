@@ -11,7 +11,7 @@
 namespace host
 {
 
-enum class AclFamily { ipv4, ipv6 };
+enum class AclFamily { Ipv4, Ipv6 };
 
 // An address as two words, the most significant first; IPv4 in the lower half of the second.
 struct AclAddress {

@@ -39,7 +39,7 @@ struct ListKind {
 
     uint32_t group_type() const
     {
-        if (family == AclFamily::ipv4) {
+        if (family == AclFamily::Ipv4) {
             return basic ? ACL_GROUP_SINGLE_IPV4 : GROUP_TWO_IPV4;
         }
         return basic ? ACL_GROUP_SINGLE_IPV6 : GROUP_TWO_IPV6;
@@ -165,7 +165,7 @@ AclTable read_acls(ConfigTable &root, const VpnTable &vpns)
     for (ConfigTable &table : root.tables("acl")) {
         const int64_t number = read_number(table);
         const size_t family = table.choice("family", {"ipv4", "ipv6"});
-        const ListKind kind{family == 0 ? AclFamily::ipv4 : AclFamily::ipv6, number <= ACL_BASIC_LAST};
+        const ListKind kind{family == 0 ? AclFamily::Ipv4 : AclFamily::Ipv6, number <= ACL_BASIC_LAST};
         check_name(table, &names[family]);
         Acl list{static_cast<uint32_t>(number), kind.group_type(), read_rules(table, kind, vpns)};
         table.finish();

@@ -92,7 +92,7 @@ void collect(const nlmsghdr *message, void *context)
 bool ask_kernel(uint32_t if_index, const char *name, std::vector<HOST_LINK_S> *links)
 {
     Netlink requests;
-    if (!requests.open(Netlink::Kind::requests)) {
+    if (!requests.open(Netlink::Kind::Requests)) {
         return false;
     }
     for (int attempt = 0; attempt < DUMP_ATTEMPTS; ++attempt) {

@@ -115,14 +115,14 @@ void serve(HOST_LINK_TABLE table)
 {
     for (int i = 0; i < DATAGRAMS_PER_WAKE_UP && !table->closed; ++i) {
         Netlink::Received received = table->notifications.receive(apply, table);
-        if (received == Netlink::Received::overrun) {
+        if (received == Netlink::Received::Overrun) {
             ++table->resyncs;
             table->stale = true;
         }
         if (table->stale && !table->closed) {
             resynchronise(table);
         }
-        if (received != Netlink::Received::messages) {
+        if (received != Netlink::Received::Messages) {
             return;
         }
     }
@@ -165,9 +165,9 @@ const host::LinkEntry *entry_of(HOST_LINK_TABLE table, uint32_t if_index)
 bool open_table(HOST_LINK_TABLE table)
 {
     table->delivering = true;
-    bool opened = table->notifications.open(Netlink::Kind::notifications,
+    bool opened = table->notifications.open(Netlink::Kind::Notifications,
                                             {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR}) &&
-                  table->requests.open(Netlink::Kind::requests) &&
+                  table->requests.open(Netlink::Kind::Requests) &&
                   g_tables.add(table->loop, table->notifications.descriptor(), on_notification, table) &&
                   resynchronise(table);
     table->delivering = false;

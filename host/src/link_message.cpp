@@ -26,23 +26,23 @@ namespace
 {
 
 // The attributes of a message by type; the last of each counts.
-template <size_t Count> struct Attributes {
-    const nlattr *at[Count] = {};
+template <size_t COUNT> struct Attributes {
+    const nlattr *at[COUNT] = {};
 
     static int store(const nlattr *attribute, void *data)
     {
         Attributes *self = static_cast<Attributes *>(data);
-        if (mnl_attr_get_type(attribute) < Count) {
+        if (mnl_attr_get_type(attribute) < COUNT) {
             self->at[mnl_attr_get_type(attribute)] = attribute;
         }
         return MNL_CB_OK;
     }
 };
 
-template <size_t Size> void copy_text(const nlattr *attribute, char (&text)[Size])
+template <size_t SIZE> void copy_text(const nlattr *attribute, char (&text)[SIZE])
 {
     if (attribute != nullptr) {
-        size_t length = std::min<size_t>(mnl_attr_get_payload_len(attribute), Size - 1);
+        size_t length = std::min<size_t>(mnl_attr_get_payload_len(attribute), SIZE - 1);
         memcpy(text, mnl_attr_get_payload(attribute), length); // the rest of the record is zero
     }
 }

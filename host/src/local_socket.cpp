@@ -105,20 +105,20 @@ PortUse use_of(const sockaddr_un &name)
 {
     const Descriptor probe(libc().socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!probe.valid()) {
-        return PortUse::unknown;
+        return PortUse::Unknown;
     }
     if (libc().connect(probe.get(), generic(&name), sizeof(name)) == 0) {
-        return PortUse::bound;
+        return PortUse::Bound;
     }
     switch (errno) {
     case EPROTOTYPE:
-        return PortUse::bound;
+        return PortUse::Bound;
     case ECONNREFUSED:
-        return PortUse::left;
+        return PortUse::Left;
     case ENOENT:
-        return PortUse::unused;
+        return PortUse::Unused;
     default:
-        return PortUse::unknown;
+        return PortUse::Unknown;
     }
 }
 
@@ -126,12 +126,12 @@ PortUse use_of(const sockaddr_un &name)
 bool clear_name(const sockaddr_un &name)
 {
     switch (use_of(name)) {
-    case PortUse::bound:
+    case PortUse::Bound:
         errno = EADDRINUSE;
         return false;
-    case PortUse::left:
+    case PortUse::Left:
         return unlink(name.sun_path) == 0;
-    case PortUse::unused:
+    case PortUse::Unused:
         return true;
     default:
         return false;
@@ -189,7 +189,7 @@ bool host::is_local_address(const sockaddr *address, socklen_t length)
 PortUse host::local_port_use(const RuntimeDir &dir, unsigned port)
 {
     sockaddr_un name{};
-    return port_name(dir, port, &name) ? use_of(name) : PortUse::unknown;
+    return port_name(dir, port, &name) ? use_of(name) : PortUse::Unknown;
 }
 
 int host::local_socket(int type, int protocol)
@@ -210,7 +210,7 @@ int host::local_bind(int fd, const sockaddr *address, socklen_t length)
     unsigned port = 0;
     RuntimeDir dir;
     sockaddr_un name{};
-    if (!read_port(address, length, &port) || !open_runtime_dir(Missing::create, &dir) ||
+    if (!read_port(address, length, &port) || !open_runtime_dir(Missing::Create, &dir) ||
         !port_name(dir, port, &name)) {
         return -1;
     }
@@ -233,7 +233,7 @@ int host::local_connect(int fd, const sockaddr *address, socklen_t length)
     if (!read_port(address, length, &port)) {
         return -1;
     }
-    if (!open_runtime_dir(Missing::fail, &dir)) {
+    if (!open_runtime_dir(Missing::Fail, &dir)) {
         return fail(errno == ENOENT ? ECONNREFUSED : errno);
     }
     if (!port_name(dir, port, &name)) {

@@ -20,7 +20,7 @@ bool is_local_address(const sockaddr *address, socklen_t length);
 
 // Who has a port: a live process, one that ended and left the name, nobody; or, with errno set, that cannot
 // be found out. The listener does not notice the question.
-enum class PortUse { bound, left, unused, unknown };
+enum class PortUse { Bound, Left, Unused, Unknown };
 PortUse local_port_use(const RuntimeDir &dir, unsigned port);
 
 int local_socket(int type, int protocol);

@@ -175,7 +175,7 @@ template <typename Action> uint32_t with_socket(const Action &action)
 {
     try {
         Netlink netlink;
-        return netlink.open(Netlink::Kind::requests) && action(netlink) ? 0 : HOST_FAILED;
+        return netlink.open(Netlink::Kind::Requests) && action(netlink) ? 0 : HOST_FAILED;
     } catch (const std::bad_alloc &) {
         return fail(ENOMEM);
     }

@@ -53,7 +53,7 @@ Netlink::~Netlink()
 bool Netlink::open(Kind kind, std::initializer_list<unsigned> groups)
 {
     buffer_ = std::make_unique_for_overwrite<char[]>(DATAGRAM_MAX);
-    int flags = SOCK_CLOEXEC | (kind == Kind::requests ? 0 : SOCK_NONBLOCK);
+    int flags = SOCK_CLOEXEC | (kind == Kind::Requests ? 0 : SOCK_NONBLOCK);
     socket_ = mnl_socket_open2(NETLINK_ROUTE, flags);
     if (socket_ == nullptr || mnl_socket_bind(socket_, 0, MNL_SOCKET_AUTOPID) != 0) {
         return false;
@@ -65,7 +65,7 @@ bool Netlink::open(Kind kind, std::initializer_list<unsigned> groups)
     }
     // Going beyond the system's limit takes a privilege; without it as much as is allowed.
     int size = RECEIVE_BUFFER;
-    if (kind == Kind::notifications &&
+    if (kind == Kind::Notifications &&
         setsockopt(descriptor(), SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof(size)) != 0) {
         setsockopt(descriptor(), SOL_SOCKET, SO_RCVBUF, &size, sizeof(size));
     }
@@ -85,17 +85,17 @@ Netlink::Received Netlink::receive(Message message, void *context)
     ssize_t length = mnl_socket_recvfrom(socket_, buffer_.get(), DATAGRAM_MAX);
     if (length < 0) {
         if (errno == EAGAIN || errno == EINTR) {
-            return Received::nothing;
+            return Received::Nothing;
         }
         if (errno != ENOBUFS && errno != ENOSPC) {
-            return Received::failed;
+            return Received::Failed;
         }
         discard();
-        return Received::overrun;
+        return Received::Overrun;
     }
     Handover handover{message, context};
     mnl_cb_run(buffer_.get(), static_cast<size_t>(length), 0, 0, hand_over, &handover);
-    return Received::messages;
+    return Received::Messages;
 }
 
 // One datagram of an answer. True when it held the end, which is the acknowledgement if there is to be one;

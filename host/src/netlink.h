@@ -15,12 +15,12 @@ namespace host
 class Netlink
 {
 public:
-    enum class Kind { notifications, requests, questions };
+    enum class Kind { Notifications, Requests, Questions };
 
     // Called for each message; the context is the caller's.
     using Message = void (*)(const nlmsghdr *message, void *context);
 
-    enum class Received { messages, nothing, overrun, failed };
+    enum class Received { Messages, Nothing, Overrun, Failed };
 
     Netlink() = default;
     ~Netlink();
@@ -45,7 +45,7 @@ public:
     }
 
     /*
-     * Reads one datagram of notifications and hands on its messages. overrun: notifications were lost, and
+     * Reads one datagram of notifications and hands on its messages. Overrun: notifications were lost, and
      * everything that was still queued has been thrown away, because what is left between gaps misleads.
      */
     Received receive(Message message, void *context);

@@ -69,10 +69,10 @@ bool bit_at(const RDX_PREFIX_S &prefix, uint32_t position)
 }
 
 // The operations for addresses of so many bits.
-template <uint32_t Bits> struct Family {
+template <uint32_t BITS> struct Family {
     static uint32_t length(const RDX_PREFIX_S &prefix)
     {
-        return std::min(prefix.length, Bits);
+        return std::min(prefix.length, BITS);
     }
 
     static bool contains(const RDX_PREFIX_S &range, const RDX_PREFIX_S &prefix)

@@ -178,7 +178,7 @@ struct HOST_ROUTE_LOOKUP_S {
         }
         owner = self;
         netlink.emplace();
-        if (!netlink->open(Netlink::Kind::questions)) {
+        if (!netlink->open(Netlink::Kind::Questions)) {
             netlink.reset();
             return false;
         }
@@ -214,7 +214,7 @@ uint32_t HOST_RouteLookup(uint8_t family, const uint8_t *address, uint32_t vrf_i
     try {
         // A socket a call: the caller's namespace may differ from one call to the next.
         Netlink netlink;
-        return netlink.open(Netlink::Kind::questions) ? look_up(&netlink, question, route) : HOST_FAILED;
+        return netlink.open(Netlink::Kind::Questions) ? look_up(&netlink, question, route) : HOST_FAILED;
     } catch (const std::bad_alloc &) {
         return fail(ENOMEM);
     }

@@ -102,10 +102,10 @@ void read_notifications(HOST_ROUTE_WATCH watch)
 {
     for (int i = 0; i < DATAGRAMS_PER_WAKE_UP; ++i) {
         Netlink::Received received = watch->notifications.receive(note, watch);
-        if (received == Netlink::Received::overrun) {
+        if (received == Netlink::Received::Overrun) {
             watch->anything = true;
         }
-        if (received != Netlink::Received::messages) {
+        if (received != Netlink::Received::Messages) {
             return;
         }
     }
@@ -165,7 +165,7 @@ HOST_ROUTE_WATCH HOST_RouteWatchOpen(int32_t loop, HOST_ROUTE_CALLBACK callback,
     }
     try {
         auto watch = std::make_unique<HOST_ROUTE_WATCH_S>(loop, callback, context);
-        bool opened = watch->notifications.open(Netlink::Kind::notifications,
+        bool opened = watch->notifications.open(Netlink::Kind::Notifications,
                                                 {RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_LINK,
                                                  RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_RULE,
                                                  RTNLGRP_IPV6_RULE, RTNLGRP_NEXTHOP}) &&

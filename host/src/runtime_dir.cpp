@@ -30,7 +30,7 @@ using host::RuntimeDir;
 // Opens a directory that must be ours alone, making it when wanted.
 Descriptor open_private(const char *path, Missing missing)
 {
-    if (missing == Missing::create && mkdir(path, 0700) != 0 && errno != EEXIST) {
+    if (missing == Missing::Create && mkdir(path, 0700) != 0 && errno != EEXIST) {
         return Descriptor();
     }
     Descriptor dir(open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));

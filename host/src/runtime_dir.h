@@ -16,7 +16,7 @@ struct RuntimeDir {
     char path[PATH_MAX];
 };
 
-enum class Missing { create, fail };
+enum class Missing { Create, Fail };
 
 /*
  * Opens the directory of the calling thread's user and network namespace. False with errno set: EACCES when

@@ -84,15 +84,15 @@ bool state_by_mark(const RuntimeDir &dir, uint64_t id, uint32_t *state)
 bool state_of(uint64_t id, const Service &service, uint32_t *state)
 {
     RuntimeDir dir;
-    if (!host::open_runtime_dir(Missing::fail, &dir)) {
+    if (!host::open_runtime_dir(Missing::Fail, &dir)) {
         *state = SERVICE_STATE_ABSENT; // nobody has listened or started anything yet
         return errno == ENOENT;
     }
     switch (host::local_port_use(dir, service.port)) {
-    case PortUse::bound:
+    case PortUse::Bound:
         *state = SERVICE_STATE_RUNNING;
         return true;
-    case PortUse::unknown:
+    case PortUse::Unknown:
         return false;
     default:
         return state_by_mark(dir, id, state);
@@ -102,7 +102,7 @@ bool state_of(uint64_t id, const Service &service, uint32_t *state)
 uint32_t start(uint64_t id, const Service &service)
 {
     RuntimeDir dir;
-    if (!host::open_runtime_dir(Missing::create, &dir)) {
+    if (!host::open_runtime_dir(Missing::Create, &dir)) {
         return HOST_FAILED;
     }
     const Descriptor mark = open_mark(dir, id, O_CREAT);
@@ -114,9 +114,9 @@ uint32_t start(uint64_t id, const Service &service)
         return errno == EAGAIN || errno == EACCES ? SERVICE_NOTHING_DONE : HOST_FAILED;
     }
     switch (host::local_port_use(dir, service.port)) {
-    case PortUse::bound:
+    case PortUse::Bound:
         return SERVICE_NOTHING_DONE;
-    case PortUse::unknown:
+    case PortUse::Unknown:
         return HOST_FAILED;
     default:
         break;

@@ -75,15 +75,16 @@ constexpr const char *kTexts[] = {
 };
 
 static_assert(sizeof(kTexts) / sizeof(kTexts[0]) == MCAST_RC_TEXT_COUNT, "every index has its text");
+static_assert(MCAST_RC_TEXT_NOT_READY + 1 == MCAST_RC_TEXT_COUNT, "the last text has the last name");
 
 /* The platform keeps the table as long as it is registered. */
-const RC_TEXT_TABLE_S g_table = {kTexts, 0};
+const RC_TEXT_TABLE_S kTable = {kTexts, 0};
 
 } // namespace
 
 MCAST_STATUS MC_CommonRcInit(void)
 {
-    return RC_RegInfo(MCAST_RC_MODULE, &g_table, MCAST_RC_TEXT_COUNT);
+    return RC_RegInfo(MCAST_RC_MODULE, &kTable, MCAST_RC_TEXT_COUNT);
 }
 
 MCAST_STATUS MC_CommonRcExit(void)
