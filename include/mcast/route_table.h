@@ -8,8 +8,11 @@
  * passed as 32-bit integers of which the low 8 bits count. Entries are looked up and handed out as void
  * pointers: a group table (level 1) yields MRT_GROUP_S, a source table (level 0) MRT_SOURCE_S.
  *
- * No function locks; a table and its walks belong to one thread at a time or are guarded by the caller.
- * Memory comes from malloc. A creator that fails leaves nothing behind. Nothing is logged.
+ * A table holds addresses of the one family that it was made for: the creators refuse others, and a look-up
+ * of another family's address has no meaning. No function locks; a table and its walks belong to one thread
+ * at a time or are guarded by the caller. Memory comes from malloc. A creator that fails frees what it
+ * allocated; the one exception is short memory within MRT_RDX_AddNode, where that function says what stays.
+ * Nothing is logged. Names are spelled as they are on purpose (MRT_Walk_Start beside MRT_WalkNext).
  */
 #ifndef MCAST_ROUTE_TABLE_H
 #define MCAST_ROUTE_TABLE_H
@@ -95,8 +98,8 @@ MCAST_API void MRT_DestroyTable(MRT_TABLE_S *table);
 
 /*
  * Deletes every entry, with MRT_DeleteGroup in a group table and MRT_DeleteSource in a source table,
- * releasing user data. The table stays usable and its open walks valid. When no walk can be opened (empty
- * table, or short memory) nothing is deleted. NULL is ignored. Linear in the number of entries.
+ * releasing user data. The table stays usable and its open walks valid. Short memory does not keep it from
+ * deleting. NULL is ignored. Linear in the number of entries.
  */
 MCAST_API void MRT_ClearTable(MRT_TABLE_S *table);
 
@@ -105,14 +108,15 @@ MCAST_API uint32_t MRT_CountTable(const MRT_TABLE_S *table);
 
 /*
  * The group entry for (group, length): the one in the table, or a new one with user data NULL and an empty
- * source table named after the group. The table owns it until MRT_DeleteGroup. NULL when an argument is NULL,
- * the group's family is neither IPv4 nor IPv6, or memory is short.
+ * source table of the group's family, named "Sources for Group: " and the address. The table owns it until
+ * MRT_DeleteGroup. NULL when an argument is NULL, the group is not of the table's family, or memory is short.
  */
 MCAST_API MRT_GROUP_S *MRT_CreateGroupMask(MRT_TABLE_S *table, const MCAST_ADDR_S *group, uint32_t length);
 
 /*
  * The source entry for (source, length) in the group's source table: the one there, or a new one with user
- * data NULL. The group owns it until MRT_DeleteSource. NULL when an argument is NULL or memory is short.
+ * data NULL. The group owns it until MRT_DeleteSource. NULL when an argument is NULL, the source is not of
+ * the group's family, or memory is short.
  */
 MCAST_API MRT_SOURCE_S *MRT_CreateSourceMask(MRT_GROUP_S *group, const MCAST_ADDR_S *source, uint32_t length);
 
@@ -182,7 +186,10 @@ MCAST_API MRT_SOURCE_S *MRT_GetNextSourceGroup(const MRT_TABLE_S *table, const M
 /* Over the whole table, in order. */
 MCAST_API MRT_WALK_S *MRT_CreateWalk(MRT_TABLE_S *table);
 
-/* From the first entry under (address, length) to the end of the table. A NULL address: from the first. */
+/*
+ * From the first entry under (address, length) to the end of the table. A NULL address with length 0: from
+ * the first entry of the table; with any other length it has nothing to start at.
+ */
 MCAST_API MRT_WALK_S *MRT_Walk_Start(MRT_TABLE_S *table, const MCAST_ADDR_S *address, uint32_t length);
 
 /* Over the entries under (address, length) only. */

@@ -16,6 +16,12 @@ bool IsSupported(uint16_t family)
     return family == MCAST_FAMILY_IPV4 || family == MCAST_FAMILY_IPV6;
 }
 
+/* Whether the address is of the table's family; mixed keys of two lengths would meet in one node and be lost. */
+bool Fits(const MRT_TABLE_S *table, const MCAST_ADDR_S *address)
+{
+    return table->tree->maximum_length == (address->family == MCAST_FAMILY_IPV4 ? 32 : 128);
+}
+
 MCAST_ADDR_S *CopyAddress(const MCAST_ADDR_S *address)
 {
     auto *copy = static_cast<MCAST_ADDR_S *>(malloc(sizeof(MCAST_ADDR_S)));
@@ -110,7 +116,7 @@ MRT_SOURCE_S *NewSource(MRT_GROUP_S *group, const MCAST_ADDR_S *address, uint32_
 
 MRT_GROUP_S *MRT_CreateGroupMask(MRT_TABLE_S *table, const MCAST_ADDR_S *group, uint32_t length)
 {
-    if (table == nullptr || group == nullptr || !IsSupported(group->family)) {
+    if (table == nullptr || group == nullptr || !IsSupported(group->family) || !Fits(table, group)) {
         return nullptr;
     }
     auto *entry = static_cast<MRT_GROUP_S *>(MRT_LocateMask(table, group, length));
@@ -120,7 +126,7 @@ MRT_GROUP_S *MRT_CreateGroupMask(MRT_TABLE_S *table, const MCAST_ADDR_S *group, 
 
 MRT_SOURCE_S *MRT_CreateSourceMask(MRT_GROUP_S *group, const MCAST_ADDR_S *source, uint32_t length)
 {
-    if (group == nullptr || source == nullptr) {
+    if (group == nullptr || source == nullptr || !Fits(group->sources, source)) {
         return nullptr;
     }
     auto *entry = static_cast<MRT_SOURCE_S *>(MRT_LocateMask(group->sources, source, length));
@@ -131,7 +137,7 @@ MRT_SOURCE_S *MRT_CreateSourceMask(MRT_GROUP_S *group, const MCAST_ADDR_S *sourc
 MRT_SOURCE_S *MRT_CreateEntryMask(MRT_TABLE_S *table, const MCAST_ADDR_S *group, uint32_t group_length,
                                   const MCAST_ADDR_S *source, uint32_t source_length)
 {
-    if (table == nullptr || group == nullptr || source == nullptr) {
+    if (table == nullptr || group == nullptr || source == nullptr || !Fits(table, group)) {
         return nullptr;
     }
     auto *found = static_cast<MRT_GROUP_S *>(MRT_LocateMask(table, group, group_length));

@@ -85,6 +85,33 @@ TEST_F(RouteTableEntry, IsNotMadeFromNullOrAnotherFamily)
     EXPECT_EQ(MRT_CountTable(table), 1u);
 }
 
+TEST_F(RouteTableEntry, IsNotMadeFromTheOtherFamilysAddress)
+{
+    MRT_TABLE_S *table6 = NewTable(MCAST_FAMILY_IPV6);
+    MCAST_ADDR_S group4 = Address("239.1.1.1");
+    MCAST_ADDR_S source4 = Address("10.0.0.1");
+    MCAST_ADDR_S group6 = Address("ff0e::1");
+    MCAST_ADDR_S source6 = Address("2001:db8::1");
+
+    struct Row {
+        MRT_TABLE_S *table;
+        const MCAST_ADDR_S *group, *source, *other_group, *other_source;
+    };
+
+    for (const Row &row : {Row{table, &group4, &source4, &group6, &source6},
+                           Row{table6, &group6, &source6, &group4, &source4}}) {
+        EXPECT_EQ(MRT_CreateGroupMask(row.table, row.other_group, 32), nullptr);
+        EXPECT_EQ(MRT_CreateEntryMask(row.table, row.other_group, 32, row.source, 32), nullptr);
+        EXPECT_EQ(MRT_CreateEntryMask(row.table, row.group, 32, row.other_source, 32), nullptr);
+        EXPECT_EQ(MRT_CountTable(row.table), 0u);
+        MRT_GROUP_S *group = MRT_CreateGroupMask(row.table, row.group, 32);
+        ASSERT_NE(group, nullptr);
+        EXPECT_EQ(MRT_CreateSourceMask(group, row.other_source, 32), nullptr);
+        EXPECT_EQ(MRT_CountTable(group->sources), 0u);
+    }
+    MRT_DestroyTable(table6);
+}
+
 TEST_F(RouteTableEntry, TableNeedsAllItsMemory)
 {
     unsigned long needed = fault::ForEveryAllocation([](unsigned long) {
