@@ -47,9 +47,9 @@ MCAST_API MCAST_BOOL MCAST_IsSSMGrp(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t aclN
 
 /*
  * Whether the group passes the list. Unlike MCAST_IsAclPermit it also passes when the platform has no list of
- * the number, or one without rules; every other failed match, and every match that does not permit, stops it.
- * A list that does not match a single address is asked with no address; so is any list when group is NULL.
- * Further arguments are accepted and not looked at.
+ * the number (ACL_ERR_NO_ACL), or one without rules (ACL_ERR_NO_RULE); every other failed match, and every
+ * match that does not permit, stops it. A list that does not match a single address is asked with no address;
+ * so is any list when group is NULL. Further arguments are accepted and not looked at.
  */
 MCAST_API MCAST_BOOL MCAST_GrpFilterByAcl(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t aclNumber,
                                           const MCAST_ADDR_S *group, ...);

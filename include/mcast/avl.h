@@ -118,7 +118,9 @@ MCAST_API void MCAST_AVL_SetFunction(MCAST_AVL_S *tree, MCAST_AVL_NODE_COMPARE n
  * Puts node, whose data the caller has set, into the tree; both stay the caller's. MCAST_AVL_OK, or one of
  * the codes above with the tree unchanged. Into an empty tree the node goes at once, its data unchecked: a
  * node without data there makes every later insertion fail with MCAST_AVL_NO_DATA. Without a node_compare
- * only an empty tree takes a node (MCAST_AVL_BAD_ARGUMENT otherwise). Logarithmic.
+ * only an empty tree takes a node (MCAST_AVL_BAD_ARGUMENT otherwise). Where several codes apply: missing
+ * arguments, then the new node's data, then node_compare, then what the descent meets first, and at a node
+ * its missing data, an equal item, and the depth, in this order. Logarithmic.
  */
 MCAST_API uint32_t MCAST_AVL_Insert(MCAST_AVL_S *tree, MCAST_AVL_NODE_S *node);
 
@@ -142,8 +144,9 @@ MCAST_API MCAST_AVL_NODE_S *MCAST_AVL_SearchNext(const MCAST_AVL_S *tree, const 
 
 /*
  * Empties the tree, children before parents: each item goes to data_release when that is set, then its node
- * to node_release when that is set. Either may free the block that holds both, as long as the other is not
- * set. The tree stays usable. A NULL or empty tree is ignored. Linear.
+ * to node_release when that is set. A node without data is not given to data_release. Either may free the
+ * block that holds both, as long as the other is not set. The tree stays usable. A NULL or empty tree is
+ * ignored. Linear.
  */
 MCAST_API void MCAST_AVL_FreeAll(MCAST_AVL_S *tree);
 
@@ -155,8 +158,10 @@ MCAST_API MCAST_STATUS MCAST_AVL_InitWalk(MCAST_AVL_WALK_S *walk, MCAST_AVL_S *t
 
 /*
  * Sets up a walk at the item equal to key or else at the next greater one, stores that item in *first_data
- * and calls set_walk_key for it; the first step yields the item after it. MCAST_OK; MCAST_ERR_GENERAL, with
- * the walk and *first_data untouched, when an argument is NULL or there is no such item. Logarithmic.
+ * and calls set_walk_key for it; the first step yields the item after it, found by comparing with walk->key,
+ * which set_walk_key has stored: without set_walk_key walk->key is NULL, and the first step hands that to
+ * key_compare. MCAST_OK; MCAST_ERR_GENERAL, with the walk and *first_data untouched, when an argument is NULL
+ * or there is no such item. Logarithmic.
  */
 MCAST_API MCAST_STATUS MCAST_AVL_InitWalkFromKey(MCAST_AVL_WALK_S *walk, MCAST_AVL_S *tree, const void *key,
                                                  void **first_data);

@@ -34,8 +34,8 @@ MCAST_API extern uint32_t g_uiMcastAssertCnt;
  * interface index, 0 for none. args holds one argument for each conversion; the caller ends it.
  *
  * A conversion runs from a '%' to the next one. Flags (one or more of - + space # 0 '), width and precision
- * are those of printf, the last two in digits; a conversion with one above INT_MAX takes its argument and drops
- * all text up to the next '%'. Its letter is the first letter behind the '%':
+ * are those of printf, the last two in digits; a conversion with one above INT_MAX takes its argument and
+ * drops all text up to the next '%'. Its letter is the first letter behind the '%':
  *
  *   d i o u x X c    int32_t or uint32_t
  *   l                int32_t widened to 64 bits; d i o u x X follows, or another l and then one of these
@@ -60,26 +60,30 @@ MCAST_API uint64_t MCAST_vsprintf(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t aclNum
 
 /*
  * Writes the start of a line about an instance to buffer (MCAST_INST_STR_SIZE bytes): "IPv6: " or nothing for
- * the public instance, "IPv6 (NAME): " or "(NAME): " for others. vrfName is looked at for others only. The
- * length.
+ * the public instance, "IPv6 (NAME): " or "(NAME): " for others. Any family but MCAST_FAMILY_IPV6 counts as
+ * IPv4. vrfName is looked at for others only. The length.
  */
 MCAST_API uint32_t MCAST_GetInstStr(const MRIB_GMP_VRF_KEY_S *ctx, const char *vrfName, char *buffer);
 
 /*
  * Writes the name of an instance in parentheses, or nothing for the public one, to buffer
- * (MCAST_VRF_BRACKET_SIZE bytes). Of vrfIndex the low 16 bits count. buffer.
+ * (MCAST_VRF_BRACKET_SIZE bytes). Of vrfIndex the low 16 bits count. A look-up that fails leaves between the
+ * parentheses what the platform wrote, which is nothing where it writes nothing. buffer.
  */
 MCAST_API char *MCAST_GetVrfBracketStr(uint32_t vrfIndex, char *buffer);
 
 /*
  * Writes the name of an instance, empty for the public one, to buffer (MCAST_VRF_NAME_SIZE bytes). Of
- * vrfIndex the low 16 bits count. 0, or the platform's result, with the name as the platform left it.
+ * vrfIndex the low 16 bits count. 0, or the platform's result, with the name as the platform left it: empty
+ * where it writes nothing.
  */
 MCAST_API uint32_t MCAST_GetVrfNameByVrfIndex(uint32_t vrfIndex, char *buffer);
 
 /*
- * Writes a duration to buffer (MCAST_TIME_STR_SIZE bytes): hh:mm:ss up to one day, "1d:02h" up to one week,
- * "1w:2d" beyond, each end included. Does nothing when buffer is NULL.
+ * Writes a duration to buffer (MCAST_TIME_STR_SIZE bytes), each end included: up to one day hours, minutes
+ * and seconds of two digits each, "24:00:00" for a day; up to one week days without padding and the other
+ * hours of two digits, "1d:02h"; beyond weeks and the other days, neither padded, "1w:2d". Does nothing when
+ * buffer is NULL.
  */
 MCAST_API void MCAST_ConvertTimeToString(uint32_t seconds, char *buffer);
 

@@ -61,10 +61,10 @@ MCAST_API MCAST_MINHEAP_S *MCAST_MinHeapCreate(uint64_t initial_capacity, MCAST_
 MCAST_API void MCAST_MinHeapDestory(MCAST_MINHEAP_S *heap);
 
 /*
- * Adds element, which stays the caller's, and tells every element it moves its new position. A full array
- * grows to twice its capacity, or by 256 slots when that is less. MCAST_OK; MCAST_ERR_GENERAL when heap or
- * element is NULL or the array cannot grow, with the heap unchanged and no position told. Logarithmic; growth
- * is a realloc.
+ * Adds element, which stays the caller's, at the end and moves it up as MCAST_MinHeapMoveUp does. A full
+ * array grows to twice its capacity, or by 256 slots when that is less. MCAST_OK; MCAST_ERR_GENERAL when heap
+ * or element is NULL or the array cannot grow, with the heap unchanged and no position told. Logarithmic;
+ * growth is a realloc.
  */
 MCAST_API MCAST_STATUS MCAST_MinHeapInsert(MCAST_MINHEAP_S *heap, void *element);
 
@@ -73,27 +73,36 @@ MCAST_API void *MCAST_MinHeapTop(const MCAST_MINHEAP_S *heap);
 
 /*
  * Takes out the element that sorts first and returns it; NULL when heap is NULL or empty. The element is not
- * told anything: what it recorded as its position is stale from here on. Logarithmic. When more than one
- * element was in the heap and more than 512 slots are idle afterwards, 256 slots are given back; a failing
- * realloc leaves the array as it is.
+ * told anything: what it recorded as its position is stale from here on. The last element takes its place, is
+ * told position 1, and then moves down as MCAST_MinHeapMoveDown says; a heap of one element is just emptied.
+ * Logarithmic. When more than one element was in the heap and more than 512 slots are idle after it left, 256
+ * slots are given back before the move; a failing realloc leaves the array as it is.
  */
 MCAST_API void *MCAST_MinHeapExtract(MCAST_MINHEAP_S *heap);
 
 /*
  * Takes out the element at position, which is not told so; ignored when heap is NULL, position is 0 or above
- * count. The last element takes its place. Cost and release of slots as for MCAST_MinHeapExtract.
+ * count. A heap of one element is just emptied. Otherwise compare(removed, last) is asked, the last element
+ * takes the place and is told it (also when it is the removed element itself, which then goes), and moves up
+ * when the result was positive, down when it was negative, not at all when it was 0. Cost and release of
+ * slots as for MCAST_MinHeapExtract.
  */
 MCAST_API void MCAST_MinHeapRemove(MCAST_MINHEAP_S *heap, uint64_t position);
 
 /*
- * Restores the order after the element at position came to sort earlier. Ignored when heap is NULL, position
- * is 0 or above count. Logarithmic; never allocates.
+ * Restores the order after the element at position came to sort earlier: while compare(element, parent) is
+ * negative, the parent takes the element's position and is told it; in the end the element is told its
+ * position, also when it did not move. An equal parent ends the move. Ignored when heap is NULL, position is
+ * 0 or above count. Logarithmic; never allocates.
  */
 MCAST_API void MCAST_MinHeapMoveUp(MCAST_MINHEAP_S *heap, uint64_t position);
 
 /*
- * Restores the order after the element at position came to sort later. Ignored when heap is NULL, position
- * is 0 or above count. Logarithmic; never allocates.
+ * Restores the order after the element at position came to sort later: the right child is chosen when
+ * compare(right, left) is negative, otherwise the left; while compare(chosen, element) is negative, the
+ * chosen child takes the element's position and is told it; in the end the element is told its position, also
+ * when it did not move. An equal child ends the move. Ignored when heap is NULL, position is 0 or above
+ * count. Logarithmic; never allocates.
  */
 MCAST_API void MCAST_MinHeapMoveDown(MCAST_MINHEAP_S *heap, uint64_t position);
 

@@ -39,11 +39,16 @@ MCAST_API uint64_t MCAST_GetNBMANameByIfIndex(uint32_t ifIndex, char *buf);
 
 /*
  * Whether text is a Multicast-UA interface as an operator may type it: the type, abbreviated to any length
- * from "m" on and in any case, then up to 19 leading zeros and 1 to 8 digits. 0, or a failure; also for NULL.
+ * from "m" on and in any case, then up to 19 leading zeros and 1 to 8 digits, in all at most
+ * MCAST_IF_TYPED_NUMBER_MAX. As a POSIX extended expression without regard to case:
+ *
+ *   ^m(u(l(t(i(c(a(s(t(-(ua?)?)?)?)?)?)?)?)?)?)?0{0,19}[0-9]{1,8}$
+ *
+ * 0, or a failure; also for NULL and when there is no memory for the expression.
  */
 MCAST_API uint64_t MCAST_MuaIfNameCheck(const char *text);
 
-/* The same for the number alone. */
+/* The same for the number alone: ^0{0,19}[0-9]{1,8}$ and the same limit. */
 MCAST_API uint64_t MCAST_MuaIfNumCheck(const char *text);
 
 /*
@@ -92,16 +97,24 @@ MCAST_API uint64_t MCAST_IF_GetFullName(const char *text, char *fullName);
 
 /*
  * The index of the interface that was typed as type and number, or 0. nameBuf (MCAST_IF_NAME_SIZE bytes) is
- * in and out: an empty one receives the two texts joined, cut to its size; the texts are not looked at when
- * it holds a name already, and NULL counts as empty. When the name can be completed nameBuf then holds the
- * full name, cut to its size.
+ * in and out, and is not NULL. An empty one receives the two texts joined, cut to its size, where a NULL text
+ * counts as empty; the texts are not looked at when nameBuf holds a name already. When the name can be
+ * completed nameBuf then holds the full name, cut to its size; the look-up of the index has the whole of it.
+ * Otherwise nameBuf keeps what it held.
  */
 MCAST_API uint32_t MCAST_GetIfIndexByIfName(const char *typeText, const char *numberText, char *nameBuf);
 
 /*
  * Help for a Multicast-UA interface: for its type, its number, or both in one word. text is what was typed so
- * far, "?" for nothing yet (but no "?" in the third); an entry that fits is added to list. 0, or a failure
- * without an entry when none fits or text is NULL. Up to 27 digits fit, whatever the checks say of them.
+ * far, "?" for nothing yet (but no "?" in the third); an entry that fits is added to list with
+ * CLI_NewHelpInfo, a syntax and a description. 0, or a failure without an entry when none fits or text is
+ * NULL. Up to 27 digits fit, whatever the checks say about them.
+ *
+ *   type      ?                                           Multicast-UA    RC_LoadString(MCAST_RC_MUA_TYPE)
+ *             ^m(u(l(t(i(c(a(s(t(-(ua?)?)?)?)?)?)?)?)?)?)?$          Multicast-UA    empty
+ *   number    ?                                           <0-33554429>    RC_LoadString(MCAST_RC_MUA_NUMBER)
+ *             ^[0-9]{1,27}$                               <0-33554429>    empty
+ *   name      the type's expression, then [0-9]{0,27}$    <0-33554429>    empty
  */
 MCAST_API uint64_t MCAST_MuaIfTypeHelp(const char *text, CLI_HELP_LIST_S *list);
 MCAST_API uint64_t MCAST_MuaIfNumHelp(const char *text, CLI_HELP_LIST_S *list);

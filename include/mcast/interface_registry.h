@@ -63,14 +63,24 @@ MCAST_STATIC_ASSERT(offsetof(MCAST_IF_JOIN_PARENT_S, parent_if_index) == sizeof(
 MCAST_STATIC_ASSERT(offsetof(MCAST_IF_JOIN_PARENT_S, sub_interfaces) == sizeof(AVL_NODE_S) + 8,
                     "tree follows key");
 
-/* The layer-3 interface types that multicast works on, in the order in which selectors take them. */
+/*
+ * The layer-3 interface types that multicast works on, in the order in which selectors take them: 1
+ * analogmodem, 2 async, 4 atm, 6 bri, 10 dialer, 16 loopback, 22 ethernet_l3, 23 gigabitethernet_l3, 24
+ * virtual-ethernet_l3, 25 ten-gigabitethernet_l3, 27 mfr, 29 mp-group, 31 pos, 35 serial, 41 vlan-interface,
+ * 42 virtual-template, 47 wlan-ethernet, 55 rpr-router, 67 route-aggregation, 70 fortygige_l3, 71
+ * hundredgige_l3, 39 tunnel, 89 twentygige_l3, 97 efm, 86 hdlc-bundle, 105 ve-l3vpn, 110 reth, 111
+ * vsi-interface.
+ */
 MCAST_API extern const MCAST_IF_TYPE_ROW_S g_astMcastL3If[29];
 
-/* Those that are like Ethernet, and the same with virtual switch interfaces. */
+/*
+ * Those that are like Ethernet: 22, 23, 24, 25, 67, 70, 71, 89, 105 and 110, named as above; and the same
+ * with virtual switch interfaces: 111 behind them.
+ */
 MCAST_API extern const MCAST_IF_TYPE_ROW_S g_astMcastL3EthernetIf[11];
 MCAST_API extern const MCAST_IF_TYPE_ROW_S g_astMcastL3EthVsiIf[12];
 
-/* Those on which users may be authenticated. */
+/* Those on which users may be authenticated: 22, 23, 24, 25, 42, 67, 70, 71, 89, 105, 110 and 111. */
 MCAST_API extern const MCAST_IF_TYPE_ROW_S g_astAuthL3If[13];
 
 /*
@@ -85,9 +95,10 @@ MCAST_API uint64_t MCAST_IF_Fini(void);
 
 /*
  * Hands out an index for an interface of the daemon's type, or for a simple interface. The index that was
- * given back last is handed out first; otherwise the lowest one of the run in which the next free ones were
- * fetched. The index, or 0 when all are in use. Constant cost, but for the fetching of 16384 (128 simple)
- * indexes whenever those at hand are used up.
+ * given back last is handed out first. Whenever those at hand are used up, the lowest 16384 (128 simple) free
+ * indexes are fetched, from as many runs of adjacent ones as that takes; they are handed out run by run, the
+ * highest run first, and ascending within a run. So a new registry hands out its indexes in ascending order.
+ * The index, or 0 when all are in use. Constant cost, but for the fetching.
  */
 MCAST_API uint64_t MCAST_CreateIf(void);
 MCAST_API uint64_t MCAST_CreateSimplyIf(void);
@@ -108,7 +119,8 @@ MCAST_API void MCAST_DestroyIf(uint32_t ifIndex);
  * MCAST_IF_Degrade fails when memory is short: the indexes concerned cannot be handed out until it succeeds.
  * MCAST_ReserveIf fails, changing nothing, when the index is none of the registry's, not free or already
  * fetched, or memory is short. Its cost is logarithmic in the number of ranges of free indexes.
- * MCAST_IF_ReserveFinish has no failure and returns 0.
+ * MCAST_IF_ReserveFinish has no failure and returns 0; it fetches only as many as bring those at hand to
+ * 16384 and 128, and those it fetches are handed out before those that were at hand.
  */
 MCAST_API uint64_t MCAST_IF_Degrade(void);
 MCAST_API uint64_t MCAST_ReserveIf(uint32_t ifIndex);
@@ -146,17 +158,19 @@ MCAST_API uint64_t MCAST_DeleteFromSameJoinGroupIf(uint32_t parentIfIndex, uint3
                                                    uint32_t *count);
 
 /*
- * Makes a sub-interface record and puts it into the parent's tree: the step in the middle of
- * MCAST_AddToSameJoinGroupIf. The caller holds whatever guards the parent. 0, or a failure that changes
- * nothing: the tree refuses it, as it does a second record of the same index, or memory is short.
+ * Makes a sub-interface record and puts it into the parent's tree, which owns it then: the step in the middle
+ * of MCAST_AddToSameJoinGroupIf. parent is not NULL and has a tree; the registry is not looked at. The caller
+ * holds whatever guards the parent. 0, or a failure that changes nothing: the tree refuses it, as it does a
+ * second record of the same index, or memory is short.
  */
 MCAST_API uint64_t mcastIf_CreateSubIf(MCAST_IF_JOIN_PARENT_S *parent, uint32_t subIfIndex);
 
 /*
- * Fill the platform's selector, not NULL, with the interface types of g_astMcastL3If and a few more: for
- * commands that configure an interface, and for those that only ask about one. Type 5 is among them unless
- * the platform hides it. The result of the last platform call, 0 on success; those before it are not looked
- * at.
+ * Fill the platform's selector, not NULL: for commands that configure an interface, and for those that only
+ * ask about one. IF_Select_Init with kind 5, IF_SelectProperty_Set with 8, then IF_SelectType_Set with the
+ * types of g_astMcastL3If in their order and, for configuration, 3; for questions 57, 51, 3, 11 and 40. Then
+ * item 23 of type 5 is read with IF_GetDataByIfType into a flag that starts at 0; type 5 is selected when the
+ * flag is 0. The result of the last platform call, 0 on success; those before it are not looked at.
  */
 MCAST_API uint64_t MCAST_IF_HookForCfg(IF_SELECTOR_S *selector);
 MCAST_API uint64_t MCAST_IF_HookForQuery(IF_SELECTOR_S *selector);

@@ -5,7 +5,10 @@
  *
  * Messages are packed into datagrams of at most MBR_DATAGRAM_MAX bytes. A datagram waits until the caller
  * asks for a flush or its room is needed; datagrams leave oldest first, and one that the socket does not take
- * stays with all newer ones until the next flush. Nothing is ever lost but by MBR_LIB_Fini.
+ * (send gives less than 1) stays with all newer ones until the next flush. A result of 1 or more counts as
+ * the whole datagram. The first datagram that a flush sends becomes the empty one that is filled next; when
+ * the flush stops before it has sent all, it is put behind those that wait. Nothing is ever lost but by
+ * MBR_LIB_Fini.
  *
  * A family of MCAST_FAMILY_IPV6 means the IPv6 channel and any other the IPv4 channel; of a family only the
  * low byte counts. Nothing is locked: all calls for one family come from one thread. Sends are non-blocking
@@ -86,9 +89,12 @@ MCAST_API extern MBR_LIB_STAT_S g_stMbrLibStat;
 /*
  * Connects the family's channel to the MRIB on this node and registers its socket in the set epollFd for
  * EPOLLIN with context (MCAST_AddEpoll, whose result does not matter). The socket, which the channel owns; if
- * the channel is open already, the socket that it has, and nothing else happens. MCAST_NONE with nothing
- * opened: family is neither MCAST_FAMILY_IPV4 nor MCAST_FAMILY_IPV6, module is above MBR_MODULE_MAX, epollFd
- * is MCAST_NONE, context is 0, memory is short, or the socket cannot be made or connected.
+ * the channel is open already, the socket that it has, and nothing else happens. In this order the arguments
+ * are checked, the socket made, connected (EISCONN counts as connected; a connect that a signal interrupts is
+ * not repeated and fails) and given option 128 (LOCAL_SOCKET_OPTION_LINGER, whose result does not matter),
+ * the first datagram allocated and the socket registered. MCAST_NONE with nothing opened: family is neither
+ * MCAST_FAMILY_IPV4 nor MCAST_FAMILY_IPV6, module is above MBR_MODULE_MAX, epollFd is MCAST_NONE, context is
+ * 0, memory is short, or the socket cannot be made or connected.
  */
 MCAST_API uint32_t MBR_LIB_Init(uint32_t family, uint32_t module, uint32_t epollFd, uint64_t context);
 
@@ -100,9 +106,9 @@ MCAST_API MCAST_BOOL MBR_LIB_IsAlreadyReg(uint32_t family);
  * flushes when flush is 1. A length of 0 appends nothing, so that with flush 1 what waits is sent; payload
  * may then be NULL. MCAST_OK, or
  *
- *   MCAST_ERR_NOT_INIT   the channel is not open
- *   MCAST_ERR_NO_BLOCK   refused and counted: length is MBR_PAYLOAD_LIMIT or more, MBR_BLOCK_MAX datagrams wait
- *                        and the socket takes none, or memory is short
+ *   MCAST_ERR_NOT_INIT   the channel is not open; checked before everything else
+ *   MCAST_ERR_NO_BLOCK   refused and counted: length is MBR_PAYLOAD_LIMIT or more, MBR_BLOCK_MAX datagrams
+ *                        wait and the socket takes none, or memory is short
  *   MCAST_ERR_GENERAL    payload is NULL with a length
  *   MCAST_ERR_STOPPED    appended, but not everything that waits could be sent
  *

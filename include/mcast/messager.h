@@ -25,6 +25,9 @@ MCAST_EXTERN_C_BEGIN
 #define MESSAGER_KEEP_PACKET 1u /* the whole packet waits */
 #define MESSAGER_DROP 2u        /* it is dropped */
 
+/* A packet is sent once it holds more bytes than this, its header area included. */
+#define MESSAGER_SEND_ABOVE 1199u
+
 /* Called after a message was appended: buffer is the packet's start, length the message's. Under the lock. */
 typedef void (*MESSAGER_ON_APPEND)(void *buffer, uint64_t length);
 
@@ -89,27 +92,32 @@ MCAST_STATIC_ASSERT(sizeof(MESSAGER_S) == sizeof(MCAST_MUTEX_S) + 112, "messager
 
 /*
  * Makes a messager for peer with a zeroed packet of capacity bytes, of which the first reserve are the header
- * area; calls on_reset. A packet is sent once it passes 1199 bytes, so capacity should hold those and one
- * more message. max_pending is the number of pending blocks at which messages are refused. callbacks is
- * copied. The caller owns the messager and ends it with Messager_Fini. NULL when memory is short, callbacks
- * or its send is NULL, or reserve is above capacity.
+ * area; calls on_reset. A packet is sent once it passes MESSAGER_SEND_ABOVE bytes, so capacity should hold
+ * those and one more message. max_pending is the number of pending blocks at which messages are refused.
+ * callbacks is copied. The caller owns the messager and ends it with Messager_Fini. NULL when memory is
+ * short, callbacks or its send is NULL, or reserve is above capacity.
  */
 MCAST_API MESSAGER_S *Messager_Init(uint32_t peer, uint64_t capacity, uint64_t reserve, uint64_t mode,
                                     uint64_t max_pending, const MESSAGER_CALLBACKS_S *callbacks);
 
 /*
  * Appends length bytes at data, which stay the caller's, and sends the packet when flush_now is MCAST_TRUE or
- * the packet passes 1199 bytes. A message that does not fit starts a new packet. MCAST_OK when the message
- * was accepted, whatever became of sending; MCAST_ERR_GENERAL, with nothing changed, when max_pending blocks
- * wait, data is NULL with a length, or the message is longer than a packet can ever hold. A NULL messager
- * gives MCAST_OK. Any thread; takes the lock.
+ * the packet passes MESSAGER_SEND_ABOVE bytes. A message that does not fit starts a new packet: while blocks
+ * wait, the old packet goes whole to the end of the queue, as the mode says, and then all is sent as far as
+ * it goes; else the old packet is sent, and what was not taken waits as the mode says. When there is no
+ * memory for a block, what it was to hold is lost, and the message is accepted all the same. MCAST_OK when
+ * the message was accepted, whatever became of sending; MCAST_ERR_GENERAL, with nothing changed, when
+ * max_pending blocks wait, data is NULL with a length, or the message is longer than a packet can ever hold.
+ * A NULL messager gives MCAST_OK. Any thread; takes the lock.
  */
 MCAST_API MCAST_STATUS Messager_Send(MESSAGER_S *messager, const void *data, uint16_t length,
                                      MCAST_BOOL flush_now);
 
 /*
- * Sends what is pending and then the packet, stopping at the first failure. 0, or the code with which the
- * send function failed. A NULL messager gives 0. Any thread; takes the lock.
+ * Sends what is pending and then the packet, stopping at the first failure. A pending block of which a part
+ * was taken keeps the rest in mode MESSAGER_KEEP_TAIL and stays whole in the others. A packet that holds no
+ * message is not sent. 0, or the code with which the send function failed. A NULL messager gives 0. Any
+ * thread; takes the lock.
  */
 MCAST_API uint64_t Messager_Announce(MESSAGER_S *messager);
 

@@ -4,9 +4,10 @@
  *
  * A call opens a connection for each exchange, sends the request in one message, waits without limit for one
  * reply, and closes the connection. A reply that is longer than its buffer is cut; a send is not completed
- * when it took only a part. How long a connection takes and whether it starts the daemon, see
- * MCAST_Connect2APP. What the messages say is between the caller and the daemon: the caller's parser reads
- * the reply.
+ * when it took only a part. send and recv that a signal interrupts are repeated; an exchange fails when
+ * either gives 0 or less, and a send that failed is followed by no recv. How long a connection takes and
+ * whether it starts the daemon, see MCAST_Connect2APP. What the messages say is between the caller and the
+ * daemon: the caller's parser reads the reply.
  *
  * The functions keep no state and take no lock; they may be called from several threads with request records
  * of their own. Parsers and choosers run on the calling thread. No pointer may be NULL unless its function
@@ -116,7 +117,9 @@ MCAST_API MCAST_STATUS mcastMib_GetNextResult(MCAST_MIB_REQUEST_S *const request
 /*
  * Whether requests to the daemon can go through. When its service runs on this node, or else on a standby
  * node, a connection is tried: MCAST_OK, or MCAST_ERR_GENERAL when it fails. MCAST_OK without trying when the
- * service runs on none of them, and when the service manager names it running here beside an error.
+ * service runs on none of them, and when SERVICE_GetStatus gives an error but names it running here. Its
+ * result SERVICE_NOTHING_DONE says nothing about this node, whatever the state, so that the standby nodes are
+ * asked.
  */
 MCAST_API MCAST_STATUS MCAST_MIB_GetDaemonStatus(const MCAST_APP_ENDPOINT_S *daemon);
 

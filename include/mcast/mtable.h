@@ -101,7 +101,9 @@ typedef uint32_t (*MTABLE_GROUP_CALLBACK)(MTABLE_GROUP_S *group, void *argument)
 /*
  * Called for each source of a walk. MCAST_WALK_AGAIN stops the walk at this source; any other code goes on,
  * and the code of a group's last source is the code of the group. It may remove and free the source, but no
- * other one; with the group's last source it may also remove and free the group.
+ * other one; with the group's last source it may also remove and free the group. At any source it may take
+ * the group out of the table, as long as the group and its other sources live on: those are visited all the
+ * same.
  */
 typedef uint32_t (*MTABLE_SOURCE_CALLBACK)(MTABLE_GROUP_S *group, MTABLE_SOURCE_S *source, void *argument);
 
@@ -142,8 +144,9 @@ MCAST_API void MTable_FiniGroup(MTABLE_GROUP_S *group);
 MCAST_API MCAST_STATUS MTable_InsertGroup(MTABLE_S *table, MTABLE_GROUP_S *group);
 
 /*
- * Takes group out of table. The group, the caller's again with all its sources, or NULL when it is not in the
- * table.
+ * Takes group out of table. The group, the caller's again with all its sources, or NULL, with nothing
+ * changed, when it is not in the table. group_count falls by 1 and source_count by the number of the group's
+ * sources, neither below 0; owner becomes NULL.
  */
 MCAST_API MTABLE_GROUP_S *MTable_RemoveGroup(MTABLE_S *table, MTABLE_GROUP_S *group);
 
@@ -153,7 +156,10 @@ MCAST_API MTABLE_GROUP_S *MTable_RemoveGroup(MTABLE_S *table, MTABLE_GROUP_S *gr
  */
 MCAST_API MCAST_STATUS MTable_InsertSource(MTABLE_GROUP_S *group, MTABLE_SOURCE_S *source);
 
-/* Takes source out of group. The source, the caller's again, or NULL when it is not in the group. */
+/*
+ * Takes source out of group. The source, the caller's again with its group field NULL, or NULL, with nothing
+ * changed, when it is not in the group. The table's source_count falls by 1, not below 0.
+ */
 MCAST_API MTABLE_SOURCE_S *MTable_RemoveSource(MTABLE_GROUP_S *group, MTABLE_SOURCE_S *source);
 
 /* The group of the address, or NULL. */
@@ -173,26 +179,39 @@ MCAST_API MTABLE_SOURCE_S *MTable_SearchSource(const MTABLE_S *table, const MCAS
  */
 MCAST_API MTABLE_GROUP_S *MTable_GetNextGroup(const MTABLE_S *table, const MCAST_ADDR_S *address);
 
-/* Hands every source of group to the source release; the group stays. The result of AVL_FreeAll. Linear. */
+/*
+ * Hands every source of group to the source release; the group stays. The table's source_count, when the
+ * group is in one, falls by their number, not below 0. The result of AVL_FreeAll. Linear.
+ */
 MCAST_API uint32_t MTable_FreeAllSourceInGroup(MTABLE_GROUP_S *group);
 
 /*
- * Empties table: the sources of each group go to its source release, then the group to the group release. The
- * result of AVL_FreeAll. Linear.
+ * Empties table: the sources of each group go to its source release, then the group to the group release;
+ * both counts become 0. The result of AVL_FreeAll. Linear.
  */
 MCAST_API uint32_t MTable_FreeAll(MTABLE_S *table);
 
 /*
  * Visits groups and their sources in order, from the cursors on: the group equal to the group cursor, or the
  * first one after it, and in it the source equal to the source cursor, or the first one after it; then the
- * following ones, as walk->mode allows. Either callback may be NULL; without a source callback the source
- * cursor of the groups visited is left alone.
+ * following ones, as walk->mode allows. Either callback may be NULL. In the modes of one group nothing is
+ * visited, with result MCAST_OK, when no group is equal to the group cursor.
  *
- * MCAST_WALK_AGAIN: a callback stopped the walk; the cursors stand at the group, and at the source if one was
- * being visited, so that the same call resumes there and visits it again. MCAST_OK: the walk is complete and
- * the group cursor is reset to a zero address; the source cursor is reset after each group whose sources were
- * visited with code MCAST_OK. Any other result: the walk is complete and is the code of the last group; its
- * cursors are left where they were.
+ * The source cursor is reset, so that the sources of the next group are visited from the first,
+ *
+ *   - when mode MTABLE_WALK_ALL finds no group equal to the group cursor and goes on with the one after it,
+ *   - when the group callback skips a group,
+ *   - after a group whose sources were visited with code MCAST_OK, or that has none from the cursor on.
+ *
+ * It is left where it was after a group that ends with any other code, so that the sources of the next group
+ * are visited from the same address on, and without a source callback. A reset writes the cursor's own
+ * family, of which the low 8 bits count, a zero reserved field and a zero address (4 bytes for IPv4,
+ * otherwise 16). A reset of the group cursor writes the family that the source cursor had at the begin.
+ *
+ * MCAST_WALK_AGAIN: a callback stopped the walk; the cursors are set to the group, and to the source if one
+ * was being visited, so that the same call resumes there and visits it again. MCAST_OK: the walk is complete,
+ * the last group ended with MCAST_OK or was skipped, and the group cursor is reset. Any other result: the
+ * walk is complete and this is the code of the last group; the group cursor is left where it was.
  */
 MCAST_API uint32_t MTable_Walk(const MTABLE_S *table, MTABLE_WALK_S *walk,
                                MTABLE_GROUP_CALLBACK groupCallback, void *groupArgument,

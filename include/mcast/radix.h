@@ -11,7 +11,10 @@
  * maximum length are never read and count as zero, so lengths above it are safe, if of little use.
  *
  * Prefix lengths are passed as 32-bit integers of which the low 8 bits count. Exact lookup and
- * MRT_RDX_SearchNextBest read key records as MCAST_ADDR_S; the other functions only need the key bytes.
+ * MRT_RDX_SearchNextBest read key records as MCAST_ADDR_S and compare addresses under the mask of the length
+ * for the record's own family; a length of 0, or one above the family's 32 or 128, masks everything away, so
+ * that all addresses are equal under it. The other functions only need the key bytes. A tree holds keys of
+ * one family; what it does with mixed families is not defined.
  *
  * No function locks. A tree and its walks belong to one thread at a time.
  */
@@ -127,11 +130,12 @@ MCAST_API void MRT_RDX_DestroyTree(MRT_RDX_TREE_S *tree);
 /*
  * Links entry under the key and length that it carries. Neither argument is NULL; entry and its key record
  * stay the caller's and outlive the link. An entry already present under the same prefix is replaced silently
- * and is the caller's again. Returns the node that now holds entry, or NULL when memory is short: entry is
- * then not linked and the tree stays usable, but when it is the second allocation (a glue node) that fails,
- * entry_count and glue_count stay raised by one and the first allocation is lost.
- * Trees of 256 entries and more take further memory for an index, about 12 bytes an entry, and do without it
- * when there is none. Cost: the tree's depth, and now and then, as the tree doubles, time linear in its size.
+ * and is the caller's again. The first entry of an empty tree sets entry_count to 1, every other new one
+ * raises it. Returns the node that now holds entry, or NULL when memory is short: entry is then not linked
+ * and the tree stays usable, but when it is the second allocation (a glue node) that fails, entry_count and
+ * glue_count stay raised by one and the first allocation is lost. Trees of 256 entries and more take further
+ * memory for an index, about 12 bytes an entry, and do without it when there is none. Cost: the tree's depth,
+ * and now and then, as the tree doubles, time linear in its size.
  */
 MCAST_API MRT_RDX_NODE_S *MRT_RDX_AddNode(MRT_RDX_TREE_S *tree, void *entry);
 
@@ -152,7 +156,9 @@ MCAST_API void *MRT_RDX_Locate(const MRT_RDX_TREE_S *tree, const void *key_recor
 /*
  * The entry with the longest prefix of at most length bits that covers the key, or NULL. tree and key_record
  * are not NULL. A filter, when not NULL, is offered that entry, then the nodes above it one by one; the
- * search gives NULL at the first node above that holds no entry (a glue node) instead of passing it. Cost:
+ * search gives NULL at the first node above that holds no entry (a glue node) instead of passing it, although
+ * an entry further up may cover the key and please the filter. To find the longest prefix that a filter
+ * accepts, step a walk of kind MRT_RDX_WALK_PREFIX_CHAIN over the key instead, which passes glue nodes. Cost:
  * the tree's depth.
  */
 MCAST_API void *MRT_RDX_LocateBest(const MRT_RDX_TREE_S *tree, const void *key_record, uint32_t length,
@@ -186,8 +192,8 @@ MCAST_API MRT_RDX_WALK_S *MRT_RDX_CreateWalkNode(MRT_RDX_TREE_S *tree, const voi
                                                  uint32_t length, uint32_t kind);
 
 /*
- * As MRT_RDX_CreateWalkNode, and registers the walk on the tree: deletions then move it past the entry that
- * goes, and MRT_RDX_DestroyTree detaches it.
+ * As MRT_RDX_CreateWalkNode, and registers the walk at the front of the tree's list: deletions then move it
+ * past the entry that goes, and MRT_RDX_DestroyTree detaches it.
  */
 MCAST_API MRT_RDX_WALK_S *MRT_RDX_CreateWalk(MRT_RDX_TREE_S *tree, const void *key_record, uint32_t length,
                                              uint32_t kind);

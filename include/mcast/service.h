@@ -36,10 +36,11 @@ MCAST_STATIC_ASSERT(offsetof(MCAST_APP_ENDPOINT_S, start_if_absent) == 10, "the 
 MCAST_API MCAST_STATUS MCAST_StartSpecifyKernelThread(uint16_t node);
 
 /*
- * Starts them on the system master first and then on every other node that is up, in the platform's order.
- * None is tried twice, and one that fails keeps no other from being tried. The OR of the results; or
- * MCAST_ERR_GENERAL, with the master's threads tried, when the nodes cannot be had, are none, or there is no
- * memory for them.
+ * Starts them on the system master first and then on every other node that is up, in the platform's order:
+ * all nodes are asked whether they are up before the second is started. The master is not tried again; a node
+ * that the platform lists twice is tried twice. One that fails keeps no other from being tried. The OR of the
+ * results; or MCAST_ERR_GENERAL, with the master's threads tried, when the nodes cannot be had, are none, or
+ * there is no memory for them.
  */
 MCAST_API MCAST_STATUS MCAST_StartAllKernelThread(void);
 
@@ -62,11 +63,13 @@ MCAST_API MCAST_STATUS MCAST_StartSlaveService(uint64_t service);
 MCAST_API int MCAST_Connect(int fd, const struct sockaddr *addr, uint32_t addrLen);
 
 /*
- * A blocking local socket connected to the daemon; the caller owns and closes it. When the endpoint says so a
- * daemon that does not answer is started, here and on the standby nodes, unless it is there but not ready;
- * then the connection is tried again, MCAST_APP_ATTEMPTS times in all, with a wait of MCAST_APP_WAIT_US after
- * each, which signals do not shorten. So the call takes up to a second; without leave to start it tries once
- * and does not wait.
+ * A blocking local socket connected to the daemon; the caller owns and closes it. The address that is
+ * connected to has 16 in its first byte; on the connected socket option 128 (LOCAL_SOCKET_OPTION_LINGER) is
+ * set, and whether that succeeds does not matter. When the endpoint says so a daemon that does not answer is
+ * started, here and on the standby nodes, unless its state on this node is known and neither absent nor
+ * stopped: then it is there but not ready. Then the connection is tried again, MCAST_APP_ATTEMPTS times in
+ * all, with a wait of MCAST_APP_WAIT_US after each, which signals do not shorten. So the call takes up to a
+ * second; without leave to start it tries once and does not wait.
  *
  * A negative value when there is no socket (socket's own result) or no connection (-1, with the errno of the
  * last try; what was started stays so), or endpoint is NULL.

@@ -3,7 +3,15 @@
  * timers in a min-heap by expiry and the platform timer armed for the earliest. When the platform timer
  * fires, its handler makes the daemon call MCAST_TMR_ProcExpires, which runs the callbacks of everything due.
  *
- * Time is whole seconds since boot. Nothing locks: a manager and its timers belong to the thread that runs
+ * Time is whole seconds since boot, the first output of TIME_GetSystemBootTime.
+ *
+ * To arm the platform timer for an expiry the manager reads its attributes (a failure ends the arming with
+ * the platform's code), then the time, enables the timer when its state is 0 (a failure ends the arming), and
+ * arms it with the milliseconds up to the expiry. What is due already is armed for 1000 ms. A distance of
+ * more than 4294966 seconds is passed as it is, not multiplied: the platform timer then fires early and
+ * processing arms it again.
+ *
+ * Nothing locks: a manager and its timers belong to the thread that runs
  * the daemon's event loop, and callbacks run on that thread inside MCAST_TMR_ProcExpires.
  */
 #ifndef MCAST_TIMER_H
@@ -82,18 +90,20 @@ MCAST_API void MCAST_TMR_Destroy(MCAST_TMR_S *manager);
  * NULL; data points at four words that are copied, or is NULL for zeroes. When the earliest expiry changes,
  * counting an empty manager's as 0xFFFFFFFF, the platform timer is re-armed; a failure of that is not
  * reported and the next add, refresh or processing tries again, whatever timer it is about. The manager owns
- * the timer; the pointer serves MCAST_TMR_RefreshNode and MCAST_TMR_DeleteNode. NULL when manager is NULL or memory is short.
- * May be called from a timer's callback; a timer that is already due then runs in the same processing.
- * Logarithmic.
+ * the timer; the pointer serves MCAST_TMR_RefreshNode and MCAST_TMR_DeleteNode. NULL when manager is NULL or
+ * memory is short. May be called from a timer's callback; a timer that is already due then runs in the same
+ * processing. Logarithmic.
  */
 MCAST_API MCAST_TMR_NODE_S *MCAST_TMR_AddNode(MCAST_TMR_S *manager, uint32_t seconds,
                                               MCAST_TMR_CALLBACK callback, const uint64_t data[4]);
 
 /*
  * Makes a pending timer due seconds from now instead, at 0xFFFFFFFF at the latest. The platform timer is
- * re-armed only when the earliest expiry became earlier or the last attempt to arm it failed; when the earliest
- * expiry became later the platform timer fires early and processing re-arms it. MCAST_OK; MCAST_ERR_GENERAL when manager or node is NULL; or the platform's own
- * code from re-arming, with the timer refreshed all the same. May be called from a timer's callback.
+ * re-armed only when the earliest expiry became earlier or the last attempt to arm it failed; when the
+ * earliest expiry became later the platform timer fires early and processing re-arms it. A callback's own
+ * timer is no longer pending: its expiry is written, nothing else happens, and the result is MCAST_OK unless
+ * a failed arming is tried again. MCAST_OK; MCAST_ERR_GENERAL when manager or node is NULL; or the platform's
+ * own code from re-arming, with the timer refreshed all the same. May be called from a timer's callback.
  * Logarithmic; never allocates.
  */
 MCAST_API MCAST_STATUS MCAST_TMR_RefreshNode(MCAST_TMR_S *manager, MCAST_TMR_NODE_S *node, uint32_t seconds);
@@ -106,11 +116,13 @@ MCAST_API MCAST_STATUS MCAST_TMR_RefreshNode(MCAST_TMR_S *manager, MCAST_TMR_NOD
 MCAST_API void MCAST_TMR_DeleteNode(MCAST_TMR_S *manager, MCAST_TMR_NODE_S *node);
 
 /*
- * Stops the platform timer, then runs every timer due now, earliest first, each taken out before its callback
- * and freed after it; timers added by a callback and due at the same now run too, so a callback that always
- * adds a timer of 0 seconds never lets the call end. Re-arms the platform timer for the next expiry, or
- * leaves it stopped when no timer remains. MCAST_OK; MCAST_ERR_GENERAL when manager is NULL; or the
- * platform's own code from re-arming. Logarithmic per due timer.
+ * Stops the platform timer, whatever that results in, and reads the time once; then runs every timer due at
+ * that time, earliest first, each taken out before its callback and freed after it. Timers that a callback
+ * adds and that are due at that time run too, so a callback that always adds a timer of 0 seconds never lets
+ * the call end. A callback may call MCAST_TMR_ProcExpires for its own manager: the timers due by then run
+ * inside, and both calls arm for what remains. Re-arms the platform timer for the next expiry, or leaves it
+ * stopped when no timer remains. MCAST_OK; MCAST_ERR_GENERAL when manager is NULL; or the platform's own code
+ * from re-arming. Logarithmic per due timer.
  */
 MCAST_API MCAST_STATUS MCAST_TMR_ProcExpires(MCAST_TMR_S *manager);
 

@@ -9,7 +9,7 @@
  * when none is left; a packet that cannot be sent, or that must give way to a new message while blocks wait,
  * goes to the end of the queue. So a byte never overtakes an older one.
  *
- * A packet leaves when it passes 1199 bytes, whatever its capacity. What a failed send leaves behind depends
+ * A packet leaves when it passes MESSAGER_SEND_ABOVE bytes, whatever its capacity. What a failed send leaves behind depends
  * on the mode: for a stream the unsent tail, for datagrams the whole packet, for data that ages nothing. When
  * memory for a block is short the packet is lost, and the packet starts over all the same.
  */
@@ -22,8 +22,6 @@
 
 namespace
 {
-
-constexpr uint64_t kFlushAbove = 1199;
 
 void Reset(MESSAGER_S *messager)
 {
@@ -220,7 +218,7 @@ MCAST_STATUS Messager_Send(MESSAGER_S *messager, const void *data, uint16_t leng
         MakeRoom(messager);
     }
     Append(messager, data, length);
-    if (flush_now == MCAST_TRUE || messager->used > kFlushAbove) {
+    if (flush_now == MCAST_TRUE || messager->used > MESSAGER_SEND_ABOVE) {
         FlushAll(messager);
     }
     return MCAST_OK;
