@@ -71,10 +71,10 @@ void BackupServer::accept_standbys()
         return;
     }
     mcastd::log_info("a standby is connected");
-    Standby &standby = standbys_[fd];
+    Peer &peer = standbys_[fd];
 
     for (const auto &[user, index] : indexes_.assigned()) {
-        standby.untold.insert(standby.untold.end(), user);
+        peer.untold.insert(peer.untold.end(), user);
     }
 }
 
@@ -106,7 +106,7 @@ void BackupServer::flush()
 }
 
 // The next message that the standby is to get. False when the socket does not take it.
-bool BackupServer::send_some(int fd, Standby &standby)
+bool BackupServer::send_some(int fd, Peer &standby)
 {
     BackupMessage message;
     auto last = standby.untold.begin();
@@ -133,7 +133,7 @@ bool BackupServer::send_some(int fd, Standby &standby)
 }
 
 // False when the standby is gone.
-bool BackupServer::send_untold(int fd, Standby &standby)
+bool BackupServer::send_untold(int fd, Peer &standby)
 {
     bool wait = false;
     while (!wait && (!standby.synchronised || !standby.untold.empty())) {

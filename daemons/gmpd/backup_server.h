@@ -45,9 +45,9 @@ public:
     size_t synchronised() const;
 
 private:
-    // A standby is told of the users in the order of their keys, in whatever state each is then. So what
-    // waits for a slow one is bounded by the number of users.
-    struct Standby {
+    // A connected standby. It is told of the users in the order of their keys, in
+    // whatever state each is then. So what waits for a slow one is bounded by the number of users.
+    struct Peer {
         std::set<UserKey> untold;
         bool begun = false;
         bool synchronised = false;
@@ -56,14 +56,14 @@ private:
 
     void accept_standbys();
     void serve(int fd, uint32_t events);
-    bool send_untold(int fd, Standby &standby);
-    bool send_some(int fd, Standby &standby);
+    bool send_untold(int fd, Peer &standby);
+    bool send_some(int fd, Peer &standby);
     void drop(int fd, const char *why);
 
     mcastd::Reactor &reactor_;
     const UserIndexes &indexes_;
     int listener_ = -1;
-    std::map<int, Standby> standbys_;
+    std::map<int, Peer> standbys_;
 };
 
 } // namespace gmpd

@@ -27,10 +27,10 @@ uint32_t first_interface(const ControlRows &rows)
 }
 
 // Calls visit(Interface &) from the position's interface on until the reply is full.
-template <typename Visit> void from_position(const Router &router, const ControlRows &rows, Visit visit)
+template <typename Visit> void from_position(const Process &process, const ControlRows &rows, Visit visit)
 {
-    const auto end = router.interfaces.end();
-    for (auto at = router.interfaces.lower_bound(first_interface(rows)); at != end && !rows.full(); ++at) {
+    const auto end = process.interfaces.end();
+    for (auto at = process.interfaces.lower_bound(first_interface(rows)); at != end && !rows.full(); ++at) {
         visit(*at->second);
     }
 }
@@ -41,7 +41,7 @@ const Address *address_in(const ControlRows &rows, const Interface &interface, s
 {
     const ControlFields &key = rows.key();
     if (key.size() <= place || key[0].as_interface() != interface.index ||
-        key[place].as_address().family != interface.router->config.family) {
+        key[place].as_address().family != interface.process->config.family) {
         return nullptr;
     }
     return &key[place].as_address();
@@ -56,16 +56,16 @@ ControlField remaining(const mcastd::Timer &timer)
 // The groups of an interface; where users are authenticated, what they come to together, which has no timers.
 MRT_TABLE_S *groups_of(const Interface &interface)
 {
-    return interface.members != nullptr ? interface.members->table() : interface.groups;
+    return interface.users_union != nullptr ? interface.users_union->table() : interface.memberships.groups;
 }
 
 ControlFields group_row(const Interface &interface, const MRT_GROUP_S *entry)
 {
-    if (interface.members != nullptr) {
+    if (interface.users_union != nullptr) {
         return {
             ControlField::interface(interface.index),
             ControlField::address(*entry->address),
-            ControlField::text(LinkMembers::wants_any_source(entry) ? "exclude" : "include"),
+            ControlField::text(UsersUnion::wants_any_source(entry) ? "exclude" : "include"),
             ControlField::number(MRT_CountTable(entry->sources)),
             ControlField(),
             ControlField(),
@@ -85,9 +85,9 @@ ControlFields group_row(const Interface &interface, const MRT_GROUP_S *entry)
     };
 }
 
-void list_groups(const Router &router, ControlRows &rows)
+void list_groups(const Process &process, ControlRows &rows)
 {
-    from_position(router, rows, [&rows](const Interface &interface) {
+    from_position(process, rows, [&rows](const Interface &interface) {
         const Address *address = address_in(rows, interface, 1);
         MRT_TABLE_S *groups = groups_of(interface);
         auto *entry = static_cast<MRT_GROUP_S *>(MRT_Locate(groups, address));
@@ -103,19 +103,19 @@ void list_groups(const Router &router, ControlRows &rows)
 
 ControlFields source_row(const Interface &interface, const MRT_SOURCE_S *entry)
 {
-    const bool of_users = interface.members != nullptr;
+    const bool of_users = interface.users_union != nullptr;
     return {
         ControlField::interface(interface.index),
         ControlField::address(*entry->group->address),
         ControlField::address(*entry->address),
-        ControlField::truth(of_users ? LinkMembers::wants_source(entry) : state_of(entry)->timer.running()),
+        ControlField::truth(of_users ? UsersUnion::wants_source(entry) : state_of(entry)->timer.running()),
         of_users ? ControlField() : remaining(state_of(entry)->timer),
     };
 }
 
-void list_sources(const Router &router, ControlRows &rows)
+void list_sources(const Process &process, ControlRows &rows)
 {
-    from_position(router, rows, [&rows](const Interface &interface) {
+    from_position(process, rows, [&rows](const Interface &interface) {
         const Address *group = address_in(rows, interface, 1);
         const Address *address = group != nullptr ? address_in(rows, interface, 2) : nullptr;
         MRT_TABLE_S *groups = groups_of(interface);
@@ -130,27 +130,27 @@ void list_sources(const Router &router, ControlRows &rows)
     });
 }
 
-void list_interfaces(const Router &router, ControlRows &rows)
+void list_interfaces(const Process &process, ControlRows &rows)
 {
-    const bool ipv4 = router.config.family == MCAST_FAMILY_IPV4;
-    from_position(router, rows, [&](const Interface &interface) {
+    const bool ipv4 = process.config.family == MCAST_FAMILY_IPV4;
+    from_position(process, rows, [&](const Interface &interface) {
         rows.add({
             ControlField::interface(interface.index),
-            ControlField::family(router.config.family),
+            ControlField::family(process.config.family),
             ControlField::truth(interface.running),
             interface.running ? ControlField::address(interface.address) : ControlField(),
-            ControlField::number(ipv4 ? router.config.version : router.config.version - 1u),
+            ControlField::number(ipv4 ? process.config.version : process.config.version - 1u),
             ControlField::number(MRT_CountTable(groups_of(interface))),
-            ControlField::truth(interface.running && router.policy->reports(interface)),
+            ControlField::truth(interface.running && process.policy->reports(interface)),
             ControlField::number(configured_query_interval_s(interface)),
             ControlField::number(interface.vrf_index),
         });
     });
 }
 
-void list_queriers(const Router &router, ControlRows &rows)
+void list_queriers(const Process &process, ControlRows &rows)
 {
-    from_position(router, rows, [&](const Interface &interface) {
+    from_position(process, rows, [&](const Interface &interface) {
         const Querier &querier = interface.querier;
 
         if (!interface.running) {
@@ -158,7 +158,7 @@ void list_queriers(const Router &router, ControlRows &rows)
         }
         rows.add({
             ControlField::interface(interface.index),
-            ControlField::family(router.config.family),
+            ControlField::family(process.config.family),
             ControlField::address(querier.elected ? interface.address : querier.other),
             ControlField::truth(querier.elected),
             remaining(querier.general),
@@ -172,22 +172,22 @@ void list_queriers(const Router &router, ControlRows &rows)
 
 using NamedValues = std::vector<std::pair<std::string, uint64_t>>;
 
-void add_counters(ControlRows &rows, const Router &router, uint32_t if_index, NamedValues counters)
+void add_counters(ControlRows &rows, const Process &process, uint32_t if_index, NamedValues counters)
 {
     std::sort(counters.begin(), counters.end());
     for (const auto &[name, value] : counters) {
-        if (!rows.add({ControlField::family(router.config.family), ControlField::interface(if_index),
+        if (!rows.add({ControlField::family(process.config.family), ControlField::interface(if_index),
                        ControlField::text(name), ControlField::counter(value)})) {
             return;
         }
     }
 }
 
-NamedValues process_counters(const mcastd::ControlServer &server, const ProcessStatus &process)
+NamedValues daemon_counters(const mcastd::ControlServer &server, const DaemonStatus &daemon)
 {
     NamedValues counters = {
-        {"mrib_connects", process.mrib_connects},
-        {"packets_lost_in_kernel", process.kernel_drops},
+        {"mrib_connects", daemon.mrib_connects},
+        {"packets_lost_in_kernel", daemon.kernel_drops},
     };
     server.visit_counters(
         [&counters](const char *name, uint64_t value) { counters.emplace_back(name, value); });
@@ -203,34 +203,34 @@ NamedValues interface_counters(const Interface &interface)
     return counters;
 }
 
-void list_counters(const mcastd::ControlServer &server, const Router &router, const ProcessStatus &process,
+void list_counters(const mcastd::ControlServer &server, const Process &process, const DaemonStatus &daemon,
                    ControlRows &rows)
 {
-    const ControlFields family = {ControlField::family(router.config.family)};
+    const ControlFields family = {ControlField::family(process.config.family)};
     const uint32_t first = rows.key().size() > 1 ? rows.key()[1].as_interface() : 0;
     if (!rows.wants(family)) {
         return;
     }
     if (first == 0) {
-        add_counters(rows, router, 0, process_counters(server, process));
+        add_counters(rows, process, 0, daemon_counters(server, daemon));
     }
-    for (auto at = router.interfaces.lower_bound(first); at != router.interfaces.end() && !rows.full();
+    for (auto at = process.interfaces.lower_bound(first); at != process.interfaces.end() && !rows.full();
          ++at) {
-        add_counters(rows, router, at->first, interface_counters(*at->second));
+        add_counters(rows, process, at->first, interface_counters(*at->second));
     }
 }
 
-std::string check_query_interval(const Router &router, const ControlFields &key, const ControlField &value)
+std::string check_query_interval(const Process &process, const ControlFields &key, const ControlField &value)
 {
-    if (!key.empty() && !router.interfaces.contains(key[0].as_interface())) {
+    if (!key.empty() && !process.interfaces.contains(key[0].as_interface())) {
         return "the protocol is not configured on the interface";
     }
     if (value.as_number() == 0 && !key.empty()) {
         return ""; // back to the value for all interfaces
     }
-    if (value.as_number() <= router.config.response_s) {
+    if (value.as_number() <= process.config.response_s) {
         return "the query interval must be more than the query response interval of " +
-               std::to_string(router.config.response_s) + " seconds";
+               std::to_string(process.config.response_s) + " seconds";
     }
     if (value.as_number() > MOST_QUERY_INTERVAL_S) {
         return "the query interval is at most " + std::to_string(MOST_QUERY_INTERVAL_S) + " seconds";
@@ -238,15 +238,15 @@ std::string check_query_interval(const Router &router, const ControlFields &key,
     return "";
 }
 
-void apply_query_interval(Router &router, const ControlFields &key, const ControlField &value)
+void apply_query_interval(Process &process, const ControlFields &key, const ControlField &value)
 {
     const auto seconds = static_cast<uint32_t>(value.as_number());
     if (!key.empty()) {
-        querier_set_interval(*router.interfaces.at(key[0].as_interface()), seconds);
+        querier_set_interval(*process.interfaces.at(key[0].as_interface()), seconds);
         return;
     }
-    router.config.query_interval_s = seconds;
-    for (const auto &[index, interface] : router.interfaces) {
+    process.config.query_interval_s = seconds;
+    for (const auto &[index, interface] : process.interfaces) {
         if (interface->query_interval_s == 0) {
             querier_set_interval(*interface, 0);
         }
@@ -255,25 +255,26 @@ void apply_query_interval(Router &router, const ControlFields &key, const Contro
 
 } // namespace
 
-void offer_control(mcastd::ControlServer &server, Router &router, std::function<ProcessStatus()> process)
+void offer_control(mcastd::ControlServer &server, Process &process, std::function<DaemonStatus()> daemon)
 {
     mcastd::ControlRegistry &registry = server.registry();
-    registry.add_table(mcastd::GROUP_TABLE, [&router](ControlRows &rows) { list_groups(router, rows); });
-    registry.add_table(mcastd::SOURCE_TABLE, [&router](ControlRows &rows) { list_sources(router, rows); });
+    registry.add_table(mcastd::GROUP_TABLE, [&process](ControlRows &rows) { list_groups(process, rows); });
+    registry.add_table(mcastd::SOURCE_TABLE, [&process](ControlRows &rows) { list_sources(process, rows); });
     registry.add_table(mcastd::INTERFACE_TABLE,
-                       [&router](ControlRows &rows) { list_interfaces(router, rows); });
-    registry.add_table(mcastd::QUERIER_TABLE, [&router](ControlRows &rows) { list_queriers(router, rows); });
+                       [&process](ControlRows &rows) { list_interfaces(process, rows); });
+    registry.add_table(mcastd::QUERIER_TABLE,
+                       [&process](ControlRows &rows) { list_queriers(process, rows); });
     registry.add_table(mcastd::COUNTER_TABLE,
-                       [&server, &router, process = std::move(process)](ControlRows &rows) {
-                           list_counters(server, router, process(), rows);
+                       [&server, &process, daemon = std::move(daemon)](ControlRows &rows) {
+                           list_counters(server, process, daemon(), rows);
                        });
     registry.add_setting(mcastd::INTERFACE_TABLE,
                          {mcastd::SETTING_QUERY_INTERVAL, mcastd::FieldType::Number,
-                          [&router](const ControlFields &key, const ControlField &value) {
-                              return check_query_interval(router, key, value);
+                          [&process](const ControlFields &key, const ControlField &value) {
+                              return check_query_interval(process, key, value);
                           },
-                          [&router](const ControlFields &key, const ControlField &value) {
-                              apply_query_interval(router, key, value);
+                          [&process](const ControlFields &key, const ControlField &value) {
+                              apply_query_interval(process, key, value);
                           }});
 }
 

@@ -183,13 +183,13 @@ mcastd::ControlOutcome clear_users(UserService *service, const ControlFields &ar
 
 } // namespace
 
-void offer_user_control(mcastd::ControlServer &server, const Router &router, UserService *service)
+void offer_user_control(mcastd::ControlServer &server, const Process &process, UserService *service)
 {
     mcastd::ControlRegistry &registry = server.registry();
     const auto offer = [&](const mcastd::ControlSchema &schema, void (*list)(Listing)) {
-        registry.add_table(schema, [&router, service, list](ControlRows &rows) {
+        registry.add_table(schema, [&process, service, list](ControlRows &rows) {
             if (service != nullptr) {
-                list(Listing{*service, router.config.family, rows});
+                list(Listing{*service, process.config.family, rows});
             }
         });
     };

@@ -39,7 +39,6 @@
 #include "daemons/common/timer_loop.h"
 #include "daemons/gmpd/backup_server.h"
 #include "daemons/gmpd/control.h"
-#include "daemons/gmpd/daemon_outputs.h"
 #include "daemons/gmpd/links.h"
 #include "daemons/gmpd/mrib_link.h"
 #include "daemons/gmpd/receiver.h"
@@ -81,14 +80,15 @@ class Daemon
 {
 public:
     Daemon(const mcastd::Options &options, const Config &config)
-        : options_(options), frame_(options), timers_(frame_.reactor()), receiver_(router_),
+        : options_(options), frame_(options), timers_(frame_.reactor()), receiver_(process_),
           backup_(frame_.reactor(), indexes_),
           indexes_([this](const UserKey &user) { backup_.index_changed(user); }),
-          mrib_(router_, frame_.reactor()), outputs_(sender_, mrib_), links_(router_, receiver_),
-          standby_(frame_.reactor()), control_(frame_.reactor())
+          mrib_(process_, frame_.reactor()), links_(process_, receiver_), standby_(frame_.reactor()),
+          control_(frame_.reactor())
     {
-        router_.config = config;
-        router_.outputs = &outputs_;
+        process_.config = config;
+        process_.queries = &sender_;
+        process_.mrib = &mrib_;
     }
 
     // Each step says in the log why it fails. A second gmpd is stopped by the backup port before it has said
@@ -124,7 +124,7 @@ public:
         const int result = frame_.run();
 
         // Where a standby goes on at once, nothing is withdrawn.
-        outputs_.be_silent(backup_.synchronised() > 0);
+        mrib_.be_silent(backup_.synchronised() > 0);
         links_.close();
         mrib_.flush();
         return result;
@@ -133,7 +133,7 @@ public:
 private:
     const Config &config() const
     {
-        return router_.config;
+        return process_.config;
     }
     int32_t loop()
     {
@@ -147,7 +147,7 @@ private:
             !timers_.open()) {
             return false;
         }
-        router_.timers = timers_.manager();
+        process_.timers = timers_.manager();
         return true;
     }
 
@@ -175,7 +175,7 @@ private:
             return false;
         }
         if (config().user_auth) {
-            users_.emplace(router_, indexes_,
+            users_.emplace(process_, indexes_,
                            [this](const User &user, bool present) { mrib_.tell_user(user, present); });
         }
         return !users_ || users_->open(loop());
@@ -183,9 +183,9 @@ private:
 
     void offer()
     {
-        frame_.on_status([this] { return status_text(router_, process()); });
-        offer_control(control_, router_, [this] { return process(); });
-        offer_user_control(control_, router_, users());
+        frame_.on_status([this] { return status_text(process_, status()); });
+        offer_control(control_, process_, [this] { return status(); });
+        offer_user_control(control_, process_, users());
         offer_switch_over(control_, [this] {
             hand_over_ = backup_.synchronised() > 0;
             return hand_over_;
@@ -250,13 +250,13 @@ private:
     {
         mcastd::log_info("handing over to the standby");
         mcastd::timer_stop(timers_.manager(), release_);
-        outputs_.be_silent(true);
+        mrib_.be_silent(true);
         links_.close();
         if (users_) {
             users_->switch_over(UserIndexMap(indexes_.assigned()));
         }
         close_active();
-        outputs_.be_silent(false);
+        mrib_.be_silent(false);
         mrib_.start_over();
         standby_.remember(indexes_.assigned());
         backup_.close();
@@ -297,9 +297,9 @@ private:
     {
         return users_ ? &*users_ : nullptr;
     }
-    ProcessStatus process()
+    DaemonStatus status()
     {
-        ProcessStatus status;
+        DaemonStatus status;
         status.mrib_connected = mrib_.connected();
         status.mrib_connects = mrib_.connects();
         status.mrib_pending = mrib_.pending();
@@ -317,13 +317,12 @@ private:
     const mcastd::Options &options_;
     mcastd::Frame frame_;
     mcastd::TimerLoop timers_;
-    Router router_;
+    Process process_;
     Sender sender_;
     Receiver receiver_;
     BackupServer backup_; // its end lets the standby begin
     UserIndexes indexes_; // needed until the last user is gone
     MribLink mrib_;
-    DaemonOutputs outputs_;
     Links links_;
     std::optional<UserService> users_;
     Standby standby_;

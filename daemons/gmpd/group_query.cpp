@@ -10,6 +10,7 @@
 
 #include <algorithm>
 
+#include "daemons/gmpd/process.h"
 #include "daemons/gmpd/querier.h"
 #include "daemons/gmpd/trace.h"
 
@@ -27,18 +28,18 @@ struct Round {
 
 MCAST_TMR_S *timers_of(const GroupState &group)
 {
-    return group.interface->router->timers;
+    return group.memberships->link.process->timers;
 }
 
 void send_about_group(GroupState &group)
 {
-    Interface &interface = *group.interface;
+    Interface &interface = group.memberships->link;
     Query query;
     query.group = *group.entry->address;
     query.max_response_ms = last_member_interval_ms(interface);
     query.suppress = timer_beyond(group.timer, last_member_time_ms(interface));
     if (!query.suppress) {
-        timer_raise(interface.router->timers, group.timer, last_member_interval_ms(interface));
+        timer_raise(interface.process->timers, group.timer, last_member_interval_ms(interface));
     }
     querier_send(interface, query);
 }
@@ -46,8 +47,8 @@ void send_about_group(GroupState &group)
 // Sends the sources in as many messages as the link's MTU asks for.
 void send_about_sources(GroupState &group, std::span<const Address> sources, bool suppress)
 {
-    Interface &interface = *group.interface;
-    const size_t room = sources_per_query(group.entry->address->family, link_of(interface).mtu);
+    Interface &interface = group.memberships->link;
+    const size_t room = sources_per_query(group.entry->address->family, interface.mtu);
     Query query;
     query.group = *group.entry->address;
     query.max_response_ms = last_member_interval_ms(interface);
@@ -74,8 +75,8 @@ void repeat(void *owner);
 
 void repeat_later(GroupState &group)
 {
-    timer_start_near(timers_of(group), group.retransmit, last_member_interval_ms(*group.interface), repeat,
-                     &group);
+    timer_start_near(timers_of(group), group.retransmit, last_member_interval_ms(group.memberships->link),
+                     repeat, &group);
 }
 
 // Another router asks now; who was to be asked once more is none of this router's later questions.
@@ -88,11 +89,11 @@ void forget_questions(GroupState &group)
 void repeat(void *owner)
 {
     GroupState &group = *static_cast<GroupState *>(owner);
-    const uint32_t answer_ms = last_member_interval_ms(*group.interface);
-    const uint32_t time_ms = last_member_time_ms(*group.interface);
+    const uint32_t answer_ms = last_member_interval_ms(group.memberships->link);
+    const uint32_t time_ms = last_member_time_ms(group.memberships->link);
     Round round;
     bool more = false;
-    if (!link_of(*group.interface).querier.elected) {
+    if (!group.memberships->link.querier.elected) {
         forget_questions(group);
         return;
     }
@@ -135,13 +136,13 @@ void end_at_once(GroupState &group, const std::vector<SourceState *> &sources, b
 
 void ask(GroupState &group, const std::vector<SourceState *> &sources, bool about_group)
 {
-    const Interface &interface = link_of(*group.interface);
+    const Interface &interface = group.memberships->link;
     const uint32_t time_ms = last_member_time_ms(interface);
     const uint32_t repetitions = interface.querier.robustness - 1;
     Round round;
-    if (interface.router->config.immediate_leave) {
+    if (interface.process->config.immediate_leave) {
         trace(TraceCategory::Group, interface, "%N on %P: the leave is believed at once",
-              group.entry->address, interface.index);
+              group.entry->address, group.memberships->shown_index());
         end_at_once(group, sources, about_group);
         return;
     }
@@ -165,34 +166,36 @@ void ask(GroupState &group, const std::vector<SourceState *> &sources, bool abou
         return;
     }
     trace(TraceCategory::Group, interface, "%N on %P: %s and %u sources end in %u s unless somebody answers",
-          group.entry->address, interface.index, round.about_group ? "the group" : "no group",
-          static_cast<uint32_t>(round.doubtful.size()), time_ms / 1000);
+          group.entry->address, group.memberships->shown_index(),
+          round.about_group ? "the group" : "no group", static_cast<uint32_t>(round.doubtful.size()),
+          time_ms / 1000);
     send_round(group, round);
     if (repetitions > 0 && !group.retransmit.running()) {
         repeat_later(group);
     }
 }
 
-void lower_queried(Interface &interface, const Message &query)
+void lower_queried(Memberships &memberships, const Message &query)
 {
-    GroupState *group = find_group(interface, query.group);
+    const Interface &interface = memberships.link;
+    GroupState *group = find_group(memberships, query.group);
 
     if (group == nullptr) {
         return;
     }
-    const uint32_t timeout_ms = query.max_response_ms * link_of(interface).querier.robustness;
+    const uint32_t timeout_ms = query.max_response_ms * interface.querier.robustness;
 
     trace(TraceCategory::Group, interface, "%N on %P: %A asks, what it asks about ends in %u s at most",
-          &query.group, interface.index, &query.sender, timeout_ms / 1000);
+          &query.group, memberships.shown_index(), &query.sender, timeout_ms / 1000);
     if (query.sources.count() == 0) {
-        timer_lower(interface.router->timers, group->timer, timeout_ms);
+        timer_lower(interface.process->timers, group->timer, timeout_ms);
         return;
     }
     for (size_t i = 0; i < query.sources.count(); ++i) {
         SourceState *source = find_source(*group, query.sources.at(i));
 
         if (source != nullptr) {
-            timer_lower(interface.router->timers, source->timer, timeout_ms);
+            timer_lower(interface.process->timers, source->timer, timeout_ms);
         }
     }
 }

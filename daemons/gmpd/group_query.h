@@ -19,7 +19,7 @@ namespace gmpd
 void ask(GroupState &group, const std::vector<SourceState *> &sources, bool about_group);
 
 // Shortens the life of what another router's query asks for. query names a group and has its S flag clear.
-void lower_queried(Interface &interface, const Message &query);
+void lower_queried(Memberships &memberships, const Message &query);
 
 } // namespace gmpd
 

@@ -20,6 +20,7 @@
 
 #include "daemons/common/log.h"
 #include "daemons/gmpd/group_query.h"
+#include "daemons/gmpd/process.h"
 #include "daemons/gmpd/trace.h"
 
 namespace gmpd
@@ -39,24 +40,29 @@ constexpr bool clears_at(uint32_t used, uint32_t limit)
 
 MCAST_TMR_S *timers_of(const GroupState &group)
 {
-    return group.interface->router->timers;
+    return group.memberships->link.process->timers;
+}
+
+Interface &link_of(const GroupState &group)
+{
+    return group.memberships->link;
 }
 
 // A link's change goes to the MRIB, a user's to what the users of his link come to.
 void tell_member(const GroupState &group, const Address *source, bool join, bool blocked)
 {
-    const Interface &interface = *group.interface;
-    if (interface.link != nullptr) {
-        interface.link->members->note(*group.entry->address, source, join, blocked);
+    Interface &link = link_of(group);
+    if (group.memberships->of_user()) {
+        link.users_union->note(*group.entry->address, source, join, blocked);
     } else {
-        interface.router->outputs->tell_member(interface, *group.entry->address, source, join, blocked);
+        link.process->mrib->tell_member(link, *group.entry->address, source, join, blocked);
     }
 }
 
-void settle_link(const Interface &interface, const Address &group)
+void settle_link(const Memberships &memberships, const Address &group)
 {
-    if (interface.link != nullptr) {
-        interface.link->members->settle(group);
+    if (memberships.of_user()) {
+        memberships.link.users_union->settle(group);
     }
 }
 
@@ -67,7 +73,7 @@ void tell_source(const SourceState &source, bool join, bool blocked)
 
 bool reports(const GroupState &group)
 {
-    return group.interface->router->policy->reports(*group.interface);
+    return group.memberships->link.process->policy->reports(link_of(group));
 }
 
 void tell_any(GroupState &group, bool join)
@@ -115,8 +121,8 @@ void tell_removals(SourceState &source, bool reported)
 void group_expired(void *owner)
 {
     GroupState &group = *static_cast<GroupState *>(owner);
-    trace(TraceCategory::Group, *group.interface, "%N on %P: nobody wants any source any more",
-          group.entry->address, group.interface->index);
+    trace(TraceCategory::Group, link_of(group), "%N on %P: nobody wants any source any more",
+          group.entry->address, group.memberships->shown_index());
     // Sources that end in this very second do not outlive the group for an instant.
     for_each_source(group, [](SourceState &source) {
         if (timer_is_due(source.timer)) {
@@ -130,8 +136,8 @@ void group_expired(void *owner)
 void source_expired(void *owner)
 {
     SourceState &source = *static_cast<SourceState *>(owner);
-    trace(TraceCategory::Group, *source.group->interface, "(%M, %N) on %P: nobody wants it any more",
-          source.entry->address, source.group->entry->address, source.group->interface->index);
+    trace(TraceCategory::Group, link_of(*source.group), "(%M, %N) on %P: nobody wants it any more",
+          source.entry->address, source.group->entry->address, source.group->memberships->shown_index());
     source.group->dirty = true;
     // When the group ends in this very second, its own handler settles both.
     if (!timer_is_due(source.group->timer)) {
@@ -139,27 +145,27 @@ void source_expired(void *owner)
     }
 }
 
-void warn_group_limit(Interface &interface)
+void warn_group_limit(Memberships &memberships)
 {
-    const uint32_t used = MRT_CountTable(interface.groups);
-    const uint32_t limit = interface.router->config.max_groups;
-    if (!interface.near_group_limit && warns_at(used, limit)) {
-        interface.near_group_limit = true;
+    const uint32_t used = MRT_CountTable(memberships.groups);
+    const uint32_t limit = memberships.link.process->config.max_groups;
+    if (!memberships.near_group_limit && warns_at(used, limit)) {
+        memberships.near_group_limit = true;
         mcastd::log_warning("%s: %u groups, the limit is %u: raise it with --max-groups",
-                            interface.name.c_str(), used, limit);
-    } else if (interface.near_group_limit && clears_at(used, limit)) {
-        interface.near_group_limit = false;
+                            memberships.name().c_str(), used, limit);
+    } else if (memberships.near_group_limit && clears_at(used, limit)) {
+        memberships.near_group_limit = false;
     }
 }
 
 void warn_source_limit(GroupState &group)
 {
     const uint32_t used = MRT_CountTable(group.entry->sources);
-    const uint32_t limit = group.interface->router->config.max_sources;
+    const uint32_t limit = group.memberships->link.process->config.max_sources;
     if (!group.near_source_limit && warns_at(used, limit)) {
         group.near_source_limit = true;
         mcastd::log_warning("%s: group %s has %u sources, the limit is %u: raise it with --max-sources",
-                            group.interface->name.c_str(), to_text(*group.entry->address).c_str(), used,
+                            group.memberships->name().c_str(), to_text(*group.entry->address).c_str(), used,
                             limit);
     } else if (group.near_source_limit && clears_at(used, limit)) {
         group.near_source_limit = false;
@@ -167,14 +173,15 @@ void warn_source_limit(GroupState &group)
 }
 
 // The limit holds for each user, and for the link's users together.
-bool has_room(const Interface &interface, const Address &group)
+bool has_room(const Memberships &memberships, const Address &group)
 {
-    const uint32_t limit = interface.router->config.max_groups;
-    if (MRT_CountTable(interface.groups) >= limit) {
+    const Interface &link = memberships.link;
+    const uint32_t limit = link.process->config.max_groups;
+    if (MRT_CountTable(memberships.groups) >= limit) {
         return false;
     }
-    return interface.link == nullptr || interface.link->members->has_group(group) ||
-           interface.link->members->group_count() < limit;
+    return !memberships.of_user() || link.users_union->has_group(group) ||
+           link.users_union->group_count() < limit;
 }
 
 } // namespace
@@ -194,9 +201,9 @@ void release_source(void **user_data)
     timer_stop(timers_of(*source->group), source->timer);
 }
 
-GroupState *find_group(const Interface &interface, const Address &group)
+GroupState *find_group(const Memberships &memberships, const Address &group)
 {
-    return state_of(static_cast<MRT_GROUP_S *>(MRT_Locate(interface.groups, &group)));
+    return state_of(static_cast<MRT_GROUP_S *>(MRT_Locate(memberships.groups, &group)));
 }
 
 SourceState *find_source(const GroupState &group, const Address &source)
@@ -205,27 +212,27 @@ SourceState *find_source(const GroupState &group, const Address &source)
     return state != nullptr && !state->doomed ? state : nullptr;
 }
 
-GroupState *ensure_group(Interface &interface, const Address &group)
+GroupState *ensure_group(Memberships &memberships, const Address &group)
 {
-    GroupState *found = find_group(interface, group);
+    GroupState *found = find_group(memberships, group);
 
     if (found != nullptr) {
         return found;
     }
-    if (!has_room(interface, group)) {
-        ++interface.counters[Count::GroupLimit];
-        trace(TraceCategory::Group, interface, "%N on %P refused: %u groups are the limit", &group,
-              interface.index, interface.router->config.max_groups);
+    if (!has_room(memberships, group)) {
+        ++memberships.counters()[Count::GroupLimit];
+        trace(TraceCategory::Group, memberships.link, "%N on %P refused: %u groups are the limit", &group,
+              memberships.shown_index(), memberships.link.process->config.max_groups);
         return nullptr;
     }
     auto state = std::make_unique<GroupState>();
 
-    state->interface = &interface;
+    state->memberships = &memberships;
     state->entry =
-        mcastd::must_have(MRT_CreateGroupMask(interface.groups, &group, address_bits(group.family)));
+        mcastd::must_have(MRT_CreateGroupMask(memberships.groups, &group, address_bits(group.family)));
     state->entry->user_data = state.get();
-    warn_group_limit(interface);
-    trace(TraceCategory::Group, interface, "%N on %P begins", &group, interface.index);
+    warn_group_limit(memberships);
+    trace(TraceCategory::Group, memberships.link, "%N on %P begins", &group, memberships.shown_index());
     return state.release();
 }
 
@@ -238,11 +245,11 @@ SourceState *ensure_source(GroupState &group, const Address &source)
         found->doomed = false;
         return found;
     }
-    if (MRT_CountTable(group.entry->sources) >= group.interface->router->config.max_sources) {
-        ++group.interface->counters[Count::SourceLimit];
-        trace(TraceCategory::Group, *group.interface, "(%M, %N) on %P refused: %u sources are the limit",
-              &source, group.entry->address, group.interface->index,
-              group.interface->router->config.max_sources);
+    if (MRT_CountTable(group.entry->sources) >= group.memberships->link.process->config.max_sources) {
+        ++group.memberships->counters()[Count::SourceLimit];
+        trace(TraceCategory::Group, link_of(group), "(%M, %N) on %P refused: %u sources are the limit",
+              &source, group.entry->address, group.memberships->shown_index(),
+              group.memberships->link.process->config.max_sources);
         return nullptr;
     }
     auto state = std::make_unique<SourceState>();
@@ -259,8 +266,8 @@ void source_wanted(SourceState &source, uint32_t timeout_ms)
 {
     source.group->dirty = source.group->dirty || !source.timer.running();
     timer_start(timers_of(*source.group), source.timer, timeout_ms, source_expired, &source);
-    trace(TraceCategory::Group, *source.group->interface, "(%M, %N) on %P wanted for %u s",
-          source.entry->address, source.group->entry->address, source.group->interface->index,
+    trace(TraceCategory::Group, link_of(*source.group), "(%M, %N) on %P wanted for %u s",
+          source.entry->address, source.group->entry->address, source.group->memberships->shown_index(),
           timeout_ms / 1000);
 }
 
@@ -281,8 +288,8 @@ void group_exclude(GroupState &group, uint32_t timeout_ms)
 {
     group.dirty = group.dirty || !group.exclude;
     timer_start(timers_of(group), group.timer, timeout_ms, group_expired, &group);
-    trace(TraceCategory::Group, *group.interface, "(*, %N) on %P wanted for %u s", group.entry->address,
-          group.interface->index, timeout_ms / 1000);
+    trace(TraceCategory::Group, link_of(group), "(*, %N) on %P wanted for %u s", group.entry->address,
+          group.memberships->shown_index(), timeout_ms / 1000);
     group.exclude = true;
 }
 
@@ -313,37 +320,38 @@ void settle_group(GroupState &group)
     if (!group.exclude && MRT_CountTable(group.entry->sources) == 0) {
         remove_group(group);
     } else {
-        settle_link(*group.interface, *group.entry->address);
+        settle_link(*group.memberships, *group.entry->address);
         warn_source_limit(group);
     }
 }
 
 void remove_group(GroupState &group)
 {
-    Interface &interface = *group.interface;
+    Memberships &memberships = *group.memberships;
     const Address address = *group.entry->address;
     for_each_source(group, [](SourceState &source) { source.doomed = true; });
     group.exclude = false;
     tell_any(group, false);
     for_each_source(group, [](SourceState &source) { tell_removals(source, true); });
-    trace(TraceCategory::Group, interface, "%N on %P ends", group.entry->address, interface.index);
+    trace(TraceCategory::Group, memberships.link, "%N on %P ends", group.entry->address,
+          memberships.shown_index());
     MRT_DeleteGroup(group.entry);
-    settle_link(interface, address);
-    warn_group_limit(interface);
+    settle_link(memberships, address);
+    warn_group_limit(memberships);
 }
 
-void forget_groups(Interface &interface)
+void forget_groups(Memberships &memberships)
 {
-    MRT_ClearTable(interface.groups);
+    MRT_ClearTable(memberships.groups);
 }
 
 void tell_everything(Interface &interface)
 {
-    if (interface.members != nullptr) {
-        interface.members->tell_everything();
+    if (interface.users_union != nullptr) {
+        interface.users_union->tell_everything();
         return;
     }
-    for_each_group(interface, [](GroupState &group) {
+    for_each_group(interface.memberships, [](GroupState &group) {
         group.told_any = false;
         for_each_source(group, [](SourceState &source) {
             source.told_joined = false;

@@ -1,6 +1,6 @@
 /*
- * Group and source records of an interface and their life: creation within limits, expiry, and the report of
- * what changed to the MRIB. What messages do to them is in membership.h, what is asked about them in
+ * Group and source records and their life: creation within limits, expiry, and the report of
+ * what changed to the MRIB. What records of reports do to them is in state_table.h, what is asked about them in
  * group_query.h.
  */
 #ifndef DAEMONS_GMPD_GROUP_STATE_H
@@ -18,7 +18,7 @@ namespace gmpd
 // A group with members, hanging on its MRT_GROUP_S. exclude: some member wants every source except those
 // whose timer does not run; otherwise only the sources in the table are wanted.
 struct GroupState {
-    Interface *interface = nullptr;
+    Memberships *memberships = nullptr;
     MRT_GROUP_S *entry = nullptr;
     bool exclude = false;
     bool told_any = false;          // the MRIB knows the join of any source
@@ -56,15 +56,15 @@ inline SourceState *state_of(const MRT_SOURCE_S *entry)
     return entry != nullptr ? static_cast<SourceState *>(entry->user_data) : nullptr;
 }
 
-// The group's state on the interface, or NULL.
-GroupState *find_group(const Interface &interface, const Address &group);
+// The group's state, or NULL.
+GroupState *find_group(const Memberships &memberships, const Address &group);
 
 // The source's state in the group, or NULL; doomed ones count as absent.
 SourceState *find_source(const GroupState &group, const Address &source);
 
-// The group's state, made when missing: INCLUDE without sources. NULL when the interface is at its limit,
+// The group's state, made when missing: INCLUDE without sources. NULL when there are as many as may be,
 // which is counted.
-GroupState *ensure_group(Interface &interface, const Address &group);
+GroupState *ensure_group(Memberships &memberships, const Address &group);
 
 // The source's state, made when missing with its timer stopped. NULL when the group is at its limit, which is
 // counted.
@@ -93,8 +93,8 @@ void settle_group(GroupState &group);
 // Removes the group from the tables and from the MRIB.
 void remove_group(GroupState &group);
 
-// Removes every group of the interface without telling the MRIB about each.
-void forget_groups(Interface &interface);
+// Removes every group without telling the MRIB about each.
+void forget_groups(Memberships &memberships);
 
 // Tells a MRIB that knows nothing of the interface all of its memberships.
 void tell_everything(Interface &interface);
@@ -126,13 +126,13 @@ template <typename Visit> void for_each_source(const GroupState &group, Visit vi
     }
 }
 
-// Calls visit(GroupState &) for every group of the interface in address order; visit may remove the group.
-template <typename Visit> void for_each_group(const Interface &interface, Visit visit)
+// Calls visit(GroupState &) for every group in address order; visit may remove the group.
+template <typename Visit> void for_each_group(const Memberships &memberships, Visit visit)
 {
-    if (MRT_CountTable(interface.groups) == 0) {
+    if (MRT_CountTable(memberships.groups) == 0) {
         return;
     }
-    const Walk walk = open_walk(interface.groups);
+    const Walk walk = open_walk(memberships.groups);
 
     while (auto *entry = static_cast<MRT_GROUP_S *>(MRT_WalkNext(walk.get()))) {
         visit(*state_of(entry));

@@ -1,17 +1,15 @@
 #include "daemons/gmpd/interface.h"
 
 #include "daemons/common/log.h"
-#include "daemons/common/memory.h"
 #include "daemons/gmpd/group_state.h"
+#include "daemons/gmpd/process.h"
 #include "daemons/gmpd/querier.h"
 
 namespace gmpd
 {
 
-Interface::Interface(Router &owner, uint32_t if_index, const std::string &if_name)
-    : router(&owner), index(if_index), name(if_name),
-      groups(mcastd::must_have(
-          MRT_CreateTable(owner.config.family, if_name.c_str(), release_group, release_source)))
+Interface::Interface(Process &owner, uint32_t if_index, const std::string &if_name)
+    : process(&owner), index(if_index), name(if_name), memberships(*this)
 {
     address = any_address(owner.config.family);
 }
@@ -19,8 +17,17 @@ Interface::Interface(Router &owner, uint32_t if_index, const std::string &if_nam
 Interface::~Interface()
 {
     interface_stop(*this);
-    timer_stop(router->timers, querier.warned);
-    MRT_DestroyTable(groups);
+    timer_stop(process->timers, querier.warned);
+}
+
+uint32_t version_shown(const Interface &interface, uint32_t version)
+{
+    return interface.process->config.family == MCAST_FAMILY_IPV4 ? version : version - 1;
+}
+
+MRIB_GMP_VRF_KEY_S key_of(const Interface &interface)
+{
+    return MRIB_GMP_VRF_KEY_S{interface.process->config.family, interface.vrf_index};
 }
 
 void interface_move(Interface &interface, uint16_t vrf_index)
@@ -33,11 +40,11 @@ void interface_move(Interface &interface, uint16_t vrf_index)
 
 void interface_authenticate(Interface &interface, bool required)
 {
-    if (required == (interface.members != nullptr)) {
+    if (required == (interface.users_union != nullptr)) {
         return;
     }
     interface_stop(interface);
-    interface.members = required ? std::make_unique<LinkMembers>(interface) : nullptr;
+    interface.users_union = required ? std::make_unique<UsersUnion>(interface) : nullptr;
 }
 
 void interface_start(Interface &interface, const Address &address)
@@ -52,7 +59,7 @@ void interface_start(Interface &interface, const Address &address)
     interface.address = address;
     interface.running = true;
     mcastd::log_info("%s: started, address %s", interface.name.c_str(), to_text(address).c_str());
-    interface.router->outputs->tell_running(interface, true);
+    interface.process->mrib->tell_running(interface, true);
     querier_start(interface);
 }
 
@@ -63,17 +70,17 @@ void interface_stop(Interface &interface)
     }
     mcastd::log_info("%s: stopped", interface.name.c_str());
     querier_stop(interface);
-    if (interface.members != nullptr) {
-        if (interface.router->users != nullptr) {
-            interface.router->users->link_stopped(interface);
+    if (interface.users_union != nullptr) {
+        if (interface.process->users != nullptr) {
+            interface.process->users->link_stopped(interface);
         }
-        interface.members->clear();
+        interface.users_union->clear();
     }
-    forget_groups(interface);
+    forget_groups(interface.memberships);
     interface.running = false;
-    interface.near_group_limit = false;
-    interface.address = any_address(interface.router->config.family);
-    interface.router->outputs->tell_running(interface, false);
+    interface.memberships.near_group_limit = false;
+    interface.address = any_address(interface.process->config.family);
+    interface.process->mrib->tell_running(interface, false);
 }
 
 bool interface_is_neighbour(const Interface &interface, const Address &sender)
@@ -94,12 +101,12 @@ bool interface_is_neighbour(const Interface &interface, const Address &sender)
 uint32_t configured_query_interval_s(const Interface &interface)
 {
     return interface.query_interval_s != 0 ? interface.query_interval_s
-                                           : interface.router->config.query_interval_s;
+                                           : interface.process->config.query_interval_s;
 }
 
 uint32_t membership_interval_ms(const Interface &interface)
 {
-    const Querier &querier = link_of(interface).querier;
+    const Querier &querier = interface.querier;
     return querier.robustness * querier.query_interval_s * 1000 + querier.response_ms;
 }
 
@@ -110,12 +117,12 @@ uint32_t older_host_interval_ms(const Interface &interface)
 
 uint32_t last_member_interval_ms(const Interface &interface)
 {
-    return interface.router->config.last_member_s * 1000;
+    return interface.process->config.last_member_s * 1000;
 }
 
 uint32_t last_member_time_ms(const Interface &interface)
 {
-    return last_member_interval_ms(interface) * link_of(interface).querier.robustness;
+    return last_member_interval_ms(interface) * interface.querier.robustness;
 }
 
 } // namespace gmpd

@@ -1,9 +1,9 @@
 /*
- * The router's view of one interface, and of the process as a whole.
+ * One link as the protocol sees it.
  *
- *      Router ── interfaces by index ── Interface ── groups: MRT_TABLE_S of GroupState
- *                                          │                     └── sources: MRT_TABLE_S of SourceState
- *                                          └── Querier
+ *      Process ── interfaces by index ── Interface ── Memberships: groups and sources (memberships.h)
+ *                                           ├── UsersUnion, in their place where users are authenticated
+ *                                           └── Querier
  *
  * All of it belongs to the thread that runs the event loop.
  */
@@ -11,47 +11,21 @@
 #define DAEMONS_GMPD_INTERFACE_H
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "daemons/common/timer.h"
 #include "daemons/gmpd/address.h"
-#include "daemons/gmpd/config.h"
 #include "daemons/gmpd/counters.h"
-#include "daemons/gmpd/link_members.h"
-#include "daemons/gmpd/packet_build.h"
-#include "daemons/gmpd/policy.h"
-#include "daemons/gmpd/users.h"
-#include "mcast/route_table.h"
+#include "daemons/gmpd/memberships.h"
+#include "daemons/gmpd/users_union.h"
+#include "mcast/mrib.h"
 
 namespace gmpd
 {
 
-struct Interface;
-struct GroupState;
-
-// What the state machine causes outside. Calls come from the event loop; implementations must not call back.
-class Outputs
-{
-public:
-    virtual ~Outputs() = default;
-
-    // A query is to leave through the interface.
-    virtual void send_query(Interface &interface, const Query &query) = 0;
-
-    // The protocol began or ended to run on the interface. Its end takes every membership with it.
-    virtual void tell_running(const Interface &interface, bool running) = 0;
-
-    // This router became, or is no longer, the querier on the interface.
-    virtual void tell_querier(const Interface &interface, bool elected) = 0;
-
-    // The state that forwarding depends on has changed by one step. source NULL: any source. blocked: it is
-    // the exclusion of source from the group that is set (join) or removed.
-    virtual void tell_member(const Interface &interface, const Address &group, const Address *source,
-                             bool join, bool blocked) = 0;
-};
+struct Process;
 
 // The election of the querier and its queries, RFC 3376 section 6.6.2 and RFC 3810 section 7.6.2.
 struct Querier {
@@ -66,68 +40,33 @@ struct Querier {
     mcastd::Timer warned; // runs while a warning about older routers is not repeated
 };
 
-struct Router;
-
-// One interface on which the protocol runs or will run once it has an address; or, with link set, what one
-// user of that interface asks for, which never runs itself: it has groups and counters, and takes the rest
-// from the link.
+// One interface on which the protocol runs, or will run once it has an address.
 struct Interface {
-    Router *router = nullptr;
+    Process *process = nullptr;
     uint32_t index = 0;
     std::string name;
-    uint16_t vrf_index = 0; // of a link: the instance that it is in
+    uint16_t vrf_index = 0; // the instance that it is in
     uint32_t mtu = 1500;
     uint32_t query_interval_s = 0; // as configured for it; 0: as for all interfaces
     bool running = false;
     Address address{};            // what queries are sent from, while running
     std::vector<Prefix> prefixes; // that are on the link
     Querier querier;
-    MRT_TABLE_S *groups = nullptr;
-    bool near_group_limit = false; // the operator has been warned
-    Interface *link = nullptr;
-    std::unique_ptr<LinkMembers> members; // of a link that requires authentication, in place of groups
     Counters counters;
+    Memberships memberships;                 // of all hosts, unless users are authenticated
+    std::unique_ptr<UsersUnion> users_union; // where users are authenticated: what theirs come to
 
-    Interface(Router &owner, uint32_t if_index, const std::string &if_name);
+    Interface(Process &owner, uint32_t if_index, const std::string &if_name);
     ~Interface();
     Interface(const Interface &) = delete;
     Interface &operator=(const Interface &) = delete;
 };
 
-// The policy of a router that nobody has given one.
-inline const Policy EVERYTHING_MAY{};
-
-// The process.
-struct Router {
-    Config config;
-    MCAST_TMR_S *timers = nullptr;          // not owned; outlives the interfaces
-    Outputs *outputs = nullptr;             // not owned
-    const Policy *policy = &EVERYTHING_MAY; // not owned
-    Users *users = nullptr;                 // not owned; NULL without authentication
-    std::map<uint32_t, std::unique_ptr<Interface>> interfaces;
-};
-
 // A version as the protocols of the family number it.
-inline uint32_t version_shown(const Interface &interface, uint32_t version)
-{
-    return interface.router->config.family == MCAST_FAMILY_IPV4 ? version : version - 1;
-}
-
-// The link itself, of a user's memberships as of a link.
-inline const Interface &link_of(const Interface &interface)
-{
-    return interface.link != nullptr ? *interface.link : interface;
-}
-inline Interface &link_of(Interface &interface)
-{
-    return interface.link != nullptr ? *interface.link : interface;
-}
+uint32_t version_shown(const Interface &interface, uint32_t version);
 
 // The instance that the interface belongs to, for the MRIB process and for trace lines.
-inline MRIB_GMP_VRF_KEY_S key_of(const Interface &interface)
-{
-    return MRIB_GMP_VRF_KEY_S{interface.router->config.family, link_of(interface).vrf_index};
-}
+MRIB_GMP_VRF_KEY_S key_of(const Interface &interface);
 
 // Moves the link to the instance; a running one stops when that is another.
 void interface_move(Interface &interface, uint16_t vrf_index);

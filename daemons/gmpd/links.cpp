@@ -71,12 +71,12 @@ void Links::close()
 {
     HOST_LinkClose(table_);
     table_ = nullptr;
-    router_.interfaces.clear();
+    process_.interfaces.clear();
 }
 
 void Links::report_missing_names() const
 {
-    for (const std::string &name : router_.config.interfaces) {
+    for (const std::string &name : process_.config.interfaces) {
         HOST_LINK_S link;
 
         if (HOST_LinkGetByName(table_, name.c_str(), &link) != 0) {
@@ -88,7 +88,7 @@ void Links::report_missing_names() const
 bool Links::is_wanted(HOST_LINK_TABLE table, const HOST_LINK_S &link) const
 {
     constexpr uint32_t needed = HOST_LINK_UP | HOST_LINK_MULTICAST;
-    const std::vector<std::string> &names = router_.config.interfaces;
+    const std::vector<std::string> &names = process_.config.interfaces;
     HOST_LINK_S master;
     if ((link.flags & needed) != needed || (link.flags & HOST_LINK_LOOPBACK) != 0) {
         return false;
@@ -100,7 +100,7 @@ bool Links::is_wanted(HOST_LINK_TABLE table, const HOST_LINK_S &link) const
 
 void Links::update(HOST_LINK_TABLE table, const HOST_LINK_S &link)
 {
-    const uint16_t family = router_.config.family;
+    const uint16_t family = process_.config.family;
     HOST_ADDRESS_S source;
 
     uint16_t vrf_index;
@@ -109,15 +109,15 @@ void Links::update(HOST_LINK_TABLE table, const HOST_LINK_S &link)
         remove(link.if_index);
         return;
     }
-    std::unique_ptr<Interface> &interface = router_.interfaces[link.if_index];
+    std::unique_ptr<Interface> &interface = process_.interfaces[link.if_index];
 
     if (interface == nullptr) {
-        interface = std::make_unique<Interface>(router_, link.if_index, link.name);
+        interface = std::make_unique<Interface>(process_, link.if_index, link.name);
         receiver_.join(link.if_index);
     }
     interface->name = link.name;
     interface_move(*interface, vrf_index);
-    interface_authenticate(*interface, requires_user(router_.config, link.name));
+    interface_authenticate(*interface, requires_user(process_.config, link.name));
     interface->mtu = link.mtu;
     interface->prefixes = prefixes_of(table, link.if_index, family);
     if (HOST_LinkGetSourceAddress(table, link.if_index, static_cast<uint8_t>(family), &source) == 0) {
@@ -137,7 +137,7 @@ void Links::update_all(HOST_LINK_TABLE table)
 
 void Links::remove(uint32_t if_index)
 {
-    if (router_.interfaces.erase(if_index) > 0) {
+    if (process_.interfaces.erase(if_index) > 0) {
         receiver_.leave(if_index);
     }
 }
@@ -163,9 +163,9 @@ void Links::on_event(HOST_LINK_TABLE table, const HOST_LINK_EVENT_S *event, void
     links.update(table, link);
     if (event->kind == HOST_LINK_EVENT_CHANGED && (event->old_link->flags & HOST_LINK_RUNNING) == 0 &&
         (link.flags & HOST_LINK_RUNNING) != 0) {
-        const auto found = links.router_.interfaces.find(link.if_index);
+        const auto found = links.process_.interfaces.find(link.if_index);
 
-        if (found != links.router_.interfaces.end()) {
+        if (found != links.process_.interfaces.end()) {
             querier_ask_again(*found->second);
         }
     }

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/process.h"
 #include "daemons/gmpd/receiver.h"
 #include "mcasthost/link.h"
 
@@ -16,7 +16,7 @@ namespace gmpd
 class Links
 {
 public:
-    Links(Router &router, Receiver &receiver) : router_(router), receiver_(receiver)
+    Links(Process &process, Receiver &receiver) : process_(process), receiver_(receiver)
     {
     }
     ~Links();
@@ -46,7 +46,7 @@ private:
     void remove(uint32_t if_index);
     void report_missing_names() const;
 
-    Router &router_;
+    Process &process_;
     Receiver &receiver_;
     HOST_LINK_TABLE table_ = nullptr;
 };

@@ -8,8 +8,9 @@
 #include <iterator>
 
 #include "daemons/gmpd/group_state.h"
-#include "daemons/gmpd/membership.h"
+#include "daemons/gmpd/process.h"
 #include "daemons/gmpd/querier.h"
+#include "daemons/gmpd/state_table.h"
 #include "daemons/gmpd/trace.h"
 #include "mcast/addr.h"
 
@@ -18,19 +19,19 @@ namespace gmpd
 namespace
 {
 
-bool is_routable(Interface &interface, const Address &group)
+bool is_routable(Memberships &memberships, const Address &group)
 {
     if ((MCAST_GrpAddrCheck(&group) & 0xffff) == MCAST_TRUE) {
         return true;
     }
-    ++interface.counters[Count::LinkScopeGroup];
-    trace(TraceCategory::Group, interface, "%N on %P ignored: it never leaves the link", &group,
-          interface.index);
+    ++memberships.counters()[Count::LinkScopeGroup];
+    trace(TraceCategory::Group, memberships.link, "%N on %P ignored: it never leaves the link", &group,
+          memberships.shown_index());
     return false;
 }
 
 // The usable sources of a record, in order and once each.
-std::vector<Address> sorted_sources(Interface &interface, const SourceList &list)
+std::vector<Address> sorted_sources(Memberships &memberships, const SourceList &list)
 {
     std::vector<Address> sources;
 
@@ -41,7 +42,7 @@ std::vector<Address> sorted_sources(Interface &interface, const SourceList &list
         if ((MCAST_SrcAddrCheck(&source) & 0xffff) == MCAST_TRUE) {
             sources.push_back(source);
         } else {
-            ++interface.counters[Count::BadSource];
+            ++memberships.counters()[Count::BadSource];
         }
     }
     std::sort(sources.begin(), sources.end(), address_less);
@@ -49,19 +50,19 @@ std::vector<Address> sorted_sources(Interface &interface, const SourceList &list
     return sources;
 }
 
-void trace_record(const Interface &interface, const Record &record)
+void trace_record(const Memberships &memberships, const Record &record)
 {
     static constexpr const char *NAMES[] = {"?",          "IS_INCLUDE", "IS_EXCLUDE", "TO_INCLUDE",
                                             "TO_EXCLUDE", "ALLOW",      "BLOCK"};
     const auto type = static_cast<size_t>(record.type);
-    trace(TraceCategory::Group, interface, "record %s of %N on %P, %u sources",
-          NAMES[type < std::size(NAMES) ? type : 0], &record.group, interface.index,
+    trace(TraceCategory::Group, memberships.link, "record %s of %N on %P, %u sources",
+          NAMES[type < std::size(NAMES) ? type : 0], &record.group, memberships.shown_index(),
           static_cast<uint32_t>(record.sources.count()));
 }
 
-void handle_records(Interface &interface, const Message &report)
+void handle_records(Memberships &memberships, const Message &report)
 {
-    const uint16_t family = interface.router->config.family;
+    const uint16_t family = memberships.link.process->config.family;
     Reader records = report.records;
     Record record;
     bool source_count_lies = false;
@@ -70,77 +71,79 @@ void handle_records(Interface &interface, const Message &report)
             return;
         }
         if (mcastd::tracing(TraceCategory::Group)) {
-            trace_record(interface, record);
+            trace_record(memberships, record);
         }
         if (record.type < RecordType::IsInclude || record.type > RecordType::Block) {
-            ++interface.counters[Count::RecordType];
-        } else if (is_routable(interface, record.group)) {
-            apply_record(interface, record.type, record.group, sorted_sources(interface, record.sources));
+            ++memberships.counters()[Count::RecordType];
+        } else if (is_routable(memberships, record.group)) {
+            apply_record(memberships, record.type, record.group, sorted_sources(memberships, record.sources));
         }
     }
 }
 
 // A report of version 1 or 2 says what IS_EX({}) says, and that a host of its version is there.
-void handle_old_report(Interface &interface, const Message &report)
+void handle_old_report(Memberships &memberships, const Message &report)
 {
-    if (!is_routable(interface, report.group)) {
+    if (!is_routable(memberships, report.group)) {
         return;
     }
-    apply_record(interface, RecordType::IsExclude, report.group, {});
-    GroupState *group = find_group(interface, report.group);
+    apply_record(memberships, RecordType::IsExclude, report.group, {});
+    GroupState *group = find_group(memberships, report.group);
 
     // A router that speaks the host's version hears everything that the host can say.
-    if (group != nullptr && report.version < interface.router->config.version) {
+    if (group != nullptr && report.version < memberships.link.process->config.version) {
         mcastd::Timer &host = report.version == 1 ? group->v1_host : group->v2_host;
 
         timer_start(
-            interface.router->timers, host, older_host_interval_ms(interface), [](void *) {}, nullptr);
-        trace(TraceCategory::Group, interface, "%N on %P: hosts of version %u for %u s", &report.group,
-              interface.index, version_shown(interface, report.version),
-              older_host_interval_ms(interface) / 1000);
+            memberships.link.process->timers, host, older_host_interval_ms(memberships.link), [](void *) {},
+            nullptr);
+        trace(TraceCategory::Group, memberships.link, "%N on %P: hosts of version %u for %u s", &report.group,
+              memberships.shown_index(), version_shown(memberships.link, report.version),
+              older_host_interval_ms(memberships.link) / 1000);
     }
 }
 
-// A leave says what TO_IN({}) says, of a join that is not listened to in the source-specific range; where
-// version 1 hosts are present nobody can know who is left.
-void handle_leave(Interface &interface, const Message &leave)
+// A leave counts as TO_IN({}). It is ignored in the source-specific range, and while version 1 hosts are
+// present: they never say that they leave.
+void handle_leave(Memberships &memberships, const Message &leave)
 {
-    GroupState *group = is_routable(interface, leave.group) ? find_group(interface, leave.group) : nullptr;
+    GroupState *group =
+        is_routable(memberships, leave.group) ? find_group(memberships, leave.group) : nullptr;
     if (group == nullptr) {
         return;
     }
-    if (interface.router->policy->joins_of(interface, leave.group) == Joins::SourcesOnly) {
-        ++interface.counters[Count::SsmRange];
-        trace(TraceCategory::Group, interface, "leave of %N on %P ignored: source-specific", &leave.group,
-              interface.index);
+    if (memberships.link.process->policy->joins_of(memberships.link, leave.group) == Joins::SourcesOnly) {
+        ++memberships.counters()[Count::SsmRange];
+        trace(TraceCategory::Group, memberships.link, "leave of %N on %P ignored: source-specific",
+              &leave.group, memberships.shown_index());
         return;
     }
-    apply_record(interface, RecordType::ToInclude, leave.group, {});
+    apply_record(memberships, RecordType::ToInclude, leave.group, {});
 }
 
-void handle_from_host(Interface &interface, const Message &message)
+void handle_from_host(Memberships &memberships, const Message &message)
 {
     if (message.kind == MessageKind::Leave) {
-        handle_leave(interface, message);
+        handle_leave(memberships, message);
     } else if (message.version == 3) {
-        handle_records(interface, message);
+        handle_records(memberships, message);
     } else {
-        handle_old_report(interface, message);
+        handle_old_report(memberships, message);
     }
 }
 
 // Whose memberships the sender's messages change: the link's or, where authentication is required, those of
 // an announced user. NULL when there is none, which is counted.
-Interface *reporter_of(Interface &link, const Address &sender)
+Memberships *reporter_of(Interface &link, const Address &sender)
 {
-    if (link.members == nullptr) {
-        return &link;
+    if (link.users_union == nullptr) {
+        return &link.memberships;
     }
-    Interface *member = link.router->users->member(link, sender);
+    Memberships *member = link.process->users->member(link, sender);
 
     if (member == nullptr) {
         ++link.counters[Count::UnknownUser];
-        link.router->users->join_refused(link);
+        link.process->users->join_refused(link);
     }
     return member;
 }
@@ -197,7 +200,7 @@ Count refuse(const Interface &interface, const Message &message)
     if (message.kind == MessageKind::Query) {
         return is_unspecified(message.sender) ? Count::QueryNoSource : NO_DROP;
     }
-    return message.version > interface.router->config.version ? Count::NewerVersion : NO_DROP;
+    return message.version > interface.process->config.version ? Count::NewerVersion : NO_DROP;
 }
 
 } // namespace
@@ -221,7 +224,7 @@ void handle_message(Interface &interface, const Message &message)
         break;
     case MessageKind::Leave:
     case MessageKind::Report:
-        if (Interface *reporter = reporter_of(interface, message.sender)) {
+        if (Memberships *reporter = reporter_of(interface, message.sender)) {
             handle_from_host(*reporter, message);
         }
         break;

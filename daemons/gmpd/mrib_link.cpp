@@ -48,25 +48,25 @@ void send_member(const MemberChange &change)
 
 } // namespace
 
-MribLink::MribLink(Router &router, mcastd::Reactor &reactor)
-    : router_(router), policy_(router), channel_(reactor, [this] { tell_all(); })
+MribLink::MribLink(Process &process, mcastd::Reactor &reactor)
+    : process_(process), policy_(process), channel_(reactor, [this] { tell_all(); })
 {
 }
 
 MribLink::~MribLink()
 {
-    router_.policy = &EVERYTHING_MAY;
+    process_.policy = &EVERYTHING_MAY;
 }
 
 bool MribLink::open()
 {
-    const bool ipv4 = router_.config.family == MCAST_FAMILY_IPV4;
+    const bool ipv4 = process_.config.family == MCAST_FAMILY_IPV4;
     const uint32_t component = ipv4 ? COMPONENT_IPV4 : MCAST_Mid4ToMid6(COMPONENT_IPV4);
     MRIB_GMP_CALLBACKS_S callbacks{};
     MribPolicy::add_callbacks(callbacks);
-    router_.policy = &policy_;
-    return channel_.open(router_.timers,
-                         {static_cast<uint8_t>(component), router_.config.family, INSTANCES_AT_FIRST},
+    process_.policy = &policy_;
+    return channel_.open(process_.timers,
+                         {static_cast<uint8_t>(component), process_.config.family, INSTANCES_AT_FIRST},
                          callbacks);
 }
 
@@ -94,21 +94,21 @@ void MribLink::flush()
 void MribLink::tell_all()
 {
     held_.clear();
-    for (const auto &[index, interface] : router_.interfaces) {
+    for (const auto &[index, interface] : process_.interfaces) {
         if (interface->running) {
             tell_running(*interface, true);
             tell_querier(*interface, interface->querier.elected);
             tell_everything(*interface);
         }
     }
-    if (router_.users != nullptr) {
-        router_.users->tell_everything();
+    if (process_.users != nullptr) {
+        process_.users->tell_everything();
     }
 }
 
 void MribLink::tell_user(const User &user, bool present)
 {
-    const MRIB_GMP_VRF_KEY_S key = {static_cast<uint8_t>(router_.config.family), 0};
+    const MRIB_GMP_VRF_KEY_S key = {static_cast<uint8_t>(process_.config.family), 0};
     if (channel_.connected()) {
         MRIB_GMP_SendMAuthUserInfo(&key, &user.info, user.if_index, user.info.address.address,
                                    static_cast<uint8_t>(user.kind),
@@ -121,7 +121,7 @@ void MribLink::tell_running(const Interface &interface, bool running)
     const MRIB_GMP_VRF_KEY_S key = key_of(interface);
 
     instances_needed_ = std::max(instances_needed_, uint64_t{key.vrf_index} + 1);
-    if (!channel_.connected()) {
+    if (!can_tell()) {
         return;
     }
     trace(TraceCategory::Channel, interface, "told: %s on %P", running ? "running" : "no longer running",
@@ -139,7 +139,7 @@ void MribLink::tell_running(const Interface &interface, bool running)
 void MribLink::tell_querier(const Interface &interface, bool elected)
 {
     const MRIB_GMP_VRF_KEY_S key = key_of(interface);
-    if (!channel_.connected()) {
+    if (!can_tell()) {
         return;
     }
     trace(TraceCategory::Channel, interface, "told: %s is the querier on %P",
@@ -151,7 +151,7 @@ void MribLink::tell_querier(const Interface &interface, bool elected)
 void MribLink::tell_member(const Interface &interface, const Address &group, const Address *source, bool join,
                            bool blocked)
 {
-    if (!channel_.connected()) {
+    if (!can_tell()) {
         return;
     }
     if (mcastd::tracing(TraceCategory::Channel)) {

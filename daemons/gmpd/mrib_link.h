@@ -9,19 +9,19 @@
 
 #include "daemons/common/mrib_channel.h"
 #include "daemons/gmpd/held_members.h"
-#include "daemons/gmpd/interface.h"
 #include "daemons/gmpd/mrib_policy.h"
+#include "daemons/gmpd/process.h"
 #include "daemons/gmpd/user_table.h"
 
 namespace gmpd
 {
 
 // One object per process: the library's channel has no handle.
-class MribLink
+class MribLink final : public MribSink
 {
 public:
-    MribLink(Router &router, mcastd::Reactor &reactor);
-    ~MribLink();
+    MribLink(Process &process, mcastd::Reactor &reactor);
+    ~MribLink() override;
     MribLink(const MribLink &) = delete;
     MribLink &operator=(const MribLink &) = delete;
 
@@ -29,14 +29,14 @@ public:
     // when the channel cannot be set up, which is logged.
     bool open();
 
-    // Appends records; see Outputs. Without a connection nothing happens: a new one begins with everything.
-    void tell_running(const Interface &interface, bool running);
-    void tell_querier(const Interface &interface, bool elected);
+    // Append records. Without a connection nothing happens: a new one begins with everything.
+    void tell_running(const Interface &interface, bool running) override;
+    void tell_querier(const Interface &interface, bool elected) override;
     // While the process is busy a change of a membership waits until flush finds that it no longer is.
     void tell_member(const Interface &interface, const Address &group, const Address *source, bool join,
-                     bool blocked);
+                     bool blocked) override;
 
-    // Appends what is known of a user, or that he is gone.
+    // Appends what is known of a user, or that it is gone.
     void tell_user(const User &user, bool present);
 
     // What the MRIB process allows; the router's policy from open on.
@@ -48,6 +48,12 @@ public:
     // Applies changes of the policy, then sends what was appended, as far as the socket takes it, and
     // rebuilds a connection that lost records. To be called once after everything that a wake-up brought.
     void flush();
+
+    // From now on nothing is told: what ends here goes on at another daemon.
+    void be_silent(bool silent)
+    {
+        silent_ = silent;
+    }
 
     // Forgets everything that was told, without withdrawing it: a new connection takes the place of this one.
     void start_over()
@@ -77,14 +83,19 @@ public:
     }
 
 private:
+    bool can_tell() const
+    {
+        return channel_.connected() && !silent_;
+    }
     void tell_all();
     void serve_instances();
 
-    Router &router_;
+    Process &process_;
     MribPolicy policy_;
     uint64_t instances_needed_ = 0; // from 0 to the highest that an interface is in
     mcastd::MribChannel channel_;
     HeldMembers held_;
+    bool silent_ = false;
 };
 
 } // namespace gmpd

@@ -16,7 +16,7 @@
 
 #include <utility>
 
-#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/process.h"
 #include "daemons/gmpd/querier.h"
 #include "daemons/gmpd/trace.h"
 #include "mcast/acl_filter.h"
@@ -39,7 +39,7 @@ bool in_view(const MRIB_GMP_VRF_KEY_S &key)
 
 } // namespace
 
-MribPolicy::MribPolicy(Router &router) : router_(router)
+MribPolicy::MribPolicy(Process &process) : process_(process)
 {
     the_policy = this;
 }
@@ -52,8 +52,8 @@ MribPolicy::~MribPolicy()
 // The interface that a record is about; NULL when it is not ours, or no longer in that instance.
 const Interface *MribPolicy::find(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index) const
 {
-    const auto found = router_.interfaces.find(if_index);
-    return found != router_.interfaces.end() && found->second->vrf_index == key->vrf_index
+    const auto found = process_.interfaces.find(if_index);
+    return found != process_.interfaces.end() && found->second->vrf_index == key->vrf_index
                ? found->second.get()
                : nullptr;
 }
@@ -68,10 +68,10 @@ bool MribPolicy::in_ssm_range(const MRIB_GMP_VRF_KEY_S &key, const Address &grou
 Joins MribPolicy::joins_of(const Interface &interface, const Address &group) const
 {
     const MRIB_GMP_VRF_KEY_S key = key_of(interface);
-    if (in_view(key) && MRIB_GMP_CanPassMBoundary(&key, link_of(interface).index, &group) == 0) {
+    if (in_view(key) && MRIB_GMP_CanPassMBoundary(&key, interface.index, &group) == 0) {
         return Joins::None;
     }
-    if (MCAST_GrpFilterByAcl(&key, router_.config.group_list, &group) != MCAST_TRUE) {
+    if (MCAST_GrpFilterByAcl(&key, process_.config.group_list, &group) != MCAST_TRUE) {
         return Joins::Unlisted;
     }
     return in_ssm_range(key, group) ? Joins::SourcesOnly : Joins::All;
@@ -80,7 +80,7 @@ Joins MribPolicy::joins_of(const Interface &interface, const Address &group) con
 bool MribPolicy::reports(const Interface &interface) const
 {
     const MRIB_GMP_VRF_KEY_S key = key_of(interface);
-    const uint32_t if_index = link_of(interface).index;
+    const uint32_t if_index = interface.index;
     if (!replayed_) {
         return disabled_.count(key.vrf_index) == 0 && others_.count({key.vrf_index, if_index}) == 0;
     }
@@ -99,7 +99,7 @@ void MribPolicy::add_callbacks(MRIB_GMP_CALLBACKS_S &callbacks)
 
 void MribPolicy::changed_in(const MRIB_GMP_VRF_KEY_S &key, std::set<uint32_t> &changed) const
 {
-    for (const auto &[index, interface] : router_.interfaces) {
+    for (const auto &[index, interface] : process_.interfaces) {
         if (interface->vrf_index == key.vrf_index) {
             changed.insert(index);
         }
@@ -108,7 +108,7 @@ void MribPolicy::changed_in(const MRIB_GMP_VRF_KEY_S &key, std::set<uint32_t> &c
 
 void MribPolicy::all_changed()
 {
-    for (const auto &[index, interface] : router_.interfaces) {
+    for (const auto &[index, interface] : process_.interfaces) {
         changed_.insert(index);
     }
 }
@@ -130,7 +130,7 @@ void MribPolicy::start_over()
 
 void MribPolicy::on_smooth_finished()
 {
-    mcastd::trace(TraceCategory::Channel, {the_policy->router_.config.family, PUBLIC_INSTANCE},
+    mcastd::trace(TraceCategory::Channel, {the_policy->process_.config.family, PUBLIC_INSTANCE},
                   "heard: everything has been said");
     the_policy->replayed_ = true;
     the_policy->all_changed();
@@ -198,10 +198,10 @@ void MribPolicy::apply_changes()
     const std::set<uint32_t> changed = std::exchange(changed_, {});
     const std::set<uint32_t> to_ask = std::exchange(to_ask_, {});
     const std::set<uint32_t> to_introduce = std::exchange(to_introduce_, {});
-    for (const auto &[index, interface] : router_.interfaces) {
+    for (const auto &[index, interface] : process_.interfaces) {
         if (to_introduce.count(index) != 0 && interface->running) {
-            router_.outputs->tell_running(*interface, true);
-            router_.outputs->tell_querier(*interface, interface->querier.elected);
+            process_.mrib->tell_running(*interface, true);
+            process_.mrib->tell_querier(*interface, interface->querier.elected);
         }
         if (changed.count(index) != 0) {
             apply_policy(*interface);

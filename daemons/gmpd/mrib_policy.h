@@ -16,13 +16,13 @@
 namespace gmpd
 {
 
-struct Router;
+struct Process;
 
 // One object per process, like the view it reads. Reads it only between MRIB_GMP_Init and MRIB_GMP_Fini.
 class MribPolicy final : public Policy
 {
 public:
-    explicit MribPolicy(Router &router);
+    explicit MribPolicy(Process &process);
     ~MribPolicy() override;
     MribPolicy(const MribPolicy &) = delete;
     MribPolicy &operator=(const MribPolicy &) = delete;
@@ -63,7 +63,7 @@ private:
     void changed_in(const MRIB_GMP_VRF_KEY_S &key, std::set<uint32_t> &changed) const;
     void all_changed();
 
-    Router &router_;
+    Process &process_;
     bool replayed_ = false;
     std::map<uint16_t, uint32_t> ssm_acls_; // by instance; none: MCAST_NONE
     // Before the first replay: instances that were said to be disabled, and where another router was said to

@@ -1,19 +1,20 @@
 #include "daemons/gmpd/policy.h"
 
 #include "daemons/gmpd/group_state.h"
-#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/process.h"
 
 namespace gmpd
 {
 namespace
 {
 
-void apply_to_groups(Interface &interface)
+void apply_to_groups(Memberships &memberships)
 {
-    const Policy &policy = *interface.router->policy;
+    const Interface &link = memberships.link;
+    const Policy &policy = *link.process->policy;
 
-    for_each_group(interface, [&](GroupState &group) {
-        const Joins joins = policy.joins_of(interface, *group.entry->address);
+    for_each_group(memberships, [&](GroupState &group) {
+        const Joins joins = policy.joins_of(link, *group.entry->address);
 
         if (joins == Joins::None || joins == Joins::Unlisted) {
             remove_group(group);
@@ -21,8 +22,8 @@ void apply_to_groups(Interface &interface)
         }
         if (joins == Joins::SourcesOnly) {
             // Hosts of older versions have no say in this range.
-            timer_stop(interface.router->timers, group.v1_host);
-            timer_stop(interface.router->timers, group.v2_host);
+            timer_stop(link.process->timers, group.v1_host);
+            timer_stop(link.process->timers, group.v2_host);
             if (group.exclude) {
                 group_include(group);
             }
@@ -36,9 +37,9 @@ void apply_to_groups(Interface &interface)
 
 void apply_policy(Interface &interface)
 {
-    apply_to_groups(interface);
-    if (interface.members != nullptr) {
-        interface.router->users->visit(interface, apply_to_groups);
+    apply_to_groups(interface.memberships);
+    if (interface.users_union != nullptr) {
+        interface.process->users->visit(interface, apply_to_groups);
     }
 }
 

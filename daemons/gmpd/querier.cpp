@@ -17,6 +17,7 @@
 
 #include "daemons/common/log.h"
 #include "daemons/gmpd/group_query.h"
+#include "daemons/gmpd/process.h"
 #include "daemons/gmpd/trace.h"
 
 namespace gmpd
@@ -29,7 +30,7 @@ constexpr uint32_t STARTUP_DIVISOR = 4;
 
 void adopt_own_values(Interface &interface)
 {
-    const Config &config = interface.router->config;
+    const Config &config = interface.process->config;
     interface.querier.robustness = config.robustness;
     interface.querier.query_interval_s = configured_query_interval_s(interface);
     interface.querier.response_ms = config.response_s * 1000;
@@ -42,7 +43,7 @@ void send_general(Interface &interface)
     Querier &querier = interface.querier;
     Query query;
 
-    query.group = any_address(interface.router->config.family);
+    query.group = any_address(interface.process->config.family);
     query.max_response_ms = querier.response_ms;
     querier_send(interface, query);
     uint32_t interval_ms = querier.query_interval_s * 1000;
@@ -53,7 +54,7 @@ void send_general(Interface &interface)
     if (querier.startup_left > 0) {
         interval_ms = std::max(interval_ms / STARTUP_DIVISOR, 1000u);
     }
-    timer_start_near(interface.router->timers, querier.general, interval_ms, general_due, &interface);
+    timer_start_near(interface.process->timers, querier.general, interval_ms, general_due, &interface);
     trace(TraceCategory::Querier, interface, "next general query on %P in %u s", interface.index,
           interval_ms / 1000);
 }
@@ -66,10 +67,10 @@ void general_due(void *owner)
 void become_querier(Interface &interface)
 {
     interface.querier.elected = true;
-    interface.querier.other = any_address(interface.router->config.family);
+    interface.querier.other = any_address(interface.process->config.family);
     adopt_own_values(interface);
     trace(TraceCategory::Querier, interface, "this router is the querier on %P", interface.index);
-    interface.router->outputs->tell_querier(interface, true);
+    interface.process->mrib->tell_querier(interface, true);
     send_general(interface);
 }
 
@@ -88,8 +89,8 @@ void follow(Interface &interface, const Message &query)
     if (querier.elected) {
         querier.elected = false;
         querier.startup_left = 0;
-        timer_stop(interface.router->timers, querier.general);
-        interface.router->outputs->tell_querier(interface, false);
+        timer_stop(interface.process->timers, querier.general);
+        interface.process->mrib->tell_querier(interface, false);
     }
     const bool is_new = !same_address(querier.other, query.sender);
     const uint32_t last_response_ms = querier.response_ms;
@@ -115,7 +116,7 @@ void follow(Interface &interface, const Message &query)
     }
     uint32_t present_ms = querier.robustness * querier.query_interval_s * 1000 + querier.response_ms / 2;
 
-    timer_start(interface.router->timers, querier.other_present, present_ms, other_gone, &interface);
+    timer_start(interface.process->timers, querier.other_present, present_ms, other_gone, &interface);
     trace(TraceCategory::Querier, interface, "%A is the querier on %P for %u s", &query.sender,
           interface.index, present_ms / 1000);
 }
@@ -130,23 +131,23 @@ void warn_of_older_router(Interface &interface, const Message &query)
         "%s: %s asks with version %u, this router with version %u: start every router of the "
         "link with --protocol-version %u",
         interface.name.c_str(), to_text(query.sender).c_str(), version_shown(interface, query.version),
-        version_shown(interface, interface.router->config.version), version_shown(interface, query.version));
+        version_shown(interface, interface.process->config.version), version_shown(interface, query.version));
     timer_start(
-        interface.router->timers, interface.querier.warned, OLDER_ROUTER_WARNING_MS, [](void *) {}, nullptr);
+        interface.process->timers, interface.querier.warned, OLDER_ROUTER_WARNING_MS, [](void *) {}, nullptr);
 }
 
 } // namespace
 
 void querier_start(Interface &interface)
 {
-    interface.querier.startup_left = interface.router->config.robustness;
+    interface.querier.startup_left = interface.process->config.robustness;
     become_querier(interface);
 }
 
 void querier_ask_again(Interface &interface)
 {
     if (interface.running && interface.querier.elected) {
-        interface.querier.startup_left = interface.router->config.robustness;
+        interface.querier.startup_left = interface.process->config.robustness;
         send_general(interface);
     }
 }
@@ -162,16 +163,16 @@ void querier_set_interval(Interface &interface, uint32_t seconds)
 
 void querier_stop(Interface &interface)
 {
-    timer_stop(interface.router->timers, interface.querier.general);
-    timer_stop(interface.router->timers, interface.querier.other_present);
+    timer_stop(interface.process->timers, interface.querier.general);
+    timer_stop(interface.process->timers, interface.querier.other_present);
     interface.querier.elected = false;
     interface.querier.startup_left = 0;
-    interface.querier.other = any_address(interface.router->config.family);
+    interface.querier.other = any_address(interface.process->config.family);
 }
 
 void querier_heard(Interface &interface, const Message &query)
 {
-    if (query.version < interface.router->config.version) {
+    if (query.version < interface.process->config.version) {
         warn_of_older_router(interface, query);
     }
     if (query.version == 1) {
@@ -184,18 +185,17 @@ void querier_heard(Interface &interface, const Message &query)
               &query.sender, interface.index);
     }
     if (!query.suppress && !is_unspecified(query.group)) {
-        lower_queried(interface, query);
-        if (interface.members != nullptr) {
-            interface.router->users->visit(interface,
-                                           [&](Interface &member) { lower_queried(member, query); });
+        lower_queried(interface.memberships, query);
+        if (interface.users_union != nullptr) {
+            interface.process->users->visit(interface,
+                                            [&](Memberships &user) { lower_queried(user, query); });
         }
     }
 }
 
-void querier_send(Interface &asking, Query query)
+void querier_send(Interface &interface, Query query)
 {
-    Interface &interface = link_of(asking);
-    query.version = interface.router->config.version;
+    query.version = interface.process->config.version;
     query.robustness = interface.querier.robustness;
     query.query_interval_s = interface.querier.query_interval_s;
     if (is_unspecified(query.group)) {
@@ -211,7 +211,7 @@ void querier_send(Interface &asking, Query query)
               version_shown(interface, query.version), &query.group, interface.index,
               static_cast<uint32_t>(query.sources.size()), query.suppress ? ", suppressed" : "");
     }
-    interface.router->outputs->send_query(interface, query);
+    interface.process->queries->send_query(interface, query);
 }
 
 } // namespace gmpd

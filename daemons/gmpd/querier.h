@@ -6,6 +6,7 @@
 
 #include "daemons/gmpd/interface.h"
 #include "daemons/gmpd/message.h"
+#include "daemons/gmpd/packet_build.h"
 
 namespace gmpd
 {
@@ -29,7 +30,7 @@ void querier_set_interval(Interface &interface, uint32_t seconds);
 // without the S flag shortens the life of what it asks for.
 void querier_heard(Interface &interface, const Message &query);
 
-// Fills in what every query of the interface, or of the link that a user is on, says and sends it.
+// Fills in what every query of the interface says and sends it.
 void querier_send(Interface &interface, Query query);
 
 } // namespace gmpd

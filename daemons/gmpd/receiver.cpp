@@ -63,7 +63,7 @@ sock_filter IPV6_FILTER[] = {
 
 bool Receiver::open()
 {
-    const bool ipv4 = router_.config.family == MCAST_FAMILY_IPV4;
+    const bool ipv4 = process_.config.family == MCAST_FAMILY_IPV4;
 
     // Protocol 0: nothing arrives before the filter stands.
     socket_ = mcastd::Descriptor(socket(AF_PACKET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
@@ -132,9 +132,9 @@ bool Receiver::read_one()
     if (sender.sll_pkttype == PACKET_OUTGOING || sender.sll_pkttype == PACKET_OTHERHOST) {
         return true;
     }
-    const auto found = router_.interfaces.find(static_cast<uint32_t>(sender.sll_ifindex));
+    const auto found = process_.interfaces.find(static_cast<uint32_t>(sender.sll_ifindex));
 
-    if (found == router_.interfaces.end() || !found->second->running) {
+    if (found == process_.interfaces.end() || !found->second->running) {
         return true;
     }
     Interface &interface = *found->second;
@@ -142,7 +142,7 @@ bool Receiver::read_one()
     const size_t size = static_cast<size_t>(length);
     const Count drop = size > buffer_.size()
                            ? Count::Truncated
-                           : parse_packet(router_.config.family, std::span(buffer_).first(size), message);
+                           : parse_packet(process_.config.family, std::span(buffer_).first(size), message);
 
     if (drop != NO_DROP) {
         ++interface.counters[drop];

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "daemons/common/descriptor.h"
-#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/process.h"
 
 namespace gmpd
 {
@@ -16,7 +16,7 @@ namespace gmpd
 class Receiver
 {
 public:
-    explicit Receiver(Router &router) : router_(router), buffer_(BUFFER_SIZE)
+    explicit Receiver(Process &process) : process_(process), buffer_(BUFFER_SIZE)
     {
     }
 
@@ -49,7 +49,7 @@ private:
     bool read_one();
     void membership(int option, uint32_t if_index);
 
-    Router &router_;
+    Process &process_;
     mcastd::Descriptor socket_;
     std::vector<uint8_t> buffer_;
     uint64_t kernel_drops_ = 0;

@@ -129,7 +129,7 @@ bool Sender::open(uint16_t family)
     return true;
 }
 
-void Sender::send(Interface &interface, const Query &query)
+void Sender::send_query(Interface &interface, const Query &query)
 {
     static std::array<uint8_t, LONGEST_MESSAGE> buffer;
     const Address destination = query_destination(query);

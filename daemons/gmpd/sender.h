@@ -5,12 +5,12 @@
 #define DAEMONS_GMPD_SENDER_H
 
 #include "daemons/common/descriptor.h"
-#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/effects.h"
 
 namespace gmpd
 {
 
-class Sender
+class Sender final : public QuerySink
 {
 public:
     // Opens the socket of the family. False when the kernel refuses, which is logged with the remedy.
@@ -22,7 +22,7 @@ public:
     }
 
     // Sends the query through the interface from the interface's address. A failure is counted and logged.
-    void send(Interface &interface, const Query &query);
+    void send_query(Interface &interface, const Query &query) override;
 
 private:
     bool set_up_ipv4();

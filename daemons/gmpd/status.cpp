@@ -51,7 +51,7 @@ void write_group(Json &json, const GroupState &group)
 }
 
 // What the users of a link come to. Times are those of the users.
-void write_link_groups(Json &json, const LinkMembers &members)
+void write_link_groups(Json &json, const UsersUnion &members)
 {
     json.open("groups", '[');
     members.visit_groups([&](const Address &group, bool any_source) {
@@ -80,16 +80,16 @@ void write_interface(Json &json, const Interface &interface)
     json.truth("running", interface.running);
     if (interface.running) {
         json.text("address", to_text(interface.address));
-        json.truth("reported", interface.router->policy->reports(interface));
+        json.truth("reported", interface.process->policy->reports(interface));
         write_querier(json, interface);
     }
-    if (interface.members != nullptr) {
+    if (interface.users_union != nullptr) {
         json.truth("users_only", true);
-        json.number("group_count", interface.members->group_count());
-        write_link_groups(json, *interface.members);
+        json.number("group_count", interface.users_union->group_count());
+        write_link_groups(json, *interface.users_union);
     } else {
-        json.number("group_count", MRT_CountTable(interface.groups));
-        write_groups(json, interface);
+        json.number("group_count", MRT_CountTable(interface.memberships.groups));
+        write_groups(json, interface.memberships);
     }
     write_counters(json, interface.counters);
     json.close('}');
@@ -97,41 +97,41 @@ void write_interface(Json &json, const Interface &interface)
 
 } // namespace
 
-void write_groups(Json &json, const Interface &interface)
+void write_groups(Json &json, const Memberships &memberships)
 {
     json.open("groups", '[');
-    for_each_group(interface, [&](const GroupState &group) { write_group(json, group); });
+    for_each_group(memberships, [&](const GroupState &group) { write_group(json, group); });
     json.close(']');
 }
 
-std::string status_text(const Router &router, const ProcessStatus &process)
+std::string status_text(const Process &process, const DaemonStatus &daemon)
 {
-    const bool ipv4 = router.config.family == MCAST_FAMILY_IPV4;
+    const bool ipv4 = process.config.family == MCAST_FAMILY_IPV4;
     Json json;
     json.open(nullptr, '{');
     json.text("daemon", "gmpd");
     json.text("family", ipv4 ? "ipv4" : "ipv6");
-    json.number("protocol_version", ipv4 ? router.config.version : router.config.version - 1u);
-    json.text("role", process.active ? "active" : "standby");
-    if (process.active) {
-        json.number("standbys", process.standbys);
+    json.number("protocol_version", ipv4 ? process.config.version : process.config.version - 1u);
+    json.text("role", daemon.active ? "active" : "standby");
+    if (daemon.active) {
+        json.number("standbys", daemon.standbys);
     } else {
-        json.truth("synchronised", process.synchronised);
-        json.number("users_backed_up", process.backed_up);
+        json.truth("synchronised", daemon.synchronised);
+        json.number("users_backed_up", daemon.backed_up);
     }
-    json.truth("mrib_connected", process.mrib_connected);
-    json.number("mrib_connects", process.mrib_connects);
-    json.number("mrib_pending_messages", process.mrib_pending);
-    json.number("mrib_held_changes", process.mrib_held);
-    json.truth("mrib_replayed", process.mrib_replayed);
-    json.number("packets_lost_in_kernel", process.kernel_drops);
+    json.truth("mrib_connected", daemon.mrib_connected);
+    json.number("mrib_connects", daemon.mrib_connects);
+    json.number("mrib_pending_messages", daemon.mrib_pending);
+    json.number("mrib_held_changes", daemon.mrib_held);
+    json.truth("mrib_replayed", daemon.mrib_replayed);
+    json.number("packets_lost_in_kernel", daemon.kernel_drops);
     json.open("interfaces", '[');
-    for (const auto &[index, interface] : router.interfaces) {
+    for (const auto &[index, interface] : process.interfaces) {
         write_interface(json, *interface);
     }
     json.close(']');
-    if (process.users != nullptr) {
-        write_users(json, *process.users);
+    if (daemon.users != nullptr) {
+        write_users(json, *daemon.users);
     }
     json.close('}');
     return json.take();

@@ -7,15 +7,15 @@
 #include <string>
 
 #include "daemons/common/json.h"
-#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/process.h"
 
 namespace gmpd
 {
 
 class UserService;
 
-// What only the process knows.
-struct ProcessStatus {
+// What only the daemon knows.
+struct DaemonStatus {
     bool mrib_connected = false;
     uint64_t mrib_connects = 0;
     uint32_t mrib_pending = 0;          // messages that wait for the channel
@@ -29,12 +29,12 @@ struct ProcessStatus {
     size_t backed_up = 0;      // users whose indexes the standby knows
 };
 
-// One object: the process, then each interface with its querier, groups, sources and non-zero counters. Times
+// One object: the daemon, then each interface with its querier, groups, sources and non-zero counters. Times
 // are seconds that are left.
-std::string status_text(const Router &router, const ProcessStatus &process);
+std::string status_text(const Process &process, const DaemonStatus &daemon);
 
 // The part of it that users have too: groups with their sources.
-void write_groups(mcastd::Json &json, const Interface &interface);
+void write_groups(mcastd::Json &json, const Memberships &memberships);
 
 // The object of the user authentication: agents' messages by kind and type, the users with their groups.
 void write_users(mcastd::Json &json, const UserService &users);

@@ -55,7 +55,7 @@ void write_user(Json &json, const User &user)
     json.text("user_interface", name_of(user.if_index));
     if (user.memberships != nullptr) {
         write_groups(json, *user.memberships);
-        write_counters(json, user.memberships->counters);
+        write_counters(json, user.memberships->counters());
     }
     json.close('}');
 }

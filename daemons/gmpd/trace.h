@@ -17,7 +17,9 @@ template <typename... Arguments>
 inline void trace(TraceCategory category, const Interface &interface,
                   std::type_identity_t<mcastd::LineFormat<Arguments...>> format, Arguments... arguments)
 {
-    mcastd::trace(category, key_of(interface), format, arguments...);
+    if (mcastd::tracing(category)) {
+        mcastd::trace(category, key_of(interface), format, arguments...);
+    }
 }
 
 } // namespace gmpd

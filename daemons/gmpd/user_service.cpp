@@ -18,7 +18,7 @@
 #include <utility>
 
 #include "daemons/common/log.h"
-#include "daemons/common/memory.h"
+#include "daemons/gmpd/process.h"
 #include "mcast/usrauth_wire.h"
 #include "mcasthost/loop.h"
 
@@ -82,8 +82,8 @@ void allow_many_descriptors()
 
 } // namespace
 
-UserService::UserService(Router &router, UserIndexes &indexes, UserTable::Told told)
-    : router_(router), indexes_(indexes), table_(router, may_join, std::move(told))
+UserService::UserService(Process &process, UserIndexes &indexes, UserTable::Told told)
+    : process_(process), indexes_(indexes), table_(process, may_join, std::move(told))
 {
     the_service = this;
 }
@@ -99,7 +99,7 @@ UserService::~UserService()
 
 bool UserService::open(int32_t loop)
 {
-    const auto family = static_cast<uint8_t>(router_.config.family);
+    const auto family = static_cast<uint8_t>(process_.config.family);
     const MCAST_USRAUTH_CALLBACKS_S callbacks = {on_online,        on_offline,   on_changed,
                                                  on_refresh_ended, on_node_kind, on_message};
     allow_many_descriptors();
@@ -114,7 +114,7 @@ bool UserService::open(int32_t loop)
 
 bool UserService::upgrade()
 {
-    if (MCAST_USRAUTH_Upgrade(static_cast<uint8_t>(router_.config.family), loop_) != MCAST_OK) {
+    if (MCAST_USRAUTH_Upgrade(static_cast<uint8_t>(process_.config.family), loop_) != MCAST_OK) {
         mcastd::log_error(
             "cannot listen for authentication agents: does another gmpd of the family run here?");
         return false;

@@ -30,7 +30,7 @@ class UserService
 {
 public:
     // The indexes must be open and outlive the service.
-    UserService(Router &router, UserIndexes &indexes, UserTable::Told told);
+    UserService(Process &process, UserIndexes &indexes, UserTable::Told told);
     ~UserService();
     UserService(const UserService &) = delete;
     UserService &operator=(const UserService &) = delete;
@@ -75,7 +75,7 @@ private:
 
     uint32_t online(const MCAST_USRAUTH_USER_S &record);
 
-    Router &router_;
+    Process &process_;
     UserIndexes &indexes_;
     UserTable table_;
     UserCounters counters_;

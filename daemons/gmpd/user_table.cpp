@@ -16,6 +16,7 @@
 
 #include "daemons/common/log.h"
 #include "daemons/gmpd/group_state.h"
+#include "daemons/gmpd/process.h"
 #include "daemons/gmpd/querier.h"
 
 namespace gmpd
@@ -32,16 +33,16 @@ std::string bytes_of(const Address &address)
 
 } // namespace
 
-UserTable::UserTable(Router &router, Rights rights, Told told)
-    : router_(router), rights_(std::move(rights)), told_(std::move(told))
+UserTable::UserTable(Process &process, Rights rights, Told told)
+    : process_(process), rights_(std::move(rights)), told_(std::move(told))
 {
-    router_.users = this;
+    process_.users = this;
 }
 
 UserTable::~UserTable()
 {
     forget();
-    router_.users = nullptr;
+    process_.users = nullptr;
 }
 
 void UserTable::forget()
@@ -54,7 +55,7 @@ void UserTable::forget()
     users_.clear();
     refused_.clear();
     to_ask_.clear();
-    mcastd::timer_stop(router_.timers, ask_);
+    mcastd::timer_stop(process_.timers, ask_);
 }
 
 UserTable::Place UserTable::place_of(const User &user)
@@ -195,7 +196,7 @@ User *UserTable::find_reporter(uint32_t if_index, const Address &sender) const
     return found == by_place_.end() ? nullptr : found->second;
 }
 
-Interface *UserTable::member(Interface &link, const Address &sender)
+Memberships *UserTable::member(Interface &link, const Address &sender)
 {
     User *user = find_reporter(link.index, sender);
 
@@ -203,18 +204,16 @@ Interface *UserTable::member(Interface &link, const Address &sender)
         return nullptr;
     }
     if (user->memberships == nullptr) {
-        const std::string name = link.name + ", user " + std::to_string(user->info.user_id) + " of node " +
-                                 std::to_string(user->node);
-
-        user->memberships = std::make_unique<Interface>(router_, user->if_index, name);
-        user->memberships->link = &link;
+        user->memberships = std::make_unique<Memberships>(link, user->if_index,
+                                                          "user " + std::to_string(user->info.user_id) +
+                                                              " of node " + std::to_string(user->node));
     }
     return user->memberships.get();
 }
 
-bool UserTable::permits(const Interface &member, const Address &group, const Address *source) const
+bool UserTable::permits(const Memberships &user, const Address &group, const Address *source) const
 {
-    return rights_(member.index, group, source);
+    return rights_(user.user_index, group, source);
 }
 
 void UserTable::join_refused(const Interface &link)
@@ -233,7 +232,7 @@ void UserTable::ask_soon(uint32_t if_index)
 {
     to_ask_.insert(if_index);
     if (!ask_.running()) {
-        mcastd::timer_start(router_.timers, ask_, ASK_AFTER_MS, on_ask, this);
+        mcastd::timer_start(process_.timers, ask_, ASK_AFTER_MS, on_ask, this);
     }
 }
 
@@ -242,21 +241,21 @@ void UserTable::on_ask(void *owner)
     UserTable &table = *static_cast<UserTable *>(owner);
 
     for (const uint32_t if_index : std::exchange(table.to_ask_, {})) {
-        const auto link = table.router_.interfaces.find(if_index);
+        const auto link = table.process_.interfaces.find(if_index);
 
         table.refused_.erase(if_index);
-        if (link != table.router_.interfaces.end() && link->second->members != nullptr) {
+        if (link != table.process_.interfaces.end() && link->second->users_union != nullptr) {
             querier_ask_again(*link->second);
         }
     }
 }
 
-void UserTable::visit(const Interface &link, const std::function<void(Interface &)> &visitor) const
+void UserTable::visit(const Interface &link, const std::function<void(Memberships &)> &visitor) const
 {
     const auto last = by_place_.lower_bound(Place(link.index + 1, std::string()));
 
     for (auto entry = by_place_.lower_bound(Place(link.index, std::string())); entry != last; ++entry) {
-        Interface *memberships = entry->second->memberships.get();
+        Memberships *memberships = entry->second->memberships.get();
 
         if (memberships != nullptr) {
             visitor(*memberships);

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "daemons/common/timer.h"
-#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/process.h"
 #include "daemons/gmpd/users.h"
 #include "mcast/usrauth_info.h"
 
@@ -32,8 +32,8 @@ struct User {
     bool owns_link = false;
     std::string name;
     MCAST_USRAUTH_INFO_S info{};
-    bool placed = false;                    // info is known, reports count
-    std::unique_ptr<Interface> memberships; // from the first report on a running link until that stops
+    bool placed = false;                      // info is known, reports count
+    std::unique_ptr<Memberships> memberships; // from the first report on a running link until that stops
 };
 
 class UserTable final : public Users
@@ -47,7 +47,7 @@ public:
     using Key = const void *;
 
     // Becomes the router's table of users. The router must outlive it.
-    UserTable(Router &router, Rights rights, Told told);
+    UserTable(Process &process, Rights rights, Told told);
     ~UserTable() override;
     UserTable(const UserTable &) = delete;
     UserTable &operator=(const UserTable &) = delete;
@@ -85,10 +85,10 @@ public:
         return users_.size();
     }
 
-    Interface *member(Interface &link, const Address &sender) override;
-    bool permits(const Interface &member, const Address &group, const Address *source) const override;
+    Memberships *member(Interface &link, const Address &sender) override;
+    bool permits(const Memberships &user, const Address &group, const Address *source) const override;
     void join_refused(const Interface &link) override;
-    void visit(const Interface &link, const std::function<void(Interface &)> &visitor) const override;
+    void visit(const Interface &link, const std::function<void(Memberships &)> &visitor) const override;
     void link_stopped(const Interface &link) override;
     void tell_everything() const override;
 
@@ -109,7 +109,7 @@ private:
     void end_memberships(User &user);
     void ask_soon(uint32_t if_index);
 
-    Router &router_;
+    Process &process_;
     Rights rights_;
     Told told_;
     std::unordered_map<Key, Record> users_;

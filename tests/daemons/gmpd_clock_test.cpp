@@ -50,12 +50,13 @@ struct Host {
     uint64_t joins = 0; // how often it has joined; an event of an earlier membership is void
 };
 
-class Link final : public Outputs
+class Link final : public QuerySink, public MribSink
 {
 public:
     Link(uint8_t family, unsigned long seed) : random_(seed), lab_(family), hosts_(HOSTS)
     {
-        lab_.router.outputs = this;
+        lab_.process.queries = this;
+        lab_.process.mrib = this;
         scripted_timer::platform.now_ms = START;
         model_.start(START);
         interface_start(*lab_.interface, lab_.neighbour(100));
@@ -163,7 +164,7 @@ private:
     }
     bool is_ipv4() const
     {
-        return lab_.router.config.family == MCAST_FAMILY_IPV4;
+        return lab_.process.config.family == MCAST_FAMILY_IPV4;
     }
     void later(Moment delay, std::function<void()> act)
     {
@@ -199,7 +200,7 @@ private:
     // library armed would have come within that second.
     void wake_up()
     {
-        const auto *top = static_cast<const MCAST_TMR_NODE_S *>(MCAST_MinHeapTop(lab_.router.timers->heap));
+        const auto *top = static_cast<const MCAST_TMR_NODE_S *>(MCAST_MinHeapTop(lab_.process.timers->heap));
 
         if (top == nullptr) {
             model_.note(false, "no timer at all");
@@ -210,7 +211,7 @@ private:
         model_.note(armed.armed && armed.due_ms < (Moment{top->expiry} + 1) * SECOND,
                     "the platform's timer comes too late");
         if (Moment{top->expiry} * SECOND <= second_) {
-            MCAST_TMR_ProcExpires(lab_.router.timers);
+            MCAST_TMR_ProcExpires(lab_.process.timers);
         }
     }
 
@@ -227,7 +228,7 @@ private:
     }
     void compare_timers(const Membership &membership, Moment end)
     {
-        const GroupState *group = find_group(*lab_.interface, lab_.group(membership.group));
+        const GroupState *group = find_group(lab_.interface->memberships, lab_.group(membership.group));
         const mcastd::Timer *timer = group != nullptr ? &group->timer : nullptr;
 
         if (group != nullptr && membership.source != 0) {
@@ -281,8 +282,9 @@ private:
     // Nobody is left, nor is anything of what was taken for them since the first shift.
     void end_shift()
     {
-        model_.note(told_.empty() && MRT_CountTable(lab_.interface->groups) == 0, "groups without hosts");
-        model_.note(lab_.router.timers->heap->count == 1, "timers other than that of the general query");
+        model_.note(told_.empty() && MRT_CountTable(lab_.interface->memberships.groups) == 0,
+                    "groups without hosts");
+        model_.note(lab_.process.timers->heap->count == 1, "timers other than that of the general query");
         const size_t used = mallinfo2().uordblks;
 
         rest_memory_ = rests_++ == 0 ? used : rest_memory_;
@@ -383,7 +385,7 @@ private:
                 ? Bytes{0x11, static_cast<uint8_t>(code), 0, 0}
                 : Bytes{130, 0, 0, 0, static_cast<uint8_t>(code >> 8), static_cast<uint8_t>(code), 0, 0};
         const std::string about =
-            to_text(group == 0 ? any_address(lab_.router.config.family) : lab_.group(group));
+            to_text(group == 0 ? any_address(lab_.process.config.family) : lab_.group(group));
         append(message, addr(about.c_str()));
         append(message, {ClockModel::ROBUSTNESS, OTHERS.query_interval / SECOND, 0,
                          static_cast<uint8_t>(sources.size())});
@@ -424,7 +426,7 @@ private:
         const Bytes packet = is_ipv4() ? igmp_packet(from.c_str(), to.c_str(), message)
                                        : mld_packet(from.c_str(), to.c_str(), message);
         Message parsed;
-        model_.note(parse_packet(lab_.router.config.family, packet, parsed) == NO_DROP,
+        model_.note(parse_packet(lab_.process.config.family, packet, parsed) == NO_DROP,
                     "a packet was refused");
         handle_message(*lab_.interface, parsed);
     }

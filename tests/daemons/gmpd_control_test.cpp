@@ -26,15 +26,15 @@ protected:
     GmpdControl() : lab(GetParam())
     {
         lab.start();
-        offer_control(server, lab.router, [this] { return process; });
+        offer_control(server, lab.process, [this] { return daemon; });
     }
 
     // A second interface, after the lab's.
     Interface &add_interface()
     {
-        auto made = std::make_unique<Interface>(lab.router, 9, "second");
+        auto made = std::make_unique<Interface>(lab.process, 9, "second");
         Interface &second = *made;
-        lab.router.interfaces[9] = std::move(made);
+        lab.process.interfaces[9] = std::move(made);
         interface_start(second, lab.neighbour(101));
         return second;
     }
@@ -50,7 +50,7 @@ protected:
     }
 
     Lab lab;
-    ProcessStatus process;
+    DaemonStatus daemon;
     mcastd::Reactor reactor;
     mcastd::ControlServer server{reactor};
 };
@@ -112,7 +112,7 @@ TEST_P(GmpdControl, PagesOfAnySizeShowEveryRowOnce)
     Interface &second = add_interface();
     for (unsigned group = 1; group <= 20; ++group) {
         lab.record(RecordType::Allow, {1, 2, 3}, group);
-        apply_record(second, RecordType::Allow, lab.group(group), {lab.source(1)});
+        apply_record(second.memberships, RecordType::Allow, lab.group(group), {lab.source(1)});
     }
     for (const uint16_t limit : {uint16_t{0}, uint16_t{1}, uint16_t{2}, uint16_t{7}}) {
         EXPECT_EQ(table(server.registry(), mcastd::GROUP_TABLE, limit),
@@ -129,11 +129,11 @@ TEST_P(GmpdControl, AWalkGoesOnFromRowsThatHaveGone)
     for (const unsigned group : {1u, 2u, 3u}) {
         lab.record(RecordType::Allow, {1, 2}, group);
     }
-    lab.router.interfaces[5] = std::make_unique<Interface>(lab.router, 5, "first");
+    lab.process.interfaces[5] = std::make_unique<Interface>(lab.process, 5, "first");
     const ControlFields gone = {LAB[0], ControlField::address(lab.group(2)),
                                 ControlField::address(lab.source(1))};
 
-    remove_group(*find_group(*lab.interface, lab.group(2)));
+    remove_group(*find_group(lab.interface->memberships, lab.group(2)));
     const auto sources = table(server.registry(), mcastd::SOURCE_TABLE, 0, gone);
 
     ASSERT_EQ(sources.size(), 2u);
@@ -197,7 +197,7 @@ TEST_P(GmpdControl, CountersComeForTheDaemonThenForEachInterface)
 {
     Interface &second = add_interface();
 
-    process.kernel_drops = 3;
+    daemon.kernel_drops = 3;
     ++second.counters[Count::Checksum];
     const ControlField family = ControlField::family(GetParam());
     const auto value = [&](uint32_t if_index, const char *name) {
@@ -295,7 +295,7 @@ TEST_P(GmpdControl, QueryIntervalsThatCannotBeAreRefusedAndChangeNothing)
         EXPECT_FALSE(reply.message.empty());
     }
     EXPECT_EQ(lab.recorder.queries(), "");
-    EXPECT_EQ(lab.router.config.query_interval_s, 125u);
+    EXPECT_EQ(lab.process.config.query_interval_s, 125u);
     EXPECT_EQ(set_interval(11).status, ControlStatus::Done);
     EXPECT_EQ(set_interval(MOST_QUERY_INTERVAL_S).status, ControlStatus::Done);
 }

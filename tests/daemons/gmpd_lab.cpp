@@ -89,22 +89,23 @@ Lab::Lab(uint8_t family, const gmpd::Config &config)
     mcastd::log_open("gmpd", mcastd::LogLevel::Error);
     scripted_timer::Reset();
     scripted_timer::platform.record = false;
-    const uint64_t parameters[4] = {reinterpret_cast<uint64_t>(&router.timers), 0, 0, 0};
+    const uint64_t parameters[4] = {reinterpret_cast<uint64_t>(&process.timers), 0, 0, 0};
 
-    router.config = config;
-    router.config.family = family;
-    router.outputs = &recorder;
-    router.timers = MCAST_TMR_Create(scripted_timer::Service(), fired, parameters);
-    auto made = std::make_unique<gmpd::Interface>(router, 7, "lab");
+    process.config = config;
+    process.config.family = family;
+    process.queries = &recorder;
+    process.mrib = &recorder;
+    process.timers = MCAST_TMR_Create(scripted_timer::Service(), fired, parameters);
+    auto made = std::make_unique<gmpd::Interface>(process, 7, "lab");
 
     interface = made.get();
-    router.interfaces[7] = std::move(made);
+    process.interfaces[7] = std::move(made);
 }
 
 Lab::~Lab()
 {
-    router.interfaces.clear();
-    MCAST_TMR_Destroy(router.timers);
+    process.interfaces.clear();
+    MCAST_TMR_Destroy(process.timers);
 }
 
 void Lab::start()
@@ -116,17 +117,17 @@ void Lab::start()
 
 Address Lab::group(unsigned number) const
 {
-    return numbered(router.config.family, "239.1.1.0", "ff1e::1:0", number);
+    return numbered(process.config.family, "239.1.1.0", "ff1e::1:0", number);
 }
 
 Address Lab::source(unsigned number) const
 {
-    return numbered(router.config.family, "192.0.2.0", "2001:db8::1:0", number);
+    return numbered(process.config.family, "192.0.2.0", "2001:db8::1:0", number);
 }
 
 Address Lab::neighbour(unsigned number) const
 {
-    return numbered(router.config.family, "10.0.0.0", "fe80::1:0", number);
+    return numbered(process.config.family, "10.0.0.0", "fe80::1:0", number);
 }
 
 void Lab::record(gmpd::RecordType type, const std::vector<unsigned> &sources, unsigned group_number)
@@ -135,7 +136,7 @@ void Lab::record(gmpd::RecordType type, const std::vector<unsigned> &sources, un
     for (unsigned number : sources) {
         addresses.push_back(source(number));
     }
-    gmpd::apply_record(*interface, type, group(group_number), addresses);
+    gmpd::apply_record(interface->memberships, type, group(group_number), addresses);
 }
 
 gmpd::Message Lab::message(gmpd::MessageKind kind, uint8_t version, unsigned neighbour_number) const
@@ -144,7 +145,7 @@ gmpd::Message Lab::message(gmpd::MessageKind kind, uint8_t version, unsigned nei
     made.kind = kind;
     made.version = version;
     made.sender = neighbour(neighbour_number);
-    made.group = gmpd::any_address(router.config.family);
+    made.group = gmpd::any_address(process.config.family);
     return made;
 }
 
@@ -176,7 +177,7 @@ void Lab::query(unsigned neighbour_number, uint8_t version, unsigned group_numbe
 
         bytes.insert(bytes.end(), address.address, address.address + gmpd::address_size(address.family));
     }
-    asked.sources = gmpd::SourceList{router.config.family, bytes};
+    asked.sources = gmpd::SourceList{process.config.family, bytes};
     asked.suppress = suppress;
     asked.max_response_ms = group_number == 0 ? 10000 : 1000;
     asked.robustness = version == 3 ? 2 : 0;
@@ -199,7 +200,7 @@ void Lab::pass(uint32_t seconds)
 
 std::string Lab::state(unsigned group_number) const
 {
-    const gmpd::GroupState *group_state = gmpd::find_group(*interface, group(group_number));
+    const gmpd::GroupState *group_state = gmpd::find_group(interface->memberships, group(group_number));
     std::string wanted;
     std::string blocked;
 

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "daemons/gmpd/group_state.h"
-#include "daemons/gmpd/interface.h"
-#include "daemons/gmpd/membership.h"
 #include "daemons/gmpd/message_handler.h"
+#include "daemons/gmpd/process.h"
+#include "daemons/gmpd/state_table.h"
 #include "support/scripted_timer.h"
 #include "tests/daemons/gmpd_packets.h"
 
@@ -20,7 +20,7 @@ namespace gmpd_test
 {
 
 // Writes down what it is told. Sources of the lab are shown by their number, groups by theirs after a G.
-class Recorder final : public gmpd::Outputs
+class Recorder final : public gmpd::QuerySink, public gmpd::MribSink
 {
 public:
     void send_query(gmpd::Interface &interface, const gmpd::Query &query) override;
@@ -74,7 +74,7 @@ public:
     // Group 1, or another, for example "INCLUDE {1:260 2:160}", "EXCLUDE {1:160} {3 4} 260" or "none".
     std::string state(unsigned group_number = 1) const;
 
-    gmpd::Router router;
+    gmpd::Process process;
     Recorder recorder;
     gmpd::Interface *interface = nullptr;
 

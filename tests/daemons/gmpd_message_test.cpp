@@ -17,7 +17,7 @@ namespace
 void receive(Lab &lab, const Bytes &packet)
 {
     Message message;
-    const Count drop = parse_packet(lab.router.config.family, packet, message);
+    const Count drop = parse_packet(lab.process.config.family, packet, message);
     ASSERT_EQ(drop, NO_DROP) << (drop == NO_DROP ? "" : count_name(drop));
     handle_message(*lab.interface, message);
 }
@@ -118,7 +118,7 @@ TEST(GmpdStatus, ShowsGroupsSourcesTimersAndCounters)
     lab.record(RecordType::IsExclude, {1, 2});
     lab.record(RecordType::Allow, {2});
     lab.interface->counters[Count::RouterAlert] = 3;
-    const std::string text = status_text(lab.router, ProcessStatus{true, 2, 0, 0, 5});
+    const std::string text = status_text(lab.process, DaemonStatus{true, 2, 0, 0, 5});
 
     for (const char *part :
          {"\"family\": \"ipv4\"", "\"mrib_connected\": true", "\"packets_lost_in_kernel\": 5",
@@ -136,5 +136,5 @@ TEST(GmpdStatus, EscapesWhateverAnInterfaceIsCalled)
 {
     Lab lab(MCAST_FAMILY_IPV4);
     lab.interface->name = "a\"b\\c\n\xff";
-    EXPECT_NE(status_text(lab.router, {}).find("\"a\\\"b\\\\c\\u000a\\u00ff\""), std::string::npos);
+    EXPECT_NE(status_text(lab.process, {}).find("\"a\\\"b\\\\c\\u000a\\u00ff\""), std::string::npos);
 }

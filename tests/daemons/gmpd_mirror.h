@@ -10,12 +10,12 @@
 #include <tuple>
 
 #include "daemons/gmpd/group_state.h"
-#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/process.h"
 
 namespace gmpd_test
 {
 
-class Mirror final : public gmpd::Outputs
+class Mirror final : public gmpd::QuerySink, public gmpd::MribSink
 {
 public:
     void send_query(gmpd::Interface &, const gmpd::Query &query) override
@@ -47,7 +47,8 @@ public:
     const std::string &check(const gmpd::Interface &interface)
     {
         std::set<Entry> wanted;
-        gmpd::for_each_group(interface, [&](const gmpd::GroupState &group) { check_group(group, wanted); });
+        gmpd::for_each_group(interface.memberships,
+                             [&](const gmpd::GroupState &group) { check_group(group, wanted); });
         note(wanted == believed_, "the MRIB believes something else");
         return fault_;
     }
@@ -68,7 +69,7 @@ private:
         note(group.exclude == group.timer.running(), name + ": mode and group timer disagree");
         note(group.exclude || sources > 0, name + ": nothing is left of it");
         note(!group.dirty, name + ": left unsettled");
-        note(sources <= group.interface->router->config.max_sources, name + ": over its limit");
+        note(sources <= group.memberships->link.process->config.max_sources, name + ": over its limit");
         if (group.exclude) {
             wanted.insert(Entry(name, "any", false));
         }

@@ -108,34 +108,6 @@ private:
     Descriptor client_;
 };
 
-// Passes what the lab's state machine says on to the link.
-class LinkOutputs final : public Outputs
-{
-public:
-    explicit LinkOutputs(MribLink &link) : link_(link)
-    {
-    }
-    void send_query(Interface &, const Query &) override
-    {
-    }
-    void tell_running(const Interface &interface, bool running) override
-    {
-        link_.tell_running(interface, running);
-    }
-    void tell_querier(const Interface &interface, bool elected) override
-    {
-        link_.tell_querier(interface, elected);
-    }
-    void tell_member(const Interface &interface, const Address &group, const Address *source, bool join,
-                     bool blocked) override
-    {
-        link_.tell_member(interface, group, source, join, blocked);
-    }
-
-private:
-    MribLink &link_;
-};
-
 class GmpdMribLink : public testing::Test
 {
 protected:
@@ -145,14 +117,13 @@ protected:
         directory = mkdtemp(name);
         setenv("MCAST_HOST_RUNTIME_DIR", name, 1);
         lab.emplace(MCAST_FAMILY_IPV4);
-        link.emplace(lab->router, reactor);
-        outputs.emplace(*link);
-        lab->router.outputs = &*outputs;
+        link.emplace(lab->process, reactor);
+        lab->process.mrib = &*link;
         lab->start();
     }
     ~GmpdMribLink() override
     {
-        lab->router.interfaces.clear();
+        lab->process.interfaces.clear();
         link.reset();
         lab.reset();
         unsetenv("MCAST_HOST_RUNTIME_DIR");
@@ -171,7 +142,6 @@ protected:
     mcastd::Reactor reactor;
     std::optional<Lab> lab;
     std::optional<MribLink> link;
-    std::optional<LinkOutputs> outputs;
 };
 
 const char *const BEGIN = "0 4 14 18 1=1 2=1 ";
@@ -253,8 +223,8 @@ TEST_F(GmpdMribLink, WhoStartsOverWithdrawsNothingAndConnectsAtOnce)
     peer.accept_one();
     peer.records();
     link->tell_member(*lab->interface, lab->group(1), nullptr, false, false); // waits, and is dropped
-    lab->router.outputs = &lab->recorder;                                     // who hands over is silent
-    lab->router.interfaces.clear();
+    lab->process.mrib = &lab->recorder;                                       // who hands over is silent
+    lab->process.interfaces.clear();
     link->start_over();
     EXPECT_EQ(peer.records(), "") << "not a word more on the first connection";
     EXPECT_TRUE(link->connected());

@@ -74,14 +74,14 @@ protected:
         directory = mkdtemp(name);
         setenv("MCAST_HOST_RUNTIME_DIR", name, 1);
         lab.emplace(GetParam());
-        link.emplace(lab->router, reactor);
+        link.emplace(lab->process, reactor);
         EXPECT_TRUE(link->open());
         lab->start();
     }
     ~GmpdPolicy() override
     {
         load_lists("");
-        lab->router.interfaces.clear();
+        lab->process.interfaces.clear();
         link.reset();
         lab.reset();
         unsetenv("MCAST_HOST_RUNTIME_DIR");
@@ -210,7 +210,7 @@ TEST_P(GmpdPolicy, ARouterThatIsNotQuerierDoesNotAskAfterABoundary)
 TEST_P(GmpdPolicy, HostsMayJoinTheGroupsOfTheListAlone)
 {
     forward();
-    lab->router.config.group_list = 2001;
+    lab->process.config.group_list = 2001;
     load_lists(list_of(ipv4(), false));
     lab->record(RecordType::IsExclude, {});
     lab->record(RecordType::Allow, {3}, 2);
@@ -234,7 +234,7 @@ TEST_P(GmpdPolicy, HostsMayJoinTheGroupsOfTheListAlone)
 TEST_P(GmpdPolicy, AGroupListThatThereIsNotStopsNobody)
 {
     forward();
-    lab->router.config.group_list = 2002;
+    lab->process.config.group_list = 2002;
     load_lists(list_of(ipv4(), false));
     lab->record(RecordType::IsExclude, {});
     EXPECT_EQ(told(), "join G1");
@@ -265,10 +265,10 @@ TEST_P(GmpdPolicy, TheDefaultRangeIsThatOfTheProtocol)
     const Address group = from_text(ipv4() ? "232.1.1.1" : "ff3e::8000:1");
     const Address source = lab->source(1);
     forward();
-    apply_record(*lab->interface, RecordType::IsExclude, group, {});
-    EXPECT_EQ(find_group(*lab->interface, group), nullptr);
+    apply_record(lab->interface->memberships, RecordType::IsExclude, group, {});
+    EXPECT_EQ(find_group(lab->interface->memberships, group), nullptr);
     EXPECT_EQ(count(Count::SsmRange), 1u);
-    apply_record(*lab->interface, RecordType::Allow, group, {source});
+    apply_record(lab->interface->memberships, RecordType::Allow, group, {source});
     EXPECT_EQ(told(), "join G1 1");
 }
 

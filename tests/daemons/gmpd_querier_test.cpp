@@ -68,7 +68,7 @@ TEST_P(GmpdQuerier, KeepsThePeriodThoughItsTimersAreLate)
     lab.recorder.queries();
     while (scripted_timer::platform.now_ms < (1000 + 31 + 10 * 125 + 5) * 1000) {
         lab.pass_ms(103);
-        MCAST_TMR_ProcExpires(lab.router.timers);
+        MCAST_TMR_ProcExpires(lab.process.timers);
         queries += lab.recorder.queries() == "? all" ? 1 : 0;
     }
     EXPECT_EQ(queries, 10u);
@@ -118,8 +118,8 @@ TEST_P(GmpdQuerier, EveryQueryFromALowerAddressKeepsThisRouterSilent)
 TEST_P(GmpdQuerier, WhoWaitsFollowsTheQueriersValuesAndReturnsToItsOwn)
 {
     lab.start();
-    lab.router.config.robustness = 3;
-    lab.router.config.query_interval_s = 60;
+    lab.process.config.robustness = 3;
+    lab.process.config.query_interval_s = 60;
     lab.query(50, 3);
     EXPECT_EQ(lab.interface->querier.robustness, 2u);
     EXPECT_EQ(lab.interface->querier.query_interval_s, 125u);
@@ -131,7 +131,7 @@ TEST_P(GmpdQuerier, WhoWaitsFollowsTheQueriersValuesAndReturnsToItsOwn)
 
 TEST_P(GmpdQuerier, AQueryAboutAGroupSaysNothingOfTheTimeForGeneralOnes)
 {
-    lab.router.config.response_s = 5;
+    lab.process.config.response_s = 5;
     lab.start();
     lab.query(50, 3); // allows for 10 s
     EXPECT_EQ(membership_interval_ms(*lab.interface), 260000u);
@@ -306,7 +306,7 @@ TEST_P(GmpdOlderHost, ARouterOfItsVersionNeedsNoMemoryOfIt)
     Lab old(GetParam(), with_version(2));
     old.start();
     old.old_report(2);
-    EXPECT_FALSE(find_group(*old.interface, old.group(1))->v2_host.running());
+    EXPECT_FALSE(find_group(old.interface->memberships, old.group(1))->v2_host.running());
     old.query(50, 3);
     EXPECT_FALSE(old.interface->querier.elected) << "a newer query still counts in the election";
 }

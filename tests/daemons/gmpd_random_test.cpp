@@ -60,7 +60,7 @@ void step(Lab &lab, Chance &chance)
         lab.pass(chance.below(300));
         break;
     case 2:
-        lab.old_report(lab.router.config.family == MCAST_FAMILY_IPV4 && chance.below(4) == 0 ? 1 : 2, group);
+        lab.old_report(lab.process.config.family == MCAST_FAMILY_IPV4 && chance.below(4) == 0 ? 1 : 2, group);
         break;
     case 3:
         lab.leave(group);
@@ -85,7 +85,9 @@ void run(uint8_t family, bool immediate_leave, unsigned max_sources)
     Lab lab(family, config);
     Chance chance(seed);
 
-    lab.router.outputs = &mirror;
+    lab.process.queries = &mirror;
+
+    lab.process.mrib = &mirror;
     lab.start();
     for (unsigned long left = setting("GMPD_RANDOM_STEPS", 20000); left > 0; --left) {
         step(lab, chance);

@@ -371,7 +371,7 @@ TEST_P(GmpdState, TimersStartedWithinASecondAreNeverEarly)
     lab.recorder.told();
     for (uint32_t passed = 100; passed < 2000; passed += 100) {
         lab.pass_ms(100);
-        MCAST_TMR_ProcExpires(lab.router.timers);
+        MCAST_TMR_ProcExpires(lab.process.timers);
         ASSERT_NE(lab.state(), "none") << passed << " ms after the leave";
         ASSERT_NE(lab.state(2), "none") << passed << " ms after the leave";
     }
@@ -395,7 +395,7 @@ TEST_P(GmpdState, ARepetitionThatLeavesLateLeavesHostsTheirTime)
 
 TEST_P(GmpdState, ImmediateLeaveAsksNobody)
 {
-    lab.router.config.immediate_leave = true;
+    lab.process.config.immediate_leave = true;
     lab.record(RecordType::ToExclude, {});
     lab.record(RecordType::Allow, {1}, 2);
     lab.recorder.told();
@@ -417,7 +417,7 @@ TEST_P(GmpdState, ManySourcesAreAskedAboutInAsManyMessagesAsTheLinkNeeds)
 
 TEST_P(GmpdState, GroupsBeyondTheLimitAreRefusedAndCounted)
 {
-    lab.router.config.max_groups = 2;
+    lab.process.config.max_groups = 2;
     lab.old_report(2, 1);
     lab.old_report(2, 2);
     lab.old_report(2, 3);
@@ -429,7 +429,7 @@ TEST_P(GmpdState, GroupsBeyondTheLimitAreRefusedAndCounted)
 
 TEST_P(GmpdState, SourcesBeyondTheLimitAreRefusedAndCounted)
 {
-    lab.router.config.max_sources = 2;
+    lab.process.config.max_sources = 2;
     lab.record(RecordType::Allow, {1, 2, 3, 4});
     EXPECT_EQ(lab.state(), "INCLUDE {1:260 2:260}");
     EXPECT_EQ(lab.interface->counters[Count::SourceLimit], 2u);

@@ -42,14 +42,14 @@ protected:
         lab.emplace(GetParam());
         interface_authenticate(*lab->interface, true);
         EXPECT_TRUE(indexes.open(GetParam()));
-        service.emplace(lab->router, indexes, [this](const User &user, bool present) {
+        service.emplace(lab->process, indexes, [this](const User &user, bool present) {
             told += (present ? "+" : "-") + std::to_string(user.info.user_id);
         });
         EXPECT_TRUE(service->open(reactor.descriptor()));
         EXPECT_TRUE(service->upgrade());
         server.emplace(reactor);
-        offer_control(*server, lab->router, [] { return ProcessStatus{}; });
-        offer_user_control(*server, lab->router, &*service);
+        offer_control(*server, lab->process, [] { return DaemonStatus{}; });
+        offer_user_control(*server, lab->process, &*service);
         lab->start();
         agent = connect_agent();
     }
@@ -57,7 +57,7 @@ protected:
     {
         close(agent);
         server.reset();
-        lab->router.interfaces.clear();
+        lab->process.interfaces.clear();
         service.reset();
         lab.reset();
         unsetenv("MCAST_HOST_RUNTIME_DIR");
@@ -128,7 +128,7 @@ protected:
     }
     void report(unsigned number, RecordType type, const std::vector<unsigned> &sources, unsigned group = 1)
     {
-        Interface *member = lab->router.users->member(*lab->interface, lab->neighbour(number));
+        Memberships *member = lab->process.users->member(*lab->interface, lab->neighbour(number));
         std::vector<Address> addresses;
         ASSERT_NE(member, nullptr);
         for (const unsigned source : sources) {
@@ -150,9 +150,9 @@ protected:
     }
     std::string status() const
     {
-        ProcessStatus process;
+        DaemonStatus process;
         process.users = &*service;
-        return status_text(lab->router, process);
+        return status_text(lab->process, process);
     }
 
     std::string directory;

@@ -21,25 +21,25 @@ TEST_P(GmpdUserService, AnAnnouncedUserHasAnInterfaceOfTheLibrary)
     say("announce " + record(1, "name=alice") + right(1));
     EXPECT_EQ(told, "+1");
     EXPECT_EQ(MCAST_USRAUTH_UserCount(), 1u);
-    Interface *member = lab->router.users->member(*lab->interface, lab->neighbour(1));
+    Memberships *member = lab->process.users->member(*lab->interface, lab->neighbour(1));
 
     ASSERT_NE(member, nullptr);
-    EXPECT_EQ(MCAST_IsMUAIntf(member->index), MCAST_TRUE);
-    EXPECT_EQ(lab->router.users->member(*lab->interface, lab->neighbour(2)), nullptr);
+    EXPECT_EQ(MCAST_IsMUAIntf(member->user_index), MCAST_TRUE);
+    EXPECT_EQ(lab->process.users->member(*lab->interface, lab->neighbour(2)), nullptr);
     say("withdraw id=1 node=3 kind=1");
     EXPECT_EQ(told, "+1-1");
     EXPECT_EQ(MCAST_USRAUTH_UserCount(), 0u);
-    EXPECT_EQ(lab->router.users->member(*lab->interface, lab->neighbour(1)), nullptr);
+    EXPECT_EQ(lab->process.users->member(*lab->interface, lab->neighbour(1)), nullptr);
 }
 
 TEST_P(GmpdUserService, TheIndexOfAWithdrawnUserIsGivenOutAgain)
 {
     say("announce " + record(1) + right(1));
-    const uint32_t first = lab->router.users->member(*lab->interface, lab->neighbour(1))->index;
+    const uint32_t first = lab->process.users->member(*lab->interface, lab->neighbour(1))->user_index;
 
     say("withdraw id=1 node=3 kind=1");
     say("announce " + record(2) + right(1));
-    EXPECT_EQ(lab->router.users->member(*lab->interface, lab->neighbour(2))->index, first);
+    EXPECT_EQ(lab->process.users->member(*lab->interface, lab->neighbour(2))->user_index, first);
 }
 
 TEST_P(GmpdUserService, ThePermittedPairsDecide)
@@ -59,10 +59,10 @@ TEST_P(GmpdUserService, ThePermittedPairsDecide)
 TEST_P(GmpdUserService, AUserOfTheWholeInterfaceIsFoundByIt)
 {
     say("announce id=4 node=3 kind=2 interface=0x7 address=" + neighbour(4) + right(1));
-    Interface *member = lab->router.users->member(*lab->interface, lab->neighbour(99));
+    Memberships *member = lab->process.users->member(*lab->interface, lab->neighbour(99));
 
     ASSERT_NE(member, nullptr);
-    EXPECT_EQ(member->index, LINK);
+    EXPECT_EQ(member->user_index, LINK);
     report(99, RecordType::IsExclude, {});
     report(98, RecordType::IsExclude, {}, 2);
     EXPECT_EQ(lab->recorder.told(), "join G1");
@@ -94,10 +94,10 @@ TEST_P(GmpdUserService, AnUpdateThatMovesTheUserEndsHisMemberships)
     lab->recorder.told();
     say("update id=1 node=3 kind=1 interface=0x7 address=" + neighbour(5) + right(1));
     EXPECT_EQ(lab->recorder.told(), "prune G1") << "an address changes without a callback";
-    EXPECT_NE(lab->router.users->member(*lab->interface, lab->neighbour(5)), nullptr);
-    EXPECT_EQ(lab->router.users->member(*lab->interface, lab->neighbour(1)), nullptr);
+    EXPECT_NE(lab->process.users->member(*lab->interface, lab->neighbour(5)), nullptr);
+    EXPECT_EQ(lab->process.users->member(*lab->interface, lab->neighbour(1)), nullptr);
     say("update id=1 node=3 kind=1 interface=0x8 address=" + neighbour(5) + right(1));
-    EXPECT_EQ(lab->router.users->member(*lab->interface, lab->neighbour(5)), nullptr);
+    EXPECT_EQ(lab->process.users->member(*lab->interface, lab->neighbour(5)), nullptr);
     EXPECT_EQ(service->counters().offline, 1u) << "set up again";
     EXPECT_EQ(told, "+1+1-1+1");
 }
@@ -127,8 +127,8 @@ TEST_P(GmpdUserService, AUserWhoseIdSaysSoReportsFromTheSecondAddress)
 {
     say("announce id=0x20000001 node=3 kind=1 interface=0x7 address=" + neighbour(1) +
         " second-address=" + neighbour(2) + right(1));
-    EXPECT_EQ(lab->router.users->member(*lab->interface, lab->neighbour(1)), nullptr);
-    EXPECT_NE(lab->router.users->member(*lab->interface, lab->neighbour(2)), nullptr);
+    EXPECT_EQ(lab->process.users->member(*lab->interface, lab->neighbour(1)), nullptr);
+    EXPECT_NE(lab->process.users->member(*lab->interface, lab->neighbour(2)), nullptr);
 }
 
 TEST_P(GmpdUserService, AUserOfAnotherInstanceIsCountedAndNotServed)
@@ -199,7 +199,7 @@ TEST_P(GmpdUserService, ASwitchOverForgetsTheUsersSilentlyAndKeepsTheirIndexes)
     report(1, RecordType::IsExclude, {});
     const UserIndexMap before = indexes.assigned();
     const auto index_of = [this](unsigned user) {
-        return lab->router.users->member(*lab->interface, lab->neighbour(user))->index;
+        return lab->process.users->member(*lab->interface, lab->neighbour(user))->user_index;
     };
     const uint32_t first = index_of(1);
     const uint32_t second = index_of(2);
@@ -209,8 +209,8 @@ TEST_P(GmpdUserService, ASwitchOverForgetsTheUsersSilentlyAndKeepsTheirIndexes)
     EXPECT_EQ(told, "");
     EXPECT_EQ(MCAST_USRAUTH_UserCount(), 0u);
     EXPECT_EQ(service->table().count(), 0u);
-    EXPECT_EQ(lab->router.users->member(*lab->interface, lab->neighbour(1)), nullptr);
-    EXPECT_EQ(lab->interface->members->group_count(), 0u);
+    EXPECT_EQ(lab->process.users->member(*lab->interface, lab->neighbour(1)), nullptr);
+    EXPECT_EQ(lab->interface->users_union->group_count(), 0u);
     EXPECT_EQ(indexes.assigned(), before);
 
     say("announce " + record(2) + right(1)); // the other way round

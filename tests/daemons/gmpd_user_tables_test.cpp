@@ -154,7 +154,7 @@ TEST(GmpdWithoutUsers, TheTablesAreEmptyAndClearingIsRefused)
     Lab lab(MCAST_FAMILY_IPV4);
     mcastd::Reactor reactor;
     mcastd::ControlServer server(reactor);
-    offer_user_control(server, lab.router, nullptr);
+    offer_user_control(server, lab.process, nullptr);
     EXPECT_TRUE(control_test::table(server.registry(), mcastd::USER_TABLE).empty());
     EXPECT_TRUE(control_test::table(server.registry(), mcastd::USER_STATISTICS_TABLE).empty());
     for (const uint16_t command : {mcastd::COMMAND_CLEAR_USERS, mcastd::COMMAND_CLEAR_USER_COUNTERS}) {

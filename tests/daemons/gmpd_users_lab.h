@@ -24,7 +24,7 @@ public:
     explicit UsersLab(uint8_t family, const gmpd::Config &config = {})
         : lab(family, config),
           table(
-              lab.router,
+              lab.process,
               [this](uint32_t index, const Address &group, const Address *source) {
                   return may_join(index, group, source);
               },
@@ -37,7 +37,7 @@ public:
     }
     ~UsersLab()
     {
-        lab.router.interfaces.clear();
+        lab.process.interfaces.clear();
     }
 
     // Users are numbered from 1; each reports from the neighbour of its number. The owner has the link
@@ -80,7 +80,7 @@ public:
     bool record(unsigned neighbour, gmpd::RecordType type, const std::vector<unsigned> &sources,
                 unsigned group = 1)
     {
-        gmpd::Interface *member = table.member(*lab.interface, lab.neighbour(neighbour));
+        gmpd::Memberships *member = table.member(*lab.interface, lab.neighbour(neighbour));
         std::vector<Address> addresses;
         if (member == nullptr) {
             return false;

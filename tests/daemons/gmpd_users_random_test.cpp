@@ -25,7 +25,7 @@ constexpr unsigned UNHEARD_SOURCE = 200; // stands for all that nobody names
 using Pair = std::pair<unsigned, unsigned>; // group, source
 
 // What the MRIB believes, as it is told.
-class Believer final : public Outputs
+class Believer final : public QuerySink, public MribSink
 {
 public:
     void send_query(Interface &, const Query &) override
@@ -37,12 +37,11 @@ public:
     void tell_querier(const Interface &, bool) override
     {
     }
-    void tell_member(const Interface &interface, const Address &group, const Address *source, bool join,
+    void tell_member(const Interface &, const Address &group, const Address *source, bool join,
                      bool blocked) override
     {
         const Pair pair(last(group), source != nullptr ? last(*source) : UsersLab::ANY);
         std::set<Pair> &known = blocked ? blocks_ : joins_;
-        EXPECT_EQ(interface.link, nullptr) << "of links alone";
         EXPECT_TRUE(join ? known.insert(pair).second : known.erase(pair) == 1) << "said twice";
         snapshots.push_back(wanted());
     }
@@ -85,11 +84,13 @@ class Run
 public:
     Run(uint8_t family, unsigned long seed) : engine_(seed), users_(family)
     {
-        users_.lab.router.outputs = &believer_;
+        users_.lab.process.queries = &believer_;
+        users_.lab.process.mrib = &believer_;
     }
     ~Run()
     {
-        users_.lab.router.outputs = &users_.lab.recorder;
+        users_.lab.process.queries = &users_.lab.recorder;
+        users_.lab.process.mrib = &users_.lab.recorder;
     }
     void step()
     {

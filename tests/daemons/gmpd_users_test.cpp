@@ -71,7 +71,7 @@ TEST_P(GmpdUsers, AUserJoinsWhatHeMay)
     EXPECT_EQ(told(), "join G1; join G2 5");
     EXPECT_EQ(users.count(Count::UserGroup), 2u);
     EXPECT_EQ(users.count(Count::UserSource), 2u);
-    EXPECT_EQ(users.table.find(UsersLab::key_of(1))->memberships->counters[Count::UserGroup], 2u);
+    EXPECT_EQ(users.table.find(UsersLab::key_of(1))->memberships->counters()[Count::UserGroup], 2u);
 }
 
 TEST_P(GmpdUsers, TheRightToAGroupIsTheRightToEachSourceOfIt)
@@ -91,7 +91,7 @@ TEST_P(GmpdUsers, WhatEndsAMembershipNeedsNoRight)
     users.record(1, RecordType::Block, {4, 9});
     users.record(1, RecordType::ToInclude, {9});
     users.lab.pass(3);
-    EXPECT_EQ(users.lab.interface->members->group_count(), 0u);
+    EXPECT_EQ(users.lab.interface->users_union->group_count(), 0u);
     EXPECT_EQ(users.count(Count::UserSource), 1u) << "the one of the record that asks for it";
 }
 
@@ -203,7 +203,7 @@ TEST_P(GmpdUsers, RevokedRightsEndMembershipsAtOnce)
     EXPECT_EQ(told(), "prune G1; unblock G1 6");
     users.revoke(1, 2, 5);
     EXPECT_EQ(told(), "prune G2 5");
-    EXPECT_EQ(users.lab.interface->members->group_count(), 0u);
+    EXPECT_EQ(users.lab.interface->users_union->group_count(), 0u);
 }
 
 TEST_P(GmpdUsers, ARevokedRightToAllSourcesLeavesTheOnesThatAreNamed)
@@ -278,7 +278,7 @@ TEST_P(GmpdUsers, AStoppedLinkForgetsItsUsersMembershipsAndKeepsTheUsers)
     interface_stop(*users.lab.interface);
     EXPECT_EQ(users.lab.recorder.told(), "stopped") << "nothing is told of what the MRIB forgets anyway";
     EXPECT_EQ(users.table.find(UsersLab::key_of(1))->memberships, nullptr);
-    EXPECT_EQ(users.lab.interface->members->group_count(), 0u);
+    EXPECT_EQ(users.lab.interface->users_union->group_count(), 0u);
     users.lab.start();
     users.record(2, RecordType::IsExclude, {});
     EXPECT_EQ(told(), "join G1");

@@ -47,7 +47,7 @@ Bytes wrap(uint8_t family, unsigned how, Bytes message)
 void deliver(Lab &lab, const Bytes &packet)
 {
     gmpd::Message message;
-    if (gmpd::parse_packet(lab.router.config.family, packet, message) == gmpd::NO_DROP) {
+    if (gmpd::parse_packet(lab.process.config.family, packet, message) == gmpd::NO_DROP) {
         gmpd::handle_message(*lab.interface, message);
     }
 }
@@ -67,7 +67,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     config.max_sources = 8;
     Lab lab(family, config);
 
-    lab.router.outputs = &mirror;
+    lab.process.queries = &mirror;
+
+    lab.process.mrib = &mirror;
     lab.start();
     for (++data, --size; size >= 2;) {
         const unsigned how = data[0];

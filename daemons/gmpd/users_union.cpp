@@ -10,13 +10,13 @@
  * user about to join all sources but one blocks that one first, and for a moment it would be blocked for a
  * user who wants it.
  */
-#include "daemons/gmpd/link_members.h"
+#include "daemons/gmpd/users_union.h"
 
 #include <memory>
 
 #include "daemons/common/memory.h"
 #include "daemons/gmpd/group_state.h"
-#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/process.h"
 
 namespace gmpd
 {
@@ -107,16 +107,16 @@ bool turns(bool &told, bool wanted, bool direction)
 // One direction of a group's sources: what adds, or what takes away.
 void tell_sources(Interface &link, MRT_GROUP_S *group, bool direction)
 {
-    Outputs &outputs = *link.router->outputs;
+    MribSink &mrib = *link.process->mrib;
 
     for_each_entry<MRT_SOURCE_S>(group->sources, [&](MRT_SOURCE_S *entry) {
         SourceShare &source = share_of(entry);
 
         if (turns(source.told_joined, source.joined_users > 0, direction)) {
-            outputs.tell_member(link, *group->address, entry->address, direction, false);
+            mrib.tell_member(link, *group->address, entry->address, direction, false);
         }
         if (turns(source.told_blocked, wants_block(share_of(group), source), direction)) {
-            outputs.tell_member(link, *group->address, entry->address, direction, true);
+            mrib.tell_member(link, *group->address, entry->address, direction, true);
         }
     });
 }
@@ -135,18 +135,18 @@ void remove_unused(MRT_GROUP_S *group)
 
 } // namespace
 
-LinkMembers::LinkMembers(Interface &link)
-    : link_(link), groups_(mcastd::must_have(MRT_CreateTable(link.router->config.family, link.name.c_str(),
+UsersUnion::UsersUnion(Interface &link)
+    : link_(link), groups_(mcastd::must_have(MRT_CreateTable(link.process->config.family, link.name.c_str(),
                                                              release<GroupShare>, release<SourceShare>)))
 {
 }
 
-LinkMembers::~LinkMembers()
+UsersUnion::~UsersUnion()
 {
     MRT_DestroyTable(groups_);
 }
 
-void LinkMembers::note(const Address &group, const Address *source, bool join, bool blocked)
+void UsersUnion::note(const Address &group, const Address *source, bool join, bool blocked)
 {
     MRT_GROUP_S *entry = ensure_entry(groups_, group);
     const uint32_t step = join ? 1 : UINT32_MAX; // one more or, modulo its range, one less
@@ -160,7 +160,7 @@ void LinkMembers::note(const Address &group, const Address *source, bool join, b
     (blocked ? share.blocked_users : share.joined_users) += step;
 }
 
-void LinkMembers::settle(const Address &address)
+void UsersUnion::settle(const Address &address)
 {
     MRT_GROUP_S *group = find_entry(groups_, address);
 
@@ -173,18 +173,18 @@ void LinkMembers::settle(const Address &address)
     tell_sources(link_, group, true);
     if (share.told_any != any) {
         share.told_any = any;
-        link_.router->outputs->tell_member(link_, *group->address, nullptr, any, false);
+        link_.process->mrib->tell_member(link_, *group->address, nullptr, any, false);
     }
     tell_sources(link_, group, false);
     remove_unused(group);
 }
 
-void LinkMembers::clear()
+void UsersUnion::clear()
 {
     MRT_ClearTable(groups_);
 }
 
-void LinkMembers::tell_everything()
+void UsersUnion::tell_everything()
 {
     for_each_entry<MRT_GROUP_S>(groups_, [this](MRT_GROUP_S *group) {
         share_of(group).told_any = false;
@@ -196,34 +196,34 @@ void LinkMembers::tell_everything()
     });
 }
 
-bool LinkMembers::wants_any_source(const MRT_GROUP_S *group)
+bool UsersUnion::wants_any_source(const MRT_GROUP_S *group)
 {
     return share_of(group).told_any;
 }
 
-bool LinkMembers::wants_source(const MRT_SOURCE_S *source)
+bool UsersUnion::wants_source(const MRT_SOURCE_S *source)
 {
     return !share_of(source).told_blocked;
 }
 
-bool LinkMembers::has_group(const Address &group) const
+bool UsersUnion::has_group(const Address &group) const
 {
     return find_entry(groups_, group) != nullptr;
 }
 
-uint32_t LinkMembers::group_count() const
+uint32_t UsersUnion::group_count() const
 {
     return MRT_CountTable(groups_);
 }
 
-void LinkMembers::visit_groups(const std::function<void(const Address &, bool)> &visitor) const
+void UsersUnion::visit_groups(const std::function<void(const Address &, bool)> &visitor) const
 {
     for_each_entry<MRT_GROUP_S>(
         groups_, [&](MRT_GROUP_S *group) { visitor(*group->address, wants_any_source(group)); });
 }
 
-void LinkMembers::visit_sources(const Address &group,
-                                const std::function<void(const Address &, bool)> &visitor) const
+void UsersUnion::visit_sources(const Address &group,
+                               const std::function<void(const Address &, bool)> &visitor) const
 {
     const MRT_GROUP_S *entry = find_entry(groups_, group);
     if (entry != nullptr) {

@@ -17,12 +17,13 @@
  * Both columns of a row are one piece of code below: "wanted" means a running timer, which in INCLUDE mode
  * every source has.
  */
-#include "daemons/gmpd/membership.h"
+#include "daemons/gmpd/state_table.h"
 
 #include <algorithm>
 
 #include "daemons/gmpd/group_query.h"
 #include "daemons/gmpd/group_state.h"
+#include "daemons/gmpd/process.h"
 #include "daemons/gmpd/trace.h"
 
 namespace gmpd
@@ -54,7 +55,7 @@ void allow(GroupState &group, const std::vector<Address> &sources)
         SourceState *source = ensure_source(group, address);
 
         if (source != nullptr) {
-            source_wanted(*source, membership_interval_ms(*group.interface));
+            source_wanted(*source, membership_interval_ms(group.memberships->link));
         }
     }
 }
@@ -92,7 +93,7 @@ void keep_only(GroupState &group, const std::vector<Address> &sources)
 
 void become_exclude(GroupState &group, const std::vector<Address> &sources, bool change)
 {
-    const uint32_t interval_ms = membership_interval_ms(*group.interface);
+    const uint32_t interval_ms = membership_interval_ms(group.memberships->link);
     keep_only(group, sources);
     if (!group.exclude) {
         begin_new(group, sources, source_unwanted);
@@ -139,26 +140,27 @@ bool joins_any_source(RecordType type)
 }
 
 // Whether the policy stops the record, which is counted.
-bool is_stopped(Interface &interface, RecordType type, const Address &group,
+bool is_stopped(Memberships &memberships, RecordType type, const Address &group,
                 const std::vector<Address> &sources)
 {
-    const Joins joins = interface.router->policy->joins_of(interface, group);
+    const Interface &link = memberships.link;
+    const Joins joins = link.process->policy->joins_of(link, group);
     if (joins == Joins::None && creates_group(type, sources)) {
-        ++interface.counters[Count::Boundary];
-        trace(TraceCategory::Group, interface, "%N on %P refused: behind a boundary", &group,
-              interface.index);
+        ++memberships.counters()[Count::Boundary];
+        trace(TraceCategory::Group, link, "%N on %P refused: behind a boundary", &group,
+              memberships.shown_index());
         return true;
     }
     if (joins == Joins::Unlisted && creates_group(type, sources)) {
-        ++interface.counters[Count::GroupList];
-        trace(TraceCategory::Group, interface, "%N on %P refused: not in the list of groups", &group,
-              interface.index);
+        ++memberships.counters()[Count::GroupList];
+        trace(TraceCategory::Group, link, "%N on %P refused: not in the list of groups", &group,
+              memberships.shown_index());
         return true;
     }
     if (joins == Joins::SourcesOnly && joins_any_source(type)) {
-        ++interface.counters[Count::SsmRange];
-        trace(TraceCategory::Group, interface, "%N on %P: any source of the source-specific range ignored",
-              &group, interface.index);
+        ++memberships.counters()[Count::SsmRange];
+        trace(TraceCategory::Group, link, "%N on %P: any source of the source-specific range ignored", &group,
+              memberships.shown_index());
         return true;
     }
     return false;
@@ -200,39 +202,39 @@ bool ignored_for_older_hosts(const GroupState &group, RecordType type, bool &lis
     return type == RecordType::Block || (type == RecordType::ToInclude && group.v1_host.running());
 }
 
-// Counts a refusal for the user and for his link.
-void count_refused(Interface &member, Count reason)
+// Counts a refusal for the user and for its link.
+void count_refused(Memberships &user, Count reason)
 {
-    ++member.counters[reason];
-    ++member.link->counters[reason];
-    member.router->users->join_refused(*member.link);
+    ++user.counters()[reason];
+    ++user.link.counters[reason];
+    user.link.process->users->join_refused(user.link);
 }
 
 // The sources that the user may join; the others are counted.
-std::vector<Address> permitted_sources(Interface &member, const Address &group,
+std::vector<Address> permitted_sources(Memberships &user, const Address &group,
                                        const std::vector<Address> &sources)
 {
     std::vector<Address> permitted;
     for (const Address &source : sources) {
-        if (member.router->users->permits(member, group, &source)) {
+        if (user.link.process->users->permits(user, group, &source)) {
             permitted.push_back(source);
         } else {
-            count_refused(member, Count::UserSource);
+            count_refused(user, Count::UserSource);
         }
     }
     return permitted;
 }
 
-void apply_permitted(Interface &interface, RecordType type, const Address &address,
+void apply_permitted(Memberships &memberships, RecordType type, const Address &address,
                      const std::vector<Address> &sources)
 {
-    if (is_stopped(interface, type, address, sources)) {
+    if (is_stopped(memberships, type, address, sources)) {
         return;
     }
-    GroupState *group = find_group(interface, address);
+    GroupState *group = find_group(memberships, address);
 
     if (group == nullptr && creates_group(type, sources)) {
-        group = ensure_group(interface, address);
+        group = ensure_group(memberships, address);
     }
     if (group == nullptr) {
         return;
@@ -240,9 +242,10 @@ void apply_permitted(Interface &interface, RecordType type, const Address &addre
     bool list_counts = true;
 
     if (ignored_for_older_hosts(*group, type, list_counts)) {
-        ++interface.counters[Count::OldHostPresent];
-        trace(TraceCategory::Group, interface, "record of %N on %P ignored while older hosts are present",
-              &address, interface.index);
+        ++memberships.counters()[Count::OldHostPresent];
+        trace(TraceCategory::Group, memberships.link,
+              "record of %N on %P ignored while older hosts are present", &address,
+              memberships.shown_index());
         return;
     }
     apply_row(*group, type, list_counts ? sources : std::vector<Address>());
@@ -253,17 +256,17 @@ void apply_permitted(Interface &interface, RecordType type, const Address &addre
 
 } // namespace
 
-void apply_record(Interface &interface, RecordType type, const Address &group,
+void apply_record(Memberships &memberships, RecordType type, const Address &group,
                   const std::vector<Address> &sources)
 {
-    if (interface.link == nullptr || type == RecordType::Block) {
-        apply_permitted(interface, type, group, sources);
+    if (!memberships.of_user() || type == RecordType::Block) {
+        apply_permitted(memberships, type, group, sources);
     } else if (!joins_any_source(type)) {
-        apply_permitted(interface, type, group, permitted_sources(interface, group, sources));
-    } else if (interface.router->users->permits(interface, group, nullptr)) {
-        apply_permitted(interface, type, group, sources);
+        apply_permitted(memberships, type, group, permitted_sources(memberships, group, sources));
+    } else if (memberships.link.process->users->permits(memberships, group, nullptr)) {
+        apply_permitted(memberships, type, group, sources);
     } else {
-        count_refused(interface, Count::UserGroup);
+        count_refused(memberships, Count::UserGroup);
     }
 }
 

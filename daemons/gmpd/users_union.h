@@ -2,8 +2,8 @@
  * What the users of one link ask for together. A source is wanted on the link when it is wanted by at least
  * one of them, and the MRIB is told of the link alone.
  */
-#ifndef DAEMONS_GMPD_LINK_MEMBERS_H
-#define DAEMONS_GMPD_LINK_MEMBERS_H
+#ifndef DAEMONS_GMPD_USERS_UNION_H
+#define DAEMONS_GMPD_USERS_UNION_H
 
 #include <cstdint>
 #include <functional>
@@ -16,14 +16,14 @@ namespace gmpd
 
 struct Interface;
 
-class LinkMembers
+class UsersUnion
 {
 public:
     // For the link, which must outlive it.
-    explicit LinkMembers(Interface &link);
-    ~LinkMembers();
-    LinkMembers(const LinkMembers &) = delete;
-    LinkMembers &operator=(const LinkMembers &) = delete;
+    explicit UsersUnion(Interface &link);
+    ~UsersUnion();
+    UsersUnion(const UsersUnion &) = delete;
+    UsersUnion &operator=(const UsersUnion &) = delete;
 
     // One user's state changed by one step, as in Outputs::tell_member. The MRIB hears of it with settle.
     void note(const Address &group, const Address *source, bool join, bool blocked);

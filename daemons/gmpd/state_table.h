@@ -1,12 +1,12 @@
 /*
- * What a record of a report does to an interface's memberships.
+ * What a record of a report does to memberships.
  */
-#ifndef DAEMONS_GMPD_MEMBERSHIP_H
-#define DAEMONS_GMPD_MEMBERSHIP_H
+#ifndef DAEMONS_GMPD_STATE_TABLE_H
+#define DAEMONS_GMPD_STATE_TABLE_H
 
 #include <vector>
 
-#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/memberships.h"
 #include "daemons/gmpd/message.h"
 
 namespace gmpd
@@ -14,7 +14,7 @@ namespace gmpd
 
 // One row of the state tables: a record of the given type for the group, with its sources in ascending order
 // and without duplicates. The group is created, changed, reported to the MRIB and removed as the row says.
-void apply_record(Interface &interface, RecordType type, const Address &group,
+void apply_record(Memberships &memberships, RecordType type, const Address &group,
                   const std::vector<Address> &sources);
 
 } // namespace gmpd
