@@ -28,7 +28,7 @@ namespace gmpd
 
 enum class BackupKind : uint8_t { Begin = 1, Users = 2, End = 3 };
 
-// A user and his index, 0 for none.
+// A user and its index, 0 for none.
 struct BackupRecord {
     UserKey user;
     uint32_t index = 0;

@@ -1,3 +1,13 @@
+/*
+ * The port is what makes a daemon the active one: only one process can listen on it, and it takes it before it
+ * touches anything else. A standby that connects is told all users in the order of their keys, then that this
+ * was everything, then each user whose index changed:
+ *
+ *      assigned indexes ──► untold: keys, for each standby ──► message of up to 100 users ──► socket
+ *
+ * Only keys wait. The index is looked up when the message is written, so that a user that changed ten times while
+ * the socket was full is told once, and a standby that never reads costs no more than one key a user.
+ */
 #include "daemons/gmpd/backup_server.h"
 
 #include <cerrno>
@@ -57,16 +67,15 @@ void BackupServer::accept_standbys()
     if (fd < 0) {
         if (errno == EMFILE || errno == ENFILE) {
             // Readiness would be reported for ever.
-            mcastd::log_error(
-                "no standby is accepted any more: %s; raise the limit of open files (ulimit -n)",
-                strerror(errno));
+            mcastd::log_error("cannot accept a standby: %s; raise the limit of open files (ulimit -n)",
+                              strerror(errno));
             reactor_.modify(listener_, 0);
         }
         return;
     }
     if (standbys_.size() >= MOST_STANDBYS ||
         !reactor_.add(fd, EPOLLIN, [this, fd](uint32_t events) { serve(fd, events); })) {
-        mcastd::log_warning("a standby is turned away: there are %zu", standbys_.size());
+        mcastd::log_warning("a standby is turned away: %zu are connected already", standbys_.size());
         ::close(fd);
         return;
     }
@@ -78,7 +87,7 @@ void BackupServer::accept_standbys()
     }
 }
 
-// A standby says nothing, so that whatever can be read is its end.
+// A standby sends nothing: whatever can be read is its end.
 void BackupServer::serve(int fd, uint32_t events)
 {
     if ((events & (EPOLLIN | EPOLLERR | EPOLLHUP)) != 0) {

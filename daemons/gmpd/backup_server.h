@@ -1,7 +1,7 @@
 /*
  * The active daemon's end of the backup: a local port where standbys of the same family connect and are told
- * which user has which interface index, everything first and then what changes. Who listens there is the one
- * that is active.
+ * which user has which interface index, everything first and then what changes. The daemon that listens there is the
+ * active one.
  */
 #ifndef DAEMONS_GMPD_BACKUP_SERVER_H
 #define DAEMONS_GMPD_BACKUP_SERVER_H

@@ -288,7 +288,7 @@ void offer_switch_over(mcastd::ControlServer &server, std::function<bool()> hand
             }
             if (!hand_over()) {
                 return {mcastd::ControlStatus::Failed, mcastd::CONTROL_NO_INDEX,
-                        "there is no standby that knows everything: does a gmpd --standby run?"};
+                        "no synchronised standby; is a gmpd --standby running?"};
             }
             return {};
         });

@@ -99,7 +99,7 @@ public:
             return false;
         }
         if (!config().standby && !backup_.open(backup_port())) {
-            mcastd::log_error("with --standby this one waits for the end of another");
+            mcastd::log_error("start it with --standby to let it wait for the end of the other one");
             return false;
         }
         if (!open_parts()) {
@@ -238,7 +238,7 @@ private:
             return;
         }
         mcastd::log_info("active from now on, with the indexes of %zu users", indexes_.assigned().size());
-        // As long as a membership lasts: who has not been announced again by then is gone.
+        // As long as a membership lasts: a user that has not been announced again by then is gone.
         const uint32_t wait_s = config().robustness * config().query_interval_s + config().response_s;
 
         mcastd::timer_start(

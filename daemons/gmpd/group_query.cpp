@@ -79,7 +79,7 @@ void repeat_later(GroupState &group)
                      repeat, &group);
 }
 
-// Another router asks now; who was to be asked once more is none of this router's later questions.
+// Another router asks now: what this router was to ask once more is dropped.
 void forget_questions(GroupState &group)
 {
     group.queries_left = 0;

@@ -48,7 +48,7 @@ Interface &link_of(const GroupState &group)
     return group.memberships->link;
 }
 
-// A link's change goes to the MRIB, a user's to what the users of his link come to.
+// A link's change goes to the MRIB, a user's to the union of its link's users.
 void tell_member(const GroupState &group, const Address *source, bool join, bool blocked)
 {
     Interface &link = link_of(group);

@@ -1,6 +1,6 @@
 /*
- * Membership changes that wait while the MRIB process says it is busy: of each wish only the last word, in
- * the order in which the last words were said.
+ * Membership changes that wait while the MRIB process is busy: the last change of each membership, in the order
+ * of these last changes.
  */
 #ifndef DAEMONS_GMPD_HELD_MEMBERS_H
 #define DAEMONS_GMPD_HELD_MEMBERS_H

@@ -30,7 +30,7 @@ struct Process;
 // The election of the querier and its queries, RFC 3376 section 6.6.2 and RFC 3810 section 7.6.2.
 struct Querier {
     bool elected = false;
-    Address other{};               // who is it when this router is not
+    Address other{};               // the querier when this router is not
     uint32_t startup_left = 0;     // general queries left of the start
     uint32_t robustness = 0;       // in force: configured, or the querier's
     uint32_t query_interval_s = 0; // likewise

@@ -1,3 +1,12 @@
+/*
+ * Packets come from a packet socket, before the kernel's IP layer has seen them, so that every check of that layer
+ * is made here:
+ *
+ *      IPv4   version, header length ─► total length ─► checksum ─► no fragment ─► protocol 2 ─► options ─► TTL 1
+ *      IPv6   version ─► payload length ─► hop-by-hop options ─► next header 58 ─► hop limit 1 ─► link-local source
+ *
+ * TTL or hop limit 1 shows that no router forwarded the packet. Each check has a counter of its own.
+ */
 #include "daemons/gmpd/ip_parse.h"
 
 #include <netinet/in.h>

@@ -4,7 +4,7 @@
  * events, so that interfaces may come, go, change their names, indexes and addresses in any order.
  *
  * An interface is followed while it is up, can do multicast, is no loopback and no part of a bridge, bond or
- * the like (those who are named with --interface may be that, and a port of a VRF device is none), and is in
+ * the like (interfaces named with --interface are allowed to be one; a VRF port does not count as one), and is in
  * an instance. It runs while it also has an address of the family, and stops to move to another instance. A
  * lost carrier does not end memberships: they end in time when it does not return. When it returns, hosts are
  * asked at once.

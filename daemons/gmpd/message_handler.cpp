@@ -165,7 +165,7 @@ void count_received(Interface &interface, const Message &message)
     }
 }
 
-// What a message is, and from whom.
+// The kind of a message and its sender.
 void trace_message(const Interface &interface, const Message &message)
 {
     const uint32_t version = version_shown(interface, message.version);

@@ -1,5 +1,5 @@
 /*
- * What the state machine says, as records of the channel: appended here, sent by flush.
+ * What the state machine tells, as records of the channel: appended here, sent by flush.
  */
 #include "daemons/gmpd/mrib_link.h"
 

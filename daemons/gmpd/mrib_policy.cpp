@@ -1,9 +1,9 @@
 /*
  * When the view counts. Right after the start it is empty, which is the same as "nothing is enabled and
  * another router is designated everywhere". Taken at its word it would withhold every membership until the
- * replay has ended, a gap in the traffic of each link after each restart of the daemon. So until the first
- * replay has ended only what was said counts against reporting, and an interface of which nothing was said
- * reports; from then on the view decides, silence included. A broken connection does not set this back: the
+ * replay has ended, a gap in the traffic of each link after each restart of the daemon. Until the first replay
+ * has ended, therefore, only explicit records count against reporting, and an interface that no record named
+ * reports; from then on the view decides, also where it is silent. A broken connection does not set this back: the
  * view of the last one holds until the replay of the next has replaced it.
  *
  * Boundaries and the source-specific range count from the record on, since silence means none of them.

@@ -32,7 +32,7 @@ public:
         return socket_.get();
     }
 
-    // Makes the interface hand over packets for every group, or no longer. An interface that is gone needs no
+    // Makes the interface hand over packets for every group, or no longer does. An interface that is gone needs no
     // call.
     void join(uint32_t if_index);
     void leave(uint32_t if_index);

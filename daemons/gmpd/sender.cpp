@@ -1,3 +1,8 @@
+/*
+ * One raw socket sends every query; a control message names the interface and the source address. The kernel
+ * writes the IP header, with the router alert that options of the socket ask for once, and the ICMPv6 checksum.
+ * Nothing is read: packets come through the receiver's sockets, and a filter keeps this one's queue empty.
+ */
 #include "daemons/gmpd/sender.h"
 
 #include <array>

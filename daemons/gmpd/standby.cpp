@@ -1,7 +1,6 @@
 /*
  * The end of a connection alone does not say that nobody is active: the active one may have turned this
- * standby away, or be about to. So it looks whether the port is still taken, which it is by whoever is
- * active.
+ * standby away, or be about to. So it looks whether the port is still taken, which the active one always holds.
  */
 #include "daemons/gmpd/standby.h"
 
@@ -120,7 +119,7 @@ bool Standby::take(std::span<const uint8_t> bytes)
         return false;
     }
     if (message->kind == BackupKind::Begin) {
-        mcastd::log_info("standby of an active gmpd");
+        mcastd::log_info("connected to the active gmpd, standing by");
         indexes_.clear();
         begun_ = true;
         synchronised_ = false;
@@ -138,7 +137,7 @@ bool Standby::take(std::span<const uint8_t> bytes)
     return true;
 }
 
-// Who was turned away without a word may try again, but not at once and for ever.
+// A standby that was turned away without a message tries again, but not at once.
 void Standby::lost()
 {
     const bool begun = begun_;
@@ -165,8 +164,8 @@ void Standby::hear(uint32_t)
             return;
         }
         if (!take(std::span(buffer).first(static_cast<size_t>(size)))) {
-            mcastd::log_error("the active gmpd says what this one does not understand: are they of one "
-                              "version? Trying every second");
+            mcastd::log_error("cannot understand the active gmpd: are both of the same version? Trying "
+                              "every second");
             disconnect();
             look_later();
             return;

@@ -30,8 +30,8 @@ public:
     Standby(const Standby &) = delete;
     Standby &operator=(const Standby &) = delete;
 
-    // Begins to watch the port. Nobody there means that the active one is gone once he has been looked for
-    // this many times more, a second apart. What is known of users stays until an active one says otherwise.
+    // Begins to watch the port. When nobody listens there, the active one counts as gone after this
+    // many further attempts, one second apart. What is known about users stays until an active one says otherwise.
     // timers must live until stop.
     void start(MCAST_TMR_S *timers, uint16_t port, uint32_t patience);
 
@@ -49,7 +49,7 @@ public:
         return gone_;
     }
 
-    // Whether an active one is connected and has said everything.
+    // Whether an active one is connected and has told everything.
     bool synchronised() const
     {
         return synchronised_;
@@ -61,7 +61,7 @@ public:
         return heard_;
     }
 
-    // The users with the indexes that the active one told; as far as it came when it was cut off.
+    // The users with the indexes that the active one told; possibly incomplete if the connection was cut.
     const UserIndexMap &indexes() const
     {
         return indexes_;

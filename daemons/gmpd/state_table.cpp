@@ -189,7 +189,7 @@ void apply_row(GroupState &group, RecordType type, const std::vector<Address> &s
 }
 
 // While older hosts are present, what they cannot say is not listened to (RFC 3376 section 7.3.2). True when
-// the record is to be ignored; list_counts is false when its sources are.
+// the record is to be ignored; list_counts becomes false when only its sources are to be ignored.
 bool ignored_for_older_hosts(const GroupState &group, RecordType type, bool &list_counts)
 {
     list_counts = true;

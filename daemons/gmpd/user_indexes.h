@@ -1,6 +1,6 @@
 /*
  * The private indexes of the users' interfaces: which user has which. They come from the library's registry;
- * the assignment is kept here, by user, so that a daemon that takes over gives every user the index that he
+ * the assignment is kept here, by user, so that a daemon that takes over gives every user the index that it
  * had before.
  */
 #ifndef DAEMONS_GMPD_USER_INDEXES_H
@@ -14,7 +14,7 @@
 namespace gmpd
 {
 
-// Who a user is, to agents and between daemons.
+// What identifies a user, to agents and between daemons.
 struct UserKey {
     uint16_t node = 0;
     uint32_t user_id = 0;
@@ -41,17 +41,17 @@ public:
     // The index kept for the user, or a new one; 0 when none is left.
     uint32_t take(const UserKey &user);
 
-    // The user is gone, his index is free again.
+    // The user is gone, its index is free again.
     void give_back(const UserKey &user);
 
     // Switch-over: forgets what was assigned and keeps these indexes for these users, until they take them.
     // One that is none of the registry's, or that another user has, is left out, which is logged.
     void keep(const UserIndexMap &indexes);
 
-    // Frees the indexes of users who have not come to take them.
+    // Frees the indexes of users that have not taken them.
     void release_untaken();
 
-    // Who has which index, or has one kept for him.
+    // Each user with the index that it has, or that is kept for it.
     const UserIndexMap &assigned() const
     {
         return assigned_;

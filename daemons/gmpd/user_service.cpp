@@ -1,5 +1,5 @@
 /*
- * Three facts of the store shape what follows:
+ * Three facts about the store shape what follows:
  *
  *  - A user can be found by its interface only after user_online has returned. So the callback notes the user,
  *    and settle asks for its information.
@@ -122,7 +122,7 @@ bool UserService::upgrade()
     return true;
 }
 
-// The store forgets its users without calling back, so that the table forgets them first.
+// The store forgets its users without calling back; so the table forgets them first.
 void UserService::switch_over(const UserIndexMap &kept)
 {
     table_.forget();
@@ -201,7 +201,7 @@ void UserService::on_refresh_ended(uint16_t node, uint32_t kind)
 
 void UserService::on_node_kind(uint16_t node, uint32_t kind, uint32_t up)
 {
-    mcastd::log_info("node %u has %s of kind %u", node, up == 1 ? "users" : "no users any more", kind);
+    mcastd::log_info("node %u now has %s of kind %u", node, up == 1 ? "users" : "no users", kind);
 }
 
 uint32_t UserService::on_message(int32_t, const void *value, uint16_t length)
@@ -233,7 +233,7 @@ void UserService::settle()
             MCAST_USRAUTH_INFO_S info;
 
             MCAST_USRAUTH_GetInfoByIfIndex(user->if_index, &info);
-            // A user that the store could not enter, or another one who has the interface, is not this one.
+            // A user that the store could not enter, or another one that has the interface, is not this one.
             if (info.user_id == user_id) {
                 table_.place(*user, info);
                 table_.rights_may_have_grown(*user);

@@ -21,7 +21,7 @@ struct UserCounters {
     uint64_t offline = 0;
     uint64_t changed = 0;
     uint64_t other_instance = 0; // users of an instance that is not served
-    uint64_t no_index = 0;       // users for whom no index was left
+    uint64_t no_index = 0;       // users for which no index was left
     uint64_t refreshes = 0;      // that ended
 };
 
@@ -41,7 +41,7 @@ public:
     // Becomes the active one: begins to listen for agents. False on failure, which is logged.
     bool upgrade();
 
-    // Switch-over, to this daemon or away from it: every user is forgotten, without a word to the MRIB, and
+    // Switch-over, to this daemon or away from it: every user is forgotten, the MRIB is not told, and
     // these indexes are kept for users to come.
     void switch_over(const UserIndexMap &kept);
 

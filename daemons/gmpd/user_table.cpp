@@ -1,14 +1,14 @@
 /*
- * A report says who sent it by its source address alone, and addresses are unique on a link only. So a user
- * is found by access interface and address; the owner of a link, who may have many hosts behind it, by the
+ * A report names its sender by the source address alone, and addresses are unique on a link only. So a user is
+ * found by access interface and address; the owner of a link, which may have many hosts behind it, by the
  * interface, when no other user of the link has the address.
  *
  * Two users may be announced at one place, by mistake or because a new one takes over before the old one is
- * withdrawn. The older one counts until he is gone.
+ * withdrawn. The older one counts until it is gone.
  *
- * Hosts repeat what they want when they are asked, and until then a user who was just announced, or who may
- * join more than before, would wait for the next general query. They are asked at most once a second,
- * whatever number of users was announced.
+ * Hosts repeat what they want when they are asked. Without a query a user that was just announced, or that may
+ * join more than before, would wait for the next general one. So hosts are asked soon, at most once a second
+ * however many users were announced.
  */
 #include "daemons/gmpd/user_table.h"
 
@@ -90,7 +90,8 @@ void UserTable::place(User &user, const MCAST_USRAUTH_INFO_S &info)
         const Place place = place_of(user);
 
         if (by_place_.count(place) != 0) {
-            mcastd::log_warning("user %u of node %u is announced where another one is, who counts",
+            mcastd::log_warning("user %u of node %u is announced at the address of another user, which keeps "
+                                "counting until it is withdrawn",
                                 user.info.user_id, user.node);
         }
         by_place_.emplace(place, &user);
@@ -199,7 +200,6 @@ User *UserTable::find_reporter(uint32_t if_index, const Address &sender) const
 Memberships *UserTable::member(Interface &link, const Address &sender)
 {
     User *user = find_reporter(link.index, sender);
-
     if (user == nullptr) {
         return nullptr;
     }

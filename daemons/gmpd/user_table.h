@@ -23,7 +23,7 @@
 namespace gmpd
 {
 
-// One user. info.address is where reports come from; a user of an interface of his own takes every report of
+// One user. info.address is where reports come from; a user with an interface of its own takes every report of
 // it that is no other user's.
 struct User {
     uint32_t if_index = 0; // what the user authentication finds the user by
@@ -43,7 +43,7 @@ public:
     using Rights = std::function<bool(uint32_t if_index, const Address &group, const Address *source)>;
     // The MRIB is to hear of a user, or of its end.
     using Told = std::function<void(const User &user, bool present)>;
-    // The user authentication's record of a user, as a name for him.
+    // The user authentication's record of a user, as a name for that user.
     using Key = const void *;
 
     // Becomes the router's table of users. The router must outlive it.
@@ -52,20 +52,20 @@ public:
     UserTable(const UserTable &) = delete;
     UserTable &operator=(const UserTable &) = delete;
 
-    // A user appeared. His reports count once he is placed.
+    // A user appeared. Its reports count once it is placed.
     User &add(Key key, uint32_t user_id, User user);
 
-    // The information of a user, for the first time or again. When the place is another one than before his
-    // memberships end.
+    // The information of a user, for the first time or again. When the place is another one than before, the
+    // memberships of the user end.
     void place(User &user, const MCAST_USRAUTH_INFO_S &info);
 
-    // The user is gone, with his memberships. False when he was not known.
+    // The user is gone, with its memberships. False when it was not known.
     bool remove(Key key);
 
-    // Every user is gone, without a word to the MRIB about any of them.
+    // Every user is gone; the MRIB is not told.
     void forget();
 
-    // What the user may join has become less: what he has no right to any more ends.
+    // The user may join less than before: memberships that it has no right to any more end.
     void apply_rights(User &user);
 
     // Users of an ID, of which each node may have one; and the one of a record, or NULL.

@@ -37,7 +37,7 @@ public:
     // A join on the link was refused. It may be permitted one day, and then hosts are to be asked.
     virtual void join_refused(const Interface &link) = 0;
 
-    // Visits the memberships of every user who has any on the link; they may change, not go.
+    // Visits the memberships of every user that has any on the link; they may change, not go.
     virtual void visit(const Interface &link, const std::function<void(Memberships &)> &visitor) const = 0;
 
     // The link stopped: its users' memberships go, and the MRIB is not told of each.

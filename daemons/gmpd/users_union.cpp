@@ -8,7 +8,7 @@
  *
  * Steps are counted as they come and told together, because in between the counts say what nobody meant: a
  * user about to join all sources but one blocks that one first, and for a moment it would be blocked for a
- * user who wants it.
+ * user that wants it.
  */
 #include "daemons/gmpd/users_union.h"
 

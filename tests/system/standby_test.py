@@ -242,7 +242,7 @@ class Standby(unittest.TestCase):
         answer = subprocess.run(self.router.words(os.path.join(PROGRAMS, "mcastctl"), "switch-over"),
                                 capture_output=True, text=True, check=False)
         self.assertEqual(answer.returncode, 1)
-        self.assertIn("there is no standby", answer.stderr)
+        self.assertIn("no synchronised standby", answer.stderr)
         for family in FAMILIES:
             self.assertEqual(self.role(self.active[family]), "active")
 
