@@ -1,0 +1,105 @@
+"""A copy of the tree under the temporary folder, and the tests of a module built and run there."""
+import os
+import resource
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+MEMORY = 4 << 30
+
+
+def programs_of(path):
+    """The test programs of the module that a source belongs to, the quickest first."""
+    parts = Path(path).parts
+    if parts[0] == "src":
+        return [f"unit_{parts[1]}", "property"]
+    if parts[0] == "host":
+        return ["host_parts", "host_tests"]
+    return [f"daemons_{parts[1]}"]
+
+
+class Laboratory:
+    def __init__(self, seed):
+        self.folder = Path(tempfile.mkdtemp(prefix="mcast-mutate."))
+        self.tree, self.build = self.folder / "tree", self.folder / "build"
+        # A compiler cache, where there is one, shall find the unbroken files again in the next copy.
+        self.environment = os.environ | {"CCACHE_BASEDIR": str(self.folder), "MCAST_PROPERTY_SEED": str(seed)}
+        self.limits = {}  # program: seconds of processor time, seconds of waiting
+
+    def close(self):
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+    def prepare(self):
+        listed = subprocess.run(["git", "ls-files", "-zco", "--exclude-standard"], cwd=ROOT, check=True,
+                                capture_output=True, text=True).stdout.split("\0")
+        for name in filter(None, listed):
+            if (ROOT / name).is_file():
+                (self.tree / name).parent.mkdir(parents=True, exist_ok=True)
+                shutil.copy2(ROOT / name, self.tree / name)
+        subprocess.run(["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=",
+                        "-DCMAKE_C_COMPILER=gcc", "-DCMAKE_CXX_COMPILER=g++", "-DCMAKE_CXX_FLAGS=-O0",
+                        "-DMCAST_BENCH=OFF"], check=True, stdout=subprocess.DEVNULL, env=self.environment)
+
+    def compile(self, programs):
+        """Empty if the programs were built, else what the compiler said."""
+        done = subprocess.run(["ninja", "-C", self.build, *programs], capture_output=True, text=True,
+                              env=self.environment)
+        return "" if done.returncode == 0 else done.stdout + done.stderr
+
+    def measure(self, programs):
+        """Learns how long the tests take while nothing is broken. Returns the program that fails even so."""
+        for program in programs:
+            before, begin = resource.getrusage(resource.RUSAGE_CHILDREN), time.monotonic()
+            self.limits[program] = (600, 600)
+            if self.fails(program):
+                return program
+            after = resource.getrusage(resource.RUSAGE_CHILDREN)
+            used = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
+            self.limits[program] = (int(5 + 4 * used), 30 + 10 * (time.monotonic() - begin))
+        return None
+
+    def fails(self, program):
+        """Runs a test program, a share of its tests on each core, until the first failure or the limit.
+        Returns what gave it away, empty if nothing did."""
+        cpu, patience = self.limits[program]
+        cores = len(os.sched_getaffinity(0))
+
+        def confine():
+            resource.setrlimit(resource.RLIMIT_CPU, (cpu, cpu + 1))
+            resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
+            resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+
+        running = []
+        for shard in range(cores):
+            environment = self.environment | {"GTEST_TOTAL_SHARDS": str(cores), "GTEST_SHARD_INDEX": str(shard)}
+            running.append(subprocess.Popen(
+                [ROOT / "scripts/lab", self.build / "bin" / program, "--gtest_fail_fast", "--gtest_brief=1"],
+                cwd=self.build, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                stderr=subprocess.DEVNULL, start_new_session=True, preexec_fn=confine))
+        try:
+            return self.first_failure(running, time.monotonic() + patience)
+        finally:
+            for one in running:
+                if one.poll() is None:
+                    os.killpg(one.pid, signal.SIGKILL)
+                    one.wait()
+
+    @staticmethod
+    def first_failure(running, end):
+        waiting = list(running)
+        while waiting:
+            for one in list(waiting):
+                try:
+                    code = one.wait(timeout=0.05)
+                except subprocess.TimeoutExpired:
+                    if time.monotonic() > end:
+                        return "time limit"
+                    continue
+                if code != 0:
+                    return "time limit" if code in (-signal.SIGXCPU, 128 + signal.SIGXCPU) else "test"
+                waiting.remove(one)
+        return ""
