@@ -1,86 +1,118 @@
 /*
- * The frame around every daemon: signals, event loop, status file.
+ * The frame around every daemon. It owns what all of them have, each thing once: event loop, signals, timers,
+ * control endpoint, configuration file, traces, status file, what happens when memory is short. It calls the
+ * daemon's own functions (daemon.h) in this order:
  *
- *     Options options("mribd", "what it does");
- *     options.app().add_option(...);                 its own options
- *     if (auto code = options.parse(argc, argv)) return *code;
- *     ... read the configuration ...
- *     if (!options.start_trace()) return EXIT_FAILURE;
- *     Frame frame(options);
- *     if (!frame.open()) return EXIT_FAILURE;
- *     frame.on_status([&] { return text; });
- *     ... frame.reactor().add(...) ...
- *     return frame.run();
+ *     command line    the options that every daemon has and its own (options.h); the log is open afterwards
+ *     Frame::open     event loop, signals, timers
+ *     constructor     of the daemon, which makes its parts; nothing is open yet
+ *     read_config     of the file --config, all of which is checked; then --debug begins to trace
+ *     open            the daemon opens what it needs of the machine
+ *     take-over       what read_config collected counts from here on
+ *     start           the daemon begins to speak with other processes
+ *     round           after every event, until SIGTERM, SIGINT or end
+ *     close           the daemon takes leave
+ *     end             the control port closes; then the daemon's destructor, then the frame's; the log closes
  *
- * SIGTERM and SIGINT end run; SIGUSR1 writes the status file, or prints the status on standard output when no
- * file was given; SIGHUP calls the reload function, SIGUSR2 the resynchronise function. SIGPIPE is ignored.
- * The status file is replaced by a rename, so that a reader never sees half of it.
+ * A round serves one event, so that none waits behind many of another kind:
+ *
+ *                +--------------------------------------------------------------------------+
+ *                v                                                                          |
+ *     wait for an event --> one of: signal            --> Daemon::round  --> set the wake-up
+ *     (not at all when              timer that is due     works off what     for the timer
+ *     round has more)               control request       that changed,      that is due
+ *                                   a descriptor that     sends what waits   next
+ *                                   the daemon watches
+ *
+ * SIGTERM and SIGINT end the rounds; SIGUSR1 writes the status file, or prints the status on standard output
+ * when no file was given; SIGHUP reads the configuration file again, of which a wrong one changes nothing;
+ * SIGUSR2 calls resynchronise. SIGPIPE is ignored.
  */
 #ifndef DAEMONS_COMMON_FRAME_H
 #define DAEMONS_COMMON_FRAME_H
 
-#include <functional>
-#include <string>
+#include <cstdlib>
 #include <vector>
 
-#include "daemons/common/nonblocking_output.h"
+#include "daemons/common/control.h"
+#include "daemons/common/daemon.h"
+#include "daemons/common/options.h"
 #include "daemons/common/reactor.h"
+#include "daemons/common/status_output.h"
+#include "daemons/common/timer_loop.h"
 
 namespace mcastd
 {
 
-class Options;
-
 class Frame
 {
 public:
+    // options, which are parsed, must outlive the frame.
     explicit Frame(const Options &options);
     ~Frame();
     Frame(const Frame &) = delete;
     Frame &operator=(const Frame &) = delete;
 
-    // Makes the loop and takes over the signals. Failures are logged.
+    // Makes loop and timers, and takes over the signals. False on failure, which is logged.
     bool open();
 
+    // Runs the daemon, which was made after open, from read_config to close. The exit code of the process: a
+    // failure when a step failed.
+    int run(Daemon &daemon);
+
+    // Ends the rounds after the current one; run then returns the code.
+    void end(int code);
+
+    // Where the daemon watches descriptors.
     Reactor &reactor()
     {
         return reactor_;
     }
 
-    // The text that the status file is to hold.
-    void on_status(std::function<std::string()> text);
+    // For the timers of timer.h.
+    MCAST_TMR_S *timers() const
+    {
+        return timers_.manager();
+    }
 
-    // What SIGHUP does; without it SIGHUP is only logged.
-    void on_reload(std::function<void()> reload);
+    // Where the daemon offers its tables and commands. It opens the port itself, in open or when it becomes
+    // active; the frame closes it at the end. The traces are offered already.
+    ControlServer &control()
+    {
+        return control_;
+    }
 
-    // What SIGUSR2 does; without it SIGUSR2 is only logged.
-    void on_resynchronise(std::function<void()> resynchronise);
-
-    // Writes the status now, as SIGUSR1 does. What the reader of standard output does not take at once is
-    // written when it does; until then no other status is printed.
+    // Writes the status now, as SIGUSR1 does.
     void write_status();
 
-    // Serves until SIGTERM or SIGINT. The exit code of the process.
-    int run();
-
 private:
+    bool serve(Daemon &daemon);
+    bool load(Daemon::TakeOver *take_over);
+    void reload();
     void take_signal(int fd);
-    void print_status(std::string text);
-    void go_on_printing();
 
-    std::string status_file_;
+    const Options &options_;
     Reactor reactor_;
+    TimerLoop timers_;
+    ControlServer control_;
+    StatusOutput status_output_;
     std::vector<int> signals_;
-    std::function<std::string()> status_;
-    NonblockingOutput standard_output_;
-    std::string printing_; // the rest of a status that standard output has not taken yet
-    bool waits_for_room_ = false;
-    std::function<void()> reload_;
-    std::function<void()> resynchronise_;
+    Daemon *daemon_ = nullptr;
+    int exit_code_ = EXIT_SUCCESS;
 };
 
-// Replaces the file by one that holds text. False with errno set when a step failed; the old file then stays.
-bool write_file_atomically(const std::string &path, const std::string &text);
+// The main of a daemon after its command line was parsed: makes a frame, in it a Program(frame, settings...),
+// and runs it. The exit code of the process.
+template <typename Program, typename... Settings>
+int run_in_frame(const Options &options, const Settings &...settings)
+{
+    Frame frame(options);
+    if (!frame.open()) {
+        return EXIT_FAILURE;
+    }
+    Program program(frame, settings...);
+    return frame.run(program);
+}
 
 } // namespace mcastd
 

@@ -8,8 +8,18 @@
 namespace mcastd
 {
 
-Options::Options(const char *name, const std::string &description)
+Options::Options(const char *name, const std::string &description, Kind kind)
     : name_(name), app_(std::make_unique<CLI::App>(description, name))
+{
+    if (kind == Kind::Daemon) {
+        add_diagnostics();
+    }
+    app_->set_version_flag("--version", std::string(name) + " " MCAST_VERSION);
+}
+
+Options::~Options() = default;
+
+void Options::add_diagnostics()
 {
     app_->add_option("--log-level", level_, "Least severe messages to log: error, warning, info or debug")
         ->check(CLI::IsMember({"error", "warning", "info", "debug"}))
@@ -26,10 +36,29 @@ Options::Options(const char *name, const std::string &description)
                      "Access list of the configuration; traces about other sources and groups are left out");
     app_->add_option("--debug-interface", trace_interface_,
                      "Interface; traces about other interfaces are left out");
-    app_->set_version_flag("--version", std::string(name) + " " MCAST_VERSION);
 }
 
-Options::~Options() = default;
+void Options::add_family(const std::string &help)
+{
+    CLI::Option *named = app_->add_option_function<std::string>(
+                                 "--family",
+                                 [this](const std::string &name) {
+                                     family_ = name == "ipv6" ? MCAST_FAMILY_IPV6 : MCAST_FAMILY_IPV4;
+                                 },
+                                 help)
+                             ->check(CLI::IsMember({"ipv4", "ipv6"}));
+    CLI::Option *ipv4 = app_->add_flag_callback(
+        "-4", [this] { family_ = MCAST_FAMILY_IPV4; }, "The same as --family ipv4");
+    CLI::Option *ipv6 = app_->add_flag_callback(
+        "-6", [this] { family_ = MCAST_FAMILY_IPV6; }, "The same as --family ipv6");
+    ipv4->excludes(ipv6)->excludes(named);
+    ipv6->excludes(named);
+}
+
+void Options::add_config(const std::string &help, Config need)
+{
+    app_->add_option("--config", config_file_, help)->required(need == Config::Required);
+}
 
 std::optional<int> Options::parse(int argc, char **argv)
 {

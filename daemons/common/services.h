@@ -1,12 +1,15 @@
 /*
- * The numbers by which the programs of the router know each other on a node: the identifier under which the
- * platform's service manager starts a daemon, and the local port on which the daemon answers control
- * requests. A configuration file names the services by the same numbers.
+ * The daemons of the router and the numbers by which they know each other on a node: the identifier under
+ * which the platform's service manager starts a daemon, and the local port on which the daemon answers
+ * control requests. A configuration file names the services by the same numbers, and may have a table with
+ * the name of each daemon.
  */
 #ifndef DAEMONS_COMMON_SERVICES_H
 #define DAEMONS_COMMON_SERVICES_H
 
 #include <cstdint>
+
+#include "mcast/common.h"
 
 namespace mcastd
 {
@@ -24,6 +27,21 @@ constexpr uint16_t CONTROL_PORT_MSDPD = 2204;
 // Where standbys of a gmpd hear what the active one knows.
 constexpr uint16_t BACKUP_PORT_GMPD_IPV4 = 2205;
 constexpr uint16_t BACKUP_PORT_GMPD_IPV6 = 2206;
+
+struct RouterDaemon {
+    const char *name;
+    uint16_t family; // that the process serves; 0: both
+    uint64_t service;
+    uint16_t control_port;
+};
+
+// Every daemon of the router, by name, then IPv4 before IPv6.
+inline constexpr RouterDaemon ROUTER_DAEMONS[] = {
+    {"gmpd", MCAST_FAMILY_IPV4, SERVICE_GMPD_IPV4, CONTROL_PORT_GMPD_IPV4},
+    {"gmpd", MCAST_FAMILY_IPV6, SERVICE_GMPD_IPV6, CONTROL_PORT_GMPD_IPV6},
+    {"mribd", 0, SERVICE_MRIBD, CONTROL_PORT_MRIBD},
+    {"msdpd", MCAST_FAMILY_IPV4, SERVICE_MSDPD, CONTROL_PORT_MSDPD},
+};
 
 } // namespace mcastd
 

@@ -27,7 +27,6 @@ struct Config {
     uint32_t max_groups = 65536;                   // on one interface
     uint32_t max_sources = 1024;                   // of one group
     uint32_t group_list = MCAST_NONE;              // access list of the groups that hosts may join
-    std::string file;                              // the configuration file, if any
     bool start_mribd = false;                      // have the MRIB process started when it is not there
     std::vector<std::string> interfaces;           // names; empty: every suitable one
     bool standby = false;                          // wait beside the active daemon of the family

@@ -24,19 +24,15 @@
  */
 #include "daemons/gmpd/daemon.h"
 
-#include <new>
 #include <optional>
 #include <sys/epoll.h>
 #include <utility>
 
-#include "daemons/common/config_file.h"
-#include "daemons/common/control.h"
 #include "daemons/common/frame.h"
 #include "daemons/common/log.h"
-#include "daemons/common/memory.h"
 #include "daemons/common/service_start.h"
 #include "daemons/common/services.h"
-#include "daemons/common/timer_loop.h"
+#include "daemons/common/timer.h"
 #include "daemons/gmpd/backup_server.h"
 #include "daemons/gmpd/control.h"
 #include "daemons/gmpd/links.h"
@@ -56,48 +52,45 @@ namespace
 // How often a daemon that handed over looks for the new active one, once a second, before it is active again.
 constexpr uint32_t HAND_OVER_PATIENCE = 3;
 
-// Reads the access lists and instances. False when the file is wrong, which is logged; what was read before
-// then stays.
-bool load_lists(const Config &config)
+void warn_of_missing_group_list(const Config &config)
 {
-    std::string error;
-    if (!mcastd::load_config(
-            config.file.c_str(), "gmpd", [](mcastd::ConfigTable &) {}, &error)) {
-        mcastd::log_error("%s", error.c_str());
-        return false;
-    }
     if (config.group_list != MCAST_NONE &&
         MCAST_IsAclValid(&config.family, config.group_list) != MCAST_TRUE) {
         mcastd::log_warning(
             "--group-list %u: there is no such list, or it has no rules; every group may be joined",
             config.group_list);
     }
-    return true;
 }
 
 // The parts in the order in which they are made; each needs only those above it, and ends before them.
-class Daemon
+class Gmpd final : public mcastd::Daemon
 {
 public:
-    Daemon(const mcastd::Options &options, const Config &config)
-        : options_(options), frame_(options), timers_(frame_.reactor()), receiver_(process_),
-          backup_(frame_.reactor(), indexes_),
+    Gmpd(mcastd::Frame &frame, const Config &config)
+        : frame_(frame), receiver_(process_), backup_(frame_.reactor(), indexes_),
           indexes_([this](const UserKey &user) { backup_.index_changed(user); }),
-          mrib_(process_, frame_.reactor()), links_(process_, receiver_), standby_(frame_.reactor()),
-          control_(frame_.reactor())
+          mrib_(process_, frame_.reactor()), links_(process_, receiver_), standby_(frame_.reactor())
     {
         process_.config = config;
+        process_.timers = frame_.timers();
         process_.queries = &sender_;
         process_.mrib = &mrib_;
     }
 
+    // gmpd has no table of its own; it uses the access lists and instances of the file.
+    TakeOver read_config(mcastd::ConfigTable &) override
+    {
+        return [this] {
+            warn_of_missing_group_list(config());
+            links_.instances_changed();
+            mrib_.policy().lists_changed();
+        };
+    }
+
     // Each step says in the log why it fails. A second gmpd is stopped by the backup port before it has said
     // anything to the links or to the MRIB process.
-    bool open()
+    bool open() override
     {
-        if (!open_process()) {
-            return false;
-        }
         if (!config().standby && !backup_.open(backup_port())) {
             mcastd::log_error("start it with --standby to let it wait for the end of the other one");
             return false;
@@ -106,28 +99,44 @@ public:
             return false;
         }
         offer();
+        return true;
+    }
+
+    bool start() override
+    {
         if (config().standby) {
-            standby_.start(timers_.manager(), backup_port(), 0);
+            standby_.start(frame_.timers(), backup_port(), 0);
             return true;
         }
         return open_active();
     }
 
-    int run()
+    bool round() override
     {
-        follow_reloads();
-        frame_.reactor().set_background([this] {
-            work_off();
-            return false;
-        });
-        work_off();
-        const int result = frame_.run();
+        if (users_) {
+            users_->settle();
+        }
+        if (std::exchange(hand_over_, false)) {
+            hand_over();
+        } else if (standby_.watching() && standby_.active_is_gone()) {
+            take_over();
+        }
+        backup_.flush();
+        mrib_.flush();
+        return false;
+    }
 
-        // Where a standby goes on at once, nothing is withdrawn.
+    std::string status() override
+    {
+        return status_text(process_, daemon_status());
+    }
+
+    // Where a standby goes on at once, nothing is withdrawn.
+    void close() override
+    {
         mrib_.be_silent(backup_.synchronised() > 0);
         links_.close();
         mrib_.flush();
-        return result;
     }
 
 private:
@@ -138,17 +147,6 @@ private:
     int32_t loop()
     {
         return frame_.reactor().descriptor();
-    }
-
-    // The lists come before the traces, which may be filtered by one of them.
-    bool open_process()
-    {
-        if ((!config().file.empty() && !load_lists(config())) || !options_.start_trace() || !frame_.open() ||
-            !timers_.open()) {
-            return false;
-        }
-        process_.timers = timers_.manager();
-        return true;
     }
 
     uint16_t backup_port() const
@@ -183,10 +181,9 @@ private:
 
     void offer()
     {
-        frame_.on_status([this] { return status_text(process_, status()); });
-        offer_control(control_, process_, [this] { return status(); });
-        offer_user_control(control_, process_, users());
-        offer_switch_over(control_, [this] {
+        offer_control(frame_.control(), process_, [this] { return daemon_status(); });
+        offer_user_control(frame_.control(), process_, users());
+        offer_switch_over(frame_.control(), [this] {
             hand_over_ = backup_.synchronised() > 0;
             return hand_over_;
         });
@@ -197,7 +194,7 @@ private:
     bool open_active()
     {
         active_ = sender_.open(config().family) && receiver_.open() && (!users_ || users_->upgrade()) &&
-                  control_.open(control_port()) &&
+                  frame_.control().open(control_port()) &&
                   frame_.reactor().add(receiver_.descriptor(), EPOLLIN,
                                        [this](uint32_t) { receiver_.read_some(); }) &&
                   links_.open(loop());
@@ -211,7 +208,7 @@ private:
     void close_active()
     {
         active_ = false;
-        control_.close();
+        frame_.control().close();
         links_.close();
         if (users_) {
             users_->stop_server();
@@ -234,7 +231,7 @@ private:
         }
         if (!first || !open_active()) {
             mcastd::log_warning("this standby is not active yet, looking every second");
-            standby_.start(timers_.manager(), backup_port(), 1);
+            standby_.start(frame_.timers(), backup_port(), 1);
             return;
         }
         mcastd::log_info("active from now on, with the indexes of %zu users", indexes_.assigned().size());
@@ -242,14 +239,14 @@ private:
         const uint32_t wait_s = config().robustness * config().query_interval_s + config().response_s;
 
         mcastd::timer_start(
-            timers_.manager(), release_, wait_s * 1000,
+            frame_.timers(), release_, wait_s * 1000,
             [](void *owner) { static_cast<UserIndexes *>(owner)->release_untaken(); }, &indexes_);
     }
 
     void hand_over()
     {
         mcastd::log_info("handing over to the standby");
-        mcastd::timer_stop(timers_.manager(), release_);
+        mcastd::timer_stop(frame_.timers(), release_);
         mrib_.be_silent(true);
         links_.close();
         if (users_) {
@@ -260,44 +257,14 @@ private:
         mrib_.start_over();
         standby_.remember(indexes_.assigned());
         backup_.close();
-        standby_.start(timers_.manager(), backup_port(), HAND_OVER_PATIENCE);
-    }
-
-    void follow_reloads()
-    {
-        if (config().file.empty()) {
-            return;
-        }
-        frame_.on_reload([this] {
-            if (load_lists(config())) {
-                links_.instances_changed();
-                mrib_.policy().lists_changed();
-            } else {
-                mcastd::log_warning("the configuration stays as it was");
-            }
-        });
-    }
-
-    void work_off()
-    {
-        if (users_) {
-            users_->settle();
-        }
-        if (std::exchange(hand_over_, false)) {
-            hand_over();
-        } else if (standby_.watching() && standby_.active_is_gone()) {
-            take_over();
-        }
-        backup_.flush();
-        mrib_.flush();
-        timers_.set_wake_up();
+        standby_.start(frame_.timers(), backup_port(), HAND_OVER_PATIENCE);
     }
 
     UserService *users()
     {
         return users_ ? &*users_ : nullptr;
     }
-    DaemonStatus status()
+    DaemonStatus daemon_status()
     {
         DaemonStatus status;
         status.mrib_connected = mrib_.connected();
@@ -314,9 +281,7 @@ private:
         return status;
     }
 
-    const mcastd::Options &options_;
-    mcastd::Frame frame_;
-    mcastd::TimerLoop timers_;
+    mcastd::Frame &frame_;
     Process process_;
     Sender sender_;
     Receiver receiver_;
@@ -326,7 +291,6 @@ private:
     Links links_;
     std::optional<UserService> users_;
     Standby standby_;
-    mcastd::ControlServer control_;
     mcastd::Timer release_; // of the indexes that nobody took after a switch-over
     bool active_ = false;
     bool hand_over_ = false; // asked for, and done when the round ends
@@ -336,10 +300,7 @@ private:
 
 int run_daemon(const mcastd::Options &options, const Config &config)
 {
-    std::set_new_handler(mcastd::out_of_memory);
-    Daemon daemon(options, config);
-
-    return daemon.open() ? daemon.run() : EXIT_FAILURE;
+    return mcastd::run_in_frame<Gmpd>(options, config);
 }
 
 } // namespace gmpd

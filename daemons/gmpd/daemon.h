@@ -14,7 +14,7 @@ namespace gmpd
 void add_options(mcastd::Options &options, Config &config);
 
 // Completes a parsed configuration. False when its values do not go together, which is logged.
-bool finish_config(Config &config);
+bool finish_config(const mcastd::Options &options, Config &config);
 
 // Runs until a signal ends it. The exit code of the process.
 int run_daemon(const mcastd::Options &options, const Config &config);

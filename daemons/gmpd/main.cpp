@@ -15,5 +15,5 @@ int main(int argc, char **argv)
     if (const auto code = options.parse(argc, argv)) {
         return *code;
     }
-    return gmpd::finish_config(config) ? gmpd::run_daemon(options, config) : EXIT_FAILURE;
+    return gmpd::finish_config(options, config) ? gmpd::run_daemon(options, config) : EXIT_FAILURE;
 }

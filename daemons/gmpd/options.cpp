@@ -28,23 +28,6 @@ void require_users(const std::vector<std::string> &names, Config &config)
     }
 }
 
-void add_family(CLI::App &app, Config &config)
-{
-    CLI::Option *family = app.add_option_function<std::string>(
-                                 "--family",
-                                 [&config](const std::string &name) {
-                                     config.family = name == "ipv6" ? MCAST_FAMILY_IPV6 : MCAST_FAMILY_IPV4;
-                                 },
-                                 "Family to serve: ipv4 (IGMP, the default) or ipv6 (MLD)")
-                              ->check(CLI::IsMember({"ipv4", "ipv6"}));
-    CLI::Option *ipv4 = app.add_flag_callback(
-        "-4", [&config] { config.family = MCAST_FAMILY_IPV4; }, "The same as --family ipv4");
-    CLI::Option *ipv6 = app.add_flag_callback(
-        "-6", [&config] { config.family = MCAST_FAMILY_IPV6; }, "The same as --family ipv6");
-    ipv4->excludes(ipv6)->excludes(family);
-    ipv6->excludes(family);
-}
-
 void add_what_is_served(CLI::App &app, Config &config)
 {
     app.add_option(
@@ -85,10 +68,12 @@ void add_protocol_values(CLI::App &app, Config &config)
                  "End a membership with its first leave, without asking for others: for links with one host");
 }
 
-void add_surroundings(CLI::App &app, Config &config)
+void add_surroundings(mcastd::Options &options, Config &config)
 {
-    app.add_option("--config", config.file,
-                   "Configuration file, for the access lists and VPN instances in it; read again on SIGHUP");
+    CLI::App &app = options.app();
+    options.add_config(
+        "Configuration file, for the access lists and VPN instances in it; read again on SIGHUP",
+        mcastd::Options::Config::Optional);
     app.add_option("--group-list", config.group_list,
                    "Number of a basic access list of --config: hosts may join the groups that it permits")
         ->check(CLI::Range(FIRST_BASIC_LIST, LAST_BASIC_LIST));
@@ -116,15 +101,16 @@ void add_options(mcastd::Options &options, Config &config)
 {
     CLI::App &app = options.app();
     config.version = VERSION_UNSET;
-    add_family(app, config);
+    options.add_family("Family to serve: ipv4 (IGMP, the default) or ipv6 (MLD)");
     add_what_is_served(app, config);
     add_protocol_values(app, config);
-    add_surroundings(app, config);
+    add_surroundings(options, config);
     add_limits(app, config);
 }
 
-bool finish_config(Config &config)
+bool finish_config(const mcastd::Options &options, Config &config)
 {
+    config.family = options.family();
     const bool ipv4 = config.family == MCAST_FAMILY_IPV4;
     if (config.version == VERSION_UNSET) {
         config.version = 3;
@@ -135,11 +121,11 @@ bool finish_config(Config &config)
         }
         ++config.version;
     }
-    if (config.start_mribd && config.file.empty()) {
+    if (config.start_mribd && options.config_file().empty()) {
         mcastd::log_error("--start-mribd: needs a configuration file (--config) with a [[service]] of id 1");
         return false;
     }
-    if (config.group_list != MCAST_NONE && config.file.empty()) {
+    if (config.group_list != MCAST_NONE && options.config_file().empty()) {
         mcastd::log_error("--group-list %u: needs the configuration file with the list (--config)",
                           config.group_list);
         return false;

@@ -1,5 +1,6 @@
 #include "daemons/mcastctl/daemon_list.h"
 
+#include <array>
 #include <string_view>
 
 #include "daemons/common/services.h"
@@ -10,12 +11,19 @@ namespace mcastctl
 namespace
 {
 
-constexpr DaemonInfo DAEMONS[] = {
-    {"gmpd", MCAST_FAMILY_IPV4, {mcastd::SERVICE_GMPD_IPV4, mcastd::CONTROL_PORT_GMPD_IPV4, 0}},
-    {"gmpd", MCAST_FAMILY_IPV6, {mcastd::SERVICE_GMPD_IPV6, mcastd::CONTROL_PORT_GMPD_IPV6, 0}},
-    {"mribd", 0, {mcastd::SERVICE_MRIBD, mcastd::CONTROL_PORT_MRIBD, 0}},
-    {"msdpd", MCAST_FAMILY_IPV4, {mcastd::SERVICE_MSDPD, mcastd::CONTROL_PORT_MSDPD, 0}},
-};
+constexpr size_t COUNT = std::size(mcastd::ROUTER_DAEMONS);
+
+constexpr std::array<DaemonInfo, COUNT> all_daemons()
+{
+    std::array<DaemonInfo, COUNT> result{};
+    for (size_t i = 0; i < COUNT; ++i) {
+        const mcastd::RouterDaemon &daemon = mcastd::ROUTER_DAEMONS[i];
+        result[i] = {daemon.name, daemon.family, {daemon.service, daemon.control_port, 0}};
+    }
+    return result;
+}
+
+constexpr std::array<DaemonInfo, COUNT> DAEMONS = all_daemons();
 
 } // namespace
 

@@ -14,19 +14,14 @@
 #include "daemons/mribd/daemon.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <cstdlib>
 #include <memory>
 #include <utility>
 #include <vector>
 
-#include "daemons/common/control.h"
 #include "daemons/common/frame.h"
 #include "daemons/common/log.h"
-#include "daemons/common/options.h"
 #include "daemons/common/service_start.h"
 #include "daemons/common/services.h"
-#include "daemons/common/timer_loop.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/control.h"
 #include "daemons/mribd/host_environment.h"
@@ -38,70 +33,9 @@ namespace mribd
 namespace
 {
 
-using Planes = std::vector<std::unique_ptr<Plane>>;
-
-HostEnvironment::Events events_for(const Planes &planes)
+void warn_of_missing_vpns(const Config &config)
 {
-    HostEnvironment::Events events;
-    events.links_changed = [&planes] {
-        for (const auto &plane : planes) {
-            plane->links_changed();
-        }
-    };
-    events.link_renamed = [&planes](uint32_t if_index) {
-        for (const auto &plane : planes) {
-            plane->link_renamed(if_index);
-        }
-    };
-    events.link_removed = [&planes](uint32_t if_index) {
-        for (const auto &plane : planes) {
-            plane->link_removed(if_index);
-        }
-    };
-    events.routes_changed = [&planes](uint8_t family, const uint8_t *prefix, unsigned length) {
-        for (const auto &plane : planes) {
-            const uint8_t own = plane->family();
-            if (family == own) {
-                plane->routes_changed(make_address(own, prefix), length);
-            } else if (family == 0) {
-                plane->routes_changed(any_address(own), 0);
-            }
-        }
-    };
-    return events;
-}
-
-// A family that the kernel does not route is left out; anything else that is wrong ends the start.
-bool open_planes(mcastd::Frame &frame, MCAST_TMR_S *timers, const PlaneSettings &settings,
-                 const HostEnvironment &environment, Planes *planes)
-{
-    for (const uint8_t family : {uint8_t{MCAST_FAMILY_IPV4}, uint8_t{MCAST_FAMILY_IPV6}}) {
-        auto plane = std::make_unique<Plane>(family, settings, frame.reactor(), timers, environment);
-        const auto result = plane->open();
-        if (result == KernelMroute::OpenResult::Failed) {
-            return false;
-        }
-        if (result == KernelMroute::OpenResult::Ready) {
-            planes->push_back(std::move(plane));
-        }
-    }
-    if (planes->empty()) {
-        mcastd::log_error("there is no family to serve");
-    }
-    return !planes->empty();
-}
-
-// Nothing of a file that is wrong counts, which is logged; config then stays as it was.
-bool load(const std::string &path, Config *config)
-{
-    Config fresh;
-    std::string error;
-    const auto read = [&fresh](mcastd::ConfigTable &table) { fresh = read_config(table); };
-    if (!mcastd::load_config(path.c_str(), "mribd", read, &error)) {
-        mcastd::log_error("%s", error.c_str());
-        return false;
-    }
-    for (const auto &[vrf_index, instance] : fresh.instances) {
+    for (const auto &[vrf_index, instance] : config.instances) {
         if (MCAST_VrfIsExist(vrf_index) != MCAST_TRUE) {
             mcastd::log_warning(
                 "instance %u of [[mribd.instance]] is no [[vpn]]: the clients are told of it, "
@@ -109,122 +43,167 @@ bool load(const std::string &path, Config *config)
                 unsigned{vrf_index});
         }
     }
-    *config = std::move(fresh);
-    return true;
 }
 
-void configure(const Config &config, const Planes &planes)
+class Mribd final : public mcastd::Daemon
 {
-    for (const auto &plane : planes) {
-        plane->configure(config);
+public:
+    Mribd(mcastd::Frame &frame, const PlaneSettings &settings) : frame_(frame), settings_(settings)
+    {
     }
-}
 
-void attach(mcastd::Frame &frame, mcastd::TimerLoop &timers, const std::string &config_path,
-            const Planes &planes)
-{
-    frame.on_resynchronise([&planes] {
-        for (const auto &plane : planes) {
-            plane->resynchronise();
-        }
-    });
-    if (!config_path.empty()) {
-        frame.on_reload([&config_path, &planes] {
-            Config config;
-            if (load(config_path, &config)) {
-                configure(config, planes);
-            } else {
-                mcastd::log_warning("the configuration stays as it was");
+    TakeOver read_config(mcastd::ConfigTable &table) override
+    {
+        return [this, config = mribd::read_config(table)] {
+            warn_of_missing_vpns(config);
+            for (const auto &plane : planes_) {
+                plane->configure(config);
             }
-        });
+        };
     }
-    frame.on_status([&planes] {
+
+    bool open() override
+    {
+        if (!environment_.open(frame_.reactor().descriptor(), events())) {
+            return false;
+        }
+        mcastd::start_forwarding();
+        return open_planes() && open_control();
+    }
+
+    bool start() override
+    {
+        mcastd::log_info("ready");
+        return true;
+    }
+
+    bool round() override
+    {
+        bool more = false;
+        for (const auto &plane : planes_) {
+            more |= plane->settle();
+        }
+        return more;
+    }
+
+    std::string status() override
+    {
         std::string text;
-        for (const auto &plane : planes) {
+        for (const auto &plane : planes_) {
             text += plane->status();
         }
         return text;
-    });
-    frame.reactor().set_background([&timers, &planes] {
-        bool more = false;
-        for (const auto &plane : planes) {
-            more |= plane->settle();
+    }
+
+    bool resynchronise() override
+    {
+        for (const auto &plane : planes_) {
+            plane->resynchronise();
         }
-        timers.set_wake_up();
-        return more;
-    });
-}
+        return true;
+    }
 
-bool open_control(mcastd::ControlServer &control, const Planes &planes)
-{
-    std::vector<const ChannelServer *> families;
-    for (const auto &plane : planes) {
-        families.push_back(&plane->server());
+private:
+    HostEnvironment::Events events()
+    {
+        HostEnvironment::Events events;
+        events.links_changed = [this] {
+            for (const auto &plane : planes_) {
+                plane->links_changed();
+            }
+        };
+        events.link_renamed = [this](uint32_t if_index) {
+            for (const auto &plane : planes_) {
+                plane->link_renamed(if_index);
+            }
+        };
+        events.link_removed = [this](uint32_t if_index) {
+            for (const auto &plane : planes_) {
+                plane->link_removed(if_index);
+            }
+        };
+        events.routes_changed = [this](uint8_t family, const uint8_t *prefix, unsigned length) {
+            routes_changed(family, prefix, length);
+        };
+        return events;
     }
-    offer_control(control, std::move(families));
-    return control.open(mcastd::CONTROL_PORT_MRIBD);
-}
 
-int serve(const mcastd::Options &options, mcastd::Frame &frame, const Settings &settings)
-{
-    mcastd::TimerLoop timers(frame.reactor());
-    HostEnvironment environment;
-    Planes planes;
-    Config config;
-    if (!timers.open() || !environment.open(frame.reactor().descriptor(), events_for(planes)) ||
-        (!settings.config_path.empty() && !load(settings.config_path, &config))) {
-        return EXIT_FAILURE;
+    // Family 0: of both, all of them.
+    void routes_changed(uint8_t family, const uint8_t *prefix, unsigned length)
+    {
+        for (const auto &plane : planes_) {
+            const uint8_t own = plane->family();
+            if (family == own) {
+                plane->routes_changed(make_address(own, prefix), length);
+            } else if (family == 0) {
+                plane->routes_changed(any_address(own), 0);
+            }
+        }
     }
-    mcastd::start_forwarding();
-    if (!open_planes(frame, timers.manager(), settings.plane, environment, &planes) ||
-        !options.start_trace()) {
-        return EXIT_FAILURE;
+
+    // A family that the kernel does not route is left out; anything else that is wrong ends the start.
+    bool open_planes()
+    {
+        for (const uint8_t family : {uint8_t{MCAST_FAMILY_IPV4}, uint8_t{MCAST_FAMILY_IPV6}}) {
+            auto plane =
+                std::make_unique<Plane>(family, settings_, frame_.reactor(), frame_.timers(), environment_);
+            const KernelMroute::OpenResult result = plane->open();
+            if (result == KernelMroute::OpenResult::Failed) {
+                return false;
+            }
+            if (result == KernelMroute::OpenResult::Ready) {
+                planes_.push_back(std::move(plane));
+            }
+        }
+        if (planes_.empty()) {
+            mcastd::log_error("there is no family to serve");
+        }
+        return !planes_.empty();
     }
-    if (!settings.config_path.empty()) {
-        configure(config, planes);
+
+    bool open_control()
+    {
+        std::vector<const ChannelServer *> families;
+        for (const auto &plane : planes_) {
+            families.push_back(&plane->server());
+        }
+        offer_control(frame_.control(), std::move(families));
+        return frame_.control().open(mcastd::CONTROL_PORT_MRIBD);
     }
-    mcastd::ControlServer control(frame.reactor());
-    if (!open_control(control, planes)) {
-        return EXIT_FAILURE;
-    }
-    attach(frame, timers, settings.config_path, planes);
-    mcastd::log_info("ready");
-    const int code = frame.run();
-    frame.on_status(nullptr);
-    frame.on_reload(nullptr);
-    frame.on_resynchronise(nullptr);
-    frame.reactor().set_background(nullptr);
-    return code;
-}
+
+    mcastd::Frame &frame_;
+    const PlaneSettings settings_;
+    HostEnvironment environment_;
+    std::vector<std::unique_ptr<Plane>> planes_;
+};
 
 } // namespace
 
-void add_options(mcastd::Options &options, Settings &settings)
+void add_options(mcastd::Options &options, PlaneSettings &settings)
 {
     options.app()
-        .add_option("--idle-timeout", settings.plane.idle_period_s,
+        .add_option("--idle-timeout", settings.idle_period_s,
                     "Seconds without a packet after which a forwarding entry is removed")
         ->check(CLI::Range(1u, 86400u))
         ->capture_default_str();
     options.app()
-        .add_option("--max-entries", settings.plane.entry_limit,
+        .add_option("--max-entries", settings.entry_limit,
                     "Most forwarding entries of a family in an instance")
         ->check(CLI::Range(1u, 16777216u))
         ->capture_default_str();
     options.app()
-        .add_option("--hold-time", settings.plane.hold_s,
+        .add_option("--hold-time", settings.hold_s,
                     "Seconds for which what a GMP daemon wanted is kept when it vanished, so that its "
                     "successor finds forwarding as it was; 0: not at all")
         ->check(CLI::Range(0u, 86400u))
         ->capture_default_str();
-    options.app().add_option("--config", settings.config_path,
-                             "Configuration file (TOML), read again on SIGHUP; none is needed");
+    options.add_config("Configuration file (TOML), read again on SIGHUP; none is needed",
+                       mcastd::Options::Config::Optional);
 }
 
-int run_daemon(const mcastd::Options &options, const Settings &settings)
+int run_daemon(const mcastd::Options &options, const PlaneSettings &settings)
 {
-    mcastd::Frame frame(options);
-    return frame.open() ? serve(options, frame, settings) : EXIT_FAILURE;
+    return mcastd::run_in_frame<Mribd>(options, settings);
 }
 
 } // namespace mribd

@@ -4,25 +4,17 @@
 #ifndef DAEMONS_MRIBD_DAEMON_H
 #define DAEMONS_MRIBD_DAEMON_H
 
-#include <string>
-
 #include "daemons/common/options.h"
 #include "daemons/mribd/instance.h"
 
 namespace mribd
 {
 
-// What the command line says.
-struct Settings {
-    PlaneSettings plane{210, 262144, 0};
-    std::string config_path; // empty: no file
-};
-
 // Adds the daemon's options to the command line; they fill settings when it is parsed.
-void add_options(mcastd::Options &options, Settings &settings);
+void add_options(mcastd::Options &options, PlaneSettings &settings);
 
 // Runs until a signal ends it. The exit code of the process.
-int run_daemon(const mcastd::Options &options, const Settings &settings);
+int run_daemon(const mcastd::Options &options, const PlaneSettings &settings);
 
 } // namespace mribd
 

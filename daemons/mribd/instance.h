@@ -15,9 +15,9 @@ namespace mribd
 
 // Of each instance.
 struct PlaneSettings {
-    uint32_t idle_period_s;
-    uint32_t entry_limit;
-    uint32_t hold_s; // for what lost clients wanted; 0: nothing is kept
+    uint32_t idle_period_s = 210;
+    uint32_t entry_limit = 262144;
+    uint32_t hold_s = 0; // for what lost clients wanted; 0: nothing is kept
 };
 
 class Instance

@@ -9,7 +9,7 @@ int main(int argc, char **argv)
     mcastd::Options options("mribd",
                             "Multicast routing information base: takes memberships from the GMP daemons "
                             "and programs the kernel's multicast forwarding, IPv4 and IPv6");
-    mribd::Settings settings;
+    mribd::PlaneSettings settings;
     mribd::add_options(options, settings);
     if (const auto code = options.parse(argc, argv)) {
         return *code;

@@ -4,15 +4,11 @@
  */
 #include "daemons/msdpd/daemon.h"
 
-#include <new>
+#include <utility>
 
-#include "daemons/common/config_file.h"
-#include "daemons/common/control.h"
 #include "daemons/common/frame.h"
 #include "daemons/common/log.h"
-#include "daemons/common/memory.h"
 #include "daemons/common/services.h"
-#include "daemons/common/timer_loop.h"
 #include "daemons/msdpd/control.h"
 #include "daemons/msdpd/host_routes.h"
 #include "daemons/msdpd/mrib_link.h"
@@ -24,87 +20,79 @@ namespace msdpd
 namespace
 {
 
-// False when the file is wrong, which is logged; nothing of it counts then.
-bool load(const std::string &path, Config *config)
+// The parts in the order in which they are made; each needs only those above it.
+class Msdpd final : public mcastd::Daemon
 {
-    std::string error;
-    Config fresh;
-    if (!mcastd::load_config(
-            path.c_str(), "msdpd", [&fresh](mcastd::ConfigTable &table) { fresh = read_config(table); },
-            &error)) {
-        mcastd::log_error("%s", error.c_str());
-        return false;
+public:
+    explicit Msdpd(mcastd::Frame &frame)
+        : frame_(frame), tcp_(frame.reactor()), mrib_(frame.reactor()),
+          speaker_(frame.timers(), tcp_, mrib_, routes_)
+    {
     }
-    *config = std::move(fresh);
-    return true;
-}
+    ~Msdpd() override
+    {
+        mrib_.close(); // before the speaker goes
+    }
 
-ProcessStatus process_status(const MribLink &mrib)
-{
-    const mcastd::MribChannel &channel = mrib.channel();
-    return {channel.connected(), channel.connects(), channel.pending()};
-}
+    TakeOver read_config(mcastd::ConfigTable &table) override
+    {
+        return [this, config = msdpd::read_config(table)] {
+            speaker_configure(speaker_, config);
+            mrib_.tell_requests();
+        };
+    }
 
-void attach(mcastd::Frame &frame, const std::string &config_path, Speaker &speaker, MribLink &mrib)
-{
-    frame.on_status([&] { return status_text(speaker, process_status(mrib)); });
-    frame.on_reload([&] {
-        Config config;
+    bool open() override
+    {
+        offer_control(frame_.control(), speaker_, [this] { return process(); });
+        return routes_.open(frame_.reactor().descriptor()) && tcp_.open(speaker_) &&
+               frame_.control().open(mcastd::CONTROL_PORT_MSDPD);
+    }
 
-        if (load(config_path, &config)) {
-            speaker_configure(speaker, config);
-            mrib.tell_requests();
-        } else {
-            mcastd::log_warning("the configuration stays as it was");
+    bool start() override
+    {
+        if (!mrib_.open(speaker_)) {
+            return false;
         }
-    });
-}
+        mcastd::log_info("ready");
+        return true;
+    }
 
-// Runs the event loop until a signal ends it.
-int serve(mcastd::Frame &frame, mcastd::TimerLoop &timers, Tcp &tcp, MribLink &mrib)
-{
-    frame.reactor().set_background([&] {
-        mrib.flush();
-        const bool more = tcp.flush();
+    bool round() override
+    {
+        mrib_.flush();
+        return tcp_.flush();
+    }
 
-        timers.set_wake_up();
-        return more;
-    });
-    timers.set_wake_up();
-    mcastd::log_info("ready");
-    return frame.run();
-}
+    std::string status() override
+    {
+        return status_text(speaker_, process());
+    }
+
+    void close() override
+    {
+        mrib_.close();
+    }
+
+private:
+    ProcessStatus process() const
+    {
+        const mcastd::MribChannel &channel = mrib_.channel();
+        return {channel.connected(), channel.connects(), channel.pending()};
+    }
+
+    mcastd::Frame &frame_;
+    HostRoutes routes_;
+    Tcp tcp_;
+    MribLink mrib_;
+    Speaker speaker_;
+};
 
 } // namespace
 
-int run_daemon(const mcastd::Options &options, const std::string &config_path)
+int run_daemon(const mcastd::Options &options)
 {
-    mcastd::Frame frame(options);
-    mcastd::TimerLoop timers(frame.reactor());
-    Config config;
-
-    std::set_new_handler(mcastd::out_of_memory);
-    if (!load(config_path, &config) || !options.start_trace() || !frame.open() || !timers.open()) {
-        return EXIT_FAILURE;
-    }
-    HostRoutes routes;
-    Tcp tcp(frame.reactor());
-    MribLink mrib(frame.reactor());
-    Speaker speaker(timers.manager(), tcp, mrib, routes);
-
-    mcastd::ControlServer control(frame.reactor());
-
-    offer_control(control, speaker, [&mrib] { return process_status(mrib); });
-    if (!routes.open(frame.reactor().descriptor()) || !tcp.open(speaker) ||
-        !control.open(mcastd::CONTROL_PORT_MSDPD)) {
-        return EXIT_FAILURE;
-    }
-    speaker_configure(speaker, config);
-    attach(frame, config_path, speaker, mrib);
-    const int result = mrib.open(speaker) ? serve(frame, timers, tcp, mrib) : EXIT_FAILURE;
-
-    mrib.close(); // before the speaker goes
-    return result;
+    return mcastd::run_in_frame<Msdpd>(options);
 }
 
 } // namespace msdpd

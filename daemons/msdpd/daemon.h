@@ -4,15 +4,13 @@
 #ifndef DAEMONS_MSDPD_DAEMON_H
 #define DAEMONS_MSDPD_DAEMON_H
 
-#include <string>
-
 #include "daemons/common/options.h"
 
 namespace msdpd
 {
 
 // Runs until a signal ends it. The exit code of the process.
-int run_daemon(const mcastd::Options &options, const std::string &config_path);
+int run_daemon(const mcastd::Options &options);
 
 } // namespace msdpd
 

@@ -2,19 +2,15 @@
  * msdpd: the MSDP daemon of the router. It tells its peers, over TCP, which sources are active here, and the
  * MRIB process which are active elsewhere.
  */
-#include <CLI/CLI.hpp>
-
 #include "daemons/msdpd/daemon.h"
 
 int main(int argc, char **argv)
 {
     mcastd::Options options("msdpd", "Multicast Source Discovery Protocol daemon (RFC 3618)");
-    std::string config_path;
-    options.app()
-        .add_option("--config", config_path, "Configuration file (TOML) with the peers, read again on SIGHUP")
-        ->required();
+    options.add_config("Configuration file (TOML) with the peers, read again on SIGHUP",
+                       mcastd::Options::Config::Required);
     if (const auto code = options.parse(argc, argv)) {
         return *code;
     }
-    return msdpd::run_daemon(options, config_path);
+    return msdpd::run_daemon(options);
 }

@@ -2,7 +2,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
+#include <new>
+#include <optional>
+#include <set>
 #include <sstream>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -11,6 +15,9 @@
 #include "daemons/common/frame.h"
 #include "daemons/common/log.h"
 #include "daemons/common/options.h"
+#include "daemons/common/services.h"
+#include "daemons/common/status_output.h"
+#include "daemons/common/timer.h"
 
 using namespace mcastd;
 
@@ -156,31 +163,225 @@ TEST(Options, RejectsAnUnknownLevelAndAnUnknownOption)
     }
 }
 
-TEST(Frame, SignalsWriteTheStatusReloadAndEnd)
+// Writes down what the frame calls, and does in each step what the test says.
+class Testd final : public Daemon
+{
+public:
+    explicit Testd(Frame &frame) : frame_(frame)
+    {
+    }
+
+    TakeOver read_config(ConfigTable &table) override
+    {
+        const int64_t value = table.integer("value", 1, 9);
+        steps += " read" + std::to_string(value);
+        return [this, value] {
+            steps += " take" + std::to_string(value);
+            then(taken);
+        };
+    }
+    bool open() override
+    {
+        steps += " open";
+        return opens;
+    }
+    bool start() override
+    {
+        steps += " start";
+        then(started);
+        return starts;
+    }
+    bool round() override
+    {
+        steps += " round";
+        return false;
+    }
+    std::string status() override
+    {
+        then(asked);
+        return "the table\n";
+    }
+    bool resynchronise() override
+    {
+        steps += " again";
+        then(resynchronised);
+        return true;
+    }
+    void close() override
+    {
+        steps += " close";
+    }
+
+    std::string steps;
+    bool opens = true;
+    bool starts = true;
+    std::function<void()> taken, started, asked, resynchronised;
+
+private:
+    static void then(const std::function<void()> &action)
+    {
+        if (action) {
+            action();
+        }
+    }
+
+    Frame &frame_;
+};
+
+class FrameTest : public testing::Test
+{
+protected:
+    // A frame with the status file, and with the configuration file when it has a text.
+    void make(const std::string &text)
+    {
+        std::vector<std::string> arguments{"mribd", "--status-file=" + folder.file("status"),
+                                           "--log-level=error"};
+        options.add_config("the file", Options::Config::Optional);
+        if (!text.empty()) {
+            write(text);
+            arguments.push_back("--config=" + folder.file("config"));
+        }
+        std::vector<char *> argv;
+        for (std::string &argument : arguments) {
+            argv.push_back(argument.data());
+        }
+        ASSERT_FALSE(options.parse(static_cast<int>(argv.size()), argv.data()));
+        frame.emplace(options);
+        ASSERT_TRUE(frame->open());
+        daemon.emplace(*frame);
+    }
+    void TearDown() override
+    {
+        log_open("daemon", LogLevel::Info);
+    }
+    void write(const std::string &text) const
+    {
+        std::ofstream(folder.file("config")) << text;
+    }
+    static std::function<void()> signals(int number)
+    {
+        return [number] { kill(getpid(), number); };
+    }
+
+    const TemporaryFolder folder;
+    Options options{"mribd", "a daemon"};
+    std::optional<Frame> frame;
+    std::optional<Testd> daemon;
+};
+
+TEST_F(FrameTest, CallsTheDaemonInOneOrder)
+{
+    make("[mribd]\nvalue = 5\n");
+    daemon->started = signals(SIGTERM);
+    EXPECT_EQ(frame->run(*daemon), EXIT_SUCCESS);
+    EXPECT_EQ(daemon->steps, " read5 open take5 start round close");
+}
+
+TEST_F(FrameTest, WithoutAFileThereIsNothingToRead)
+{
+    make("");
+    daemon->started = signals(SIGINT);
+    EXPECT_EQ(frame->run(*daemon), EXIT_SUCCESS);
+    EXPECT_EQ(daemon->steps, " open start round close");
+}
+
+// One signal after the other: which of several pending ones is served first is not told.
+TEST_F(FrameTest, SignalsWriteTheStatusResynchroniseReloadAndEnd)
+{
+    make("[mribd]\nvalue = 5\n");
+    daemon->started = signals(SIGUSR1);
+    daemon->asked = signals(SIGUSR2);
+    daemon->resynchronised = [this] {
+        write("[mribd]\nvalue = 6\n");
+        daemon->taken = signals(SIGTERM);
+        kill(getpid(), SIGHUP);
+    };
+    EXPECT_EQ(frame->run(*daemon), EXIT_SUCCESS);
+    EXPECT_EQ(slurp(folder.file("status")), "the table\n");
+    EXPECT_EQ(daemon->steps, " read5 open take5 start round again round read6 take6 round round close");
+}
+
+TEST_F(FrameTest, NothingOfAFileThatIsWrongCounts)
+{
+    make("[mribd]\nvalue = 5\n");
+    daemon->started = [this] {
+        write("[mribd]\nvalue = 6\n[[acl]]\nnumber = 1\n"); // wrong where the host platform reads
+        kill(getpid(), SIGHUP);
+        kill(getpid(), SIGUSR1);
+    };
+    // Signals of lower number are read first, so that the reload is over.
+    daemon->asked = signals(SIGTERM);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(frame->run(*daemon), EXIT_SUCCESS);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("config:4:10: number is 1"), std::string::npos);
+    EXPECT_EQ(daemon->steps.find("take6"), std::string::npos) << daemon->steps;
+    EXPECT_NE(daemon->steps.find("read6"), std::string::npos) << daemon->steps;
+}
+
+TEST_F(FrameTest, AFileThatIsWrongAtTheStartEndsItBeforeAnythingIsOpen)
+{
+    make("[mribd]\nvalue = 10\n");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(frame->run(*daemon), EXIT_FAILURE);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("config:2:9: value is 10"), std::string::npos);
+    EXPECT_EQ(daemon->steps, "");
+}
+
+TEST_F(FrameTest, AStepOfTheStartThatFailsEndsIt)
+{
+    make("");
+    daemon->opens = false;
+    EXPECT_EQ(frame->run(*daemon), EXIT_FAILURE);
+    daemon->opens = true;
+    daemon->starts = false;
+    EXPECT_EQ(frame->run(*daemon), EXIT_FAILURE);
+    EXPECT_EQ(daemon->steps, " open open start");
+}
+
+TEST_F(FrameTest, TimersWakeItAndTheDaemonMayEndItself)
+{
+    make("");
+    Timer timer;
+    daemon->started = [&] {
+        const auto ends = [](void *owner) { static_cast<Frame *>(owner)->end(7); };
+        timer_start(frame->timers(), timer, 1, ends, &*frame);
+    };
+    EXPECT_EQ(frame->run(*daemon), 7);
+    EXPECT_FALSE(timer.running());
+    EXPECT_EQ(daemon->steps, " open start round round close");
+}
+
+TEST_F(FrameTest, WithoutMemoryTheProcessEndsAndSaysSo)
+{
+    make("");
+    daemon->started = [] { throw std::bad_alloc(); };
+    EXPECT_EXIT(frame->run(*daemon), testing::ExitedWithCode(EXIT_FAILURE), "mribd: error: out of memory");
+}
+
+TEST(RouterDaemons, TheFileMayHaveATableOfEachAndOfNobodyElse)
 {
     const TemporaryFolder folder;
-    Options options("testd", "a daemon");
-    std::string name = "testd";
-    std::string file = "--status-file=" + folder.file("status");
-    std::string level = "--log-level=error";
-    char *argv[] = {name.data(), file.data(), level.data(), nullptr};
-    ASSERT_FALSE(options.parse(3, argv));
-    Frame frame(options);
-    ASSERT_TRUE(frame.open());
-    int reloads = 0;
-    // One after the other: which of several pending signals is served first is not told.
-    frame.on_status([] {
-        kill(getpid(), SIGHUP);
-        return std::string("the table\n");
-    });
-    frame.on_reload([&] {
-        ++reloads;
-        kill(getpid(), SIGTERM);
-    });
-    kill(getpid(), SIGUSR1);
-    EXPECT_EQ(frame.run(), EXIT_SUCCESS);
-    EXPECT_EQ(slurp(folder.file("status")), "the table\n");
-    EXPECT_EQ(reloads, 1);
+    const std::string path = folder.file("config");
+    std::string error;
+    std::ofstream(path) << "[gmpd]\nx = 1\n[msdpd]\nx = 1\n[mribd]\n";
+    EXPECT_TRUE(load_config(
+        path.c_str(), "mribd", [](ConfigTable &) {}, &error))
+        << error;
+    std::ofstream(path) << "[mribd]\n[pim]\n";
+    EXPECT_FALSE(load_config(
+        path.c_str(), "mribd", [](ConfigTable &) {}, &error));
+    EXPECT_EQ(error,
+              path + ":2:2: unknown key \"pim\"; allowed: vpn, acl, node, service, gmpd, mribd, msdpd");
+}
+
+TEST(RouterDaemons, HaveNumbersOfTheirOwn)
+{
+    std::set<uint64_t> services;
+    std::set<uint16_t> ports;
+    for (const RouterDaemon &daemon : ROUTER_DAEMONS) {
+        EXPECT_TRUE(services.insert(daemon.service).second) << daemon.name;
+        EXPECT_TRUE(ports.insert(daemon.control_port).second) << daemon.name;
+    }
 }
 
 } // namespace
