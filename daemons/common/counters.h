@@ -1,5 +1,5 @@
 /*
- * A set of counters, one for each value of an enumeration that ends with Total.
+ * Counters: a list of rows makes an enumeration of them and their names; a set holds one number for each.
  */
 #ifndef DAEMONS_COMMON_COUNTERS_H
 #define DAEMONS_COMMON_COUNTERS_H
@@ -11,6 +11,18 @@
 
 namespace mcastd
 {
+
+// Of a macro ROWS(ROW) that is a list of ROW(identifier, "name"): the enumeration Count with the identifiers and
+// Total after them, and the function count_name(Count), in the namespace where it stands.
+#define MCASTD_COUNT_IDENTIFIER(identifier, name) identifier,
+#define MCASTD_COUNT_NAME(identifier, name) name,
+#define MCASTD_COUNTS(ROWS)                                                                                  \
+    enum class Count : uint8_t { ROWS(MCASTD_COUNT_IDENTIFIER) Total };                                      \
+    inline const char *count_name(Count count)                                                               \
+    {                                                                                                        \
+        static constexpr const char *NAMES[] = {ROWS(MCASTD_COUNT_NAME)};                                    \
+        return NAMES[static_cast<size_t>(count)];                                                            \
+    }
 
 template <typename Count> struct CounterSet {
     uint64_t values[static_cast<size_t>(Count::Total)] = {};

@@ -43,6 +43,14 @@ inline constexpr RouterDaemon ROUTER_DAEMONS[] = {
     {"msdpd", MCAST_FAMILY_IPV4, SERVICE_MSDPD, CONTROL_PORT_MSDPD},
 };
 
+// The component that a daemon is to the MRIB process; the IPv6 gmpd has the twin of the IPv4 one.
+constexpr uint8_t COMPONENT_MRIBD = 0;
+constexpr uint8_t COMPONENT_GMPD_IPV4 = 4;
+constexpr uint8_t COMPONENT_MSDPD = 8;
+
+// The instance that always exists.
+constexpr uint16_t PUBLIC_INSTANCE = 0;
+
 } // namespace mcastd
 
 #endif

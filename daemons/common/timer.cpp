@@ -8,7 +8,6 @@ namespace mcastd
 namespace
 {
 
-constexpr uint32_t MS_PER_S = 1000;
 constexpr uint32_t NS_PER_S = 1000000000;
 
 // Data words of a timer: the Timer itself, its handler, its owner.

@@ -14,6 +14,8 @@
 namespace mcastd
 {
 
+constexpr uint32_t MS_PER_S = 1000;
+
 // Called when a timer ends, with what was given at its start. The timer is then stopped and may be started
 // again or freed.
 using TimerHandler = void (*)(void *owner);

@@ -2,6 +2,7 @@
  * The users at the control endpoint. The library walks its store in the order of the users' interfaces and
  * its message details in the order of nodes and IDs, which are the keys of the tables here.
  */
+#include "daemons/common/user_messages.h"
 #include "daemons/gmpd/control.h"
 #include "daemons/gmpd/group_state.h"
 #include "daemons/gmpd/user_service.h"
@@ -131,8 +132,6 @@ void list_details(Listing listing)
 
 void list_statistics(Listing listing)
 {
-    static constexpr const char *NAMES[USRAUTH_MSG_TYPES] = {
-        "announce", "withdraw", "update", "group list", "group list end", "refresh begin", "refresh end"};
     MCAST_USRAUTH_STATISTICS_S statistics{};
 
     MCAST_USRAUTH_GetStatistics(&statistics);
@@ -142,7 +141,8 @@ void list_statistics(Listing listing)
 
             if (count != 0) {
                 listing.rows.add({ControlField::family(listing.family), ControlField::number(kind),
-                                  ControlField::number(type), ControlField::text(NAMES[type]),
+                                  ControlField::number(type),
+                                  ControlField::text(mcastd::USER_MESSAGE_NAMES[type]),
                                   ControlField::counter(count)});
             }
         }

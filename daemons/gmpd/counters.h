@@ -63,30 +63,13 @@ namespace gmpd
     ROW(SentSources, "sent_source_queries")                                                                  \
     ROW(SendFailed, "send_failures")
 
-// A counter's number.
-enum class Count : uint8_t {
-#define ROW(identifier, name) identifier,
-    GMPD_COUNTERS(ROW)
-#undef ROW
-        Total
-};
+MCASTD_COUNTS(GMPD_COUNTERS)
 
 // No reason: the packet is good.
 inline constexpr Count NO_DROP = Count::Total;
 
 // One set of counters: an interface's, or those of packets that no interface could be told for.
 using Counters = mcastd::CounterSet<Count>;
-
-// The name of a counter.
-inline const char *count_name(Count count)
-{
-    static constexpr const char *names[] = {
-#define ROW(identifier, name) name,
-        GMPD_COUNTERS(ROW)
-#undef ROW
-    };
-    return names[static_cast<size_t>(count)];
-}
 
 } // namespace gmpd
 

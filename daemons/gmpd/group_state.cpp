@@ -28,16 +28,6 @@ namespace gmpd
 namespace
 {
 
-// A limit is warned of from this share on, and again once use has been below the second share.
-constexpr bool warns_at(uint32_t used, uint32_t limit)
-{
-    return uint64_t{used} * 10 >= uint64_t{limit} * 9;
-}
-constexpr bool clears_at(uint32_t used, uint32_t limit)
-{
-    return uint64_t{used} * 10 < uint64_t{limit} * 8;
-}
-
 MCAST_TMR_S *timers_of(const GroupState &group)
 {
     return group.memberships->link.process->timers;
@@ -149,12 +139,9 @@ void warn_group_limit(Memberships &memberships)
 {
     const uint32_t used = MRT_CountTable(memberships.groups);
     const uint32_t limit = memberships.link.process->config.max_groups;
-    if (!memberships.near_group_limit && warns_at(used, limit)) {
-        memberships.near_group_limit = true;
+    if (memberships.group_limit_watch.take(used, limit)) {
         mcastd::log_warning("%s: %u groups, the limit is %u: raise it with --max-groups",
                             memberships.name().c_str(), used, limit);
-    } else if (memberships.near_group_limit && clears_at(used, limit)) {
-        memberships.near_group_limit = false;
     }
 }
 
@@ -162,13 +149,10 @@ void warn_source_limit(GroupState &group)
 {
     const uint32_t used = MRT_CountTable(group.entry->sources);
     const uint32_t limit = group.memberships->link.process->config.max_sources;
-    if (!group.near_source_limit && warns_at(used, limit)) {
-        group.near_source_limit = true;
+    if (group.source_limit_watch.take(used, limit)) {
         mcastd::log_warning("%s: group %s has %u sources, the limit is %u: raise it with --max-sources",
                             group.memberships->name().c_str(), to_text(*group.entry->address).c_str(), used,
                             limit);
-    } else if (group.near_source_limit && clears_at(used, limit)) {
-        group.near_source_limit = false;
     }
 }
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "daemons/common/limit_watch.h"
 #include "daemons/common/memory.h"
 #include "daemons/gmpd/interface.h"
 
@@ -21,13 +22,13 @@ struct GroupState {
     Memberships *memberships = nullptr;
     MRT_GROUP_S *entry = nullptr;
     bool exclude = false;
-    bool told_any = false;          // the MRIB knows the join of any source
-    bool dirty = false;             // what the MRIB knows may be out of date, or records are to go
-    bool near_source_limit = false; // the operator has been warned
-    uint32_t queries_left = 0;      // of the group-specific kind
-    mcastd::Timer timer;            // runs while exclude
-    mcastd::Timer retransmit;       // the next group-specific or source-specific queries
-    mcastd::Timer v1_host;          // runs while hosts of version 1 are taken to be present
+    bool told_any = false; // the MRIB knows the join of any source
+    bool dirty = false;    // what the MRIB knows may be out of date, or records are to go
+    mcastd::LimitWatch<90, 80> source_limit_watch;
+    uint32_t queries_left = 0; // of the group-specific kind
+    mcastd::Timer timer;       // runs while exclude
+    mcastd::Timer retransmit;  // the next group-specific or source-specific queries
+    mcastd::Timer v1_host;     // runs while hosts of version 1 are taken to be present
     mcastd::Timer v2_host;
 };
 

@@ -78,7 +78,7 @@ void interface_stop(Interface &interface)
     }
     forget_groups(interface.memberships);
     interface.running = false;
-    interface.memberships.near_group_limit = false;
+    interface.memberships.group_limit_watch.reset();
     interface.address = any_address(interface.process->config.family);
     interface.process->mrib->tell_running(interface, false);
 }

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <string>
 
+#include "daemons/common/limit_watch.h"
 #include "daemons/gmpd/counters.h"
 #include "mcast/route_table.h"
 
@@ -27,7 +28,7 @@ struct Memberships {
     const uint32_t user_index; // the index by which the user is found; 0: these are the link's own
     std::string user_name;     // "user 7 of node 1"; empty: these are the link's own
     MRT_TABLE_S *groups;
-    bool near_group_limit = false; // the operator has been warned
+    mcastd::LimitWatch<90, 80> group_limit_watch;
 
     // Those of all hosts of the link, which must outlive them.
     explicit Memberships(Interface &of_link);

@@ -8,6 +8,7 @@
 
 #include "daemons/common/log.h"
 #include "daemons/common/membership.h"
+#include "daemons/common/services.h"
 #include "daemons/gmpd/group_state.h"
 #include "daemons/gmpd/trace.h"
 #include "mcast/addr.h"
@@ -18,8 +19,6 @@ namespace gmpd
 namespace
 {
 
-// The component code of the IPv4 daemon; the IPv6 daemon's is its twin.
-constexpr uint32_t COMPONENT_IPV4 = 4;
 constexpr uint32_t SEND_LATER = 0;
 
 // Instances that the channel is set up for at first: more than most routers have, some 200 KiB.
@@ -61,7 +60,8 @@ MribLink::~MribLink()
 bool MribLink::open()
 {
     const bool ipv4 = process_.config.family == MCAST_FAMILY_IPV4;
-    const uint32_t component = ipv4 ? COMPONENT_IPV4 : MCAST_Mid4ToMid6(COMPONENT_IPV4);
+    const uint32_t component =
+        ipv4 ? mcastd::COMPONENT_GMPD_IPV4 : MCAST_Mid4ToMid6(mcastd::COMPONENT_GMPD_IPV4);
     MRIB_GMP_CALLBACKS_S callbacks{};
     MribPolicy::add_callbacks(callbacks);
     process_.policy = &policy_;

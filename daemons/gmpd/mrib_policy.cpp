@@ -16,6 +16,7 @@
 
 #include <utility>
 
+#include "daemons/common/services.h"
 #include "daemons/gmpd/process.h"
 #include "daemons/gmpd/querier.h"
 #include "daemons/gmpd/trace.h"
@@ -26,7 +27,7 @@ namespace gmpd
 namespace
 {
 
-constexpr uint16_t PUBLIC_INSTANCE = 0;
+using mcastd::PUBLIC_INSTANCE;
 constexpr uint32_t OPERATION_ADD = 1;
 
 MribPolicy *the_policy;

@@ -1,3 +1,7 @@
+#include <algorithm>
+#include <string>
+
+#include "daemons/common/user_messages.h"
 #include "daemons/gmpd/status.h"
 #include "daemons/gmpd/user_service.h"
 #include "mcast/interface_name.h"
@@ -11,8 +15,13 @@ using mcastd::Json;
 namespace
 {
 
-constexpr const char *MESSAGE_NAMES[USRAUTH_MSG_TYPES] = {
-    "announce", "withdraw", "update", "group_list", "group_list_end", "refresh_begin", "refresh_end"};
+// The name of a message as one word.
+std::string message_name(uint32_t type)
+{
+    std::string name = mcastd::USER_MESSAGE_NAMES[type];
+    std::replace(name.begin(), name.end(), ' ', '_');
+    return name;
+}
 
 std::string name_of(uint32_t if_index)
 {
@@ -31,7 +40,7 @@ void write_statistics(Json &json)
         for (uint32_t type = 0; type < USRAUTH_MSG_TYPES; ++type) {
             if (statistics.messages[kind][type] != 0) {
                 json.open(nullptr, '{', true);
-                json.text("message", MESSAGE_NAMES[type]);
+                json.text("message", message_name(type));
                 json.number("kind", kind);
                 json.number("count", statistics.messages[kind][type]);
                 json.close('}');

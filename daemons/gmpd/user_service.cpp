@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "daemons/common/log.h"
+#include "daemons/common/services.h"
 #include "daemons/gmpd/process.h"
 #include "mcast/usrauth_wire.h"
 #include "mcasthost/loop.h"
@@ -27,7 +28,7 @@ namespace gmpd
 namespace
 {
 
-constexpr uint16_t PUBLIC_INSTANCE = 0;
+using mcastd::PUBLIC_INSTANCE;
 constexpr uint32_t FILTER_PASS = 0;
 
 UserService *the_service;

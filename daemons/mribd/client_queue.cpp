@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <sys/socket.h>
 
+#include "daemons/common/services.h"
 #include "mcast/mrib_message.h"
 
 namespace mribd
@@ -11,7 +12,6 @@ namespace
 {
 
 // This process's code in the messages it sends; clients do not look at it.
-constexpr uint8_t COMPONENT = 0;
 
 } // namespace
 
@@ -28,7 +28,7 @@ void ClientQueue::append(uint16_t type, const void *value, size_t size)
             return;
         }
         messages_.emplace_back(sizeof(MRIB_MSG_HEADER_S));
-        MRIB_MsgReset(messages_.back().data(), COMPONENT);
+        MRIB_MsgReset(messages_.back().data(), mcastd::COMPONENT_MRIBD);
     }
     std::vector<uint8_t> &message = messages_.back();
     uint32_t used = static_cast<uint32_t>(message.size());

@@ -12,13 +12,13 @@
 #include <vector>
 
 #include "daemons/common/config_file.h"
+#include "daemons/common/services.h"
 #include "daemons/mribd/address.h"
 
 namespace mribd
 {
 
-// The instance that always exists.
-constexpr uint16_t PUBLIC_INSTANCE = 0;
+using mcastd::PUBLIC_INSTANCE;
 
 // Where the family stands in the pairs below.
 constexpr size_t family_row(uint8_t family)

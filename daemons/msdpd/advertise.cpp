@@ -1,3 +1,14 @@
+/*
+ * All local sources are announced once an interval. The table of them is walked in batches, one or several a
+ * second, so that a large one is spread over the interval and a small one is told at once and waits for the
+ * rest of it:
+ *
+ *     tick:   batch  batch  batch ... end of the table   (nothing)        begin again
+ *             |------ a second each ------|--- what is left of the interval ---|
+ *
+ * The cursor is a position, not a pointer: sources may come and go between two batches. A source that appears
+ * does not wait for the walk: it is collected in fresh and goes out when the round of the event loop ends.
+ */
 #include "daemons/msdpd/advertise.h"
 
 #include <algorithm>
@@ -11,7 +22,7 @@ namespace msdpd
 namespace
 {
 
-constexpr uint32_t MS_PER_S = 1000;
+using mcastd::MS_PER_S;
 
 void tick(void *owner);
 

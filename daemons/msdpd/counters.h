@@ -48,26 +48,9 @@ namespace msdpd
     ROW(SentResponses, "sent_responses")                                                                     \
     ROW(SentKeepalives, "sent_keepalives")
 
-// A counter's number.
-enum class Count : uint8_t {
-#define ROW(identifier, name) identifier,
-    MSDPD_COUNTERS(ROW)
-#undef ROW
-        Total
-};
+MCASTD_COUNTS(MSDPD_COUNTERS)
 
 using Counters = mcastd::CounterSet<Count>;
-
-// The name of a counter.
-inline const char *count_name(Count count)
-{
-    static constexpr const char *names[] = {
-#define ROW(identifier, name) name,
-        MSDPD_COUNTERS(ROW)
-#undef ROW
-    };
-    return names[static_cast<size_t>(count)];
-}
 
 } // namespace msdpd
 

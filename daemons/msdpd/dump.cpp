@@ -8,7 +8,7 @@ namespace
 {
 
 // What may wait for a peer while more is appended.
-constexpr size_t LOW_WATER = Output::LIMIT / 4;
+constexpr size_t LOW_WATER = SendBuffer::LIMIT / 4;
 
 void dump_local_sources(Peer &peer)
 {

@@ -6,6 +6,7 @@
  */
 #include "daemons/msdpd/mrib_link.h"
 
+#include "daemons/common/services.h"
 #include "daemons/msdpd/request.h"
 #include "daemons/msdpd/trace.h"
 
@@ -14,14 +15,14 @@ namespace msdpd
 namespace
 {
 
-constexpr uint8_t COMPONENT = 8;
-constexpr uint32_t PUBLIC_INSTANCE = 0;
+using mcastd::MS_PER_S;
+using mcastd::PUBLIC_INSTANCE;
+
 constexpr uint8_t OPERATION_DELETE = 0;
 constexpr uint8_t OPERATION_ADD = 1;
 constexpr uint8_t NO_ENTRY = 0;
-constexpr uint32_t MS_PER_S = 1000;
 
-// Whom the callbacks of the channel concern; they get no context of their own.
+// The speaker that the callbacks of the channel act on; they get no context of their own.
 Speaker *the_speaker;
 
 bool is_public(const MRIB_GMP_VRF_KEY_S *key)
@@ -70,7 +71,8 @@ MribLink::~MribLink()
 bool MribLink::open(Speaker &speaker)
 {
     MRIB_GMP_CALLBACKS_S callbacks{};
-    callbacks.vrf_enabled = [](const MRIB_GMP_VRF_KEY_S *) {}; // has the state told; the library keeps it
+    callbacks.vrf_enabled = [](const MRIB_GMP_VRF_KEY_S *) {
+    }; // subscribes to the state; the library keeps it
     callbacks.ssm_policy_changed = on_ssm_policy;
     callbacks.msdp_local_source = on_local_source;
     callbacks.msdp_remote_source_request = on_request;
@@ -89,7 +91,7 @@ bool MribLink::open(Speaker &speaker)
     mcastd::timer_start(speaker.timers, relearning_,
                         (speaker.config.connect_retry_s + speaker.config.advertisement_s) * MS_PER_S,
                         on_relearned, this);
-    return channel_.open(speaker.timers, {COMPONENT, MCAST_FAMILY_IPV4, 1}, callbacks);
+    return channel_.open(speaker.timers, {mcastd::COMPONENT_MSDPD, MCAST_FAMILY_IPV4, 1}, callbacks);
 }
 
 void MribLink::close()

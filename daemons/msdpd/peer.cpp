@@ -9,7 +9,7 @@ namespace msdpd
 namespace
 {
 
-constexpr uint32_t MS_PER_S = 1000;
+using mcastd::MS_PER_S;
 
 // The lower address connects, the higher one listens.
 bool connects(const Peer &peer)

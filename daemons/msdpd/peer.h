@@ -19,11 +19,12 @@
 #include <span>
 #include <string>
 
+#include "daemons/common/limit_watch.h"
 #include "daemons/common/timer.h"
 #include "daemons/msdpd/config.h"
 #include "daemons/msdpd/counters.h"
 #include "daemons/msdpd/dump.h"
-#include "daemons/msdpd/output.h"
+#include "daemons/msdpd/send_buffer.h"
 #include "daemons/msdpd/wire.h"
 
 namespace msdpd
@@ -50,9 +51,9 @@ struct Peer {
     uint32_t state_since_s = 0; // boot time
     std::string last_end;       // why the last connection ended; empty when there was none
     Bytes input;                // what was received and is no whole message yet
-    Output output;
+    SendBuffer output;
     Dump dump;
-    bool near_limit = false; // whether the warning about its number of entries was given
+    mcastd::LimitWatch<95, 90> limit_watch; // of its number of entries
     Counters counters;
 
     bool established() const

@@ -18,23 +18,14 @@ namespace msdpd
 namespace
 {
 
-constexpr uint64_t WARNING_PERCENT = 95;
-// Below this share of the limit a warning is due again.
-constexpr uint64_t QUIET_PERCENT = 90;
-
 // Tells the operator, once each time, that a peer comes near its limit.
 void watch_limit(Peer &peer)
 {
-    const uint64_t limit = peer.config.sa_limit;
-    const uint64_t share = uint64_t{peer.speaker.cache.peers().of(peer.config.address)} * 100;
-    if (peer.near_limit && share < limit * QUIET_PERCENT) {
-        peer.near_limit = false;
-    } else if (!peer.near_limit && share >= limit * WARNING_PERCENT) {
-        peer.near_limit = true;
-        mcastd::log_warning(
-            "peer %s: %u of at most %u sources are announced, more will be refused (sa_limit)",
-            to_text(peer.config.address).c_str(), peer.speaker.cache.peers().of(peer.config.address),
-            peer.config.sa_limit);
+    const uint32_t used = peer.speaker.cache.peers().of(peer.config.address);
+    if (peer.limit_watch.take(used, peer.config.sa_limit)) {
+        mcastd::log_warning("peer %s announces %u sources; more than %u are refused: raise sa_limit if they "
+                            "are meant to come",
+                            to_text(peer.config.address).c_str(), used, peer.config.sa_limit);
     }
 }
 

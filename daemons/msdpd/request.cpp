@@ -8,7 +8,7 @@ namespace msdpd
 namespace
 {
 
-constexpr size_t BUSY = Output::LIMIT / 4;
+constexpr size_t BUSY = SendBuffer::LIMIT / 4;
 
 // Collects the pairs of an originator until they fill a message.
 class Responses

@@ -1,3 +1,8 @@
+/*
+ * The rules in their order; docs/msdpd.md lists them. Each names a peer or none, and a peer that is not
+ * connected is none: so an announcement takes the next best way while the best one is down. Nothing is kept
+ * here; an answer holds for the announcement that asked.
+ */
 #include "daemons/msdpd/rpf.h"
 
 namespace msdpd

@@ -12,7 +12,7 @@ namespace
 
 using Visitor = std::function<bool(const SaEntry &)>;
 
-constexpr uint32_t MS_PER_S = 1000;
+using mcastd::MS_PER_S;
 
 uint32_t visit_source(MTABLE_GROUP_S *, MTABLE_SOURCE_S *source, void *visitor)
 {

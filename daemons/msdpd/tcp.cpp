@@ -1,3 +1,18 @@
+/*
+ * Connections without waiting. The speaker's state machine asks for a connection and is told what became of
+ * it; the sockets are all non-blocking and are looked at when the event loop finds them ready.
+ *
+ *     listener ── accept_some ── take ──┐ from a configured peer, to its local_address
+ *     connect ───── finish_connect ─────┴──► peer_connected
+ *     socket readable ── read_some ────────► peer_input
+ *     end of a round ── flush ── send_some ◄─ peer.output, filled by peer_send and dump_continue
+ *
+ * What is sent leaves at the end of a round of the loop, so that the messages of a round share segments. A
+ * socket that takes no more is watched for room; until then its peer's messages wait in a buffer of bounded
+ * size. One wake-up takes a bounded number of reads, sends and accepts, so that no peer keeps the others
+ * waiting. There is at most one connection a peer; the map is keyed by the peer's address, and whatever a
+ * callback of the state machine ends is gone from it when the callback returns.
+ */
 #include "daemons/msdpd/tcp.h"
 
 #include <cerrno>
@@ -41,7 +56,7 @@ Descriptor make_socket()
 {
     Descriptor made(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (made.valid()) {
-        set_option(made, IPPROTO_IP, IP_TOS, TRAFFIC_CLASS); // a wish
+        set_option(made, IPPROTO_IP, IP_TOS, TRAFFIC_CLASS); // best effort
     }
     return made;
 }

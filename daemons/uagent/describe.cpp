@@ -8,6 +8,7 @@
 
 #include "daemons/common/address.h"
 #include "daemons/common/json.h"
+#include "daemons/common/user_messages.h"
 #include "mcast/interface_name.h"
 #include "mcast/usrauth_wire.h"
 
@@ -27,9 +28,6 @@ struct Field {
 };
 
 using Fields = std::vector<Field>;
-
-constexpr const char *MESSAGE_NAMES[USRAUTH_MSG_TYPES] = {
-    "announce", "withdraw", "update", "group list", "group list end", "refresh begin", "refresh end"};
 
 std::string hardware_text(const std::array<uint8_t, 6> &bytes)
 {
@@ -107,7 +105,7 @@ template <typename Visit> void visit_permissions(const Command &command, const M
 
 std::string describe(const Command &command, const Message &message)
 {
-    std::string line = MESSAGE_NAMES[message.type];
+    std::string line = mcastd::USER_MESSAGE_NAMES[message.type];
     for (const Field &field : fields_of(command, message)) {
         line +=
             std::string(" ") + field.name + ' ' + (field.is_text ? field.text : std::to_string(field.number));
@@ -122,7 +120,7 @@ std::string describe_json(const Command &command, const Message &message)
 {
     mcastd::Json json;
     json.open(nullptr, '{', true);
-    json.text("message", MESSAGE_NAMES[message.type]);
+    json.text("message", mcastd::USER_MESSAGE_NAMES[message.type]);
     for (const Field &field : fields_of(command, message)) {
         if (field.is_text) {
             json.text(field.name, field.text);

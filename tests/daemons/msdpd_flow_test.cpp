@@ -332,6 +332,8 @@ TEST(MsdpdFlow, ARequestIsAnsweredWithWhatIsKnown)
     lab.sent(3);
     lab.input(3, build_request(pair(0, 1).group));
     EXPECT_EQ(lab.sent(3), "response 1 1>1 response 2 2>1 response 100 9>1");
+    EXPECT_EQ(lab.count(3, Count::SentResponses), 3u);
+    EXPECT_EQ(lab.count(3, Count::ReceivedRequests), 1u);
     lab.sent(2);
     lab.input(2, build_request(pair(0, 1).group));
     EXPECT_EQ(lab.sent(2), "response 1 1>1 response 100 9>1") << "not what it announced itself";

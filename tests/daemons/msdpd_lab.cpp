@@ -105,7 +105,7 @@ void Lab::announce(unsigned number, const std::vector<Pair> &pairs)
 
 std::string Lab::sent(unsigned number)
 {
-    Output &output = peer(number).output;
+    SendBuffer &output = peer(number).output;
     const Bytes bytes(output.waiting().begin(), output.waiting().end());
     std::span<const uint8_t> left(bytes);
     std::string line;

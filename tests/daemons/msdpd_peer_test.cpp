@@ -244,7 +244,7 @@ TEST(MsdpdPeer, MoreThanWaitsForAPeerAtMostIsDroppedAndEverythingToldLater)
         lab.announce(51, pairs);
     }
     EXPECT_GT(lab.count(50, Count::QueueFull), 0u);
-    EXPECT_LE(lab.peer(50).output.size(), Output::LIMIT);
+    EXPECT_LE(lab.peer(50).output.size(), SendBuffer::LIMIT);
     lab.peer(50).output.clear();
     const uint64_t before = lab.count(50, Count::SentEntries);
     bool more = true;

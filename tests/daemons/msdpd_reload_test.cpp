@@ -62,6 +62,24 @@ TEST(MsdpdReload, WhatDoesNotConcernTheConnectionLeavesItUp)
     EXPECT_EQ(lab.cache(), "1>1");
 }
 
+TEST(MsdpdReload, OnlyAConnectedPeerThatMayGetMoreIsToldEverythingAgain)
+{
+    Lab lab({1, 2, 3}, [](Config &config) { config.peers.at(peer_address(3)).filter_out = 2001; });
+    load_lists();
+    lab.establish({1, 2});
+    lab.announce(1, {pair(1, 1)});
+    lab.sent(2);
+    lab.settings(2).description = "new";
+    lab.configure();
+    EXPECT_EQ(lab.peer(2).dump.phase, Dump::Phase::Done) << "a new description lets nothing more pass";
+    EXPECT_EQ(lab.peer(3).dump.phase, Dump::Phase::Done) << "it is not connected";
+    lab.settings(2).mesh_group = "m";
+    lab.configure();
+    EXPECT_TRUE(lab.peer(2).dump.phase != Dump::Phase::Done);
+    dump_continue(lab.peer(2));
+    EXPECT_EQ(lab.sent(2), "sa 1 1>1");
+}
+
 TEST(MsdpdReload, ALowerLimitRemovesWhatIsAboveIt)
 {
     Lab lab({1});

@@ -245,5 +245,5 @@ TEST_F(MsdpdTcp, APeerThatDoesNotReadKeepsNobodyWaiting)
     EXPECT_FALSE(tcp.flush()) << "nothing to do before the peer reads";
     EXPECT_EQ(state(), "established");
     EXPECT_GT(peer().counters[Count::QueueFull], 0u);
-    EXPECT_LE(peer().output.size(), Output::LIMIT);
+    EXPECT_LE(peer().output.size(), SendBuffer::LIMIT);
 }

@@ -51,7 +51,7 @@ void check(Lab &lab, const std::set<Pair> &mirror)
         total += count;
         require(count <= peer.config.sa_limit, "more entries than the limit");
         require(peer.input.size() < msdpd::MAX_TLV_SIZE, "a whole message was not taken");
-        require(peer.output.size() <= msdpd::Output::LIMIT, "more waits than may");
+        require(peer.output.size() <= msdpd::SendBuffer::LIMIT, "more waits than may");
         require(peer.established() || peer.output.empty(), "something waits for no connection");
     }
     lab.speaker->cache.originators().visit(Ipv4{}, [&of_originators](Ipv4, uint32_t count) {

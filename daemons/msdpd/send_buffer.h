@@ -2,8 +2,8 @@
  * The bytes that wait for a peer's connection. The bound is what makes a peer that does not read harmless:
  * what does not fit is dropped, and the peer gets everything once more when it reads again (dump.h).
  */
-#ifndef DAEMONS_MSDPD_OUTPUT_H
-#define DAEMONS_MSDPD_OUTPUT_H
+#ifndef DAEMONS_MSDPD_SEND_BUFFER_H
+#define DAEMONS_MSDPD_SEND_BUFFER_H
 
 #include <cstdint>
 #include <span>
@@ -12,7 +12,7 @@
 namespace msdpd
 {
 
-class Output
+class SendBuffer
 {
 public:
     static constexpr size_t LIMIT = 256 * 1024;
