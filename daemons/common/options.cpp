@@ -1,7 +1,6 @@
 #include "daemons/common/options.h"
 
-#include <CLI/CLI.hpp>
-
+#include "daemons/common/command_words.h"
 #include "daemons/common/log.h"
 #include "daemons/common/trace.h"
 
@@ -22,7 +21,7 @@ Options::~Options() = default;
 void Options::add_diagnostics()
 {
     app_->add_option("--log-level", level_, "Least severe messages to log: error, warning, info or debug")
-        ->check(CLI::IsMember({"error", "warning", "info", "debug"}))
+        ->check(one_of({"error", "warning", "info", "debug"}))
         ->capture_default_str();
     app_->add_option("--status-file", status_file_,
                      "File that SIGUSR1 replaces with the daemon's tables; standard output without it");
@@ -30,7 +29,7 @@ void Options::add_diagnostics()
     categories.insert(categories.end(), trace_category_names().begin(), trace_category_names().end());
     app_->add_option("--debug", trace_categories_,
                      "What to trace: all, packet, group, querier, channel, route or user; may be repeated")
-        ->check(CLI::IsMember(categories))
+        ->check(one_of(categories))
         ->allow_extra_args(false);
     app_->add_option("--debug-acl", trace_acl_,
                      "Access list of the configuration; traces about other sources and groups are left out");
@@ -46,7 +45,7 @@ void Options::add_family(const std::string &help)
                                      family_ = name == "ipv6" ? MCAST_FAMILY_IPV6 : MCAST_FAMILY_IPV4;
                                  },
                                  help)
-                             ->check(CLI::IsMember({"ipv4", "ipv6"}));
+                             ->check(one_of({"ipv4", "ipv6"}));
     CLI::Option *ipv4 = app_->add_flag_callback(
         "-4", [this] { family_ = MCAST_FAMILY_IPV4; }, "The same as --family ipv4");
     CLI::Option *ipv6 = app_->add_flag_callback(
@@ -62,6 +61,7 @@ void Options::add_config(const std::string &help, Config need)
 
 std::optional<int> Options::parse(int argc, char **argv)
 {
+    explain_errors(*app_);
     try {
         app_->parse(argc, argv);
     } catch (const CLI::ParseError &error) {

@@ -18,30 +18,18 @@ struct ClearOptions {
     std::optional<uint16_t> node;
 };
 
-// Done when at least one daemon did it and none refused.
-int clear(const Daemons &daemons, mcastd::ControlCommand command, const mcastd::ControlFields &arguments)
-{
-    Outcome outcome;
-    for (const DaemonInfo *daemon : daemons) {
-        std::string answer;
-        append(&outcome, give_command(*daemon, command, arguments, &answer));
-    }
-    report(outcome);
-    return outcome.good() && outcome.unreachable.size() < daemons.size() ? EXIT_DONE : EXIT_FAILED;
-}
-
 int clear_users(const ClearOptions &options)
 {
     mcastd::ControlFields arguments;
     if (options.node) {
         arguments.push_back(mcastd::ControlField::number(*options.node));
     }
-    return clear(daemons_named("gmpd", options.filter.family), mcastd::COMMAND_CLEAR_USERS, arguments);
+    return command_all(daemons_named("gmpd", options.filter.family), mcastd::COMMAND_CLEAR_USERS, arguments);
 }
 
 int clear_user_counters(const ClearOptions &options)
 {
-    return clear(daemons_named("gmpd", options.filter.family), mcastd::COMMAND_CLEAR_USER_COUNTERS, {});
+    return command_all(daemons_named("gmpd", options.filter.family), mcastd::COMMAND_CLEAR_USER_COUNTERS, {});
 }
 
 int clear_msdp_cache(const ClearOptions &options)
@@ -50,7 +38,8 @@ int clear_msdp_cache(const ClearOptions &options)
     if (options.filter.group) {
         arguments.push_back(mcastd::ControlField::address(*options.filter.group));
     }
-    return clear(daemons_named("msdpd", options.filter.family), mcastd::COMMAND_CLEAR_MSDP_CACHE, arguments);
+    return command_all(daemons_named("msdpd", options.filter.family), mcastd::COMMAND_CLEAR_MSDP_CACHE,
+                       arguments);
 }
 
 void add_users(const CommandLine &line, CLI::App &clear)

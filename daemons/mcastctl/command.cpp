@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "daemons/common/command_words.h"
 #include "daemons/mcastctl/text.h"
 
 namespace mcastctl
@@ -22,7 +23,8 @@ int say_what_is_missing(const CLI::App &root)
     while (!command->get_subcommands().empty()) {
         command = command->get_subcommands().front();
     }
-    std::fprintf(stderr, "%s: what?\n%s", command->get_name().c_str(), command->help().c_str());
+    std::fprintf(stderr, "%s: an argument is missing\n%s", command->get_name().c_str(),
+                 command->help().c_str());
     return EXIT_USAGE;
 }
 
@@ -33,7 +35,7 @@ void on_command(const CommandLine &line, CLI::App &command, std::function<int()>
     command.callback([chosen = line.run, run = std::move(run)] { *chosen = run; });
 }
 
-void report(const Outcome &outcome)
+int report(const Daemons &asked, const Outcome &outcome)
 {
     for (const DaemonInfo *daemon : outcome.unreachable) {
         std::fprintf(stderr, "mcastctl: %s\n", not_ready_text(daemon_title(*daemon)).c_str());
@@ -41,6 +43,25 @@ void report(const Outcome &outcome)
     for (const std::string &error : outcome.errors) {
         std::fprintf(stderr, "mcastctl: %s\n", error.c_str());
     }
+    return outcome.good() && outcome.unreachable.size() < asked.size() ? EXIT_DONE : EXIT_FAILED;
+}
+
+int ask_all(const Daemons &daemons, const std::function<Outcome(const DaemonInfo &)> &ask)
+{
+    Outcome outcome;
+    for (const DaemonInfo *daemon : daemons) {
+        append(&outcome, ask(*daemon));
+    }
+    return report(daemons, outcome);
+}
+
+int command_all(const Daemons &daemons, mcastd::ControlCommand command,
+                const mcastd::ControlFields &arguments)
+{
+    return ask_all(daemons, [&](const DaemonInfo &daemon) {
+        std::string answer;
+        return give_command(daemon, command, arguments, &answer);
+    });
 }
 
 int run_command_line(int argc, const char *const *argv)
@@ -48,6 +69,7 @@ int run_command_line(int argc, const char *const *argv)
     CLI::App root("Reads and sets the tables of the running multicast daemons", "mcastctl");
     root.set_version_flag("--version", "mcastctl " MCAST_VERSION);
     root.require_subcommand(0, 1);
+    mcastd::explain_errors(root);
     CLI::App &show = *root.add_subcommand("show", "Show a table");
     CLI::App &set = *root.add_subcommand("set", "Set a value");
     std::function<int()> run;

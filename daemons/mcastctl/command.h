@@ -42,8 +42,16 @@ void add_complete_command(const CommandLine &line);
 // Reads the command line and does what it says. The exit code.
 int run_command_line(int argc, const char *const *argv);
 
-// Says on standard error which daemons could not be reached and what others refused.
-void report(const Outcome &outcome);
+// Says on standard error which of the daemons that were asked could not be reached and what others refused.
+// EXIT_DONE when at least one did what it was asked for and none refused.
+int report(const Daemons &asked, const Outcome &outcome);
+
+// Asks each of the daemons, and reports.
+int ask_all(const Daemons &daemons, const std::function<Outcome(const DaemonInfo &)> &ask);
+
+// Gives each of the daemons the command, and reports.
+int command_all(const Daemons &daemons, mcastd::ControlCommand command,
+                const mcastd::ControlFields &arguments);
 
 } // namespace mcastctl
 

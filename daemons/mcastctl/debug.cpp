@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "daemons/common/command_words.h"
 #include "daemons/common/control_debug.h"
 #include "daemons/common/trace.h"
 #include "daemons/mcastctl/arguments.h"
@@ -72,18 +73,11 @@ ControlFields arguments_for(bool on, const DebugOptions &options)
     return arguments;
 }
 
-// Tells each daemon that runs. Done when at least one did it and none refused.
 int debug(bool on, const DebugOptions &options)
 {
-    Outcome outcome;
-    const Daemons daemons =
-        daemons_named(options.daemon.empty() ? nullptr : options.daemon.c_str(), options.family);
-    for (const DaemonInfo *daemon : daemons) {
-        std::string answer;
-        append(&outcome, give_command(*daemon, mcastd::COMMAND_DEBUG, arguments_for(on, options), &answer));
-    }
-    report(outcome);
-    return outcome.good() && outcome.unreachable.size() < daemons.size() ? EXIT_DONE : EXIT_FAILED;
+    const char *name = options.daemon.empty() ? nullptr : options.daemon.c_str();
+    return command_all(daemons_named(name, options.family), mcastd::COMMAND_DEBUG,
+                       arguments_for(on, options));
 }
 
 CLI::App &add_switch(const CommandLine &line, CLI::App &parent, bool on, const char *help)
@@ -92,7 +86,7 @@ CLI::App &add_switch(const CommandLine &line, CLI::App &parent, bool on, const c
     CLI::App &command = *parent.add_subcommand(on ? "on" : "off", help);
     command.add_option("--daemon", options->daemon, "Daemon; all that run without it")
         ->type_name("DAEMON")
-        ->check(CLI::IsMember(daemon_names()).description(""));
+        ->check(mcastd::one_of(daemon_names()).description(""));
     add_family(command, &options->family);
     if (on) {
         command.add_option("--acl", options->acl, help_text(Help::Acl))->type_name("NUMBER");
@@ -102,7 +96,7 @@ CLI::App &add_switch(const CommandLine &line, CLI::App &parent, bool on, const c
         .add_option("CATEGORY", options->categories,
                     "What to trace: all (" + std::string(help_text(Help::AllDebugging)) +
                         "), packet, group, querier, channel, route or user")
-        ->check(CLI::IsMember(category_names()).description(""))
+        ->check(mcastd::one_of(category_names()).description(""))
         ->required(on);
     on_command(line, command, [on, options] { return debug(on, *options); });
     return command;

@@ -19,21 +19,16 @@ struct SetOptions {
     uint32_t seconds = 0;
 };
 
-// Sets the interval at each daemon that runs. Done when at least one took it and none refused.
 int set_query_interval(const SetOptions &options)
 {
     mcastd::ControlFields key;
     if (options.filter.if_index) {
         key.push_back(mcastd::ControlField::interface(*options.filter.if_index));
     }
-    Outcome outcome;
-    const Daemons daemons = daemons_named("gmpd", options.filter.family);
-    for (const DaemonInfo *daemon : daemons) {
-        append(&outcome, set_value(*daemon, mcastd::INTERFACE_TABLE, key, mcastd::SETTING_QUERY_INTERVAL,
-                                   mcastd::ControlField::number(options.seconds)));
-    }
-    report(outcome);
-    return outcome.good() && outcome.unreachable.size() < daemons.size() ? EXIT_DONE : EXIT_FAILED;
+    return ask_all(daemons_named("gmpd", options.filter.family), [&](const DaemonInfo &daemon) {
+        return set_value(daemon, mcastd::INTERFACE_TABLE, key, mcastd::SETTING_QUERY_INTERVAL,
+                         mcastd::ControlField::number(options.seconds));
+    });
 }
 
 // A number of seconds, or "default" where an interface may go back to the common value.

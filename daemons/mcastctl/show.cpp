@@ -141,9 +141,8 @@ int show(const ShowTable &table, const ShowOptions &options)
     const auto read = key.size() == schema.key_size ? get_row : (table.merged ? walk_merged : walk_in_turn);
     const Outcome outcome = read(daemons, schema, key, visitor);
     const bool written = output.finish();
-    report(outcome);
-    const bool nobody_answered = outcome.unreachable.size() == daemons.size();
-    return written && outcome.good() && !nobody_answered ? EXIT_DONE : EXIT_FAILED;
+    const int code = report(daemons, outcome);
+    return written ? code : EXIT_FAILED;
 }
 
 void add_options(CLI::App &command, const ControlSchema &schema, ShowOptions &options)

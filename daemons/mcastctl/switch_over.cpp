@@ -12,17 +12,9 @@ namespace mcastctl
 namespace
 {
 
-// Done when at least one daemon did it and none refused.
 int switch_over(const Filter &filter)
 {
-    Outcome outcome;
-    const Daemons daemons = daemons_named("gmpd", filter.family);
-    for (const DaemonInfo *daemon : daemons) {
-        std::string answer;
-        append(&outcome, give_command(*daemon, mcastd::COMMAND_SWITCH_OVER, {}, &answer));
-    }
-    report(outcome);
-    return outcome.good() && outcome.unreachable.size() < daemons.size() ? EXIT_DONE : EXIT_FAILED;
+    return command_all(daemons_named("gmpd", filter.family), mcastd::COMMAND_SWITCH_OVER, {});
 }
 
 } // namespace

@@ -15,6 +15,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "daemons/common/command_words.h"
 #include "daemons/common/descriptor.h"
 #include "daemons/mcastctl/arguments.h"
 #include "daemons/mcastctl/command.h"
@@ -160,7 +161,7 @@ void add_watch_command(const CommandLine &line)
         names.emplace_back(each.name);
         help += std::string("\n") + each.name + ": " + each.help;
     }
-    command.add_option("events", options->events, help)->check(CLI::IsMember(names))->type_name("EVENTS");
+    command.add_option("events", options->events, help)->check(mcastd::one_of(names))->type_name("EVENTS");
     command.add_flag("--changes", options->changes_alone, "Without what holds at the start");
     command.add_flag("--time", options->with_time, "Begin each line with the time");
     add_family(command, &options->family);

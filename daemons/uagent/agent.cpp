@@ -194,7 +194,7 @@ bool Agent::watch(int input, const std::string &input_name, std::string *error)
             return false;
         }
         if (size == 0) {
-            *error = "there were wrong lines";
+            *error = "some lines were invalid";
             return all_good_;
         }
     }

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "daemons/common/nearest_word.h"
 #include "daemons/uagent/values.h"
 
 namespace uagent
@@ -138,6 +139,18 @@ constexpr Key KEYS[] = {
 };
 constexpr size_t KEY_COUNT = std::size(KEYS);
 
+// The names of the keys that go with the verb.
+std::vector<std::string> keys_of(Verb verb)
+{
+    std::vector<std::string> names;
+    for (const Key &key : KEYS) {
+        if ((key.allowed & bit(verb)) != 0) {
+            names.emplace_back(key.name);
+        }
+    }
+    return names;
+}
+
 bool read_verb(const std::string &word, Verb *verb)
 {
     for (size_t i = 0; i < std::size(VERB_NAMES); ++i) {
@@ -162,9 +175,14 @@ size_t find_key(const std::string &name)
 bool take_word(const std::string &word, Command *command, bool *seen, std::string *error)
 {
     const size_t equals = word.find('=');
-    const size_t place = find_key(word.substr(0, equals));
-    if (equals == std::string::npos || place == KEY_COUNT) {
-        *error = "no word of the form key=value, or an unknown key";
+    const std::string name = word.substr(0, equals);
+    const size_t place = find_key(name);
+    if (equals == std::string::npos) {
+        *error = "not of the form key=value";
+        return false;
+    }
+    if (place == KEY_COUNT) {
+        *error = "unknown key" + mcastd::suggestion(name, keys_of(command->verb));
         return false;
     }
     const Key &key = KEYS[place];
@@ -206,8 +224,13 @@ bool parse_command(const std::vector<std::string> &words, uint16_t family, Comma
     command->family = family;
     command->address.family = family;
     command->second_address.family = family;
-    if (words.empty() || !read_verb(words.front(), &command->verb)) {
-        *error = words.empty() ? "there is no command" : words.front() + ": no command of that name";
+    if (words.empty()) {
+        *error = "there is no command";
+        return false;
+    }
+    if (!read_verb(words.front(), &command->verb)) {
+        *error = words.front() + ": no command of that name" +
+                 mcastd::suggestion(words.front(), {std::begin(VERB_NAMES), std::end(VERB_NAMES)});
         return false;
     }
     for (size_t i = 1; i < words.size(); ++i) {

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "daemons/common/command_words.h"
 #include "daemons/common/log.h"
 #include "daemons/uagent/agent.h"
 
@@ -31,7 +32,7 @@ void add_options(CLI::App &app, Arguments &arguments)
                                     family = name == "ipv6" ? MCAST_FAMILY_IPV6 : MCAST_FAMILY_IPV4;
                                 },
                                 "Family of the daemon: ipv4 (the default) or ipv6")
-                             ->check(CLI::IsMember({"ipv4", "ipv6"}));
+                             ->check(mcastd::one_of({"ipv4", "ipv6"}));
     CLI::Option *ipv4 = app.add_flag_callback(
         "-4", [&family] { family = MCAST_FAMILY_IPV4; }, "The same as --family ipv4");
     CLI::Option *ipv6 = app.add_flag_callback(
@@ -87,6 +88,7 @@ int main(int argc, char **argv)
     std::string error;
     add_options(app, arguments);
     app.set_version_flag("--version", "uagent " MCAST_VERSION);
+    mcastd::explain_errors(app);
     CLI11_PARSE(app, argc, argv);
     mcastd::log_open("uagent", mcastd::LogLevel::Info);
     if (!run(arguments, &error)) {

@@ -278,7 +278,7 @@ TEST_F(UagentAgent, WatchSendsEachLineAtOnceAndPassesOverWrongOnes)
     EXPECT_EQ(recv(fd, packet, sizeof(packet), 0), 12) << "the last line needs no newline";
     watcher.join();
     EXPECT_FALSE(result);
-    EXPECT_EQ(error, "there were wrong lines");
+    EXPECT_EQ(error, "some lines were invalid");
     EXPECT_EQ(text(),
               "withdraw user 7 node 3 kind 1\nrefresh begin node 3 kind 1\nrefresh end node 3 kind 1\n");
     close(fd);
