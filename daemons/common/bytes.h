@@ -65,7 +65,7 @@ public:
     {
         return number(8);
     }
-    // For a value that may not stand where it was read.
+    // For a value that is not allowed in its place.
     void fail()
     {
         failed_ = true;

@@ -2,10 +2,10 @@
  * The control endpoint of a daemon: a local port on which mcastctl reads tables, sets values and gives
  * commands. A connection carries one request and one reply and is then closed.
  *
- * What a client can cost is bounded. Who connects and says nothing holds one of a few places, and the one
- * that has waited longest gives way to a newcomer; who sends more than its request is not read any further;
- * a reply is sent without waiting or not at all. One wake-up serves a few clients, then everything else has
- * its turn.
+ * What a client can cost is bounded. A client that connects and sends nothing holds one of a few places, and the one
+ * that has waited longest gives way to a newcomer; a client that sends more than its request is not read any
+ * further; a reply is sent without waiting or not at all. One wake-up serves a few clients, then everything
+ * else has its turn.
  */
 #ifndef DAEMONS_COMMON_CONTROL_H
 #define DAEMONS_COMMON_CONTROL_H

@@ -15,7 +15,7 @@
 namespace mcastd
 {
 
-// The numbers stand on the wire.
+// The numbers are those on the wire.
 enum class FieldType : uint8_t {
     None = 0, // there is no value
     Number = 1,

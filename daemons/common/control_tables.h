@@ -90,7 +90,7 @@ inline constexpr ControlColumn USER_COLUMNS[] = {
     {"address", FieldType::Address}, // None: the user is not served
     {"name", FieldType::Text},
     {"permitted", FieldType::Number}, // pairs that the user may join
-    {"groups", FieldType::Number},    // that he joined
+    {"groups", FieldType::Number},    // that the user joined
 };
 inline constexpr ControlSchema USER_TABLE{20, "users", 1, USER_COLUMNS};
 
@@ -174,7 +174,7 @@ inline constexpr ControlColumn MSDP_COUNTER_COLUMNS[] = {
 };
 inline constexpr ControlSchema MSDP_COUNTER_TABLE{50, "msdp-counters", 2, MSDP_COUNTER_COLUMNS};
 
-// For each originator in the cache the peer from whom its announcements are accepted now.
+// For each originator in the cache the peer from which its announcements are accepted now.
 inline constexpr ControlColumn MSDP_RPF_COLUMNS[] = {
     {"originator", FieldType::Address},
     {"peer", FieldType::Address}, // None: they are not accepted

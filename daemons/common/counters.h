@@ -13,7 +13,7 @@ namespace mcastd
 {
 
 // Of a macro ROWS(ROW) that is a list of ROW(identifier, "name"): the enumeration Count with the identifiers and
-// Total after them, and the function count_name(Count), in the namespace where it stands.
+// Total after them, and the function count_name(Count), in the namespace in which it is written.
 #define MCASTD_COUNT_IDENTIFIER(identifier, name) identifier,
 #define MCASTD_COUNT_NAME(identifier, name) name,
 #define MCASTD_COUNTS(ROWS)                                                                                  \

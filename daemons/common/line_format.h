@@ -17,7 +17,7 @@
 namespace mcastd
 {
 
-// What a conversion takes. None stands for what no conversion takes, 64-bit integers among it.
+// What a conversion takes. None is what no conversion takes, 64-bit integers among it.
 enum class LineArgument { None, Integer, Text, Pointer, Double, Address };
 
 constexpr LineArgument line_letter_takes(char letter)

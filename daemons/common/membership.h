@@ -21,12 +21,12 @@ constexpr uint8_t MEMBERSHIP_PRUNE = 0;
 constexpr uint8_t MEMBERSHIP_JOIN = 1;
 
 // Second flag of a join/prune record. Exclude: source S of group G is blocked on the interface while (*, G)
-// is joined; a join sets the block and a prune removes it. An all-zero source stands for any source and is
+// is joined; a join sets the block and a prune removes it. An all-zero source means any source and is
 // never combined with Exclude.
 constexpr uint8_t MEMBERSHIP_PLAIN = 0;
 constexpr uint8_t MEMBERSHIP_EXCLUDE = 1;
 
-// Value of an enable record: the protocol runs on the interface, or does no longer; 0 forgets every
+// Value of an enable record: the protocol runs on the interface, or no longer does; 0 forgets every
 // membership that the client had reported there.
 constexpr uint8_t GMP_DISABLED = 0;
 constexpr uint8_t GMP_ENABLED = 1;

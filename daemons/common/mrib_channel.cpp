@@ -109,7 +109,7 @@ void MribChannel::connect()
     if (MRIB_GMP_OpenConnect() != MCAST_OK || !connected_) {
         if (!reported_missing_) {
             reported_missing_ = true;
-            log_warning("no connection to the MRIB process yet, trying every second: is mribd running?");
+            log_warning("the MRIB process cannot be reached, trying every second: is mribd running?");
         }
         retry_later();
         return;
@@ -153,7 +153,7 @@ void MribChannel::on_disconnected(int32_t socket)
     channel.connected_ = false;
     channel.reactor_.remove(socket);
     if (channel.open_) {
-        log_warning("the connection to the MRIB process is gone, trying every second");
+        log_warning("the connection to the MRIB process broke, trying every second");
         channel.reported_missing_ = true;
         channel.retry_later();
     }
@@ -175,7 +175,7 @@ void MribChannel::flush()
         return;
     }
     if (MRIB_GMP_CloseFailConnection() == 1) {
-        log_warning("records for the MRIB process were lost, starting over");
+        log_warning("records for the MRIB process were lost; connecting again and sending everything anew");
         return;
     }
     MRIB_GMP_SendAtOnce();

@@ -82,7 +82,7 @@ private:
     void add_diagnostics();
 
     const char *name_;
-    std::unique_ptr<CLI::App> app_; // its header is large: only who adds options includes it
+    std::unique_ptr<CLI::App> app_; // its header is large: only files that add options include it
     std::string level_ = "info";
     std::string status_file_;
     std::string config_file_;

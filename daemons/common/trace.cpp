@@ -55,7 +55,7 @@ bool trace_switch(std::string_view name, bool on, std::string *error)
         bits |= name == CATEGORY_NAMES[i] ? 1u << i : 0;
     }
     if (bits == 0) {
-        *error = "there is nothing called \"" + std::string(name) + "\" to trace: all";
+        *error = "no trace category \"" + std::string(name) + "\"; allowed: all";
         for (const char *known : CATEGORY_NAMES) {
             *error += std::string(", ") + known;
         }
@@ -69,7 +69,7 @@ bool trace_filter_acl(uint32_t number, std::string *error)
 {
     if (number != MCAST_NONE && ACL_GetRuleTotalNumber(ACL_FAMILY_IPV4, number) == 0 &&
         ACL_GetRuleTotalNumber(ACL_FAMILY_IPV6, number) == 0) {
-        *error = "there is no access list " + std::to_string(number) + " with rules";
+        *error = "no access list " + std::to_string(number) + " with rules is configured";
         return false;
     }
     g_settings.acl = number;

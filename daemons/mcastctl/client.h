@@ -21,7 +21,7 @@ using Daemons = std::vector<const DaemonInfo *>;
 // How reading a table from several daemons went.
 struct Outcome {
     Daemons unreachable;
-    std::vector<std::string> errors; // what a daemon said, opened by its name
+    std::vector<std::string> errors; // what the daemons refused, each with the daemon's name in front
 
     bool good() const
     {

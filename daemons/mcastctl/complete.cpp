@@ -1,5 +1,5 @@
 /*
- * "complete WORDS...": what may stand in place of the last word, one a line, for the completion of shells. It
+ * "complete WORDS...": what the last word may be, one a line, for the completion of shells. It
  * follows the command line as the other commands built it, so that nothing is listed twice.
  */
 #include <cstdio>

@@ -28,7 +28,7 @@ std::string field_text(const mcastd::ControlField &field);
 class TextTable
 {
 public:
-    // A heading is a column's name with blanks; numbers stand to the right.
+    // A heading is a column's name with blanks; numbers are set to the right.
     void add_column(const std::string &name, bool to_the_right);
 
     // Adds a row of a text for each column.

@@ -39,7 +39,7 @@ void take_seconds(const std::string &text, SetOptions &options)
         return;
     }
     if (!CLI::detail::lexical_cast(text, options.seconds) || options.seconds == 0) {
-        throw CLI::ValidationError("SECONDS", text + ": neither a number of seconds from 1 on nor default");
+        throw CLI::ValidationError("SECONDS", text + ": neither a number of seconds (1 or more) nor default");
     }
 }
 
@@ -59,7 +59,9 @@ void add_set_commands(const CommandLine &line)
         ->required();
     on_command(line, command, [options] {
         if (options->seconds == 0 && !options->filter.if_index) {
-            std::fputs("mcastctl: default is for an interface; give one with --interface\n", stderr);
+            std::fputs(
+                "mcastctl: default gives one interface the common value again: name it with --interface\n",
+                stderr);
             return EXIT_USAGE;
         }
         return set_query_interval(*options);

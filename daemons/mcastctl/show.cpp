@@ -36,7 +36,7 @@ constexpr ShowTable TABLES[] = {
     {mcastd::SOURCE_TABLE, "gmpd", false, "Sources of the groups, by interface and group"},
     {mcastd::INTERFACE_TABLE, "gmpd", true, "Interfaces on which IGMP and MLD run"},
     {mcastd::QUERIER_TABLE, "gmpd", true, "Queriers and the values in force"},
-    {mcastd::USER_TABLE, "gmpd", false, "Authenticated users, by the interface that stands for each"},
+    {mcastd::USER_TABLE, "gmpd", false, "Authenticated users, by the interface made for each"},
     {mcastd::USER_RIGHT_TABLE, "gmpd", false, "What authenticated users may join"},
     {mcastd::USER_MESSAGE_TABLE, "gmpd", false, "Messages of authentication agents, by user"},
     {mcastd::USER_STATISTICS_TABLE, "gmpd", false, "Messages of authentication agents, by kind of user"},

@@ -84,7 +84,7 @@ public:
     // The exit code.
     int run()
     {
-        // mribd may go while something is sent to it, and whoever reads the lines may have seen enough.
+        // mribd may end while something is sent to it, and the reader of the lines may have seen enough.
         std::signal(SIGPIPE, SIG_IGN);
         if (!reactor_.valid() || !take_signals()) {
             std::perror("mcastctl: watch");
@@ -118,7 +118,7 @@ private:
         return true;
     }
 
-    // Whether all are open. What cannot be reached is said once.
+    // Whether all are open. An unreachable mribd is reported once.
     bool open_members()
     {
         bool all_open = true;

@@ -1,5 +1,5 @@
 /*
- * What is sent to whom.
+ * Which pairs are sent to which peers.
  */
 #ifndef DAEMONS_MSDPD_FORWARD_H
 #define DAEMONS_MSDPD_FORWARD_H

@@ -11,8 +11,8 @@
  *      default       the peers configured as default_peer, in the order of the file
  *
  * Section 10.1.3 has two more rules about the paths of BGP; the kernel's routes do not tell those.
- * "direction" stands in for them: it finds the peer that the path towards the originator leads past. What is
- * configured for a prefix goes before what routes say, since the operator who writes it means to overrule
+ * "direction" replaces them: it finds the peer that the path towards the originator leads past. What is
+ * configured for a prefix goes before what routes say, since an operator writes it to overrule
  * them.
  */
 #ifndef DAEMONS_MSDPD_RPF_H

@@ -77,7 +77,7 @@ void write_cache(Json &json, const Speaker &speaker)
     json.close(']');
 }
 
-// For each originator in the cache, from whom its announcements are accepted now.
+// For each originator in the cache, the peer from which its announcements are accepted now.
 void write_rpf(Json &json, const Speaker &speaker)
 {
     json.open("rpf", '[');

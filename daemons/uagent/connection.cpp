@@ -125,7 +125,7 @@ bool Connection::flush(std::string *error)
         }
         pollfd state{socket_.get(), POLLOUT, 0};
         if (left.count() <= 0 || poll(&state, 1, static_cast<int>(left.count())) == 0) {
-            *error = mcastd::formatted("the daemon does not read, %u bytes wait",
+            *error = mcastd::formatted("the daemon does not read what was sent to it, %u bytes wait",
                                        static_cast<uint32_t>(Messager_GetDataLen(messager_.get())));
             return false;
         }
@@ -143,7 +143,7 @@ bool Connection::finish(std::string *error)
         poll(nullptr, 0, UNREAD_POLL_MS);
     }
     if (hung_up()) {
-        *error = "the daemon closed the connection; what it has taken is not known";
+        *error = "the daemon closed the connection; how much it has read is not known";
         return false;
     }
     if (unread(socket_.get()) > 0) {

@@ -1,6 +1,6 @@
 /*
  * uagent: an authentication agent for the command line. It tells a multicast daemon of the same network
- * namespace who its users are, where they are attached and what each may join.
+ * namespace which users there are, where they are attached and what each may join.
  */
 #include <CLI/CLI.hpp>
 #include <cerrno>

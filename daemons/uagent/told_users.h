@@ -22,8 +22,8 @@ public:
     // The command is told.
     void note(const Command &command);
 
-    // Everything again. Refreshes that have not ended are begun again, between the users who have not been
-    // announced since and those who have.
+    // Everything again. Refreshes that have not ended are begun again, between the users that have not been
+    // announced since and those that have.
     std::vector<Command> again() const;
 
     size_t count() const

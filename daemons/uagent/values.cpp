@@ -73,7 +73,7 @@ bool read_permission(const std::string &text, uint16_t family, Permission *permi
     read.source.family = family;
     if (comma != std::string::npos &&
         !read_address(text.substr(0, comma), family, SOURCE_CHECKS, &read.source)) {
-        *error = std::string("before the comma is no unicast ") + family_text(family) + " source";
+        *error = std::string("what precedes the comma is no unicast ") + family_text(family) + " source";
         return false;
     }
     const std::string group = comma == std::string::npos ? text : text.substr(comma + 1);

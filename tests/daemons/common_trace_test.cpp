@@ -168,7 +168,7 @@ TEST_F(TraceTest, UnknownCategoryIsRefusedAndChangesNothing)
     std::string error;
     on("route");
     EXPECT_FALSE(trace_switch("routes", true, &error));
-    EXPECT_EQ(error, "there is nothing called \"routes\" to trace: all, packet, group, querier, channel, "
+    EXPECT_EQ(error, "no trace category \"routes\"; allowed: all, packet, group, querier, channel, "
                      "route, user");
     EXPECT_EQ(trace_settings().categories, static_cast<uint32_t>(TraceCategory::Route));
 }
@@ -200,7 +200,7 @@ TEST_F(TraceTest, ListThatIsAbsentOrWithoutRulesIsRefusedAndChangesNothing)
     std::string error;
     ASSERT_TRUE(trace_filter_acl(3002, &error)) << "the list of one family is enough";
     EXPECT_FALSE(trace_filter_acl(3099, &error));
-    EXPECT_EQ(error, "there is no access list 3099 with rules");
+    EXPECT_EQ(error, "no access list 3099 with rules is configured");
     EXPECT_FALSE(trace_filter_acl(3003, &error));
     EXPECT_EQ(trace_settings().acl, 3002u);
     EXPECT_TRUE(trace_filter_acl(MCAST_NONE, &error));
@@ -311,7 +311,7 @@ TEST_F(TraceTest, CommandLineRefusesWhatDoesNotExist)
         EXPECT_NE(printed([&] { EXPECT_TRUE(parse(options, {"testd", wrong})) << wrong; }), "");
     }
     const std::pair<const char *, const char *> rows[] = {
-        {"--debug-acl=3999", "testd: error: there is no access list 3999 with rules\n"},
+        {"--debug-acl=3999", "testd: error: no access list 3999 with rules is configured\n"},
         {"--debug-interface=absent0", "testd: error: there is no interface absent0\n"},
     };
     for (const auto &[wrong, said] : rows) {

@@ -217,7 +217,9 @@ TEST_F(UagentAgent, WhatADaemonThatDoesNotReadLeavesWaitingIsTold)
     const int fd = daemon.accept_one();
     sender.join();
     unsigned waiting = 0;
-    EXPECT_EQ(sscanf(error.c_str(), "the daemon does not read, %u bytes wait", &waiting), 1) << error;
+    EXPECT_EQ(sscanf(error.c_str(), "the daemon does not read what was sent to it, %u bytes wait", &waiting),
+              1)
+        << error;
     EXPECT_GT(waiting, 92u) << "more than one message";
     close(fd);
 }

@@ -171,7 +171,7 @@ TEST(UagentCommand, GroupsAreRoutedOnesAndSourcesUnicast)
     EXPECT_EQ(error_of("groups " + USER + "group=224.0.0.5"),
               "groups: group=224.0.0.5: no IPv4 group that is routed, nor SOURCE,GROUP");
     EXPECT_EQ(error_of("groups " + USER + "group=239.1.1.1,239.1.1.2"),
-              "groups: group=239.1.1.1,239.1.1.2: before the comma is no unicast IPv4 source");
+              "groups: group=239.1.1.1,239.1.1.2: what precedes the comma is no unicast IPv4 source");
     EXPECT_EQ(error_of("groups " + USER + "group=ff02::5", MCAST_FAMILY_IPV6),
               "groups: group=ff02::5: no IPv6 group that is routed, nor SOURCE,GROUP");
     EXPECT_TRUE(parse("groups " + USER + "group=::,ff1e::1 group=fd00::1,ff1e::1", MCAST_FAMILY_IPV6).good);

@@ -198,7 +198,7 @@ class Control(unittest.TestCase):
         self.refused(2, "neither ipv4 nor ipv6", "show", "groups", "--family", "ipx")
         self.refused(2, "neither a number of seconds", "set", "query-interval", "soon")
         self.refused(2, "neither a number of seconds", "set", "query-interval", "-5")
-        self.refused(2, "default is for an interface", "set", "query-interval", "default")
+        self.refused(2, "default gives one interface", "set", "query-interval", "default")
         self.refused(2, "nothing", "show", "nothing")
         self.refused(2, r"show: what\?(.|\n)*routes", "show")
         self.refused(2, r"mcastctl: what\?")
