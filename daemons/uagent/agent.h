@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "daemons/uagent/command.h"
 #include "daemons/uagent/connection.h"
 #include "daemons/uagent/message.h"
-#include "daemons/uagent/told_users.h"
 
 namespace uagent
 {
@@ -35,25 +35,38 @@ public:
     // Sends the commands of a file, one a line. Every line is read before anything is sent.
     bool run_file(const std::string &path, std::string *error);
 
-    // Sends each line that comes from the descriptor as a command, at once, and stays connected until it
-    // ends. A wrong line is logged and passed over. False also when there was one. With reconnect a daemon
-    // that is not there, or ends, is tried every second and told again what had been told before.
-    bool watch(int input, const std::string &input_name, std::string *error);
+    // The steps of which the above are made. Connects to the daemon, unless that was done; or anew.
+    bool connect(std::string *error);
+    bool reconnect(std::string *error);
+
+    // Hands one command to the connection and prints it.
+    bool send(const Command &command, std::string *error);
+
+    // Waits until the daemon has read what was sent.
+    bool finish(std::string *error);
+
+    // Waiting for the daemon then fails as soon as the function says so.
+    void stop_waiting_when(bool (*asked_for)())
+    {
+        connection_.stop_waiting_when(asked_for);
+    }
+
+    // Whether the daemon closed the connection.
+    bool hung_up() const
+    {
+        return connection_.hung_up();
+    }
+
+    // The connection, on which hang-up is reported; -1 when there is none.
+    int descriptor() const
+    {
+        return connection_.descriptor();
+    }
 
 private:
-    bool connect(std::string *error);
-    bool send(const Command &command, std::string *error);
-    bool finish(std::string *error);
-    bool tell_again(std::string *error);
-    bool goes_on(bool good, std::string *error);
-    bool take_line(const std::string &line, const std::string &place, std::string *error);
-    bool take_lines(std::string *pending, const std::string &input_name, size_t *number, std::string *error);
-
     Settings settings_;
     FILE *out_;
     Connection connection_;
-    ToldUsers told_;       // by watch
-    bool all_good_ = true; // no line of watch was wrong
 };
 
 } // namespace uagent

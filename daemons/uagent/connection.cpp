@@ -1,5 +1,6 @@
 #include "daemons/uagent/connection.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
@@ -25,6 +26,8 @@ using Clock = std::chrono::steady_clock;
 // Packets that may wait before send waits for the socket.
 constexpr uint64_t MOST_PENDING = 64;
 constexpr int UNREAD_POLL_MS = 2;
+// The longest wait before it is asked whether to wait on.
+constexpr int64_t WAIT_MS = 100;
 
 // Takes a packet whole or not at all. The result is the reason why not.
 uint64_t transmit(uint32_t peer, const void *data, uint64_t length, uint64_t *sent)
@@ -124,7 +127,12 @@ bool Connection::flush(std::string *error)
             return false;
         }
         pollfd state{socket_.get(), POLLOUT, 0};
-        if (left.count() <= 0 || poll(&state, 1, static_cast<int>(left.count())) == 0) {
+        poll(&state, 1, static_cast<int>(std::clamp(left.count(), int64_t{0}, WAIT_MS)));
+        if (stop_asked_for_()) {
+            *error = "ended before the daemon had read everything";
+            return false;
+        }
+        if (left.count() <= 0) {
             *error = mcastd::formatted("the daemon does not read what was sent to it, %u bytes wait",
                                        static_cast<uint32_t>(Messager_GetDataLen(messager_.get())));
             return false;
@@ -139,7 +147,7 @@ bool Connection::finish(std::string *error)
     if (!flush(error)) {
         return false;
     }
-    while (unread(socket_.get()) > 0 && !hung_up() && Clock::now() < deadline) {
+    while (unread(socket_.get()) > 0 && !hung_up() && !stop_asked_for_() && Clock::now() < deadline) {
         poll(nullptr, 0, UNREAD_POLL_MS);
     }
     if (hung_up()) {

@@ -38,6 +38,12 @@ public:
     // The same, and waits until the daemon has read it.
     bool finish(std::string *error);
 
+    // flush and finish, and send where it waits, fail as soon as the function says so.
+    void stop_waiting_when(bool (*asked_for)())
+    {
+        stop_asked_for_ = asked_for;
+    }
+
     // Whether the daemon closed the connection.
     bool hung_up() const;
 
@@ -56,6 +62,7 @@ private:
     };
 
     int timeout_ms_;
+    bool (*stop_asked_for_)() = [] { return false; };
     mcastd::Descriptor socket_;
     std::unique_ptr<MESSAGER_S, End> messager_;
 };

@@ -9,9 +9,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "daemons/common/command_words.h"
 #include "daemons/common/log.h"
-#include "daemons/uagent/agent.h"
+#include "daemons/uagent/watch.h"
 
 namespace
 {
@@ -21,24 +20,17 @@ struct Arguments {
     std::string file;
     bool watch = false;
     std::vector<std::string> words;
+
+    bool from_standard_input() const
+    {
+        return file.empty() || file == "-";
+    }
 };
 
-void add_options(CLI::App &app, Arguments &arguments)
+void add_options(mcastd::Options &options, Arguments &arguments)
 {
-    uint16_t &family = arguments.settings.family;
-    CLI::Option *named = app.add_option_function<std::string>(
-                                "--family",
-                                [&family](const std::string &name) {
-                                    family = name == "ipv6" ? MCAST_FAMILY_IPV6 : MCAST_FAMILY_IPV4;
-                                },
-                                "Family of the daemon: ipv4 (the default) or ipv6")
-                             ->check(mcastd::one_of({"ipv4", "ipv6"}));
-    CLI::Option *ipv4 = app.add_flag_callback(
-        "-4", [&family] { family = MCAST_FAMILY_IPV4; }, "The same as --family ipv4");
-    CLI::Option *ipv6 = app.add_flag_callback(
-        "-6", [&family] { family = MCAST_FAMILY_IPV6; }, "The same as --family ipv6");
-    ipv4->excludes(ipv6)->excludes(named);
-    ipv6->excludes(named);
+    CLI::App &app = options.app();
+    options.add_family("Family of the daemon: ipv4 (the default) or ipv6");
     app.add_option("--file", arguments.file,
                    "File of commands, one a line; - is standard input. It is checked as a whole before "
                    "anything is sent");
@@ -59,24 +51,24 @@ void add_options(CLI::App &app, Arguments &arguments)
         "announce, update, groups, withdraw, refresh-begin or refresh-end, and its words key=value");
 }
 
-bool run(const Arguments &arguments, std::string *error)
+bool run_once(const Arguments &arguments, std::string *error)
 {
     uagent::Agent agent(arguments.settings, stdout);
-    const bool standard_input = arguments.file.empty() || arguments.file == "-";
-    if (!arguments.words.empty() && (arguments.watch || !arguments.file.empty())) {
-        *error = arguments.words.front() + ": a command does not go with --file or --watch";
-        return false;
-    }
-    if (!arguments.watch) {
-        return arguments.file.empty() ? agent.run_words(arguments.words, error)
-                                      : agent.run_file(standard_input ? "/dev/stdin" : arguments.file, error);
-    }
+    return arguments.file.empty()
+               ? agent.run_words(arguments.words, error)
+               : agent.run_file(arguments.from_standard_input() ? "/dev/stdin" : arguments.file, error);
+}
+
+int watch(const mcastd::Options &options, const Arguments &arguments)
+{
+    const bool standard_input = arguments.from_standard_input();
     const int input = standard_input ? STDIN_FILENO : open(arguments.file.c_str(), O_RDONLY | O_CLOEXEC);
     if (input < 0) {
-        *error = arguments.file + ": " + std::strerror(errno);
-        return false;
+        mcastd::log_error("%s: %s", arguments.file.c_str(), std::strerror(errno));
+        return EXIT_FAILURE;
     }
-    return agent.watch(input, standard_input ? "standard input" : arguments.file, error);
+    const std::string name = standard_input ? "standard input" : arguments.file;
+    return mcastd::run_in_frame<uagent::Watch>(options, arguments.settings, input, name, stdout);
 }
 
 } // namespace
@@ -84,14 +76,24 @@ bool run(const Arguments &arguments, std::string *error)
 int main(int argc, char **argv)
 {
     Arguments arguments;
-    CLI::App app("Authentication agent for the command line: tells gmpd which users may join what", "uagent");
+    mcastd::Options options("uagent",
+                            "Authentication agent for the command line: tells gmpd which users may join what",
+                            mcastd::Options::Kind::Command);
+    add_options(options, arguments);
+    if (const auto code = options.parse(argc, argv)) {
+        return *code;
+    }
+    arguments.settings.family = options.family();
+    if (!arguments.words.empty() && (arguments.watch || !arguments.file.empty())) {
+        mcastd::log_error("%s: a command does not go with --file or --watch",
+                          arguments.words.front().c_str());
+        return EXIT_FAILURE;
+    }
+    if (arguments.watch) {
+        return watch(options, arguments);
+    }
     std::string error;
-    add_options(app, arguments);
-    app.set_version_flag("--version", "uagent " MCAST_VERSION);
-    mcastd::explain_errors(app);
-    CLI11_PARSE(app, argc, argv);
-    mcastd::log_open("uagent", mcastd::LogLevel::Info);
-    if (!run(arguments, &error)) {
+    if (!run_once(arguments, &error)) {
         mcastd::log_error("%s", error.c_str());
         return EXIT_FAILURE;
     }

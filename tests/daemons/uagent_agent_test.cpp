@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -12,7 +13,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "daemons/uagent/agent.h"
+#include "daemons/uagent/watch.h"
 #include "platform/local_socket.h"
 
 using namespace uagent;
@@ -106,6 +107,16 @@ protected:
     {
         Agent agent(settings, out);
         return agent.run_file(file(lines), &error);
+    }
+
+    // The exit code of uagent --watch with this input.
+    int watch(int input)
+    {
+        mcastd::Options options("uagent", "the agent", mcastd::Options::Kind::Command);
+        char name[] = "uagent";
+        char *argv[] = {name, nullptr};
+        EXPECT_FALSE(options.parse(1, argv));
+        return mcastd::run_in_frame<Watch>(options, settings, input, std::string("pipe"), out);
     }
 
     std::string directory;
@@ -250,10 +261,10 @@ TEST_F(UagentAgent, ADaemonThatClosesIsReported)
     Daemon daemon(PORT_IPV4);
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
-    Agent agent(settings, out);
     std::thread closer([&] { close(daemon.accept_one()); });
-    EXPECT_FALSE(agent.watch(ends[0], "pipe", &error));
-    EXPECT_EQ(error, "the daemon closed the connection");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(watch(ends[0]), EXIT_FAILURE);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "uagent: error: the daemon closed the connection\n");
     closer.join();
     close(ends[0]);
     close(ends[1]);
@@ -264,9 +275,9 @@ TEST_F(UagentAgent, WatchSendsEachLineAtOnceAndPassesOverWrongOnes)
     Daemon daemon(PORT_IPV4);
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
-    Agent agent(settings, out);
-    bool result = true;
-    std::thread watcher([&] { result = agent.watch(ends[0], "pipe", &error); });
+    testing::internal::CaptureStderr();
+    int code = EXIT_SUCCESS;
+    std::thread watcher([&] { code = watch(ends[0]); });
     const int fd = daemon.accept_one();
     char packet[READ_MAX];
     const auto write_text = [&](const std::string &line) {
@@ -279,12 +290,26 @@ TEST_F(UagentAgent, WatchSendsEachLineAtOnceAndPassesOverWrongOnes)
     close(ends[1]);
     EXPECT_EQ(recv(fd, packet, sizeof(packet), 0), 12) << "the last line needs no newline";
     watcher.join();
-    EXPECT_FALSE(result);
-    EXPECT_EQ(error, "some lines were invalid");
+    EXPECT_EQ(code, EXIT_FAILURE);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "uagent: error: pipe:4: nonsense: no command of that name\n"
+              "uagent: error: some lines were invalid\n");
     EXPECT_EQ(text(),
               "withdraw user 7 node 3 kind 1\nrefresh begin node 3 kind 1\nrefresh end node 3 kind 1\n");
     close(fd);
     close(ends[0]);
+}
+
+TEST_F(UagentAgent, WatchTakesAFileToItsEnd)
+{
+    Daemon daemon(PORT_IPV4);
+    std::vector<uint16_t> types;
+    std::thread reader([&] { daemon.read_all(&types); });
+    const int input = open(file("withdraw " + USER + "\nrefresh-begin node=3 kind=1").c_str(), O_RDONLY);
+    EXPECT_EQ(watch(input), EXIT_SUCCESS);
+    reader.join();
+    EXPECT_EQ(types.size(), 2u);
+    close(input);
 }
 
 TEST_F(UagentAgent, WithReconnectTheNextDaemonIsToldEverythingAgain)
@@ -293,9 +318,8 @@ TEST_F(UagentAgent, WithReconnectTheNextDaemonIsToldEverythingAgain)
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     settings.reconnect = true;
-    Agent agent(settings, out);
-    bool result = false;
-    std::thread watcher([&] { result = agent.watch(ends[0], "pipe", &error); });
+    int code = EXIT_FAILURE;
+    std::thread watcher([&] { code = watch(ends[0]); });
     const std::string lines = "announce " + USER + " interface=0x7 address=10.2.0.2 group=239.1.1.1\n" +
                               "announce id=8 node=3 kind=1 interface=0x7 address=10.2.0.3\n";
     EXPECT_EQ(write(ends[1], lines.data(), lines.size()), static_cast<ssize_t>(lines.size()));
@@ -315,7 +339,7 @@ TEST_F(UagentAgent, WithReconnectTheNextDaemonIsToldEverythingAgain)
     EXPECT_EQ(recv(fd, again, sizeof(again), 0), 92) << "and then goes on";
     close(ends[1]);
     watcher.join();
-    EXPECT_TRUE(result) << error;
+    EXPECT_EQ(code, EXIT_SUCCESS);
     close(fd);
     close(ends[0]);
 }
