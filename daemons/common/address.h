@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 
+#include "mcast/addr.h"
 #include "mcast/common.h"
 
 namespace mcastd
@@ -35,9 +36,9 @@ constexpr const char *family_name(uint64_t family)
 }
 
 // The unspecified address of the family; as a source it is any source.
-constexpr MCAST_ADDR_S any_address(uint16_t family)
+inline const MCAST_ADDR_S &any_address(uint64_t family)
 {
-    return MCAST_ADDR_S{family, 0, {}};
+    return family == MCAST_FAMILY_IPV4 ? g_stMcastDefSrcAddr4 : g_stMcastDefSrcAddr6;
 }
 
 // The record for an address of the family; bytes holds address_size(family) of them.
