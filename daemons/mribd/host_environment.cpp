@@ -2,9 +2,11 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
+#include <fcntl.h>
+#include <unistd.h>
 #include <utility>
 
+#include "daemons/common/descriptor.h"
 #include "daemons/common/line_format.h"
 #include "daemons/common/log.h"
 #include "daemons/mribd/address.h"
@@ -22,6 +24,14 @@ bool share_prefix(const uint8_t *one, const uint8_t *other, unsigned length)
     const unsigned rest = length % 8;
     return std::memcmp(one, other, whole) == 0 &&
            (rest == 0 || ((one[whole] ^ other[whole]) >> (8 - rest)) == 0);
+}
+
+// The first character of the kernel's setting, '\0' when there is none to read.
+char read_setting(const std::string &path)
+{
+    char value = '\0';
+    const mcastd::Descriptor file(::open(("/proc/sys/" + path).c_str(), O_RDONLY | O_CLOEXEC));
+    return file.valid() && read(file.get(), &value, 1) == 1 ? value : '\0';
 }
 
 } // namespace
@@ -157,16 +167,10 @@ std::string HostEnvironment::obstacle(uint8_t family, uint32_t if_index) const
 {
     const std::string conf =
         std::string("net/") + family_name(family) + "/conf/" + interface_name(if_index) + "/";
-    const auto value_of = [&conf](const char *name) {
-        std::ifstream file("/proc/sys/" + conf + name);
-        std::string value;
-        file >> value;
-        return value;
-    };
-    if (family == MCAST_FAMILY_IPV6 && value_of("disable_ipv6") == "1") {
+    if (family == MCAST_FAMILY_IPV6 && read_setting(conf + "disable_ipv6") == '1') {
         return conf + "disable_ipv6 is 1";
     }
-    return value_of("mc_forwarding") == "0" ? conf + "mc_forwarding is 0" : "";
+    return read_setting(conf + "mc_forwarding") == '0' ? conf + "mc_forwarding is 0" : "";
 }
 
 uint32_t HostEnvironment::owner_of(uint16_t vrf_index, const MCAST_ADDR_S &source) const
