@@ -107,6 +107,7 @@ void MribChannel::start_over()
 void MribChannel::connect()
 {
     if (MRIB_GMP_OpenConnect() != MCAST_OK || !connected_) {
+        MRIB_GMP_CloseConnection(); // one that cannot be watched would count as made for ever
         if (!reported_missing_) {
             reported_missing_ = true;
             log_warning("the MRIB process cannot be reached, trying every second: is mribd running?");
