@@ -63,6 +63,7 @@ bool Links::open(int32_t loop)
         mcastd::log_error("cannot read the network interfaces: %s", strerror(errno));
         return false;
     }
+    update_all(table_);
     report_missing_names();
     return true;
 }
@@ -146,6 +147,9 @@ void Links::on_event(HOST_LINK_TABLE table, const HOST_LINK_EVENT_S *event, void
 {
     Links &links = *static_cast<Links *>(context);
     const HOST_LINK_S &link = *event->link;
+    if (links.table_ == nullptr) {
+        return; // still opening: all are looked at once they are known, without asking the kernel about each
+    }
 
     switch (event->kind) {
     case HOST_LINK_EVENT_REMOVED:
