@@ -19,14 +19,21 @@ constexpr unsigned ENTRIES_PER_ROUND = 512;
 // Virtual interfaces kept for interfaces without receivers.
 constexpr size_t PLACES_FOR_SOURCES = 2;
 
+constexpr uint32_t VIF_RETRY_MS = 1000;
+
 } // namespace
 
 Router::Router(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment,
                MCAST_TMR_S *timers, const EntryRules &rules)
-    : key_(key), kernel_(kernel), environment_(environment), members_(key.family),
+    : key_(key), timers_(timers), kernel_(kernel), environment_(environment), members_(key.family),
       vifs_(key, kernel, environment),
       forwarding_({key, kernel, environment, members_, gmp_, vifs_, timers, rules.limit, rules.idle_period_s})
 {
+}
+
+Router::~Router()
+{
+    mcastd::timer_stop(timers_, vif_retry_);
 }
 
 void Router::on_designated_router(std::function<void()> told)
@@ -261,6 +268,18 @@ std::vector<uint32_t> Router::wanted_interfaces() const
     return wanted;
 }
 
+// What the kernel refused it may grant when it has memory again.
+void Router::try_vifs_again()
+{
+    if (!vifs_.is_incomplete()) {
+        mcastd::timer_stop(timers_, vif_retry_);
+        return;
+    }
+    mcastd::timer_try_start(
+        timers_, vif_retry_, VIF_RETRY_MS,
+        [](void *owner) { static_cast<Router *>(owner)->vifs_stale_ = true; }, this);
+}
+
 bool Router::settle()
 {
     if (vifs_stale_) {
@@ -268,6 +287,7 @@ bool Router::settle()
         if (vifs_.refresh(wanted_interfaces(), [this](uint32_t bits) { forwarding_.vacate_vifs(bits); })) {
             forwarding_.interfaces_changed();
         }
+        try_vifs_again();
     }
     const bool more = forwarding_.settle(ENTRIES_PER_ROUND);
     vifs_stale_ = forwarding_.take_upstream_change();

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "daemons/common/timer.h"
 #include "daemons/mribd/forwarding.h"
 #include "daemons/mribd/gmp_state.h"
 #include "daemons/mribd/member_table.h"
@@ -30,6 +31,9 @@ public:
     // kernel, environment and timers must outlive the router.
     Router(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment,
            MCAST_TMR_S *timers, const EntryRules &rules);
+    ~Router();
+    Router(const Router &) = delete;
+    Router &operator=(const Router &) = delete;
 
     uint8_t family() const
     {
@@ -118,10 +122,13 @@ public:
 private:
     std::vector<uint32_t> wanted_interfaces() const;
     void gmp_changed();
+    void try_vifs_again();
     void trace_member(uint32_t if_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
                       MemberTable::Kind kind, bool present) const;
 
     MRIB_GMP_VRF_KEY_S key_;
+    MCAST_TMR_S *timers_;
+    mcastd::Timer vif_retry_;
     KernelTable &kernel_;
     const Environment &environment_;
     MemberTable members_;

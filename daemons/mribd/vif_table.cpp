@@ -100,9 +100,12 @@ bool VifTable::refresh(const std::vector<uint32_t> &wanted, const std::function<
         }
     }
     bool changed = leaving != 0;
+    incomplete_ = false;
     for (auto if_index = wanted.begin(); if_index != end; ++if_index) {
         if (find(*if_index) < 0) {
-            changed |= add(*if_index);
+            const bool added = add(*if_index);
+            changed |= added;
+            incomplete_ |= !added;
         }
     }
     return changed;

@@ -27,6 +27,12 @@ public:
     // The interface behind the virtual interface, 0 when there is none.
     uint32_t if_index(unsigned vif) const;
 
+    // Whether the kernel refused one that the last refresh wanted.
+    bool is_incomplete() const
+    {
+        return incomplete_;
+    }
+
     // Makes the table hold the wanted interfaces, the most important first; those beyond the limit go
     // without, which is counted and logged. Before virtual interfaces are deleted, vacate is called with
     // their bits; from then on find does not know them, and afterwards no entry may use them. Returns whether
@@ -67,6 +73,7 @@ private:
     std::array<uint32_t, MAX_VIFS> if_indexes_{};
     std::vector<uint32_t> failed_; // reported already
     size_t refused_ = 0;
+    bool incomplete_ = false;
     uint64_t refusals_ = 0;
     uint64_t failures_ = 0;
 };
