@@ -151,7 +151,9 @@ std::string read_config_file(const char *path)
         int fd;
         ~Closed()
         {
-            close(fd);
+            if (fd >= 0) {
+                close(fd);
+            }
         }
     };
     // Opening a pipe would wait for its other end.

@@ -5,7 +5,8 @@
  *
  * When the kernel had to drop notifications the order of what remains is worthless: an old one could undo
  * what the new dump shows. So the queue is emptied before the dump, and the differences are reported as
- * events; a user of the table cannot tell a lost notification from a late one.
+ * events; a user of the table cannot tell a lost notification from a late one. A dump that fails is tried
+ * again a second later.
  *
  * One wake-up reads a bounded number of notifications and lets the loop serve others.
  */
@@ -21,6 +22,7 @@
 #include "link_table.h"
 #include "loop_objects.h"
 #include "netlink.h"
+#include "platform/timer.h"
 
 struct HOST_LINK_TABLE_S {
     HOST_LINK_TABLE_S(int32_t loop_descriptor, HOST_LINK_CALLBACK user_callback, void *user_context)
@@ -37,9 +39,10 @@ struct HOST_LINK_TABLE_S {
     host::LinkState state{tell, this};
     host::InterfaceFeed feed;
     uint64_t resyncs = 0;
-    bool stale = false;      // a dump is due
-    bool delivering = false; // the callback may be running
-    bool closed = false;     // by the callback; freed when it has returned
+    TIMER_ID retry = TIMER_NONE; // of a dump that failed; with a service, that of the loop
+    bool stale = false;          // a dump is due
+    bool delivering = false;     // the callback may be running
+    bool closed = false;         // by the callback; freed when it has returned
 
     static void tell(const HOST_LINK_EVENT_S &event, void *self);
 };
@@ -52,6 +55,7 @@ using host::Netlink;
 
 constexpr int DATAGRAMS_PER_WAKE_UP = 64;
 constexpr int DUMP_ATTEMPTS = 10;
+constexpr uint32_t DUMP_RETRY_MS = 1000;
 
 host::LoopObjects<HOST_LINK_TABLE_S> g_tables;
 
@@ -100,7 +104,7 @@ bool read_everything(Netlink *requests, LinkMap *links)
     return false;
 }
 
-// Leaves the table stale when the dump fails; the next wake-up tries again.
+// Leaves the table stale when the dump fails.
 bool resynchronise(HOST_LINK_TABLE table)
 {
     LinkMap fresh;
@@ -128,12 +132,27 @@ void serve(HOST_LINK_TABLE table)
     }
 }
 
-uint64_t on_notification(uint32_t, int32_t fd)
+void attend(HOST_LINK_TABLE table);
+
+void on_retry(uint64_t parameters[4])
 {
-    HOST_LINK_TABLE table = g_tables.find(fd);
-    if (table == nullptr) {
-        return 0;
+    HOST_LINK_TABLE table = reinterpret_cast<HOST_LINK_TABLE>(parameters[0]);
+    table->retry = TIMER_NONE; // which deletes itself
+    attend(table);
+}
+
+// The kernel may have nothing to tell for long: the next notification is not waited for.
+void retry_later(HOST_LINK_TABLE table)
+{
+    const uint64_t parameters[4] = {reinterpret_cast<uint64_t>(table), 0, 0, 0};
+    if (table->retry == TIMER_NONE) {
+        table->retry = Timer_Create(HOST_LoopTimerService(table->loop), TIMER_KIND_ONE_SHOT, DUMP_RETRY_MS,
+                                    on_retry, parameters);
     }
+}
+
+void attend(HOST_LINK_TABLE table)
+{
     table->delivering = true;
     try {
         serve(table);
@@ -143,6 +162,15 @@ uint64_t on_notification(uint32_t, int32_t fd)
     table->delivering = false;
     if (table->closed) {
         delete table;
+    } else if (table->stale) {
+        retry_later(table);
+    }
+}
+
+uint64_t on_notification(uint32_t, int32_t fd)
+{
+    if (HOST_LINK_TABLE table = g_tables.find(fd)) {
+        attend(table);
     }
     return 0;
 }
@@ -182,6 +210,9 @@ bool open_table(HOST_LINK_TABLE table)
 HOST_LINK_TABLE_S::~HOST_LINK_TABLE_S()
 {
     int saved = errno;
+    if (retry != TIMER_NONE) {
+        Timer_Delete(HOST_LoopTimerService(loop), retry);
+    }
     if (notifications.valid()) {
         g_tables.remove(loop, notifications.descriptor());
     }
