@@ -27,6 +27,8 @@ namespace
 constexpr unsigned READ_PER_WAKE = 1024;
 constexpr unsigned SERVED_PER_ROUND = 256;
 
+constexpr uint32_t TABLE_RETRY_MS = 10000;
+
 uint32_t table_of(uint16_t vrf_index, const HostEnvironment &environment)
 {
     if (vrf_index == 0) {
@@ -43,7 +45,8 @@ uint32_t table_of(uint16_t vrf_index, const HostEnvironment &environment)
 
 Instance::Instance(const MRIB_GMP_VRF_KEY_S &key, const PlaneSettings &settings, mcastd::Reactor &reactor,
                    MCAST_TMR_S *timers, const HostEnvironment &environment)
-    : reactor_(reactor), environment_(environment), kernel_(key.family, table_of(key.vrf_index, environment)),
+    : reactor_(reactor), environment_(environment), timers_(timers),
+      kernel_(key.family, table_of(key.vrf_index, environment)),
       router_(key, kernel_, environment, timers, {settings.entry_limit, settings.idle_period_s}),
       lost_clients_(router_, timers, settings.hold_s)
 {
@@ -51,6 +54,7 @@ Instance::Instance(const MRIB_GMP_VRF_KEY_S &key, const PlaneSettings &settings,
 
 Instance::~Instance()
 {
+    mcastd::timer_stop(timers_, table_retry_);
     shut();
 }
 
@@ -77,6 +81,7 @@ KernelMroute::OpenResult Instance::open()
     }
     if (!reactor_.add(kernel_.descriptor(), EPOLLIN, [this](uint32_t) { receive(); })) {
         mcastd::log_error("%s: cannot watch the routing socket: %s", name.c_str(), std::strerror(errno));
+        kernel_.shut();
         return KernelMroute::OpenResult::Failed;
     }
     return result;
@@ -90,8 +95,26 @@ void Instance::links_changed()
         router_.leave_kernel();
         shut();
         kernel_.choose_table(table);
-        open();
+        move_to_table();
     }
+    router_.links_changed();
+}
+
+// Until then nothing is forwarded; what the clients tell is kept.
+void Instance::move_to_table()
+{
+    if (open() == KernelMroute::OpenResult::Ready) {
+        mcastd::timer_stop(timers_, table_retry_);
+        return;
+    }
+    mcastd::timer_start(
+        timers_, table_retry_, TABLE_RETRY_MS,
+        [](void *owner) { static_cast<Instance *>(owner)->try_table_again(); }, this);
+}
+
+void Instance::try_table_again()
+{
+    move_to_table();
     router_.links_changed();
 }
 
@@ -116,6 +139,9 @@ void Instance::report_losses()
 
 bool Instance::settle()
 {
+    if (kernel_.descriptor() < 0) {
+        return false; // there is nothing to settle with
+    }
     const bool more =
         kernel_.serve(SERVED_PER_ROUND, [this](const Upcall &upcall) { router_.take_upcall(upcall); });
     return router_.settle() || more;

@@ -50,9 +50,13 @@ public:
 private:
     void receive();
     void report_losses();
+    void move_to_table();
+    void try_table_again();
 
     mcastd::Reactor &reactor_;
     const HostEnvironment &environment_;
+    MCAST_TMR_S *timers_;
+    mcastd::Timer table_retry_; // runs while the instance is without a table
     KernelMroute kernel_;
     Router router_;
     LostClients lost_clients_;

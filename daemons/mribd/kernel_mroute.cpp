@@ -297,6 +297,9 @@ uint64_t KernelMroute::lost_upcalls() const
 {
     std::array<uint32_t, SK_MEMINFO_VARS> info{};
     socklen_t size = sizeof(info);
+    if (fd_ < 0) {
+        return given_up_;
+    }
     getsockopt(fd_, SOL_SOCKET, SO_MEMINFO, info.data(), &size);
     return given_up_ + info[SK_MEMINFO_DROPS];
 }
@@ -328,7 +331,7 @@ void KernelMroute::lead_no_more(unsigned vif)
 // their interface.
 int KernelMroute::add_vif(unsigned vif, uint32_t if_index)
 {
-    int error = lead(vif, if_index);
+    int error = fd_ < 0 ? ENOTCONN : lead(vif, if_index);
     if (error != 0) {
         return error;
     }
@@ -341,7 +344,7 @@ int KernelMroute::add_vif(unsigned vif, uint32_t if_index)
 
 int KernelMroute::delete_vif(unsigned vif)
 {
-    const int error = calls_.delete_vif(fd_, vif);
+    const int error = fd_ < 0 ? ENOTCONN : calls_.delete_vif(fd_, vif);
     lead_no_more(vif);
     return error;
 }
@@ -349,18 +352,18 @@ int KernelMroute::delete_vif(unsigned vif)
 int KernelMroute::set_entry(const MCAST_ADDR_S &source, const MCAST_ADDR_S &group, unsigned parent,
                             uint32_t outgoing)
 {
-    return calls_.change_entry(fd_, true, source, group, parent, outgoing);
+    return fd_ < 0 ? ENOTCONN : calls_.change_entry(fd_, true, source, group, parent, outgoing);
 }
 
 int KernelMroute::delete_entry(const MCAST_ADDR_S &source, const MCAST_ADDR_S &group)
 {
-    return calls_.change_entry(fd_, false, source, group, 0, 0);
+    return fd_ < 0 ? ENOTCONN : calls_.change_entry(fd_, false, source, group, 0, 0);
 }
 
 std::optional<EntryCounters> KernelMroute::counters(const MCAST_ADDR_S &source, const MCAST_ADDR_S &group)
 {
     EntryCounters result;
-    if (calls_.counters(fd_, source, group, &result) != 0) {
+    if (fd_ < 0 || calls_.counters(fd_, source, group, &result) != 0) {
         return std::nullopt;
     }
     return result;
