@@ -1,0 +1,195 @@
+#include "tests/simulation/kernel/local_socket.h"
+
+#include <arpa/inet.h>
+#include <bit>
+#include <cstring>
+
+#include "platform/local_socket.h"
+
+namespace sim
+{
+namespace
+{
+
+// What the sender's buffer holds: what is asked for, as far as the system's default limit allows, doubled.
+constexpr size_t SEND_BUFFER = 2 * 212992;
+// What a message takes of it besides its bytes.
+constexpr size_t OVERHEAD = 256;
+constexpr size_t TAIL = 320;
+// The longest message that daemons of the channel exchange.
+constexpr size_t LONGEST_MESSAGE = 1 << 16;
+
+size_t charge(size_t size)
+{
+    return OVERHEAD + std::bit_ceil(size + TAIL);
+}
+
+} // namespace
+
+LocalEnd::~LocalEnd()
+{
+    if (const auto peer = peer_.lock()) {
+        peer->closed_ = true;
+        peer->reset_ = !queue_.empty();
+    }
+}
+
+std::pair<std::shared_ptr<LocalEnd>, std::shared_ptr<LocalEnd>> LocalEnd::make_pair()
+{
+    const auto one = std::make_shared<LocalEnd>();
+    const auto other = std::make_shared<LocalEnd>();
+    one->peer_ = other;
+    other->peer_ = one;
+    return {one, other};
+}
+
+bool LocalEnd::is_writable() const
+{
+    return in_flight_ * 4 <= SEND_BUFFER;
+}
+
+uint32_t LocalEnd::ready() const
+{
+    return events_if(!queue_.empty(), EPOLLIN) | events_if(closed_, EPOLLIN | EPOLLHUP | EPOLLRDHUP) |
+           events_if(reset_, EPOLLERR) | events_if(is_writable(), EPOLLOUT);
+}
+
+ssize_t LocalEnd::send(const void *bytes, size_t size)
+{
+    const auto peer = peer_.lock();
+    const auto *from = static_cast<const uint8_t *>(bytes);
+    if (reset_) {
+        reset_ = false;
+        return -ECONNRESET;
+    }
+    if (peer == nullptr) {
+        return -EPIPE;
+    }
+    if (size > LONGEST_MESSAGE) {
+        return -EMSGSIZE;
+    }
+    if (in_flight_ >= SEND_BUFFER) {
+        return -EAGAIN;
+    }
+    in_flight_ += charge(size);
+    peer->queue_.emplace_back(from, from + size);
+    return static_cast<ssize_t>(size);
+}
+
+ssize_t LocalEnd::receive(void *buffer, size_t size, int flags)
+{
+    if (reset_) {
+        reset_ = false;
+        return -ECONNRESET;
+    }
+    if (queue_.empty()) {
+        return closed_ ? 0 : -EAGAIN;
+    }
+    const Bytes message = std::move(queue_.front());
+    queue_.pop_front();
+    if (const auto peer = peer_.lock()) {
+        peer->in_flight_ -= charge(message.size());
+    }
+    return hand_over(message, buffer, size, flags);
+}
+
+std::shared_ptr<LocalEnd> connect_local(Machine &machine, uint16_t port, int *error)
+{
+    const auto found = machine.local_ports.find(port);
+    const auto listener = found == machine.local_ports.end() ? nullptr : found->second.lock();
+    if (listener == nullptr || !listener->listening) {
+        *error = ECONNREFUSED;
+        return nullptr;
+    }
+    if (listener->backlog.size() > listener->backlog_limit) {
+        *error = EAGAIN;
+        return nullptr;
+    }
+    auto [mine, theirs] = LocalEnd::make_pair();
+    listener->backlog.push_back(std::move(theirs));
+    return mine;
+}
+
+namespace
+{
+
+uint16_t port_of(const sockaddr *address, socklen_t length)
+{
+    LOCAL_SOCKET_ADDR_S name{};
+    memcpy(&name, address, std::min<size_t>(length, sizeof(name)));
+    return ntohs(name.port_be);
+}
+
+} // namespace
+
+uint32_t LocalSocket::ready() const
+{
+    if (end_ != nullptr) {
+        return end_->ready();
+    }
+    if (listener_ != nullptr && listener_->listening) {
+        return events_if(!listener_->backlog.empty(), EPOLLIN);
+    }
+    return EPOLLOUT | EPOLLHUP;
+}
+
+int LocalSocket::bind(const sockaddr *address, socklen_t length)
+{
+    std::weak_ptr<LocalListener> &place = machine_.local_ports[port_of(address, length)];
+    if (listener_ != nullptr) {
+        return -EINVAL;
+    }
+    if (!place.expired()) {
+        return -EADDRINUSE;
+    }
+    listener_ = std::make_shared<LocalListener>();
+    place = listener_;
+    return 0;
+}
+
+int LocalSocket::listen(int backlog)
+{
+    if (listener_ == nullptr) {
+        return -EINVAL;
+    }
+    listener_->listening = true;
+    listener_->backlog_limit = static_cast<size_t>(backlog);
+    return 0;
+}
+
+int LocalSocket::connect(const sockaddr *address, socklen_t length)
+{
+    int error = 0;
+    if (end_ != nullptr) {
+        return -EISCONN;
+    }
+    end_ = connect_local(machine_, port_of(address, length), &error);
+    return -error;
+}
+
+std::shared_ptr<File> LocalSocket::accept(int *error)
+{
+    if (listener_ == nullptr || !listener_->listening) {
+        *error = EINVAL;
+        return nullptr;
+    }
+    if (listener_->backlog.empty()) {
+        *error = EAGAIN;
+        return nullptr;
+    }
+    auto accepted = std::make_shared<LocalSocket>(machine_, std::move(listener_->backlog.front()));
+    listener_->backlog.pop_front();
+    return accepted;
+}
+
+ssize_t LocalSocket::send(const void *bytes, size_t size)
+{
+    return end_ == nullptr ? -ENOTCONN : end_->send(bytes, size);
+}
+
+ssize_t LocalSocket::receive(void *buffer, size_t size, int flags, sockaddr *)
+{
+    return end_ == nullptr ? -ENOTCONN : end_->receive(buffer, size, flags);
+}
+
+} // namespace sim

@@ -1,0 +1,44 @@
+/*
+ * A packet socket bound to the IP protocol of one family, for all interfaces: whole packets as they arrive, each
+ * with the interface. What its queue has no room for is counted.
+ */
+#ifndef TESTS_SIMULATION_KERNEL_PACKET_SOCKET_H
+#define TESTS_SIMULATION_KERNEL_PACKET_SOCKET_H
+
+#include <deque>
+
+#include "tests/simulation/kernel/machine.h"
+
+namespace sim
+{
+
+class PacketSocket : public Socket
+{
+public:
+    explicit PacketSocket(Process &process) : process_(process)
+    {
+    }
+
+    uint32_t ready() const override;
+    int bind(const sockaddr *address, socklen_t length) override;
+    int set_option(int level, int option, const void *value, socklen_t size) override;
+    int get_option(int level, int option, void *value, socklen_t *size) override;
+    ssize_t receive(void *buffer, size_t size, int flags, sockaddr *from) override;
+
+    void arrive(uint32_t if_index, const Packet &packet);
+
+private:
+    struct Waiting {
+        uint32_t if_index;
+        Bytes bytes;
+    };
+
+    Process &process_;
+    int family_ = AF_UNSPEC;
+    std::deque<Waiting> queue_;
+    uint32_t dropped_ = 0;
+};
+
+} // namespace sim
+
+#endif

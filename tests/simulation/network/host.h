@@ -1,0 +1,101 @@
+/*
+ * A host as the RFCs describe it: what it wants of each group, the reports when that changes, the answers to
+ * queries after a while of its own choice, and older messages while an older querier is heard.
+ *
+ *     join, leave ──► wants ──► change reports, repeated         queries ──► answer later, from what it wants then
+ */
+#ifndef TESTS_SIMULATION_NETWORK_HOST_H
+#define TESTS_SIMULATION_NETWORK_HOST_H
+
+#include <map>
+#include <set>
+
+#include "tests/simulation/network/link.h"
+#include "tests/simulation/network/membership_message.h"
+
+namespace sim
+{
+
+// Sources of a group: those named, or all but those named.
+struct Filter {
+    bool exclude = false;
+    std::set<Address> sources;
+
+    bool operator==(const Filter &) const = default;
+    bool is_nothing() const
+    {
+        return !exclude && sources.empty();
+    }
+    bool wants(const Address &source) const
+    {
+        return sources.contains(source) != exclude;
+    }
+};
+
+class Host
+{
+public:
+    struct Addresses {
+        Address ipv4;
+        Address ipv6; // link-local
+    };
+
+    Host(Kernel &kernel, Link &link, std::string name, uint64_t number, const Addresses &addresses,
+         unsigned version);
+    Host(const Host &) = delete;
+    Host &operator=(const Host &) = delete;
+
+    const std::string name;
+    const unsigned version;
+    bool is_silent = false; // neither reports nor answers
+
+    // Wants that of the group from now on, and says so.
+    void listen(const Address &group, const Filter &filter);
+    // Wants nothing more and says nothing.
+    void vanish();
+
+    const Link &link() const
+    {
+        return link_;
+    }
+    const Address &address(int family) const
+    {
+        return family == AF_INET ? addresses_.ipv4 : addresses_.ipv6;
+    }
+    const std::map<Address, Filter> &wants() const
+    {
+        return wants_;
+    }
+    bool wants(const Address &source, const Address &group) const;
+    // When what it wants of the group changed last; 0 when it never did.
+    Ns changed(const Address &group) const;
+    // When it last said anything about the group.
+    Ns reported(const Address &group) const;
+
+    void hear(const Packet &packet);
+
+private:
+    unsigned spoken(int family) const;
+    void report_change(const Address &group, const Filter &before, const Filter &after);
+    void answer(int family, const Query &query);
+    void answer_old(int family, const Query &query);
+    void say(const Address &group, Bytes packet);
+    void say_again(Ns within, const Address &group, const Bytes &packet);
+    Ns draw(Ns limit)
+    {
+        return kernel_.draw.below(Stream::Host, number_, limit);
+    }
+
+    Kernel &kernel_;
+    Link &link_;
+    uint64_t number_;
+    Addresses addresses_;
+    std::map<Address, Filter> wants_;
+    std::map<Address, Ns> changed_;
+    std::map<Address, Ns> reported_;
+    std::map<int, std::pair<unsigned, Ns>> older_querier_; // by family: its version, and until when
+};
+
+} // namespace sim
+
+#endif

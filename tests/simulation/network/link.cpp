@@ -1,0 +1,87 @@
+#include "tests/simulation/network/link.h"
+
+#include <algorithm>
+
+#include "tests/simulation/network/host.h"
+
+namespace sim
+{
+namespace
+{
+
+constexpr Ns ORDINARY_DELAY = 5 * MILLISECOND;
+
+} // namespace
+
+void Link::detach(const Machine &machine)
+{
+    std::erase_if(attached_, [&machine](const Attachment &each) { return each.machine == &machine; });
+}
+
+uint32_t Link::if_index_of(const Machine &machine) const
+{
+    for (const Attachment &each : attached_) {
+        if (each.machine == &machine) {
+            return each.if_index;
+        }
+    }
+    return 0;
+}
+
+void Link::later(std::function<void()> act)
+{
+    const Ns limit = std::max(delay, ORDINARY_DELAY);
+    const bool lost = kernel_.draw.chance(Stream::Delivery, number_, loss);
+    const bool twice = kernel_.draw.chance(Stream::Delivery, number_, duplication);
+    if (lost) {
+        return;
+    }
+    for (int copies = twice ? 2 : 1; copies > 0; --copies) {
+        kernel_.clock.after(kernel_.draw.below(Stream::Delivery, number_, limit), act);
+    }
+}
+
+void Link::deliver(const Machine *except, const Host *except_host, const Packet &packet)
+{
+    for (const Attachment &each : attached_) {
+        if (each.machine != except) {
+            reports_ += except_host != nullptr;
+            later([each, packet] { each.machine->arrive(each.if_index, packet); });
+        }
+    }
+    for (Host *host : hosts) {
+        if (host != except_host) {
+            queries_ += except != nullptr;
+            later([host, packet] { host->hear(packet); });
+        }
+    }
+}
+
+void Link::carry(Machine &from, uint32_t, const Packet &packet)
+{
+    deliver(&from, nullptr, packet);
+}
+
+void Link::send(const Host &from, Bytes packet)
+{
+    deliver(nullptr, &from, {packet[0] >> 4 == 4 ? AF_INET : AF_INET6, std::move(packet)});
+}
+
+void Link::carry(Machine &from, uint32_t, const Datum &datum)
+{
+    observer_.delivered(*this, from, datum);
+    for (const Attachment &each : attached_) {
+        if (each.machine != &from) {
+            each.machine->arrive(each.if_index, datum);
+        }
+    }
+}
+
+void Link::send(const Datum &datum)
+{
+    for (const Attachment &each : attached_) {
+        each.machine->arrive(each.if_index, datum);
+    }
+}
+
+} // namespace sim

@@ -1,0 +1,85 @@
+/*
+ * What must be true. The rules are those of the enumeration Rule; each is one file here:
+ *
+ *      every packet sent, every packet on a link ──► packet_rules.cpp     4, 5
+ *      every rest                                ──► rest_rules.cpp       1, and 9 as far as it is about rest
+ *      every end of a daemon                     ──► end_rules.cpp        9
+ *      every call                                ──► the kernel itself    6
+ *
+ * What a host wants is known at every moment. How far the router may be from it depends on what happened to it:
+ * disturbances.h keeps account of that.
+ */
+#ifndef TESTS_SIMULATION_ORACLE_ORACLE_H
+#define TESTS_SIMULATION_ORACLE_ORACLE_H
+
+#include <deque>
+#include <map>
+#include <set>
+
+#include "tests/simulation/network/world.h"
+#include "tests/simulation/oracle/disturbances.h"
+
+namespace sim
+{
+
+class Oracle : public DatumObserver
+{
+public:
+    // After the world is set up.
+    void watch(World &world);
+
+    void sent(const Link &link, const Datum &datum) override;
+    void delivered(const Link &link, const Machine &by, const Datum &datum) override;
+
+    // Everything that must be true at rest.
+    void check_rest();
+    // What the kernel forwards is what the hosts want.
+    void check_forwarding();
+
+    Disturbances disturbances;
+
+    // What was looked at, so that a run that looked at nothing is seen.
+    struct Counts {
+        uint64_t packets = 0; // on links, that somebody wanted
+        uint64_t unwanted = 0;
+        uint64_t rests = 0;
+        uint64_t entries = 0; // compared at rest
+        uint64_t ends = 0;
+    };
+    const Counts &counts() const
+    {
+        return counts_;
+    }
+
+private:
+    // The latest packets of a flow, and where they were seen.
+    struct Packet {
+        uint64_t number;
+        Ns when;
+        std::set<std::string> expected; // links
+        std::set<std::string> seen;
+    };
+
+    void broken(Rule rule, const std::string &what);
+    void check_missed(uint64_t flow, const Packet &packet);
+    void check_unwanted(const Link &link, const Datum &datum);
+    void check_flow(const Flow &flow);
+    void check_entries(Machine &machine, const MulticastTable &table);
+    void check_leftovers();
+    void process_ended(Process &process);
+
+    std::set<std::string> expected_links(const Datum &datum) const;
+    bool serves(const Machine &machine, int family) const;
+    bool forwards(const Machine &machine, const Link &link, int family) const;
+    bool is_connected(const Machine &machine, const Link &link) const;
+
+    World *world_ = nullptr;
+    std::map<uint64_t, std::deque<Packet>> packets_; // by flow
+    std::map<std::pair<std::string, uint64_t>, size_t>
+        empty_blocks_; // of a process's life, with nothing to do
+    Counts counts_;
+};
+
+} // namespace sim
+
+#endif

@@ -1,0 +1,118 @@
+/*
+ * What packets may and must do on their way: rules 4 and 5.
+ */
+#include <algorithm>
+
+#include "tests/simulation/oracle/oracle.h"
+
+namespace sim
+{
+namespace
+{
+
+constexpr size_t REMEMBERED = 16;  // packets of a flow; those that waited for an entry come late
+constexpr Ns SETTLED = 2 * SECOND; // since when somebody must want packets before they must come
+constexpr Ns LEAVE_MARGIN = 2 * SECOND;
+
+std::string describe(const Datum &datum)
+{
+    return "(" + to_text(datum.source) + ", " + to_text(datum.group) + ")";
+}
+
+} // namespace
+
+// Where the packet must arrive: on links where somebody has wanted it for a while, that the router on the way
+// serves.
+std::set<std::string> Oracle::expected_links(const Datum &datum) const
+{
+    std::set<std::string> result;
+    const Ns now = world_->kernel.clock.now();
+    if (disturbances.excused_until() > now) {
+        return result;
+    }
+    const Link &from = *world_->flows()[datum.flow - 1]->link;
+    for (const auto &[name, link] : world_->links()) {
+        const bool is_steady = std::any_of(link->hosts.begin(), link->hosts.end(), [&](const Host *host) {
+            return host->wants(datum.source, datum.group) && now - host->changed(datum.group) > SETTLED;
+        });
+        const auto brings = [&](const auto &machine) {
+            return is_connected(*machine, from) && forwards(*machine, *link, datum.group.family);
+        };
+        if (link.get() != &from && is_steady &&
+            std::any_of(world_->machines().begin(), world_->machines().end(), brings)) {
+            result.insert(name);
+        }
+    }
+    return result;
+}
+
+void Oracle::sent(const Link &, const Datum &datum)
+{
+    std::deque<Packet> &latest = packets_[datum.flow];
+    if (!latest.empty()) {
+        check_missed(datum.flow, latest.back());
+    }
+    latest.push_back({datum.number, world_->kernel.clock.now(), expected_links(datum), {}});
+    if (latest.size() > REMEMBERED) {
+        latest.pop_front();
+    }
+}
+
+// When the next packet is sent, for a packet may have waited for its entry.
+void Oracle::check_missed(uint64_t flow, const Packet &packet)
+{
+    if (disturbances.quiet_since() > packet.when) {
+        return;
+    }
+    for (const std::string &link : packet.expected) {
+        if (!packet.seen.contains(link)) {
+            broken(Rule::Missed, world_->flows()[flow - 1]->name + ": packet " +
+                                     std::to_string(packet.number) + " did not come to " + link);
+        }
+    }
+}
+
+void Oracle::delivered(const Link &link, const Machine &by, const Datum &datum)
+{
+    const Flow &flow = *world_->flows()[datum.flow - 1];
+    if (flow.link == &link) {
+        broken(Rule::Missed, by.name + " sends " + describe(datum) + " back to where it comes from");
+    }
+    for (Packet &packet : packets_[datum.flow]) {
+        if (packet.number == datum.number && !packet.seen.insert(link.name).second &&
+            disturbances.excused_until() <= packet.when) {
+            broken(Rule::Missed, flow.name + ": packet " + std::to_string(datum.number) + " came twice to " +
+                                     link.name + ", now by " + by.name);
+        }
+    }
+    if (world_->is_wanted(link, datum.source, datum.group)) {
+        ++counts_.packets;
+    } else {
+        ++counts_.unwanted;
+        check_unwanted(link, datum);
+    }
+}
+
+void Oracle::check_unwanted(const Link &link, const Datum &datum)
+{
+    const Timing &timing = disturbances.timing();
+    const Ns now = world_->kernel.clock.now();
+    Ns changed = 0;
+    Ns reported = 0;
+    bool heard = true; // the leave, at once
+    for (const Host *host : link.hosts) {
+        changed = std::max(changed, host->changed(datum.group));
+        reported = std::max(reported, host->reported(datum.group));
+        heard = heard && host->version == 3 && !host->is_silent;
+    }
+    const bool tight = heard && disturbances.quiet_since() + timing.membership() < changed;
+    const Ns bound = tight ? changed + timing.leave() + LEAVE_MARGIN
+                           : std::max(changed, reported) + timing.membership() + timing.response + SECOND +
+                                 timing.hold + disturbances.stopped();
+    if (now > bound) {
+        broken(Rule::Unwanted, describe(datum) + " still comes to " + link.name +
+                                   ", where nobody has wanted it for " + to_text(now - changed) + " s");
+    }
+}
+
+} // namespace sim
