@@ -9,27 +9,40 @@
 namespace config_text
 {
 
-// What read makes of the table of that name in a file "file"; throws what read and the reader throw.
-template <typename Read> auto read(const char *name, const std::string &text, Read read)
+// Reads the table of that name in a file "file".
+template <typename Config> class Table
 {
-    const host::ConfigDocument document("file", text);
-    mcastd::ConfigTable root = document.root();
-    mcastd::ConfigTable table = root.table(name);
-    auto config = read(table);
-    table.finish();
-    return config;
-}
-
-// The error, empty when the text was taken.
-template <typename Read> std::string error_of(const char *name, const std::string &text, Read read)
-{
-    try {
-        config_text::read(name, text, read);
-        return "";
-    } catch (const mcastd::ConfigError &error) {
-        return error.what();
+public:
+    Table(const char *name, Config (*reader)(mcastd::ConfigTable &table)) : name_(name), reader_(reader)
+    {
     }
-}
+
+    // Throws what the reader throws.
+    Config read(const std::string &text) const
+    {
+        const host::ConfigDocument document("file", text);
+        mcastd::ConfigTable root = document.root();
+        mcastd::ConfigTable table = root.table(name_);
+        Config config = reader_(table);
+        table.finish();
+        return config;
+    }
+
+    // The error, empty when the text was taken.
+    std::string error_of(const std::string &text) const
+    {
+        try {
+            read(text);
+            return "";
+        } catch (const mcastd::ConfigError &error) {
+            return error.what();
+        }
+    }
+
+private:
+    const char *name_;
+    Config (*reader_)(mcastd::ConfigTable &table);
+};
 
 } // namespace config_text
 

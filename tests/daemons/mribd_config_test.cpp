@@ -9,19 +9,11 @@ using namespace mribd;
 namespace
 {
 
-Config read(const std::string &text)
-{
-    return config_text::read("mribd", text, read_config);
-}
-
-std::string error_of(const std::string &text)
-{
-    return config_text::error_of("mribd", text, read_config);
-}
+const config_text::Table<Config> TABLE("mribd", read_config);
 
 TEST(MribdConfig, EmptyFileIsTheDefault)
 {
-    const Config config = read("");
+    const Config config = TABLE.read("");
     EXPECT_EQ(config.busy[0], 0u);
     EXPECT_TRUE(config.instances.empty());
     EXPECT_TRUE(config.interfaces.empty());
@@ -29,7 +21,7 @@ TEST(MribdConfig, EmptyFileIsTheDefault)
 
 TEST(MribdConfig, EveryKeyReachesItsPlace)
 {
-    const Config config = read(R"(
+    const Config config = TABLE.read(R"(
 [mribd]
 flow_control = { ipv4 = 3, ipv6 = 4 }
 [[mribd.instance]]
@@ -88,7 +80,7 @@ TEST(MribdConfig, ErrorsNameTheLine)
         {"[[mribd.interface]]\nname = 'a'\nscope_boundary = 16\n", "file:3:"},
     };
     for (const auto &[text, place] : rows) {
-        EXPECT_TRUE(error_of(text).starts_with(place)) << text << error_of(text);
+        EXPECT_TRUE(TABLE.error_of(text).starts_with(place)) << text << TABLE.error_of(text);
     }
 }
 
@@ -102,9 +94,9 @@ TEST(MribdConfig, BoundariesOfAllInterfacesAreBoundedTogether)
         }
         text += "]\n";
     }
-    EXPECT_EQ(error_of(text), "");
+    EXPECT_EQ(TABLE.error_of(text), "");
     text += "[[mribd.interface]]\nname = 'if2'\nboundaries = ['238.0.0.0/8']\n";
-    EXPECT_NE(error_of(text), "");
+    EXPECT_NE(TABLE.error_of(text), "");
 }
 
 } // namespace

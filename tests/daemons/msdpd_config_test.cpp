@@ -8,15 +8,7 @@ using namespace msdpd;
 namespace
 {
 
-Config read(const std::string &text)
-{
-    return config_text::read("msdpd", text, read_config);
-}
-
-std::string error_of(const std::string &text)
-{
-    return config_text::error_of("msdpd", text, read_config);
-}
+const config_text::Table<Config> TABLE("msdpd", read_config);
 
 const std::string PEER = "[[msdpd.peer]]\naddress = \"10.0.0.2\"\nlocal_address = \"10.0.0.1\"\n";
 
@@ -29,7 +21,7 @@ const PeerConfig &only_peer(const Config &config)
 
 TEST(MsdpdConfig, AnEmptyFileIsTheDefault)
 {
-    const Config config = read("");
+    const Config config = TABLE.read("");
     EXPECT_TRUE(config.peers.empty());
     EXPECT_EQ(config.originator, Ipv4{});
     EXPECT_EQ(config.originate_filter, MCAST_NONE);
@@ -43,7 +35,7 @@ TEST(MsdpdConfig, AnEmptyFileIsTheDefault)
 
 TEST(MsdpdConfig, APeerNeedsItsTwoAddresses)
 {
-    const Config config = read(PEER);
+    const Config config = TABLE.read(PEER);
     const PeerConfig &peer = only_peer(config);
     EXPECT_EQ(to_text(peer.address), "10.0.0.2");
     EXPECT_EQ(to_text(peer.local_address), "10.0.0.1");
@@ -53,12 +45,12 @@ TEST(MsdpdConfig, APeerNeedsItsTwoAddresses)
     EXPECT_EQ(peer.filter_out, MCAST_NONE);
     EXPECT_FALSE(peer.default_peer);
     EXPECT_FALSE(peer.sa_request);
-    EXPECT_EQ(error_of("[[msdpd.peer]]\naddress = \"10.0.0.2\"\n").substr(0, 8), "file:1:1");
+    EXPECT_EQ(TABLE.error_of("[[msdpd.peer]]\naddress = \"10.0.0.2\"\n").substr(0, 8), "file:1:1");
 }
 
 TEST(MsdpdConfig, EveryKeyReachesItsPlace)
 {
-    const Config config = read(R"(
+    const Config config = TABLE.read(R"(
 [msdpd]
 originator = "10.0.0.9"
 originate_filter = 3003
@@ -136,7 +128,7 @@ TEST(MsdpdConfig, WhatIsWrongIsNamedWithItsPlace)
     };
 
     for (const auto &row : rows) {
-        EXPECT_EQ(error_of(row.text).substr(0, row.error.size()), row.error);
+        EXPECT_EQ(TABLE.error_of(row.text).substr(0, row.error.size()), row.error);
     }
 }
 
