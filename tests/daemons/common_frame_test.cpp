@@ -148,6 +148,21 @@ TEST(StatusFile, FailureNamesTheCauseAndKeepsTheOldFile)
     EXPECT_EQ(errno, ENOENT);
 }
 
+TEST(StatusFile, OnlyAFailureIsLogged)
+{
+    const TemporaryFolder folder;
+    Reactor reactor;
+    StatusOutput output(reactor);
+    testing::internal::CaptureStderr();
+    output.write(folder.file("status"), "text\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    testing::internal::CaptureStderr();
+    output.write(folder.file("absent/status"), "text\n");
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("cannot write the status file " +
+                                                          folder.file("absent/status: No such file")),
+              std::string::npos);
+}
+
 TEST(Options, RejectsAnUnknownLevelAndAnUnknownOption)
 {
     for (const char *wrong : {"--log-level=loud", "--no-such-option"}) {
