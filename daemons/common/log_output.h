@@ -13,7 +13,7 @@ namespace mcastd
 {
 
 // Bytes that wait for the reader at most, beside what its pipe holds.
-constexpr size_t LOG_BUFFER_SIZE = 64 * 1024;
+constexpr size_t LOG_BUFFER_SIZE = size_t{64} * 1024;
 
 // The longest line, newline included.
 constexpr size_t LOG_LINE_MAX = 1024;

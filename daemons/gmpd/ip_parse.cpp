@@ -64,7 +64,7 @@ Count parse_ipv4(std::span<const uint8_t> bytes, IpPacket &out)
     }
     Reader header(bytes);
     uint8_t version_length = header.u8();
-    size_t header_length = (version_length & 0x0fu) * 4u;
+    size_t header_length = size_t{version_length & 0x0fu} * 4;
 
     if (version_length >> 4 != 4) {
         return Count::IpVersion;

@@ -88,10 +88,10 @@ void Links::report_missing_names() const
 
 bool Links::is_wanted(HOST_LINK_TABLE table, const HOST_LINK_S &link) const
 {
-    constexpr uint32_t needed = HOST_LINK_UP | HOST_LINK_MULTICAST;
+    constexpr uint32_t NEEDED = HOST_LINK_UP | HOST_LINK_MULTICAST;
     const std::vector<std::string> &names = process_.config.interfaces;
     HOST_LINK_S master;
-    if ((link.flags & needed) != needed || (link.flags & HOST_LINK_LOOPBACK) != 0) {
+    if ((link.flags & NEEDED) != NEEDED || (link.flags & HOST_LINK_LOOPBACK) != 0) {
         return false;
     }
     const bool is_part = link.master_index != 0 &&

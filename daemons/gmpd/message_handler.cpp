@@ -150,14 +150,14 @@ Memberships *reporter_of(Interface &link, const Address &sender)
 
 void count_received(Interface &interface, const Message &message)
 {
-    static constexpr Count queries[] = {Count::QueriesV1, Count::QueriesV2, Count::QueriesV3};
-    static constexpr Count reports[] = {Count::ReportsV1, Count::ReportsV2, Count::ReportsV3};
+    static constexpr Count QUERIES[] = {Count::QueriesV1, Count::QueriesV2, Count::QueriesV3};
+    static constexpr Count REPORTS[] = {Count::ReportsV1, Count::ReportsV2, Count::ReportsV3};
     switch (message.kind) {
     case MessageKind::Query:
-        ++interface.counters[queries[message.version - 1]];
+        ++interface.counters[QUERIES[message.version - 1]];
         break;
     case MessageKind::Report:
-        ++interface.counters[reports[message.version - 1]];
+        ++interface.counters[REPORTS[message.version - 1]];
         break;
     case MessageKind::Leave:
         ++interface.counters[Count::Leaves];

@@ -171,7 +171,7 @@ Count parse_report(uint16_t family, const IpPacket &packet, Message &out)
 bool next_record(Reader &records, uint16_t family, Record &record, bool &source_count_lies)
 {
     record.type = static_cast<RecordType>(records.u8());
-    size_t auxiliary = records.u8() * 4u;
+    size_t auxiliary = size_t{records.u8()} * 4;
     size_t count = records.u16();
 
     record.group = records.addr(family);

@@ -13,6 +13,7 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
+#include <span>
 #include <linux/filter.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
@@ -32,14 +33,14 @@ constexpr int RECEIVE_BUFFER = 8 << 20;
 constexpr uint32_t WHOLE_PACKET = 0xffff;
 
 // Offsets count from the IP header.
-sock_filter IPV4_FILTER[] = {
+constexpr sock_filter IPV4_FILTER[] = {
     BPF_STMT(BPF_LD | BPF_B | BPF_ABS, 9), // protocol
     BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 2, 0, 1),
     BPF_STMT(BPF_RET | BPF_K, WHOLE_PACKET),
     BPF_STMT(BPF_RET | BPF_K, 0),
 };
 
-sock_filter IPV6_FILTER[] = {
+constexpr sock_filter IPV6_FILTER[] = {
     BPF_STMT(BPF_LDX | BPF_W | BPF_IMM, 40), // where the ICMPv6 header begins
     BPF_STMT(BPF_LD | BPF_B | BPF_ABS, 6),   // next header
     BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 58, 7, 0),
@@ -72,8 +73,10 @@ bool Receiver::open()
                           errno == EPERM ? " (root or the capability CAP_NET_RAW is needed)" : "");
         return false;
     }
-    const sock_fprog filter = ipv4 ? sock_fprog{std::size(IPV4_FILTER), IPV4_FILTER}
-                                   : sock_fprog{std::size(IPV6_FILTER), IPV6_FILTER};
+    const std::span<const sock_filter> program =
+        ipv4 ? std::span<const sock_filter>(IPV4_FILTER) : IPV6_FILTER;
+    const sock_fprog filter = {static_cast<unsigned short>(program.size()),
+                               const_cast<sock_filter *>(program.data())};
     sockaddr_ll address{};
 
     address.sll_family = AF_PACKET;

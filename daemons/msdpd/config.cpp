@@ -42,7 +42,7 @@ void read_seconds(ConfigTable &table, const char *key, uint32_t lowest, uint32_t
 
 std::string read_name(ConfigTable &table, const char *key)
 {
-    const std::string name = table.optional_string(key).value_or("");
+    std::string name = table.optional_string(key).value_or("");
     if (name.size() > MOST_NAME_BYTES) {
         table.fail(key, std::string(key) + " is too long; allowed: at most " +
                             std::to_string(MOST_NAME_BYTES) + " bytes");

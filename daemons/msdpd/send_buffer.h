@@ -15,7 +15,7 @@ namespace msdpd
 class SendBuffer
 {
 public:
-    static constexpr size_t LIMIT = 256 * 1024;
+    static constexpr size_t LIMIT = size_t{256} * 1024;
 
     // False when the message does not fit.
     bool push(std::span<const uint8_t> message)

@@ -160,7 +160,7 @@ std::string read_config_file(const char *path)
     const Closed file{open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)};
     struct stat status;
     if (file.fd < 0 || fstat(file.fd, &status) != 0) {
-        fail(std::strerror(errno));
+        fail(strerrordesc_np(errno));
     }
     if (!S_ISREG(status.st_mode)) {
         fail(kind_of(status.st_mode));
@@ -178,7 +178,7 @@ std::string read_config_file(const char *path)
         }
     }
     if (got < 0) {
-        fail(std::strerror(errno));
+        fail(strerrordesc_np(errno));
     }
     return text;
 }

@@ -134,7 +134,7 @@ void check_name(ConfigTable &table, std::set<std::string> *names)
     }
 }
 
-std::vector<Acl> in_order(std::map<uint32_t, Acl> lists)
+std::vector<Acl> in_order(std::map<uint32_t, Acl> &&lists)
 {
     std::vector<Acl> result;
     result.reserve(lists.size());

@@ -31,6 +31,6 @@ host::LibcCalls resolve_all()
 
 const host::LibcCalls &host::libc()
 {
-    static const LibcCalls calls = resolve_all();
-    return calls;
+    static const LibcCalls CALLS = resolve_all();
+    return CALLS;
 }

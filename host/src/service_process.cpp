@@ -109,6 +109,7 @@ void start_and_reap(std::vector<char *> &words, int mark, std::promise<int> star
 int host::start_process(const std::vector<std::string> &command, int mark)
 {
     std::vector<char *> words;
+    words.reserve(command.size() + 1);
     for (const std::string &word : command) {
         words.push_back(const_cast<char *>(word.c_str()));
     }

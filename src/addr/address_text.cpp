@@ -83,7 +83,7 @@ char *WriteIpv6(char *out, const uint8_t *bytes)
 {
     unsigned words[kWords];
 
-    for (int i = 0; i < kWords; ++i) {
+    for (size_t i = 0; i < kWords; ++i) {
         words[i] = static_cast<unsigned>(bytes[2 * i] << 8 | bytes[2 * i + 1]);
     }
 

@@ -75,9 +75,9 @@ void StoreKey(Node *, const KeyAny &)
 
 template <typename Key> Node *NewEntryNode(const Key &key, unsigned length, void *entry)
 {
-    constexpr bool wide = Key::kBits == Key128::kBits;
+    constexpr bool kWide = Key::kBits == Key128::kBits;
     Node *node =
-        NewNode(wide ? sizeof(WideNode) : sizeof(Node), wide ? kHasKeyRoom : uint8_t{0}, length, entry);
+        NewNode(kWide ? sizeof(WideNode) : sizeof(Node), kWide ? kHasKeyRoom : uint8_t{0}, length, entry);
     if (node != nullptr) {
         StoreKey(node, key);
     }
