@@ -36,9 +36,11 @@ constexpr const char *family_name(uint64_t family)
 }
 
 // The unspecified address of the family; as a source it is any source.
-inline const MCAST_ADDR_S &any_address(uint64_t family)
+inline MCAST_ADDR_S any_address(uint16_t family)
 {
-    return family == MCAST_FAMILY_IPV4 ? g_stMcastDefSrcAddr4 : g_stMcastDefSrcAddr6;
+    MCAST_ADDR_S address = family == MCAST_FAMILY_IPV4 ? g_stMcastDefSrcAddr4 : g_stMcastDefSrcAddr6;
+    address.family = family; // that of a record received may be neither
+    return address;
 }
 
 // The record for an address of the family; bytes holds address_size(family) of them.

@@ -220,7 +220,7 @@ TEST(MsdpdFlow, AWarningComesAtNinetyFivePercentAndAgainBelowNinety)
     announce(1, 94);
     EXPECT_EQ(log, "");
     announce(95, 95);
-    EXPECT_NE(log.find("95 of at most 100"), std::string::npos) << log;
+    EXPECT_NE(log.find("announces 95 sources; more than 100 are refused"), std::string::npos) << log;
     announce(96, 110);
     EXPECT_EQ(log, "");
     lab.speaker->cache.remove_if(
@@ -228,7 +228,7 @@ TEST(MsdpdFlow, AWarningComesAtNinetyFivePercentAndAgainBelowNinety)
     announce(81, 94);
     EXPECT_EQ(log, "");
     announce(95, 95);
-    EXPECT_NE(log.find("95 of at most 100"), std::string::npos) << log;
+    EXPECT_NE(log.find("announces 95 sources; more than 100 are refused"), std::string::npos) << log;
 }
 
 TEST(MsdpdFlow, ANewConnectionIsToldEverythingThatIsForIt)

@@ -157,7 +157,7 @@ class PeersTest(unittest.TestCase):
         self.speak(announcement(SPEAKER, *(("192.0.2.1", f"239.4.0.{n}") for n in range(1, 26))))
         wait_for(lambda: self.a.count(SPEAKER, "refused_limit") == 5 + known, "refusals")
         self.assertEqual(self.a.peer(SPEAKER)["entries"], 20)
-        self.assertIn(f"peer {SPEAKER}: 19 of at most 20 sources", self.a.msdpd.output())
+        self.assertIn(f"peer {SPEAKER} announces 19 sources; more than 20 are refused", self.a.msdpd.output())
         wait_for(lambda: len(self.groups(self.b, "239.4.")) == 20 - known, "what was kept, in b")
         self.configure(sa_limit=3)
         self.a.reload()
