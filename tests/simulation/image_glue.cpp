@@ -51,7 +51,7 @@ bool is_local_address(const sockaddr *address, socklen_t length)
 
 PortUse local_port_use(const RuntimeDir &, unsigned)
 {
-    return PortUse::unknown;
+    return PortUse::Unknown;
 }
 
 int local_socket(int type, int protocol)
