@@ -1,7 +1,10 @@
 #include "daemons/common/config_file.h"
 
 #include <exception>
+#include <string_view>
+#include <vector>
 
+#include "daemons/common/services.h"
 #include "host/config/config_text.h"
 #include "mcasthost/config.h"
 
@@ -15,6 +18,21 @@ uint64_t config_refusals()
     return g_refusals;
 }
 
+const char *const *config_tables()
+{
+    static const std::vector<const char *> tables = [] {
+        std::vector<const char *> names;
+        for (const RouterDaemon &daemon : ROUTER_DAEMONS) {
+            if (names.empty() || std::string_view(names.back()) != daemon.name) {
+                names.push_back(daemon.name);
+            }
+        }
+        names.push_back(nullptr);
+        return names;
+    }();
+    return tables.data();
+}
+
 bool load_config(const char *path, const char *name, const std::function<void(ConfigTable &)> &read,
                  std::string *error)
 {
@@ -26,7 +44,8 @@ bool load_config(const char *path, const char *name, const std::function<void(Co
         read(table);
         table.finish();
         char host_error[HOST_CONFIG_ERROR_SIZE];
-        if (HOST_ConfigLoadText(path, text.data(), text.size(), host_error, sizeof(host_error)) != 0) {
+        if (HOST_ConfigLoadText(path, text.data(), text.size(), config_tables(), host_error,
+                                sizeof(host_error)) != 0) {
             *error = host_error;
             ++g_refusals;
             return false;

@@ -27,6 +27,10 @@ using host::ConfigPosition;
 using host::ConfigString;
 using host::ConfigTable;
 
+// The tables that the configuration file may have beside the host platform's, one for each daemon of the
+// router, as HOST_ConfigLoad takes them: NULL follows the last.
+const char *const *config_tables();
+
 /*
  * Reads the file once and takes it as a whole or not at all: read gets the table [name], empty when the file
  * has none, and collects its values into something that is not in use yet; then the keys that read did not

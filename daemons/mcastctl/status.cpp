@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "daemons/common/config_file.h"
 #include "daemons/mcastctl/arguments.h"
 #include "daemons/mcastctl/command.h"
 #include "daemons/mcastctl/output.h"
@@ -56,7 +57,8 @@ int show_status(const Options &options)
 {
     char error[HOST_CONFIG_ERROR_SIZE];
     const bool managed = !options.config.empty();
-    if (managed && HOST_ConfigLoad(options.config.c_str(), error, sizeof(error)) != 0) {
+    if (managed &&
+        HOST_ConfigLoad(options.config.c_str(), mcastd::config_tables(), error, sizeof(error)) != 0) {
         std::fprintf(stderr, "mcastctl: %s\n", error);
         return EXIT_FAILED;
     }

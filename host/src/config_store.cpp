@@ -26,9 +26,6 @@ namespace
 using host::Config;
 using host::ConfigTable;
 
-// Tables of daemons that share the file; they check them themselves.
-constexpr const char *DAEMON_TABLES[] = {"gmpd", "mribd", "msdpd"};
-
 struct Store {
     std::mutex mutex;
     std::shared_ptr<const Config> newest; // guarded by mutex
@@ -55,7 +52,8 @@ struct Held {
 
 thread_local Held t_held;
 
-std::shared_ptr<const Config> read_config(std::string_view name, std::string_view text)
+std::shared_ptr<const Config> read_config(std::string_view name, std::string_view text,
+                                          const char *const *other_tables)
 {
     const host::ConfigDocument document(name, text);
     ConfigTable root = document.root();
@@ -64,8 +62,8 @@ std::shared_ptr<const Config> read_config(std::string_view name, std::string_vie
     config->acls = host::read_acls(root, config->vpns);
     config->nodes = host::read_nodes(root);
     config->services = host::read_services(root);
-    for (const char *table : DAEMON_TABLES) {
-        static_cast<void>(root.table(table));
+    for (; other_tables != nullptr && *other_tables != nullptr; ++other_tables) {
+        static_cast<void>(root.table(*other_tables));
     }
     root.finish();
     return config;
@@ -125,15 +123,16 @@ const Config *host::current_config()
 
 extern "C" {
 
-uint32_t HOST_ConfigLoad(const char *path, char *error, size_t error_size)
+uint32_t HOST_ConfigLoad(const char *path, const char *const *other_tables, char *error, size_t error_size)
 {
-    return guarded([&] { return read_config(path, host::read_config_file(path)); }, error, error_size);
+    return guarded([&] { return read_config(path, host::read_config_file(path), other_tables); }, error,
+                   error_size);
 }
 
-uint32_t HOST_ConfigLoadText(const char *name, const char *text, size_t length, char *error,
-                             size_t error_size)
+uint32_t HOST_ConfigLoadText(const char *name, const char *text, size_t length,
+                             const char *const *other_tables, char *error, size_t error_size)
 {
-    return guarded([&] { return read_config(name, {text, length}); }, error, error_size);
+    return guarded([&] { return read_config(name, {text, length}, other_tables); }, error, error_size);
 }
 
 } // extern "C"

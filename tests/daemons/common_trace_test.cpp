@@ -73,7 +73,8 @@ protected:
     static void load(const std::string &text)
     {
         char error[HOST_CONFIG_ERROR_SIZE];
-        ASSERT_EQ(HOST_ConfigLoadText("f", text.data(), text.size(), error, sizeof(error)), 0u) << error;
+        ASSERT_EQ(HOST_ConfigLoadText("f", text.data(), text.size(), nullptr, error, sizeof(error)), 0u)
+            << error;
     }
 
     static void forget()

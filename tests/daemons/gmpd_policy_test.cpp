@@ -53,7 +53,8 @@ void say_ssm_list(uint32_t number, uint16_t vrf_index = 0)
 void load_lists(const std::string &text)
 {
     char error[HOST_CONFIG_ERROR_SIZE];
-    ASSERT_EQ(HOST_ConfigLoadText("lists", text.data(), text.size(), error, sizeof(error)), 0u) << error;
+    ASSERT_EQ(HOST_ConfigLoadText("lists", text.data(), text.size(), nullptr, error, sizeof(error)), 0u)
+        << error;
 }
 
 // A list that permits the groups of the lab, or something else.

@@ -236,7 +236,8 @@ protected:
     static void configure(const std::string &text)
     {
         char error[HOST_CONFIG_ERROR_SIZE];
-        ASSERT_EQ(HOST_ConfigLoadText("file", text.data(), text.size(), error, sizeof(error)), 0u) << error;
+        ASSERT_EQ(HOST_ConfigLoadText("file", text.data(), text.size(), nullptr, error, sizeof(error)), 0u)
+            << error;
     }
 
     void TearDown() override

@@ -24,7 +24,8 @@ inline void load_lists(const std::string &group = "239.0.0.1")
                              "\"\n[[acl]]\nnumber = 3001\nfamily = \"ipv4\"\n[[acl.rule]]\nid = 1\naction = "
                              "\"permit\"\nsource = \"192.0.2.1\"\n";
     char error[HOST_CONFIG_ERROR_SIZE];
-    ASSERT_EQ(HOST_ConfigLoadText("lists", text.data(), text.size(), error, sizeof(error)), 0u) << error;
+    ASSERT_EQ(HOST_ConfigLoadText("lists", text.data(), text.size(), nullptr, error, sizeof(error)), 0u)
+        << error;
 }
 
 } // namespace msdpd_test

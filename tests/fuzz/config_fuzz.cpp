@@ -84,7 +84,7 @@ constexpr char BEFORE[] = "[[vpn]]\nname = 'five'\nindex = 5\n"
 void put_before_in_force()
 {
     char error[HOST_CONFIG_ERROR_SIZE];
-    require(HOST_ConfigLoadText("before", BEFORE, sizeof(BEFORE) - 1, error, sizeof(error)) == 0);
+    require(HOST_ConfigLoadText("before", BEFORE, sizeof(BEFORE) - 1, nullptr, error, sizeof(error)) == 0);
 }
 
 // To be called right after the refusal.
@@ -117,7 +117,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     char error[HOST_CONFIG_ERROR_SIZE];
     put_before_in_force();
-    if (HOST_ConfigLoadText("file", reinterpret_cast<const char *>(data), size, error, sizeof(error)) == 0) {
+    if (HOST_ConfigLoadText("file", reinterpret_cast<const char *>(data), size, mcastd::config_tables(),
+                            error, sizeof(error)) == 0) {
         require(error[0] == '\0');
         ask_everything();
     } else {

@@ -16,6 +16,7 @@ using host_test::load;
 using host_test::load_error;
 using host_test::match;
 using host_test::one_rule;
+using host_test::OTHER_TABLES;
 
 class Config : public host_test::ConfigTest
 {
@@ -210,30 +211,34 @@ TEST_F(Config, ErrorsInInstancesNameTheirPlaceAndWhatIsAllowed)
     });
 }
 
-TEST_F(Config, TablesOfDaemonsAreLeftToThem)
+TEST_F(Config, TablesOfOtherProgramsAreLeftToThemWhenWhoLoadsKnowsThem)
 {
     load("[mribd]\nanything = [1, 'x']\n[mribd.more]\nx = 1\n[gmpd]\n");
+    const char text[] = "\n[mribd]\n";
+    char error[HOST_CONFIG_ERROR_SIZE];
+    EXPECT_EQ(HOST_ConfigLoadText("f", text, sizeof(text) - 1, nullptr, error, sizeof(error)), HOST_FAILED);
+    EXPECT_STREQ(error, "f:2:2: unknown key \"mribd\"; allowed: vpn, acl, node, service");
 }
 
 TEST_F(Config, AFileIsLoadedAndReloadedAsAWhole)
 {
     TemporaryFile file(one_rule("ipv4", 2001, "id = 1\naction = 'permit'"));
     char error[HOST_CONFIG_ERROR_SIZE] = "untouched";
-    ASSERT_EQ(HOST_ConfigLoad(file.path(), error, sizeof(error)), 0u);
+    ASSERT_EQ(HOST_ConfigLoad(file.path(), OTHER_TABLES, error, sizeof(error)), 0u);
     EXPECT_STREQ(error, "");
     EXPECT_TRUE(match(2001, "ipv4", "1.1.1.1").permitted());
 
     // The first list of the broken file is good; it does not come into force either.
     file.write(one_rule("ipv4", 2001, "id = 1\naction = 'deny'\n") +
                one_rule("ipv4", 2002, "id = 1\naction = 'nothing'\n"));
-    EXPECT_EQ(HOST_ConfigLoad(file.path(), error, sizeof(error)), HOST_FAILED);
+    EXPECT_EQ(HOST_ConfigLoad(file.path(), OTHER_TABLES, error, sizeof(error)), HOST_FAILED);
     EXPECT_EQ(std::string(error),
               std::string(file.path()) + ":12:10: action is \"nothing\"; allowed: permit, deny");
     EXPECT_TRUE(match(2001, "ipv4", "1.1.1.1").permitted());
     EXPECT_EQ(match(2002, "ipv4", "1.1.1.1").code, ACL_ERR_NO_ACL);
 
     file.write(one_rule("ipv4", 2002, "id = 1\naction = 'permit'\n"));
-    EXPECT_EQ(HOST_ConfigLoad(file.path(), error, sizeof(error)), 0u);
+    EXPECT_EQ(HOST_ConfigLoad(file.path(), OTHER_TABLES, error, sizeof(error)), 0u);
     EXPECT_EQ(match(2001, "ipv4", "1.1.1.1").code, ACL_ERR_NO_ACL);
     EXPECT_TRUE(match(2002, "ipv4", "1.1.1.1").permitted());
 }
@@ -242,11 +247,11 @@ TEST_F(Config, AFileThatCannotBeReadChangesNothing)
 {
     load(one_rule("ipv4", 2001, "id = 1\naction = 'permit'"));
     char error[HOST_CONFIG_ERROR_SIZE];
-    EXPECT_EQ(HOST_ConfigLoad("/nowhere/at.all", error, sizeof(error)), HOST_FAILED);
+    EXPECT_EQ(HOST_ConfigLoad("/nowhere/at.all", OTHER_TABLES, error, sizeof(error)), HOST_FAILED);
     EXPECT_STREQ(error, "/nowhere/at.all: No such file or directory");
-    EXPECT_EQ(HOST_ConfigLoad("/tmp", error, sizeof(error)), HOST_FAILED);
+    EXPECT_EQ(HOST_ConfigLoad("/tmp", OTHER_TABLES, error, sizeof(error)), HOST_FAILED);
     EXPECT_STREQ(error, "/tmp: is a folder, not a file");
-    EXPECT_EQ(HOST_ConfigLoad("/dev/zero", error, sizeof(error)), HOST_FAILED);
+    EXPECT_EQ(HOST_ConfigLoad("/dev/zero", OTHER_TABLES, error, sizeof(error)), HOST_FAILED);
     EXPECT_STREQ(error, "/dev/zero: is no ordinary file");
     EXPECT_TRUE(match(2001, "ipv4", "1.1.1.1").permitted());
 }
@@ -255,18 +260,19 @@ TEST_F(Config, AnErrorIsCutToTheBufferThatThereIs)
 {
     const char text[] = "unknown = 1";
     char error[4] = "xxx";
-    EXPECT_EQ(HOST_ConfigLoadText("name", text, sizeof(text) - 1, error, sizeof(error)), HOST_FAILED);
+    EXPECT_EQ(HOST_ConfigLoadText("name", text, sizeof(text) - 1, nullptr, error, sizeof(error)),
+              HOST_FAILED);
     EXPECT_STREQ(error, "nam");
-    EXPECT_EQ(HOST_ConfigLoadText("name", text, sizeof(text) - 1, error, 1), HOST_FAILED);
+    EXPECT_EQ(HOST_ConfigLoadText("name", text, sizeof(text) - 1, nullptr, error, 1), HOST_FAILED);
     EXPECT_STREQ(error, "");
-    EXPECT_EQ(HOST_ConfigLoadText("name", text, sizeof(text) - 1, nullptr, 0), HOST_FAILED);
-    EXPECT_EQ(HOST_ConfigLoadText("name", nullptr, 0, nullptr, 0), 0u);
+    EXPECT_EQ(HOST_ConfigLoadText("name", text, sizeof(text) - 1, nullptr, nullptr, 0), HOST_FAILED);
+    EXPECT_EQ(HOST_ConfigLoadText("name", nullptr, 0, nullptr, nullptr, 0), 0u);
 }
 
 TEST_F(Config, TheExampleOfTheDocumentationLoads)
 {
     char error[HOST_CONFIG_ERROR_SIZE];
-    ASSERT_EQ(HOST_ConfigLoad(EXAMPLE_CONFIG, error, sizeof(error)), 0u) << error;
+    ASSERT_EQ(HOST_ConfigLoad(EXAMPLE_CONFIG, OTHER_TABLES, error, sizeof(error)), 0u) << error;
     EXPECT_TRUE(match(2001, "ipv4", "239.1.1.1", nullptr, 5).permitted());
     EXPECT_FALSE(match(2001, "ipv4", "239.1.1.1", nullptr, 6).permitted());
     EXPECT_TRUE(match(2001, "ipv4", "233.1.1.1").permitted());
@@ -310,12 +316,12 @@ TEST_F(Config, ReadersOnOtherThreadsSeeOneConfigurationOrTheOtherAndNeverNone)
     }
     for (int i = 0; i < LOADS; ++i) {
         const std::string &next = i % 2 == 0 ? deny : permit;
-        EXPECT_EQ(HOST_ConfigLoadText("f", next.data(), next.size(), nullptr, 0), 0u);
+        EXPECT_EQ(HOST_ConfigLoadText("f", next.data(), next.size(), nullptr, nullptr, 0), 0u);
         if (i % 16 < 2) { // seldom, because asking synchronises this thread with the others
             EXPECT_EQ(match(2001, "ipv4", "232.1.1.1").permitted(), i % 2 != 0); // in force when it returns
         }
         if (i % 3 == 0) {
-            EXPECT_EQ(HOST_ConfigLoadText("f", "[", 1, nullptr, 0), HOST_FAILED);
+            EXPECT_EQ(HOST_ConfigLoadText("f", "[", 1, nullptr, nullptr, 0), HOST_FAILED);
         }
     }
     while (asked < 100) {

@@ -121,7 +121,7 @@ TEST_F(ConfigText, APipeIsRefusedWithoutWaitingForItsWriter)
     const TemporaryPath pipe;
     ASSERT_EQ(mkfifo(pipe.path(), 0600), 0);
     char error[HOST_CONFIG_ERROR_SIZE];
-    EXPECT_EQ(HOST_ConfigLoad(pipe.path(), error, sizeof(error)), HOST_FAILED);
+    EXPECT_EQ(HOST_ConfigLoad(pipe.path(), nullptr, error, sizeof(error)), HOST_FAILED);
     EXPECT_EQ(std::string(error), std::string(pipe.path()) + ": is no ordinary file");
 }
 
@@ -133,7 +133,7 @@ TEST_F(ConfigText, AFileThatIsTooLongIsNotRead)
     ASSERT_EQ(ftruncate(fd, off_t{1} << 40), 0);
     close(fd);
     char error[HOST_CONFIG_ERROR_SIZE];
-    EXPECT_EQ(HOST_ConfigLoad(file.path(), error, sizeof(error)), HOST_FAILED);
+    EXPECT_EQ(HOST_ConfigLoad(file.path(), nullptr, error, sizeof(error)), HOST_FAILED);
     EXPECT_EQ(std::string(error), std::string(file.path()) + ": the file is longer than 16 MiB");
 }
 

@@ -246,7 +246,7 @@ TEST(ShortMemory, AServiceIsNotStartedAndCanBeStartedLater)
     char base[] = "/tmp/mcasthost-test-XXXXXX";
     ASSERT_NE(mkdtemp(base), nullptr);
     setenv("MCAST_HOST_RUNTIME_DIR", base, 1);
-    ASSERT_EQ(HOST_ConfigLoadText("f", text.data(), text.size(), nullptr, 0), 0u);
+    ASSERT_EQ(HOST_ConfigLoadText("f", text.data(), text.size(), nullptr, nullptr, 0), 0u);
     ASSERT_EQ(DEV_GetSelf(), 0u); // this thread has seen the configuration
     const int descriptors = OpenDescriptors();
     uint32_t result = 0;
@@ -257,7 +257,7 @@ TEST(ShortMemory, AServiceIsNotStartedAndCanBeStartedLater)
                                        EXPECT_EQ(OpenDescriptors(), descriptors);
                                    }),
               3u);
-    ASSERT_EQ(HOST_ConfigLoadText("f", "", 0, nullptr, 0), 0u);
+    ASSERT_EQ(HOST_ConfigLoadText("f", "", 0, nullptr, nullptr, 0), 0u);
     unsetenv("MCAST_HOST_RUNTIME_DIR");
     EXPECT_EQ(system((std::string("rm -rf ") + base).c_str()), 0);
 }

@@ -24,7 +24,7 @@ ASK = """
 import ctypes, sys
 host = ctypes.CDLL(sys.argv[1])
 state = ctypes.c_uint32(99)
-assert host.HOST_ConfigLoad(sys.argv[2].encode(), None, 0) == 0
+assert host.HOST_ConfigLoad(sys.argv[2].encode(), None, None, 0) == 0
 assert host.SERVICE_GetStatus(0, ctypes.c_uint64(1), 0, ctypes.byref(state)) == 0
 print(state.value)
 """

@@ -9,6 +9,10 @@
  * nothing, and a call that begins after the load answers from the new one. A text without a table removes
  * what an earlier one configured in it. Before the first load nothing is configured.
  *
+ * A file may have further tables, which belong to the programs that share it and which they check themselves:
+ * whoever loads the file says which there may be, with an array of names that ends with NULL, or NULL for none.
+ * Any other table is an error.
+ *
  * Every thread that has asked keeps the configuration it last answered from until it asks again or ends, so
  * that asking takes no lock.
  */
@@ -33,14 +37,15 @@ extern "C" {
  * when the file could not be read; on success the empty string. At most error_size bytes with the terminator.
  * NULL only with error_size 0. path is not NULL.
  */
-HOST_API uint32_t HOST_ConfigLoad(const char *path, char *error, size_t error_size);
+HOST_API uint32_t HOST_ConfigLoad(const char *path, const char *const *other_tables, char *error,
+                                  size_t error_size);
 
 /*
  * The same with the length bytes at text, which need no terminator, for a caller that has read the file
  * already. name stands for the path in errors and is not NULL; text may be NULL when length is 0.
  */
-HOST_API uint32_t HOST_ConfigLoadText(const char *name, const char *text, size_t length, char *error,
-                                      size_t error_size);
+HOST_API uint32_t HOST_ConfigLoadText(const char *name, const char *text, size_t length,
+                                      const char *const *other_tables, char *error, size_t error_size);
 
 #ifdef __cplusplus
 }
