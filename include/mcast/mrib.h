@@ -47,17 +47,35 @@ typedef struct MRIB_GMP_CALLBACKS_S {
     uint64_t (*connected)(int32_t socket);
     /* Just before the socket is closed. */
     void (*disconnected)(int32_t socket);
-    /* The last outstanding re-synchronisation has ended. */
+    /*
+     * The last outstanding re-synchronisation has ended: MRIB_GMP_ClearSmoothFlag left no bit, which an end
+     * record also does for a replay that nobody awaited.
+     */
     void (*smooth_finished)(void);
-    /* Layer-3 multicast was enabled in the instance. */
+    /* A state record said 1: layer-3 multicast is enabled in the instance, also when it was before. */
     void (*vrf_enabled)(const MRIB_GMP_VRF_KEY_S *key);
-    /* Layer-3 multicast was disabled in the instance. */
+    /*
+     * A state record said anything but 1, and the interface records and local sources of the instance are
+     * gone; or a replay of the states ended without naming the instance, whose interface records then stay.
+     */
     void (*vrf_disabled)(const MRIB_GMP_VRF_KEY_S *key);
-    /* A designated-router record arrived; state 1 = this router is it. */
+    /*
+     * A designated-router record arrived, with its state as received (1 = this router is it), also when it
+     * changed nothing or could not be stored; or, with state 0, a replay ended without confirming the
+     * interface.
+     */
     void (*dr_changed)(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, uint32_t state);
-    /* The interface's boundaries changed; operation 1 = more is blocked, else less. */
+    /*
+     * The interface's boundaries changed; operation 1 = more is blocked, else less. For an added scope it is
+     * 1 when the new scope is at least the old one, else 0; for other records it is the operation as
+     * received. With operation 0 also when a replay ended without confirming something of the interface.
+     */
     void (*boundary_changed)(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, uint32_t operation);
-    /* The ACL that defines the instance's SSM range; MCAST_NONE = none. */
+    /*
+     * The ACL that defines the instance's SSM range, MCAST_NONE = none: from a policy record, or MCAST_NONE
+     * at a smooth start when the connection's request for the policy has not confirmed the one that was
+     * known.
+     */
     void (*ssm_policy_changed)(const MRIB_GMP_VRF_KEY_S *key, uint32_t acl_number);
     /* A local source appeared. Addresses in network order; data holds length bytes, NULL when length is 0. */
     void (*msdp_local_source)(const MRIB_GMP_VRF_KEY_S *key, uint32_t rp_be, uint32_t group_be,
@@ -215,15 +233,19 @@ MCAST_API uint64_t MRIB_GMP_Init(uint8_t component, uint8_t family, uint64_t vrf
 
 /*
  * Connects to the MRIB of the client's family, registers and asks for the MRIB's state; then the connected
- * callback decides the result. MCAST_OK at once when connected. MCAST_ERR_GENERAL when a system call failed:
- * the new socket is closed again. Before MRIB_GMP_Init it fails. Linear in the number of instances.
+ * callback decides the result. In this order: socket, connect, option 128 (LOCAL_SOCKET_OPTION_LINGER, whose
+ * result does not matter), the registration; then every enabled instance and every known SSM ACL is marked
+ * stale; then the requests for instance states and for SSM policies, the second also when the first failed;
+ * then the socket is published, the smooth flags are cleared and a smooth alert is sent, whose result does
+ * not matter. MCAST_OK at once when connected. MCAST_ERR_GENERAL when a system call failed: the new socket is
+ * closed again, and the marks stay. Before MRIB_GMP_Init it fails. Linear in the number of instances.
  */
 MCAST_API uint64_t MRIB_GMP_OpenConnect(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /*
  * Closes the connection, drops everything that was batched or queued, and resets busy, failed and smooth
- * flags; the disconnected callback runs before the descriptor is closed. Harmless when not connected. May be
- * called from a callback.
+ * flags; the disconnected callback runs before the descriptor is closed. dropped_count,
+ * allocation_failure_count and queued_count stay. Harmless when not connected. May be called from a callback.
  */
 MCAST_API uint64_t MRIB_GMP_CloseConnection(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
@@ -242,7 +264,7 @@ MCAST_API void *MRIB_GMP_GetOutBuffer(MRIB_GMP_CONNECT_S *connection, uint32_t r
 
 /*
  * Sends the current message if it holds a record and nothing waits before it. MCAST_ERR_GENERAL when the
- * socket did not take it: it stays for the next attempt. Never blocks.
+ * socket did not take it (send gave 0 or less): it stays for the next attempt. Never blocks.
  */
 MCAST_API uint64_t MRIB_GMP_TrySendBuffer(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connection->lock);
 
@@ -251,7 +273,9 @@ MCAST_API uint64_t MRIB_GMP_SendAtOnce(void) MCAST_EXCLUDES(g_stMribConnectInfo.
 
 /*
  * Sends up to MRIB_GMP_DRAIN_LIMIT waiting messages, oldest first, then tries the current one; for when the
- * socket has become writable. MCAST_ERR_GENERAL when the socket did not take one, which stays first.
+ * socket has become writable. MCAST_ERR_GENERAL when the socket did not take one, which stays first. For a
+ * waiting message a send result of 0 counts as sent; for the current one, as in MRIB_GMP_TrySendBuffer, only
+ * a positive result does.
  */
 MCAST_API uint64_t MRIB_GMP_SendFailData(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
@@ -281,19 +305,40 @@ MCAST_API uint64_t MRIB_GMP_Fini(void) MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /*
  * Applies one received record: length bytes at value, which may be NULL when length is 0. Records that are
- * unknown, too short or for an instance out of range change nothing and give MCAST_OK. MCAST_ERR_GENERAL when
- * an update could not be made. Runs callbacks.
+ * unknown, too short or for an instance out of range change nothing and give MCAST_OK; bytes beyond a
+ * record's length are ignored. MCAST_ERR_GENERAL when an update could not be made, and for the end of a
+ * replay of designated routers or boundaries when the client has no callback, and so no capability, for them.
+ * Runs callbacks.
+ *
+ *   MRIB_TLV_VRF_STATE       stores the state as received; any but 1 deletes the instance's interface records
+ *                            and local sources
+ *   MRIB_TLV_VRF_STATE_END   disables the instances not named since the connection was opened
+ *   MRIB_TLV_PIM_DR          1 makes this router the designated one, any other state not
+ *   MRIB_TLV_BOUNDARY        an added range replaces the ranges within it; a removed one takes all ranges
+ *                            within it along
+ *   MRIB_TLV_FLOW_CONTROL    stores the value as received
+ *   MRIB_TLV_SMOOTH_START    gives up unconfirmed SSM ACLs, marks designated routers, scopes and ranges stale
+ *                            and asks for their replay as far as the client has the capability
+ *   the other ends           remove what the replay has not confirmed, tell the client, clear their smooth
+ *                            flag
  */
 MCAST_API uint64_t mribGmpTLVProc(uint16_t type, uint16_t length, const void *value)
     MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
-/* The instance's layer-3 multicast state, 1 = enabled. key->vrf_index is below the instance count. */
+/*
+ * The instance's layer-3 multicast state as the MRIB sent it: 1 = enabled, any other value disabled.
+ * key->vrf_index is below the instance count.
+ */
 MCAST_API uint32_t MRIB_GMP_IsL3McEnabled(const MRIB_GMP_VRF_KEY_S *key);
 
 /* The interface's designated-router state, 1 = this router; 0 when nothing is known. Index as above. */
 MCAST_API uint32_t MRIB_GMP_IsPimDr(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index);
 
-/* 1 when multicast for the group may cross the interface, 0 when a boundary blocks it. Index as above. */
+/*
+ * 1 when multicast for the group may cross the interface, 0 when a boundary blocks it: a range that the group
+ * lies in, or for an IPv6 group the interface's scope when both are from 3 to 15 and the interface's is at
+ * least the group's, of which 15 counts as 14. Index as above.
+ */
 MCAST_API uint64_t MRIB_GMP_CanPassMBoundary(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
                                              const MCAST_ADDR_S *group);
 
@@ -308,7 +353,17 @@ MCAST_API void mribGmpDeleteInterface(MRIB_GMP_VRF_S *vrf, MRIB_GMP_IF_S *interf
 /* Deletes all boundaries of the interface, ranges and scope; its record goes when nothing is left in it. */
 MCAST_API void mribGmpDeleteIfAllMBoundry(MRIB_GMP_VRF_S *vrf, uint32_t if_index) MCAST_REQUIRES(vrf->lock);
 
-/* A hash from 0 to 0x7FFFFFFF of a key and two addresses; the key counts only when b is IPv6. */
+/*
+ * A hash from 0 to 0x7FFFFFFF of a key and two addresses; the key counts only when b is IPv6. In unsigned
+ * 32-bit arithmetic, with word i an address's i-th 32 bits in network order and L(x) = x * 1103515245 +
+ * 12345:
+ *
+ *   b not IPv6   L(L(b word 0) ^ a word 0)
+ *   b IPv6       L(L((key * 0xC2A29A69 - 0x2C23E982) ^ x) ^ y), x the exclusive or of b's four words, y that
+ *                of a's four words when a is IPv6 too, else a's word 3
+ *
+ * and of that the low 31 bits.
+ */
 MCAST_API uint32_t MRIB_GMP_GetHashVal(uint32_t key, const MCAST_ADDR_S *a, const MCAST_ADDR_S *b);
 
 /*
@@ -332,8 +387,9 @@ MCAST_API uint64_t MRIB_GMP_SendQuerierChangeAlert(const MRIB_GMP_VRF_KEY_S *key
     MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /*
- * A group, or with a source a (source, group) pair, was joined or left on the interface. source may be NULL.
- * The flags are sent unchanged. Never sends by itself: flush with MRIB_GMP_SendAtOnce.
+ * A group, or with a source a (source, group) pair, was joined or left on the interface. source may be NULL,
+ * which is sent as the zero address of the group's family. The flags are sent unchanged: MRIB_JOIN_PRUNE_S
+ * says what they mean. Never sends by itself: flush with MRIB_GMP_SendAtOnce.
  */
 MCAST_API uint64_t MRIB_GMP_SendGmpJoinPrune(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
                                              const MCAST_ADDR_S *group, const MCAST_ADDR_S *source,
@@ -366,7 +422,8 @@ MCAST_API uint64_t MRIB_GMP_SendProxyMultipathAlert(const MRIB_GMP_VRF_KEY_S *ke
     MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /*
- * An authenticated user on the interface. block points at 16 bytes that are sent unchanged, like the bytes.
+ * An authenticated user on the interface. block points at 16 bytes that are sent unchanged, like the bytes:
+ * byte1 becomes user_byte1 of MRIB_MAUTH_USER_INFO_S and byte2 its first byte. Of send_now all 16 bits count.
  */
 MCAST_API uint64_t MRIB_GMP_SendMAuthUserInfo(const MRIB_GMP_VRF_KEY_S *key, const MCAST_USRAUTH_INFO_S *user,
                                               uint32_t if_index, const uint8_t *block, uint8_t byte1,

@@ -134,13 +134,27 @@ typedef struct MRIB_PACKED MRIB_IF_ALERT_S {
     uint32_t if_index;
 } MRIB_IF_ALERT_S;
 
-/* A (source, group) pair is wanted on an interface, or no longer. */
+/* flag1 of MRIB_JOIN_PRUNE_S. */
+#define MRIB_JOIN_PRUNE_FLAG_PRUNE 0u
+#define MRIB_JOIN_PRUNE_FLAG_JOIN 1u
+
+/*
+ * flag2 of MRIB_JOIN_PRUNE_S. Exclude: the source is blocked on the interface while any source of the group
+ * is joined; a join sets the block, a prune removes it. Never without a source.
+ */
+#define MRIB_JOIN_PRUNE_FLAG_PLAIN 0u
+#define MRIB_JOIN_PRUNE_FLAG_EXCLUDE 1u
+
+/*
+ * A (source, group) pair is wanted on an interface, or no longer. The channel carries both flags unchanged;
+ * their meaning is an agreement of client and MRIB, as the constants above say it.
+ */
 typedef struct MRIB_PACKED MRIB_JOIN_PRUNE_S {
     uint8_t family;
     uint16_t vrf_index;
     uint32_t if_index;
-    uint8_t flag1; /* the daemon's, carried unchanged */
-    uint8_t flag2;
+    uint8_t flag1;      /* MRIB_JOIN_PRUNE_FLAG_PRUNE or _JOIN */
+    uint8_t flag2;      /* MRIB_JOIN_PRUNE_FLAG_PLAIN or _EXCLUDE */
     uint8_t source[16]; /* network order; zero when the daemon gave none */
     uint8_t group[16];  /* network order */
     uint8_t reserved[26];
@@ -247,7 +261,7 @@ typedef struct MRIB_PACKED MRIB_BOUNDARY_S {
     uint8_t unused3;
     uint16_t vrf_index;
     uint8_t operation;  /* 1 = add, else remove */
-    uint8_t remove_all; /* 1 = remove every boundary of the interface */
+    uint8_t remove_all; /* 1 in a removal = every boundary of the interface, whatever scope_flag says */
     uint8_t prefix_length;
     uint32_t if_index;
     uint8_t scope_flag;  /* 1 = the record sets or clears the interface's IPv6 scope boundary */

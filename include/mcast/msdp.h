@@ -26,7 +26,7 @@ typedef struct MRIB_MSDP_SG_S {
 typedef struct MRIB_MSDP_FILTER_S {
     uint32_t acl_vrf_index; /* the instance whose ACL is asked */
     uint32_t acl_number;    /* the ACL that a pair must pass; MCAST_NONE passes all */
-    uint32_t limit;         /* pairs a call, at most MRIB_MSDP_BATCH_MAX */
+    uint32_t limit;         /* pairs a call; above MRIB_MSDP_BATCH_MAX counts as that, 0 gives none */
     uint32_t group_be;      /* the only group to read, 0 = all */
 } MRIB_MSDP_FILTER_S;
 
@@ -115,7 +115,9 @@ MCAST_API uint64_t MRIB_MSDP_SendSmoothLocalSrcRequest(void) MCAST_EXCLUDES(g_st
  */
 
 /*
- * A local source was added or removed. An addition is told to the client. MCAST_ERR_GENERAL: memory is short.
+ * A local source was added or removed. Every addition is told to the client, also that of a source that is
+ * known. A removal takes the source from the first RP that has it, whatever RP the record names, and is not
+ * told. MCAST_ERR_GENERAL: memory is short.
  */
 MCAST_API uint64_t MRIB_MSDP_ProcLocalSrcChgTlv(uint16_t length, const void *value);
 
@@ -142,10 +144,11 @@ MCAST_API uint32_t MRIB_MSDP_IsSSMGroup(uint32_t vrf_index, uint32_t group_be);
 MCAST_API uint64_t MRIB_MSDP_GetSGCntOfOneRP(uint32_t vrf_index, uint32_t rp_be, uint32_t *count);
 
 /*
- * Reads the local sources of one RP, from the cursor on, into the batch: those that are not in the SSM range
- * and pass the filter. MCAST_OK: the RP is done, the cursor stands at the next one, or its RP is 0 and the
- * walk is over. MCAST_WALK_AGAIN: the batch is full; the next call goes on behind it. Each pair reaches one
- * batch.
+ * Reads the local sources of one RP, from the cursor on, into the batch, whose count starts over: those that
+ * are not in the SSM range and pass the filter. MCAST_OK: the RP is done; the cursor is at the next one, with
+ * the filter's group and source 0, or its RP is 0 and the walk is over. MCAST_WALK_AGAIN: the batch is full;
+ * the cursor is at the first pair that did not fit, and the next call goes on there. Each pair reaches one
+ * batch. An instance out of range has no sources.
  */
 MCAST_API uint64_t MRIB_MSDP_GetLocalSrc(uint32_t vrf_index, const MRIB_MSDP_FILTER_S *filter,
                                          MRIB_MSDP_CURSOR_S *cursor, MRIB_MSDP_BATCH_S *batch);

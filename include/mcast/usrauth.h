@@ -4,10 +4,11 @@
  * questions about them. mcast/usrauth_wire.h has the messages. One process holds one store and one service,
  * for one address family.
  *
- * Life. A user is announced, its group list is sent and ended; with the first end the daemon is asked for
- * the user's interface (user_online) and the user can be found by it. A change that needs it set up again
- * takes the user offline until the next end of list. A refresh lets an agent announce all users of a kind on
- * a node anew; those that it leaves out are deleted, eight every half second.
+ * Life. A user is announced, its group list is sent and ended; with the first end the daemon is asked for the
+ * user's interface (user_online) and the user can be found by it. A change that needs it set up again takes
+ * the user offline until the next end of list. A refresh lets an agent announce all users of a kind on a node
+ * anew; those that it leaves out are deleted, eight every half second, or all at once when the platform makes
+ * no timer.
  *
  * Threads. One thread services the event loop: messages, timers and all callbacks of
  * MCAST_USRAUTH_CALLBACKS_S run on it, and every function here that does not say otherwise must be called on
@@ -76,7 +77,7 @@ typedef struct MCAST_USRAUTH_USER_S {
     MCAST_USRAUTH_NODE_S *node;                /* MCAST_USRAUTH_GetNode tells its number */
     struct MCAST_USRAUTH_USER_S *next_of_kind; /* in the node's list of users of this kind */
     MTABLE_S groups;                           /* what it may join: MCAST_USRAUTH_ENTRY_S sources */
-    char *name;                                /* terminated; empty when the agent sent none */
+    char *name; /* terminated; empty when the agent sent none; a longer one in a later message is cut */
     /* The library's own from here on. */
     struct MCAST_USRAUTH_USER_S *previous_of_kind;
     uint16_t name_size;         /* bytes at name */
@@ -118,6 +119,26 @@ typedef struct MCAST_USRAUTH_ENTRY_S {
  * What the daemon is told. Any callback may be NULL. They run on the event loop's thread without the lock,
  * user_offline within MCAST_USRAUTH_ClearAllUsers excepted, and may call every function of this header but
  * MCAST_USRAUTH_Init; a user given to one holds until the callback returns or deletes it.
+ *
+ * What each message leads to, in order:
+ *
+ *   announcement    message_filter; of a new user node_kind_changed 1 when it is the first of its kind on the
+ *                   node; of a known one as an update, which also takes it offline when it is marked for
+ *                   deletion
+ *   update          message_filter; user_offline when the user has an interface and its access interface,
+ *                   attribute_32, 34, 80 or 84, VRF or kind changes (PLACE_CHANGED for the first five,
+ *                   RECREATE for all); its flags are then those of a new user. Otherwise a changed
+ *                   attribute_40 sets 40_CHANGED and a changed attribute_24 sets 24_CHANGED, for users that
+ *                   have an interface
+ *   group list      message_filter
+ *   list end        LIST_LOST is set when a user that is not new has an entry that was not sent again; such
+ *                   entries are removed; user_online for a new user; user_changed when one of 40_CHANGED,
+ *                   LIST_LOST and 24_CHANGED is set; then the user can be found by its interface and the
+ *                   event flags are cleared
+ *   withdrawal      user_offline when the user has an interface; the user is deleted; node_kind_changed 0
+ *                   when the node has no user of the message's kind left
+ *   refresh end     users not announced since the begin are marked; refresh_ended; later, for each user that
+ *                   is deleted, user_offline and node_kind_changed as for a withdrawal
  */
 typedef struct MCAST_USRAUTH_CALLBACKS_S {
     /*
@@ -226,9 +247,10 @@ MCAST_API extern MCAST_RWLOCK_S g_stUsrAuthRWLock;
 
 /*
  * Starts the store, empty, for users of family (MCAST_FAMILY_IPV4 or MCAST_FAMILY_IPV6). Connections of the
- * service are registered in the set epollId; timers are made with timerService; callbacks are copied. Fails,
- * with no store, when timerService or callbacks is NULL, epollId is -1 or memory is short, and, leaving it as
- * it is, when there is a store already.
+ * service are registered in the set epollId; timers are made with timerService; callbacks are copied. As
+ * users come the store draws random numbers with FIPS_rand_bytes, for an index that agents cannot make slow.
+ * Fails, with no store, when timerService or callbacks is NULL, epollId is -1 or memory is short, and,
+ * leaving it as it is, when there is a store already.
  */
 MCAST_API MCAST_STATUS MCAST_USRAUTH_Init(uint8_t family, int32_t epollId, TIMER_SERVICE timerService,
                                           const MCAST_USRAUTH_CALLBACKS_S *callbacks);
@@ -336,10 +358,12 @@ MCAST_API MCAST_STATUS MCAST_USRAUTH_ClearStatistics(void);
 /* ---- The service ---- */
 
 /*
- * Opens the service, when the process becomes the active one: a listening socket on the family's port,
- * registered in the set epollId. Nothing to do, and MCAST_OK, when it is open. Fails, with no socket left,
- * when a system call does. What the loop finds registered as context, here and for each connection, is a
- * handler to be called with the events and the descriptor: uint64_t (*)(uint32_t events, int32_t fd).
+ * Opens the service, when the process becomes the active one: a listening socket on USRAUTH_PORT_IPV4 for
+ * MCAST_FAMILY_IPV4 and on USRAUTH_PORT_IPV6 for any other family. In this order: socket, option 0x200 with
+ * value 1, bind (the first byte of the address is 0), listen with a backlog of 1024, registration in the set
+ * epollId for EPOLLIN. Nothing to do, and MCAST_OK, when it is open. Fails, with no socket left, when one of
+ * them does. What the loop finds registered as context, here and for each connection, is a handler to be
+ * called with the events and the descriptor: uint64_t (*)(uint32_t events, int32_t fd).
  */
 MCAST_API MCAST_STATUS MCAST_USRAUTH_Upgrade(uint8_t family, int32_t epollId);
 

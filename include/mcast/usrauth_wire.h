@@ -91,7 +91,7 @@ typedef struct USRAUTH_PACKED USRAUTH_USER_S {
     uint16_t attribute_70_be;
     uint32_t entry_count_be;
     uint16_t name_offset_be;
-    uint16_t entry_size_be; /* distance from one entry to the next, at least 32 */
+    uint16_t entry_size_be; /* bytes from one entry to the next; below 32 they overlap, with 0 all are one */
     uint32_t attribute_80_be;
     uint32_t attribute_84_be;
 } USRAUTH_USER_S;

@@ -16,7 +16,9 @@ bool IsSupported(uint16_t family)
     return family == MCAST_FAMILY_IPV4 || family == MCAST_FAMILY_IPV6;
 }
 
-/* Whether the address is of the table's family; mixed keys of two lengths would meet in one node and be lost. */
+/*
+ * Whether the address is of the table's family; mixed keys of two lengths would meet in one node and be lost.
+ */
 bool Fits(const MRT_TABLE_S *table, const MCAST_ADDR_S *address)
 {
     return table->tree->maximum_length == (address->family == MCAST_FAMILY_IPV4 ? 32 : 128);

@@ -9,9 +9,9 @@
  * when none is left; a packet that cannot be sent, or that must give way to a new message while blocks wait,
  * goes to the end of the queue. So a byte never overtakes an older one.
  *
- * A packet leaves when it passes MESSAGER_SEND_ABOVE bytes, whatever its capacity. What a failed send leaves behind depends
- * on the mode: for a stream the unsent tail, for datagrams the whole packet, for data that ages nothing. When
- * memory for a block is short the packet is lost, and the packet starts over all the same.
+ * A packet leaves when it passes MESSAGER_SEND_ABOVE bytes, whatever its capacity. What a failed send leaves
+ * behind depends on the mode: for a stream the unsent tail, for datagrams the whole packet, for data that
+ * ages nothing. When memory for a block is short the packet is lost, and the packet starts over all the same.
  */
 #include "mcast/messager.h"
 
