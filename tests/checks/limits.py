@@ -18,6 +18,7 @@ def definitions():
     for folder in FOLDERS:
         for path in sorted((TOP / folder).rglob("*.h")) + sorted((TOP / folder).rglob("*.cpp")):
             text = re.sub(r"//.*", "", path.read_text())
+            text = re.sub(r"\b(?:u?int\d+_t|size_t)\{(\w+)\}", r"\1", text)
             for name, value in re.findall(r"\b(\w+)\s*(?:=|\{)\s*([\w\s+*/<>().-]+?)\s*[;,}]", text):
                 found.setdefault(name, []).append(value)
     return found

@@ -201,7 +201,7 @@ class Control(unittest.TestCase):
         self.refused(2, "default gives one interface", "set", "query-interval", "default")
         self.refused(2, "nothing", "show", "nothing")
         self.refused(2, r"show: an argument is missing(.|\n)*routes", "show")
-        self.refused(2, r"mcastctl: what\?")
+        self.refused(2, r"mcastctl: an argument is missing")
 
     def test_help_and_completion_follow_the_commands(self):
         self.assertIn("Specify multicast group", self.good("show", "routes", "--help"))
