@@ -123,7 +123,8 @@ void list_counters(const mcastd::ControlServer &server, const Speaker &speaker, 
                    ControlRows &rows)
 {
     NamedValues counters = {{"mrib_connects", process.mrib_connects},
-                            {"refused_connections", speaker.refused_connections}};
+                            {"refused_connections", speaker.refused_connections},
+                            {"postponed_accepts", speaker.postponed_accepts}};
 
     for (size_t i = 0; i < static_cast<size_t>(Count::Total); ++i) {
         const Count count = static_cast<Count>(i);

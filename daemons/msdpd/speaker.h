@@ -57,6 +57,7 @@ struct Speaker {
     std::map<Ipv4, std::unique_ptr<Peer>> peers;
     Advertisement advertisement;
     uint64_t refused_connections = 0; // that no peer of the configuration may make
+    uint64_t postponed_accepts = 0;   // times that a connection had to wait for a descriptor or memory
 };
 
 // Takes over a configuration: peers come, go and change; then as speaker_check_cache. Access lists may be

@@ -108,6 +108,7 @@ std::string status_text(Speaker &speaker, const ProcessStatus &process)
     json.number("mrib_connects", process.mrib_connects);
     json.number("mrib_pending_messages", process.mrib_pending);
     json.number("refused_connections", speaker.refused_connections);
+    json.number("postponed_accepts", speaker.postponed_accepts);
     json.open("peers", '[');
     for (const auto &[address, peer] : speaker.peers) {
         write_peer(json, *peer);

@@ -85,6 +85,9 @@ const char *remedy(int error)
 
 Tcp::~Tcp()
 {
+    if (timers_ != nullptr) {
+        mcastd::timer_stop(timers_, paused_);
+    }
     for (const auto &[address, connection] : connections_) {
         reactor_.remove(connection.socket.get());
     }
@@ -97,6 +100,7 @@ bool Tcp::open(Speaker &speaker, uint16_t port)
 {
     const sockaddr_in any = socket_address(Ipv4{}, port);
     speaker_ = &speaker;
+    timers_ = speaker.timers;
     port_ = port;
     listener_ = make_socket();
     if (!listener_.valid() || !set_option(listener_, SOL_SOCKET, SO_REUSEADDR, 1) ||
@@ -117,10 +121,29 @@ void Tcp::accept_some()
                                   SOCK_NONBLOCK | SOCK_CLOEXEC));
 
         if (!socket.valid()) {
+            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                pause_accepting(errno);
+            }
             return;
         }
         take(std::move(socket), from_network(remote.sin_addr.s_addr));
     }
+}
+
+// What cannot be accepted waits, and the listener would be ready for ever.
+void Tcp::pause_accepting(int error)
+{
+    const auto resume = [](void *tcp) { static_cast<Tcp *>(tcp)->resume_accepting(); };
+    ++speaker_->postponed_accepts;
+    mcastd::log_warning("a connection cannot be accepted, trying again in a second: %s", strerror(error));
+    if (mcastd::timer_try_start(timers_, paused_, mcastd::MS_PER_S, resume, this)) {
+        reactor_.modify(listener_.get(), 0);
+    }
+}
+
+void Tcp::resume_accepting()
+{
+    reactor_.modify(listener_.get(), EPOLLIN);
 }
 
 void Tcp::take(Descriptor socket, Ipv4 remote)

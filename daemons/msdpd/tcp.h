@@ -8,6 +8,7 @@
 
 #include "daemons/common/descriptor.h"
 #include "daemons/common/reactor.h"
+#include "daemons/common/timer.h"
 #include "daemons/msdpd/speaker.h"
 
 namespace msdpd
@@ -43,6 +44,8 @@ private:
     };
 
     void accept_some();
+    void pause_accepting(int error);
+    void resume_accepting();
     void take(mcastd::Descriptor socket, Ipv4 remote);
     bool watch(Ipv4 address, Connection connection, uint32_t events);
     void ready(Ipv4 address, uint32_t events);
@@ -55,6 +58,8 @@ private:
     Speaker *speaker_ = nullptr;
     uint16_t port_ = MSDP_PORT;
     mcastd::Descriptor listener_;
+    MCAST_TMR_S *timers_ = nullptr;
+    mcastd::Timer paused_;                   // runs while connections wait for a descriptor
     std::map<Ipv4, Connection> connections_; // by peer
 };
 

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/resource.h>
 
 #include "daemons/msdpd/tcp.h"
 #include "tests/daemons/msdpd_lab.h"
@@ -183,6 +184,28 @@ TEST_F(MsdpdTcp, TheLowerAddressCallsFromItsOwn)
     EXPECT_EQ(from_network(from.sin_addr.s_addr), LOW);
     EXPECT_EQ(state(), "established");
     EXPECT_EQ(received(call), KEEPALIVE);
+}
+
+TEST_F(MsdpdTcp, ACallWithoutADescriptorWaitsASecondAndIsTaken)
+{
+    start(HIGH, LOW);
+    const Descriptor caller = call(LOW, HIGH);
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const Descriptor next(dup(caller.get()));
+    const rlimit none{static_cast<rlim_t>(next.get()) + 1, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+
+    run();
+    pollfd loop{reactor.descriptor(), POLLIN, 0};
+    const int ready = poll(&loop, 1, 0);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(ready, 0) << "the loop has nothing to do";
+    EXPECT_EQ(state(), "listening");
+    EXPECT_EQ(speaker.postponed_accepts, 1u);
+    lab.pass(1);
+    run();
+    EXPECT_EQ(state(), "established");
 }
 
 TEST_F(MsdpdTcp, ARefusedCallIsCountedAndTriedAgain)
