@@ -182,10 +182,6 @@ TEST(Options, RejectsAnUnknownLevelAndAnUnknownOption)
 class Testd final : public Daemon
 {
 public:
-    explicit Testd(Frame &frame) : frame_(frame)
-    {
-    }
-
     TakeOver read_config(ConfigTable &table) override
     {
         const int64_t value = table.integer("value", 1, 9);
@@ -239,8 +235,6 @@ private:
             action();
         }
     }
-
-    Frame &frame_;
 };
 
 class FrameTest : public testing::Test
@@ -263,7 +257,7 @@ protected:
         ASSERT_FALSE(options.parse(static_cast<int>(argv.size()), argv.data()));
         frame.emplace(options);
         ASSERT_TRUE(frame->open());
-        daemon.emplace(*frame);
+        daemon.emplace();
     }
     void TearDown() override
     {

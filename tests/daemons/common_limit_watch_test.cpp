@@ -10,7 +10,7 @@ TEST(LimitWatch, WarnsOnceEachTimeThatTheLimitIsNear)
 {
     mcastd::LimitWatch<90, 80> watch;
     std::string warned;
-    for (const uint64_t used : {0, 89, 90, 91, 100, 80, 90, 79, 89, 90, 100}) {
+    for (const unsigned used : {0u, 89u, 90u, 91u, 100u, 80u, 90u, 79u, 89u, 90u, 100u}) {
         warned += watch.take(used, 100) ? '!' : '.';
     }
     EXPECT_EQ(warned, "..!......!.");

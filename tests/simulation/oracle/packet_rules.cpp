@@ -31,7 +31,8 @@ std::set<std::string> Oracle::expected_links(const Datum &datum) const
         return result;
     }
     const Link &from = *world_->flows()[datum.flow - 1]->link;
-    for (const auto &[name, link] : world_->links()) {
+    for (const auto &named : world_->links()) {
+        const auto &link = named.second;
         const bool is_steady = std::any_of(link->hosts.begin(), link->hosts.end(), [&](const Host *host) {
             return host->wants(datum.source, datum.group) && now - host->changed(datum.group) > SETTLED;
         });
@@ -40,7 +41,7 @@ std::set<std::string> Oracle::expected_links(const Datum &datum) const
         };
         if (link.get() != &from && is_steady &&
             std::any_of(world_->machines().begin(), world_->machines().end(), brings)) {
-            result.insert(name);
+            result.insert(named.first);
         }
     }
     return result;

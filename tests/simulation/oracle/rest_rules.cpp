@@ -110,7 +110,8 @@ void Oracle::check_entries(Machine &machine, const MulticastTable &table)
 {
     const Ns now = world_->kernel.clock.now();
     const Ns idle = 2 * disturbances.timing().idle;
-    for (const auto &[key, entry] : table.entries()) {
+    for (const auto &known : table.entries()) {
+        const auto &key = known.first;
         const auto is_its = [&](const auto &flow) {
             return flow->source == key.first && flow->group == key.second &&
                    (flow->on || now - flow->last < idle);
