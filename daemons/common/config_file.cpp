@@ -4,6 +4,7 @@
 #include <string_view>
 #include <vector>
 
+#include "daemons/common/descriptor_reserve.h"
 #include "daemons/common/services.h"
 #include "host/config/config_text.h"
 #include "mcasthost/config.h"
@@ -33,11 +34,18 @@ const char *const *config_tables()
     return tables.data();
 }
 
+// Also when descriptors have run out.
+static std::string read_file(const char *path)
+{
+    const DescriptorLoan loan;
+    return host::read_config_file(path);
+}
+
 bool load_config(const char *path, const char *name, const std::function<void(ConfigTable &)> &read,
                  std::string *error)
 {
     try {
-        const std::string text = host::read_config_file(path);
+        const std::string text = read_file(path);
         const host::ConfigDocument document(path, text);
         ConfigTable root = document.root();
         ConfigTable table = root.table(name);

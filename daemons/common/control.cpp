@@ -4,7 +4,6 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <map>
 #include <string>
 #include <sys/epoll.h>
@@ -13,10 +12,12 @@
 
 #include "daemons/common/config_file.h"
 #include "daemons/common/control_debug.h"
+#include "daemons/common/descriptor_reserve.h"
 #include "daemons/common/local_listener.h"
 #include "daemons/common/log.h"
 #include "daemons/common/log_output.h"
 #include "mcast/format.h"
+#include "mcasthost/local_socket.h"
 
 namespace mcastd
 {
@@ -26,24 +27,17 @@ namespace
 // What one wake-up takes of the listening socket; each may cost a full reply.
 constexpr unsigned ACCEPTS_PER_WAKE = 8;
 
-int open_spare()
-{
-    return open("/dev/null", O_RDONLY | O_CLOEXEC);
-}
-
 } // namespace
 
-ControlServer::ControlServer(Reactor &reactor) : reactor_(reactor), spare_(open_spare())
+ControlServer::ControlServer(Reactor &reactor) : reactor_(reactor)
 {
+    fill_descriptor_reserve();
     offer_debug(registry_);
 }
 
 ControlServer::~ControlServer()
 {
     close();
-    if (spare_ >= 0) {
-        ::close(spare_);
-    }
 }
 
 void ControlServer::close()
@@ -72,34 +66,39 @@ bool ControlServer::open(uint16_t port)
 void ControlServer::accept_clients()
 {
     for (unsigned count = 0; count < ACCEPTS_PER_WAKE; ++count) {
-        const int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        const int fd = accept_next(listener_);
         if (fd >= 0) {
             adopt(fd);
-        } else if ((errno != EMFILE && errno != ENFILE) || !accept_without_room()) {
+        } else if (is_shortage(errno)) {
+            if (!accept_from_reserve()) {
+                postpone_accept(reactor_, listener_, "a control request");
+                return;
+            }
+        } else if (errno != ECONNABORTED) {
             return;
         }
     }
 }
 
-// Takes a client for which there is no descriptor: without that it would wait, and the listener be ready, for
-// ever. Whether there was one.
-bool ControlServer::accept_without_room()
+// Takes a client for which there is no descriptor with one of the reserve, or in place of the client that has
+// waited longest for its request. False when there is neither.
+bool ControlServer::accept_from_reserve()
 {
-    ::close(spare_);
-    const int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    const bool has_place = fd >= 0 && !connections_.empty();
-    if (has_place) {
+    if (!lend_descriptor(RESERVED_FROM_CONTROL)) {
+        if (connections_.empty()) {
+            return false;
+        }
         ++displaced_;
         drop(connections_.front());
-    } else if (fd >= 0) {
-        ++turned_away_;
-        ::close(fd);
     }
-    spare_ = open_spare();
-    if (has_place) {
+    const int fd = accept_next(listener_);
+    if (fd >= 0) {
         adopt(fd);
+        return true;
     }
-    return fd >= 0;
+    const bool shortage = is_shortage(errno);
+    fill_descriptor_reserve();
+    return !shortage;
 }
 
 void ControlServer::adopt(int fd)
@@ -148,13 +147,10 @@ void ControlServer::drop(int fd)
 void ControlServer::visit_counters(const std::function<void(const char *name, uint64_t value)> &visitor) const
 {
     std::map<std::string, uint64_t> counters = {
-        {"configurations_refused", config_refusals()},
-        {"control_connections", accepted_},
-        {"control_connections_displaced", displaced_},
-        {"control_connections_turned_away", turned_away_},
-        {"control_replies_unsent", unsent_},
-        {"failed_assertions", g_uiMcastAssertCnt},
-        {"log_lines_held_back", log_lines_held_back()},
+        {"accepts_postponed", accepts_postponed()}, {"configurations_refused", config_refusals()},
+        {"control_connections", accepted_},         {"control_connections_displaced", displaced_},
+        {"control_replies_unsent", unsent_},        {"descriptors_lent", descriptors_lent()},
+        {"failed_assertions", g_uiMcastAssertCnt},  {"log_lines_held_back", log_lines_held_back()},
         {"log_lines_lost", log_lines_lost()},
     };
     for (size_t i = 0; i < static_cast<size_t>(ControlStatus::Count); ++i) {

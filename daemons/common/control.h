@@ -5,7 +5,8 @@
  * What a client can cost is bounded. A client that connects and sends nothing holds one of a few places, and the one
  * that has waited longest gives way to a newcomer; a client that sends more than its request is not read any
  * further; a reply is sent without waiting or not at all. One wake-up serves a few clients, then everything
- * else has its turn.
+ * else has its turn. When descriptors have run out, a few kept back for it (descriptor_reserve.h) serve
+ * clients.
  */
 #ifndef DAEMONS_COMMON_CONTROL_H
 #define DAEMONS_COMMON_CONTROL_H
@@ -56,18 +57,16 @@ public:
 
 private:
     void accept_clients();
-    bool accept_without_room();
+    bool accept_from_reserve();
     bool serve(int fd);
     void drop(int fd);
 
     Reactor &reactor_;
     ControlRegistry registry_;
     int listener_ = -1;
-    int spare_ = -1;              // given up for a moment to turn a client away when descriptors have run out
     std::deque<int> connections_; // that wait for their request, the oldest first
     uint64_t accepted_ = 0;
     uint64_t displaced_ = 0;
-    uint64_t turned_away_ = 0;
     uint64_t unsent_ = 0;
 };
 

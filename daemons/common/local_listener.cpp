@@ -2,15 +2,20 @@
 
 #include <arpa/inet.h>
 #include <cerrno>
+#include <cstring>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "daemons/common/log.h"
 #include "platform/local_socket.h"
 
 namespace mcastd
 {
 
 constexpr int BACKLOG = 64;
+
+static uint64_t g_postponed = 0;
 
 int listen_local(uint16_t port)
 {
@@ -32,6 +37,54 @@ int listen_local(uint16_t port)
         return -1;
     }
     return fd;
+}
+
+bool is_shortage(int error)
+{
+    return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+
+uint64_t accepts_postponed()
+{
+    return g_postponed;
+}
+
+int accept_next(int listener)
+{
+    int fd;
+    do {
+        fd = accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0 && is_shortage(errno)) {
+        // The kernel looks for a descriptor before it looks for a connection.
+        const int shortage = errno;
+        pollfd waiting{listener, POLLIN, 0};
+        errno = poll(&waiting, 1, 0) > 0 ? shortage : EAGAIN;
+    }
+    return fd;
+}
+
+void postpone_accept(Reactor &reactor, int listener, const char *what)
+{
+    ++g_postponed;
+    log_warning("cannot accept %s: %s; it waits until something else is closed", what, std::strerror(errno));
+    reactor.pause(listener);
+}
+
+void accept_waiting(Reactor &reactor, int listener, unsigned most, const char *what,
+                    const std::function<void(int fd)> &take)
+{
+    for (unsigned count = 0; count < most; ++count) {
+        const int fd = accept_next(listener);
+        if (fd >= 0) {
+            take(fd);
+        } else if (is_shortage(errno)) {
+            postpone_accept(reactor, listener, what);
+            return;
+        } else if (errno != ECONNABORTED) {
+            return;
+        }
+    }
 }
 
 } // namespace mcastd

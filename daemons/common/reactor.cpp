@@ -1,7 +1,11 @@
 #include "daemons/common/reactor.h"
 
+#include <algorithm>
+#include <ctime>
+#include <sys/epoll.h>
 #include <utility>
 
+#include "daemons/common/descriptor_reserve.h"
 #include "daemons/common/log.h"
 #include "mcast/event.h"
 #include "mcasthost/loop.h"
@@ -11,6 +15,16 @@ namespace mcastd
 
 // Handlers of the host's loop get no context of their own; they find it here. Set while a round runs.
 static Reactor *g_running = nullptr;
+
+// How long a listener that could not accept is left alone when nothing is closed meanwhile.
+constexpr uint64_t PAUSE_MS = 1000;
+
+static uint64_t now_ms()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
+}
 
 Reactor::Reactor() : loop_(HOST_LoopCreate())
 {
@@ -35,7 +49,7 @@ bool Reactor::add(int fd, uint32_t events, Handler handler)
 
 void Reactor::attach(int fd, Handler handler)
 {
-    handlers_[fd] = std::make_shared<Handler>(std::move(handler));
+    handlers_[fd] = {std::make_shared<Handler>(std::move(handler)), false};
 }
 
 uint64_t Reactor::context()
@@ -53,6 +67,39 @@ void Reactor::remove(int fd)
 {
     MCAST_DeleteEpoll(static_cast<uint32_t>(loop_), static_cast<uint32_t>(fd));
     handlers_.erase(fd);
+    removed_one_ = true;
+}
+
+void Reactor::pause(int fd)
+{
+    const auto found = handlers_.find(fd);
+    if (found != handlers_.end() && modify(fd, 0)) {
+        found->second.paused = true;
+        resume_at_ms_ = resume_at_ms_ == 0 ? now_ms() + PAUSE_MS : resume_at_ms_;
+    }
+}
+
+// Watches again what is due to be. How long the round may wait.
+int Reactor::before_waiting(int timeout_ms)
+{
+    const uint64_t now = resume_at_ms_ != 0 ? now_ms() : 0;
+    if (resume_at_ms_ != 0 && (removed_one_ || now >= resume_at_ms_)) {
+        fill_descriptor_reserve(); // before a listener takes what became free
+        resume_at_ms_ = 0;
+        for (auto &[fd, watch] : handlers_) {
+            if (std::exchange(watch.paused, false)) {
+                modify(fd, EPOLLIN);
+            }
+        }
+    } else if (removed_one_) {
+        fill_descriptor_reserve();
+    }
+    removed_one_ = false;
+    if (resume_at_ms_ == 0) {
+        return timeout_ms;
+    }
+    const int left = static_cast<int>(resume_at_ms_ - now);
+    return timeout_ms < 0 ? left : std::min(left, timeout_ms);
 }
 
 void Reactor::set_background(std::function<bool()> work)
@@ -65,7 +112,7 @@ uint64_t Reactor::dispatch(uint32_t events, int32_t fd)
 {
     const auto found = g_running->handlers_.find(fd);
     if (found != g_running->handlers_.end()) {
-        const std::shared_ptr<Handler> handler = found->second; // survives its own removal
+        const std::shared_ptr<Handler> handler = found->second.handler; // survives its own removal
         (*handler)(events);
     }
     return 0;
@@ -83,8 +130,9 @@ bool Reactor::run()
 
 bool Reactor::run_once(int timeout_ms)
 {
+    const int wait_ms = before_waiting(more_work_ ? 0 : timeout_ms);
     Reactor *const outer = std::exchange(g_running, this);
-    const int32_t result = HOST_LoopRunOnce(loop_, more_work_ ? 0 : timeout_ms);
+    const int32_t result = HOST_LoopRunOnce(loop_, wait_ms);
     g_running = outer;
     more_work_ = background_ && background_();
     return result >= 0;

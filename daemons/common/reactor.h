@@ -50,6 +50,10 @@ public:
     // Replaces the events waited for.
     bool modify(int fd, uint32_t events);
 
+    // For a listener, watched for EPOLLIN, that could not accept: does not watch it until another descriptor was
+    // removed, which is when one becomes free, or a second has passed.
+    void pause(int fd);
+
     // Stops watching fd; call it before close. Its handler is not called any more.
     void remove(int fd);
 
@@ -69,12 +73,20 @@ public:
     }
 
 private:
+    struct Watch {
+        std::shared_ptr<Handler> handler;
+        bool paused = false;
+    };
+
     static uint64_t dispatch(uint32_t events, int32_t fd);
+    int before_waiting(int timeout_ms);
 
     int loop_;
     bool stopping_ = false;
     bool more_work_ = false;
-    std::unordered_map<int, std::shared_ptr<Handler>> handlers_;
+    bool removed_one_ = false;  // since the last round
+    uint64_t resume_at_ms_ = 0; // when paused descriptors are watched again at the latest; 0: there is none
+    std::unordered_map<int, Watch> handlers_;
     std::function<bool()> background_;
 };
 

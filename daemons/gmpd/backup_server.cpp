@@ -23,6 +23,8 @@
 namespace gmpd
 {
 
+constexpr unsigned ACCEPTS_PER_WAKE = 16;
+
 BackupServer::BackupServer(mcastd::Reactor &reactor, const UserIndexes &indexes)
     : reactor_(reactor), indexes_(indexes)
 {
@@ -62,17 +64,11 @@ void BackupServer::close()
 
 void BackupServer::accept_standbys()
 {
-    const int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    mcastd::accept_waiting(reactor_, listener_, ACCEPTS_PER_WAKE, "a standby", [this](int fd) { adopt(fd); });
+}
 
-    if (fd < 0) {
-        if (errno == EMFILE || errno == ENFILE) {
-            // Readiness would be reported for ever.
-            mcastd::log_error("cannot accept a standby: %s; raise the limit of open files (ulimit -n)",
-                              strerror(errno));
-            reactor_.modify(listener_, 0);
-        }
-        return;
-    }
+void BackupServer::adopt(int fd)
+{
     if (standbys_.size() >= MOST_STANDBYS ||
         !reactor_.add(fd, EPOLLIN, [this, fd](uint32_t events) { serve(fd, events); })) {
         mcastd::log_warning("a standby is turned away: %zu are connected already", standbys_.size());

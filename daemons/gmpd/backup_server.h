@@ -55,6 +55,7 @@ private:
     };
 
     void accept_standbys();
+    void adopt(int fd);
     void serve(int fd, uint32_t events);
     bool send_untold(int fd, Peer &standby);
     bool send_some(int fd, Peer &standby);

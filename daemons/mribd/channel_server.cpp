@@ -70,21 +70,8 @@ bool ChannelServer::open()
 
 void ChannelServer::accept_clients()
 {
-    for (unsigned count = 0; count < ACCEPTS_PER_WAKE; ++count) {
-        const int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-        if (fd >= 0) {
-            adopt(fd);
-            continue;
-        }
-        if (errno == EMFILE || errno == ENFILE) {
-            // Readiness would be reported for ever; accepting resumes when a client goes.
-            mcastd::log_error("%s: cannot accept a client: %s; raise the limit of open files (ulimit -n)",
-                              family_name(routers_.family()), std::strerror(errno));
-            accepting_ = false;
-            reactor_.modify(listener_, 0);
-        }
-        return;
-    }
+    mcastd::accept_waiting(reactor_, listener_, ACCEPTS_PER_WAKE, "a client of the channel",
+                           [this](int fd) { adopt(fd); });
 }
 
 void ChannelServer::adopt(int fd)
@@ -215,10 +202,6 @@ void ChannelServer::drop(int fd, const char *why)
     clients_.erase(found); // before the session goes: its end may be told to the other clients
     reactor_.remove(fd);
     close(fd);
-    if (!accepting_ && listener_ >= 0) {
-        accepting_ = true;
-        reactor_.modify(listener_, EPOLLIN);
-    }
 }
 
 void ChannelServer::visit(const std::function<void(const Session &)> &visitor) const

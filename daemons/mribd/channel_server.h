@@ -65,7 +65,6 @@ private:
     Routers &routers_;
     ChannelCounters counters_;
     int listener_ = -1;
-    bool accepting_ = true;
     ClientId next_id_ = 1;
     std::map<int, Client> clients_;
 };

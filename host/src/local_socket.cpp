@@ -18,15 +18,19 @@
 #include "local_socket.h"
 
 #include <arpa/inet.h>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
 #include "libc_calls.h"
+#include "mcasthost/local_socket.h"
 #include "platform/local_socket.h"
 #include "runtime_dir.h"
 
@@ -44,6 +48,15 @@ constexpr int OPTION_REUSE = 0x200;
 
 // Room for a hundred of the largest messages; the kernel may grant less, but not less than its default.
 constexpr int SEND_BUFFER = 1 << 20;
+
+// Peers that one accept turns away before its caller has something else to do.
+constexpr unsigned MOST_REFUSALS = 64;
+
+// How long a bind waits for the lock of the names, and how often it looks.
+constexpr long LOCK_WAIT_MS = 2000;
+constexpr unsigned LOCK_TRIES = 200;
+
+std::atomic<uint64_t> g_refused_peers{0};
 
 int fail(int error)
 {
@@ -125,6 +138,11 @@ PortUse use_of(const sockaddr_un &name)
 // Makes the name free for a bind, or fails with EADDRINUSE. The caller holds the lock.
 bool clear_name(const sockaddr_un &name)
 {
+    // A link would be followed by the probe and not by the bind. Nobody but the folder's owner put it there.
+    struct stat status;
+    if (lstat(name.sun_path, &status) == 0 && !S_ISSOCK(status.st_mode)) {
+        return unlink(name.sun_path) == 0;
+    }
     switch (use_of(name)) {
     case PortUse::Bound:
         errno = EADDRINUSE;
@@ -138,12 +156,18 @@ bool clear_name(const sockaddr_un &name)
     }
 }
 
+// Its holders have it for the time of a bind; who has it longer has stopped, or is no user of this library.
 Descriptor lock_names(const RuntimeDir &dir)
 {
     Descriptor lock(openat(dir.fd.get(), "lock", O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-    while (lock.valid() && flock(lock.get(), LOCK_EX) != 0) {
-        if (errno != EINTR) {
-            return Descriptor();
+    constexpr timespec PAUSE{0, LOCK_WAIT_MS / LOCK_TRIES * 1000000};
+    for (unsigned tries = 0; lock.valid() && flock(lock.get(), LOCK_EX | LOCK_NB) != 0;) {
+        if (errno != EINTR && (errno != EWOULDBLOCK || ++tries == LOCK_TRIES)) {
+            const int error = errno == EWOULDBLOCK ? EBUSY : errno;
+            lock = Descriptor();
+            errno = error;
+        } else {
+            nanosleep(&PAUSE, nullptr);
         }
     }
     return lock;
@@ -246,9 +270,17 @@ int host::local_connect(int fd, const sockaddr *address, socklen_t length)
     return result;
 }
 
+/*
+ * Whoever calls was told that a connection waits, and may not wait for the next one when that was somebody
+ * else's: on a listener that blocks, a stranger could otherwise hang its owner.
+ */
 int host::local_accept(int fd, sockaddr *address, socklen_t *length, int flags)
 {
-    for (;;) {
+    for (unsigned refused = 0; refused < MOST_REFUSALS; ++refused) {
+        pollfd waiting{fd, POLLIN, 0};
+        if (refused != 0 && poll(&waiting, 1, 0) <= 0) {
+            break;
+        }
         Descriptor peer(libc().accept4(fd, nullptr, nullptr, flags | SOCK_CLOEXEC));
         if (!peer.valid()) {
             return -1;
@@ -257,7 +289,9 @@ int host::local_accept(int fd, sockaddr *address, socklen_t *length, int flags)
             give_peer_address(address, length);
             return peer.release();
         }
+        g_refused_peers.fetch_add(1, std::memory_order_relaxed);
     }
+    return fail((fcntl(fd, F_GETFL) & O_NONBLOCK) != 0 ? EAGAIN : ECONNABORTED);
 }
 
 bool host::is_local_option(int option)
@@ -276,4 +310,9 @@ int host::local_set_option(int option, const void *value, socklen_t length)
         return fail(EFAULT);
     }
     return length == expected ? 0 : fail(EINVAL);
+}
+
+extern "C" uint64_t HOST_LocalSocketRefusedPeers(void)
+{
+    return g_refused_peers.load(std::memory_order_relaxed);
 }

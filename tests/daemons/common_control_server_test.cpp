@@ -4,15 +4,16 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "daemons/common/descriptor_reserve.h"
 #include "daemons/common/expect.h"
 #include "daemons/common/log.h"
 #include "platform/local_socket.h"
 #include "support/descriptors.h"
 #include "tests/daemons/control_lab.h"
+#include "tests/daemons/descriptor_shortage.h"
 
 using namespace control_test;
 using namespace mcastd;
@@ -271,34 +272,29 @@ TEST_F(ControlPortTest, AClosedServerLeavesThePortAndMayOpenItAgain)
     EXPECT_TRUE(server.open(PORT));
 }
 
-TEST_F(ControlPortTest, WithoutDescriptorsClientsAreTurnedAwayAndServedAgainLater)
+TEST_F(ControlPortTest, WithoutDescriptorsTheReserveServesSomeAndThenTheOldestGivesWay)
 {
     ASSERT_TRUE(server.open(PORT));
-    const int fd = connect_to_server();
-    rlimit before;
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-    const rlimit none{static_cast<rlim_t>(fd + 1), before.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    std::vector<int> silent;
+    for (size_t i = 0; i <= RESERVED_DESCRIPTORS - RESERVED_FROM_CONTROL; ++i) {
+        silent.push_back(connect_to_server());
+    }
+    const Shortage shortage;
     serve();
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(server.connections(), silent.size() - 1);
     char byte;
-    EXPECT_EQ(recv(fd, &byte, 1, 0), 0) << "closed, not left waiting";
-    close(fd);
-    EXPECT_EQ(counter("control_connections_turned_away"), 1u);
-    const int later = connect_to_server();
-    serve();
-    EXPECT_EQ(server.connections(), 1u);
-
-    const int next = connect_to_server();
-    const rlimit few{static_cast<rlim_t>(next + 1), before.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-    serve();
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
-    EXPECT_EQ(recv(later, &byte, 1, 0), 0) << "who is silent gives way";
-    EXPECT_EQ(server.connections(), 1u);
+    EXPECT_EQ(recv(silent[0], &byte, 1, MSG_DONTWAIT), 0) << "waited longest, gives way";
     EXPECT_EQ(counter("control_connections_displaced"), 1u);
-    close(later);
-    close(next);
+    for (size_t i = 1; i < silent.size(); ++i) {
+        EXPECT_EQ(recv(silent[i], &byte, 1, MSG_DONTWAIT), -1) << "has a place";
+    }
+    const std::vector<uint8_t> request = encode(get_next());
+    EXPECT_GT(send(silent.back(), request.data(), request.size(), 0), 0);
+    serve();
+    EXPECT_GT(recv(silent.back(), &byte, 1, MSG_DONTWAIT), 0) << "answered";
+    for (const int fd : silent) {
+        close(fd);
+    }
 }
 
 TEST_F(ControlPortTest, AnInvariantThatDoesNotHoldIsReportedAndCounted)

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <thread>
 #include <vector>
@@ -160,6 +161,35 @@ TEST_F(LocalListener, OfManyListenersStartingTogetherOnADeadNameExactlyOneGetsTh
     for (std::thread &thread : threads) {
         thread.join();
     }
+}
+
+TEST_F(LocalListener, ALinkWithThePortsNameDoesNotStandInItsWay)
+{
+    close(listen_local(PORT));
+    const std::string name = runtime_dir(base_) + "/2182";
+    for (const char *target : {"/nowhere", "lock"}) {
+        unlink(name.c_str());
+        ASSERT_EQ(symlink(target, name.c_str()), 0);
+        int listener = listen_local(PORT);
+        EXPECT_GE(listener, 0) << std::strerror(errno);
+        int client = local_socket();
+        EXPECT_EQ(connect_local(client, PORT), 0);
+        close(client);
+        close(listener);
+    }
+}
+
+TEST_F(LocalListener, AForeignLockEndsTheBindWithAReason)
+{
+    close(listen_local(PORT));
+    int lock = open((runtime_dir(base_) + "/lock").c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(flock(lock, LOCK_EX), 0);
+    int fd = local_socket();
+    EXPECT_EQ(bind_local(fd, PORT), -1);
+    EXPECT_EQ(errno, EBUSY);
+    close(lock);
+    EXPECT_EQ(bind_local(fd, PORT), 0);
+    close(fd);
 }
 
 TEST_F(LocalListener, RuntimeDirectoryIsPrivate)

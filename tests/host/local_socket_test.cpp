@@ -1,4 +1,6 @@
 // Local sockets of family 37: what a client and a server see of each other, and who may come.
+#include "mcasthost/local_socket.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -131,23 +133,52 @@ TEST_F(LocalSocket, CloseGivesEndOfFileAndHangUpBehindWhatWasSent)
     close_pair(pair);
 }
 
+// The connection of a process of another user that somehow got past the directory.
+int connect_as_another_user(const std::string &base)
+{
+    int intruder = local_socket();
+    EXPECT_EQ(seteuid(65534), 0);
+    setfsuid(0);
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    snprintf(name.sun_path, sizeof(name.sun_path), "%s/2182", runtime_dir(base).c_str());
+    int connected = connect(intruder, reinterpret_cast<sockaddr *>(&name), sizeof(name));
+    EXPECT_EQ(seteuid(0), 0);
+    setfsuid(0);
+    EXPECT_EQ(connected, 0);
+    return intruder;
+}
+
+TEST_F(LocalSocket, PeerOfAnotherUserNeverMakesAListenerThatBlocksWait)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "another user can be played by root only";
+    }
+    const uint64_t refused = HOST_LocalSocketRefusedPeers();
+    int listener = listen_local(PORT, 16, 0);
+    int intruders[] = {connect_as_another_user(base_), connect_as_another_user(base_)};
+    alarm(20); // the end of a test that hangs
+    EXPECT_EQ(accept(listener, nullptr, nullptr), -1);
+    EXPECT_EQ(errno, ECONNABORTED);
+    EXPECT_EQ(HOST_LocalSocketRefusedPeers(), refused + 2);
+    int intruder = connect_as_another_user(base_);
+    int friendly = local_socket();
+    EXPECT_EQ(connect_local(friendly, PORT), 0);
+    int server = accept(listener, nullptr, nullptr);
+    alarm(0);
+    EXPECT_GE(server, 0);
+    for (int fd : {listener, intruders[0], intruders[1], intruder, friendly, server}) {
+        close(fd);
+    }
+}
+
 TEST_F(LocalSocket, PeerOfAnotherUserIsClosedAndTheNextOneServed)
 {
     if (geteuid() != 0) {
         GTEST_SKIP() << "another user can be played by root only";
     }
     int listener = listen_local(PORT, 16, SOCK_NONBLOCK);
-    int intruder = local_socket();
-    // A process of another user that somehow got past the directory.
-    ASSERT_EQ(seteuid(65534), 0);
-    setfsuid(0);
-    sockaddr_un name{};
-    name.sun_family = AF_UNIX;
-    snprintf(name.sun_path, sizeof(name.sun_path), "%s/2182", runtime_dir(base_).c_str());
-    int connected = connect(intruder, reinterpret_cast<sockaddr *>(&name), sizeof(name));
-    ASSERT_EQ(seteuid(0), 0);
-    setfsuid(0);
-    ASSERT_EQ(connected, 0);
+    int intruder = connect_as_another_user(base_);
     EXPECT_EQ(accept(listener, nullptr, nullptr), -1);
     EXPECT_EQ(errno, EAGAIN);
     char byte;

@@ -1,0 +1,137 @@
+#include <arpa/inet.h>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vector>
+
+#include "daemons/common/config_file.h"
+#include "daemons/common/descriptor_reserve.h"
+#include "daemons/common/local_listener.h"
+#include "daemons/common/log.h"
+#include "tests/daemons/descriptor_shortage.h"
+
+using namespace mcastd;
+
+namespace
+{
+
+// A listening socket without a name to clash with, and what connected to it.
+class Listener : public testing::Test
+{
+protected:
+    Listener()
+    {
+        log_open("test", static_cast<LogLevel>(-1)); // warnings are expected
+        fd_ = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        address_.sun_family = AF_UNIX;
+        EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr *>(&address_), sizeof(sa_family_t)), 0);
+        socklen_t size = sizeof(address_);
+        EXPECT_EQ(getsockname(fd_, reinterpret_cast<sockaddr *>(&address_), &size), 0);
+        address_size_ = size;
+        EXPECT_EQ(listen(fd_, 64), 0);
+        EXPECT_TRUE(reactor_.add(fd_, EPOLLIN, [this](uint32_t) {
+            ++calls_;
+            accept_waiting(reactor_, fd_, 4, "a test", [this](int fd) { accepted_.push_back(fd); });
+        }));
+    }
+    ~Listener() override
+    {
+        reactor_.remove(fd_);
+        close(fd_);
+        for (const int fd : accepted_) {
+            close(fd);
+        }
+        for (const int fd : clients_) {
+            close(fd);
+        }
+    }
+
+    void connect_one()
+    {
+        clients_.push_back(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+        EXPECT_EQ(connect(clients_.back(), reinterpret_cast<sockaddr *>(&address_), address_size_), 0);
+    }
+
+    Reactor reactor_;
+    sockaddr_un address_{};
+    socklen_t address_size_ = 0;
+    int fd_ = -1;
+    unsigned calls_ = 0;
+    std::vector<int> clients_;
+    std::vector<int> accepted_;
+};
+
+TEST_F(Listener, AWakeUpTakesAFew)
+{
+    for (int i = 0; i < 6; ++i) {
+        connect_one();
+    }
+    reactor_.run_once(0);
+    EXPECT_EQ(accepted_.size(), 4u);
+    reactor_.run_once(0);
+    EXPECT_EQ(accepted_.size(), 6u);
+}
+
+TEST_F(Listener, WithoutDescriptorsItRestsUntilOneIsFree)
+{
+    const int other = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    ASSERT_TRUE(reactor_.add(other, EPOLLIN, [](uint32_t) {}));
+    fill_descriptor_reserve();
+    const uint64_t postponed = accepts_postponed();
+    connect_one();
+    const Shortage shortage;
+    for (int i = 0; i < 100; ++i) {
+        reactor_.run_once(0);
+    }
+    EXPECT_EQ(calls_, 1u) << "does not spin";
+    EXPECT_EQ(accepts_postponed(), postponed + 1);
+    reactor_.remove(other);
+    close(other);
+    reactor_.run_once(0);
+    EXPECT_EQ(accepted_.size(), 1u);
+}
+
+TEST_F(Listener, WithoutDescriptorsItTriesAgainAfterASecond)
+{
+    connect_one();
+    {
+        const Shortage shortage;
+        reactor_.run_once(0);
+        EXPECT_EQ(calls_, 1u);
+    }
+    reactor_.run_once(-1); // waits until it is due
+    reactor_.run_once(0);
+    EXPECT_EQ(accepted_.size(), 1u);
+}
+
+TEST_F(Listener, ThatNobodyWaitsAtDoesNotRest)
+{
+    const Shortage shortage;
+    EXPECT_EQ(accept_next(fd_), -1);
+    EXPECT_EQ(errno, EAGAIN);
+}
+
+TEST(DescriptorReserve, AConfigurationIsReadWithoutAFreeDescriptor)
+{
+    char path[] = "/tmp/mcastd-reserve-XXXXXX";
+    close(mkstemp(path));
+    std::ofstream(path) << "[mribd]\n";
+    fill_descriptor_reserve();
+    std::string error;
+    {
+        const Shortage shortage;
+        for (int i = 0; i < 2; ++i) { // what was lent is back
+            EXPECT_TRUE(load_config(
+                path, "mribd", [](ConfigTable &) {}, &error))
+                << error;
+        }
+    }
+    std::filesystem::remove(path);
+}
+
+} // namespace
