@@ -1,9 +1,11 @@
 #include "daemons/mcastctl/command.h"
 
 #include <cstdio>
+#include <string>
 #include <utility>
 
 #include "daemons/common/command_words.h"
+#include "daemons/mcastctl/daemon_user.h"
 #include "daemons/mcastctl/text.h"
 
 namespace mcastctl
@@ -72,6 +74,8 @@ int run_command_line(int argc, const char *const *argv)
     mcastd::explain_errors(root);
     CLI::App &show = *root.add_subcommand("show", "Show a table");
     CLI::App &set = *root.add_subcommand("set", "Set a value");
+    std::string user;
+    root.add_option("--user", user, "The user whose daemons are meant, a name or a number; root only");
     std::function<int()> run;
     const CommandLine line{root, show, set, &run};
     for (const auto &add : COMMANDS) {
@@ -82,7 +86,15 @@ int run_command_line(int argc, const char *const *argv)
     } catch (const CLI::ParseError &error) {
         return root.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
     }
-    return run ? run() : say_what_is_missing(root);
+    if (!run) {
+        return say_what_is_missing(root);
+    }
+    std::string error;
+    if (!become_daemons_user(user, &error)) {
+        std::fprintf(stderr, "mcastctl: %s\n", error.c_str());
+        return EXIT_FAILED;
+    }
+    return run();
 }
 
 } // namespace mcastctl
