@@ -62,7 +62,11 @@ class Chain:
         self.network, self.router, self.family = network, network.router, family
         self.mribd = self.router.start_mribd()
         wait_for(lambda: "ready" in self.mribd.output(), "mribd ready")
-        self.gmpd = self.router.start_gmpd(family, "--max-groups", str(max(65536, 2 * count)))
+        # A group and a source each, and one host makes them all.
+        entries = str(max(262144, 8 * count))
+        self.gmpd = self.router.start_gmpd(family, "--max-groups", str(max(65536, 2 * count)), "--max-entries", entries,
+                                           "--max-interface-entries", entries, "--max-host-entries", entries,
+                                           "--max-memory", "4096")
         self.daemons = {"mribd": self.mribd, "gmpd": self.gmpd}
         wait_for(lambda: json.loads(self.gmpd.status())["mrib_replayed"], "gmpd connected to mribd")
 

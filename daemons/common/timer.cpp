@@ -82,10 +82,10 @@ void timer_start_near(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, T
     start_for(manager, timer, whole_seconds(timeout_ms, NS_PER_S / 2), handler, owner);
 }
 
-void timer_start_with(MCAST_TMR_S *manager, Timer &timer, const Timer &model, TimerHandler handler,
-                      void *owner)
+void timer_start_at(MCAST_TMR_S *manager, Timer &timer, uint32_t end_s, TimerHandler handler, void *owner)
 {
-    start_for(manager, timer, timer_remaining_s(model), handler, owner);
+    const uint32_t now_s = boot_time_s();
+    start_for(manager, timer, end_s > now_s ? end_s - now_s : 0, handler, owner);
 }
 
 void timer_stop(MCAST_TMR_S *manager, Timer &timer)
@@ -105,14 +105,19 @@ void timer_lower(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms)
 
 void timer_raise(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms)
 {
-    if (timer.node != nullptr && timer.node->expiry < boot_time_s() + whole_seconds(timeout_ms)) {
+    if (timer.node != nullptr && timer.node->expiry < timer_end_s(timeout_ms)) {
         MCAST_TMR_RefreshNode(manager, timer.node, whole_seconds(timeout_ms));
     }
 }
 
+uint32_t timer_end_s(uint32_t timeout_ms)
+{
+    return boot_time_s() + whole_seconds(timeout_ms);
+}
+
 bool timer_beyond(const Timer &timer, uint32_t timeout_ms)
 {
-    return timer.node != nullptr && timer.node->expiry > boot_time_s() + whole_seconds(timeout_ms);
+    return timer.node != nullptr && timer.node->expiry > timer_end_s(timeout_ms);
 }
 
 bool timer_is_due(const Timer &timer)

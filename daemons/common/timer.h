@@ -45,9 +45,8 @@ bool timer_try_start(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, Ti
 void timer_start_near(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler,
                       void *owner);
 
-// Starts the timer, or starts it over, to end together with model.
-void timer_start_with(MCAST_TMR_S *manager, Timer &timer, const Timer &model, TimerHandler handler,
-                      void *owner);
+// Starts the timer, or starts it over, to end at a second since boot.
+void timer_start_at(MCAST_TMR_S *manager, Timer &timer, uint32_t end_s, TimerHandler handler, void *owner);
 
 // Stops the timer without calling its handler; a stopped one stays stopped.
 void timer_stop(MCAST_TMR_S *manager, Timer &timer);
@@ -57,6 +56,9 @@ void timer_lower(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms);
 
 // Puts the end of a running timer off to timeout_ms from now when it would end earlier.
 void timer_raise(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms);
+
+// The second since boot at which a timer ends that is started now for timeout_ms.
+uint32_t timer_end_s(uint32_t timeout_ms);
 
 // Whether the timer runs and ends later than one started now for timeout_ms would.
 bool timer_beyond(const Timer &timer, uint32_t timeout_ms);

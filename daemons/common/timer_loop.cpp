@@ -1,21 +1,30 @@
 /*
  * The manager arms its platform timer in whole seconds from the second that it takes for now, so that a timer
  * due at 12.0 s, set at 10.9 s, fires at 12.9 s. Next to it stands a wake-up of this file's own at the very
- * beginning of the second in which the earliest timer is due. Whichever comes first runs what is due, and
- * processing arms the platform timer anew.
+ * beginning of the second in which the earliest timer is due. Whichever comes first runs what is due.
+ *
+ * A host can make a hundred thousand timers due in one second. So what is due runs for some milliseconds at most;
+ * the wake-up is then set to a second that has come, and everything else in the loop has its turn before the rest.
  */
 #include "daemons/common/timer_loop.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <sys/epoll.h>
 #include <sys/timerfd.h>
 
 #include "daemons/common/log.h"
+#include "daemons/common/timer.h"
 #include "mcasthost/loop.h"
 
 namespace mcastd
 {
+
+int64_t moment_of(uint32_t boot_s, int64_t now_s)
+{
+    return now_s + static_cast<int32_t>(boot_s - static_cast<uint32_t>(now_s));
+}
 
 TimerLoop::~TimerLoop()
 {
@@ -43,25 +52,50 @@ void TimerLoop::set_wake_up()
 {
     const auto *top = static_cast<const MCAST_TMR_NODE_S *>(MCAST_MinHeapTop(manager_->heap));
     const uint32_t due_s = top != nullptr ? top->expiry : 0;
+    timespec now{};
     itimerspec when{};
-    when.it_value.tv_sec = due_s;
-    if (due_s != wake_up_s_ && timerfd_settime(wake_up_.get(), TFD_TIMER_ABSTIME, &when, nullptr) == 0) {
+    if (due_s == wake_up_s_) {
+        return;
+    }
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    when.it_value.tv_sec = due_s != 0 ? moment_of(due_s, now.tv_sec) : 0;
+    if (timerfd_settime(wake_up_.get(), TFD_TIMER_ABSTIME, &when, nullptr) == 0) {
         wake_up_s_ = due_s;
     }
+}
+
+// As MCAST_TMR_ProcExpires, but not without end.
+void TimerLoop::run_due()
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(TIMER_TURN_MS);
+    wake_up_s_ = 0; // what is left is due already, and must wake the loop again
+    do {
+        auto *node = static_cast<MCAST_TMR_NODE_S *>(MCAST_MinHeapTop(manager_->heap));
+
+        if (node == nullptr || node->expiry > boot_time_s()) {
+            return;
+        }
+        const MCAST_TMR_NODE_S due = *node;
+        uint64_t data[] = {due.data[0], due.data[1], due.data[2], due.data[3]};
+
+        MCAST_TMR_DeleteNode(manager_, node);
+        if (due.callback != nullptr) {
+            due.callback(data);
+        }
+    } while (std::chrono::steady_clock::now() < end);
 }
 
 void TimerLoop::woken()
 {
     uint64_t ticks = 0;
     if (read(wake_up_.get(), &ticks, sizeof(ticks)) > 0) {
-        wake_up_s_ = 0;
-        MCAST_TMR_ProcExpires(manager_);
+        run_due();
     }
 }
 
 void TimerLoop::platform_timer_fired(uint64_t parameters[4])
 {
-    MCAST_TMR_ProcExpires(reinterpret_cast<TimerLoop *>(parameters[0])->manager_);
+    reinterpret_cast<TimerLoop *>(parameters[0])->run_due();
 }
 
 } // namespace mcastd

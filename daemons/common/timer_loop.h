@@ -13,6 +13,13 @@
 namespace mcastd
 {
 
+// The second of CLOCK_BOOTTIME that the timers, which count seconds modulo 2^32, call boot_s; now_s is the present
+// one, and boot_s less than 2^31 seconds away from it.
+int64_t moment_of(uint32_t boot_s, int64_t now_s);
+
+// How long timers that are due may run before everything else in the loop has a turn.
+constexpr int TIMER_TURN_MS = 10;
+
 class TimerLoop
 {
 public:
@@ -37,6 +44,7 @@ public:
 
 private:
     static void platform_timer_fired(uint64_t parameters[4]);
+    void run_due();
     void woken();
 
     Reactor &reactor_;

@@ -53,6 +53,11 @@ ControlField remaining(const mcastd::Timer &timer)
     return timer.running() ? ControlField::seconds(mcastd::timer_remaining_s(timer)) : ControlField();
 }
 
+ControlField remaining(const Deadline &deadline)
+{
+    return deadline.running() ? ControlField::seconds(deadline.remaining_s()) : ControlField();
+}
+
 // The groups of an interface; where users are authenticated, what they come to together, which has no timers.
 MRT_TABLE_S *groups_of(const Interface &interface)
 {

@@ -33,10 +33,13 @@ namespace gmpd
     ROW(Group, "dropped_group_address")                                                                      \
     ROW(RecordCount, "dropped_record_count")                                                                 \
     ROW(SourceCount, "dropped_source_count")                                                                 \
+    ROW(LostInKernel, "packets_lost_in_kernel")                                                              \
     ROW(Truncated, "dropped_truncated")                                                                      \
     ROW(NotNeighbour, "dropped_source_off_link")                                                             \
     ROW(OwnAddress, "dropped_own_address")                                                                   \
     ROW(QueryNoSource, "dropped_query_without_source")                                                       \
+    ROW(QuerierAddress, "dropped_querier_address")                                                           \
+    ROW(QuerierNotPermitted, "dropped_querier_not_permitted")                                                \
     ROW(NewerVersion, "dropped_newer_version")                                                               \
     ROW(QueriesV1, "received_queries_v1")                                                                    \
     ROW(QueriesV2, "received_queries_v2")                                                                    \
@@ -58,9 +61,13 @@ namespace gmpd
     ROW(GroupList, "refused_group_list")                                                                     \
     ROW(GroupLimit, "refused_group_limit")                                                                   \
     ROW(SourceLimit, "refused_source_limit")                                                                 \
+    ROW(HostLimit, "refused_host_limit")                                                                     \
+    ROW(InterfaceLimit, "refused_interface_limit")                                                           \
+    ROW(TotalLimit, "refused_total_limit")                                                                   \
     ROW(SentGeneral, "sent_general_queries")                                                                 \
     ROW(SentGroup, "sent_group_queries")                                                                     \
     ROW(SentSources, "sent_source_queries")                                                                  \
+    ROW(DelayedQueries, "delayed_group_queries")                                                             \
     ROW(SendFailed, "send_failures")
 
 MCASTD_COUNTS(GMPD_COUNTERS)

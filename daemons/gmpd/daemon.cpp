@@ -25,7 +25,6 @@
 #include "daemons/gmpd/daemon.h"
 
 #include <optional>
-#include <sys/epoll.h>
 #include <utility>
 
 #include "daemons/common/frame.h"
@@ -67,7 +66,7 @@ class Gmpd final : public mcastd::Daemon
 {
 public:
     Gmpd(mcastd::Frame &frame, const Config &config)
-        : frame_(frame), receiver_(process_), backup_(frame_.reactor(), indexes_),
+        : frame_(frame), receiver_(process_, frame_.reactor()), backup_(frame_.reactor(), indexes_),
           indexes_([this](const UserKey &user) { backup_.index_changed(user); }),
           mrib_(process_, frame_.reactor()), links_(process_, receiver_), standby_(frame_.reactor())
     {
@@ -78,9 +77,10 @@ public:
     }
 
     // gmpd has no table of its own; it uses the access lists and instances of the file.
-    TakeOver read_config(mcastd::ConfigTable &) override
+    TakeOver read_config(mcastd::ConfigTable &table) override
     {
-        return [this] {
+        return [this, queriers = read_config_table(table)] {
+            process_.config.queriers = queriers;
             warn_of_missing_group_list(config());
             links_.instances_changed();
             mrib_.policy().lists_changed();
@@ -123,6 +123,7 @@ public:
         }
         backup_.flush();
         mrib_.flush();
+        give_back_memory(process_);
         return false;
     }
 
@@ -194,10 +195,7 @@ private:
     bool open_active()
     {
         active_ = sender_.open(config().family) && receiver_.open() && (!users_ || users_->upgrade()) &&
-                  frame_.control().open(control_port()) &&
-                  frame_.reactor().add(receiver_.descriptor(), EPOLLIN,
-                                       [this](uint32_t) { receiver_.read_some(); }) &&
-                  links_.open(loop());
+                  frame_.control().open(control_port()) && links_.open(loop());
         if (!active_) {
             close_active();
             backup_.close();
@@ -213,10 +211,7 @@ private:
         if (users_) {
             users_->stop_server();
         }
-        if (receiver_.descriptor() >= 0) {
-            frame_.reactor().remove(receiver_.descriptor());
-            receiver_.close();
-        }
+        receiver_.close();
         sender_.close();
     }
 

@@ -5,6 +5,15 @@
  *
  * What has been confirmed in the meantime is asked about with the S flag, which tells other routers not to
  * shorten anything.
+ *
+ *      leave ─► doubted ─► queue of the link ─► turn: ends are shortened, first query ─┐
+ *                              ▲                                                       │ one interval later
+ *                              └──────────────────── repeats ◄─────────────────────────┘
+ *
+ * A host can leave thousands of groups with one packet, and each costs the link a query or two, which every host
+ * reads. So groups wait in a queue, and a link has so many queries a second. Nothing ends meanwhile: ends are
+ * shortened when the question is asked, and put off while its repetition waits (asking). What is confirmed
+ * before its turn is not asked about.
  */
 #include "daemons/gmpd/group_query.h"
 
@@ -24,6 +33,7 @@ struct Round {
     bool about_group = false;
     std::vector<Address> doubtful;  // sources that nobody has confirmed yet
     std::vector<Address> confirmed; // sources confirmed since the first round
+    bool more = false;              // a further round is to follow
 };
 
 MCAST_TMR_S *timers_of(const GroupState &group)
@@ -60,6 +70,22 @@ void send_about_sources(GroupState &group, std::span<const Address> sources, boo
     }
 }
 
+void wait_for_turn(GroupState &group)
+{
+    if (!group.waits) {
+        std::list<GroupState *> &waiting = group.memberships->link.pace.waiting;
+
+        group.waits = true;
+        group.waits_since_s = mcastd::boot_time_s();
+        group.turn = waiting.insert(waiting.end(), &group);
+    }
+}
+
+void next_second(void *owner)
+{
+    ask_waiting(*static_cast<Interface *>(owner));
+}
+
 void send_round(GroupState &group, const Round &round)
 {
     if (round.about_group) {
@@ -71,54 +97,107 @@ void send_round(GroupState &group, const Round &round)
     send_about_sources(group, round.doubtful, false);
 }
 
-void repeat(void *owner);
-
-void repeat_later(GroupState &group)
-{
-    timer_start_near(timers_of(group), group.retransmit, last_member_interval_ms(group.memberships->link),
-                     repeat, &group);
-}
-
-// Another router asks now: what this router was to ask once more is dropped.
-void forget_questions(GroupState &group)
-{
-    group.queries_left = 0;
-    for_each_source(group, [](SourceState &source) { source.queries_left = 0; });
-}
-
-void repeat(void *owner)
+void repeat_due(void *owner)
 {
     GroupState &group = *static_cast<GroupState *>(owner);
-    const uint32_t answer_ms = last_member_interval_ms(group.memberships->link);
-    const uint32_t time_ms = last_member_time_ms(group.memberships->link);
-    Round round;
-    bool more = false;
-    if (!group.memberships->link.querier.elected) {
-        forget_questions(group);
-        return;
-    }
-    for_each_source(group, [&](SourceState &source) {
-        if (source.queries_left == 0 || !source.timer.running()) {
-            return;
-        }
-        more = --source.queries_left > 0 || more;
-        if (timer_beyond(source.timer, time_ms)) {
+    group.repeats = true;
+    wait_for_turn(group);
+    ask_waiting(group.memberships->link);
+}
+
+// The first query about a source, or a further one.
+void ask_about(SourceState &source, Round &round)
+{
+    const Interface &link = source.group->memberships->link;
+    const uint32_t time_ms = last_member_time_ms(link);
+    if (source.doubted) {
+        source.doubted = false;
+        source.queries_left = link.querier.robustness - 1;
+        source_lower(source, time_ms);
+        round.doubtful.push_back(*source.entry->address);
+    } else if (source.group->repeats && source.queries_left > 0 && source.timer.running()) {
+        --source.queries_left;
+        if (source.timer.is_beyond(time_ms)) {
             round.confirmed.push_back(*source.entry->address);
         } else {
-            timer_raise(timers_of(group), source.timer, answer_ms);
+            source_raise(source, last_member_interval_ms(link));
             round.doubtful.push_back(*source.entry->address);
         }
-    });
-    if (group.queries_left > 0) {
-        round.about_group = true;
-        more = --group.queries_left > 0 || more;
     }
+    round.more = round.more || source.queries_left > 0;
+}
+
+void ask_about(GroupState &group, Round &round)
+{
+    const Interface &link = group.memberships->link;
+    if (group.doubted) {
+        timer_lower(timers_of(group), group.timer, last_member_time_ms(link));
+        group.queries_left = link.querier.robustness - 1;
+        round.about_group = true;
+    } else if (group.repeats && group.queries_left > 0) {
+        --group.queries_left;
+        round.about_group = true;
+    }
+    group.doubted = false;
+    round.more = round.more || group.queries_left > 0;
+}
+
+// The group's turn: what is in doubt is asked about for the first time, what was asked about once more.
+void take_turn(GroupState &group)
+{
+    Round round;
+    for_each_source(group, [&](SourceState &source) { ask_about(source, round); });
+    ask_about(group, round);
+    group.repeats = false;
     send_round(group, round);
-    if (more) {
-        repeat_later(group);
+    if (round.more && !group.retransmit.running()) {
+        timer_start_near(timers_of(group), group.retransmit, last_member_interval_ms(group.memberships->link),
+                         repeat_due, &group);
     }
     // A source that ended in this second has left it to the group's timer, which may just have been put off.
     settle_group(group);
+}
+
+// The most queries that the group's turn can take.
+uint32_t most_queries(const GroupState &group)
+{
+    const size_t room = sources_per_query(group.entry->address->family, group.memberships->link.mtu);
+    size_t sources = 0;
+
+    for_each_source(group, [&](const SourceState &source) {
+        sources += source.doubted || (group.repeats && source.queries_left > 0) ? 1 : 0;
+    });
+    // Confirmed and doubtful ones go in messages of their own.
+    const size_t messages = (sources + room - 1) / room + (group.repeats && sources > 1 ? 1 : 0);
+
+    return static_cast<uint32_t>(messages) + (group.doubted || group.queries_left > 0 ? 1 : 0);
+}
+
+// Whether this second has room for the turn. One that needs more than a whole second has gets a second alone.
+bool has_room(QueryPace &pace, uint32_t limit, const GroupState &group)
+{
+    const uint32_t now_s = mcastd::boot_time_s();
+    if (pace.second != now_s) {
+        pace.second = now_s;
+        pace.sent = 0;
+    }
+    if (pace.sent == 0 || (pace.sent < limit && pace.sent + most_queries(group) <= limit)) {
+        return true;
+    }
+    pace.sent = std::max(pace.sent, limit);
+    return false;
+}
+
+// Another router asks now: what this router was to ask is dropped.
+void forget_questions(GroupState &group)
+{
+    group.doubted = false;
+    group.repeats = false;
+    group.queries_left = 0;
+    for_each_source(group, [](SourceState &source) {
+        source.doubted = false;
+        source.queries_left = 0;
+    });
 }
 
 // The leave is believed at once: what was to be asked about ends.
@@ -138,8 +217,7 @@ void ask(GroupState &group, const std::vector<SourceState *> &sources, bool abou
 {
     const Interface &interface = group.memberships->link;
     const uint32_t time_ms = last_member_time_ms(interface);
-    const uint32_t repetitions = interface.querier.robustness - 1;
-    Round round;
+    uint32_t doubted = 0;
     if (interface.process->config.immediate_leave) {
         trace(TraceCategory::Group, interface, "%N on %P: the leave is believed at once",
               group.entry->address, group.memberships->shown_index());
@@ -151,27 +229,47 @@ void ask(GroupState &group, const std::vector<SourceState *> &sources, bool abou
     }
     // What ends within that time anyway has been asked about already, or is about to be forgotten.
     for (SourceState *source : sources) {
-        if (timer_beyond(source->timer, time_ms)) {
-            timer_lower(timers_of(group), source->timer, time_ms);
-            source->queries_left = repetitions;
-            round.doubtful.push_back(*source->entry->address);
+        if (source->timer.is_beyond(time_ms)) {
+            source->doubted = true;
+            ++doubted;
         }
     }
-    if (about_group && timer_beyond(group.timer, time_ms)) {
-        timer_lower(timers_of(group), group.timer, time_ms);
-        group.queries_left = repetitions;
-        round.about_group = true;
-    }
-    if (!round.about_group && round.doubtful.empty()) {
+    group.doubted = group.doubted || (about_group && timer_beyond(group.timer, time_ms));
+    if (!group.doubted && doubted == 0) {
         return;
     }
     trace(TraceCategory::Group, interface, "%N on %P: %s and %u sources end in %u s unless somebody answers",
-          group.entry->address, group.memberships->shown_index(),
-          round.about_group ? "the group" : "no group", static_cast<uint32_t>(round.doubtful.size()),
-          time_ms / 1000);
-    send_round(group, round);
-    if (repetitions > 0 && !group.retransmit.running()) {
-        repeat_later(group);
+          group.entry->address, group.memberships->shown_index(), group.doubted ? "the group" : "no group",
+          doubted, time_ms / 1000);
+    wait_for_turn(group);
+}
+
+void ask_waiting(Interface &link)
+{
+    QueryPace &pace = link.pace;
+
+    while (!pace.waiting.empty()) {
+        GroupState &group = *pace.waiting.front();
+
+        if (!link.querier.elected) {
+            leave_queue(group);
+            forget_questions(group);
+        } else if (has_room(pace, link.process->config.group_queries_per_s, group)) {
+            link.counters[Count::DelayedQueries] += group.waits_since_s != mcastd::boot_time_s() ? 1 : 0;
+            leave_queue(group);
+            take_turn(group);
+        } else {
+            timer_start(link.process->timers, pace.next, 1, next_second, &link);
+            return;
+        }
+    }
+}
+
+void leave_queue(GroupState &group)
+{
+    if (group.waits) {
+        group.memberships->link.pace.waiting.erase(group.turn);
+        group.waits = false;
     }
 }
 
@@ -195,7 +293,7 @@ void lower_queried(Memberships &memberships, const Message &query)
         SourceState *source = find_source(*group, query.sources.at(i));
 
         if (source != nullptr) {
-            timer_lower(interface.process->timers, source->timer, timeout_ms);
+            source_lower(*source, timeout_ms);
         }
     }
 }

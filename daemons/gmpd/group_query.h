@@ -14,9 +14,22 @@ namespace gmpd
 {
 
 // Asks whether some of the group's sources, all with running timers, and with about_group the group itself,
-// in EXCLUDE mode, still have members, and lets them end soon when nobody answers. Only the querier asks;
-// with immediate leave they end at once. The caller settles the group.
+// in EXCLUDE mode, still have members: the group waits for its turn, and what is asked about then ends soon when
+// nobody answers. Only the querier asks; with immediate leave it ends at once. The caller settles the group, and
+// calls ask_waiting.
 void ask(GroupState &group, const std::vector<SourceState *> &sources, bool about_group);
+
+// Asks about the groups whose turn it is, as many as the link's allowance has queries for. May remove groups.
+void ask_waiting(Interface &link);
+
+// The group is asked about no more.
+void leave_queue(GroupState &group);
+
+// Whether a repetition of the group's queries waits for its turn, so that nothing of what it asks about may end.
+inline bool asking(const GroupState &group)
+{
+    return group.waits && group.repeats;
+}
 
 // Shortens the life of what another router's query asks for. query names a group and has its S flag clear.
 void lower_queried(Memberships &memberships, const Message &query);

@@ -13,6 +13,11 @@
  * rest is cut off.
  *
  * Records to be removed are marked first and removed in the last step, so that their bits fall in order too.
+ *
+ * A source has no timer of its own but a second at which it ends; one timer of the group ends no later than the
+ * first of them. When it ends, one walk finds what is due, however many sources that are, and what the group's
+ * change costs is paid once. A report that confirms sources moves their ends alone: the timer then ends early,
+ * finds nothing due and is set again, once a membership interval.
  */
 #include "daemons/gmpd/group_state.h"
 
@@ -27,6 +32,9 @@ namespace gmpd
 {
 namespace
 {
+
+// What waits to be asked about once more is looked at again after this.
+constexpr uint32_t PUT_OFF_MS = 1000;
 
 MCAST_TMR_S *timers_of(const GroupState &group)
 {
@@ -111,61 +119,59 @@ void tell_removals(SourceState &source, bool reported)
 void group_expired(void *owner)
 {
     GroupState &group = *static_cast<GroupState *>(owner);
+    if (asking(group) && group.queries_left > 0) {
+        timer_start(timers_of(group), group.timer, PUT_OFF_MS, group_expired, &group);
+        return;
+    }
     trace(TraceCategory::Group, link_of(group), "%N on %P: nobody wants any source any more",
           group.entry->address, group.memberships->shown_index());
     // Sources that end in this very second do not outlive the group for an instant.
     for_each_source(group, [](SourceState &source) {
-        if (timer_is_due(source.timer)) {
-            timer_stop(timers_of(*source.group), source.timer);
+        if (source.timer.is_due() && !(asking(*source.group) && source.queries_left > 0)) {
+            source.timer.stop();
         }
     });
     group_include(group);
     settle_group(group);
 }
 
-void source_expired(void *owner)
+void sources_due(void *owner);
+
+// Sees to it that the source's end is noticed.
+void watch_end(const SourceState &source)
 {
-    SourceState &source = *static_cast<SourceState *>(owner);
-    trace(TraceCategory::Group, link_of(*source.group), "(%M, %N) on %P: nobody wants it any more",
-          source.entry->address, source.group->entry->address, source.group->memberships->shown_index());
-    source.group->dirty = true;
+    GroupState &group = *source.group;
+    const uint32_t end_s = source.timer.end_s();
+    if (!group.sources_timer.running() || end_s < group.sources_timer.node->expiry) {
+        timer_start_at(timers_of(group), group.sources_timer, end_s, sources_due, &group);
+    }
+}
+
+void sources_due(void *owner)
+{
+    GroupState &group = *static_cast<GroupState *>(owner);
+    const SourceState *next = nullptr;
+    for_each_source(group, [&](SourceState &source) {
+        if (source.timer.is_due() && asking(group) && source.queries_left > 0) {
+            source.timer.start(PUT_OFF_MS);
+        }
+        if (source.timer.is_due()) {
+            trace(TraceCategory::Group, link_of(group), "(%M, %N) on %P: nobody wants it any more",
+                  source.entry->address, group.entry->address, group.memberships->shown_index());
+            source.timer.stop();
+            group.dirty = true;
+        } else if (source.timer.running() &&
+                   (next == nullptr || source.timer.end_s() < next->timer.end_s())) {
+            next = &source;
+        }
+    });
+    if (next != nullptr) {
+        watch_end(*next);
+    }
     // When the group ends in this very second, its own handler settles both.
-    if (!timer_is_due(source.group->timer)) {
-        settle_group(*source.group);
+    if (!timer_is_due(group.timer)) {
+        settle_group(group);
     }
-}
-
-void warn_group_limit(Memberships &memberships)
-{
-    const uint32_t used = MRT_CountTable(memberships.groups);
-    const uint32_t limit = memberships.link.process->config.max_groups;
-    if (memberships.group_limit_watch.take(used, limit)) {
-        mcastd::log_warning("%s: %u groups, the limit is %u: raise it with --max-groups",
-                            memberships.name().c_str(), used, limit);
-    }
-}
-
-void warn_source_limit(GroupState &group)
-{
-    const uint32_t used = MRT_CountTable(group.entry->sources);
-    const uint32_t limit = group.memberships->link.process->config.max_sources;
-    if (group.source_limit_watch.take(used, limit)) {
-        mcastd::log_warning("%s: group %s has %u sources, the limit is %u: raise it with --max-sources",
-                            group.memberships->name().c_str(), to_text(*group.entry->address).c_str(), used,
-                            limit);
-    }
-}
-
-// The limit holds for each user, and for the link's users together.
-bool has_room(const Memberships &memberships, const Address &group)
-{
-    const Interface &link = memberships.link;
-    const uint32_t limit = link.process->config.max_groups;
-    if (MRT_CountTable(memberships.groups) >= limit) {
-        return false;
-    }
-    return !memberships.of_user() || link.users_union->has_group(group) ||
-           link.users_union->group_count() < limit;
 }
 
 } // namespace
@@ -174,15 +180,18 @@ void release_group(void **user_data)
 {
     std::unique_ptr<GroupState> group(static_cast<GroupState *>(*user_data));
     MCAST_TMR_S *timers = timers_of(*group);
-    for (mcastd::Timer *timer : {&group->timer, &group->retransmit, &group->v1_host, &group->v2_host}) {
+    leave_queue(*group);
+    uncount_group(*group);
+    for (mcastd::Timer *timer :
+         {&group->timer, &group->sources_timer, &group->retransmit, &group->v1_host, &group->v2_host}) {
         timer_stop(timers, *timer);
     }
 }
 
 void release_source(void **user_data)
 {
-    std::unique_ptr<SourceState> source(static_cast<SourceState *>(*user_data));
-    timer_stop(timers_of(*source->group), source->timer);
+    const std::unique_ptr<SourceState> source(static_cast<SourceState *>(*user_data));
+    uncount_source(*source);
 }
 
 GroupState *find_group(const Memberships &memberships, const Address &group)
@@ -203,10 +212,11 @@ GroupState *ensure_group(Memberships &memberships, const Address &group)
     if (found != nullptr) {
         return found;
     }
-    if (!has_room(memberships, group)) {
-        ++memberships.counters()[Count::GroupLimit];
-        trace(TraceCategory::Group, memberships.link, "%N on %P refused: %u groups are the limit", &group,
-              memberships.shown_index(), memberships.link.process->config.max_groups);
+    const Count refused = group_refused(memberships, group);
+    if (refused != NO_DROP) {
+        ++memberships.counters()[refused];
+        trace(TraceCategory::Group, memberships.link, "%N on %P: %s", &group, memberships.shown_index(),
+              count_name(refused));
         return nullptr;
     }
     auto state = std::make_unique<GroupState>();
@@ -215,6 +225,7 @@ GroupState *ensure_group(Memberships &memberships, const Address &group)
     state->entry =
         mcastd::must_have(MRT_CreateGroupMask(memberships.groups, &group, address_bits(group.family)));
     state->entry->user_data = state.get();
+    count_group(*state);
     warn_group_limit(memberships);
     trace(TraceCategory::Group, memberships.link, "%N on %P begins", &group, memberships.shown_index());
     return state.release();
@@ -229,11 +240,11 @@ SourceState *ensure_source(GroupState &group, const Address &source)
         found->doomed = false;
         return found;
     }
-    if (MRT_CountTable(group.entry->sources) >= group.memberships->link.process->config.max_sources) {
-        ++group.memberships->counters()[Count::SourceLimit];
-        trace(TraceCategory::Group, link_of(group), "(%M, %N) on %P refused: %u sources are the limit",
-              &source, group.entry->address, group.memberships->shown_index(),
-              group.memberships->link.process->config.max_sources);
+    const Count refused = source_refused(group);
+    if (refused != NO_DROP) {
+        ++group.memberships->counters()[refused];
+        trace(TraceCategory::Group, link_of(group), "(%M, %N) on %P: %s", &source, group.entry->address,
+              group.memberships->shown_index(), count_name(refused));
         return nullptr;
     }
     auto state = std::make_unique<SourceState>();
@@ -242,6 +253,7 @@ SourceState *ensure_source(GroupState &group, const Address &source)
     state->entry = mcastd::must_have(MRT_CreateSourceMask(group.entry, &source, address_bits(source.family)));
     state->entry->user_data = state.get();
     group.dirty = true;
+    count_source(*state);
     warn_source_limit(group);
     return state.release();
 }
@@ -249,7 +261,9 @@ SourceState *ensure_source(GroupState &group, const Address &source)
 void source_wanted(SourceState &source, uint32_t timeout_ms)
 {
     source.group->dirty = source.group->dirty || !source.timer.running();
-    timer_start(timers_of(*source.group), source.timer, timeout_ms, source_expired, &source);
+    source.timer.start(timeout_ms);
+    source.doubted = false;
+    watch_end(source);
     trace(TraceCategory::Group, link_of(*source.group), "(%M, %N) on %P wanted for %u s",
           source.entry->address, source.group->entry->address, source.group->memberships->shown_index(),
           timeout_ms / 1000);
@@ -258,14 +272,29 @@ void source_wanted(SourceState &source, uint32_t timeout_ms)
 void source_wanted_with_group(SourceState &source)
 {
     source.group->dirty = source.group->dirty || !source.timer.running();
-    timer_start_with(timers_of(*source.group), source.timer, source.group->timer, source_expired, &source);
+    source.timer.start_at(source.group->timer.node->expiry);
+    watch_end(source);
+}
+
+void source_lower(SourceState &source, uint32_t timeout_ms)
+{
+    if (source.timer.is_beyond(timeout_ms)) {
+        source.timer.start(timeout_ms);
+        watch_end(source);
+    }
+}
+
+void source_raise(SourceState &source, uint32_t timeout_ms)
+{
+    source.timer.raise(timeout_ms);
 }
 
 void source_unwanted(SourceState &source)
 {
     source.group->dirty = source.group->dirty || source.timer.running();
     source.queries_left = 0;
-    timer_stop(timers_of(*source.group), source.timer);
+    source.doubted = false;
+    source.timer.stop();
 }
 
 void group_exclude(GroupState &group, uint32_t timeout_ms)
@@ -275,12 +304,14 @@ void group_exclude(GroupState &group, uint32_t timeout_ms)
     trace(TraceCategory::Group, link_of(group), "(*, %N) on %P wanted for %u s", group.entry->address,
           group.memberships->shown_index(), timeout_ms / 1000);
     group.exclude = true;
+    group.doubted = false;
 }
 
 void group_include(GroupState &group)
 {
     timer_stop(timers_of(group), group.timer);
     group.queries_left = 0;
+    group.doubted = false;
     group.exclude = false;
     group.dirty = true;
 }

@@ -7,10 +7,12 @@
 #define DAEMONS_GMPD_GROUP_STATE_H
 
 #include <cstdint>
+#include <list>
 #include <memory>
 
 #include "daemons/common/limit_watch.h"
 #include "daemons/common/memory.h"
+#include "daemons/gmpd/deadline.h"
 #include "daemons/gmpd/interface.h"
 
 namespace gmpd
@@ -21,14 +23,21 @@ namespace gmpd
 struct GroupState {
     Memberships *memberships = nullptr;
     MRT_GROUP_S *entry = nullptr;
+    HostUse *maker = nullptr; // NULL: not known
     bool exclude = false;
     bool told_any = false; // the MRIB knows the join of any source
     bool dirty = false;    // what the MRIB knows may be out of date, or records are to go
     mcastd::LimitWatch<90, 80> source_limit_watch;
-    uint32_t queries_left = 0; // of the group-specific kind
-    mcastd::Timer timer;       // runs while exclude
-    mcastd::Timer retransmit;  // the next group-specific or source-specific queries
-    mcastd::Timer v1_host;     // runs while hosts of version 1 are taken to be present
+    bool doubted = false;        // the group is to be asked about
+    bool repeats = false;        // its queries are to be repeated
+    bool waits = false;          // for the turn of its queries, in QueryPace::waiting
+    uint32_t waits_since_s = 0;  // since boot, while it waits
+    uint32_t queries_left = 0;   // of the group-specific kind
+    mcastd::Timer timer;         // runs while exclude
+    mcastd::Timer sources_timer; // runs while some source's does, and ends no later than the first of them
+    mcastd::Timer retransmit;    // the next group-specific or source-specific queries
+    std::list<GroupState *>::iterator turn; // while it waits
+    mcastd::Timer v1_host;                  // runs while hosts of version 1 are taken to be present
     mcastd::Timer v2_host;
 };
 
@@ -36,11 +45,13 @@ struct GroupState {
 struct SourceState {
     GroupState *group = nullptr;
     MRT_SOURCE_S *entry = nullptr;
+    HostUse *maker = nullptr;  // NULL: not known
     bool told_joined = false;  // the MRIB knows the join of this source
     bool told_blocked = false; // the MRIB knows its exclusion
     bool doomed = false;       // to go with the next settle_group
+    bool doubted = false;      // to be asked about when the group's turn comes
     uint32_t queries_left = 0;
-    mcastd::Timer timer;
+    Deadline timer;
 };
 
 // Release functions for the tables.
@@ -76,6 +87,10 @@ void source_wanted(SourceState &source, uint32_t timeout_ms);
 
 // The same for as long as the group, in EXCLUDE mode, lives when nobody confirms it.
 void source_wanted_with_group(SourceState &source);
+
+// Brings the end of the source's running timer forward, or puts it off, to timeout_ms from now.
+void source_lower(SourceState &source, uint32_t timeout_ms);
+void source_raise(SourceState &source, uint32_t timeout_ms);
 
 // Stops the source's timer; in EXCLUDE mode it is then blocked.
 void source_unwanted(SourceState &source);

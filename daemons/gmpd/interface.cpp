@@ -11,11 +11,13 @@ namespace gmpd
 Interface::Interface(Process &owner, uint32_t if_index, const std::string &if_name)
     : process(&owner), index(if_index), name(if_name), memberships(*this)
 {
+    owner.use.stale = true;
     address = any_address(owner.config.family);
 }
 
 Interface::~Interface()
 {
+    process->use.stale = true;
     interface_stop(*this);
     timer_stop(process->timers, querier.warned);
 }

@@ -11,6 +11,7 @@
 #define DAEMONS_GMPD_INTERFACE_H
 
 #include <cstdint>
+#include <list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -40,6 +41,17 @@ struct Querier {
     mcastd::Timer warned; // runs while a warning about older routers is not repeated
 };
 
+struct GroupState;
+
+// The queries about groups of a link: at most so many a second (Config::group_queries_per_s), in the order in which
+// the questions came up.
+struct QueryPace {
+    std::list<GroupState *> waiting;
+    mcastd::Timer next;  // runs while groups wait
+    uint32_t second = 0; // since boot, of which sent counts
+    uint32_t sent = 0;   // queries about groups in that second
+};
+
 // One interface on which the protocol runs, or will run once it has an address.
 struct Interface {
     Process *process = nullptr;
@@ -52,6 +64,8 @@ struct Interface {
     Address address{};            // what queries are sent from, while running
     std::vector<Prefix> prefixes; // that are on the link
     Querier querier;
+    QueryPace pace;
+    LinkUse use;
     Counters counters;
     Memberships memberships;                 // of all hosts, unless users are authenticated
     std::unique_ptr<UsersUnion> users_union; // where users are authenticated: what theirs come to

@@ -16,6 +16,7 @@
 
 #include "daemons/common/limit_watch.h"
 #include "daemons/gmpd/counters.h"
+#include "daemons/gmpd/limits.h"
 #include "mcast/route_table.h"
 
 namespace gmpd
@@ -29,6 +30,7 @@ struct Memberships {
     std::string user_name;     // "user 7 of node 1"; empty: these are the link's own
     MRT_TABLE_S *groups;
     mcastd::LimitWatch<90, 80> group_limit_watch;
+    const Address *reporter = nullptr; // the host whose report is being handled
 
     // Those of all hosts of the link, which must outlive them.
     explicit Memberships(Interface &of_link);
@@ -53,6 +55,7 @@ struct Memberships {
     Counters &counters();
 
     Counters user_counters; // of a user alone
+    HostUse user_use;       // likewise
 };
 
 } // namespace gmpd

@@ -198,7 +198,7 @@ Count refuse(const Interface &interface, const Message &message)
         return Count::OwnAddress;
     }
     if (message.kind == MessageKind::Query) {
-        return is_unspecified(message.sender) ? Count::QueryNoSource : NO_DROP;
+        return querier_refused(interface, message.sender);
     }
     return message.version > interface.process->config.version ? Count::NewerVersion : NO_DROP;
 }
@@ -224,8 +224,10 @@ void handle_message(Interface &interface, const Message &message)
         break;
     case MessageKind::Leave:
     case MessageKind::Report:
-        if (Memberships *reporter = reporter_of(interface, message.sender)) {
-            handle_from_host(*reporter, message);
+        if (Memberships *memberships = reporter_of(interface, message.sender)) {
+            memberships->reporter = &message.sender;
+            handle_from_host(*memberships, message);
+            memberships->reporter = nullptr;
         }
         break;
     }

@@ -64,6 +64,23 @@ void add_protocol_values(CLI::App &app, Config &config)
     app.add_option("--robustness", config.robustness, "How many packets in a row may be lost, plus one")
         ->check(CLI::Range(1u, 7u))
         ->capture_default_str();
+    app.add_option("--querier-robustness-max", config.most_querier_robustness,
+                   "Greatest robustness to take over from another querier")
+        ->check(CLI::Range(1u, 7u))
+        ->capture_default_str();
+    app.add_option("--querier-response-max", config.most_querier_response_s,
+                   "Greatest response interval to take over from another querier, in seconds")
+        ->check(CLI::Range(1u, MOST_RESPONSE_S))
+        ->capture_default_str();
+    app.add_option("--querier-silence-max", config.most_querier_silence_s,
+                   "Most seconds of silence after which another querier counts as gone; the values of this "
+                   "router when those take longer")
+        ->check(CLI::Range(10u, 65535u))
+        ->capture_default_str();
+    app.add_option("--group-query-rate", config.group_queries_per_s,
+                   "Most queries about groups and sources a second on one interface; the others wait")
+        ->check(CLI::Range(1u, 100000u))
+        ->capture_default_str();
     app.add_flag("--immediate-leave", config.immediate_leave,
                  "End a membership with its first leave, without asking for others: for links with one host");
 }
@@ -91,6 +108,23 @@ void add_limits(CLI::App &app, Config &config)
         ->check(CLI::Range(1u, 16777216u))
         ->capture_default_str();
     app.add_option("--max-sources", config.max_sources, "Most sources of one group")
+        ->check(CLI::Range(1u, 1048576u))
+        ->capture_default_str();
+    app.add_option("--max-entries", config.max_entries,
+                   "Most groups and sources of groups, of all interfaces")
+        ->check(CLI::Range(2u, 67108864u))
+        ->capture_default_str();
+    app.add_option("--max-interface-entries", config.max_interface_entries, "Likewise, of one interface")
+        ->check(CLI::Range(2u, 67108864u))
+        ->capture_default_str();
+    app.add_option("--max-host-entries", config.max_host_entries,
+                   "Likewise, that one host made on an interface, or one user")
+        ->check(CLI::Range(2u, 67108864u))
+        ->capture_default_str();
+    app.add_option("--max-memory", config.max_memory_mib, "Most memory of groups and sources, in MiB")
+        ->check(CLI::Range(1u, 1048576u))
+        ->capture_default_str();
+    app.add_option("--max-users", config.max_users, "Most users at a time")
         ->check(CLI::Range(1u, 1048576u))
         ->capture_default_str();
 }

@@ -28,6 +28,7 @@ struct Process {
     MribSink *mrib = nullptr;               // not owned
     const Policy *policy = &EVERYTHING_MAY; // not owned
     Users *users = nullptr;                 // not owned; NULL without authentication
+    ProcessUse use;
     std::map<uint32_t, std::unique_ptr<Interface>> interfaces;
 };
 

@@ -10,10 +10,17 @@
  *
  * A version 1 query takes no part: version 1 has no election. A router that waits follows the querier's
  * robustness, interval and response time, so that both forget a member at the same time.
+ *
+ * Any host can send a query. What one forged query can do is therefore bounded: addresses that no router has are
+ * refused, the operator can name the queriers of a link, and what is taken over is capped, so that a querier that
+ * falls silent is replaced within minutes whatever it said.
  */
 #include "daemons/gmpd/querier.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
+#include <array>
+#include <cstring>
 
 #include "daemons/common/log.h"
 #include "daemons/gmpd/group_query.h"
@@ -34,6 +41,61 @@ void adopt_own_values(Interface &interface)
     interface.querier.robustness = config.robustness;
     interface.querier.query_interval_s = configured_query_interval_s(interface);
     interface.querier.response_ms = config.response_s * 1000;
+}
+
+uint32_t silence_ms(uint32_t robustness, uint32_t interval_s, uint32_t response_ms)
+{
+    return robustness * interval_s * 1000 + response_ms / 2;
+}
+
+// A query can say 7, 31744 s and 3174 s: nobody would notice for days that its sender is gone.
+void cap_adopted_values(Interface &interface)
+{
+    const Config &config = interface.process->config;
+    Querier &querier = interface.querier;
+    const uint32_t own_ms =
+        silence_ms(config.robustness, configured_query_interval_s(interface), config.response_s * 1000);
+    const uint32_t most_ms = std::max(config.most_querier_silence_s * 1000, own_ms);
+
+    querier.robustness =
+        std::min(querier.robustness, std::max(config.most_querier_robustness, config.robustness));
+    querier.response_ms =
+        std::min(querier.response_ms, std::max(config.most_querier_response_s, config.response_s) * 1000);
+    const uint32_t left_ms = most_ms > querier.response_ms / 2 ? most_ms - querier.response_ms / 2 : 0;
+
+    querier.query_interval_s = std::clamp(left_ms / 1000 / querier.robustness, 1u, querier.query_interval_s);
+}
+
+// Whether the address is the first or last of a prefix on the link: network, broadcast, or the one that means
+// any router of an IPv6 link.
+bool is_no_router(const Interface &interface, const Address &sender)
+{
+    if (sender.family == MCAST_FAMILY_IPV6) {
+        constexpr std::array<uint8_t, 8> NO_INTERFACE_ID{};
+
+        return memcmp(sender.address + NO_INTERFACE_ID.size(), NO_INTERFACE_ID.data(),
+                      NO_INTERFACE_ID.size()) == 0;
+    }
+    return std::any_of(interface.prefixes.begin(), interface.prefixes.end(), [&](const Prefix &prefix) {
+        if (prefix.length > 30 || !prefix.covers(sender)) {
+            return false;
+        }
+        uint32_t bytes;
+        const uint32_t host_bits = UINT32_MAX >> prefix.length;
+
+        memcpy(&bytes, sender.address, sizeof(bytes));
+        return (ntohl(bytes) & host_bits) == 0 || (ntohl(bytes) & host_bits) == host_bits;
+    });
+}
+
+bool is_permitted(const Interface &interface, const Address &sender)
+{
+    const PermittedQueriers &queriers = interface.process->config.queriers;
+    const auto found = queriers.find(interface.name);
+    return found == queriers.end() ||
+           std::any_of(found->second.begin(), found->second.end(), [&](const Address &permitted) {
+               return permitted.family == sender.family && same_address(permitted, sender);
+           });
 }
 
 void general_due(void *owner);
@@ -96,7 +158,7 @@ void follow(Interface &interface, const Message &query)
     const uint32_t last_response_ms = querier.response_ms;
 
     if (is_new) {
-        mcastd::log_info("%s: querier is %s", interface.name.c_str(), to_text(query.sender).c_str());
+        mcastd::log_warning("%s: querier is %s", interface.name.c_str(), to_text(query.sender).c_str());
         querier.other = query.sender;
     }
     adopt_own_values(interface);
@@ -114,7 +176,8 @@ void follow(Interface &interface, const Message &query)
         // A query about one group says nothing of the time that hosts have to answer a general one.
         querier.response_ms = last_response_ms;
     }
-    uint32_t present_ms = querier.robustness * querier.query_interval_s * 1000 + querier.response_ms / 2;
+    cap_adopted_values(interface);
+    const uint32_t present_ms = silence_ms(querier.robustness, querier.query_interval_s, querier.response_ms);
 
     timer_start(interface.process->timers, querier.other_present, present_ms, other_gone, &interface);
     trace(TraceCategory::Querier, interface, "%A is the querier on %P for %u s", &query.sender,
@@ -165,9 +228,21 @@ void querier_stop(Interface &interface)
 {
     timer_stop(interface.process->timers, interface.querier.general);
     timer_stop(interface.process->timers, interface.querier.other_present);
+    timer_stop(interface.process->timers, interface.pace.next);
     interface.querier.elected = false;
     interface.querier.startup_left = 0;
     interface.querier.other = any_address(interface.process->config.family);
+}
+
+Count querier_refused(const Interface &interface, const Address &sender)
+{
+    if (is_unspecified(sender)) {
+        return Count::QueryNoSource;
+    }
+    if (is_no_router(interface, sender)) {
+        return Count::QuerierAddress;
+    }
+    return is_permitted(interface, sender) ? NO_DROP : Count::QuerierNotPermitted;
 }
 
 void querier_heard(Interface &interface, const Message &query)
@@ -201,6 +276,7 @@ void querier_send(Interface &interface, Query query)
     if (is_unspecified(query.group)) {
         ++interface.counters[Count::SentGeneral];
     } else {
+        ++interface.pace.sent;
         ++interface.counters[query.sources.empty() ? Count::SentGroup : Count::SentSources];
     }
     if (is_unspecified(query.group)) {

@@ -26,6 +26,10 @@ void querier_ask_again(Interface &interface);
 // it. One that waits keeps to what it hears, and uses the interval when it becomes the querier.
 void querier_set_interval(Interface &interface, uint32_t seconds);
 
+// Why a query from the sender must not be acted on, or NO_DROP: no router has an address that stands for a whole
+// network, and the operator may have said who asks on the interface.
+Count querier_refused(const Interface &interface, const Address &sender);
+
 // Another router's query, checked and from a neighbour. A lower address wins the querier's role; a query
 // without the S flag shortens the life of what it asks for.
 void querier_heard(Interface &interface, const Message &query);

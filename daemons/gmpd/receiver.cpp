@@ -1,19 +1,30 @@
 /*
  * Hosts send version 3 reports to a group that every router may join, but older reports to the reported group
  * itself; the kernel passes those to the routing socket alone, which another process holds. A packet socket
- * hears both, whoever routes. It is bound to the IP protocol, not to an interface: the sender's record names
- * the interface. A filter in the kernel lets only IGMP, or the four MLD messages with or without a hop-by-hop
- * header, pass; hardware filters are opened per interface with an all-multicast membership.
+ * hears both, whoever routes. A filter in the kernel lets only IGMP, or the four MLD messages with or without a
+ * hop-by-hop header, pass; hardware filters are opened with an all-multicast membership.
  *
- * The socket sees what arrives on the wire before the kernel has checked anything, so that the parser checks
+ * Each interface has a socket, with a queue in the kernel, of its own, and a turn in each round of the event loop
+ * that ends after so many packets or milliseconds:
+ *
+ *      link 1 ── flood ──► queue, full ──► ┐  64 packets or 2 ms each,
+ *      link 2 ── join ───► queue ────────► ┼─ then the next socket, timers, the MRIB channel
+ *      link 3 ───────────► queue ────────► ┘
+ *
+ * So a flood on one link fills the queue of that link, and packets are lost there alone.
+ *
+ * A socket sees what arrives on the wire before the kernel has checked anything, so that the parser checks
  * everything. What this machine sends is never seen by a socket bound to one protocol.
  */
 #include "daemons/gmpd/receiver.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <span>
+#include <sys/epoll.h>
 #include <linux/filter.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
@@ -28,9 +39,18 @@ namespace gmpd
 namespace
 {
 
-constexpr int PACKETS_PER_ROUND = 64;
-constexpr int RECEIVE_BUFFER = 8 << 20;
+// What one interface may take of a round of the event loop; then the others have their turn.
+constexpr int PACKETS_PER_TURN = 64;
+constexpr std::chrono::milliseconds TURN(2);
+
+constexpr size_t BUFFER_SIZE = 65536;
+constexpr uint32_t RETRY_MS = 1000;
 constexpr uint32_t WHOLE_PACKET = 0xffff;
+
+// Room for packets that wait in the kernel: of one interface, and of all where there are many.
+constexpr size_t MOST_RECEIVE_BUFFER = size_t{8} << 20;
+constexpr size_t LEAST_RECEIVE_BUFFER = size_t{1} << 20;
+constexpr size_t ALL_RECEIVE_BUFFERS = size_t{64} << 20;
 
 // Offsets count from the IP header.
 constexpr sock_filter IPV4_FILTER[] = {
@@ -62,82 +82,124 @@ constexpr sock_filter IPV6_FILTER[] = {
 
 } // namespace
 
+Receiver::Receiver(Process &process, mcastd::Reactor &reactor)
+    : process_(process), reactor_(reactor), buffer_(BUFFER_SIZE)
+{
+}
+
+Receiver::~Receiver()
+{
+    close();
+}
+
 bool Receiver::open()
 {
-    const bool ipv4 = process_.config.family == MCAST_FAMILY_IPV4;
-
-    // Protocol 0: nothing arrives before the filter stands.
-    socket_ = mcastd::Descriptor(socket(AF_PACKET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (!socket_.valid()) {
+    // Protocol 0: nothing arrives.
+    const mcastd::Descriptor socket(::socket(AF_PACKET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!socket.valid()) {
         mcastd::log_error("cannot open a packet socket: %s%s", strerror(errno),
                           errno == EPERM ? " (root or the capability CAP_NET_RAW is needed)" : "");
-        return false;
     }
+    return socket.valid();
+}
+
+void Receiver::close()
+{
+    while (!ears_.empty()) {
+        leave(ears_.begin()->first);
+    }
+    mcastd::timer_stop(process_.timers, retry_);
+}
+
+bool Receiver::open_ear(uint32_t if_index, Ear &ear)
+{
+    const bool ipv4 = process_.config.family == MCAST_FAMILY_IPV4;
     const std::span<const sock_filter> program =
         ipv4 ? std::span<const sock_filter>(IPV4_FILTER) : IPV6_FILTER;
     const sock_fprog filter = {static_cast<unsigned short>(program.size()),
                                const_cast<sock_filter *>(program.data())};
+    const int room = static_cast<int>(
+        std::max(LEAST_RECEIVE_BUFFER, std::min(MOST_RECEIVE_BUFFER, ALL_RECEIVE_BUFFERS / ears_.size())));
     sockaddr_ll address{};
-
+    packet_mreq request{};
     address.sll_family = AF_PACKET;
     address.sll_protocol = htons(ipv4 ? ETH_P_IP : ETH_P_IPV6);
-    if (!set_option(socket_, SOL_SOCKET, SO_ATTACH_FILTER, filter) ||
-        bind(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
-        mcastd::log_error("cannot set up the packet socket: %s", strerror(errno));
+    address.sll_ifindex = static_cast<int>(if_index);
+    request.mr_ifindex = address.sll_ifindex;
+    request.mr_type = PACKET_MR_ALLMULTI;
+    // Protocol 0: nothing arrives before the filter is in place and the socket is bound to the interface.
+    ear.socket = mcastd::Descriptor(socket(AF_PACKET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!ear.socket.valid() || !set_option(ear.socket, SOL_SOCKET, SO_ATTACH_FILTER, filter) ||
+        bind(ear.socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
+        !reactor_.add(ear.socket.get(), EPOLLIN, [this, if_index](uint32_t) { read_some(if_index); })) {
+        mcastd::log_warning("cannot hear interface %u: %s, trying every second", if_index, strerror(errno));
+        ear.socket = mcastd::Descriptor();
         return false;
     }
-    if (!set_option(socket_, SOL_SOCKET, SO_RCVBUFFORCE, RECEIVE_BUFFER) &&
-        !set_option(socket_, SOL_SOCKET, SO_RCVBUF, RECEIVE_BUFFER)) {
+    if (!set_option(ear.socket, SOL_PACKET, PACKET_ADD_MEMBERSHIP, request)) {
+        mcastd::log_warning("interface %u does not hand over every group: %s", if_index, strerror(errno));
+    }
+    if (!set_option(ear.socket, SOL_SOCKET, SO_RCVBUFFORCE, room) &&
+        !set_option(ear.socket, SOL_SOCKET, SO_RCVBUF, room)) {
         mcastd::log_warning("cannot enlarge the receive buffer: %s", strerror(errno));
     }
     return true;
 }
 
-void Receiver::close()
-{
-    kernel_drops(); // which end with the socket
-    socket_ = mcastd::Descriptor();
-}
-
-void Receiver::membership(int option, uint32_t if_index)
-{
-    packet_mreq request{};
-    request.mr_ifindex = static_cast<int>(if_index);
-    request.mr_type = PACKET_MR_ALLMULTI;
-    // Leaving fails for an interface that is gone, which has taken the membership with it.
-    if (!set_option(socket_, SOL_PACKET, option, request) && option == PACKET_ADD_MEMBERSHIP) {
-        mcastd::log_warning("interface %u does not hand over every group: %s", if_index, strerror(errno));
-    }
-}
-
 void Receiver::join(uint32_t if_index)
 {
-    membership(PACKET_ADD_MEMBERSHIP, if_index);
+    Ear &ear = ears_[if_index];
+    if (!ear.socket.valid() && !open_ear(if_index, ear)) {
+        retry_later();
+    }
 }
 
 void Receiver::leave(uint32_t if_index)
 {
-    membership(PACKET_DROP_MEMBERSHIP, if_index);
+    const auto found = ears_.find(if_index);
+    if (found == ears_.end()) {
+        return;
+    }
+    if (found->second.socket.valid()) {
+        count_drops(if_index, found->second);
+        reactor_.remove(found->second.socket.get());
+    }
+    gone_drops_ += found->second.drops;
+    ears_.erase(found);
+}
+
+void Receiver::retry_later()
+{
+    mcastd::timer_start(
+        process_.timers, retry_, RETRY_MS, [](void *owner) { static_cast<Receiver *>(owner)->retry(); },
+        this);
+}
+
+void Receiver::retry()
+{
+    for (auto &[if_index, ear] : ears_) {
+        if (!ear.socket.valid() && !open_ear(if_index, ear)) {
+            retry_later();
+        }
+    }
 }
 
 // False when no packet waits.
-bool Receiver::read_one()
+bool Receiver::read_one(uint32_t if_index, const Ear &ear)
 {
     sockaddr_ll sender{};
     socklen_t sender_size = sizeof(sender);
-    const ssize_t length = recvfrom(socket_.get(), buffer_.data(), buffer_.size(), MSG_TRUNC,
+    const ssize_t length = recvfrom(ear.socket.get(), buffer_.data(), buffer_.size(), MSG_TRUNC,
                                     reinterpret_cast<sockaddr *>(&sender), &sender_size);
 
     if (length < 0) {
         // The socket reports an interface that went down once, and goes on.
         return errno == EINTR || errno == ENETDOWN;
     }
-    if (sender.sll_pkttype == PACKET_OUTGOING || sender.sll_pkttype == PACKET_OTHERHOST) {
-        return true;
-    }
-    const auto found = process_.interfaces.find(static_cast<uint32_t>(sender.sll_ifindex));
+    const auto found = process_.interfaces.find(if_index);
 
-    if (found == process_.interfaces.end() || !found->second->running) {
+    if (sender.sll_pkttype == PACKET_OUTGOING || sender.sll_pkttype == PACKET_OTHERHOST ||
+        found == process_.interfaces.end() || !found->second->running) {
         return true;
     }
     Interface &interface = *found->second;
@@ -157,31 +219,48 @@ bool Receiver::read_one()
     return true;
 }
 
-void Receiver::read_some()
+void Receiver::read_some(uint32_t if_index)
 {
-    for (int i = 0; i < PACKETS_PER_ROUND; ++i) {
-        if (!read_one()) {
+    Ear &ear = ears_.at(if_index);
+    const auto end = std::chrono::steady_clock::now() + TURN;
+    for (int i = 0; i < PACKETS_PER_TURN && std::chrono::steady_clock::now() < end; ++i) {
+        if (!read_one(if_index, ear)) {
             return;
         }
     }
-    const uint64_t drops = kernel_drops();
+    count_drops(if_index, ear);
+    if (ear.drops > ear.drops_warned) {
+        mcastd::log_warning(
+            "interface %u: %llu packets were lost because they came faster than they were read", if_index,
+            static_cast<unsigned long long>(ear.drops - ear.drops_warned));
+        ear.drops_warned = ear.drops;
+    }
+}
 
-    if (drops > drops_warned_) {
-        mcastd::log_warning("%llu packets were lost because they came faster than they were read",
-                            static_cast<unsigned long long>(drops - drops_warned_));
-        drops_warned_ = drops;
+void Receiver::count_drops(uint32_t if_index, Ear &ear)
+{
+    tpacket_stats statistics{};
+    socklen_t size = sizeof(statistics);
+    const auto found = process_.interfaces.find(if_index);
+    // Reading sets the kernel's counter back to 0.
+    if (getsockopt(ear.socket.get(), SOL_PACKET, PACKET_STATISTICS, &statistics, &size) == 0) {
+        ear.drops += statistics.tp_drops;
+        if (found != process_.interfaces.end()) {
+            found->second->counters[Count::LostInKernel] += statistics.tp_drops;
+        }
     }
 }
 
 uint64_t Receiver::kernel_drops()
 {
-    tpacket_stats statistics{};
-    socklen_t size = sizeof(statistics);
-    // Reading sets the kernel's counter back to 0.
-    if (getsockopt(socket_.get(), SOL_PACKET, PACKET_STATISTICS, &statistics, &size) == 0) {
-        kernel_drops_ += statistics.tp_drops;
+    uint64_t drops = gone_drops_;
+    for (auto &[if_index, ear] : ears_) {
+        if (ear.socket.valid()) {
+            count_drops(if_index, ear);
+        }
+        drops += ear.drops;
     }
-    return kernel_drops_;
+    return drops;
 }
 
 } // namespace gmpd

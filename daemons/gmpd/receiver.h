@@ -1,13 +1,16 @@
 /*
- * Hearing the link: one packet socket for all interfaces.
+ * Hearing the links: a packet socket for each interface, served in turn.
  */
 #ifndef DAEMONS_GMPD_RECEIVER_H
 #define DAEMONS_GMPD_RECEIVER_H
 
 #include <cstdint>
+#include <map>
 #include <vector>
 
 #include "daemons/common/descriptor.h"
+#include "daemons/common/reactor.h"
+#include "daemons/common/timer.h"
 #include "daemons/gmpd/process.h"
 
 namespace gmpd
@@ -16,44 +19,49 @@ namespace gmpd
 class Receiver
 {
 public:
-    explicit Receiver(Process &process) : process_(process), buffer_(BUFFER_SIZE)
-    {
-    }
+    // Both must outlive the receiver.
+    Receiver(Process &process, mcastd::Reactor &reactor);
+    ~Receiver();
+    Receiver(const Receiver &) = delete;
+    Receiver &operator=(const Receiver &) = delete;
 
-    // Opens the socket. False when the kernel refuses, which is logged with the remedy.
+    // Whether the kernel lets this process hear links; if not, that is logged with the remedy.
     bool open();
 
-    // Ends hearing; the loop must not watch the socket any more.
+    // Ends hearing on every interface.
     void close();
 
-    // The socket, readable when packets wait.
-    int descriptor() const
-    {
-        return socket_.get();
-    }
-
-    // Makes the interface hand over packets for every group, or no longer does. An interface that is gone needs no
-    // call.
+    // Begins to hear the interface, with packets for every group. When its socket is refused that is logged and
+    // tried again every second.
     void join(uint32_t if_index);
+
+    // Ends that; harmless for an interface that is not heard, or gone.
     void leave(uint32_t if_index);
 
-    // Reads and acts on what waits, at most a fixed number of packets so that timers get their turn.
-    void read_some();
-
-    // Packets that the kernel dropped because the socket was full, since it was opened.
+    // Packets that the kernel dropped because a socket was full, since the start.
     uint64_t kernel_drops();
 
 private:
-    static constexpr size_t BUFFER_SIZE = 65536;
+    // One interface.
+    struct Ear {
+        mcastd::Descriptor socket;
+        uint64_t drops_warned = 0;
+        uint64_t drops = 0;
+    };
 
-    bool read_one();
-    void membership(int option, uint32_t if_index);
+    bool open_ear(uint32_t if_index, Ear &ear);
+    void retry_later();
+    void retry();
+    void read_some(uint32_t if_index);
+    bool read_one(uint32_t if_index, const Ear &ear);
+    void count_drops(uint32_t if_index, Ear &ear);
 
     Process &process_;
-    mcastd::Descriptor socket_;
+    mcastd::Reactor &reactor_;
+    std::map<uint32_t, Ear> ears_;
     std::vector<uint8_t> buffer_;
-    uint64_t kernel_drops_ = 0;
-    uint64_t drops_warned_ = 0;
+    mcastd::Timer retry_;
+    uint64_t gone_drops_ = 0; // of sockets that are closed
 };
 
 } // namespace gmpd

@@ -252,6 +252,7 @@ void apply_permitted(Memberships &memberships, RecordType type, const Address &a
     // A group that was made for sources which the limit then refused.
     group->dirty = group->dirty || (!group->exclude && MRT_CountTable(group->entry->sources) == 0);
     settle_group(*group);
+    ask_waiting(memberships.link);
 }
 
 } // namespace

@@ -43,7 +43,7 @@ void write_group(Json &json, const GroupState &group)
         json.open(nullptr, '{');
         json.text("source", to_text(*source.entry->address));
         json.truth("wanted", source.timer.running());
-        json.number("expires_s", timer_remaining_s(source.timer));
+        json.number("expires_s", source.timer.remaining_s());
         json.close('}');
     });
     json.close(']');

@@ -83,6 +83,7 @@ void write_users(Json &json, const UserService &service)
     json.number("users_changed", counters.changed);
     json.number("users_of_other_instance", counters.other_instance);
     json.number("users_without_index", counters.no_index);
+    json.number("users_over_limit", counters.over_limit);
     json.number("refreshes", counters.refreshes);
     json.open("users", '[');
     service.table().visit_users([&](const User &user) { write_user(json, user); });

@@ -144,6 +144,13 @@ uint32_t UserService::online(const MCAST_USRAUTH_USER_S &record)
         ++counters_.other_instance;
         return 0;
     }
+    if (table_.count() >= process_.config.max_users && table_.find(&record) == nullptr) {
+        ++counters_.over_limit;
+        mcastd::log_warning(
+            "user %u of node %u is refused: %u users are the limit, raise it with --max-users",
+            record.user_id, MCAST_USRAUTH_GetNode(&record), process_.config.max_users);
+        return 0;
+    }
     User user;
 
     user.node = MCAST_USRAUTH_GetNode(&record);

@@ -21,6 +21,7 @@ struct UserCounters {
     uint64_t offline = 0;
     uint64_t changed = 0;
     uint64_t other_instance = 0; // users of an instance that is not served
+    uint64_t over_limit = 0;     // users beyond Config::max_users
     uint64_t no_index = 0;       // users for which no index was left
     uint64_t refreshes = 0;      // that ended
 };

@@ -229,15 +229,14 @@ private:
     void compare_timers(const Membership &membership, Moment end)
     {
         const GroupState *group = find_group(lab_.interface->memberships, lab_.group(membership.group));
-        const mcastd::Timer *timer = group != nullptr ? &group->timer : nullptr;
-
-        if (group != nullptr && membership.source != 0) {
-            const SourceState *source = find_source(*group, lab_.source(membership.source));
-
-            timer = source != nullptr ? &source->timer : nullptr;
-        }
-        model_.note(timer != nullptr && timer->running() && Moment{timer->node->expiry} * SECOND == end,
-                    "a timer ends at another moment than the model's");
+        const SourceState *source = group != nullptr && membership.source != 0
+                                        ? find_source(*group, lab_.source(membership.source))
+                                        : nullptr;
+        const Moment ends = source != nullptr  ? ends_at(source->timer)
+                            : group != nullptr ? ends_at(group->timer)
+                                               : 0;
+        model_.note((source != nullptr) == (membership.source != 0) && ends == end,
+                    "a membership ends at another moment than the model's");
         if (group != nullptr && membership.source == 0) {
             model_.note(ends_at(group->v1_host) == model_.older_until(membership.group, 1) &&
                             ends_at(group->v2_host) == model_.older_until(membership.group, 2),
@@ -247,6 +246,11 @@ private:
     static Moment ends_at(const mcastd::Timer &timer)
     {
         return timer.running() ? Moment{timer.node->expiry} * SECOND : 0;
+    }
+
+    static Moment ends_at(const gmpd::Deadline &deadline)
+    {
+        return deadline.running() ? Moment{deadline.end_s()} * SECOND : 0;
     }
 
     // Hosts come within the first minutes; in the second shift of a day another router asks now and then.

@@ -211,8 +211,7 @@ std::string Lab::state(unsigned group_number) const
         const std::string number = number_of(*source.entry->address);
 
         if (source.timer.running()) {
-            wanted += (wanted.empty() ? "" : " ") + number + ":" +
-                      std::to_string(mcastd::timer_remaining_s(source.timer));
+            wanted += (wanted.empty() ? "" : " ") + number + ":" + std::to_string(source.timer.remaining_s());
         } else {
             blocked += (blocked.empty() ? "" : " ") + number;
         }

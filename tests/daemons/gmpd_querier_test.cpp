@@ -310,3 +310,82 @@ TEST_P(GmpdOlderHost, ARouterOfItsVersionNeedsNoMemoryOfIt)
     old.query(50, 3);
     EXPECT_FALSE(old.interface->querier.elected) << "a newer query still counts in the election";
 }
+
+TEST(GmpdForgedQuery, TheFirstAndLastAddressOfALinkAreNoRouters)
+{
+    Lab lab(MCAST_FAMILY_IPV4);
+    lab.interface->prefixes = {Prefix::of(from_text("10.0.0.1"), 24)};
+    lab.start();
+    lab.query(0, 3);
+    EXPECT_EQ(lab.recorder.told(), "");
+    EXPECT_EQ(lab.interface->counters[Count::QuerierAddress], 1u);
+    interface_start(*lab.interface, from_text("10.0.1.1"));
+    lab.query(255, 3);
+    EXPECT_EQ(lab.interface->counters[Count::QuerierAddress], 2u);
+    lab.interface->prefixes = {Prefix::of(from_text("10.0.0.1"), 31)};
+    lab.query(0, 3);
+    EXPECT_EQ(lab.interface->counters[Count::QuerierAddress], 2u) << "both addresses of /31 are routers'";
+    EXPECT_EQ(lab.recorder.told(), "not querier");
+}
+
+TEST(GmpdForgedQuery, TheAddressOfAnyRouterIsNoRouters)
+{
+    Lab lab(MCAST_FAMILY_IPV6);
+    lab.start();
+    Message query;
+    query.kind = MessageKind::Query;
+    query.version = 3;
+    query.sender = from_text("fe80::");
+    query.group = any_address(MCAST_FAMILY_IPV6);
+    handle_message(*lab.interface, query);
+    EXPECT_EQ(lab.recorder.told(), "");
+    EXPECT_EQ(lab.interface->counters[Count::QuerierAddress], 1u);
+}
+
+TEST_P(GmpdQuerier, OnlyPermittedRoutersAskWhereTheOperatorNamedThem)
+{
+    lab.process.config.queriers["lab"] = {lab.neighbour(50)};
+    lab.start();
+    lab.query(40, 3);
+    EXPECT_EQ(lab.recorder.told(), "");
+    EXPECT_EQ(lab.interface->counters[Count::QuerierNotPermitted], 1u);
+    lab.query(50, 3);
+    EXPECT_EQ(lab.recorder.told(), "not querier");
+}
+
+TEST_P(GmpdQuerier, WhateverAQuerierSaidItsSilenceIsNoticedWithin255Seconds)
+{
+    lab.start();
+    Message query;
+    query.kind = MessageKind::Query;
+    query.version = 3;
+    query.sender = lab.neighbour(1);
+    query.group = any_address(GetParam());
+    query.robustness = 7;
+    query.query_interval_s = 31744;
+    query.max_response_ms = 3174000;
+    handle_message(*lab.interface, query);
+    EXPECT_EQ(lab.recorder.told(), "not querier");
+    lab.pass(256);
+    EXPECT_EQ(lab.recorder.told(), "querier");
+    query.robustness = 1;
+    handle_message(*lab.interface, query);
+    lab.pass(256);
+    EXPECT_EQ(lab.recorder.told(), "not querier; querier");
+}
+
+TEST_P(GmpdQuerier, ARouterWithALongerIntervalOfItsOwnFollowsOneLikeIt)
+{
+    lab.process.config.query_interval_s = 600;
+    lab.start();
+    Message query;
+    query.kind = MessageKind::Query;
+    query.version = 3;
+    query.sender = lab.neighbour(1);
+    query.group = any_address(GetParam());
+    query.robustness = 2;
+    query.query_interval_s = 600;
+    query.max_response_ms = 10000;
+    handle_message(*lab.interface, query);
+    EXPECT_EQ(lab.interface->querier.query_interval_s, 600u);
+}

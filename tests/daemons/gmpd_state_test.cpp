@@ -462,3 +462,26 @@ TEST_P(GmpdState, AStoppedInterfaceKeepsNothing)
     EXPECT_EQ(lab.recorder.told(), "running; querier");
     EXPECT_EQ(lab.recorder.queries(), "? all");
 }
+
+TEST_P(GmpdState, SourcesThatExpireTogetherCostOneTimerAndOneWalk)
+{
+    std::vector<unsigned> sources;
+    std::string pruned;
+    for (unsigned source = 1; source <= 250; ++source) {
+        sources.push_back(source);
+        pruned += (source == 1 ? "prune G1 " : "; prune G1 ") + std::to_string(source);
+    }
+    const uint64_t before = lab.process.timers->heap->count;
+    lab.record(RecordType::Allow, sources);
+    EXPECT_EQ(lab.process.timers->heap->count, before + 1);
+    lab.recorder.told();
+    lab.pass(100);
+    lab.record(RecordType::Allow, {7});
+    lab.pass(160);
+    EXPECT_EQ(lab.process.timers->heap->count, before + 1);
+    EXPECT_EQ(lab.state(), "INCLUDE {7:100}");
+    EXPECT_EQ(lab.recorder.told(), pruned.replace(pruned.find("prune G1 7; "), 12, ""));
+    lab.pass(100);
+    EXPECT_EQ(lab.recorder.told(), "prune G1 7");
+    EXPECT_EQ(lab.process.timers->heap->count, before);
+}

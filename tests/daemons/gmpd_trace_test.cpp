@@ -106,10 +106,9 @@ TEST_F(GmpdTraceLimits, SaysWhatALimitRefuses)
     lab.record(RecordType::Allow, {1});
     const Tracing tracing("group");
     EXPECT_EQ(traced([&] { lab.record(RecordType::Allow, {2}); }),
-              Lines{"(" + to_text(lab.source(2)) + ", " + group +
-                    ") on 0x7ffffff0 refused: 1 sources are the limit"});
+              Lines{"(" + to_text(lab.source(2)) + ", " + group + ") on 0x7ffffff0: refused_source_limit"});
     EXPECT_EQ(traced([&] { lab.record(RecordType::Allow, {1}, 2); }),
-              Lines{to_text(lab.group(2)) + " on 0x7ffffff0 refused: 1 groups are the limit"});
+              Lines{to_text(lab.group(2)) + " on 0x7ffffff0: refused_group_limit"});
 }
 
 TEST_F(GmpdTrace, OffSaysNothing)

@@ -1,0 +1,74 @@
+/*
+ * Timers in the event loop: what is due does not run without end, and the loop's seconds are those of the timers.
+ */
+#include <chrono>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "daemons/common/timer.h"
+#include "daemons/common/timer_loop.h"
+
+using namespace mcastd;
+
+namespace
+{
+
+struct Slow {
+    std::string *log;
+    Timer timer;
+};
+
+// Takes longer than all timers may take together.
+void work(void *owner)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(2 * TIMER_TURN_MS);
+    while (std::chrono::steady_clock::now() < end) {
+    }
+    *static_cast<Slow *>(owner)->log += "t";
+}
+
+} // namespace
+
+TEST(TimerLoop, EverythingElseHasATurnBetweenTimersThatAreDue)
+{
+    Reactor reactor;
+    TimerLoop timers(reactor);
+    std::string log;
+    Slow slow[3] = {{&log, {}}, {&log, {}}, {&log, {}}};
+    const int ready = eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK);
+    ASSERT_TRUE(timers.open());
+    ASSERT_TRUE(reactor.add(ready, EPOLLIN, [&log](uint32_t) {
+        if (!log.empty() && log.back() == 't') {
+            log += "e";
+        }
+    }));
+    for (Slow &each : slow) {
+        timer_start(timers.manager(), each.timer, 0, work, &each);
+    }
+    while (log.find("tete") == std::string::npos || log.back() != 'e') {
+        timers.set_wake_up();
+        ASSERT_TRUE(reactor.run_once(2000));
+        ASSERT_EQ(log.find("tt"), std::string::npos);
+        if (log == "tetete") {
+            break;
+        }
+    }
+    reactor.remove(ready);
+    close(ready);
+    for (Slow &each : slow) {
+        timer_stop(timers.manager(), each.timer);
+    }
+}
+
+TEST(TimerLoop, SecondsBeyondTheRangeOfTheTimersStayAhead)
+{
+    constexpr int64_t WRAP = int64_t{1} << 32;
+    EXPECT_EQ(moment_of(1000, 900), 1000);
+    EXPECT_EQ(moment_of(900, 1000), 900);
+    EXPECT_EQ(moment_of(1000, WRAP + 900), WRAP + 1000);
+    EXPECT_EQ(moment_of(5, WRAP - 5), WRAP + 5);
+    EXPECT_EQ(moment_of(UINT32_MAX, WRAP + 5), WRAP - 1);
+}

@@ -1,0 +1,123 @@
+/*
+ * How much hosts can make the daemon hold: limits of the process, of an interface and of a host, and the share that each
+ * interface has whatever the others hold.
+ */
+#include <gtest/gtest.h>
+
+#include "tests/daemons/gmpd_lab.h"
+
+using namespace gmpd;
+using namespace gmpd_test;
+
+namespace
+{
+
+Config with_limits(uint32_t all, uint32_t interface, uint32_t host)
+{
+    Config config;
+    config.max_entries = all;
+    config.max_interface_entries = interface;
+    config.max_host_entries = host;
+    return config;
+}
+
+// A lab with a second interface that runs.
+class LimitsLab
+{
+public:
+    LimitsLab(uint32_t all, uint32_t interface, uint32_t host)
+        : lab(MCAST_FAMILY_IPV4, with_limits(all, interface, host))
+    {
+        lab.process.interfaces[9] = std::make_unique<Interface>(lab.process, 9, "second");
+        lab.start();
+        interface_start(second(), lab.neighbour(101));
+    }
+    Interface &second()
+    {
+        return *lab.process.interfaces.at(9);
+    }
+    // Version 2 reports of so many groups from the host. The number of groups that the interface then has.
+    uint32_t join(Interface &interface, unsigned host, unsigned count, unsigned first = 0)
+    {
+        for (unsigned number = first; number < first + count; ++number) {
+            Message report;
+            report.kind = MessageKind::Report;
+            report.version = 2;
+            report.sender = lab.neighbour(host);
+            report.group = from_text("239.2.0.0");
+            report.group.address[2] = static_cast<uint8_t>(number >> 8);
+            report.group.address[3] = static_cast<uint8_t>(number);
+            handle_message(interface, report);
+        }
+        return MRT_CountTable(interface.memberships.groups);
+    }
+
+    Lab lab;
+};
+
+} // namespace
+
+TEST(GmpdLimits, AHostHasItsOwn)
+{
+    LimitsLab limits(1000, 500, 20);
+    EXPECT_EQ(limits.join(*limits.lab.interface, 201, 30), 20u);
+    EXPECT_EQ(limits.lab.interface->counters[Count::HostLimit], 10u);
+    EXPECT_EQ(limits.join(*limits.lab.interface, 202, 15, 100), 35u) << "another host finds room";
+    EXPECT_EQ(limits.join(*limits.lab.interface, 201, 20), 35u) << "what it has it may confirm";
+    EXPECT_EQ(limits.lab.interface->counters[Count::HostLimit], 10u);
+}
+
+TEST(GmpdLimits, AnInterfaceHasItsOwn)
+{
+    LimitsLab limits(1000, 50, 40);
+    limits.join(*limits.lab.interface, 201, 40);
+    EXPECT_EQ(limits.join(*limits.lab.interface, 202, 40, 100), 50u);
+    EXPECT_EQ(limits.lab.interface->counters[Count::InterfaceLimit], 30u);
+    EXPECT_EQ(limits.join(limits.second(), 201, 40), 40u);
+}
+
+TEST(GmpdLimits, OneInterfaceCannotTakeTheShareOfTheOther)
+{
+    LimitsLab limits(100, 100, 100);
+    EXPECT_EQ(limits.join(*limits.lab.interface, 201, 100), 75u) << "half is guaranteed, in two parts";
+    EXPECT_EQ(limits.lab.interface->counters[Count::TotalLimit], 25u);
+    EXPECT_EQ(limits.join(limits.second(), 201, 100), 25u);
+    EXPECT_EQ(limits.lab.process.use.entries, 100u);
+}
+
+TEST(GmpdLimits, SourcesCountAsGroupsDo)
+{
+    LimitsLab limits(1000, 10, 1000);
+    limits.lab.record(RecordType::Allow, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
+    EXPECT_EQ(limits.lab.interface->use.entries, 10u);
+    EXPECT_EQ(limits.lab.interface->counters[Count::InterfaceLimit], 3u);
+}
+
+TEST(GmpdLimits, BytesHaveALimitToo)
+{
+    Config config;
+    config.max_memory_mib = 1;
+    Lab lab(MCAST_FAMILY_IPV4, config);
+    lab.start();
+    for (unsigned group = 1; group < 200; ++group) {
+        lab.record(RecordType::Allow, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, group);
+    }
+    EXPECT_GT(lab.interface->counters[Count::TotalLimit], 0u);
+    EXPECT_LE(lab.process.use.bytes, 1u << 20);
+}
+
+TEST(GmpdLimits, WhatEndsMakesRoom)
+{
+    LimitsLab limits(1000, 50, 50);
+    limits.join(*limits.lab.interface, 201, 60);
+    limits.lab.pass(261);
+    EXPECT_EQ(limits.lab.process.use.entries, 0u);
+    EXPECT_EQ(limits.lab.process.use.bytes, 0u);
+    EXPECT_TRUE(limits.lab.interface->use.hosts.empty());
+    EXPECT_EQ(limits.join(*limits.lab.interface, 201, 60, 100), 50u);
+    interface_stop(*limits.lab.interface);
+    EXPECT_EQ(limits.lab.process.use.entries, 0u);
+    EXPECT_EQ(limits.join(limits.second(), 201, 60, 100), 50u);
+    limits.lab.process.interfaces.erase(9);
+    EXPECT_EQ(limits.lab.process.use.entries, 0u);
+}
