@@ -188,6 +188,8 @@ void count_forwarding(Counters *counters, const Router &router)
     (*counters)["upcalls_lost"] += router.kernel().lost_upcalls();
     (*counters)["upcalls_stray"] += forwarding.stray_upcalls;
     (*counters)["upcalls_wrong_interface"] += forwarding.wrong_interface;
+    (*counters)["entries_displaced"] += forwarding.displaced;
+    (*counters)["entries_ended_with_members"] += forwarding.ended;
     (*counters)["entries_expired"] += forwarding.expired;
     (*counters)["entries_without_route"] += forwarding.no_route;
     (*counters)["entries_refused_by_kernel"] += forwarding.kernel_failures;
@@ -206,6 +208,7 @@ void list_counters(const mcastd::ControlServer &control, const Families &familie
         for (const auto &[vrf_index, router] : server->backend().routers.all()) {
             count_forwarding(&counters, *router);
         }
+        counters["members_refused"] = server->backend().budget.refused();
         if (server == families.front()) {
             control.visit_counters([&](const char *name, uint64_t value) { counters[name] = value; });
         }

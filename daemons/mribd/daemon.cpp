@@ -192,6 +192,12 @@ void add_options(mcastd::Options &options, PlaneSettings &settings)
         ->check(CLI::Range(1u, 16777216u))
         ->capture_default_str();
     options.app()
+        .add_option("--max-members", settings.member_limit,
+                    "Most memberships of a family that clients may report, all instances together; a client "
+                    "may have seven eighths of them, an interface half")
+        ->check(CLI::Range(16u, 16777216u))
+        ->capture_default_str();
+    options.app()
         .add_option("--hold-time", settings.hold_s,
                     "Seconds for which what a GMP daemon wanted is kept when it vanished, so that its "
                     "successor finds forwarding as it was; 0: not at all")

@@ -16,14 +16,18 @@
  * meanings, so vacate_vifs rewrites all entries that use one before it is given up.
  *
  * The kernel's packet counter is read once an idle period for each entry. No packet in a whole period: the
- * entry goes, unless it was joined by name. The table is bounded, because anybody on a link can make up
- * sources.
+ * entry goes, unless it was joined by name. One that was made for a membership goes with the membership when
+ * no packet came. The table is bounded, because anybody on a link can make up sources: forwarding_limit.cpp.
+ *
+ * Without memory no new entry is made, and one whose route cannot be looked up keeps the interface that it
+ * has until something about it changes or its idle check comes. Everything else needs none.
  */
 #include "daemons/mribd/forwarding.h"
 
 #include <algorithm>
-#include <memory>
+#include <cstring>
 #include <new>
+#include <string>
 
 #include "daemons/common/log.h"
 #include "daemons/mribd/rpf.h"
@@ -36,77 +40,17 @@ namespace
 // Prefixes with changed routes that are told apart; more of them at once count as everything.
 constexpr size_t PREFIXES_REMEMBERED = 16;
 
-template <typename Visitor> void walk_sources(MRT_GROUP_S *group, const Visitor &visitor)
-{
-    MRT_WALK_S *walk = MRT_CreateWalk(group->sources);
-    while (auto *node = static_cast<MRT_SOURCE_S *>(MRT_WalkNext(walk))) {
-        visitor(static_cast<Entry *>(node->user_data));
-    }
-    MRT_DeleteWalk(walk);
-}
-
-template <typename Visitor> void walk_entries(MRT_TABLE_S *table, const Visitor &visitor)
-{
-    MRT_WALK_S *walk = MRT_CreateWalk(table);
-    while (auto *group = static_cast<MRT_GROUP_S *>(MRT_WalkNext(walk))) {
-        walk_sources(group, visitor);
-    }
-    MRT_DeleteWalk(walk);
-}
-
 } // namespace
 
-Forwarding::Forwarding(const Parts &parts)
-    : parts_(parts), table_(MRT_CreateTable(parts.key.family, "entries", nullptr, nullptr))
+Forwarding::Forwarding(const Parts &parts) : parts_(parts), entries_(parts.key.family, parts.entry_limit)
 {
-    if (table_ == nullptr) {
-        throw std::bad_alloc();
-    }
+    changed_prefixes_.reserve(PREFIXES_REMEMBERED);
 }
 
 Forwarding::~Forwarding()
 {
-    walk_entries(table_, [this](Entry *entry) {
-        mcastd::timer_stop(parts_.timers, entry->timer);
-        delete entry;
-    });
-    MRT_DestroyTable(table_);
-}
-
-Entry *Forwarding::find(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const
-{
-    const MRT_SOURCE_S *node = MRT_LocateSource(table_, &group, &source);
-    return node == nullptr ? nullptr : static_cast<Entry *>(node->user_data);
-}
-
-Entry *Forwarding::find_or_create(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
-{
-    if (Entry *known = find(group, source)) {
-        return known;
-    }
-    if (entry_count_ >= parts_.entry_limit) {
-        ++counters_.refused_by_limit;
-        trace_route("(%M, %N) refused: %u entries are the limit", &source, &group, parts_.entry_limit);
-        watch_limit();
-        return nullptr;
-    }
-    const unsigned length = address_bits(parts_.key.family);
-    auto entry = std::make_unique<Entry>();
-    entry->node = MRT_CreateEntryMask(table_, &group, length, &source, length);
-    if (entry->node == nullptr) {
-        ++counters_.refused_by_memory;
-        return nullptr;
-    }
-    entry->owner = this;
-    if (!start_idle_period(entry.get())) {
-        ++counters_.refused_by_memory;
-        MRT_DeleteSourceGroup(entry->node);
-        return nullptr;
-    }
-    ++entry_count_;
-    watch_limit();
-    entry->node->user_data = entry.get();
-    return entry.release();
+    waiting_.clear();
+    entries_.visit_all([this](Entry *entry) { mcastd::timer_stop(parts_.timers, entry->timer); });
 }
 
 void Forwarding::remove(Entry *entry)
@@ -114,42 +58,19 @@ void Forwarding::remove(Entry *entry)
     withdraw(entry);
     set_upstream(entry, 0);
     set_sending(entry, false);
-    if (entry->queued) {
-        *std::find(waiting_.begin(), waiting_.end(), entry) = nullptr;
+    if (entry->in_waiting.is_linked()) {
+        waiting_.erase(waiting_.iterator_to(*entry));
     }
     mcastd::timer_stop(parts_.timers, entry->timer);
-    entry->node->user_data = nullptr;
-    MRT_DeleteSourceGroup(entry->node);
-    delete entry;
-    --entry_count_;
+    entries_.destroy(entry);
     watch_limit();
-}
-
-// Says once that the limit is near and once that it is reached, and again after it was far.
-void Forwarding::watch_limit()
-{
-    const uint32_t near = parts_.entry_limit - parts_.entry_limit / 10;
-    if (entry_count_ < near - near / 10) {
-        limit_near_reported_ = false;
-        limit_reported_ = false;
-    } else if (entry_count_ >= near && !limit_near_reported_) {
-        limit_near_reported_ = true;
-        mcastd::log_warning("%s: %u of at most %u forwarding entries are in use (option --max-entries)",
-                            instance_name(parts_.key).c_str(), entry_count_, parts_.entry_limit);
-    } else if (entry_count_ == parts_.entry_limit && counters_.refused_by_limit != 0 && !limit_reported_) {
-        limit_reported_ = true;
-        mcastd::log_warning(
-            "%s: the limit of %u forwarding entries is reached; new sources are not forwarded",
-            instance_name(parts_.key).c_str(), parts_.entry_limit);
-    }
 }
 
 void Forwarding::queue(Entry *entry, bool check_route)
 {
     entry->check_route |= check_route;
-    if (!entry->queued) {
-        entry->queued = true;
-        waiting_.push_back(entry);
+    if (!entry->in_waiting.is_linked()) {
+        waiting_.push_back(*entry);
     }
 }
 
@@ -166,36 +87,51 @@ void Forwarding::take_upcall(const Upcall &upcall)
     trace_route("upcall: packets of (%M, %N) arrive on %P, %s", &upcall.source, &upcall.group, arrival,
                 upcall.kind == UpcallKind::WrongInterface ? "the wrong interface" : "no entry");
     if (upcall.kind == UpcallKind::WrongInterface) {
-        ++counters_.wrong_interface;
-        if (Entry *entry = find(upcall.group, upcall.source)) {
-            entry->arrival = arrival;
-            entry->is_sending = true;
-            queue(entry, true);
-        }
-        return;
+        take_wrong_interface(upcall, arrival);
+    } else {
+        take_new_source(upcall, arrival);
     }
-    Entry *entry = find_or_create(upcall.group, upcall.source);
-    if (entry != nullptr) {
+}
+
+void Forwarding::take_wrong_interface(const Upcall &upcall, uint32_t arrival)
+{
+    ++counters_.wrong_interface;
+    if (Entry *entry = entries_.find(upcall.group, upcall.source)) {
         entry->arrival = arrival;
         entry->is_sending = true;
-        entry->check_route = true;
-        entry->installed = false; // the kernel has none, whatever was installed before
-        evaluate(entry);
+        queue(entry, true);
     }
+}
+
+void Forwarding::take_new_source(const Upcall &upcall, uint32_t arrival)
+{
+    Entry *entry = entries_.find(upcall.group, upcall.source);
+    if (entry == nullptr && make_room(upcall.group, upcall.source, upcall.vif)) {
+        entry = create(upcall.group, upcall.source);
+    }
+    if (entry == nullptr) {
+        return;
+    }
+    entry->arrival = arrival;
+    entry->is_sending = true;
+    entry->check_route = true;
+    entry->installed = false; // the kernel has none, whatever was installed before
+    evaluate(entry);
 }
 
 void Forwarding::membership_changed(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
 {
-    if (!is_unspecified(source)) {
-        Entry *entry = parts_.members.has_source_join(group, source) ? find_or_create(group, source)
-                                                                     : find(group, source);
-        if (entry != nullptr) {
-            queue(entry, false);
-        }
+    if (is_unspecified(source)) {
+        entries_.visit_group(group, [this](Entry *entry) { queue(entry, false); });
         return;
     }
-    if (auto *node = static_cast<MRT_GROUP_S *>(MRT_Locate(table_, &group))) {
-        walk_sources(node, [this](Entry *entry) { queue(entry, false); });
+    Entry *entry = entries_.find(group, source);
+    // Before its first packet it is not worth another's place.
+    if (entry == nullptr && !entries_.is_full() && parts_.members.has_source_join(group, source)) {
+        entry = create(group, source);
+    }
+    if (entry != nullptr) {
+        queue(entry, false);
     }
 }
 
@@ -215,8 +151,8 @@ void Forwarding::queue_changed()
     if (!interfaces_changed_ && changed_prefixes_.empty()) {
         return;
     }
-    walk_entries(table_, [this](Entry *entry) {
-        const MCAST_ADDR_S source = entry->source();
+    entries_.visit_all([this](Entry *entry) {
+        const MCAST_ADDR_S &source = entry->source();
         const bool check_route =
             std::any_of(changed_prefixes_.begin(), changed_prefixes_.end(),
                         [&source](const Prefix &changed) { return changed.covers(source); });
@@ -230,7 +166,10 @@ void Forwarding::queue_changed()
 
 void Forwarding::vacate_vifs(uint32_t bits)
 {
-    walk_entries(table_, [&](Entry *entry) {
+    entries_.visit_all([&](Entry *entry) {
+        if (entry->share != EntryTable::NO_VIF && (bits >> entry->share & 1) != 0) {
+            entries_.rank(entry, EntryTable::NO_VIF, entry->is_used);
+        }
         if (!entry->installed) {
             return;
         }
@@ -248,20 +187,44 @@ bool Forwarding::settle(unsigned limit)
 {
     queue_changed();
     for (; limit > 0 && !waiting_.empty(); --limit) {
-        Entry *entry = waiting_.front();
+        Entry *entry = &waiting_.front();
         waiting_.pop_front();
-        if (entry != nullptr) {
-            entry->queued = false;
-            evaluate(entry);
+        evaluate(entry);
+        if (has_no_purpose(entry)) {
+            trace_route("(%M, %N) ends: nobody receives it, and no packet came", &entry->source(),
+                        &entry->group());
+            ++counters_.ended;
+            remove(entry);
         }
     }
     return !waiting_.empty();
 }
 
+// Whether the entry serves nobody: no receiver, no name that somebody joined, no packets to be dropped.
+bool Forwarding::has_no_purpose(const Entry *entry) const
+{
+    if (entry->outgoing != 0 || entry->is_sending ||
+        parts_.members.has_source_join(entry->group(), entry->source())) {
+        return false;
+    }
+    const auto now =
+        entry->installed ? parts_.kernel.counters(entry->source(), entry->group()) : std::nullopt;
+    return !now || now->packets == entry->last_packets;
+}
+
 void Forwarding::determine_upstream(Entry *entry)
 {
-    const uint32_t upstream = rpf_interface(parts_.environment, parts_.key.vrf_index, entry->source(),
-                                            entry->upstream, entry->arrival);
+    uint32_t upstream = 0;
+    try {
+        upstream = rpf_interface(parts_.environment, parts_.key.vrf_index, entry->source(), entry->upstream,
+                                 entry->arrival);
+        if (upstream != 0) {
+            entries_per_upstream_.try_emplace(upstream, 0); // set_upstream counts it
+        }
+    } catch (const std::bad_alloc &) {
+        ++counters_.refused_by_memory;
+        return; // asked again with its next evaluation
+    }
     entry->check_route = false;
     if (upstream == 0 && !entry->unreachable) {
         ++counters_.no_route;
@@ -292,30 +255,33 @@ void Forwarding::set_sending(Entry *entry, bool is_sending)
     }
 }
 
+// Of an upstream other than 0 the interface has been entered in entries_per_upstream_.
 void Forwarding::set_upstream(Entry *entry, uint32_t upstream)
 {
     if (upstream == entry->upstream) {
         return;
     }
-    if (entry->upstream != 0 && --entries_per_upstream_[entry->upstream] == 0) {
+    if (entry->upstream != 0 && --entries_per_upstream_.find(entry->upstream)->second == 0) {
         entries_per_upstream_.erase(entry->upstream);
         upstream_changed_ = true;
     }
-    if (upstream != 0 && ++entries_per_upstream_[upstream] == 1) {
+    if (upstream != 0 && ++entries_per_upstream_.find(upstream)->second == 1) {
         upstream_changed_ = true;
     }
     entry->upstream = upstream;
 }
 
-uint32_t Forwarding::outgoing_for(const Entry *entry) const
+// Of the receivers those to which this router forwards, which the upstream interface never is.
+uint32_t Forwarding::outgoing_for(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
+                                  uint32_t upstream) const
 {
     uint32_t outgoing = 0;
-    for (const uint32_t if_index : parts_.members.receivers(entry->group(), entry->source())) {
+    parts_.members.visit_receivers(group, source, [&](uint32_t if_index) {
         const int vif = parts_.vifs.find(if_index);
-        if (if_index != entry->upstream && vif >= 0 && parts_.gmp.is_forwarder(if_index)) {
+        if (if_index != upstream && vif >= 0 && parts_.gmp.is_forwarder(if_index)) {
             outgoing |= 1u << vif;
         }
-    }
+    });
     return outgoing;
 }
 
@@ -327,7 +293,7 @@ void Forwarding::evaluate(Entry *entry)
     int parent = parts_.vifs.find(entry->upstream);
     uint32_t outgoing = 0;
     if (parent >= 0) {
-        outgoing = outgoing_for(entry);
+        outgoing = outgoing_for(entry->group(), entry->source(), entry->upstream);
     } else {
         // Not forwarded; the entry only keeps the kernel from asking for every packet.
         parent = parts_.vifs.find(entry->arrival);
@@ -337,6 +303,7 @@ void Forwarding::evaluate(Entry *entry)
     } else if (!entry->installed || parent != entry->parent || outgoing != entry->outgoing) {
         install(entry, parent, outgoing);
     }
+    rank(entry);
 }
 
 // False when there is no memory for its timer.
@@ -363,8 +330,11 @@ void Forwarding::check_idle(Entry *entry)
     }
     entry->last_packets = now ? now->packets : 0;
     set_sending(entry, active);
+    rank(entry);
     if (!now) {
         entry->installed = false; // the kernel does not know it: install it again
+    }
+    if (!now || entry->check_route) {
         queue(entry, true);
     }
     if (!start_idle_period(entry)) {
@@ -373,21 +343,55 @@ void Forwarding::check_idle(Entry *entry)
     }
 }
 
-void Forwarding::visit(const std::function<void(const Entry &)> &visitor) const
+void Forwarding::install(Entry *entry, int parent, uint32_t outgoing)
 {
-    walk_entries(table_, [&](Entry *entry) { visitor(*entry); });
+    const bool replaces = entry->installed;
+    const int error =
+        parts_.kernel.set_entry(entry->source(), entry->group(), static_cast<unsigned>(parent), outgoing);
+    entry->installed = error == 0;
+    entry->parent = parent;
+    entry->outgoing = outgoing;
+    if (error != 0) {
+        // Tried again when anything about it changes, and with its idle check.
+        ++counters_.kernel_failures;
+        if (replaces) {
+            parts_.kernel.delete_entry(entry->source(), entry->group()); // better none than a wrong one
+        }
+        mcastd::log_warning("%s: the kernel refused the entry (%s, %s): %s",
+                            instance_name(parts_.key).c_str(), text_or_star(entry->source()).c_str(),
+                            text_or_star(entry->group()).c_str(), std::strerror(error));
+    } else {
+        trace_entry(entry, replaces ? "replaced" : "installed");
+    }
 }
 
-void Forwarding::visit_from(const MCAST_ADDR_S *group, const MCAST_ADDR_S *source,
-                            const std::function<bool(const Entry &)> &visitor) const
+// What became of the kernel's entry; from its upstream interface, or where its packets arrive when they are
+// not to.
+void Forwarding::trace_entry(const Entry *entry, const char *what) const
 {
-    const MRT_SOURCE_S *node = MRT_LocateSource(table_, group, source);
-    if (node == nullptr) {
-        node = MRT_GetNextSourceGroup(table_, group, 0, source, 0);
+    if (!mcastd::tracing(mcastd::TraceCategory::Route)) {
+        return;
     }
-    while (node != nullptr && visitor(*static_cast<const Entry *>(node->user_data))) {
-        node = MRT_GetNextSourceGroup(table_, node->group->address, 0, node->address, 0);
+    std::string outgoing;
+    for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
+        if ((entry->outgoing >> vif & 1) != 0) {
+            outgoing += " " + parts_.environment.interface_name(parts_.vifs.if_index(vif));
+        }
     }
+    trace_route("entry (%M, %N) %s: from %P to%s", &entry->source(), &entry->group(), what,
+                entry->upstream != 0 ? entry->upstream : entry->arrival,
+                outgoing.empty() ? " nowhere" : outgoing.c_str());
+}
+
+void Forwarding::withdraw(Entry *entry)
+{
+    if (entry->installed) {
+        parts_.kernel.delete_entry(entry->source(), entry->group());
+        entry->installed = false;
+        trace_entry(entry, "withdrawn");
+    }
+    entry->parent = -1;
+    entry->outgoing = 0;
 }
 
 } // namespace mribd

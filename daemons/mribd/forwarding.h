@@ -5,54 +5,23 @@
 #define DAEMONS_MRIBD_FORWARDING_H
 
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
-#include "daemons/common/timer.h"
 #include "daemons/common/trace.h"
 #include "daemons/mribd/address.h"
+#include "daemons/mribd/entry_table.h"
 #include "daemons/mribd/environment.h"
 #include "daemons/mribd/gmp_state.h"
 #include "daemons/mribd/kernel_table.h"
 #include "daemons/mribd/member_table.h"
 #include "daemons/mribd/upcall.h"
 #include "daemons/mribd/vif_table.h"
-#include "mcast/route_table.h"
 
 namespace mribd
 {
-
-class Forwarding;
-
-// One (source, group). Its addresses are those of its node in the table.
-struct Entry {
-    Forwarding *owner = nullptr;
-    MRT_SOURCE_S *node = nullptr;
-    uint32_t upstream = 0; // interface on which the packets are to arrive, 0 when there is none
-    uint32_t arrival = 0;  // interface on which a packet last asked for the entry, 0 when none did
-    int parent = -1;       // as installed: incoming virtual interface
-    uint32_t outgoing = 0; // as installed: outgoing virtual interfaces
-    bool installed = false;
-    bool check_route = true;  // upstream is to be determined again
-    bool unreachable = false; // the last check found no incoming interface
-    bool queued = false;      // waits to be evaluated
-    bool is_sending = false;  // packets came, as far as the kernel told
-    bool is_local = false;    // is_sending, and the source is on the link of its incoming interface
-    uint64_t last_packets = 0;
-    mcastd::Timer timer; // of the idle period
-
-    const MCAST_ADDR_S &source() const
-    {
-        return *node->address;
-    }
-    const MCAST_ADDR_S &group() const
-    {
-        return *node->group->address;
-    }
-};
 
 struct ForwardingCounters {
     uint64_t upcalls = 0;
@@ -62,7 +31,9 @@ struct ForwardingCounters {
     uint64_t refused_by_limit = 0; // new entries beyond the limit
     uint64_t refused_by_memory = 0;
     uint64_t kernel_failures = 0; // entries that the kernel did not take
-    uint64_t expired = 0;
+    uint64_t displaced = 0;       // entries that made room for others
+    uint64_t expired = 0;         // no packet in a whole idle period
+    uint64_t ended = 0;           // no packet, and the last membership went
 };
 
 class Forwarding
@@ -100,7 +71,7 @@ public:
         interfaces_changed_ = true;
     }
 
-    // No entry uses these virtual interfaces when it returns.
+    // No entry uses these virtual interfaces when it returns. Needs no memory.
     void vacate_vifs(uint32_t bits);
 
     // Evaluates at most limit entries that wait. Whether some are left.
@@ -126,7 +97,7 @@ public:
 
     uint32_t entry_count() const
     {
-        return entry_count_;
+        return entries_.size();
     }
 
     const ForwardingCounters &counters() const
@@ -134,28 +105,35 @@ public:
         return counters_;
     }
 
-    // Visits all entries in order of group, then source.
-    void visit(const std::function<void(const Entry &)> &visitor) const;
-
-    // Visits entries in the same order, beginning with the one of (group, source) or the first after it,
-    // until visitor returns false. NULL source: from the group's first; NULL group: from the first of all.
+    // As EntryTable::visit_from.
     void visit_from(const MCAST_ADDR_S *group, const MCAST_ADDR_S *source,
-                    const std::function<bool(const Entry &)> &visitor) const;
+                    const std::function<bool(const Entry &)> &visitor) const
+    {
+        entries_.visit_from(group, source, visitor);
+    }
 
 private:
-    Entry *find(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const;
-    Entry *find_or_create(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
+    // forwarding_limit.cpp
+    Entry *create(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
+    bool make_room(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, unsigned share);
+    Entry *used_entry_to_displace(unsigned share);
+    bool is_silent(Entry *entry) const;
+    void rank(Entry *entry);
+    void watch_limit();
+
+    void take_new_source(const Upcall &upcall, uint32_t arrival);
+    void take_wrong_interface(const Upcall &upcall, uint32_t arrival);
     void remove(Entry *entry);
     bool start_idle_period(Entry *entry);
     void check_idle(Entry *entry);
+    bool has_no_purpose(const Entry *entry) const;
     void queue(Entry *entry, bool check_route);
     void queue_changed();
-    void watch_limit();
     void evaluate(Entry *entry);
     void determine_upstream(Entry *entry);
     void set_upstream(Entry *entry, uint32_t upstream);
     void set_sending(Entry *entry, bool is_sending);
-    uint32_t outgoing_for(const Entry *entry) const;
+    uint32_t outgoing_for(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint32_t upstream) const;
     void install(Entry *entry, int parent, uint32_t outgoing);
     void withdraw(Entry *entry);
     void trace_entry(const Entry *entry, const char *what) const;
@@ -167,15 +145,14 @@ private:
     }
 
     Parts parts_;
-    MRT_TABLE_S *table_;
-    uint32_t entry_count_ = 0;
+    EntryTable entries_;
     bool limit_near_reported_ = false;
     bool limit_reported_ = false;
-    std::deque<Entry *> waiting_; // may hold NULL for entries that were removed meanwhile
+    EntryList<&Entry::in_waiting> waiting_; // to be evaluated
     std::unordered_map<uint32_t, uint32_t> entries_per_upstream_;
     bool upstream_changed_ = false;
     bool interfaces_changed_ = false;
-    std::vector<Prefix> changed_prefixes_;
+    std::vector<Prefix> changed_prefixes_; // has room for all that are told apart
     ForwardingCounters counters_;
     std::function<void(const Entry &)> local_source_told_;
 };

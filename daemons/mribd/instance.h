@@ -13,19 +13,20 @@
 namespace mribd
 {
 
-// Of each instance.
+// What the command line says of a family and of each of its instances.
 struct PlaneSettings {
     uint32_t idle_period_s = 210;
     uint32_t entry_limit = 262144;
-    uint32_t hold_s = 0; // for what lost clients wanted; 0: nothing is kept
+    uint32_t hold_s = 0;                                 // for what lost clients wanted; 0: nothing is kept
+    uint32_t member_limit = MemberBudget::DEFAULT_TOTAL; // of all instances of the family together
 };
 
 class Instance
 {
 public:
-    // reactor, timers and environment must outlive the instance.
+    // reactor, timers, budget and environment must outlive the instance.
     Instance(const MRIB_GMP_VRF_KEY_S &key, const PlaneSettings &settings, mcastd::Reactor &reactor,
-             MCAST_TMR_S *timers, const HostEnvironment &environment);
+             MCAST_TMR_S *timers, MemberBudget &budget, const HostEnvironment &environment);
     ~Instance();
     Instance(const Instance &) = delete;
     Instance &operator=(const Instance &) = delete;

@@ -9,6 +9,9 @@
  * A wish that neither joins nor blocks is removed, an entry without wishes too, a group without entries too:
  * what exists carries something. Packets of (S, G) go to an interface when, for at least one client there,
  * the wish of S joins, or the wish of any source joins and that of S does not block.
+ *
+ * Forgetting must work when memory is short: it is how the room comes back, and what a client wanted must not
+ * outlive it. So it goes from entry to entry by address, which needs no walk record, and only setting can fail.
  */
 #include "daemons/mribd/member_table.h"
 
@@ -24,18 +27,6 @@ namespace mribd
 namespace
 {
 
-using Wishes = std::vector<Wish>;
-
-void release_wishes(void **user_data)
-{
-    delete static_cast<Wishes *>(*user_data);
-}
-
-Wishes &wishes_of(const MRT_SOURCE_S *entry)
-{
-    return *static_cast<Wishes *>(entry->user_data);
-}
-
 bool before(const Wish &one, const Wish &other)
 {
     return std::tie(one.if_index, one.client) < std::tie(other.if_index, other.client);
@@ -43,36 +34,27 @@ bool before(const Wish &one, const Wish &other)
 
 unsigned source_length(const MCAST_ADDR_S &source)
 {
-    return is_unspecified(source) ? 0 : address_bits(source.family);
+    return is_unspecified(source) ? 0 : address_bits(static_cast<uint8_t>(source.family));
 }
 
-// Runs over the entries of a table while they may be deleted.
-class Walk
+// The wish of the same interface and client, or where it would be.
+template <typename WishVector> auto place_of(WishVector &wishes, const Wish &key)
 {
-public:
-    explicit Walk(MRT_TABLE_S *table) : walk_(MRT_CreateWalk(table))
-    {
-    }
-    ~Walk()
-    {
-        MRT_DeleteWalk(walk_);
-    }
-    Walk(const Walk &) = delete;
-    Walk &operator=(const Walk &) = delete;
+    return std::lower_bound(wishes.begin(), wishes.end(), key, before);
+}
 
-    template <typename Entry> Entry *next()
-    {
-        return static_cast<Entry *>(MRT_WalkNext(walk_));
-    }
-
-private:
-    MRT_WALK_S *walk_;
-};
+template <typename WishVector, typename Place>
+bool is_at(const WishVector &wishes, const Place &place, const Wish &key)
+{
+    return place != wishes.end() && !before(key, *place);
+}
 
 } // namespace
 
-MemberTable::MemberTable(uint8_t family)
-    : table_(MRT_CreateTable(family, "members", nullptr, release_wishes)), family_(family)
+MemberTable::MemberTable(uint8_t family, MemberBudget &budget)
+    : table_(MRT_CreateTable(family, "members", nullptr,
+                             [](void **user_data) { delete static_cast<Wishes *>(*user_data); })),
+      family_(family), budget_(budget)
 {
     if (table_ == nullptr) {
         throw std::bad_alloc();
@@ -81,54 +63,41 @@ MemberTable::MemberTable(uint8_t family)
 
 MemberTable::~MemberTable()
 {
+    drop([](const Wish &) { return true; }, [](const MCAST_ADDR_S &, const MCAST_ADDR_S &) {});
     MRT_DestroyTable(table_);
 }
 
-void MemberTable::count(uint32_t if_index, int change)
+const MemberTable::Wishes &MemberTable::wishes_of(const MRT_SOURCE_S *entry)
 {
-    wish_count_ += static_cast<size_t>(change);
-    size_t &uses = wishes_per_interface_[if_index];
-    uses += static_cast<size_t>(change);
-    if (uses == 0) {
-        wishes_per_interface_.erase(if_index);
-    }
+    static const Wishes NONE;
+    return entry == nullptr ? NONE : *static_cast<const Wishes *>(entry->user_data);
+}
+
+MRT_SOURCE_S *MemberTable::locate(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const
+{
+    return MRT_LocateSourceMask(table_, &group, address_bits(family_), &source, source_length(source));
 }
 
 MemberTable::Result MemberTable::set(ClientId client, uint32_t if_index, const MCAST_ADDR_S &group,
                                      const MCAST_ADDR_S &source, Kind kind, bool present)
 {
-    const unsigned length = source_length(source);
-    MRT_SOURCE_S *entry = MRT_LocateSourceMask(table_, &group, address_bits(family_), &source, length);
-    if (entry == nullptr) {
-        if (!present) {
-            return Result::Unchanged;
-        }
-        auto wishes = std::make_unique<Wishes>();
-        wishes->reserve(1);
-        entry = MRT_CreateEntryMask(table_, &group, address_bits(family_), &source, length);
-        if (entry == nullptr) {
-            return Result::NoMemory;
-        }
-        entry->user_data = wishes.release();
+    MRT_SOURCE_S *entry = locate(group, source);
+    Wish wish{if_index, client, false, false};
+    const auto flag = kind == Kind::Join ? &Wish::joined : &Wish::blocked;
+    Wishes none;
+    Wishes &wishes = entry == nullptr ? none : *static_cast<Wishes *>(entry->user_data);
+    const auto known = place_of(wishes, wish);
+    if (!is_at(wishes, known, wish)) {
+        wish.*flag = true;
+        return present ? add(entry, group, source, wish) : Result::Unchanged;
     }
-    Wishes &wishes = wishes_of(entry);
-    const Wish key{if_index, client, false, false};
-    auto wish = std::lower_bound(wishes.begin(), wishes.end(), key, before);
-    if (wish == wishes.end() || before(key, *wish)) {
-        if (!present) {
-            return Result::Unchanged;
-        }
-        wish = wishes.insert(wish, key);
-        count(if_index, 1);
-    }
-    bool &flag = kind == Kind::Join ? wish->joined : wish->blocked;
-    if (flag == present) {
+    if ((*known).*flag == present) {
         return Result::Unchanged;
     }
-    flag = present;
-    if (!wish->joined && !wish->blocked) {
-        wishes.erase(wish);
-        count(if_index, -1);
+    (*known).*flag = present;
+    if (!known->joined && !known->blocked) {
+        forget(*known);
+        wishes.erase(known);
         if (wishes.empty()) {
             MRT_DeleteSourceGroup(entry);
         }
@@ -136,39 +105,88 @@ MemberTable::Result MemberTable::set(ClientId client, uint32_t if_index, const M
     return Result::Changed;
 }
 
+MemberTable::Result MemberTable::add(MRT_SOURCE_S *entry, const MCAST_ADDR_S &group,
+                                     const MCAST_ADDR_S &source, const Wish &wish)
+{
+    const auto uses = wishes_per_interface_.find(wish.if_index);
+    try {
+        if (!budget_.take(wish.client, uses == wishes_per_interface_.end() ? 0 : uses->second)) {
+            return Result::OverLimit;
+        }
+    } catch (const std::bad_alloc &) {
+        return Result::NoMemory;
+    }
+    try {
+        insert(entry, group, source, wish);
+    } catch (const std::bad_alloc &) {
+        budget_.give(wish.client);
+        return Result::NoMemory;
+    }
+    ++wish_count_;
+    return Result::Changed;
+}
+
+// Throws, with nothing inserted, when memory is short.
+void MemberTable::insert(MRT_SOURCE_S *entry, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
+                         const Wish &wish)
+{
+    const auto uses = wishes_per_interface_.try_emplace(wish.if_index, 0).first;
+    try {
+        if (entry != nullptr) {
+            Wishes &wishes = *static_cast<Wishes *>(entry->user_data);
+            wishes.insert(place_of(wishes, wish), wish);
+        } else {
+            auto wishes = std::make_unique<Wishes>(1, wish);
+            entry =
+                MRT_CreateEntryMask(table_, &group, address_bits(family_), &source, source_length(source));
+            if (entry == nullptr) {
+                throw std::bad_alloc();
+            }
+            entry->user_data = wishes.release();
+        }
+    } catch (const std::bad_alloc &) {
+        if (uses->second == 0) {
+            wishes_per_interface_.erase(uses);
+        }
+        throw;
+    }
+    ++uses->second;
+}
+
+// Counts the wish out.
+void MemberTable::forget(const Wish &wish)
+{
+    --wish_count_;
+    budget_.give(wish.client);
+    const auto uses = wishes_per_interface_.find(wish.if_index);
+    if (--uses->second == 0) {
+        wishes_per_interface_.erase(uses);
+    }
+}
+
 void MemberTable::drop(const std::function<bool(const Wish &)> &matches, const Changed &changed)
 {
-    Walk groups(table_);
-    while (auto *group = groups.next<MRT_GROUP_S>()) {
-        const MCAST_ADDR_S group_address = *group->address;
-        std::vector<MCAST_ADDR_S> concerned;
-        {
-            Walk sources(group->sources);
-            while (auto *source = sources.next<MRT_SOURCE_S>()) {
-                Wishes &wishes = wishes_of(source);
-                const auto rest = std::remove_if(wishes.begin(), wishes.end(), [&](const Wish &wish) {
-                    if (matches(wish)) {
-                        count(wish.if_index, -1);
-                        return true;
-                    }
-                    return false;
-                });
-                if (rest == wishes.end()) {
-                    continue;
-                }
-                wishes.erase(rest, wishes.end());
-                concerned.push_back(*source->address);
-                if (wishes.empty()) {
-                    MRT_DeleteSource(source);
-                }
+    MRT_SOURCE_S *entry = MRT_GetNextSourceGroup(table_, nullptr, 0, nullptr, 0);
+    while (entry != nullptr) {
+        const MCAST_ADDR_S group = *entry->group->address;
+        const MCAST_ADDR_S source = *entry->address;
+        Wishes &wishes = *static_cast<Wishes *>(entry->user_data);
+        const size_t had = wishes.size();
+        std::erase_if(wishes, [&](const Wish &wish) {
+            const bool goes = matches(wish);
+            if (goes) {
+                forget(wish);
             }
+            return goes;
+        });
+        const bool dropped = wishes.size() != had;
+        if (wishes.empty()) {
+            MRT_DeleteSourceGroup(entry);
         }
-        if (MRT_CountTable(group->sources) == 0) {
-            MRT_DeleteGroup(group);
+        if (dropped) {
+            changed(group, source);
         }
-        for (const MCAST_ADDR_S &source : concerned) {
-            changed(group_address, source);
-        }
+        entry = MRT_GetNextSourceGroup(table_, &group, 0, &source, source_length(source));
     }
 }
 
@@ -187,70 +205,38 @@ void MemberTable::drop_interface(uint32_t if_index, const Changed &changed)
     drop([if_index](const Wish &wish) { return wish.if_index == if_index; }, changed);
 }
 
-std::vector<uint32_t> MemberTable::receivers(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const
+// The entries of the source and of any source; NULL for one that is not there.
+void MemberTable::find(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, const MRT_SOURCE_S **special,
+                       const MRT_SOURCE_S **general) const
 {
-    std::vector<uint32_t> result;
-    const auto *entry =
+    const auto *owner =
         static_cast<const MRT_GROUP_S *>(MRT_LocateMask(table_, &group, address_bits(family_)));
-    if (entry == nullptr) {
-        return result;
+    if (owner == nullptr) {
+        return;
     }
     const MCAST_ADDR_S any = any_address(family_);
-    static const Wishes NONE;
-    const auto wishes_for = [&](const MCAST_ADDR_S &address) -> const Wishes & {
-        const auto *found = static_cast<const MRT_SOURCE_S *>(
-            MRT_LocateMask(entry->sources, &address, source_length(address)));
-        return found == nullptr ? NONE : wishes_of(found);
-    };
-    const Wishes &special = wishes_for(source);
-    for (const Wish &wish : special) {
-        if (wish.joined) {
-            result.push_back(wish.if_index);
-        }
-    }
-    for (const Wish &wish : wishes_for(any)) {
-        const auto own = std::lower_bound(special.begin(), special.end(), wish, before);
-        const bool blocked = own != special.end() && !before(wish, *own) && own->blocked;
-        if (wish.joined && !blocked) {
-            result.push_back(wish.if_index);
-        }
-    }
-    std::sort(result.begin(), result.end());
-    result.erase(std::unique(result.begin(), result.end()), result.end());
-    return result;
+    *special =
+        static_cast<const MRT_SOURCE_S *>(MRT_LocateMask(owner->sources, &source, source_length(source)));
+    *general = static_cast<const MRT_SOURCE_S *>(MRT_LocateMask(owner->sources, &any, 0));
+}
+
+// Whether the client that has the wish for any source blocks this one on the same interface.
+bool MemberTable::is_blocked(const MRT_SOURCE_S *special, const Wish &wish)
+{
+    const Wishes &wishes = wishes_of(special);
+    const auto own = place_of(wishes, wish);
+    return is_at(wishes, own, wish) && own->blocked;
 }
 
 bool MemberTable::has_source_join(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const
 {
-    const MRT_SOURCE_S *entry = MRT_LocateSource(table_, &group, &source);
-    return entry != nullptr && std::any_of(wishes_of(entry).begin(), wishes_of(entry).end(),
-                                           [](const Wish &wish) { return wish.joined; });
+    const Wishes &wishes = wishes_of(locate(group, source));
+    return std::any_of(wishes.begin(), wishes.end(), [](const Wish &wish) { return wish.joined; });
 }
 
 uint32_t MemberTable::group_count() const
 {
     return MRT_CountTable(table_);
-}
-
-std::vector<uint32_t> MemberTable::interfaces() const
-{
-    std::vector<uint32_t> result;
-    for (const auto &[if_index, uses] : wishes_per_interface_) {
-        result.push_back(if_index);
-    }
-    return result;
-}
-
-void MemberTable::visit(const std::function<void(const MCAST_ADDR_S &, const MCAST_ADDR_S &,
-                                                 const std::vector<Wish> &)> &visitor) const
-{
-    Walk groups(table_);
-    while (const auto *group = groups.next<MRT_GROUP_S>()) {
-        Walk sources(group->sources);
-        while (const auto *source = sources.next<MRT_SOURCE_S>()) {
-            visitor(*group->address, *source->address, wishes_of(source));
-        }
-    }
 }
 
 void MemberTable::visit_from(const MCAST_ADDR_S *group, const MCAST_ADDR_S *source,

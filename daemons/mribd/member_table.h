@@ -9,13 +9,12 @@
 #include <map>
 #include <vector>
 
+#include "daemons/mribd/member_budget.h"
 #include "mcast/common.h"
 #include "mcast/route_table.h"
 
 namespace mribd
 {
-
-using ClientId = uint32_t;
 
 // What one client said of one (source, group) on one interface.
 struct Wish {
@@ -29,30 +28,49 @@ class MemberTable
 {
 public:
     // Told of what changed: the group, and the source, or the any-source address when every source of the
-    // group may be concerned.
+    // group may be concerned. It must not change the table.
     using Changed = std::function<void(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)>;
 
-    enum class Result { Unchanged, Changed, NoMemory };
+    enum class Result { Unchanged, Changed, OverLimit, NoMemory };
     enum class Kind { Join, Block };
 
-    explicit MemberTable(uint8_t family);
+    // budget, which may be shared with other tables, must outlive the table.
+    MemberTable(uint8_t family, MemberBudget &budget);
     ~MemberTable();
     MemberTable(const MemberTable &) = delete;
     MemberTable &operator=(const MemberTable &) = delete;
 
     // Sets or clears the client's join or block. source may be the any-source address for a join. Changed and
-    // Unchanged say whether the table differs afterwards; NoMemory leaves it as it was.
+    // Unchanged say whether the table differs afterwards; OverLimit and NoMemory leave it as it was, and only
+    // what is set meets them.
     Result set(ClientId client, uint32_t if_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
                Kind kind, bool present);
 
     // Forgets all that the client reported, what it reported for one interface, or what anybody reported for
-    // the interface. Linear in the table.
+    // the interface. Linear in the table. Needs no memory.
     void drop_client(ClientId client, const Changed &changed);
     void drop_interface(ClientId client, uint32_t if_index, const Changed &changed);
     void drop_interface(uint32_t if_index, const Changed &changed);
 
-    // The interfaces that want packets of (source, group), ascending, each once.
-    std::vector<uint32_t> receivers(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const;
+    // Calls visitor(if_index) for the interfaces that want packets of (source, group), for some of them more
+    // than once. Needs no memory.
+    template <typename Visitor>
+    void visit_receivers(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, const Visitor &visitor) const
+    {
+        const MRT_SOURCE_S *special = nullptr;
+        const MRT_SOURCE_S *general = nullptr;
+        find(group, source, &special, &general);
+        for (const Wish &wish : wishes_of(special)) {
+            if (wish.joined) {
+                visitor(wish.if_index);
+            }
+        }
+        for (const Wish &wish : wishes_of(general)) {
+            if (wish.joined && !is_blocked(special, wish)) {
+                visitor(wish.if_index);
+            }
+        }
+    }
 
     // Whether a client joined exactly this source of the group, or any source when that is the address.
     bool has_source_join(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const;
@@ -70,27 +88,33 @@ public:
         return wishes_per_interface_.contains(if_index);
     }
 
-    // Every interface something is reported for, ascending.
-    std::vector<uint32_t> interfaces() const;
-
-    // Visits everything in order of group, then source (any source first).
-    void visit(const std::function<void(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
-                                        const std::vector<Wish> &wishes)> &visitor) const;
-
-    // Visits in the same order, beginning with (group, source) or the first after it, until visitor returns
-    // false. NULL source: from the group's first; NULL group: from the first of all.
+    // Visits in order of group, then source (any source first), beginning with (group, source) or the first
+    // after it, until visitor returns false. NULL source: from the group's first; NULL group: from the first
+    // of all.
     void visit_from(const MCAST_ADDR_S *group, const MCAST_ADDR_S *source,
                     const std::function<bool(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
                                              const std::vector<Wish> &wishes)> &visitor) const;
 
 private:
+    using Wishes = std::vector<Wish>;
+
+    // None for NULL.
+    static const Wishes &wishes_of(const MRT_SOURCE_S *entry);
+    static bool is_blocked(const MRT_SOURCE_S *special, const Wish &wish);
+
+    MRT_SOURCE_S *locate(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const;
+    void find(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, const MRT_SOURCE_S **special,
+              const MRT_SOURCE_S **general) const;
+    Result add(MRT_SOURCE_S *entry, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, const Wish &wish);
+    void insert(MRT_SOURCE_S *entry, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, const Wish &wish);
     void drop(const std::function<bool(const Wish &)> &matches, const Changed &changed);
-    void count(uint32_t if_index, int change);
+    void forget(const Wish &wish);
 
     MRT_TABLE_S *table_;
     uint8_t family_;
+    MemberBudget &budget_;
     size_t wish_count_ = 0;
-    std::map<uint32_t, size_t> wishes_per_interface_;
+    std::map<uint32_t, size_t> wishes_per_interface_; // no interface without wishes
 };
 
 } // namespace mribd

@@ -14,9 +14,10 @@ namespace mribd
 Plane::Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &reactor, MCAST_TMR_S *timers,
              const HostEnvironment &environment)
     : settings_(settings), reactor_(reactor), timers_(timers), environment_(environment),
-      common_(instance_key(family), settings, reactor, timers, environment), routers_(common_.router()),
-      current_view_(routers_), msdp_(routers_.common(), settings.entry_limit),
-      server_(reactor, Backend{routers_, current_view_, msdp_, users_})
+      budget_(settings.member_limit),
+      common_(instance_key(family), settings, reactor, timers, budget_, environment),
+      routers_(common_.router()), current_view_(routers_), msdp_(routers_.common(), settings.entry_limit),
+      server_(reactor, Backend{routers_, current_view_, msdp_, users_, budget_})
 {
 }
 
@@ -47,7 +48,7 @@ KernelMroute::OpenResult Plane::open()
 bool Plane::serve(uint16_t vrf_index)
 {
     auto instance = std::make_unique<Instance>(instance_key(family(), vrf_index), settings_, reactor_,
-                                               timers_, environment_);
+                                               timers_, budget_, environment_);
     if (instance->open() != KernelMroute::OpenResult::Ready) {
         return false;
     }

@@ -69,6 +69,7 @@ private:
     mcastd::Reactor &reactor_;
     MCAST_TMR_S *const timers_;
     const HostEnvironment &environment_;
+    MemberBudget budget_;
     Instance common_; // the public one
     std::map<uint16_t, std::unique_ptr<Instance>> others_;
     Routers routers_;

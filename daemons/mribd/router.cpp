@@ -1,6 +1,7 @@
 #include "daemons/mribd/router.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "daemons/common/trace.h"
@@ -24,8 +25,8 @@ constexpr uint32_t VIF_RETRY_MS = 1000;
 } // namespace
 
 Router::Router(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment,
-               MCAST_TMR_S *timers, const EntryRules &rules)
-    : key_(key), timers_(timers), kernel_(kernel), environment_(environment), members_(key.family),
+               MemberBudget &budget, MCAST_TMR_S *timers, const EntryRules &rules)
+    : key_(key), timers_(timers), kernel_(kernel), environment_(environment), members_(key.family, budget),
       vifs_(key, kernel, environment),
       forwarding_({key, kernel, environment, members_, gmp_, vifs_, timers, rules.limit, rules.idle_period_s})
 {
@@ -62,10 +63,11 @@ void Router::watch_sources(bool watch)
 void Router::visit_local_sources(
     const std::function<void(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)> &visitor) const
 {
-    forwarding_.visit([&visitor](const Entry &entry) {
+    forwarding_.visit_from(nullptr, nullptr, [&visitor](const Entry &entry) {
         if (entry.is_local) {
             visitor(entry.group(), entry.source());
         }
+        return true;
     });
 }
 
@@ -206,7 +208,8 @@ void Router::link_renamed(uint32_t if_index)
 
 void Router::leave_kernel()
 {
-    vifs_.refresh({}, [this](uint32_t bits) { forwarding_.vacate_vifs(bits); });
+    static const std::vector<uint32_t> NONE;
+    vifs_.refresh(NONE, [this](uint32_t bits) { forwarding_.vacate_vifs(bits); });
     links_changed();
 }
 
@@ -268,30 +271,40 @@ std::vector<uint32_t> Router::wanted_interfaces() const
     return wanted;
 }
 
-// What the kernel refused it may grant when it has memory again.
+// What the kernel refused, or what there was no memory for, may go well a second later.
 void Router::try_vifs_again()
 {
-    if (!vifs_.is_incomplete()) {
-        mcastd::timer_stop(timers_, vif_retry_);
-        return;
-    }
     mcastd::timer_try_start(
         timers_, vif_retry_, VIF_RETRY_MS,
         [](void *owner) { static_cast<Router *>(owner)->vifs_stale_ = true; }, this);
 }
 
-bool Router::settle()
+// Whether it is done; otherwise memory was short, and a later round does it.
+bool Router::refresh_vifs()
 {
-    if (vifs_stale_) {
-        vifs_stale_ = false;
+    try {
         if (vifs_.refresh(wanted_interfaces(), [this](uint32_t bits) { forwarding_.vacate_vifs(bits); })) {
             forwarding_.interfaces_changed();
         }
-        try_vifs_again();
+    } catch (const std::bad_alloc &) {
+        forwarding_.interfaces_changed(); // it may have come half way
+        return false;
     }
+    if (vifs_.is_incomplete()) {
+        try_vifs_again();
+    } else {
+        mcastd::timer_stop(timers_, vif_retry_);
+    }
+    return true;
+}
+
+bool Router::settle()
+{
+    const bool is_left = vifs_stale_ && !refresh_vifs();
     const bool more = forwarding_.settle(ENTRIES_PER_ROUND);
-    vifs_stale_ = forwarding_.take_upstream_change();
-    return more || vifs_stale_;
+    const bool is_stale = forwarding_.take_upstream_change();
+    vifs_stale_ = is_stale || is_left;
+    return more || is_stale;
 }
 
 } // namespace mribd

@@ -13,6 +13,7 @@
 #include "daemons/common/timer.h"
 #include "daemons/mribd/forwarding.h"
 #include "daemons/mribd/gmp_state.h"
+#include "daemons/mribd/member_budget.h"
 #include "daemons/mribd/member_table.h"
 #include "daemons/mribd/vif_table.h"
 
@@ -28,9 +29,9 @@ public:
         uint32_t idle_period_s;
     };
 
-    // kernel, environment and timers must outlive the router.
+    // kernel, environment, budget and timers must outlive the router.
     Router(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment,
-           MCAST_TMR_S *timers, const EntryRules &rules);
+           MemberBudget &budget, MCAST_TMR_S *timers, const EntryRules &rules);
     ~Router();
     Router(const Router &) = delete;
     Router &operator=(const Router &) = delete;
@@ -121,6 +122,7 @@ public:
 
 private:
     std::vector<uint32_t> wanted_interfaces() const;
+    bool refresh_vifs();
     void gmp_changed();
     void try_vifs_again();
     void trace_member(uint32_t if_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,

@@ -62,6 +62,7 @@ struct Backend {
     CurrentView &current_view;
     MsdpExchange &msdp;
     UserRegistry &users;
+    const MemberBudget &budget;
 };
 
 class Session

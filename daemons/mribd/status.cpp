@@ -50,7 +50,8 @@ void add_interfaces(std::string *out, const Router &router)
 
 void add_members(std::string *out, const Router &router)
 {
-    router.members().visit(
+    router.members().visit_from(
+        nullptr, nullptr,
         [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, const std::vector<Wish> &wishes) {
             add_text(out, "  member (%s, %s):", text_or_star(source).c_str(), text_or_star(group).c_str());
             for (const Wish &wish : wishes) {
@@ -58,12 +59,13 @@ void add_members(std::string *out, const Router &router)
                          router.environment().interface_name(wish.if_index).c_str(), wish.client);
             }
             *out += '\n';
+            return true;
         });
 }
 
 void add_entries(std::string *out, const Router &router)
 {
-    router.forwarding().visit([&](const Entry &entry) {
+    router.forwarding().visit_from(nullptr, nullptr, [&](const Entry &entry) {
         add_text(out, "  entry (%s, %s):", text_or_star(entry.source()).c_str(),
                  text_or_star(entry.group()).c_str());
         if (entry.upstream == 0) {
@@ -87,6 +89,7 @@ void add_entries(std::string *out, const Router &router)
         } else {
             *out += ", not in the kernel\n";
         }
+        return true;
     });
 }
 
@@ -113,9 +116,11 @@ void add_counters(std::string *out, const Router &router)
              forwarding.wrong_interface);
     add_text(out,
              "  entries: %u, expired %" PRIu64 ", without route %" PRIu64 ", refused by limit %" PRIu64
-             ", by memory %" PRIu64 ", by the kernel %" PRIu64 "\n",
+             ", by memory %" PRIu64 ", by the kernel %" PRIu64 ", ended with members %" PRIu64
+             ", displaced %" PRIu64 "\n",
              router.forwarding().entry_count(), forwarding.expired, forwarding.no_route,
-             forwarding.refused_by_limit, forwarding.refused_by_memory, forwarding.kernel_failures);
+             forwarding.refused_by_limit, forwarding.refused_by_memory, forwarding.kernel_failures,
+             forwarding.ended, forwarding.displaced);
     add_text(out,
              "  virtual interfaces: %u of %u, without one %zu, refused %" PRIu64 ", failed %" PRIu64 "\n",
              router.vifs().count(), MAX_VIFS, router.vifs().refused(), router.vifs().refusals(),
@@ -141,6 +146,9 @@ std::string status_text(const ChannelServer &server)
         add_entries(&out, *router);
         if (vrf_index == PUBLIC_INSTANCE) {
             add_channel_counters(&out, server.counters());
+            const MemberBudget &budget = server.backend().budget;
+            add_text(&out, "  memberships: %zu of at most %zu, refused %" PRIu64 "\n", budget.taken(),
+                     budget.total_limit(), budget.refused());
         }
         add_counters(&out, *router);
     }

@@ -117,7 +117,7 @@ TEST_F(ChannelServerTest, HangUpTakesTheClientsJoinsEvenWithUnreadMessages)
     one.hang_up();
     serve();
     EXPECT_EQ(clients(), 1u);
-    EXPECT_EQ(bench.router.members().interfaces(), std::vector<uint32_t>{3});
+    EXPECT_EQ(interfaces_of(bench.router.members()), std::vector<uint32_t>{3});
 }
 
 TEST_F(ChannelServerTest, ChangeByOneClientIsToldToTheOthers)

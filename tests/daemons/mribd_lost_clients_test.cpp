@@ -168,7 +168,7 @@ TEST_P(MribdLostClients, InterfaceThatGoesIsNotKept)
     lose(OLD);
     bench.router.link_removed(2);
     bench.settle();
-    EXPECT_EQ(bench.router.members().interfaces(), std::vector<uint32_t>{3});
+    EXPECT_EQ(interfaces_of(bench.router.members()), std::vector<uint32_t>{3});
 }
 
 TEST_P(MribdLostClients, OfADaemonThatFallsAgainAndAgainTheOldestRemainsGoFirst)

@@ -6,6 +6,8 @@
 
 using namespace mribd;
 using mribd_test::address;
+using mribd_test::interfaces_of;
+using mribd_test::receivers;
 
 namespace
 {
@@ -25,90 +27,99 @@ void ignore(const MCAST_ADDR_S &, const MCAST_ADDR_S &)
 
 TEST(MemberTable, EmptyTableHasNoReceivers)
 {
-    const MemberTable table(MCAST_FAMILY_IPV4);
-    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{});
+    MemberBudget budget;
+    const MemberTable table(MCAST_FAMILY_IPV4, budget);
+    EXPECT_EQ(receivers(table, GROUP, SOURCE), Indexes{});
     EXPECT_EQ(table.group_count(), 0u);
     EXPECT_FALSE(table.has_source_join(GROUP, SOURCE));
 }
 
 TEST(MemberTable, AnySourceJoinTakesEverySource)
 {
-    MemberTable table(MCAST_FAMILY_IPV4);
+    MemberBudget budget;
+    MemberTable table(MCAST_FAMILY_IPV4, budget);
     EXPECT_EQ(table.set(1, 7, GROUP, ANY, Kind::Join, true), Result::Changed);
     EXPECT_EQ(table.set(1, 7, GROUP, ANY, Kind::Join, true), Result::Unchanged);
-    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{7});
-    EXPECT_EQ(table.receivers(GROUP, OTHER), Indexes{7});
-    EXPECT_EQ(table.receivers(address("239.1.1.2"), SOURCE), Indexes{});
+    EXPECT_EQ(receivers(table, GROUP, SOURCE), Indexes{7});
+    EXPECT_EQ(receivers(table, GROUP, OTHER), Indexes{7});
+    EXPECT_EQ(receivers(table, address("239.1.1.2"), SOURCE), Indexes{});
 }
 
 TEST(MemberTable, SourceJoinTakesThatSourceOnly)
 {
-    MemberTable table(MCAST_FAMILY_IPV4);
+    MemberBudget budget;
+    MemberTable table(MCAST_FAMILY_IPV4, budget);
     table.set(1, 7, GROUP, SOURCE, Kind::Join, true);
-    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{7});
-    EXPECT_EQ(table.receivers(GROUP, OTHER), Indexes{});
+    EXPECT_EQ(receivers(table, GROUP, SOURCE), Indexes{7});
+    EXPECT_EQ(receivers(table, GROUP, OTHER), Indexes{});
     EXPECT_TRUE(table.has_source_join(GROUP, SOURCE));
     EXPECT_FALSE(table.has_source_join(GROUP, OTHER));
 }
 
 TEST(MemberTable, BlockedSourceIsNotTakenWhileTheRestOfTheGroupIs)
 {
-    MemberTable table(MCAST_FAMILY_IPV4);
+    MemberBudget budget;
+    MemberTable table(MCAST_FAMILY_IPV4, budget);
     table.set(1, 7, GROUP, ANY, Kind::Join, true);
     table.set(1, 7, GROUP, SOURCE, Kind::Block, true);
-    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{});
-    EXPECT_EQ(table.receivers(GROUP, OTHER), Indexes{7});
+    EXPECT_EQ(receivers(table, GROUP, SOURCE), Indexes{});
+    EXPECT_EQ(receivers(table, GROUP, OTHER), Indexes{7});
     EXPECT_FALSE(table.has_source_join(GROUP, SOURCE));
     table.set(1, 7, GROUP, SOURCE, Kind::Block, false);
-    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{7});
+    EXPECT_EQ(receivers(table, GROUP, SOURCE), Indexes{7});
 }
 
 TEST(MemberTable, BlockHoldsForItsInterfaceAndItsClientOnly)
 {
-    MemberTable table(MCAST_FAMILY_IPV4);
+    MemberBudget budget;
+    MemberTable table(MCAST_FAMILY_IPV4, budget);
     table.set(1, 7, GROUP, ANY, Kind::Join, true);
     table.set(1, 8, GROUP, ANY, Kind::Join, true);
     table.set(1, 7, GROUP, SOURCE, Kind::Block, true);
-    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{8});
+    EXPECT_EQ(receivers(table, GROUP, SOURCE), Indexes{8});
     table.set(2, 7, GROUP, ANY, Kind::Join, true);
-    EXPECT_EQ(table.receivers(GROUP, SOURCE), (Indexes{7, 8}));
+    EXPECT_EQ(receivers(table, GROUP, SOURCE), (Indexes{7, 8}));
 }
 
 TEST(MemberTable, BlockMayComeBeforeTheJoinItLimits)
 {
-    MemberTable table(MCAST_FAMILY_IPV4);
+    MemberBudget budget;
+    MemberTable table(MCAST_FAMILY_IPV4, budget);
     table.set(1, 7, GROUP, SOURCE, Kind::Block, true);
-    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{});
+    EXPECT_EQ(receivers(table, GROUP, SOURCE), Indexes{});
     table.set(1, 7, GROUP, ANY, Kind::Join, true);
-    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{});
-    EXPECT_EQ(table.receivers(GROUP, OTHER), Indexes{7});
+    EXPECT_EQ(receivers(table, GROUP, SOURCE), Indexes{});
+    EXPECT_EQ(receivers(table, GROUP, OTHER), Indexes{7});
 }
 
 TEST(MemberTable, SourceJoinOutweighsABlockOfTheSameSource)
 {
-    MemberTable table(MCAST_FAMILY_IPV4);
+    MemberBudget budget;
+    MemberTable table(MCAST_FAMILY_IPV4, budget);
     table.set(1, 7, GROUP, ANY, Kind::Join, true);
     table.set(1, 7, GROUP, SOURCE, Kind::Block, true);
     table.set(1, 7, GROUP, SOURCE, Kind::Join, true);
-    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{7});
+    EXPECT_EQ(receivers(table, GROUP, SOURCE), Indexes{7});
     table.set(1, 7, GROUP, SOURCE, Kind::Join, false);
-    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{});
+    EXPECT_EQ(receivers(table, GROUP, SOURCE), Indexes{});
 }
 
 TEST(MemberTable, RemovingWhatIsNotThereChangesNothing)
 {
-    MemberTable table(MCAST_FAMILY_IPV4);
+    MemberBudget budget;
+    MemberTable table(MCAST_FAMILY_IPV4, budget);
     EXPECT_EQ(table.set(1, 7, GROUP, ANY, Kind::Join, false), Result::Unchanged);
     table.set(1, 7, GROUP, ANY, Kind::Join, true);
     EXPECT_EQ(table.set(2, 7, GROUP, ANY, Kind::Join, false), Result::Unchanged);
     EXPECT_EQ(table.set(1, 7, GROUP, SOURCE, Kind::Join, false), Result::Unchanged);
     EXPECT_EQ(table.set(1, 7, GROUP, ANY, Kind::Block, false), Result::Unchanged);
-    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{7});
+    EXPECT_EQ(receivers(table, GROUP, SOURCE), Indexes{7});
 }
 
 TEST(MemberTable, LastPruneLeavesNothingBehind)
 {
-    MemberTable table(MCAST_FAMILY_IPV4);
+    MemberBudget budget;
+    MemberTable table(MCAST_FAMILY_IPV4, budget);
     table.set(1, 7, GROUP, ANY, Kind::Join, true);
     table.set(1, 7, GROUP, SOURCE, Kind::Block, true);
     EXPECT_EQ(table.wish_count(), 2u);
@@ -121,7 +132,8 @@ TEST(MemberTable, LastPruneLeavesNothingBehind)
 
 TEST(MemberTable, ClientThatGoesTakesItsOwnJoinsOnly)
 {
-    MemberTable table(MCAST_FAMILY_IPV4);
+    MemberBudget budget;
+    MemberTable table(MCAST_FAMILY_IPV4, budget);
     table.set(1, 7, GROUP, ANY, Kind::Join, true);
     table.set(2, 7, GROUP, ANY, Kind::Join, true);
     table.set(1, 8, GROUP, SOURCE, Kind::Join, true);
@@ -131,33 +143,35 @@ TEST(MemberTable, ClientThatGoesTakesItsOwnJoinsOnly)
         told.push_back(text_or_star(source) + "," + text_or_star(group));
     });
     EXPECT_EQ(told, (std::vector<std::string>{"*,239.1.1.1", "10.0.0.5,239.1.1.1", "*,239.2.2.2"}));
-    EXPECT_EQ(table.receivers(GROUP, SOURCE), Indexes{7});
+    EXPECT_EQ(receivers(table, GROUP, SOURCE), Indexes{7});
     EXPECT_EQ(table.wish_count(), 1u);
     EXPECT_EQ(table.group_count(), 1u);
-    EXPECT_EQ(table.interfaces(), Indexes{7});
+    EXPECT_EQ(interfaces_of(table), Indexes{7});
 }
 
 TEST(MemberTable, DroppingAnInterfaceKeepsTheOthersAndOtherClients)
 {
-    MemberTable table(MCAST_FAMILY_IPV4);
+    MemberBudget budget;
+    MemberTable table(MCAST_FAMILY_IPV4, budget);
     table.set(1, 7, GROUP, ANY, Kind::Join, true);
     table.set(1, 8, GROUP, ANY, Kind::Join, true);
     table.set(2, 7, GROUP, SOURCE, Kind::Join, true);
     table.drop_interface(1, 7, ignore);
-    EXPECT_EQ(table.receivers(GROUP, OTHER), Indexes{8});
-    EXPECT_EQ(table.receivers(GROUP, SOURCE), (Indexes{7, 8}));
+    EXPECT_EQ(receivers(table, GROUP, OTHER), Indexes{8});
+    EXPECT_EQ(receivers(table, GROUP, SOURCE), (Indexes{7, 8}));
 }
 
 TEST(MemberTable, Ipv6FollowsTheSameRules)
 {
-    MemberTable table(MCAST_FAMILY_IPV6);
+    MemberBudget budget;
+    MemberTable table(MCAST_FAMILY_IPV6, budget);
     const MCAST_ADDR_S group = address("ff1e::42");
     const MCAST_ADDR_S source = address("2001:db8::5");
     table.set(1, 7, group, any_address(MCAST_FAMILY_IPV6), Kind::Join, true);
     table.set(1, 7, group, source, Kind::Block, true);
-    EXPECT_EQ(table.receivers(group, source), Indexes{});
-    EXPECT_EQ(table.receivers(group, address("2001:db8::6")), Indexes{7});
-    EXPECT_EQ(table.receivers(address("ff1e::43"), address("2001:db8::6")), Indexes{});
+    EXPECT_EQ(receivers(table, group, source), Indexes{});
+    EXPECT_EQ(receivers(table, group, address("2001:db8::6")), Indexes{7});
+    EXPECT_EQ(receivers(table, address("ff1e::43"), address("2001:db8::6")), Indexes{});
 }
 
 // Random reports against the rule written down literally over a flat set.
@@ -167,7 +181,8 @@ TEST(MemberTable, AgreesWithTheRuleOnRandomReports)
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
     const auto pick = [&random](unsigned count) { return static_cast<unsigned>(random() % count); };
-    MemberTable table(MCAST_FAMILY_IPV4);
+    MemberBudget budget;
+    MemberTable table(MCAST_FAMILY_IPV4, budget);
     using Fact = std::tuple<ClientId, uint32_t, std::string, std::string, Kind>;
     std::set<Fact> facts;
     for (int step = 0; step < 20000; ++step) {
@@ -199,8 +214,54 @@ TEST(MemberTable, AgreesWithTheRuleOnRandomReports)
                 }
             }
         }
-        ASSERT_EQ(table.receivers(address(group), asked), expected) << "step " << step;
+        ASSERT_EQ(receivers(table, address(group), asked), expected) << "step " << step;
     }
+}
+
+MCAST_ADDR_S group_number(unsigned number)
+{
+    return address("239.3." + std::to_string(number / 250) + "." + std::to_string(number % 250 + 1));
+}
+
+TEST(MemberBudget, NoInterfaceAndNoClientTakesTheRoomOfTheOthers)
+{
+    mcastd::log_open("mribd", mcastd::LogLevel::Error);
+    MemberBudget budget(64);
+    MemberTable one(MCAST_FAMILY_IPV4, budget);
+    MemberTable other(MCAST_FAMILY_IPV4, budget);
+    const auto join = [](MemberTable &table, ClientId client, uint32_t if_index, unsigned count) {
+        unsigned taken = 0;
+        for (unsigned number = 0; number < count; ++number) {
+            taken +=
+                table.set(client, if_index, group_number(number), ANY, Kind::Join, true) == Result::Changed;
+        }
+        return taken;
+    };
+    EXPECT_EQ(join(one, 1, 7, 100), 32u) << "half for one interface";
+    EXPECT_EQ(join(one, 1, 8, 100), 24u) << "seven eighths for one client";
+    EXPECT_EQ(join(other, 2, 9, 100), 8u) << "all of them together, whatever the table";
+    EXPECT_EQ(budget.taken(), 64u);
+    EXPECT_EQ(budget.refused(), 68u + 76u + 92u);
+    EXPECT_EQ(one.set(1, 7, group_number(0), ANY, Kind::Join, true), Result::Unchanged);
+    EXPECT_EQ(one.set(1, 8, group_number(99), ANY, Kind::Join, true), Result::OverLimit);
+    EXPECT_FALSE(budget.has_room(3, 0));
+    one.drop_client(1, ignore);
+    EXPECT_EQ(budget.taken(), 8u);
+    EXPECT_TRUE(budget.has_room(3, 0));
+    EXPECT_FALSE(budget.has_room(3, 30)) << "nearly all that an interface may have";
+    EXPECT_EQ(join(other, 3, 10, 10), 10u);
+}
+
+TEST(MemberBudget, TableThatEndsGivesEverythingBack)
+{
+    MemberBudget budget(64);
+    {
+        MemberTable table(MCAST_FAMILY_IPV4, budget);
+        table.set(1, 7, GROUP, SOURCE, Kind::Join, true);
+        table.set(2, 7, GROUP, SOURCE, Kind::Block, true);
+        EXPECT_EQ(budget.taken(), 2u);
+    }
+    EXPECT_EQ(budget.taken(), 0u);
 }
 
 } // namespace

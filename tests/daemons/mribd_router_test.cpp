@@ -441,8 +441,8 @@ TEST_P(RouterTest, UpcallOnANumberThatIsNoVirtualInterfaceIsCounted)
 
 TEST_P(RouterTest, TimerThatCannotBeMadeRefusesTheEntry)
 {
-    Router without_timers(instance_key(GetParam().family), bench.kernel, bench.environment, nullptr,
-                          {100, 1});
+    Router without_timers(instance_key(GetParam().family), bench.kernel, bench.environment, bench.budget,
+                          nullptr, {100, 1});
     without_timers.watch_sources(true);
     without_timers.settle();
     without_timers.take_upcall({UpcallKind::NoEntry, 0, address(source), address(group)});
@@ -450,7 +450,10 @@ TEST_P(RouterTest, TimerThatCannotBeMadeRefusesTheEntry)
     EXPECT_EQ(without_timers.forwarding().counters().refused_by_memory, 1u);
     EXPECT_EQ(without_timers.forwarding().entry_count(), 0u);
     int entries = 0;
-    without_timers.forwarding().visit([&](const Entry &) { ++entries; });
+    without_timers.forwarding().visit_from(nullptr, nullptr, [&](const Entry &) {
+        ++entries;
+        return true;
+    });
     EXPECT_EQ(entries, 0);
 }
 

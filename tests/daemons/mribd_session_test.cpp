@@ -37,7 +37,7 @@ protected:
 
     bool is_receiver(const std::string &asked_group, const std::string &asked_source) const
     {
-        return !bench.router.members().receivers(address(asked_group), address(asked_source)).empty();
+        return !receivers(bench.router.members(), address(asked_group), address(asked_source)).empty();
     }
 
     const uint8_t family = GetParam();
@@ -126,7 +126,7 @@ TEST_P(SessionTest, DeleteMemberForgetsTheInterface)
     EXPECT_EQ(bench.router.members().wish_count(), 2u);
     EXPECT_EQ(fault(Fault::Flags), 1u);
     take(Message().add(MRIB_TLV_DELETE_IF_MEMBER, MRIB_DELETE_IF_MEMBER_S{family, 0, 2, {0, 0}}));
-    EXPECT_EQ(bench.router.members().interfaces(), std::vector<uint32_t>{3});
+    EXPECT_EQ(interfaces_of(bench.router.members()), std::vector<uint32_t>{3});
 }
 
 TEST_P(SessionTest, EndOfTheSessionTakesItsJoins)
@@ -177,7 +177,7 @@ TEST_P(SessionTest, RecordThatFailsACheckIsCountedAndTheNextStillCounts)
     EXPECT_EQ(fault(Fault::NotServed), 1u);
     EXPECT_EQ(fault(Fault::UnknownType), 1u);
     EXPECT_EQ(counters.malformed_messages, 0u);
-    EXPECT_EQ(bench.router.members().interfaces(), std::vector<uint32_t>{3});
+    EXPECT_EQ(interfaces_of(bench.router.members()), std::vector<uint32_t>{3});
 }
 
 MRIB_MAUTH_USER_INFO_S user_record(uint8_t family, uint32_t if_index, uint8_t present, uint8_t kind,
@@ -262,7 +262,7 @@ TEST_P(SessionTest, MalformedMessageIsCountedAndCostsNoMore)
         EXPECT_TRUE(session.take_message(part.data(), part.size(), NOT_TRUNCATED));
     }
     EXPECT_EQ(counters.malformed_messages, whole.size());
-    EXPECT_EQ(bench.router.members().interfaces(), std::vector<uint32_t>{2});
+    EXPECT_EQ(interfaces_of(bench.router.members()), std::vector<uint32_t>{2});
     take(Message().add_join(family, 4, group).claim(0xffffffff));
     EXPECT_EQ(counters.malformed_messages, whole.size() + 1);
     take(Message().add_join(family, 4, group).claim(0));

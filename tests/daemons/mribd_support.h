@@ -83,7 +83,11 @@ public:
         if (!entries.contains(key)) {
             return std::nullopt;
         }
-        return mribd::EntryCounters{packets[key], 0, 0};
+        const auto count_of = [&key](const std::map<Key, uint64_t> &counts) {
+            const auto found = counts.find(key);
+            return found == counts.end() ? 0 : found->second;
+        };
+        return mribd::EntryCounters{count_of(packets), 0, count_of(wrong_interface)};
     }
 
     uint64_t lost_upcalls() const override
@@ -99,6 +103,7 @@ public:
     std::map<unsigned, uint32_t> vifs;
     std::map<Key, Installed> entries;
     std::map<Key, uint64_t> packets;
+    std::map<Key, uint64_t> wrong_interface; // of these packets
     std::set<uint32_t> refused_interfaces;
     int next_set_error = 0;
     int sets = 0;
@@ -209,9 +214,10 @@ private:
 struct Bench {
     static constexpr uint32_t IDLE_PERIOD_S = 210;
 
-    explicit Bench(uint8_t family = MCAST_FAMILY_IPV4, uint32_t entry_limit = 100, uint16_t vrf_index = 0)
-        : router(mribd::instance_key(family, vrf_index), kernel, environment, timers.manager(),
-                 {entry_limit, IDLE_PERIOD_S})
+    explicit Bench(uint8_t family = MCAST_FAMILY_IPV4, uint32_t entry_limit = 100, uint16_t vrf_index = 0,
+                   size_t member_limit = mribd::MemberBudget::DEFAULT_TOTAL)
+        : budget(member_limit), router(mribd::instance_key(family, vrf_index), kernel, environment, budget,
+                                       timers.manager(), {entry_limit, IDLE_PERIOD_S})
     {
         mcastd::log_open("mribd", mcastd::LogLevel::Error);
         environment.interfaces = {1, 2, 3, 4};
@@ -299,13 +305,38 @@ struct Bench {
     RecordingKernel kernel;
     TableEnvironment environment;
     ScriptedTimers timers;
+    mribd::MemberBudget budget;
     mribd::Router router;
 };
+
+// The interfaces that want packets of (source, group), ascending, each once.
+inline std::vector<uint32_t> receivers(const mribd::MemberTable &table, const MCAST_ADDR_S &group,
+                                       const MCAST_ADDR_S &source)
+{
+    std::set<uint32_t> result;
+    table.visit_receivers(group, source, [&result](uint32_t if_index) { result.insert(if_index); });
+    return {result.begin(), result.end()};
+}
+
+// The interfaces for which something is reported, ascending.
+inline std::vector<uint32_t> interfaces_of(const mribd::MemberTable &table)
+{
+    std::set<uint32_t> result;
+    table.visit_from(nullptr, nullptr,
+                     [&result](const MCAST_ADDR_S &, const MCAST_ADDR_S &, const auto &wishes) {
+                         for (const mribd::Wish &wish : wishes) {
+                             result.insert(wish.if_index);
+                         }
+                         return true;
+                     });
+    return {result.begin(), result.end()};
+}
 
 // What sessions work on, over a bench's router.
 struct ClientBench {
     explicit ClientBench(mribd::Router &router)
-        : routers(router), current_view(routers), msdp(router, 5), backend{routers, current_view, msdp, users}
+        : routers(router), current_view(routers),
+          msdp(router, 5), backend{routers, current_view, msdp, users, budget}
     {
     }
 
@@ -326,6 +357,7 @@ struct ClientBench {
     mribd::CurrentView current_view;
     mribd::MsdpExchange msdp;
     mribd::UserRegistry users;
+    mribd::MemberBudget budget; // shown only
     mribd::Backend backend;
 };
 
