@@ -84,8 +84,8 @@ public:
     // NULL when there is none.
     Entry *find(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const;
 
-    // Makes the entry, which is not there yet, as a spare one without a virtual interface. NULL when memory is
-    // short. The limit is the caller's business.
+    // Makes the entry, which is not there yet, as a spare one without a virtual interface. NULL when memory
+    // is short. The limit is the caller's business.
     Entry *create(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
 
     // Frees the entry. Its timer must not run.

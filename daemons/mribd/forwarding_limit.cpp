@@ -1,12 +1,13 @@
 /*
- * Which entries there may be, and which make room for others; entry_table.cpp says what the ranks and shares
- * are.
+ * Which entries there may be, and which make room for others; entry_table.cpp says what the ranks and
+ * shares are.
  *
- * A new flow that somebody receives must find room even when every entry is used: a flood of made-up sources to
- * a group that has receivers looks like so many flows. What tells them apart is that the flood sends each
- * source's packet once. So of the oldest used entries a few are looked at: one that carried nothing since the
- * last look, or since the packet it was made for, goes; the others become the newest. When all of them carry,
- * the newcomer displaces one nevertheless if its own share is the smaller one, and is refused otherwise.
+ * A new flow that somebody receives must find room even when every entry is used: a flood of made-up
+ * sources to a group that has receivers looks like so many flows. What tells them apart is that the flood
+ * sends each source's packet once. So of the oldest used entries a few are looked at: one that carried
+ * nothing since the last look, or since the packet it was made for, goes; the others become the newest.
+ * When all of them carry, the newcomer displaces one nevertheless if its own share is the smaller one, and
+ * is refused otherwise.
  */
 #include "daemons/common/log.h"
 #include "daemons/mribd/forwarding.h"
@@ -24,7 +25,7 @@ constexpr uint32_t LOOK_AGAIN_S = 2;
 
 } // namespace
 
-// The counters have to say something of it before the table is full.
+// Makes an entry that is not there yet; NULL, counted, when memory is short.
 Entry *Forwarding::create(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
 {
     Entry *entry = entries_.create(group, source);

@@ -1,3 +1,19 @@
+/*
+ * What mribd has to know of the machine, from the host platform's link table, route look-ups and route
+ * watch.
+ *
+ * An instance is a set of interfaces, which the configuration or a VRF device names. With a device the
+ * kernel has routing tables of the instance, and is asked as the device would ask. Without one all
+ * instances share the kernel's tables: the best route of all counts when it leaves by an interface of the
+ * instance, and otherwise the best of those that do, each of its interfaces being asked about. So two
+ * instances may have the same subnets.
+ *
+ * The route watch does not say what a source's route is now, but under which prefix something changed. The
+ * forwarding entries ask again for the sources under it.
+ *
+ * Links that exist at the start are not reported: whoever opens the environment looks at all of them
+ * first.
+ */
 #include "daemons/mribd/host_environment.h"
 
 #include <cerrno>

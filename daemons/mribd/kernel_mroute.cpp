@@ -1,3 +1,20 @@
+/*
+ * The kernel forwards multicast by tables that one socket each controls: options of a raw IGMP or ICMPv6
+ * socket set virtual interfaces and entries, and upcalls come back on it. Three things about it are easy
+ * to get wrong:
+ *
+ *     - The socket also hears every packet of its protocol. A filter lets upcalls alone in, so that a
+ *       flood of reports does not crowd them out of the receive buffer.
+ *     - A table other than the default one is chosen before the socket becomes a multicast router, and
+ *       gets packets only by rules that lead an interface's packets there. A rule lives as long as the
+ *       interface's virtual one.
+ *     - The kernel holds the packets of a new source in a list with the newest in front, and searches it
+ *       for every answer. So upcalls are read as they come, kept, and answered newest first.
+ *
+ * The families differ in option names and records alone: FamilyCalls holds the difference, so that the
+ * class is written once. Closing the socket makes the kernel forget everything, also when the process is
+ * killed.
+ */
 #include "daemons/mribd/kernel_mroute.h"
 
 #include <array>

@@ -1,17 +1,18 @@
 /*
- * The table is the library's route table: a group entry for each group, in it a source entry for each source
- * somebody named and one of mask length 0 for "any source". A source entry's user data is its wishes, sorted
- * by interface and client:
+ * The table is the library's route table: a group entry for each group, in it a source entry for each
+ * source somebody named and one of mask length 0 for "any source". A source entry's user data is its
+ * wishes, sorted by interface and client:
  *
  *     239.1.1.1/32 --+-- 0.0.0.0/0       [ eth1: client 1 joined ] [ eth2: client 1 joined ]
  *                    +-- 10.0.0.5/32     [ eth1: client 1 blocked ]
  *
- * A wish that neither joins nor blocks is removed, an entry without wishes too, a group without entries too:
- * what exists carries something. Packets of (S, G) go to an interface when, for at least one client there,
- * the wish of S joins, or the wish of any source joins and that of S does not block.
+ * A wish that neither joins nor blocks is removed, an entry without wishes too, a group without entries
+ * too: what exists carries something. Packets of (S, G) go to an interface when, for at least one client
+ * there, the wish of S joins, or the wish of any source joins and that of S does not block.
  *
- * Forgetting must work when memory is short: it is how the room comes back, and what a client wanted must not
- * outlive it. So it goes from entry to entry by address, which needs no walk record, and only setting can fail.
+ * Forgetting must work when memory is short: it is how the room comes back, and what a client wanted must
+ * not outlive it. So it goes from entry to entry by address, which needs no walk record, and only setting
+ * can fail.
  */
 #include "daemons/mribd/member_table.h"
 

@@ -1,3 +1,19 @@
+/*
+ * The router puts together what clients report and what the kernel and the machine report. Each of its
+ * calls does two things: it changes a table at once, and marks what follows from the change. settle does
+ * what follows, after every round of the event loop:
+ *
+ *     memberships  ──┬──> the virtual interfaces that are wanted ──> VifTable ──┐ vacate
+ *     protocols    ──┤                                                          v
+ *     links, routes ─┴──> the entries concerned ───────────────────────────> Forwarding ──> kernel
+ *
+ * Virtual interfaces come first, because entries are made of their numbers: before a number gets a new
+ * meaning every entry that uses it is rewritten, and after a change all entries are computed anew. Entries
+ * may in turn find sources on other interfaces, which then want a virtual one in the next round.
+ *
+ * Clients that are lost and kept hold their wishes under their own numbers. What another client says of
+ * the same thing replaces theirs, so that each call that sets something clears it for the lost ones.
+ */
 #include "daemons/mribd/router.h"
 
 #include <algorithm>

@@ -303,6 +303,9 @@ bool Session::take_join_prune(const MRIB_RECORD_S &record)
         result == MemberTable::Result::Changed) {
         msdp_.group_wanted(group);
     }
+    if (result == MemberTable::Result::OverLimit) {
+        return refuse(Fault::Limit);
+    }
     return result != MemberTable::Result::NoMemory;
 }
 

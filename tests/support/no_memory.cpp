@@ -49,8 +49,8 @@ unsigned long Period::failures() const
 } // namespace no_memory
 
 #ifndef MCAST_SANITIZED
-// The program's definitions come before the C library's, for its own shared libraries too. What they take goes
-// back to the C library's free.
+// The program's definitions come before the C library's, for its own shared libraries too. What they take
+// goes back to the C library's free.
 extern "C" {
 void *__libc_malloc(size_t size);
 void *__libc_calloc(size_t count, size_t size);
