@@ -11,7 +11,7 @@ namespace mribd
 namespace
 {
 
-// A list that cannot tell groups makes none source-specific, which is seldom meant.
+// A missing or empty list matches no group, which is rarely intended.
 void warn_of_lists(uint8_t family, const Config &config)
 {
     for (const auto &[vrf_index, instance] : config.instances) {

@@ -37,10 +37,9 @@ void warn_of_missing_vpns(const Config &config)
 {
     for (const auto &[vrf_index, instance] : config.instances) {
         if (MCAST_VrfIsExist(vrf_index) != MCAST_TRUE) {
-            mcastd::log_warning(
-                "instance %u of [[mribd.instance]] is no [[vpn]]: the clients are told of it, "
-                "but nothing can be in it",
-                unsigned{vrf_index});
+            mcastd::log_warning("instance %u of [[mribd.instance]] is not a [[vpn]]: the clients are told "
+                                "of it, but no interface can belong to it",
+                                unsigned{vrf_index});
         }
     }
 }

@@ -100,6 +100,12 @@ public:
         return entries_.size();
     }
 
+    // How many of them the virtual interface has, see EntryTable.
+    uint32_t share_size(unsigned vif) const
+    {
+        return entries_.share_size(vif);
+    }
+
     const ForwardingCounters &counters() const
     {
         return counters_;

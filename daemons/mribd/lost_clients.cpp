@@ -47,7 +47,7 @@ void LostClients::end(ClientId client)
     const auto found = lost_.find(client);
     mcastd::timer_stop(timers_, found->second.timer);
     lost_.erase(found);
-    mcastd::log_info("%s: what client %u wanted and nobody said again ends",
+    mcastd::log_info("%s: dropping unconfirmed memberships of lost client %u",
                      instance_name(router_.key()).c_str(), client);
     router_.drop_client(client);
 }

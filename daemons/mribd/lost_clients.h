@@ -19,7 +19,7 @@ namespace mribd
 class LostClients
 {
 public:
-    // So many are kept at a time: of a daemon that ends again and again the oldest remains go first.
+    // At most this many are kept; the oldest go first.
     static constexpr size_t MOST = 4;
 
     // Keeps what the router's clients leave, from now on for hold_s seconds; 0: nothing is kept. The router and

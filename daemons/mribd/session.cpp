@@ -123,7 +123,7 @@ bool Session::take_message(const uint8_t *message, size_t size, bool truncated)
     while (good && MRIB_MsgReaderNext(&reader, &record) == MCAST_TRUE) {
         ++taken;
         ++counters_.records;
-        good = take_record(record);
+        good = take_record(record) != Taken::NoMemory;
     }
     if (good && (truncated || taken < header.record_count)) {
         trace_channel("client %u: message holds %u of its records%s", id_, taken,
@@ -133,14 +133,14 @@ bool Session::take_message(const uint8_t *message, size_t size, bool truncated)
     return good;
 }
 
-bool Session::refuse(Fault fault)
+Session::Taken Session::refuse(Fault fault)
 {
     ++counters_.faults[static_cast<size_t>(fault)];
     trace_channel("client %u: record ignored: %s", id_, fault_name(fault));
-    return true;
+    return Taken::Ignored;
 }
 
-bool Session::take_record(const MRIB_RECORD_S &record)
+Session::Taken Session::take_record(const MRIB_RECORD_S &record)
 {
     if (!registered_ && record.type != MRIB_TLV_REGISTER) {
         return refuse(Fault::NotRegistered);
@@ -183,7 +183,7 @@ bool Session::take_record(const MRIB_RECORD_S &record)
     return refuse(is_known ? Fault::NotServed : Fault::UnknownType);
 }
 
-bool Session::take_register(const MRIB_RECORD_S &record)
+Session::Taken Session::take_register(const MRIB_RECORD_S &record)
 {
     const auto *value = value_of<MRIB_REGISTER_S>(record);
     if (value == nullptr) {
@@ -200,10 +200,10 @@ bool Session::take_register(const MRIB_RECORD_S &record)
     }
     mcastd::log_info("%s: client %u registered as component %u", family_name(routers_.family()), id_,
                      component_);
-    return true;
+    return Taken::Done;
 }
 
-bool Session::take_change_of_events(const MRIB_RECORD_S &record)
+Session::Taken Session::take_change_of_events(const MRIB_RECORD_S &record)
 {
     const auto *value = value_of<MRIB_REGISTER_S>(record);
     if (value == nullptr) {
@@ -218,7 +218,7 @@ bool Session::take_change_of_events(const MRIB_RECORD_S &record)
     capabilities_ = value->capability_flags;
     mcastd::log_debug("%s: client %u is told events 0x%" PRIx64 " from now on",
                       family_name(routers_.family()), id_, capabilities_);
-    return true;
+    return Taken::Done;
 }
 
 // The router that a record is for; NULL when there is none, which is counted.
@@ -237,7 +237,7 @@ Router *Session::router_for(uint8_t family, uint16_t vrf_index, uint32_t if_inde
     return nullptr;
 }
 
-bool Session::take_interface_alert(const MRIB_RECORD_S &record)
+Session::Taken Session::take_interface_alert(const MRIB_RECORD_S &record)
 {
     const auto *value = value_of<MRIB_IF_ALERT_S>(record);
     if (value == nullptr) {
@@ -245,7 +245,7 @@ bool Session::take_interface_alert(const MRIB_RECORD_S &record)
     }
     Router *router = router_for(value->family, value->vrf_index, value->if_index);
     if (router == nullptr) {
-        return true;
+        return Taken::Ignored;
     }
     if (value->value > 1) {
         return refuse(Fault::Flags);
@@ -261,10 +261,10 @@ bool Session::take_interface_alert(const MRIB_RECORD_S &record)
                       id_, this_router ? "this router" : "another router", value->if_index);
         router->set_querier(id_, value->if_index, this_router);
     }
-    return true;
+    return Taken::Done;
 }
 
-bool Session::take_join_prune(const MRIB_RECORD_S &record)
+Session::Taken Session::take_join_prune(const MRIB_RECORD_S &record)
 {
     const auto *value = value_of<MRIB_JOIN_PRUNE_S>(record);
     if (value == nullptr) {
@@ -272,7 +272,7 @@ bool Session::take_join_prune(const MRIB_RECORD_S &record)
     }
     Router *router = router_for(value->family, value->vrf_index, value->if_index);
     if (router == nullptr) {
-        return true;
+        return Taken::Ignored;
     }
     const MCAST_ADDR_S group = make_address(value->family, value->group);
     const MCAST_ADDR_S source = make_address(value->family, value->source);
@@ -306,10 +306,10 @@ bool Session::take_join_prune(const MRIB_RECORD_S &record)
     if (result == MemberTable::Result::OverLimit) {
         return refuse(Fault::Limit);
     }
-    return result != MemberTable::Result::NoMemory;
+    return result == MemberTable::Result::NoMemory ? Taken::NoMemory : Taken::Done;
 }
 
-bool Session::take_delete_member(const MRIB_RECORD_S &record)
+Session::Taken Session::take_delete_member(const MRIB_RECORD_S &record)
 {
     const auto *value = value_of<MRIB_DELETE_IF_MEMBER_S>(record);
     if (value == nullptr) {
@@ -317,7 +317,7 @@ bool Session::take_delete_member(const MRIB_RECORD_S &record)
     }
     Router *router = router_for(value->family, value->vrf_index, value->if_index);
     if (router == nullptr) {
-        return true;
+        return Taken::Ignored;
     }
     if (value->selector.word != 0 || value->selector.byte != 0) {
         return refuse(Fault::Flags);
@@ -325,10 +325,10 @@ bool Session::take_delete_member(const MRIB_RECORD_S &record)
     mcastd::trace(mcastd::TraceCategory::Channel, router->key(), "client %u: forget everything on %P", id_,
                   value->if_index);
     router->drop_members(id_, value->if_index);
-    return true;
+    return Taken::Done;
 }
 
-bool Session::take_request(const MRIB_RECORD_S &record)
+Session::Taken Session::take_request(const MRIB_RECORD_S &record)
 {
     const auto *value = value_of<MRIB_REQUEST_S>(record);
     if (value == nullptr) {
@@ -339,7 +339,7 @@ bool Session::take_request(const MRIB_RECORD_S &record)
     }
     trace_channel("client %u: asks for %s", id_, request_name(record.type));
     answer(record.type);
-    return true;
+    return Taken::Done;
 }
 
 void Session::answer(uint16_t request)

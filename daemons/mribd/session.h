@@ -88,7 +88,7 @@ public:
         return component_;
     }
 
-    // The classes of events of which the client is told what changes, MRIB_CAP_VRF and so on.
+    // The event classes that the client subscribed to, MRIB_CAP_VRF and so on.
     uint64_t events() const
     {
         return capabilities_;
@@ -117,7 +117,7 @@ public:
     void tell_request(const MCAST_ADDR_S &group);
 
     // Sends the state of the instances to a client that keeps the view, and has every client that is told
-    // anything ask for the rest. Also what takes an queue into use again that overflowed, once the socket
+    // anything ask for the rest. Also what takes a queue into use again that overflowed, once the socket
     // takes messages.
     void start_afresh();
 
@@ -125,19 +125,26 @@ public:
     bool continue_replay();
 
 private:
-    bool take_record(const MRIB_RECORD_S &record);
-    bool take_interface_alert(const MRIB_RECORD_S &record);
-    bool take_join_prune(const MRIB_RECORD_S &record);
-    bool take_delete_member(const MRIB_RECORD_S &record);
-    bool take_request(const MRIB_RECORD_S &record);
-    bool take_register(const MRIB_RECORD_S &record);
-    bool take_change_of_events(const MRIB_RECORD_S &record);
+    // What became of a record.
+    enum class Taken {
+        Done,
+        Ignored, // it failed a check, which is counted
+        NoMemory // what it says is lost: the client must report again
+    };
+
+    Taken take_record(const MRIB_RECORD_S &record);
+    Taken take_interface_alert(const MRIB_RECORD_S &record);
+    Taken take_join_prune(const MRIB_RECORD_S &record);
+    Taken take_delete_member(const MRIB_RECORD_S &record);
+    Taken take_request(const MRIB_RECORD_S &record);
+    Taken take_register(const MRIB_RECORD_S &record);
+    Taken take_change_of_events(const MRIB_RECORD_S &record);
     bool wants(uint64_t events) const
     {
         return registered_ && (capabilities_ & events) != 0;
     }
     Router *router_for(uint8_t family, uint16_t vrf_index, uint32_t if_index);
-    bool refuse(Fault fault);
+    Taken refuse(Fault fault);
     void answer(uint16_t request);
     template <typename... Arguments>
     void trace_channel(std::type_identity_t<mcastd::LineFormat<Arguments...>> format,
@@ -147,13 +154,13 @@ private:
     }
 
     // session_msdp.cpp
-    bool take_remote_source(const MRIB_RECORD_S &record);
-    bool take_msdp_enable(const MRIB_RECORD_S &record);
-    bool take_bracket(const MRIB_RECORD_S &record);
-    bool judge(MsdpExchange::Result result);
+    Taken take_remote_source(const MRIB_RECORD_S &record);
+    Taken take_msdp_enable(const MRIB_RECORD_S &record);
+    Taken take_bracket(const MRIB_RECORD_S &record);
+    Taken judge(MsdpExchange::Result result);
 
     // session_users.cpp
-    bool take_user(const MRIB_RECORD_S &record);
+    Taken take_user(const MRIB_RECORD_S &record);
 
     ClientId id_;
     Routers &routers_;

@@ -82,11 +82,11 @@ bool Session::continue_replay()
     return true;
 }
 
-bool Session::judge(MsdpExchange::Result result)
+Session::Taken Session::judge(MsdpExchange::Result result)
 {
     switch (result) {
     case MsdpExchange::Result::Done:
-        return true;
+        return Taken::Done;
     case MsdpExchange::Result::UnknownInstance:
         return refuse(Fault::Instance);
     case MsdpExchange::Result::Refused:
@@ -95,7 +95,7 @@ bool Session::judge(MsdpExchange::Result result)
     return refuse(Fault::Limit);
 }
 
-bool Session::take_remote_source(const MRIB_RECORD_S &record)
+Session::Taken Session::take_remote_source(const MRIB_RECORD_S &record)
 {
     const auto *value = value_of<MRIB_MSDP_REMOTE_SG_S>(record);
     if (value == nullptr || record.length < sizeof(*value) + value->data_length) {
@@ -120,7 +120,7 @@ bool Session::take_remote_source(const MRIB_RECORD_S &record)
     return judge(msdp_.add_remote(value->vrf_index, group, source, value->entry));
 }
 
-bool Session::take_msdp_enable(const MRIB_RECORD_S &record)
+Session::Taken Session::take_msdp_enable(const MRIB_RECORD_S &record)
 {
     const auto *value = value_of<MRIB_MSDP_ENABLE_S>(record);
     if (value == nullptr) {
@@ -140,7 +140,7 @@ bool Session::take_msdp_enable(const MRIB_RECORD_S &record)
     return judge(msdp_.set_enable(kind, value->vrf_index, value->enable == 1));
 }
 
-bool Session::take_bracket(const MRIB_RECORD_S &record)
+Session::Taken Session::take_bracket(const MRIB_RECORD_S &record)
 {
     const auto *value = value_of<MRIB_SMOOTH_ALERT_S>(record);
     if (value == nullptr) {
@@ -153,9 +153,10 @@ bool Session::take_bracket(const MRIB_RECORD_S &record)
     // The begin markers have the even numbers.
     if (record.type % 2 == 0) {
         msdp_.begin(bracket_of(record.type), id_);
-        return true;
+        return Taken::Done;
     }
-    return msdp_.end(bracket_of(record.type), id_) == MsdpExchange::Result::Done || refuse(Fault::Flags);
+    return msdp_.end(bracket_of(record.type), id_) == MsdpExchange::Result::Done ? Taken::Done
+                                                                                 : refuse(Fault::Flags);
 }
 
 } // namespace mribd

@@ -9,14 +9,14 @@
 namespace mribd
 {
 
-bool Session::take_user(const MRIB_RECORD_S &record)
+Session::Taken Session::take_user(const MRIB_RECORD_S &record)
 {
     const auto *value = value_of<MRIB_MAUTH_USER_INFO_S>(record);
     if (value == nullptr) {
         return refuse(Fault::Short);
     }
     if (router_for(value->family, value->vrf_index, value->if_index) == nullptr) {
-        return true;
+        return Taken::Ignored;
     }
     if (value->byte2 > mcastd::USER_PRESENT || value->byte1 < USRAUTH_KIND_MIN ||
         value->byte1 > USRAUTH_KIND_MAX) {
@@ -24,11 +24,11 @@ bool Session::take_user(const MRIB_RECORD_S &record)
     }
     if (value->byte2 == mcastd::USER_GONE) {
         users_.remove(id_, value->if_index);
-        return true;
+        return Taken::Done;
     }
     const UserRegistry::User user = {value->access_if_index, value->user_id, value->byte1,
                                      make_address(value->family, value->block)};
-    return users_.set(id_, value->if_index, user) || refuse(Fault::Limit);
+    return users_.set(id_, value->if_index, user) ? Taken::Done : refuse(Fault::Limit);
 }
 
 } // namespace mribd

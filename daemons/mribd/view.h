@@ -36,7 +36,7 @@ struct InterfaceKey {
 // logarithmic time.
 bool any_covers(const std::set<Prefix> &ranges, const Prefix &other);
 
-// Never without anything.
+// Never empty: has ranges or a scope.
 struct BoundaryView {
     std::set<Prefix> ranges; // none covers another
     uint8_t scope = 0;       // IPv6, 3 to 15; 0: none

@@ -169,20 +169,30 @@ TEST_F(EntryLimit, FlowThatNobodyReceivesAnyMoreIsTheNextToGo)
     EXPECT_FALSE(bench.kernel.has(source_of(1, 0), GROUP));
 }
 
-TEST_F(EntryLimit, VirtualInterfaceThatGoesTakesItsShareAlong)
+TEST_F(EntryLimit, EntriesOfAVirtualInterfaceThatGoesAreNotCountedForTheNextOne)
 {
-    flood(2, LIMIT / 2, IDLE_GROUP);
+    flood(2, LIMIT - 5, IDLE_GROUP);
     bench.environment.interfaces.erase(2);
-    for (unsigned number = 0; number < LIMIT; ++number) {
-        bench.environment.routes.erase(source_of(2, number));
-    }
+    bench.environment.routes.clear();
     bench.router.link_removed(2);
-    bench.router.routes_changed(any_address(MCAST_FAMILY_IPV4), 0);
+    bench.environment.interfaces.insert(9);
+    bench.environment.routes[source_of(9, 0)] = {9, false};
+    bench.environment.routes[source_of(3, 0)] = {3, false};
+    bench.router.links_changed();
     bench.settle();
-    flood(1, LIMIT, IDLE_GROUP);
-    EXPECT_EQ(bench.router.forwarding().entry_count(), LIMIT);
+    ASSERT_EQ(bench.router.vifs().find(9), 1) << "the number has a new meaning";
+    packet(9, 0, IDLE_GROUP);
+    flood(1, 4, IDLE_GROUP);
+    ASSERT_EQ(bench.router.forwarding().entry_count(), LIMIT);
     flow(3, 0);
     EXPECT_TRUE(is_forwarded(3, 0));
+    bench.packet(9, source_of(9, 1), IDLE_GROUP);
+    EXPECT_TRUE(bench.kernel.has(source_of(9, 0), IDLE_GROUP));
+    for (const uint32_t if_index : {9u, 1u}) {
+        EXPECT_LT(
+            bench.router.forwarding().share_size(static_cast<unsigned>(bench.router.vifs().find(if_index))),
+            5u);
+    }
 }
 
 TEST_F(EntryLimit, EntryOfAMembershipEndsWithItWhenNoPacketCame)
