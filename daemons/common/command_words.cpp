@@ -39,7 +39,7 @@ std::string suggestion_for(const CLI::App &root)
     const CLI::App *command = &root;
     for (;;) {
         for (const std::string &word : command->remaining()) {
-            const std::string text = suggestion(word.substr(0, word.find('=')), words_after(*command));
+            std::string text = suggestion(word.substr(0, word.find('=')), words_after(*command));
             if (!text.empty()) {
                 return text;
             }

@@ -21,7 +21,7 @@ uint64_t config_refusals()
 
 const char *const *config_tables()
 {
-    static const std::vector<const char *> tables = [] {
+    static const std::vector<const char *> TABLES = [] {
         std::vector<const char *> names;
         for (const RouterDaemon &daemon : ROUTER_DAEMONS) {
             if (names.empty() || std::string_view(names.back()) != daemon.name) {
@@ -31,7 +31,7 @@ const char *const *config_tables()
         names.push_back(nullptr);
         return names;
     }();
-    return tables.data();
+    return TABLES.data();
 }
 
 // Also when descriptors have run out.

@@ -14,7 +14,7 @@ namespace host
 {
 
 // The longest file, bytes.
-constexpr size_t CONFIG_FILE_MAX = 16 * 1024 * 1024;
+constexpr size_t CONFIG_FILE_MAX = size_t{16} * 1024 * 1024;
 
 // How deep tables, lists and the parts of a key may nest: [a.b] has two levels, x = { y.z = [1] } four.
 constexpr size_t CONFIG_DEPTH_MAX = 32;

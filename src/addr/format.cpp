@@ -35,19 +35,13 @@ struct Line {
     uint32_t if_index;
 };
 
-void PrintText(TextOutput &out, Directive directive, const char *text)
-{
-    directive.conversion = 's';
-    mcast::PrintString(out, directive, text);
-}
-
 const MCAST_ADDR_S *PrintAddress(Line &line, const Directive &directive)
 {
     const MCAST_ADDR_S *addr = va_arg(line.args, const MCAST_ADDR_S *);
     if (addr != nullptr) {
         mcast::WriteAddress(line.address, addr);
     }
-    PrintText(line.out, directive, line.address);
+    mcast::PrintString(line.out, directive, line.address);
     return addr;
 }
 
@@ -56,7 +50,7 @@ uint32_t PrintInterface(Line &line, const Directive &directive)
     uint32_t if_index = va_arg(line.args, uint32_t);
     char name[MCAST_IF_NAME_SIZE];
     MCAST_GetIfNameOrIndex(if_index, name);
-    PrintText(line.out, directive, name);
+    mcast::PrintString(line.out, directive, name);
     return if_index;
 }
 
