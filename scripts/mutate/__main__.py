@@ -4,6 +4,7 @@ Everything happens in a copy of the tree under the temporary folder. A break tha
 is not counted. A test that fails, crashes or exceeds its time limit has noticed the break.
 """
 import random
+import signal
 import sys
 import time
 from collections import Counter
@@ -107,6 +108,7 @@ def main():
         sys.exit("usage: ./run mutate FOLDER N [SEED]\n"
                  "FOLDER is src, host, daemons, or a folder or file in one of them, for example src/mrib")
     seed = int(arguments[2]) if len(arguments) == 3 else random.SystemRandom().randrange(1 << 32)
+    signal.signal(signal.SIGTERM, signal.default_int_handler)
     laboratory = Laboratory(seed)
     try:
         run(laboratory, folder, int(arguments[1]), seed)

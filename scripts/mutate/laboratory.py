@@ -59,7 +59,7 @@ class Laboratory:
                 return program
             after = resource.getrusage(resource.RUSAGE_CHILDREN)
             used = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
-            self.limits[program] = (int(5 + 4 * used), 30 + 10 * (time.monotonic() - begin))
+            self.limits[program] = (int(5 + 2 * used), 30 + 10 * (time.monotonic() - begin))
         return None
 
     def fails(self, program):
