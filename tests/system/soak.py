@@ -3,9 +3,9 @@ configuration, daemons that are killed, and hosts and clients that attack, mixed
 
     soak.py PROGRAMS-FOLDER MINUTES [SEED]
 
-blue joins one group of each family at the start and stays. From then on it misses no packet, but for those of the time in
-which mribd itself was killed and has not come back. At the end everybody leaves, and each daemon that was not killed has
-the descriptors of the start, no more groups than at the start, and about the memory.
+blue joins one group of each family at the start and stays. From then on it misses no packet; around the kill of a daemon it
+joins anew, and what comes between is not counted. At the end everybody leaves, and each daemon has no more descriptors
+and groups than at the start, and about the memory.
 """
 
 import os
