@@ -52,6 +52,10 @@ public:
     {
         return -EINVAL;
     }
+    virtual bool is_null_device() const
+    {
+        return false;
+    }
 };
 
 class Socket : public File
@@ -168,7 +172,28 @@ private:
     uint64_t mask_;
 };
 
-// A text that can be read: a setting of the kernel, or nothing at all.
+class NullDevice : public File
+{
+public:
+    uint32_t ready() const override
+    {
+        return EPOLLIN | EPOLLOUT;
+    }
+    ssize_t read(void *, size_t) override
+    {
+        return 0;
+    }
+    ssize_t write(const void *, size_t size) override
+    {
+        return static_cast<ssize_t>(size);
+    }
+    bool is_null_device() const override
+    {
+        return true;
+    }
+};
+
+// A text that can be read: a setting of the kernel or a file.
 class TextFile : public File
 {
 public:

@@ -1,6 +1,7 @@
 /*
  * The calls of a daemon about descriptors, waiting and time. Each stands in for the function behind its prefix.
  */
+#include <chrono>
 #include <cstdarg>
 #include <cstring>
 #include <fcntl.h>
@@ -75,11 +76,13 @@ int __wrap_open(const char *path, int, ...)
     if (text == files.end() && !is_device && !is_setting) {
         return static_cast<int>(answer(-ENOENT));
     }
-    return make_file(Call::Open, [&](Process &) {
+    return make_file(Call::Open, [&](Process &) -> std::shared_ptr<File> {
+        if (is_device) {
+            return std::make_shared<NullDevice>();
+        }
         return std::make_shared<TextFile>(text != files.end()                ? text->second
                                           : name.ends_with("/mc_forwarding") ? "1\n"
-                                          : is_setting                       ? "0\n"
-                                                                             : "");
+                                                                             : "0\n");
     });
 }
 
@@ -168,6 +171,12 @@ int __wrap_clock_gettime(clockid_t, timespec *time)
     time->tv_sec = static_cast<time_t>(now / SECOND);
     time->tv_nsec = static_cast<long>(now % SECOND);
     return 0;
+}
+
+// The one clock of the C++ library that daemons read.
+std::chrono::steady_clock::time_point __wrap__ZNSt6chrono3_V212steady_clock3nowEv()
+{
+    return std::chrono::steady_clock::time_point(std::chrono::nanoseconds(g_process->kernel().clock.now()));
 }
 
 } // extern "C"

@@ -34,6 +34,15 @@ Machine::Machine(Kernel &its_kernel, std::string its_name) : kernel(its_kernel),
     interfaces_.emplace(loopback.index, loopback);
 }
 
+void Machine::tell_packet_sockets(uint32_t if_index, bool removed)
+{
+    for (const auto &each : packet_sockets) {
+        if (const auto socket = each.lock()) {
+            socket->interface_down(if_index, removed);
+        }
+    }
+}
+
 void Machine::tell_link(const Interface &interface, bool removed)
 {
     notify_netlink(*this, RTNLGRP_LINK, link_message(interface, {}, removed));
@@ -77,6 +86,7 @@ void Machine::remove_interface(uint32_t if_index)
     }
     const Interface removed = std::move(found->second);
     interfaces_.erase(found);
+    tell_packet_sockets(if_index, true);
     for (auto &[key, table] : tables_) {
         table.interface_removed(if_index);
     }
@@ -95,6 +105,9 @@ void Machine::set_up(uint32_t if_index, bool up)
         return;
     }
     interface->is_up = up;
+    if (!up) {
+        tell_packet_sockets(if_index, false);
+    }
     tell_link(*interface, false);
     for (InterfaceAddress &address : interface->addresses) {
         if (address.address.family != AF_INET6) {

@@ -133,6 +133,7 @@ public:
     std::function<void(uint32_t if_index, const Packet &packet)> on_sent;
 
 private:
+    void tell_packet_sockets(uint32_t if_index, bool removed);
     void tell_link(const Interface &interface, bool removed);
     void tell_address(const Interface &interface, const InterfaceAddress &address, bool removed);
 

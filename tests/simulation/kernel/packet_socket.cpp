@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <cstring>
+#include <utility>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 
@@ -11,19 +12,32 @@ namespace
 {
 
 constexpr size_t MOST_PACKETS = 5000;
+constexpr uint32_t GONE = UINT32_MAX;
 
 } // namespace
 
 uint32_t PacketSocket::ready() const
 {
-    return events_if(!queue_.empty(), EPOLLIN) | EPOLLOUT;
+    return events_if(!queue_.empty(), EPOLLIN) | events_if(error_ != 0, EPOLLERR) | EPOLLOUT;
 }
 
 int PacketSocket::bind(const sockaddr *address, socklen_t length)
 {
     sockaddr_ll name{};
     memcpy(&name, address, std::min<size_t>(length, sizeof(name)));
-    family_ = name.sll_protocol == htons(ETH_P_IP) ? AF_INET : AF_INET6;
+    if (length < sizeof(name) || name.sll_family != AF_PACKET) {
+        return -EINVAL;
+    }
+    const auto if_index = static_cast<uint32_t>(name.sll_ifindex);
+    const Interface *interface = process_.machine().find(if_index);
+    if (if_index != 0 && interface == nullptr) {
+        return -ENODEV;
+    }
+    family_ = name.sll_protocol == htons(ETH_P_IP)     ? AF_INET
+              : name.sll_protocol == htons(ETH_P_IPV6) ? AF_INET6
+                                                       : AF_UNSPEC;
+    bound_to_ = if_index;
+    error_ = interface != nullptr && !interface->is_up ? ENETDOWN : error_;
     return 0;
 }
 
@@ -57,6 +71,9 @@ int PacketSocket::get_option(int level, int option, void *value, socklen_t *size
 
 ssize_t PacketSocket::receive(void *buffer, size_t size, int flags, sockaddr *from)
 {
+    if (error_ != 0) {
+        return -std::exchange(error_, 0);
+    }
     if (queue_.empty()) {
         return -EAGAIN;
     }
@@ -70,9 +87,23 @@ ssize_t PacketSocket::receive(void *buffer, size_t size, int flags, sockaddr *fr
     return hand_over(packet.bytes, buffer, size, flags);
 }
 
+bool PacketSocket::hears(uint32_t if_index) const
+{
+    return bound_to_ == 0 || bound_to_ == if_index;
+}
+
+void PacketSocket::interface_down(uint32_t if_index, bool removed)
+{
+    if (bound_to_ != if_index) {
+        return;
+    }
+    error_ = ENETDOWN;
+    bound_to_ = removed ? GONE : bound_to_;
+}
+
 void PacketSocket::arrive(uint32_t if_index, const Packet &packet)
 {
-    if (packet.family != family_) {
+    if (packet.family != family_ || !hears(if_index)) {
         return;
     }
     if (queue_.size() >= MOST_PACKETS) {

@@ -1,6 +1,7 @@
 /*
- * A packet socket bound to the IP protocol of one family, for all interfaces: whole packets as they arrive, each
- * with the interface. What its queue has no room for is counted.
+ * A packet socket bound to the IP protocol of one family on one interface, or on all with index 0: whole packets as
+ * they arrive. What its queue has no room for is counted. An interface that goes down is told once as ENETDOWN; one
+ * that is removed is never heard again, whatever comes later.
  */
 #ifndef TESTS_SIMULATION_KERNEL_PACKET_SOCKET_H
 #define TESTS_SIMULATION_KERNEL_PACKET_SOCKET_H
@@ -26,6 +27,7 @@ public:
     ssize_t receive(void *buffer, size_t size, int flags, sockaddr *from) override;
 
     void arrive(uint32_t if_index, const Packet &packet);
+    void interface_down(uint32_t if_index, bool removed);
 
 private:
     struct Waiting {
@@ -34,7 +36,11 @@ private:
     };
 
     Process &process_;
+    bool hears(uint32_t if_index) const;
+
     int family_ = AF_UNSPEC;
+    uint32_t bound_to_ = 0;
+    int error_ = 0; // told by the next call that receives
     std::deque<Waiting> queue_;
     uint32_t dropped_ = 0;
 };

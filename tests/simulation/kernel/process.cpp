@@ -246,6 +246,13 @@ size_t Process::descriptor_count() const
         std::count_if(files_.begin(), files_.end(), [](const auto &file) { return file != nullptr; }));
 }
 
+size_t Process::null_device_count() const
+{
+    return static_cast<size_t>(std::count_if(files_.begin(), files_.end(), [](const auto &file) {
+        return file != nullptr && file->is_null_device();
+    }));
+}
+
 int Process::wait(std::shared_ptr<Epoll> epoll, epoll_event *event, int timeout_ms)
 {
     const OwnMemory own;

@@ -140,6 +140,7 @@ public:
     int install(std::shared_ptr<File> file);
     int close(int fd);
     size_t descriptor_count() const;
+    size_t null_device_count() const;
     // True when an event is there; waits for one until the time limit.
     int wait(std::shared_ptr<Epoll> epoll, epoll_event *event, int timeout_ms);
     void write_log(std::string_view text);
