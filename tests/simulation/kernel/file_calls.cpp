@@ -1,7 +1,6 @@
 /*
  * The calls of a daemon about descriptors, waiting and time. Each stands in for the function behind its prefix.
  */
-#include <chrono>
 #include <cstdarg>
 #include <cstring>
 #include <fcntl.h>
@@ -173,10 +172,11 @@ int __wrap_clock_gettime(clockid_t, timespec *time)
     return 0;
 }
 
-// The one clock of the C++ library that daemons read.
-std::chrono::steady_clock::time_point __wrap__ZNSt6chrono3_V212steady_clock3nowEv()
+// The one clock of the C++ library that daemons read: std::chrono::steady_clock::now(), whose result is a count of
+// nanoseconds in a register.
+int64_t __wrap__ZNSt6chrono3_V212steady_clock3nowEv()
 {
-    return std::chrono::steady_clock::time_point(std::chrono::nanoseconds(g_process->kernel().clock.now()));
+    return static_cast<int64_t>(g_process->kernel().clock.now());
 }
 
 } // extern "C"
