@@ -127,7 +127,7 @@ class ServiceStart(unittest.TestCase):
         self.assertNotEqual(again, pid)
         self.assertEqual(parent, self.gmpd["ipv4"].process.pid)
 
-        # It outlives who started it.
+        # It outlives the gmpd that started it.
         self.assertEqual(self.gmpd["ipv4"].stop(), 0)
         self.assertEqual(self.mribd(), (again, os.getpid()))
         self.assertEqual(self.state(), RUNNING)
@@ -173,7 +173,7 @@ class ServiceStart(unittest.TestCase):
             file.write("[[vpn]]\nname = \"red\"\nindex = 5\n[[mribd.instance]]\nvrf = 5\n[[mribd.instance]]\nvrf = 6\n")
         mribd = self.router.start_mribd("--config", path)
         mribd.status()
-        self.assertIn("instance 6 of [[mribd.instance]] is no [[vpn]]", mribd.output())
+        self.assertIn("instance 6 of [[mribd.instance]] is not a [[vpn]]", mribd.output())
         self.assertNotIn("instance 5 of", mribd.output())
         self.assertNotIn("multicast forwarding:", mribd.output())
         self.assertEqual(mribd.stop(), 0)
