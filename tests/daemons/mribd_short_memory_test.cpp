@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "daemons/mribd_messages.h"
-#include "support/no_memory.h"
+#include "daemons/no_memory.h"
 
 using namespace mribd;
 using namespace mribd_test;

@@ -2,8 +2,8 @@
  * Times without memory: while an object lives, every allocation of the process fails, by malloc and by new,
  * in the daemons' code as in the library's. Linked into programs whose code must work then.
  */
-#ifndef TESTS_SUPPORT_NO_MEMORY_H
-#define TESTS_SUPPORT_NO_MEMORY_H
+#ifndef TESTS_DAEMONS_NO_MEMORY_H
+#define TESTS_DAEMONS_NO_MEMORY_H
 
 namespace no_memory
 {

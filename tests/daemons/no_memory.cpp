@@ -1,4 +1,4 @@
-#include "support/no_memory.h"
+#include "daemons/no_memory.h"
 
 #include <cerrno>
 #include <cstddef>
