@@ -219,6 +219,18 @@ TEST_P(RouterTest, EntryTheKernelRefusesIsTriedAgain)
     EXPECT_EQ(bench.forwards(source, group), (Interfaces{2, 3}));
 }
 
+TEST_P(RouterTest, InterfaceTheKernelRefusesIsTriedAgainThoughNothingElseHappens)
+{
+    bench.kernel.refused_interfaces = {2};
+    bench.join(1, 2, group);
+    bench.packet(1, source, group);
+    EXPECT_EQ(bench.router.vifs().find(2), -1);
+    bench.kernel.refused_interfaces.clear();
+    bench.timers.pass(2);
+    bench.settle();
+    EXPECT_EQ(bench.forwards(source, group), Interfaces{2});
+}
+
 TEST_P(RouterTest, RefusedChangeLeavesNoOutdatedEntryInTheKernel)
 {
     bench.join(1, 2, group);
