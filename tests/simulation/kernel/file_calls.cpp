@@ -17,6 +17,7 @@ namespace sim
 
 void bad_descriptor(const char *call, int fd)
 {
+    const OwnMemory own;
     g_process->kernel().broken(Rule::KernelContract, g_process->name() + ": " + call + " of descriptor " +
                                                          std::to_string(fd) + ", which is not open");
 }

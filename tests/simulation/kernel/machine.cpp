@@ -186,6 +186,18 @@ Interface *Machine::find(const std::string &interface_name)
     return nullptr;
 }
 
+bool Machine::may_send_from(const Address &source, uint32_t if_index) const
+{
+    for (const auto &[index, interface] : interfaces_) {
+        for (const InterfaceAddress &each : interface.addresses) {
+            if (each.address == source && !each.tentative && (index == if_index || !is_link_local(source))) {
+                return true;
+            }
+        }
+    }
+    return source == Address{source.family, {}}; // the kernel chooses
+}
+
 void Machine::arrive(uint32_t if_index, const Packet &packet)
 {
     const Interface *interface = find(if_index);

@@ -102,6 +102,10 @@ public:
         return interfaces_;
     }
 
+    // Whether a packet may have that source: an address of the machine that nobody else has, a link-local one of
+    // that very interface.
+    bool may_send_from(const Address &source, uint32_t if_index) const;
+
     // A packet arrives from the wire. Nothing when the interface is down.
     void arrive(uint32_t if_index, const Packet &packet);
     void arrive(uint32_t if_index, const Datum &datum);

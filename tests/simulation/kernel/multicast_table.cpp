@@ -49,6 +49,9 @@ int MulticastTable::add_vif(unsigned vif, uint32_t if_index)
     if (vifs_[vif] != 0) {
         return -EADDRINUSE;
     }
+    if (if_index == 0) {
+        return -EADDRNOTAVAIL;
+    }
     if (vif_of(if_index) >= 0) {
         on_misuse("an interface gets a second virtual interface");
     }

@@ -59,7 +59,7 @@ public:
     void end();
 
     // Errors are negative, as the kernel's.
-    int add_vif(unsigned vif, uint32_t if_index);
+    int add_vif(unsigned vif, uint32_t if_index); // index 0: of an interface that is not there
     int delete_vif(unsigned vif);
     int set_entry(const Key &key, unsigned parent, uint32_t outgoing);
     int delete_entry(const Key &key);

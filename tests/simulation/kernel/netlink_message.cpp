@@ -46,6 +46,15 @@ private:
     nlmsghdr *header_;
 };
 
+Address prefix_of(const Address &address, unsigned length)
+{
+    Address prefix = address;
+    for (unsigned bit = length; bit < address.size() * 8; ++bit) {
+        prefix.bytes[bit / 8] = static_cast<uint8_t>(prefix.bytes[bit / 8] & ~(0x80 >> bit % 8));
+    }
+    return prefix;
+}
+
 } // namespace
 
 Bytes link_message(const Interface &interface, const NetlinkHead &head, bool removed)
@@ -99,7 +108,7 @@ Bytes route_message(const Address &destination, const Machine::Lookup &route, bo
     info->rtm_type = route.is_local ? RTN_LOCAL : RTN_UNICAST;
     info->rtm_table = route.is_local ? RT_TABLE_LOCAL : RT_TABLE_MAIN;
     info->rtm_dst_len = static_cast<uint8_t>(wants_prefix ? route.prefix_length : destination.size() * 8);
-    message.put(RTA_DST, destination);
+    message.put(RTA_DST, wants_prefix ? prefix_of(destination, route.prefix_length) : destination);
     mnl_attr_put_u32(message.header(), RTA_OIF, route.if_index);
     if (route.gateway.family != AF_UNSPEC) {
         message.put(RTA_GATEWAY, route.gateway);

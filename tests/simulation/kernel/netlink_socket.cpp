@@ -110,13 +110,15 @@ void NetlinkSocket::answer(const nlmsghdr *question)
 void NetlinkSocket::dump(const nlmsghdr *question)
 {
     const NetlinkHead head = head_of(question);
+    const int family = static_cast<const rtgenmsg *>(mnl_nlmsg_get_payload(question))->rtgen_family;
     for (const auto &[if_index, interface] : machine_.interfaces()) {
         if (question->nlmsg_type == RTM_GETLINK) {
             put(link_message(interface, head, false));
         }
         for (const InterfaceAddress &address : interface.addresses) {
             const bool gone = address.address.family == AF_INET6 && !interface.is_up;
-            if (question->nlmsg_type == RTM_GETADDR && !gone) {
+            const bool is_meant = family == AF_UNSPEC || family == address.address.family;
+            if (question->nlmsg_type == RTM_GETADDR && is_meant && !gone) {
                 put(address_message(interface, address, head, false));
             }
         }
@@ -196,14 +198,19 @@ void NetlinkSocket::change_rule(const nlmsghdr *question)
             break;
         }
     });
+    const auto same = [&rule](const MulticastRule &other) {
+        return other.family == rule.family && other.direction == rule.direction &&
+               other.if_name == rule.if_name && other.table == rule.table;
+    };
     int error = 0;
     if (question->nlmsg_type == RTM_NEWRULE) {
-        machine_.rules.push_back(rule);
+        const bool is_there = std::any_of(machine_.rules.begin(), machine_.rules.end(), same);
+        if (is_there && (question->nlmsg_flags & NLM_F_EXCL) != 0) {
+            error = EEXIST;
+        } else {
+            machine_.rules.push_back(rule);
+        }
     } else {
-        const auto same = [&rule](const MulticastRule &other) {
-            return other.family == rule.family && other.direction == rule.direction &&
-                   other.if_name == rule.if_name && other.table == rule.table;
-        };
         error = std::erase_if(machine_.rules, same) == 0 ? ENOENT : 0;
     }
     put(error_message(error, head_of(question)));

@@ -22,6 +22,7 @@ static_assert(MRT_BASE == MRT6_BASE && MRT_INIT == MRT6_INIT && MRT_DONE == MRT6
               MRT_ADD_VIF == MRT6_ADD_MIF && MRT_DEL_VIF == MRT6_DEL_MIF && MRT_ADD_MFC == MRT6_ADD_MFC &&
               MRT_DEL_MFC == MRT6_DEL_MFC && MRT_TABLE == MRT6_TABLE);
 constexpr int LAST_OPTION = MRT_BASE + 11;
+constexpr int BEHIND_RECORDS = MRT_DEL_MFC + 1;
 
 Address address_of(const sockaddr_in6 &name)
 {
@@ -79,26 +80,43 @@ int RoutingSocket::set_multicast_option(int option, const void *value, socklen_t
         memcpy(&table_, value, sizeof(table_));
         return 0;
     }
-    if (owned() == nullptr) {
-        return -EACCES;
+    // Whoever may administer the network may change a table, but only its owner ends it.
+    MulticastTable &table = machine_.multicast_table(family_, table_);
+    if (option != MRT_DONE && option < BEHIND_RECORDS && size < size_of(option)) {
+        return -EINVAL;
     }
     switch (option) {
     case MRT_DONE:
-        owned()->end();
+        if (table.owner() != this) {
+            return -EACCES;
+        }
+        table.end();
         return 0;
     case MRT_ADD_VIF:
-        return add_vif(value);
+        return add_vif(table, value);
     case MRT_DEL_VIF:
-        return delete_vif(value);
+        return delete_vif(table, value);
     case MRT_ADD_MFC:
     case MRT_DEL_MFC:
-        return change_entry(option == MRT_ADD_MFC, value);
+        return change_entry(table, option == MRT_ADD_MFC, value);
     default:
         return 0;
     }
 }
 
-int RoutingSocket::add_vif(const void *value)
+size_t RoutingSocket::size_of(int option) const
+{
+    switch (option) {
+    case MRT_ADD_VIF:
+        return family_ == AF_INET ? sizeof(vifctl) : sizeof(mif6ctl);
+    case MRT_DEL_VIF:
+        return family_ == AF_INET ? sizeof(vifctl) : sizeof(mifi_t);
+    default:
+        return family_ == AF_INET ? sizeof(mfcctl) : sizeof(mf6cctl);
+    }
+}
+
+int RoutingSocket::add_vif(MulticastTable &table, const void *value)
 {
     unsigned vif;
     uint32_t if_index;
@@ -117,10 +135,10 @@ int RoutingSocket::add_vif(const void *value)
     if (refused != 0) {
         return -refused;
     }
-    return machine_.find(if_index) == nullptr ? -EADDRNOTAVAIL : owned()->add_vif(vif, if_index);
+    return table.add_vif(vif, machine_.find(if_index) == nullptr ? 0 : if_index);
 }
 
-int RoutingSocket::delete_vif(const void *value)
+int RoutingSocket::delete_vif(MulticastTable &table, const void *value)
 {
     unsigned vif;
     if (family_ == AF_INET) {
@@ -132,10 +150,10 @@ int RoutingSocket::delete_vif(const void *value)
         memcpy(&mif, value, sizeof(mif));
         vif = mif;
     }
-    return owned()->delete_vif(vif);
+    return table.delete_vif(vif);
 }
 
-int RoutingSocket::change_entry(bool add, const void *value)
+int RoutingSocket::change_entry(MulticastTable &table, bool add, const void *value)
 {
     MulticastTable::Key key;
     unsigned parent;
@@ -156,7 +174,6 @@ int RoutingSocket::change_entry(bool add, const void *value)
         parent = control.mf6cc_parent;
         outgoing = control.mf6cc_ifset.ifs_bits[0];
     }
-    MulticastTable &table = *owned();
     if (!add) {
         return table.delete_entry(key);
     }
@@ -245,6 +262,9 @@ ssize_t RoutingSocket::send_message(const msghdr &message)
     }
     if (!interface->is_up) {
         return -ENETUNREACH;
+    }
+    if (!machine_.may_send_from(source, if_index)) {
+        return family_ == AF_INET ? -ENETUNREACH : -EINVAL;
     }
     const auto *bytes = static_cast<const uint8_t *>(message.msg_iov->iov_base);
     const Bytes body(bytes, bytes + message.msg_iov->iov_len);

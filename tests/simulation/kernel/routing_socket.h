@@ -31,9 +31,10 @@ public:
 
 private:
     int set_multicast_option(int option, const void *value, socklen_t size);
-    int add_vif(const void *value);
-    int delete_vif(const void *value);
-    int change_entry(bool add, const void *value);
+    size_t size_of(int option) const; // of its record
+    int add_vif(MulticastTable &table, const void *value);
+    int delete_vif(MulticastTable &table, const void *value);
+    int change_entry(MulticastTable &table, bool add, const void *value);
     MulticastTable *owned() const;
 
     Process &process_;
