@@ -3,8 +3,9 @@
  * nobody listens, gives EAGAIN when the peer does not read, and end-of-file and hang-up when it closes. A
  * port is a file of that name in the runtime directory.
  *
- * Nothing is remembered in this process: descriptors are duplicated, inherited and closed without our being
- * told, so every fact is kept where the kernel moves it along with the socket.
+ * What a socket is nobody has to remember: descriptors are duplicated, inherited and closed without our being
+ * told, so every fact is kept where the kernel moves it along with the socket. What this process is bound to it
+ * does remember, to notice when a name is gone (local_ports.h).
  *
  *   - A socket of ours is marked by its SO_RCVLOWAT, which message sockets do not use.
  *   - Whether a port is taken the kernel says. A connect from a socket of the wrong type to a name fails with
@@ -30,6 +31,8 @@
 #include <sys/un.h>
 
 #include "libc_calls.h"
+#include "local_ports.h"
+#include "loop_rest.h"
 #include "mcasthost/local_socket.h"
 #include "platform/local_socket.h"
 #include "runtime_dir.h"
@@ -37,6 +40,8 @@
 namespace
 {
 
+using host::accept_ran_short;
+using host::accept_went_well;
 using host::Descriptor;
 using host::libc;
 using host::Missing;
@@ -181,6 +186,18 @@ bool trusted_peer(int fd)
            (peer.uid == geteuid() || peer.uid == 0);
 }
 
+// The kernel looks for a descriptor before it looks for a connection. Keeps errno.
+void note_shortage(int listener)
+{
+    const int error = errno;
+    pollfd waiting{listener, POLLIN, 0};
+    if ((error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM) &&
+        poll(&waiting, 1, 0) > 0) {
+        accept_ran_short(listener);
+    }
+    errno = error;
+}
+
 // Clients have no port of their own.
 void give_peer_address(sockaddr *address, socklen_t *length)
 {
@@ -246,7 +263,11 @@ int host::local_bind(int fd, const sockaddr *address, socklen_t length)
     if (fchmod(fd, 0600) != 0) {
         return -1;
     }
-    return libc().bind(fd, generic(&name), sizeof(name));
+    if (libc().bind(fd, generic(&name), sizeof(name)) != 0) {
+        return -1;
+    }
+    remember_port(fd, static_cast<uint16_t>(port), name);
+    return 0;
 }
 
 int host::local_connect(int fd, const sockaddr *address, socklen_t length)
@@ -283,13 +304,16 @@ int host::local_accept(int fd, sockaddr *address, socklen_t *length, int flags)
         }
         Descriptor peer(libc().accept4(fd, nullptr, nullptr, flags | SOCK_CLOEXEC));
         if (!peer.valid()) {
+            note_shortage(fd);
             return -1;
         }
-        if (trusted_peer(peer.get()) && mark(peer.get())) {
+        accept_went_well(fd);
+        if (!trusted_peer(peer.get()) || !mark(peer.get())) {
+            g_refused_peers.fetch_add(1, std::memory_order_relaxed);
+        } else if (admit_peer(fd, peer.get())) {
             give_peer_address(address, length);
             return peer.release();
         }
-        g_refused_peers.fetch_add(1, std::memory_order_relaxed);
     }
     return fail((fcntl(fd, F_GETFL) & O_NONBLOCK) != 0 ? EAGAIN : ECONNABORTED);
 }

@@ -17,33 +17,16 @@
 #include "loop.h"
 
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <memory>
-#include <mutex>
+#include <fcntl.h>
 #include <new>
 #include <sys/eventfd.h>
-#include <unordered_map>
+#include <unistd.h>
 
-#include "descriptor.h"
 #include "libc_calls.h"
-#include "timer_service.h"
-
-namespace host
-{
-
-struct Loop {
-    Descriptor epoll;
-    Descriptor wake;
-    std::unique_ptr<TIMER_SERVICE_S> timers;
-    std::atomic<bool> stopping = false;
-    bool running = false;
-    std::mutex mutex; // guards handlers, and the kernel's registrations so that both change together
-    std::unordered_map<int, uint64_t> handlers;
-};
-
-} // namespace host
+#include "local_socket.h"
+#include "loop_rest.h"
 
 namespace
 {
@@ -51,6 +34,7 @@ namespace
 using host::Descriptor;
 using host::libc;
 using host::Loop;
+using host::Watch;
 
 // A plain array: it is searched in signal handlers and on every epoll_ctl of the process.
 constexpr size_t MAX_LOOPS = 64;
@@ -92,16 +76,17 @@ bool register_own(const Loop &loop, int fd)
     return libc().epoll_ctl(loop.epoll.get(), EPOLL_CTL_ADD, fd, &event) == 0;
 }
 
-HOST_LOOP_HANDLER handler_of(Loop *loop, int fd)
+// The registration of the descriptor; one without a context when there is none.
+Watch watch_of(Loop *loop, int fd)
 {
     std::lock_guard guard(loop->mutex);
     auto found = loop->handlers.find(fd);
     if (found == loop->handlers.end()) {
         epoll_event unused{};
         libc().epoll_ctl(loop->epoll.get(), EPOLL_CTL_DEL, fd, &unused);
-        return nullptr;
+        return {};
     }
-    return reinterpret_cast<HOST_LOOP_HANDLER>(found->second);
+    return found->second;
 }
 
 // Serves one event: 1 when a handler ran, 0 when none did, -1 with errno set.
@@ -121,11 +106,13 @@ int serve_one(Loop *loop, int timeout_ms)
     if (fd == loop->timers->descriptor()) {
         return loop->timers->expire() ? 1 : 0;
     }
-    HOST_LOOP_HANDLER handler = handler_of(loop, fd);
-    if (handler == nullptr) {
+    const Watch watch = watch_of(loop, fd);
+    if (watch.context == 0) {
         return 0;
     }
-    handler(event.events, fd);
+    reinterpret_cast<HOST_LOOP_HANDLER>(watch.context)(event.events & (watch.events | EPOLLERR | EPOLLHUP),
+                                                       fd);
+    host::rest_when_useless(loop, fd, event.events);
     return 1;
 }
 
@@ -142,6 +129,36 @@ Loop *host::find_loop(int epoll)
     return nullptr;
 }
 
+int host::register_in_kernel(const Loop &loop, int operation, int fd, const Watch &watch, uint32_t events)
+{
+    epoll_event event{};
+    event.events = watch.is_local && (events & EPOLLIN) != 0 ? events | EPOLLRDHUP : events;
+    event.data.u64 = static_cast<uint64_t>(fd);
+    return libc().epoll_ctl(loop.epoll.get(), operation, fd, &event);
+}
+
+bool host::replace_descriptor(int fd, int replacement)
+{
+    const auto for_each_watch = [fd](int operation) {
+        for (const std::atomic<Loop *> &slot : g_loops) {
+            Loop *loop = slot.load(std::memory_order_acquire);
+            if (loop == nullptr) {
+                continue;
+            }
+            std::lock_guard guard(loop->mutex);
+            const auto found = loop->handlers.find(fd);
+            if (found != loop->handlers.end()) {
+                found->second.rest = 0;
+                register_in_kernel(*loop, operation, fd, found->second, found->second.events);
+            }
+        }
+    };
+    for_each_watch(EPOLL_CTL_DEL);
+    const bool replaced = dup3(replacement, fd, O_CLOEXEC) >= 0;
+    for_each_watch(EPOLL_CTL_ADD);
+    return replaced;
+}
+
 int host::loop_control(Loop *loop, int operation, int fd, const void *record)
 {
     HOST_LOOP_RECORD_S wanted{};
@@ -156,25 +173,28 @@ int host::loop_control(Loop *loop, int operation, int fd, const void *record)
             return -1;
         }
     }
-    epoll_event event{};
-    event.events = wanted.events;
-    event.data.u64 = static_cast<uint64_t>(fd);
     std::lock_guard guard(loop->mutex);
     if (operation == EPOLL_CTL_DEL) {
+        epoll_event unused{};
         loop->handlers.erase(fd);
-        return libc().epoll_ctl(loop->epoll.get(), operation, fd, &event);
+        return libc().epoll_ctl(loop->epoll.get(), operation, fd, &unused);
     }
     // The map first: once the kernel has accepted the registration nothing may fail any more.
     try {
-        loop->handlers.try_emplace(fd, 0);
+        loop->handlers.try_emplace(fd);
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
         return -1;
     }
-    int result = libc().epoll_ctl(loop->epoll.get(), operation, fd, &event);
+    Watch watch = loop->handlers[fd];
+    watch.events = wanted.events;
+    watch.rest = 0;
+    watch.is_local = operation == EPOLL_CTL_ADD ? is_local_socket(fd) : watch.is_local;
+    const int result = register_in_kernel(*loop, operation, fd, watch, wanted.events);
     if (result == 0) {
-        loop->handlers[fd] = wanted.context;
-    } else if (loop->handlers[fd] == 0) {
+        watch.context = wanted.context;
+        loop->handlers[fd] = watch;
+    } else if (loop->handlers[fd].context == 0) {
         loop->handlers.erase(fd);
     }
     return result;

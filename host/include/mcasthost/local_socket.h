@@ -22,6 +22,34 @@ HOST_API uint64_t HOST_LocalSocketRefusedPeers(void);
 // that is not root learns of itself alone. Any thread.
 HOST_API size_t HOST_LocalSocketUsers(uint32_t *uids, size_t size);
 
+/*
+ * At most this many connections that accept gave out for a listener on the port may be open at a time: accept closes
+ * and counts further ones. 0 takes the limit away. 0, or HOST_FAILED when memory is short. Any thread.
+ */
+HOST_API uint32_t HOST_LocalSocketLimit(uint16_t port, uint32_t most);
+
+// Connections that accept closed because of such a limit. Any thread.
+HOST_API uint64_t HOST_LocalSocketOverLimit(void);
+
+/* What HOST_LocalSocketTend found. */
+typedef struct HOST_LOCAL_SOCKET_TEND_S {
+    uint32_t rebound;   /* ports that lost their names and have them again */
+    uint32_t lost;      /* ports that lost them and have them not */
+    int32_t error;      /* errno of the last of these */
+    uint16_t lost_port; /* it; one that another process has, before any other */
+} HOST_LOCAL_SOCKET_TEND_S;
+
+/*
+ * Looks whether the names of the ports that sockets of this process are bound to are still there, and still theirs: who
+ * deletes or moves their folder makes the ports unreachable, and free for others. A port that lost its name is
+ * bound again, in a folder that is made again: its descriptor then stands for a new socket, with the same flags, that
+ * listens if the old one did (with a backlog of 1024) and that the same loops watch. Connections stay; what
+ * waited to be accepted is closed. A port that another process has meanwhile fails with EADDRINUSE. To be called about
+ * once a second, by a thread in the network namespace of the sockets, while no other thread uses them. At most
+ * 32 ports are known. *found is written as a whole.
+ */
+HOST_API void HOST_LocalSocketTend(HOST_LOCAL_SOCKET_TEND_S *found);
+
 #ifdef __cplusplus
 }
 #endif
