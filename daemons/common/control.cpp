@@ -16,6 +16,7 @@
 #include "daemons/common/local_listener.h"
 #include "daemons/common/log.h"
 #include "daemons/common/log_output.h"
+#include "daemons/common/port_watch.h"
 #include "mcast/format.h"
 #include "mcasthost/local_socket.h"
 
@@ -147,11 +148,18 @@ void ControlServer::drop(int fd)
 void ControlServer::visit_counters(const std::function<void(const char *name, uint64_t value)> &visitor) const
 {
     std::map<std::string, uint64_t> counters = {
-        {"accepts_postponed", accepts_postponed()}, {"configurations_refused", config_refusals()},
-        {"control_connections", accepted_},         {"control_connections_displaced", displaced_},
-        {"control_replies_unsent", unsent_},        {"descriptors_lent", descriptors_lent()},
-        {"failed_assertions", g_uiMcastAssertCnt},  {"log_lines_held_back", log_lines_held_back()},
+        {"accepts_postponed", accepts_postponed()},
+        {"configurations_refused", config_refusals()},
+        {"control_connections", accepted_},
+        {"control_connections_displaced", displaced_},
+        {"control_replies_unsent", unsent_},
+        {"descriptors_lent", descriptors_lent()},
+        {"failed_assertions", g_uiMcastAssertCnt},
+        {"log_lines_held_back", log_lines_held_back()},
         {"log_lines_lost", log_lines_lost()},
+        {"local_peers_refused", HOST_LocalSocketRefusedPeers()},
+        {"local_peers_over_limit", HOST_LocalSocketOverLimit()},
+        {"local_ports_rebound", local_ports_rebound()},
     };
     for (size_t i = 0; i < static_cast<size_t>(ControlStatus::Count); ++i) {
         const auto status = static_cast<ControlStatus>(i);

@@ -76,6 +76,11 @@ bool Frame::serve(Daemon &daemon)
         timers_.set_wake_up();
         return more;
     });
+    reactor_.set_each_second([this] {
+        if (!ports_.look()) {
+            end(EXIT_FAILURE);
+        }
+    });
     const bool good = reactor_.run();
     if (!good) {
         log_error("the event loop failed: %s", std::strerror(errno));

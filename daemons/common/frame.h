@@ -37,6 +37,7 @@
 #include "daemons/common/control.h"
 #include "daemons/common/daemon.h"
 #include "daemons/common/options.h"
+#include "daemons/common/port_watch.h"
 #include "daemons/common/reactor.h"
 #include "daemons/common/status_output.h"
 #include "daemons/common/timer_loop.h"
@@ -96,6 +97,7 @@ private:
     TimerLoop timers_;
     ControlServer control_;
     StatusOutput status_output_;
+    PortWatch ports_;
     std::vector<int> signals_;
     Daemon *daemon_ = nullptr;
     int exit_code_ = EXIT_SUCCESS;

@@ -19,6 +19,8 @@ static Reactor *g_running = nullptr;
 // How long a listener that could not accept is left alone when nothing is closed meanwhile.
 constexpr uint64_t PAUSE_MS = 1000;
 
+constexpr uint64_t SECOND_MS = 1000;
+
 static uint64_t now_ms()
 {
     timespec now{};
@@ -108,6 +110,27 @@ void Reactor::set_background(std::function<bool()> work)
     more_work_ = true; // what was set up before the first event
 }
 
+void Reactor::set_each_second(std::function<void()> work)
+{
+    each_second_ = std::move(work);
+}
+
+// What is done beside events. How long the round may wait.
+int Reactor::tend()
+{
+    const int log_ms = log_tend();
+    if (!each_second_) {
+        return log_ms;
+    }
+    const uint64_t now = now_ms();
+    if (now >= next_second_ms_) {
+        next_second_ms_ = now + SECOND_MS;
+        each_second_();
+    }
+    const int left = static_cast<int>(next_second_ms_ - now);
+    return log_ms < 0 ? left : std::min(left, log_ms);
+}
+
 uint64_t Reactor::dispatch(uint32_t events, int32_t fd)
 {
     const auto found = g_running->handlers_.find(fd);
@@ -121,7 +144,8 @@ uint64_t Reactor::dispatch(uint32_t events, int32_t fd)
 bool Reactor::run()
 {
     while (!stopping_) {
-        if (!run_once(log_tend())) {
+        const int wait_ms = tend();
+        if (!stopping_ && !run_once(wait_ms)) {
             return false;
         }
     }

@@ -60,6 +60,9 @@ public:
     // Runs after each round. While it returns true it has more to do and the next round does not wait.
     void set_background(std::function<bool()> work);
 
+    // Runs about once a second while run serves.
+    void set_each_second(std::function<void()> work);
+
     // Serves until stop. False when waiting itself failed.
     bool run();
 
@@ -80,6 +83,7 @@ private:
 
     static uint64_t dispatch(uint32_t events, int32_t fd);
     int before_waiting(int timeout_ms);
+    int tend();
 
     int loop_;
     bool stopping_ = false;
@@ -88,6 +92,8 @@ private:
     uint64_t resume_at_ms_ = 0; // when paused descriptors are watched again at the latest; 0: there is none
     std::unordered_map<int, Watch> handlers_;
     std::function<bool()> background_;
+    std::function<void()> each_second_;
+    uint64_t next_second_ms_ = 0; // when it is due
 };
 
 } // namespace mcastd
