@@ -43,6 +43,7 @@ struct Config {
     uint32_t max_host_entries = 65536;       // that one host, or user, made on an interface
     uint32_t max_memory_mib = 256;           // for all entries
     uint32_t max_users = 65536;
+    uint32_t max_agents = 64;                      // connected at a time
     uint32_t group_list = MCAST_NONE;              // access list of the groups that hosts may join
     bool start_mribd = false;                      // have the MRIB process started when it is not there
     std::vector<std::string> interfaces;           // names; empty: every suitable one

@@ -124,6 +124,9 @@ void add_limits(CLI::App &app, Config &config)
     app.add_option("--max-memory", config.max_memory_mib, "Most memory of groups and sources, in MiB")
         ->check(CLI::Range(1u, 1048576u))
         ->capture_default_str();
+    app.add_option("--max-agents", config.max_agents, "Most authentication agents connected at a time")
+        ->check(CLI::Range(1u, 65536u))
+        ->capture_default_str();
     app.add_option("--max-users", config.max_users, "Most users at a time")
         ->check(CLI::Range(1u, 1048576u))
         ->capture_default_str();

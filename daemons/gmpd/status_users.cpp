@@ -6,6 +6,7 @@
 #include "daemons/gmpd/user_service.h"
 #include "mcast/interface_name.h"
 #include "mcast/usrauth_wire.h"
+#include "mcasthost/local_socket.h"
 
 namespace gmpd
 {
@@ -84,6 +85,7 @@ void write_users(Json &json, const UserService &service)
     json.number("users_of_other_instance", counters.other_instance);
     json.number("users_without_index", counters.no_index);
     json.number("users_over_limit", counters.over_limit);
+    json.number("agents_over_limit", HOST_LocalSocketOverLimit());
     json.number("refreshes", counters.refreshes);
     json.open("users", '[');
     service.table().visit_users([&](const User &user) { write_user(json, user); });

@@ -21,6 +21,7 @@
 #include "daemons/common/services.h"
 #include "daemons/gmpd/process.h"
 #include "mcast/usrauth_wire.h"
+#include "mcasthost/local_socket.h"
 #include "mcasthost/loop.h"
 
 namespace gmpd
@@ -115,6 +116,10 @@ bool UserService::open(int32_t loop)
 
 bool UserService::upgrade()
 {
+    const uint16_t port = process_.config.family == MCAST_FAMILY_IPV4 ? USRAUTH_PORT_IPV4 : USRAUTH_PORT_IPV6;
+    if (HOST_LocalSocketLimit(port, process_.config.max_agents) != 0) {
+        mcastd::log_warning("there is no memory to keep --max-agents");
+    }
     if (MCAST_USRAUTH_Upgrade(static_cast<uint8_t>(process_.config.family), loop_) != MCAST_OK) {
         mcastd::log_error(
             "cannot listen for authentication agents: does another gmpd of the family run here?");

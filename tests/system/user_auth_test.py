@@ -24,7 +24,7 @@ FLAGS = {"ipv4": "-4", "ipv6": "-6"}
 PORTS = {"ipv4": 2195, "ipv6": 2192}
 SOURCES = {"ipv4": "10.1.0.2", "ipv6": "fd00:1::2"}
 OPTIONS = ("--user-auth", "lan", "--user-auth", "blue", "--last-member-interval", "1", "--query-response-interval", "1",
-           "--query-interval", "30")
+           "--query-interval", "30", "--max-agents", "1100")
 NODE = "0"
 ALICE, BOB, CAROL = ("id=7", "kind=1"), ("id=8", "kind=1"), ("id=9", "kind=2")
 
