@@ -102,7 +102,7 @@ uint32_t Timer_SetStatus(TIMER_SERVICE service, TIMER_ID id, uint32_t state, uin
 {
     switch (state) {
     case TIMER_STATE_STOP:
-        Record("stop");
+        Record(value == 0 ? "stop" : "stop " + std::to_string(value));
         break;
     case TIMER_STATE_ENABLE:
         Record("enable");

@@ -177,6 +177,13 @@ void *GetOutBuffer(uint32_t record_size) MCAST_NO_LOCK_ANALYSIS
     return record;
 }
 
+void DirtyOutBuffer() MCAST_NO_LOCK_ANALYSIS
+{
+    const MRIB_GMP_CONNECT_S &c = g_stMribConnectInfo;
+
+    memset(c.out_buffer + c.used, 0xee, g_stMRIBComponent.max_message_size - c.used);
+}
+
 ChannelTest::ChannelTest() : blocks_before_(fault::LiveBlocks())
 {
     g_fixture = this;

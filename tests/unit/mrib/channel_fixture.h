@@ -70,6 +70,9 @@ MRIB_GMP_IF_S *PeekInterface(uint16_t vrf_index, uint32_t if_index);
 /* MRIB_GMP_GetOutBuffer and MRIB_GMP_TrySendBuffer on the channel, with the lock held for the call. */
 void *GetOutBuffer(uint32_t record_size);
 
+/* What earlier messages may have left behind the records of the one being assembled. */
+void DirtyOutBuffer();
+
 class ChannelTest : public testing::Test
 {
 public:

@@ -97,6 +97,18 @@ TEST_F(Connecting, ConnectedCallbackDecidesTheResult)
     EXPECT_EQ(Peek().socket, kSocket);
 }
 
+TEST_F(Connecting, SocketThatIsDescriptor0IsOne)
+{
+    scripted::socket = [](int, int, int) { return 0; };
+    scripted::send = [](int descriptor, const void *, size_t length, int) {
+        EXPECT_EQ(descriptor, 0);
+        return static_cast<ssize_t>(length);
+    };
+    ASSERT_EQ(Init(), 0u);
+    EXPECT_EQ(MRIB_GMP_OpenConnect(), 0u);
+    EXPECT_EQ(Peek().socket, 0);
+}
+
 TEST_F(Connecting, FailedSocketFailsWithoutClosingAnything)
 {
     ASSERT_EQ(Init(), 0u);

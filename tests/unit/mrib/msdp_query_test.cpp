@@ -11,6 +11,7 @@ TEST_F(Msdp, SsmRangeWithoutAnAclIs232)
     EXPECT_EQ(MRIB_MSDP_IsSSMGroup(1, Be(232, 1, 1, 1)), 1u);
     EXPECT_EQ(MRIB_MSDP_IsSSMGroup(1, Be(233, 0, 0, 1)), 0u);
     EXPECT_EQ(MRIB_MSDP_IsSSMGroup(99, Be(232, 1, 1, 1)), 1u) << "no such instance, no ACL";
+    EXPECT_EQ(MRIB_MSDP_IsSSMGroup(99, Be(233, 0, 0, 1)), 0u) << "no such instance, no ACL";
 }
 
 TEST_F(Msdp, SsmRangeWithAnAclIsWhatItPermits)

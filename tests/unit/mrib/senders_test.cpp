@@ -109,6 +109,7 @@ TEST_F(Senders, EachWritesItsRecordByteForByte)
     for (const Row &row : Rows()) {
         SCOPED_TRACE(row.name);
         sent.clear();
+        DirtyOutBuffer();
         EXPECT_EQ(row.send(1), 0u);
         EXPECT_EQ(MRIB_GMP_SendAtOnce(), 0u);
         Bytes expected = Message(1, row.record);
