@@ -116,10 +116,13 @@ void Plane::routes_changed(const MCAST_ADDR_S &prefix, unsigned length)
 bool Plane::settle()
 {
     bool more = common_.settle();
+    size_t held = budget_.taken() + common_.router().forwarding().entry_count();
     for (const auto &[vrf_index, instance] : others_) {
         more |= instance->settle();
+        held += instance->router().forwarding().entry_count();
     }
     server_.flush();
+    memory_.round(held);
     return more;
 }
 

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "daemons/common/memory_return.h"
 #include "daemons/common/reactor.h"
 #include "daemons/mribd/channel_server.h"
 #include "daemons/mribd/current_view.h"
@@ -77,6 +78,7 @@ private:
     MsdpExchange msdp_;
     UserRegistry users_;
     ChannelServer server_;
+    mcastd::MemoryReturn memory_;
 };
 
 } // namespace mribd

@@ -8,6 +8,7 @@
 
 #include "daemons/common/frame.h"
 #include "daemons/common/log.h"
+#include "daemons/common/memory_return.h"
 #include "daemons/common/services.h"
 #include "daemons/msdpd/control.h"
 #include "daemons/msdpd/host_routes.h"
@@ -61,6 +62,7 @@ public:
     bool round() override
     {
         mrib_.flush();
+        memory_.round(speaker_.cache.size());
         return tcp_.flush();
     }
 
@@ -86,6 +88,7 @@ private:
     Tcp tcp_;
     MribLink mrib_;
     Speaker speaker_;
+    mcastd::MemoryReturn memory_;
 };
 
 } // namespace
