@@ -1,95 +1,82 @@
-"""Hours of the router with everything at once (topology.py): hosts of all versions that come and go, orders to read the
-configuration, daemons that are killed, and hosts and clients that attack, mixed from a seed that is printed.
+"""Hours of the router with everything at once (soak_router.py): hosts of all versions that come and go, users and their
+agents, a peer that speaks MSDP, orders to read the configuration, daemons that are killed, and what hosts, clients and
+the machine do to the router (soak_attacks.py), mixed from a seed that is printed.
 
     soak.py PROGRAMS-FOLDER MINUTES [SEED]
 
-blue joins one group of each family at the start and stays. From then on it misses no packet; around the kill of a daemon it
-joins anew, and what comes between is not counted. At the end everybody leaves, and each daemon has no more descriptors
-and groups than at the start, and about the memory.
+Receivers of both families join at the start on blue, and on users as a user that an agent announced, and stay. From
+their first packet on they miss none; around the kill of a daemon they join anew, and what comes between is not counted. At the
+end everybody else leaves, and each daemon has no more descriptors and entries than at the start, and about the memory.
 """
 
-import os
 import random
-import re
-import shutil
 import signal
-import socket
 import sys
 import time
 
+import soak_attacks
 from lab import Receiver, Sender, Wire, wait_for
-from packets import ALL_REPORTS, ALL_SYSTEMS, IS_EX, packet, record, report
-from topology import GMPD_OPTIONS, Network
+from soak_router import RECOVERY_S, STEADY, SoakRouter
 
-STEADY = {"ipv4": "239.15.0.1", "ipv6": "ff1e::15:1"}
-NEIGHBOUR = {"ipv4": "10.2.0.77", "ipv6": "fe80::77"}
-FILE = "/run/router.toml"
-CONFIGURATION = '[[acl]]\nnumber = 2001\nfamily = "ipv4"\n[[acl.rule]]\nid = 1\naction = "permit"\n'
 MOST_RECEIVERS = 12
 # What a process may hold more than at the start: its allocator keeps some of what it was given.
 MEMORY_SLACK_KIB = 32 * 1024
-RECOVERY_S = 60
-
-
-def write_configuration(text=CONFIGURATION):
-    if os.path.isdir(FILE):
-        shutil.rmtree(FILE)
-    elif os.path.lexists(FILE):
-        os.unlink(FILE)
-    with open(FILE, "w") as file:
-        file.write(text)
+# By when nothing is left of what came and went.
+REST_S = 400
 
 
 class Soak:
     def __init__(self, seed):
         self.random = random.Random(seed)
-        write_configuration()
-        self.network = Network(start=False)
-        self.router = self.network.router
-        self.daemons = {}
-        for name in ("mribd", "ipv4", "ipv6"):
-            self.start(name)
-        Sender(self.network.hosts["source"], "eth0", list(STEADY.values()))
-        self.wire = Wire(self.network.hosts["red"], "eth0")
+        self.router = SoakRouter()
+        # Few enough that a receiver that has no turn for seconds loses none.
+        Sender(self.router.hosts["source"], "eth0", list(STEADY.values()), rate=20)
+        self.wire = Wire(self.router.hosts["red"], "eth0")
         self.receivers = []
         self.clients = []
         self.done = {}
         self.steady = {}
+        self.received = 0
         self.restarted = set()
         self.joins_and_stays()
-        self.at_start = {name: self.figures(name) for name in self.daemons}
-
-    def start(self, name):
-        if name == "mribd":
-            self.daemons[name] = self.router.start_mribd("--config", FILE)
-        else:
-            self.daemons[name] = self.router.start_gmpd(name, "--config", FILE, *GMPD_OPTIONS)
+        self.router.wait_until_reached()
+        self.at_start = {name: self.figures(name) for name in self.router.daemons}
 
     def figures(self, name):
-        """Descriptors and memory in KiB of a daemon."""
-        folder = f"/proc/{self.daemons[name].process.pid}"
-        with open(f"{folder}/status") as status:
-            return len(os.listdir(f"{folder}/fd")), int(re.search(r"VmRSS:\s+(\d+)", status.read()).group(1))
+        """Descriptors, memory in KiB and entries of a daemon."""
+        return self.router.descriptors(name), self.router.memory_kib(name), self.router.entries(name)
 
     def joins_and_stays(self):
         """From here on the receivers that stay miss nothing."""
         for receiver in self.steady.values():
+            self.received += receiver.total()
             receiver.leave()
-        self.steady = {name: Receiver(self.network.hosts["blue"], "eth0", group) for name, group in STEADY.items()}
+        self.steady = {(host, family): Receiver(self.router.hosts[host], "eth0", group)
+                       for host in ("blue", "users") for family, group in STEADY.items()}
         for receiver in self.steady.values():
             receiver.grows(RECOVERY_S)
 
     def check(self):
-        for name, receiver in self.steady.items():
-            assert receiver.missed() == 0, f"the receiver of {STEADY[name]} missed {receiver.missed()} packets"
-        for name, daemon in self.daemons.items():
+        for name, daemon in self.router.daemons.items():
             assert daemon.alive(), f"{name} ended: {daemon.output()[-2000:]}"
+        for name, receiver in self.steady.items():
+            assert receiver.missed() == 0, f"the receiver {name} missed {receiver.missed()} packets"
 
-    # What happens, each to be chosen.
+    def kill(self, name, afterwards=None):
+        self.check()
+        self.router.daemons[name].kill()
+        self.router.start(name)
+        if afterwards:
+            afterwards()
+        self.restarted.add(name)
+        if name != "msdpd":
+            self.joins_and_stays()
+
+    # What happens beside attacks, each to be chosen.
 
     def join(self):
         if len(self.receivers) < MOST_RECEIVERS:
-            host = self.network.hosts[self.random.choice(("red", "blue"))]
+            host = self.router.hosts[self.random.choice(("red", "blue"))]
             group = self.random.choice(("239.16.0.{}", "ff1e::16:{}")).format(self.random.randrange(1, 200))
             self.receivers.append(Receiver(host, "eth0", group))
 
@@ -97,98 +84,55 @@ class Soak:
         if self.receivers:
             self.receivers.pop(self.random.randrange(len(self.receivers))).leave()
 
-    def change_version(self):
-        version = self.random.choice((0, 1, 2, 3))
-        self.network.hosts["red"].sysctl("net.ipv4.conf.eth0.force_igmp_version", version)
-        self.network.hosts["red"].sysctl("net.ipv6.conf.eth0.force_mld_version", min(version, 2))
+    def change_version(self, version=None):
+        version = self.random.choice((0, 1, 2, 3)) if version is None else version
+        self.router.hosts["red"].sysctl("net.ipv4.conf.eth0.force_igmp_version", version)
+        self.router.hosts["red"].sysctl("net.ipv6.conf.eth0.force_mld_version", min(version, 2))
 
-    def reload(self):
-        self.random.choice(list(self.daemons.values())).reload()
+    def kill_one(self):
+        self.kill(self.random.choice(tuple(self.router.daemons)))
 
-    def reload_a_wrong_file(self):
-        write_configuration(self.random.choice(("a." * 40000 + "a = 1", "[[acl", "x = " + "[" * 10000)))
-        daemon = self.random.choice(list(self.daemons.values()))
-        refused = daemon.output().count("the configuration stays as it was")
-        daemon.reload()
-        wait_for(lambda: daemon.output().count("the configuration stays as it was") > refused, "the refusal", RECOVERY_S)
-        write_configuration()
-
-    def kill_mribd(self):
-        self.check()
-        self.daemons["mribd"].kill()
-        self.start("mribd")
-        self.restarted.add("mribd")
-        self.joins_and_stays()
-
-    def kill_gmpd(self):
-        self.check()
-        name = self.random.choice(("ipv4", "ipv6"))
-        self.daemons[name].kill()
-        self.start(name)
-        self.restarted.add(name)
-        self.joins_and_stays()
-
-    def join_a_thousand_groups(self):
-        family = self.random.choice(("ipv4", "ipv6"))
-        form = "239.17.{}.{}" if family == "ipv4" else "ff1e::17:{:x}{:02x}"
-        for high in range(20):
-            records = (record(IS_EX, form.format(high, low)) for low in range(50))
-            self.wire.send(packet(report(family, *records), NEIGHBOUR[family], ALL_REPORTS[family]), family)
-
-    def send_noise(self):
-        family = self.random.choice(("ipv4", "ipv6"))
-        for _ in range(200):
-            message = bytes(self.random.randrange(256) for _ in range(self.random.randrange(4, 100)))
-            self.wire.send(packet(message, NEIGHBOUR[family], ALL_SYSTEMS[family]), family)
-
-    def hold_control_connections(self):
-        with self.router.inside():
-            inode = os.stat("/proc/thread-self/ns/net").st_ino
-        for port in (2201, 2202, 2203):
-            client = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET | socket.SOCK_NONBLOCK)
-            try:
-                client.connect(f"/run/mcast-{os.geteuid()}/net-{inode}/{port}")
-            except OSError:
-                client.close()
-                continue
-            self.clients.append(client)
-
-    def let_control_connections_go(self):
-        while self.clients:
-            self.clients.pop().close()
-
-    ACTIONS = {join: 10, leave: 8, change_version: 3, reload: 3, reload_a_wrong_file: 1, kill_mribd: 1, kill_gmpd: 1,
-               join_a_thousand_groups: 2, send_noise: 3, hold_control_connections: 3, let_control_connections_go: 1}
+    ACTIONS = {join: 10, leave: 8, change_version: 3, kill_one: 2, **soak_attacks.ATTACKS}
 
     def go_on_until(self, end):
         actions, weights = list(self.ACTIONS), list(self.ACTIONS.values())
         while time.monotonic() < end:
             action = self.random.choices(actions, weights)[0]
-            action(self)
-            self.done[action.__name__] = self.done.get(action.__name__, 0) + 1
-            self.check()
+            began = time.monotonic()
+            try:
+                action(self)
+                self.check()
+            except Exception:
+                print(f"in {action.__name__}, after {self.done}", flush=True)
+                raise
+            times, seconds = self.done.get(action.__name__, (0, 0.0))
+            self.done[action.__name__] = (times + 1, seconds + time.monotonic() - began)
+            self.router.speaker.send(b"")
             time.sleep(self.random.uniform(0, 1))
 
-    def finish(self):
-        self.let_control_connections_go()
-        self.network.hosts["red"].sysctl("net.ipv4.conf.eth0.force_igmp_version", 0)
-        self.network.hosts["red"].sysctl("net.ipv6.conf.eth0.force_mld_version", 0)
+    def everybody_leaves(self):
+        while self.clients:
+            self.clients.pop().close()
+        self.change_version(0)
         for receiver in self.receivers:
             receiver.leave()
-        # Groups of the neighbour, of whom nobody hears again, end with their membership interval.
-        for name in ("ipv4", "ipv6"):
-            wait_for(lambda n=name: not re.search(r"239\.1[67]\.|ff1e::1[67]:", self.daemons[n].status()),
-                     f"gmpd {name} without the groups that came and went", 400)
-        wait_for(lambda: not re.search(r"member .*(239\.1[67]\.|ff1e::1[67]:)", self.daemons["mribd"].status()),
-                 "mribd without their members", 60)
+        soak_attacks.withdraw_users(self)
+        for name in self.router.daemons:
+            before = self.at_start[name][2]
+            wait_for(lambda n=name, b=before: self.router.entries(n) == b,
+                     f"{name} with the entries of the start, {before}; now {self.router.entries(name)}", REST_S)
+
+    def finish(self):
+        self.everybody_leaves()
         self.check()
-        for name in self.daemons:
+        for name in self.router.daemons:
             before, after = self.at_start[name], self.figures(name)
-            print(f"{name}: descriptors {before[0]} -> {after[0]}, memory {before[1]} -> {after[1]} KiB"
-                  f"{' (started again)' if name in self.restarted else ''}")
+            print(f"{name}: descriptors {before[0]} -> {after[0]}, memory {before[1]} -> {after[1]} KiB, entries {after[2]}"
+                  f"{' (started again)' if name in self.restarted else ''}", flush=True)
             assert after[0] <= before[0], f"{name} keeps descriptors"
             assert after[1] <= before[1] + MEMORY_SLACK_KIB, f"{name} keeps memory"
-        for name, daemon in self.daemons.items():
+        self.received += sum(receiver.total() for receiver in self.steady.values())
+        for name, daemon in self.router.daemons.items():
             daemon.process.send_signal(signal.SIGTERM)
             assert daemon.process.wait(30) == 0, f"{name}: {daemon.output()[-2000:]}"
 
@@ -199,9 +143,10 @@ def main():
     print(f"seed {seed}, {minutes:g} minutes", flush=True)
     soak = Soak(seed)
     soak.go_on_until(time.monotonic() + 60 * minutes)
-    print(", ".join(f"{name} {count}" for name, count in sorted(soak.done.items())), flush=True)
+    print(", ".join(f"{name} {times} ({seconds / times:.1f} s)" for name, (times, seconds) in sorted(soak.done.items())),
+          flush=True)
     soak.finish()
-    print("passed")
+    print(f"passed: {soak.received} packets received by those that stay, none missed")
 
 
 if __name__ == "__main__":
