@@ -11,6 +11,7 @@ from collections import Counter
 from pathlib import Path
 
 from breaks import applied, breaks_of, shown
+from equivalent import reviewed
 from laboratory import Laboratory, programs_of
 
 MODULES = ("src", "host", "daemons")
@@ -31,6 +32,7 @@ class Round:
         self.laboratory, self.wanted = laboratory, wanted
         self.counts = Counter()
         self.survivors = []
+        self.equivalent = reviewed()
 
     @property
     def counted(self):
@@ -42,15 +44,21 @@ class Round:
         text = file.read_text()
         file.write_text(applied(text, one))
         try:
-            programs = programs_of(one.path)
-            if self.laboratory.compile(programs):
-                return "build"
-            return next(filter(None, map(self.laboratory.fails, programs)), "")
+            return self.verdict_of(self.laboratory.plain, one) or self.verdict_of(self.laboratory.sanitized, one)
         finally:
             file.write_text(text)
 
+    def verdict_of(self, build, one):
+        programs = programs_of(one.path)
+        if self.laboratory.compile(build, programs):
+            return "build"
+        return next(filter(None, (self.laboratory.fails(build, program) for program in programs)), "")
+
     def try_out(self, one):
         line, before, after = shown((self.laboratory.tree / one.path).read_text(), one)
+        if (one.path, before, after) in self.equivalent:
+            self.counts["equivalent"] += 1
+            return
         verdict = self.verdict(one)
         if not verdict:
             self.survivors.append(f"{one.path}:{line}\n  - {before}\n  + {after}")
@@ -65,7 +73,8 @@ class Round:
             return
         print(f"\n{self.counted} breaks: {noticed} noticed ({100 * noticed / self.counted:.1f} %, "
               f"{self.counts['time limit']} of them by the time limit), {len(self.survivors)} survived; "
-              f"{self.counts['build']} more did not compile")
+              f"{self.counts['build']} more did not compile, {self.counts['equivalent']} more change nothing that a "
+              "test could see, says equivalent.txt")
         for survivor in self.survivors:
             print(survivor)
 
@@ -79,7 +88,7 @@ def run(laboratory, folder, wanted, seed):
     print(f"{folder}: {len(waiting)} places to break, seed {seed}; building its tests", flush=True)
     begin = time.monotonic()
     programs = sorted({program for one in waiting for program in programs_of(one.path)})
-    said = laboratory.compile(programs)
+    said = laboratory.compile(laboratory.plain, programs)
     if said:
         sys.exit(f"mutate: the unbroken tree does not build:\n{said[-4000:]}")
     failing = laboratory.measure(programs)

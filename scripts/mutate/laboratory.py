@@ -1,4 +1,8 @@
-"""A copy of the tree under the temporary folder, and the tests of a module built and run there."""
+"""A copy of the tree under the temporary folder, and the tests of a module built and run there.
+
+Two builds stand side by side: a plain one, and one with sanitizers, which alone sees a write beside a block. As
+`./run test` runs both, a break is noticed when either notices it.
+"""
 import os
 import resource
 import shutil
@@ -10,6 +14,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 MEMORY = 4 << 30
+SANITIZED_IS_SLOWER = 10
 
 
 def programs_of(path):
@@ -25,7 +30,8 @@ def programs_of(path):
 class Laboratory:
     def __init__(self, seed):
         self.folder = Path(tempfile.mkdtemp(prefix="mcast-mutate."))
-        self.tree, self.build = self.folder / "tree", self.folder / "build"
+        self.tree = self.folder / "tree"
+        self.plain, self.sanitized = self.folder / "plain", self.folder / "sanitized"
         # A compiler cache, where there is one, shall find the unbroken files again in the next copy.
         self.environment = os.environ | {"CCACHE_BASEDIR": str(self.folder), "MCAST_PROPERTY_SEED": str(seed)}
         self.limits = {}  # program: seconds of processor time, seconds of waiting
@@ -40,13 +46,18 @@ class Laboratory:
             if (ROOT / name).is_file():
                 (self.tree / name).parent.mkdir(parents=True, exist_ok=True)
                 shutil.copy2(ROOT / name, self.tree / name)
-        subprocess.run(["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=",
-                        "-DCMAKE_C_COMPILER=gcc", "-DCMAKE_CXX_COMPILER=g++", "-DCMAKE_CXX_FLAGS=-O0",
-                        "-DMCAST_BENCH=OFF"], check=True, stdout=subprocess.DEVNULL, env=self.environment)
+        self.configure(self.plain, "gcc", "g++")
+        self.configure(self.sanitized, "clang-14", "clang++-14", "-DMCAST_SANITIZE=address,undefined")
 
-    def compile(self, programs):
+    def configure(self, build, c_compiler, compiler, *options):
+        subprocess.run(["cmake", "-S", self.tree, "-B", build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=",
+                        f"-DCMAKE_C_COMPILER={c_compiler}", f"-DCMAKE_CXX_COMPILER={compiler}",
+                        "-DCMAKE_CXX_FLAGS=-O0", "-DMCAST_BENCH=OFF", *options],
+                       check=True, stdout=subprocess.DEVNULL, env=self.environment)
+
+    def compile(self, build, programs):
         """Empty if the programs were built, else what the compiler said."""
-        done = subprocess.run(["ninja", "-C", self.build, *programs], capture_output=True, text=True,
+        done = subprocess.run(["ninja", "-C", build, *programs], capture_output=True, text=True,
                               env=self.environment)
         return "" if done.returncode == 0 else done.stdout + done.stderr
 
@@ -55,30 +66,32 @@ class Laboratory:
         for program in programs:
             before, begin = resource.getrusage(resource.RUSAGE_CHILDREN), time.monotonic()
             self.limits[program] = (600, 600)
-            if self.fails(program):
+            if self.fails(self.plain, program):
                 return program
             after = resource.getrusage(resource.RUSAGE_CHILDREN)
             used = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
             self.limits[program] = (int(5 + 2 * used), 30 + 10 * (time.monotonic() - begin))
         return None
 
-    def fails(self, program):
+    def fails(self, build, program):
         """Runs a test program, a share of its tests on each core, until the first failure or the limit.
         Returns what gave it away, empty if nothing did."""
-        cpu, patience = self.limits[program]
+        slower = 1 if build == self.plain else SANITIZED_IS_SLOWER
+        cpu, patience = (int(limit * slower) for limit in self.limits[program])
         cores = len(os.sched_getaffinity(0))
 
         def confine():
             resource.setrlimit(resource.RLIMIT_CPU, (cpu, cpu + 1))
-            resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
+            if build == self.plain:  # a sanitizer reserves more than any limit
+                resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
             resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
         running = []
         for shard in range(cores):
             environment = self.environment | {"GTEST_TOTAL_SHARDS": str(cores), "GTEST_SHARD_INDEX": str(shard)}
             running.append(subprocess.Popen(
-                [ROOT / "scripts/lab", self.build / "bin" / program, "--gtest_fail_fast", "--gtest_brief=1"],
-                cwd=self.build, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                [ROOT / "scripts/lab", build / "bin" / program, "--gtest_fail_fast", "--gtest_brief=1"],
+                cwd=build, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                 stderr=subprocess.DEVNULL, start_new_session=True, preexec_fn=confine))
         try:
             return self.first_failure(running, time.monotonic() + patience)

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <vector>
 
 #include "support/scripted_random.h"
 #include "unit/usrauth/usrauth_fixture.h"
@@ -46,6 +47,22 @@ TEST_F(InterfaceIndex, FindsEveryUserWhileItGrowsAndAfterDeletions)
     for (uint32_t id = 1; id <= 300; ++id) {
         ASSERT_EQ(Find(id * 64), id % 2 == 0 ? id * 64 : 0xffffffffu);
         ASSERT_EQ(Find(id * 64 + 1), 0xffffffffu);
+    }
+}
+
+TEST_F(InterfaceIndex, UsersThatGaveWayToOthersAreFoundAfterDeletions)
+{
+    std::vector<uint32_t> ids;
+    for (uint32_t id = 12345; ids.size() < 500; id = id * 1664525 + 1013904223) {
+        ids.push_back(id >> 4 | 1);
+        Put(ids.back());
+    }
+    for (size_t i = 0; i < ids.size(); i += 2) {
+        spec.user_id = ids[i];
+        Receive(spec.Withdraw());
+    }
+    for (size_t i = 0; i < ids.size(); ++i) {
+        ASSERT_EQ(Find(ids[i]), i % 2 == 0 ? 0xffffffffu : ids[i]) << i;
     }
 }
 
