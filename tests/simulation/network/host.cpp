@@ -34,7 +34,8 @@ unsigned Host::spoken(int family) const
 {
     const auto older = older_querier_.find(family);
     const bool counts = older != older_querier_.end() && older->second.second > kernel_.clock.now();
-    return counts ? std::min(version, older->second.first) : version;
+    const unsigned oldest = family == AF_INET ? 1 : 2;
+    return std::max(oldest, counts ? std::min(version, older->second.first) : version);
 }
 
 bool Host::wants(const Address &source, const Address &group) const
@@ -63,11 +64,18 @@ void Host::say(const Address &group, Bytes packet)
     }
 }
 
+bool Host::was_reported_since(const Address &group, Ns when) const
+{
+    const auto found = heard_.find(group);
+    return found != heard_.end() && found->second >= when;
+}
+
 void Host::say_again(Ns within, const Address &group, const Bytes &packet)
 {
     say(group, packet);
     kernel_.clock.after(draw(within), [this, group, packet, when = changed(group)] {
-        if (changed(group) == when) { // else something newer was said
+        // Else something newer was said.
+        if (changed(group) == when && !(spoken(group.family) < 3 && was_reported_since(group, when))) {
             say(group, packet);
         }
     });
@@ -103,7 +111,7 @@ void Host::report_change(const Address &group, const Filter &before, const Filte
     if (speaks < 3) {
         if (!after.is_nothing()) {
             say_again(OLD_UNSOLICITED_INTERVAL, group, old_report_packet(from, group, speaks));
-        } else if (speaks == 2) {
+        } else if (speaks == 2 && !was_reported_since(group, reported(group))) {
             say(group, leave_packet(from, group));
         }
         return;
@@ -129,27 +137,32 @@ void Host::report_change(const Address &group, const Filter &before, const Filte
 
 void Host::hear(const Packet &packet)
 {
-    const auto query = read_query(packet.bytes);
-    if (!query) {
-        return;
-    }
-    if (query->version < 3) {
-        older_querier_[packet.family] = {query->version, kernel_.clock.now() + OLDER_QUERIER_PRESENT};
-    }
-    const auto concerns = [&](const auto &wish) {
-        return wish.first.family == packet.family &&
-               (query->group.family == AF_UNSPEC || query->group == wish.first);
-    };
-    if (std::any_of(wants_.begin(), wants_.end(), concerns)) {
-        kernel_.clock.after(draw(std::max(query->response_time, MILLISECOND)),
-                            [this, family = packet.family, asked = *query] { answer(family, asked); });
+    if (const auto query = read_query(packet.bytes)) {
+        hear_query(packet.family, *query);
+    } else if (const auto group = read_old_report(packet.bytes)) {
+        heard_[*group] = kernel_.clock.now();
     }
 }
 
-void Host::answer(int family, const Query &query)
+void Host::hear_query(int family, const Query &query)
+{
+    const Ns now = kernel_.clock.now();
+    if (query.version < 3) {
+        older_querier_[family] = {query.version, now + OLDER_QUERIER_PRESENT};
+    }
+    const auto concerns = [&](const auto &wish) {
+        return wish.first.family == family && (query.group.family == AF_UNSPEC || query.group == wish.first);
+    };
+    if (std::any_of(wants_.begin(), wants_.end(), concerns)) {
+        kernel_.clock.after(draw(std::max(query.response_time, MILLISECOND)),
+                            [this, family, query, now] { answer(family, query, now); });
+    }
+}
+
+void Host::answer(int family, const Query &query, Ns asked)
 {
     if (spoken(family) < 3) {
-        answer_old(family, query);
+        answer_old(family, query, asked);
         return;
     }
     std::vector<Record> records;
@@ -185,10 +198,12 @@ void Host::answer(int family, const Query &query)
     send();
 }
 
-void Host::answer_old(int family, const Query &query)
+void Host::answer_old(int family, const Query &query, Ns asked)
 {
     for (const auto &[group, filter] : wants_) {
-        if (group.family == family && (query.group.family == AF_UNSPEC || query.group == group)) {
+        const bool is_meant =
+            group.family == family && (query.group.family == AF_UNSPEC || query.group == group);
+        if (is_meant && !was_reported_since(group, asked)) {
             say(group, old_report_packet(address(family), group, spoken(family)));
         }
     }

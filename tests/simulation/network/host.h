@@ -3,6 +3,9 @@
  * queries after a while of its own choice, and older messages while an older querier is heard.
  *
  *     join, leave ──► wants ──► change reports, repeated         queries ──► answer later, from what it wants then
+ *
+ * Who speaks version 1 or 2 does not repeat what another host reported meanwhile, and leaves without a word when
+ * another one was the last to report. Version 1 never says that it leaves; it has no twin in MLD, where it is 2.
  */
 #ifndef TESTS_SIMULATION_NETWORK_HOST_H
 #define TESTS_SIMULATION_NETWORK_HOST_H
@@ -74,13 +77,17 @@ public:
 
     void hear(const Packet &packet);
 
-private:
+    // The version in which it speaks now.
     unsigned spoken(int family) const;
+
+private:
     void report_change(const Address &group, const Filter &before, const Filter &after);
-    void answer(int family, const Query &query);
-    void answer_old(int family, const Query &query);
+    void answer(int family, const Query &query, Ns asked);
+    void answer_old(int family, const Query &query, Ns asked);
     void say(const Address &group, Bytes packet);
     void say_again(Ns within, const Address &group, const Bytes &packet);
+    void hear_query(int family, const Query &query);
+    bool was_reported_since(const Address &group, Ns when) const;
     Ns draw(Ns limit)
     {
         return kernel_.draw.below(Stream::Host, number_, limit);
@@ -93,6 +100,7 @@ private:
     std::map<Address, Filter> wants_;
     std::map<Address, Ns> changed_;
     std::map<Address, Ns> reported_;
+    std::map<Address, Ns> heard_; // when another host reported the group in an older version
     std::map<int, std::pair<unsigned, Ns>> older_querier_; // by family: its version, and until when
 };
 

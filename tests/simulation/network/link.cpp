@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tests/simulation/network/host.h"
+#include "tests/simulation/network/querier.h"
 
 namespace sim
 {
@@ -41,30 +42,39 @@ void Link::later(std::function<void()> act)
     }
 }
 
-void Link::deliver(const Machine *except, const Host *except_host, const Packet &packet)
+// To everybody but the one that it is from.
+void Link::deliver(const void *from, const Packet &packet)
 {
     for (const Attachment &each : attached_) {
-        if (each.machine != except) {
-            reports_ += except_host != nullptr;
+        if (each.machine != from) {
             later([each, packet] { each.machine->arrive(each.if_index, packet); });
         }
     }
     for (Host *host : hosts) {
-        if (host != except_host) {
-            queries_ += except != nullptr;
+        if (host != from) {
             later([host, packet] { host->hear(packet); });
+        }
+    }
+    for (Querier *querier : queriers) {
+        if (querier != from) {
+            later([querier, packet] { querier->hear(packet); });
         }
     }
 }
 
 void Link::carry(Machine &from, uint32_t, const Packet &packet)
 {
-    deliver(&from, nullptr, packet);
+    deliver(&from, packet);
 }
 
 void Link::send(const Host &from, Bytes packet)
 {
-    deliver(nullptr, &from, {packet[0] >> 4 == 4 ? AF_INET : AF_INET6, std::move(packet)});
+    deliver(&from, {packet[0] >> 4 == 4 ? AF_INET : AF_INET6, std::move(packet)});
+}
+
+void Link::send(const Querier &from, Bytes packet)
+{
+    deliver(&from, {packet[0] >> 4 == 4 ? AF_INET : AF_INET6, std::move(packet)});
 }
 
 void Link::carry(Machine &from, uint32_t, const Datum &datum)

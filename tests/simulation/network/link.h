@@ -2,8 +2,8 @@
  * A link: it carries packets between the routers and the hosts on it, late, twice or not at all as its settings
  * say, and routed packets to the hosts and to other routers, at once.
  *
- *      r1 ──┬────┬────┬── r2
- *           h1   h2   h3
+ *      r1 ──┬────┬────┬────┬── r2
+ *           h1   h2   h3   q1
  */
 #ifndef TESTS_SIMULATION_NETWORK_LINK_H
 #define TESTS_SIMULATION_NETWORK_LINK_H
@@ -18,6 +18,7 @@ namespace sim
 
 class Host;
 class Link;
+class Querier;
 
 // Told of every packet that a source sends, before it goes, and of every one that a router puts on a link.
 class DatumObserver
@@ -41,6 +42,7 @@ public:
     double duplication = 0;
     Ns delay = 0; // at most; each packet has its own
     std::vector<Host *> hosts;
+    std::vector<Querier *> queriers; // besides the routers that run daemons
 
     void attach(Machine &machine, uint32_t if_index)
     {
@@ -61,30 +63,19 @@ public:
     // From a router.
     void carry(Machine &from, uint32_t if_index, const Packet &packet) override;
     void carry(Machine &from, uint32_t if_index, const Datum &datum) override;
-    // From a host.
+    // From a host, from a querier.
     void send(const Host &from, Bytes packet);
+    void send(const Querier &from, Bytes packet);
     void send(const Datum &datum);
 
-    // Packets of hosts that reach the routers, and queries that reach the hosts.
-    uint64_t reports() const
-    {
-        return reports_;
-    }
-    uint64_t queries() const
-    {
-        return queries_;
-    }
-
 private:
-    void deliver(const Machine *except, const Host *except_host, const Packet &packet);
+    void deliver(const void *from, const Packet &packet);
     void later(std::function<void()> act);
 
     Kernel &kernel_;
     uint64_t number_;
     DatumObserver &observer_;
     std::vector<Attachment> attached_;
-    uint64_t reports_ = 0;
-    uint64_t queries_ = 0;
 };
 
 } // namespace sim

@@ -99,7 +99,8 @@ Bytes leave_packet(const Address &from, const Address &group)
 
 Bytes general_query_packet(const Address &from, unsigned version, Ns response_time)
 {
-    Bytes message = group_message(types_of(from.family).query, response_time, any_of(from.family));
+    Bytes message =
+        group_message(types_of(from.family).query, version == 1 ? 0 : response_time, any_of(from.family));
     if (version == 3) {
         message.insert(message.end(), {2, 125, 0, 0}); // robustness, query interval, no sources
     }
@@ -118,6 +119,7 @@ std::optional<Query> read_query(const Bytes &packet)
         return std::nullopt;
     }
     Query query{};
+    query.from = from;
     query.version = message.size() > shortest ? 3 : ipv4 && message[1] == 0 ? 1 : 2;
     if (ipv4) {
         query.response_time = decoded(message[1], 4) * 100 * MILLISECOND;
@@ -134,6 +136,19 @@ std::optional<Query> read_query(const Bytes &packet)
         query.sources.insert(address_of(from.family, message.data() + at));
     }
     return query;
+}
+
+std::optional<Address> read_old_report(const Bytes &packet)
+{
+    Address from;
+    const Bytes message = message_of(packet, &from);
+    const Types &types = types_of(from.family);
+    const size_t group_at = from.family == AF_INET ? 4 : 8;
+    if (message.size() < group_at + from.size() ||
+        (message[0] != types.report_v1 && message[0] != types.report_v2)) {
+        return std::nullopt;
+    }
+    return address_of(from.family, message.data() + group_at);
 }
 
 } // namespace sim

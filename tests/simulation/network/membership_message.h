@@ -30,6 +30,7 @@ struct Record {
 };
 
 struct Query {
+    Address from;
     unsigned version;
     Ns response_time; // in which hosts answer
     Address group;    // of no family in a general query
@@ -44,6 +45,9 @@ Bytes general_query_packet(const Address &from, unsigned version, Ns response_ti
 
 // Nothing for a packet that is no query.
 std::optional<Query> read_query(const Bytes &packet);
+
+// The group of a report of version 1 or 2, which other hosts of these versions need not repeat.
+std::optional<Address> read_old_report(const Bytes &packet);
 
 } // namespace sim
 

@@ -10,7 +10,9 @@ namespace sim
 namespace
 {
 
-constexpr unsigned FIRST_HOST = 10; // addresses below are the routers'
+// What addresses end in: below the routers' are other queriers', above the hosts' are sources and queriers.
+constexpr unsigned FIRST_ROUTER = 5;
+constexpr unsigned FIRST_HOST = 10;
 constexpr unsigned PREFIX_LENGTH = 24;
 constexpr unsigned PREFIX_LENGTH_IPV6 = 64;
 
@@ -69,7 +71,7 @@ Interface &World::connect(Machine &machine, const std::string &name)
     const Prefixes &prefixes = prefixes_.at(name);
     const auto place = std::find_if(machines_.begin(), machines_.end(),
                                     [&machine](const auto &each) { return each.get() == &machine; });
-    const size_t number = static_cast<size_t>(place - machines_.begin()) + 1;
+    const size_t number = static_cast<size_t>(place - machines_.begin()) + FIRST_ROUTER;
     std::vector<InterfaceAddress> addresses = {
         {address_from(prefixes.ipv4 + std::to_string(number)), PREFIX_LENGTH},
         {address_from("fe80::" + hexadecimal(number)), PREFIX_LENGTH_IPV6},
@@ -101,6 +103,16 @@ Host &World::add_host(const std::string &name, const std::string &link_name, uns
     return *hosts_.back();
 }
 
+Querier &World::add_querier(const std::string &name, const std::string &link_name, unsigned version,
+                            unsigned number)
+{
+    const Host::Addresses addresses = {
+        address_from(prefixes_.at(link_name).ipv4 + std::to_string(number)),
+        address_from("fe80::" + hexadecimal(number < FIRST_ROUTER ? number : 0x1000 + number))};
+    queriers_.push_back(std::make_unique<Querier>(kernel, link(link_name), name, addresses, version));
+    return *queriers_.back();
+}
+
 Flow &World::add_flow(const std::string &name, const std::string &link_name, const std::string &source,
                       const std::string &group, Ns interval)
 {
@@ -129,6 +141,11 @@ DaemonPlan &World::daemon(const std::string &name)
 Host &World::host(const std::string &name)
 {
     return by_name(hosts_, "host", name);
+}
+
+Querier &World::querier(const std::string &name)
+{
+    return by_name(queriers_, "querier", name);
 }
 
 Flow &World::flow(const std::string &name)

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "tests/simulation/network/host.h"
+#include "tests/simulation/network/querier.h"
 
 namespace sim
 {
@@ -55,6 +56,8 @@ public:
     Machine &add_router(const std::string &name, const std::vector<std::string> &links);
     void add_daemon(const std::string &name, const std::string &daemon, std::vector<std::string> arguments);
     Host &add_host(const std::string &name, const std::string &link, unsigned version);
+    // Its addresses end in the number: below 5 it is lower than every router.
+    Querier &add_querier(const std::string &name, const std::string &link, unsigned version, unsigned number);
     Flow &add_flow(const std::string &name, const std::string &link, const std::string &source,
                    const std::string &group, Ns interval);
     // Gives the router an interface on the link, with its addresses.
@@ -64,6 +67,7 @@ public:
     Machine &machine(const std::string &name);
     DaemonPlan &daemon(const std::string &name); // "r1.gmpd4"
     Host &host(const std::string &name);
+    Querier &querier(const std::string &name);
     Flow &flow(const std::string &name);
 
     std::map<std::string, DaemonPlan> &daemons()
@@ -108,6 +112,7 @@ private:
     std::vector<std::unique_ptr<Machine>> machines_;
     std::map<std::string, DaemonPlan> daemons_;
     std::vector<std::unique_ptr<Host>> hosts_;
+    std::vector<std::unique_ptr<Querier>> queriers_;
     std::vector<std::unique_ptr<Flow>> flows_;
 };
 

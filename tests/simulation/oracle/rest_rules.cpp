@@ -19,6 +19,19 @@ std::string names(const std::set<std::string> &all)
     return text + " }";
 }
 
+// Whether somebody else asks there with a lower address, who forwards nothing. Version 1 knows no election.
+bool is_querier_below(const Link &link, const Interface &interface, int family)
+{
+    return std::any_of(link.queriers.begin(), link.queriers.end(), [&](const Querier *querier) {
+        const Address &address = querier->address(family);
+        return querier->is_on() && (family == AF_INET6 || querier->version > 1) &&
+               std::any_of(interface.addresses.begin(), interface.addresses.end(),
+                           [&address](const auto &each) {
+                               return each.address.family == address.family && address < each.address;
+                           });
+    });
+}
+
 std::string describe(const MulticastTable::Key &key)
 {
     return "(" + to_text(key.first) + ", " + to_text(key.second) + ")";
@@ -62,7 +75,7 @@ bool Oracle::forwards(const Machine &machine, const Link &link, int family) cons
                                                return address.address.family == family && !address.tentative;
                                            });
         if (is_served) {
-            return each.get() == &machine;
+            return each.get() == &machine && !is_querier_below(link, *interface, family);
         }
     }
     return false;

@@ -53,6 +53,20 @@ void Run::vanish(const Words &words)
     world_.host(words.at(0)).vanish();
 }
 
+// querier-on NAME: it begins to ask.
+void Run::querier_on(const Words &words)
+{
+    disturb_all();
+    world_.querier(words.at(0)).switch_on(true);
+}
+
+// querier-off NAME: it is gone without a word.
+void Run::querier_off(const Words &words)
+{
+    disturb_all();
+    world_.querier(words.at(0)).switch_on(false);
+}
+
 void Run::flow_on(const Words &words)
 {
     world_.switch_flow(world_.flow(words.at(0)), true);

@@ -13,6 +13,8 @@ namespace
 
 constexpr unsigned LINKS = 4;
 constexpr unsigned GROUPS = 8; // of each family: the first half of any source, the others of single sources
+constexpr uint64_t LOWER_QUERIER = 2; // what its address ends in
+constexpr uint64_t HIGHER_QUERIER = 200;
 constexpr Ns STRETCH = 600 * SECOND;
 constexpr Ns STRETCH_END = 30 * SECOND; // without new faults
 constexpr std::array<const char *, 2> SOURCES_IPV4 = {"10.0.1.50", "10.0.1.51"};
@@ -97,9 +99,15 @@ void Writer::set_up()
     daemons_ = {"r1.mribd", "r1.gmpd4", "r1.gmpd6"};
     const uint64_t hosts = 4 + below(12);
     for (uint64_t host = 1; host <= hosts; ++host) {
-        versions_.push_back(below(4) == 0 ? 2 : 3);
+        constexpr unsigned VERSIONS[] = {1, 2, 2, 3, 3, 3, 3, 3};
+        versions_.push_back(VERSIONS[below(std::size(VERSIONS))]);
         script_.setup.push_back({"host", numbered("h", host), numbered("lan", 2 + host % (LINKS - 1)),
                                  std::to_string(versions_.back())});
+    }
+    for (unsigned link = 2; link <= LINKS; ++link) {
+        const uint64_t number = below(2) == 0 ? LOWER_QUERIER : HIGHER_QUERIER;
+        script_.setup.push_back(
+            {"querier", numbered("q", link), numbered("lan", link), "3", std::to_string(number)});
     }
     set_up_flows();
     for (const std::string &daemon : daemons_) {
@@ -161,7 +169,7 @@ void Writer::change_membership(Ns when)
 
 void Writer::make_fault(Ns when)
 {
-    const uint64_t kind = below(10);
+    const uint64_t kind = below(11);
     const std::string daemon = some_daemon();
     const uint64_t amount = below(300);
     switch (kind) {
@@ -185,6 +193,12 @@ void Writer::make_fault(Ns when)
     case 7:
         add(when, {"overrun", "r1"});
         break;
+    case 8: {
+        const std::string querier = numbered("q", 2 + below(LINKS - 1));
+        add(when, {"querier-on", querier});
+        add(when + (1 + amount) * SECOND, {"querier-off", querier});
+        break;
+    }
     default:
         disturb_link(when);
     }

@@ -126,7 +126,7 @@ const std::map<std::string, Run::Verb> &Run::setup_verbs()
     static const std::map<std::string, Verb> VERBS = {
         {"link", &Run::set_up_link}, {"router", &Run::set_up_router}, {"daemon", &Run::set_up_daemon},
         {"host", &Run::set_up_host}, {"flow", &Run::set_up_flow},     {"route", &Run::set_up_route},
-        {"file", &Run::set_up_file}, {"vrf", &Run::set_up_vrf},
+        {"file", &Run::set_up_file}, {"vrf", &Run::set_up_vrf},       {"querier", &Run::set_up_querier},
     };
     return VERBS;
 }
@@ -148,6 +148,8 @@ const std::map<std::string, Run::Verb> &Run::action_verbs()
         {"exclude", &Run::exclude},
         {"leave", &Run::leave},
         {"vanish", &Run::vanish},
+        {"querier-on", &Run::querier_on},
+        {"querier-off", &Run::querier_off},
         {"flow-on", &Run::flow_on},
         {"flow-off", &Run::flow_off},
         {"lose", &Run::lose},

@@ -60,6 +60,7 @@ private:
     void set_up_router(const Words &words);
     void set_up_daemon(const Words &words);
     void set_up_host(const Words &words);
+    void set_up_querier(const Words &words);
     void set_up_flow(const Words &words);
     void set_up_route(const Words &words);
     void set_up_file(const Words &words);
@@ -82,6 +83,8 @@ private:
     void exclude(const Words &words);
     void leave(const Words &words);
     void vanish(const Words &words);
+    void querier_on(const Words &words);
+    void querier_off(const Words &words);
     void flow_on(const Words &words);
     void flow_off(const Words &words);
     void lose(const Words &words);

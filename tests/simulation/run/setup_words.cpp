@@ -33,6 +33,14 @@ void Run::set_up_host(const Words &words)
                     static_cast<unsigned>(strtoul(words.at(2).c_str(), nullptr, 10)));
 }
 
+// querier NAME LINK VERSION NUMBER
+void Run::set_up_querier(const Words &words)
+{
+    world_.add_querier(words.at(0), words.at(1),
+                       static_cast<unsigned>(strtoul(words.at(2).c_str(), nullptr, 10)),
+                       static_cast<unsigned>(strtoul(words.at(3).c_str(), nullptr, 10)));
+}
+
 // flow NAME LINK SOURCE GROUP SECONDS
 void Run::set_up_flow(const Words &words)
 {
