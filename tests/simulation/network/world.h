@@ -14,6 +14,7 @@
 
 #include "tests/simulation/network/host.h"
 #include "tests/simulation/network/querier.h"
+#include "tests/simulation/network/router_config.h"
 
 namespace sim
 {
@@ -66,6 +67,11 @@ public:
     Link &link(const std::string &name);
     Machine &machine(const std::string &name);
     DaemonPlan &daemon(const std::string &name); // "r1.gmpd4"
+    // What its daemons are to do; without a file what they do by themselves.
+    RouterConfig &config(const Machine &machine)
+    {
+        return configs_[&machine];
+    }
     Host &host(const std::string &name);
     Querier &querier(const std::string &name);
     Flow &flow(const std::string &name);
@@ -111,6 +117,7 @@ private:
     std::map<std::string, Prefixes> prefixes_;
     std::vector<std::unique_ptr<Machine>> machines_;
     std::map<std::string, DaemonPlan> daemons_;
+    std::map<const Machine *, RouterConfig> configs_;
     std::vector<std::unique_ptr<Host>> hosts_;
     std::vector<std::unique_ptr<Querier>> queriers_;
     std::vector<std::unique_ptr<Flow>> flows_;

@@ -28,7 +28,9 @@ size_t immortal_blocks(const Process &process)
 
 bool was_refused_something(const Process &process)
 {
-    return process.refusals.refused != 0 || process.account.refused() != 0;
+    const auto file = process.machine().files.find(CONFIG_PATH);
+    const bool is_spoilt = file != process.machine().files.end() && file->second.ends_with(WRONG_LINE);
+    return is_spoilt || process.refusals.refused != 0 || process.account.refused() != 0;
 }
 
 } // namespace

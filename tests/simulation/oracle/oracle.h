@@ -71,6 +71,8 @@ private:
     std::set<std::string> expected_links(const Datum &datum) const;
     bool serves(const Machine &machine, int family) const;
     bool forwards(const Machine &machine, const Link &link, int family) const;
+    bool permits(Machine &machine, const Link &from, const Link &to, const Address &group) const;
+    std::string link_name(const Machine &machine, uint32_t if_index) const;
     bool is_connected(const Machine &machine, const Link &link) const;
 
     World *world_ = nullptr;

@@ -37,7 +37,8 @@ std::set<std::string> Oracle::expected_links(const Datum &datum) const
             return host->wants(datum.source, datum.group) && now - host->changed(datum.group) > SETTLED;
         });
         const auto brings = [&](const auto &machine) {
-            return is_connected(*machine, from) && forwards(*machine, *link, datum.group.family);
+            return is_connected(*machine, from) && forwards(*machine, *link, datum.group.family) &&
+                   permits(*machine, from, *link, datum.group);
         };
         if (link.get() != &from && is_steady &&
             std::any_of(world_->machines().begin(), world_->machines().end(), brings)) {
@@ -85,6 +86,11 @@ void Oracle::delivered(const Link &link, const Machine &by, const Datum &datum)
             broken(Rule::Missed, flow.name + ": packet " + std::to_string(datum.number) + " came twice to " +
                                      link.name + ", now by " + by.name);
         }
+    }
+    if (disturbances.excused_until() <= world_->kernel.clock.now() &&
+        !permits(world_->machine(by.name), *flow.link, link, datum.group)) {
+        broken(Rule::Unwanted, by.name + " sends " + describe(datum) + " to " + link.name +
+                                   ", where its configuration does not let it pass");
     }
     if (world_->is_wanted(link, datum.source, datum.group)) {
         ++counts_.packets;

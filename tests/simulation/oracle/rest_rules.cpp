@@ -75,10 +75,31 @@ bool Oracle::forwards(const Machine &machine, const Link &link, int family) cons
                                                return address.address.family == family && !address.tentative;
                                            });
         if (is_served) {
-            return each.get() == &machine && !is_querier_below(link, *interface, family);
+            return each.get() == &machine && !is_querier_below(link, *interface, family) &&
+                   world_->config(machine).serves(*each, *interface);
         }
     }
     return false;
+}
+
+// Whether the machine's configuration lets packets of the group that come from the one link pass to the other.
+bool Oracle::permits(Machine &machine, const Link &from, const Link &to, const Address &group) const
+{
+    const Interface *in = machine.find(from.if_index_of(machine));
+    const Interface *out = machine.find(to.if_index_of(machine));
+    const RouterConfig &config = world_->config(machine);
+    return in != nullptr && out != nullptr && config.permits(out->name, group) &&
+           config.instance_of(machine, *in) == config.instance_of(machine, *out);
+}
+
+// The link that the machine's interface is on.
+std::string Oracle::link_name(const Machine &machine, uint32_t if_index) const
+{
+    const auto &links = world_->links();
+    const auto found = std::find_if(links.begin(), links.end(), [&](const auto &link) {
+        return link.second->if_index_of(machine) == if_index;
+    });
+    return found == links.end() ? "no link" : found->first;
 }
 
 void Oracle::check_flow(const Flow &flow)
@@ -95,6 +116,7 @@ void Oracle::check_flow(const Flow &flow)
         std::set<std::string> forwarded;
         for (const auto &[name, link] : world_->links()) {
             if (link->if_index_of(*machine) != route.if_index && forwards(*machine, *link, family) &&
+                permits(*machine, *flow.link, *link, flow.group) &&
                 world_->is_wanted(*link, flow.source, flow.group)) {
                 wanted.insert(name);
             }
@@ -102,7 +124,7 @@ void Oracle::check_flow(const Flow &flow)
         const auto entry = table.entries().find({flow.source, flow.group});
         if (entry != table.entries().end()) {
             for (const uint32_t out : table.outgoing(entry->second)) {
-                forwarded.insert(machine->find(out)->name);
+                forwarded.insert(link_name(*machine, out));
             }
             if (table.if_index(entry->second.parent) != route.if_index) {
                 broken(Rule::Forwarding,

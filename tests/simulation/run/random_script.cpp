@@ -5,6 +5,7 @@
 #include <set>
 
 #include "tests/simulation/kernel/draw.h"
+#include "tests/simulation/network/router_config.h"
 
 namespace sim
 {
@@ -63,6 +64,7 @@ private:
     void write_stretch(Ns begin, Ns end);
     void change_membership(Ns when);
     void make_fault(Ns when);
+    void change_config(Ns when);
     void refuse(Ns when);
     void disturb_link(Ns when);
     std::string some_link()
@@ -93,9 +95,14 @@ void Writer::set_up()
     }
     script_.setup.push_back(router);
     const uint64_t hold = below(2) * 125;
-    script_.setup.push_back({"daemon", "r1.mribd", "mribd", "--hold-time", std::to_string(hold)});
-    script_.setup.push_back({"daemon", "r1.gmpd4", "gmpd", "-4"});
-    script_.setup.push_back({"daemon", "r1.gmpd6", "gmpd", "-6"});
+    const std::string list = std::to_string(GROUP_LIST);
+    script_.setup.push_back({"deny", "r1"}); // nothing, so that there is a file
+    script_.setup.push_back(
+        {"daemon", "r1.mribd", "mribd", "--config", CONFIG_PATH, "--hold-time", std::to_string(hold)});
+    for (const char *family : {"4", "6"}) {
+        script_.setup.push_back({"daemon", std::string("r1.gmpd") + family, "gmpd", std::string("-") + family,
+                                 "--config", CONFIG_PATH, "--group-list", list});
+    }
     daemons_ = {"r1.mribd", "r1.gmpd4", "r1.gmpd6"};
     const uint64_t hosts = 4 + below(12);
     for (uint64_t host = 1; host <= hosts; ++host) {
@@ -169,7 +176,7 @@ void Writer::change_membership(Ns when)
 
 void Writer::make_fault(Ns when)
 {
-    const uint64_t kind = below(11);
+    const uint64_t kind = below(13);
     const std::string daemon = some_daemon();
     const uint64_t amount = below(300);
     switch (kind) {
@@ -199,9 +206,44 @@ void Writer::make_fault(Ns when)
         add(when + (1 + amount) * SECOND, {"querier-off", querier});
         break;
     }
+    case 9:
+    case 10:
+        change_config(when);
+        break;
     default:
         disturb_link(when);
     }
+}
+
+// What does not hold for long, so that most of the time most packets are wanted.
+void Writer::change_config(Ns when)
+{
+    const std::string link = some_link();
+    const uint64_t kind = below(5);
+    const Ns over = when + (5 + below(60)) * SECOND;
+    switch (kind) {
+    case 0:
+        add(when, {"boundary", "r1", link, "239.1.1.0/31", "ff0e::1:0/112"});
+        add(over, {"boundary", "r1", link});
+        break;
+    case 1:
+        add(when, {"deny", "r1", "232.0.0.0/8", "239.1.1.2/32", "ff3e::/32"});
+        add(over, {"deny", "r1"});
+        break;
+    case 2:
+        add(when, {"designated", "r1", link, "no"});
+        add(over, {"designated", "r1", link, "yes"});
+        break;
+    case 3:
+        add(when, {"disable", "r1", "0"});
+        add(over, {"enable", "r1", "0"});
+        break;
+    default:
+        add(when, {"spoil", "r1"});
+        return;
+    }
+    add(when, {"reload", "r1"});
+    add(over, {"reload", "r1"});
 }
 
 void Writer::refuse(Ns when)

@@ -19,6 +19,9 @@ Run::Run(const Script &script, bool verbose) : script_(script), world_(script.se
     for (const Words &words : script.setup) {
         perform(setup_verbs(), words);
     }
+    for (const auto &[router, config] : drafts_) {
+        put_in_force(world_.machine(router));
+    }
     oracle_.watch(world_);
 }
 
@@ -124,9 +127,20 @@ void Run::suspend(const Words &words)
 const std::map<std::string, Run::Verb> &Run::setup_verbs()
 {
     static const std::map<std::string, Verb> VERBS = {
-        {"link", &Run::set_up_link}, {"router", &Run::set_up_router}, {"daemon", &Run::set_up_daemon},
-        {"host", &Run::set_up_host}, {"flow", &Run::set_up_flow},     {"route", &Run::set_up_route},
-        {"file", &Run::set_up_file}, {"vrf", &Run::set_up_vrf},       {"querier", &Run::set_up_querier},
+        {"link", &Run::set_up_link},
+        {"router", &Run::set_up_router},
+        {"daemon", &Run::set_up_daemon},
+        {"host", &Run::set_up_host},
+        {"querier", &Run::set_up_querier},
+        {"flow", &Run::set_up_flow},
+        {"route", &Run::set_up_route},
+        {"file", &Run::set_up_file},
+        {"vrf", &Run::set_up_vrf},
+        {"boundary", &Run::boundary},
+        {"deny", &Run::deny},
+        {"designated", &Run::designated},
+        {"instance", &Run::instance},
+        {"disable", &Run::disable},
     };
     return VERBS;
 }
@@ -165,6 +179,15 @@ const std::map<std::string, Run::Verb> &Run::action_verbs()
         {"overrun", &Run::overrun},
         {"vrf", &Run::set_up_vrf},
         {"vrf-port", &Run::vrf_port},
+        {"boundary", &Run::boundary},
+        {"deny", &Run::deny},
+        {"designated", &Run::designated},
+        {"instance", &Run::instance},
+        {"disable", &Run::disable},
+        {"no-instance", &Run::no_instance},
+        {"enable", &Run::enable},
+        {"reload", &Run::reload},
+        {"spoil", &Run::spoil},
         {"rest", &Run::rest},
         {"check", &Run::check},
         {"suspend", &Run::suspend},

@@ -100,11 +100,25 @@ private:
     void overrun(const Words &words);
     void vrf_port(const Words &words);
 
+    // config_words.cpp
+    void boundary(const Words &words);
+    void deny(const Words &words);
+    void designated(const Words &words);
+    void instance(const Words &words);
+    void no_instance(const Words &words);
+    void disable(const Words &words);
+    void enable(const Words &words);
+    void reload(const Words &words);
+    void spoil(const Words &words);
+
     // run.cpp
     void rest(const Words &words);
     void check(const Words &words);
     void suspend(const Words &words);
 
+    RouterConfig &draft(const Words &words);
+    void put_in_force(Machine &machine);
+    void signal_all(const Machine &machine, int number);
     Process &process(const Words &words);
     Interface *interface_of(const Words &words);
     void disturb_all();
@@ -112,7 +126,8 @@ private:
     const Script &script_;
     Oracle oracle_;
     World world_;
-    Ns rested_ = 0; // time that scripts do not count
+    std::map<std::string, RouterConfig> drafts_; // of each router
+    Ns rested_ = 0;                              // time that scripts do not count
 };
 
 } // namespace sim
