@@ -87,7 +87,9 @@ void Oracle::delivered(const Link &link, const Machine &by, const Datum &datum)
                                      link.name + ", now by " + by.name);
         }
     }
-    if (disturbances.excused_until() <= world_->kernel.clock.now() &&
+    // What a daemon wanted that is gone is kept for the hold time, permitted or not.
+    if (std::max(disturbances.excused_until(), disturbances.quiet_since() + disturbances.timing().hold +
+                                                   SETTLED) <= world_->kernel.clock.now() &&
         !permits(world_->machine(by.name), *flow.link, link, datum.group)) {
         broken(Rule::Unwanted, by.name + " sends " + describe(datum) + " to " + link.name +
                                    ", where its configuration does not let it pass");

@@ -1,8 +1,7 @@
 /*
- * A script made from a seed: a router of four links with hosts of all versions, flows of both families, and hours of
- * joins and leaves; with faults also crashes, kills, links that lose or go away, other queriers, other
- * configurations, refusals, and a machine that sleeps.
- * After each stretch comes a rest, in which everything is compared.
+ * A script made from a seed: a router of two instances and six links with hosts of all versions, flows of both families,
+ * and hours of joins and leaves; with faults also whatever random_menu.cpp has. After each stretch comes a rest, in which
+ * everything is compared.
  */
 #ifndef TESTS_SIMULATION_RUN_RANDOM_SCRIPT_H
 #define TESTS_SIMULATION_RUN_RANDOM_SCRIPT_H
