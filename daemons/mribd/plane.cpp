@@ -10,6 +10,12 @@
 
 namespace mribd
 {
+namespace
+{
+
+constexpr uint32_t SERVE_RETRY_MS = 10000;
+
+} // namespace
 
 Plane::Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &reactor, MCAST_TMR_S *timers,
              const HostEnvironment &environment)
@@ -23,6 +29,7 @@ Plane::Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &rea
 
 Plane::~Plane()
 {
+    mcastd::timer_stop(timers_, serve_retry_);
     // First of all: what the clients leave behind needs no withdrawing one by one any more.
     common_.shut();
     for (const auto &[vrf_index, instance] : others_) {
@@ -44,12 +51,18 @@ KernelMroute::OpenResult Plane::open()
     return result;
 }
 
-// Begins to serve the instance. Whether that is possible.
+// Begins to serve the instance. Whether that was possible; when it may be later it is tried again.
 bool Plane::serve(uint16_t vrf_index)
 {
     auto instance = std::make_unique<Instance>(instance_key(family(), vrf_index), settings_, reactor_,
                                                timers_, budget_, environment_);
-    if (instance->open() != KernelMroute::OpenResult::Ready) {
+    const KernelMroute::OpenResult result = instance->open();
+    if (result == KernelMroute::OpenResult::Failed) {
+        mcastd::timer_start(
+            timers_, serve_retry_, SERVE_RETRY_MS,
+            [](void *owner) { static_cast<Plane *>(owner)->configure_again(); }, this);
+    }
+    if (result != KernelMroute::OpenResult::Ready) {
         return false;
     }
     routers_.add(instance->router());
@@ -57,8 +70,15 @@ bool Plane::serve(uint16_t vrf_index)
     return true;
 }
 
+void Plane::configure_again()
+{
+    configure(Config(config_));
+}
+
 void Plane::configure(const Config &config)
 {
+    config_ = config;
+    mcastd::timer_stop(timers_, serve_retry_);
     for (auto next = others_.begin(); next != others_.end();) {
         const auto current = next++;
         if (!config.instances.contains(current->first)) {

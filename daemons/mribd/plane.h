@@ -65,6 +65,7 @@ public:
 
 private:
     bool serve(uint16_t vrf_index);
+    void configure_again();
 
     const PlaneSettings settings_;
     mcastd::Reactor &reactor_;
@@ -79,6 +80,8 @@ private:
     UserRegistry users_;
     ChannelServer server_;
     mcastd::MemoryReturn memory_;
+    Config config_;             // in force
+    mcastd::Timer serve_retry_; // runs while an instance of it could not be served
 };
 
 } // namespace mribd
