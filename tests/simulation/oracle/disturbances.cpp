@@ -5,6 +5,13 @@
 
 namespace sim
 {
+namespace
+{
+
+// A report that was not heard is repeated in that time, or the hosts are asked.
+constexpr Ns UNREPEATED = 4 * SECOND;
+
+} // namespace
 
 Timing Timing::of(World &world)
 {
@@ -43,6 +50,31 @@ void Disturbances::note(Ns recovery)
     excused_until_ = std::max(excused_until_, last_ + recovery);
 }
 
+void Disturbances::note_takeover()
+{
+    takeover_ = world_->kernel.clock.now();
+}
+
+bool Disturbances::may_be_unheard(Ns changed) const
+{
+    return changed + UNREPEATED > takeover_ && takeover_ + UNREPEATED > changed &&
+           world_->kernel.clock.now() < takeover_ + timing_.response + UNREPEATED;
+}
+
+bool Disturbances::has_standby(const DaemonPlan &plan) const
+{
+    if (plan.daemon != "gmpd" || timing_.hold == 0) {
+        return false;
+    }
+    const auto &daemons = world_->daemons();
+    return std::any_of(daemons.begin(), daemons.end(), [&plan](const auto &named) {
+        const DaemonPlan &other = named.second;
+        return &other != &plan && other.process->is_running() && other.daemon == plan.daemon &&
+               &other.process->machine() == &plan.process->machine() &&
+               other.arguments == plan.arguments; // they are started alike
+    });
+}
+
 bool Disturbances::is_calm() const
 {
     for (const auto &[name, link] : world_->links()) {
@@ -52,8 +84,8 @@ bool Disturbances::is_calm() const
     }
     for (const auto &[name, plan] : world_->daemons()) {
         const Process &process = *plan.process;
-        if (plan.wanted != process.is_running() || process.refusals.count != 0 ||
-            process.account.refuse != 0) {
+        const bool is_there = plan.wanted == process.is_running() || has_standby(plan);
+        if (!is_there || process.refusals.count != 0 || process.account.refuse != 0) {
             return false;
         }
     }

@@ -6,6 +6,8 @@
 #ifndef TESTS_SIMULATION_ORACLE_DISTURBANCES_H
 #define TESTS_SIMULATION_ORACLE_DISTURBANCES_H
 
+#include <algorithm>
+
 #include "tests/simulation/network/world.h"
 
 namespace sim
@@ -50,10 +52,21 @@ public:
 
     // Something happened; the router needs that long.
     void note(Ns recovery);
+    // Another gmpd takes over, which asks the hosts; what was wanted goes on meanwhile.
+    void note_takeover();
+    // Whether the daemon is a gmpd that may be missing, because a standby of it runs and mribd keeps what it wanted.
+    bool has_standby(const DaemonPlan &plan) const;
     // All that lasts is over: links carry, daemons run, nothing is refused.
     bool is_calm() const;
     // Since when nothing has happened; now while something lasts.
     Ns quiet_since() const;
+    // The same, and no gmpd took over.
+    Ns steady_since() const
+    {
+        return std::max(quiet_since(), takeover_);
+    }
+    // Whether what a host wanted from then on may still be unknown, because a gmpd took over just then.
+    bool may_be_unheard(Ns changed) const;
     // Until when wanted packets may be missed; for ever while something lasts.
     Ns excused_until() const;
     // The time that daemons could not run.
@@ -76,6 +89,7 @@ private:
     Ns last_ = 0;
     Ns excused_until_ = 0;
     Ns stopped_ = 0;
+    Ns takeover_ = 0;
 };
 
 } // namespace sim

@@ -52,7 +52,11 @@ void Oracle::process_ended(Process &process)
     const DaemonPlan &plan = world_->daemon(process.name());
     const std::string what = process.name() + " " + end_name(process.end());
     ++counts_.ends;
-    disturbances.note(0);
+    if (disturbances.has_standby(plan)) {
+        disturbances.note_takeover();
+    } else {
+        disturbances.note(0);
+    }
     if (process.image()->broken_invariants() != 0) {
         broken(Rule::CleanEnd, what + " after an invariant of the library was found broken");
     }

@@ -34,7 +34,9 @@ std::set<std::string> Oracle::expected_links(const Datum &datum) const
     for (const auto &named : world_->links()) {
         const auto &link = named.second;
         const bool is_steady = std::any_of(link->hosts.begin(), link->hosts.end(), [&](const Host *host) {
-            return host->wants(datum.source, datum.group) && now - host->changed(datum.group) > SETTLED;
+            const Ns changed = host->changed(datum.group);
+            return host->wants(datum.source, datum.group) && now - changed > SETTLED &&
+                   !disturbances.may_be_unheard(changed);
         });
         const auto brings = [&](const auto &machine) {
             return is_connected(*machine, from) && forwards(*machine, *link, datum.group.family) &&
@@ -88,7 +90,7 @@ void Oracle::delivered(const Link &link, const Machine &by, const Datum &datum)
         }
     }
     // What a daemon wanted that is gone is kept for the hold time, permitted or not.
-    if (std::max(disturbances.excused_until(), disturbances.quiet_since() + disturbances.timing().hold +
+    if (std::max(disturbances.excused_until(), disturbances.steady_since() + disturbances.timing().hold +
                                                    SETTLED) <= world_->kernel.clock.now() &&
         !permits(world_->machine(by.name), *flow.link, link, datum.group)) {
         broken(Rule::Unwanted, by.name + " sends " + describe(datum) + " to " + link.name +
@@ -114,7 +116,7 @@ void Oracle::check_unwanted(const Link &link, const Datum &datum)
         reported = std::max(reported, host->reported(datum.group));
         heard = heard && host->version == 3 && !host->is_silent;
     }
-    const bool tight = heard && disturbances.quiet_since() + timing.membership() < changed;
+    const bool tight = heard && disturbances.steady_since() + timing.membership() < changed;
     const Ns bound = tight ? changed + timing.leave() + LEAVE_MARGIN
                            : std::max(changed, reported) + timing.membership() + timing.response + SECOND +
                                  timing.hold + disturbances.stopped();

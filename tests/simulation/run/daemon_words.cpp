@@ -1,9 +1,11 @@
 /*
  * The words of a script about daemons: their lives, and what the system refuses them.
  */
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 
+#include "tests/simulation/kernel/local_socket.h"
 #include "tests/simulation/run/run.h"
 
 namespace sim
@@ -23,10 +25,18 @@ Process &Run::process(const Words &words)
     return *world_.daemon(words.at(0)).process;
 }
 
+// Somebody begins, and asks the hosts; one that stands by does not.
+void Run::note_start(const DaemonPlan &plan)
+{
+    if (!oracle_.disturbances.has_standby(plan)) {
+        oracle_.disturbances.note(oracle_.disturbances.timing().response + 4 * SECOND);
+    }
+}
+
 // start DAEMON
 void Run::start(const Words &words)
 {
-    oracle_.disturbances.note(oracle_.disturbances.timing().response + 4 * SECOND);
+    note_start(world_.daemon(words.at(0)));
     world_.start(world_.daemon(words.at(0)));
 }
 
@@ -41,7 +51,11 @@ void Run::stop(const Words &words)
 // kill DAEMON
 void Run::kill(const Words &words)
 {
-    oracle_.disturbances.note(0);
+    if (oracle_.disturbances.has_standby(world_.daemon(words.at(0)))) {
+        oracle_.disturbances.note_takeover();
+    } else {
+        oracle_.disturbances.note(0);
+    }
     process(words).kill();
 }
 
@@ -70,8 +84,29 @@ void Run::freeze(const Words &words)
 // revive: whoever ought to run and does not is started.
 void Run::revive(const Words &)
 {
-    oracle_.disturbances.note(oracle_.disturbances.timing().response + 4 * SECOND);
+    for (const auto &[name, plan] : world_.daemons()) {
+        if (plan.wanted && !plan.process->is_running()) {
+            note_start(plan);
+        }
+    }
     world_.revive();
+}
+
+// switch-over ROUTER ipv4|ipv6: the active gmpd of the family is to hand over, as by mcastctl.
+void Run::switch_over(const Words &words)
+{
+    constexpr uint16_t CONTROL_PORT_IPV4 = 2202;
+    constexpr uint16_t CONTROL_PORT_IPV6 = 2203;
+    // Mark, version, operation "command", its number, no limit of rows, no key, no arguments.
+    constexpr std::array<uint8_t, 10> REQUEST = {0x4d, 0x43, 1, 4, 0, 4, 0, 0, 0, 0};
+    int error = 0;
+    oracle_.disturbances.note_takeover();
+    const std::shared_ptr<LocalEnd> end = connect_local(
+        world_.machine(words.at(0)), words.at(1) == "ipv4" ? CONTROL_PORT_IPV4 : CONTROL_PORT_IPV6, &error);
+    if (end != nullptr) {
+        end->send(REQUEST.data(), REQUEST.size());
+        world_.kernel.clock.after(SECOND, [end] {}); // until then it is connected
+    }
 }
 
 // refuse DAEMON CALL SKIP COUNT [ERROR]: after SKIP of these calls COUNT, or all, of them fail.

@@ -24,7 +24,7 @@ void RandomWriter::make_fault(Ns when)
 void RandomWriter::disturb_daemon(Ns when)
 {
     const std::string daemon = one_of(daemons_);
-    const uint64_t kind = below(4);
+    const uint64_t kind = below(has_standbys_ ? 6 : 4);
     const uint64_t amount = below(300);
     switch (kind) {
     case 0:
@@ -34,8 +34,11 @@ void RandomWriter::disturb_daemon(Ns when)
     case 2:
         add(when, {"kill", daemon});
         break;
-    default:
+    case 3:
         add(when, {"freeze", daemon, std::to_string(1 + amount / 60)});
+        break;
+    default:
+        add(when, {"switch-over", "r1", amount % 2 == 0 ? "ipv4" : "ipv6"});
     }
 }
 

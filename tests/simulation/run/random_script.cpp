@@ -81,15 +81,23 @@ void RandomWriter::set_up()
 
 void RandomWriter::set_up_daemons()
 {
-    const uint64_t hold = below(2) * 125;
     const std::string list = std::to_string(GROUP_LIST);
+    has_standbys_ = below(2) == 0;
+    const uint64_t hold = has_standbys_ || below(2) == 0 ? 125 : 0;
     script_.setup.push_back(
         {"daemon", "r1.mribd", "mribd", "--config", CONFIG_PATH, "--hold-time", std::to_string(hold)});
+    daemons_ = {"r1.mribd"};
+    const Words copies = has_standbys_ ? Words{"", "b"} : Words{""};
     for (const char *family : {"4", "6"}) {
-        script_.setup.push_back({"daemon", std::string("r1.gmpd") + family, "gmpd", std::string("-") + family,
-                                 "--config", CONFIG_PATH, "--group-list", list});
+        for (const std::string &copy : copies) {
+            daemons_.push_back(std::string("r1.gmpd") + family + copy);
+            script_.setup.push_back({"daemon", daemons_.back(), "gmpd", std::string("-") + family, "--config",
+                                     CONFIG_PATH, "--group-list", list});
+            if (has_standbys_) {
+                script_.setup.back().push_back("--standby");
+            }
+        }
     }
-    daemons_ = {"r1.mribd", "r1.gmpd4", "r1.gmpd6"};
     for (const std::string &daemon : daemons_) {
         add(below(3) * SECOND, {"start", daemon});
     }
@@ -116,7 +124,7 @@ void RandomWriter::set_up_flows(const std::string &link, uint64_t groups)
         for (uint64_t group = 0; group < groups; ++group) {
             // Of the instance's groups one is of any source, one of single sources.
             const uint64_t which = groups == GROUPS ? group : group * GROUPS / 2;
-            for (const uint64_t number : {0, 1}) {
+            for (uint64_t number = 0; number < 2; ++number) {
                 const std::string name = numbered("f", ++flows_);
                 script_.setup.push_back(
                     {"flow", name, link, source_name(ipv4, link, number), group_name(ipv4, which), "1"});

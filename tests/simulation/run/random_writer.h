@@ -72,7 +72,8 @@ private:
         bool in_instance;
     };
     std::vector<Member> hosts_;
-    bool has_device_ = false; // the instance is a VRF device
+    bool has_device_ = false;   // the instance is a VRF device
+    bool has_standbys_ = false; // each gmpd has one
     uint64_t flows_ = 0;
     std::map<std::pair<uint64_t, std::string>, std::set<std::string>> joined_; // sources; an empty one is all
 };

@@ -102,7 +102,7 @@ void Run::rest(const Words &)
         plan.process->account.refuse = 0;
         plan.process->never_crash();
     }
-    world_.revive();
+    revive({});
     world_.kernel.run_for(oracle_.disturbances.timing().rest());
     if (world_.kernel.trace.is_good()) {
         oracle_.check_rest();
@@ -155,6 +155,7 @@ const std::map<std::string, Run::Verb> &Run::action_verbs()
         {"signal", &Run::signal},
         {"freeze", &Run::freeze},
         {"revive", &Run::revive},
+        {"switch-over", &Run::switch_over},
         {"refuse", &Run::refuse},
         {"refuse-memory", &Run::refuse_memory},
         {"limit-files", &Run::limit_files},

@@ -74,6 +74,7 @@ private:
     void signal(const Words &words);
     void freeze(const Words &words);
     void revive(const Words &words);
+    void switch_over(const Words &words);
     void refuse(const Words &words);
     void refuse_memory(const Words &words);
     void limit_files(const Words &words);
@@ -119,6 +120,7 @@ private:
     RouterConfig &draft(const Words &words);
     void put_in_force(Machine &machine);
     void signal_all(const Machine &machine, int number);
+    void note_start(const DaemonPlan &plan);
     Process &process(const Words &words);
     Interface *interface_of(const Words &words);
     void disturb_all();
