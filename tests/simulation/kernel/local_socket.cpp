@@ -51,7 +51,8 @@ bool LocalEnd::is_writable() const
 uint32_t LocalEnd::ready() const
 {
     return events_if(!queue_.empty(), EPOLLIN) | events_if(closed_, EPOLLIN | EPOLLHUP | EPOLLRDHUP) |
-           events_if(reset_, EPOLLERR) | events_if(is_writable(), EPOLLOUT);
+           events_if(ended_, EPOLLIN | EPOLLRDHUP) | events_if(reset_, EPOLLERR) |
+           events_if(is_writable(), EPOLLOUT);
 }
 
 ssize_t LocalEnd::send(const void *bytes, size_t size)
@@ -83,7 +84,7 @@ ssize_t LocalEnd::receive(void *buffer, size_t size, int flags)
         return -ECONNRESET;
     }
     if (queue_.empty()) {
-        return closed_ ? 0 : -EAGAIN;
+        return closed_ || ended_ ? 0 : -EAGAIN;
     }
     const Bytes message = std::move(queue_.front());
     queue_.pop_front();
@@ -91,6 +92,13 @@ ssize_t LocalEnd::receive(void *buffer, size_t size, int flags)
         peer->in_flight_ -= charge(message.size());
     }
     return hand_over(message, buffer, size, flags);
+}
+
+void LocalEnd::stop_sending()
+{
+    if (const auto peer = peer_.lock()) {
+        peer->ended_ = true;
+    }
 }
 
 std::shared_ptr<LocalEnd> connect_local(Machine &machine, uint16_t port, int *error)

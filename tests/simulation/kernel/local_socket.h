@@ -30,6 +30,8 @@ public:
     uint32_t ready() const;
     ssize_t send(const void *bytes, size_t size);
     ssize_t receive(void *buffer, size_t size, int flags);
+    // As by shutdown: the other end reads to the end, and may go on sending.
+    void stop_sending();
 
 private:
     bool is_writable() const;
@@ -38,6 +40,7 @@ private:
     std::deque<Bytes> queue_; // to be read here
     size_t in_flight_ = 0;    // what this end sent and the other has not read
     bool closed_ = false;     // the other one
+    bool ended_ = false;      // the other one sends no more
     bool reset_ = false;      // it left something unread, which is not told yet
 };
 

@@ -57,6 +57,10 @@ public:
     // Wants nothing more and says nothing.
     void vanish();
 
+    uint64_t number() const
+    {
+        return number_;
+    }
     const Link &link() const
     {
         return link_;

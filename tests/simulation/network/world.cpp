@@ -89,6 +89,11 @@ void World::add_daemon(const std::string &name, const std::string &daemon, std::
     plan.daemon = daemon;
     plan.arguments = std::move(arguments);
     plan.arguments.insert(plan.arguments.begin(), daemon);
+    const auto user_auth = std::find(plan.arguments.begin(), plan.arguments.end(), "--user-auth");
+    if (user_auth != plan.arguments.end() && user_auth + 1 != plan.arguments.end()) {
+        plan.user_auth = *(user_auth + 1);
+        agent(home);
+    }
     plan.process = std::make_unique<Process>(kernel, home, name, daemon);
 }
 
@@ -136,6 +141,15 @@ DaemonPlan &World::daemon(const std::string &name)
 {
     const auto found = daemons_.find(name);
     return found != daemons_.end() ? found->second : (unknown("daemon", name), daemons_.begin()->second);
+}
+
+Agent &World::agent(Machine &machine)
+{
+    auto &place = agents_[&machine];
+    if (place == nullptr) {
+        place = std::make_unique<Agent>(kernel, machine);
+    }
+    return *place;
 }
 
 Host &World::host(const std::string &name)
@@ -193,6 +207,29 @@ bool World::is_wanted(const Link &link, const Address &source, const Address &gr
 {
     return std::any_of(link.hosts.begin(), link.hosts.end(),
                        [&](const Host *host) { return host->wants(source, group); });
+}
+
+const Agent *World::agent_for(const Machine &machine, const Link &link) const
+{
+    const auto agent = agents_.find(&machine);
+    const auto interface = machine.interfaces().find(link.if_index_of(machine));
+    if (agent == agents_.end() || interface == machine.interfaces().end()) {
+        return nullptr;
+    }
+    const bool asks = std::any_of(daemons_.begin(), daemons_.end(), [&](const auto &named) {
+        return &named.second.process->machine() == &machine &&
+               named.second.user_auth == interface->second.name;
+    });
+    return asks ? agent->second.get() : nullptr;
+}
+
+bool World::is_wanted(const Machine &machine, const Link &link, const Address &source,
+                      const Address &group) const
+{
+    const Agent *agent = agent_for(machine, link);
+    return std::any_of(link.hosts.begin(), link.hosts.end(), [&](const Host *host) {
+        return host->wants(source, group) && (agent == nullptr || agent->permits(*host, source, group));
+    });
 }
 
 } // namespace sim

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/simulation/network/agent.h"
 #include "tests/simulation/network/host.h"
 #include "tests/simulation/network/querier.h"
 #include "tests/simulation/network/router_config.h"
@@ -37,7 +38,8 @@ struct DaemonPlan {
     std::unique_ptr<Process> process;
     std::string daemon; // the program's name
     std::vector<std::string> arguments;
-    bool wanted = false; // started, and not told to end
+    bool wanted = false;   // started, and not told to end
+    std::string user_auth; // the interface where only users count; empty: none
 };
 
 class World
@@ -72,6 +74,7 @@ public:
     {
         return configs_[&machine];
     }
+    Agent &agent(Machine &machine);
     Host &host(const std::string &name);
     Querier &querier(const std::string &name);
     Flow &flow(const std::string &name);
@@ -104,6 +107,11 @@ public:
 
     // Whether any host of the link wants packets of that source and group.
     bool is_wanted(const Link &link, const Address &source, const Address &group) const;
+    // Where the machine asks who a host is, its agent; nullptr elsewhere.
+    const Agent *agent_for(const Machine &machine, const Link &link) const;
+    // Whether any host of the link wants them that the machine listens to.
+    bool is_wanted(const Machine &machine, const Link &link, const Address &source,
+                   const Address &group) const;
 
 private:
     struct Prefixes {
@@ -118,6 +126,7 @@ private:
     std::vector<std::unique_ptr<Machine>> machines_;
     std::map<std::string, DaemonPlan> daemons_;
     std::map<const Machine *, RouterConfig> configs_;
+    std::map<const Machine *, std::unique_ptr<Agent>> agents_;
     std::vector<std::unique_ptr<Host>> hosts_;
     std::vector<std::unique_ptr<Querier>> queriers_;
     std::vector<std::unique_ptr<Flow>> flows_;

@@ -62,7 +62,8 @@ private:
 
     void broken(Rule rule, const std::string &what);
     void check_missed(uint64_t flow, const Packet &packet);
-    void check_unwanted(const Link &link, const Datum &datum);
+    void check_unwanted(const Machine &by, const Link &link, const Datum &datum);
+    bool is_heard(const Machine &machine, const Link &link, const Datum &datum) const;
     void check_flow(const Flow &flow);
     void check_entries(Machine &machine, const MulticastTable &table);
     void check_leftovers();

@@ -21,6 +21,21 @@ std::string describe(const Datum &datum)
 
 } // namespace
 
+// Whether a host wants the packet for so long that the machine must know it.
+bool Oracle::is_heard(const Machine &machine, const Link &link, const Datum &datum) const
+{
+    const Ns now = world_->kernel.clock.now();
+    const Agent *agent = world_->agent_for(machine, link);
+    const Ns asked = disturbances.timing().response + 2 * SETTLED; // after a user is there
+    return std::any_of(link.hosts.begin(), link.hosts.end(), [&](const Host *host) {
+        const Ns changed = host->changed(datum.group);
+        const bool is_permitted = agent == nullptr || (agent->permits(*host, datum.source, datum.group) &&
+                                                       now - agent->changed(*host) > asked);
+        return is_permitted && host->wants(datum.source, datum.group) && now - changed > SETTLED &&
+               !disturbances.may_be_unheard(changed);
+    });
+}
+
 // Where the packet must arrive: on links where somebody has wanted it for a while, that the router on the way
 // serves.
 std::set<std::string> Oracle::expected_links(const Datum &datum) const
@@ -33,16 +48,11 @@ std::set<std::string> Oracle::expected_links(const Datum &datum) const
     const Link &from = *world_->flows()[datum.flow - 1]->link;
     for (const auto &named : world_->links()) {
         const auto &link = named.second;
-        const bool is_steady = std::any_of(link->hosts.begin(), link->hosts.end(), [&](const Host *host) {
-            const Ns changed = host->changed(datum.group);
-            return host->wants(datum.source, datum.group) && now - changed > SETTLED &&
-                   !disturbances.may_be_unheard(changed);
-        });
         const auto brings = [&](const auto &machine) {
             return is_connected(*machine, from) && forwards(*machine, *link, datum.group.family) &&
-                   permits(*machine, from, *link, datum.group);
+                   permits(*machine, from, *link, datum.group) && is_heard(*machine, *link, datum);
         };
-        if (link.get() != &from && is_steady &&
+        if (link.get() != &from &&
             std::any_of(world_->machines().begin(), world_->machines().end(), brings)) {
             result.insert(named.first);
         }
@@ -96,23 +106,25 @@ void Oracle::delivered(const Link &link, const Machine &by, const Datum &datum)
         broken(Rule::Unwanted, by.name + " sends " + describe(datum) + " to " + link.name +
                                    ", where its configuration does not let it pass");
     }
-    if (world_->is_wanted(link, datum.source, datum.group)) {
+    if (world_->is_wanted(by, link, datum.source, datum.group)) {
         ++counts_.packets;
     } else {
         ++counts_.unwanted;
-        check_unwanted(link, datum);
+        check_unwanted(by, link, datum);
     }
 }
 
-void Oracle::check_unwanted(const Link &link, const Datum &datum)
+void Oracle::check_unwanted(const Machine &by, const Link &link, const Datum &datum)
 {
+    const Agent *agent = world_->agent_for(by, link);
     const Timing &timing = disturbances.timing();
     const Ns now = world_->kernel.clock.now();
     Ns changed = 0;
     Ns reported = 0;
     bool heard = true; // the leave, at once
     for (const Host *host : link.hosts) {
-        changed = std::max(changed, host->changed(datum.group));
+        changed =
+            std::max({changed, host->changed(datum.group), agent == nullptr ? 0 : agent->changed(*host)});
         reported = std::max(reported, host->reported(datum.group));
         heard = heard && host->version == 3 && !host->is_silent;
     }

@@ -117,7 +117,7 @@ void Oracle::check_flow(const Flow &flow)
         for (const auto &[name, link] : world_->links()) {
             if (link->if_index_of(*machine) != route.if_index && forwards(*machine, *link, family) &&
                 permits(*machine, *flow.link, *link, flow.group) &&
-                world_->is_wanted(*link, flow.source, flow.group)) {
+                world_->is_wanted(*machine, *link, flow.source, flow.group)) {
                 wanted.insert(name);
             }
         }

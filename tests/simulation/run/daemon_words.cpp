@@ -25,11 +25,12 @@ Process &Run::process(const Words &words)
     return *world_.daemon(words.at(0)).process;
 }
 
-// Somebody begins, and asks the hosts; one that stands by does not.
+// Somebody begins, and asks the hosts, of users when agents have announced them; one that stands by does not.
 void Run::note_start(const DaemonPlan &plan)
 {
+    const Ns users = plan.user_auth.empty() ? 0 : 4 * SECOND;
     if (!oracle_.disturbances.has_standby(plan)) {
-        oracle_.disturbances.note(oracle_.disturbances.timing().response + 4 * SECOND);
+        oracle_.disturbances.note(oracle_.disturbances.timing().response + 4 * SECOND + users);
     }
 }
 

@@ -11,12 +11,12 @@ namespace sim
 void RandomWriter::make_fault(Ns when)
 {
     using Fault = void (RandomWriter::*)(Ns when);
-    constexpr std::array<Fault, 13> MENU = {
+    constexpr std::array<Fault, 14> MENU = {
         &RandomWriter::disturb_daemon,    &RandomWriter::disturb_daemon,  &RandomWriter::disturb_daemon,
         &RandomWriter::disturb_daemon,    &RandomWriter::refuse,          &RandomWriter::refuse,
         &RandomWriter::disturb_machine,   &RandomWriter::disturb_querier, &RandomWriter::disturb_link,
         &RandomWriter::disturb_interface, &RandomWriter::change_config,   &RandomWriter::change_config,
-        &RandomWriter::change_instance,
+        &RandomWriter::change_instance,   &RandomWriter::disturb_agent,
     };
     (this->*one_of(MENU))(when);
 }
@@ -113,6 +113,15 @@ void RandomWriter::change_instance(Ns when)
     add(over, has_device_ ? Words{"instance", "r1", "5", "red"}
                           : Words{"instance", "r1", "5", "red", "lan5", "lan6"});
     add(over, {"reload", "r1"});
+}
+
+void RandomWriter::disturb_agent(Ns when)
+{
+    constexpr std::array<const char *, 3> WORDS = {"agent-silent", "agent-nonsense", "agent-many"};
+    const char *word = one_of(WORDS);
+    if (has_users_) {
+        add(when, {word, "r1"});
+    }
 }
 
 void RandomWriter::refuse(Ns when)

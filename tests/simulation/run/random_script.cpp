@@ -12,9 +12,11 @@ namespace
 
 /*
  *      lan1: sources ──┬── r1 ──┬── lan2, lan3, lan4: hosts            the public instance
+ *                      │        ├── lan7: users
  *      lan5: sources ──┘        └── lan6: hosts                        lan5 and lan6: another one
  */
-constexpr unsigned LINKS = 6;
+constexpr unsigned LINKS = 7;
+constexpr const char *LINK_OF_USERS = "lan7";
 constexpr unsigned GROUPS = 8; // of each family: the first half of any source, the others of single sources
 constexpr unsigned GROUPS_OF_INSTANCE = 2;
 constexpr uint64_t LOWER_QUERIER = 2; // what its address ends in
@@ -62,7 +64,7 @@ void RandomWriter::set_up()
         script_.setup.push_back({"link", name, "10.0." + number + ".0/24", "2001:db8:" + number + "::/64"});
     }
     sources_ = {"lan1", "lan5"};
-    links_ = {"lan2", "lan3", "lan4", "lan6"};
+    links_ = {"lan2", "lan3", "lan4", "lan6", LINK_OF_USERS};
     script_.setup.push_back(router);
     has_device_ = below(2) == 0;
     if (has_device_) {
@@ -83,6 +85,7 @@ void RandomWriter::set_up_daemons()
 {
     const std::string list = std::to_string(GROUP_LIST);
     has_standbys_ = below(2) == 0;
+    has_users_ = below(2) == 0;
     const uint64_t hold = has_standbys_ || below(2) == 0 ? 125 : 0;
     script_.setup.push_back(
         {"daemon", "r1.mribd", "mribd", "--config", CONFIG_PATH, "--hold-time", std::to_string(hold)});
@@ -93,6 +96,9 @@ void RandomWriter::set_up_daemons()
             daemons_.push_back(std::string("r1.gmpd") + family + copy);
             script_.setup.push_back({"daemon", daemons_.back(), "gmpd", std::string("-") + family, "--config",
                                      CONFIG_PATH, "--group-list", list});
+            if (has_users_) {
+                script_.setup.back().insert(script_.setup.back().end(), {"--user-auth", LINK_OF_USERS});
+            }
             if (has_standbys_) {
                 script_.setup.back().push_back("--standby");
             }
@@ -109,7 +115,10 @@ void RandomWriter::set_up_hosts()
     const uint64_t hosts = 4 + below(12);
     for (uint64_t host = 1; host <= hosts; ++host) {
         const std::string &link = links_[host % links_.size()];
-        hosts_.push_back({one_of(VERSIONS), link == "lan6"});
+        const unsigned version = one_of(VERSIONS);
+        const bool is_user = has_users_ && link == LINK_OF_USERS;
+        // An older host keeps silent when another one reports, so that only one of them would be seen.
+        hosts_.push_back({is_user ? 3 : version, link == "lan6", is_user});
         script_.setup.push_back({"host", numbered("h", host), link, std::to_string(hosts_.back().version)});
     }
     for (const std::string &link : links_) {
@@ -140,6 +149,9 @@ void RandomWriter::write_stretch(Ns begin, Ns end)
     while (when < end - STRETCH_END) {
         when += (100 + below(4000)) * MILLISECOND;
         change_membership(when);
+        if (has_users_ && below(16) == 0) {
+            change_user(when);
+        }
         if (plan_.faults && below(12) == 0) {
             make_fault(when);
         }
@@ -169,6 +181,33 @@ void RandomWriter::change_membership(Ns when)
     for (const std::string &each : sources) {
         if (!each.empty()) {
             words.push_back(each);
+        }
+    }
+    add(when, std::move(words));
+}
+
+// A user may join about half of the groups, of any source or of one.
+void RandomWriter::change_user(Ns when)
+{
+    const uint64_t host = below(hosts_.size());
+    const std::string name = numbered("h", host + 1);
+    if (!hosts_[host].is_user) {
+        return;
+    }
+    if (below(6) == 0) {
+        add(when, {"forbid", "r1", name});
+        return;
+    }
+    Words words = {"allow", "r1", name};
+    for (const bool ipv4 : {true, false}) {
+        for (uint64_t group = 0; group < GROUPS; ++group) {
+            const uint64_t kind = below(4);
+            const std::string to = group_name(ipv4, group);
+            if (kind == 0) {
+                words.push_back(to);
+            } else if (kind == 1) {
+                words.push_back(source_name(ipv4, "lan1", 0) + "," + to);
+            }
         }
     }
     add(when, std::move(words));

@@ -49,6 +49,7 @@ private:
     void set_up_flows(const std::string &link, uint64_t groups);
     void write_stretch(Ns begin, Ns end);
     void change_membership(Ns when);
+    void change_user(Ns when);
 
     // random_menu.cpp
     void make_fault(Ns when);
@@ -57,6 +58,7 @@ private:
     void disturb_querier(Ns when);
     void change_config(Ns when);
     void change_instance(Ns when);
+    void disturb_agent(Ns when);
     void refuse(Ns when);
     void disturb_link(Ns when);
     void disturb_interface(Ns when);
@@ -70,10 +72,12 @@ private:
     struct Member {
         unsigned version;
         bool in_instance;
+        bool is_user;
     };
     std::vector<Member> hosts_;
     bool has_device_ = false;   // the instance is a VRF device
     bool has_standbys_ = false; // each gmpd has one
+    bool has_users_ = false;    // one link requires authentication
     uint64_t flows_ = 0;
     std::map<std::pair<uint64_t, std::string>, std::set<std::string>> joined_; // sources; an empty one is all
 };

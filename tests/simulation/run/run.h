@@ -112,6 +112,13 @@ private:
     void reload(const Words &words);
     void spoil(const Words &words);
 
+    // agent_words.cpp
+    void allow(const Words &words);
+    void forbid(const Words &words);
+    void agent_silent(const Words &words);
+    void agent_nonsense(const Words &words);
+    void agent_many(const Words &words);
+
     // run.cpp
     void rest(const Words &words);
     void check(const Words &words);
