@@ -10,6 +10,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "daemons/common/descriptor_reserve.h"
 #include "daemons/common/log.h"
 
 namespace mcastd
@@ -23,7 +24,10 @@ void StatusOutput::write(const std::string &path, std::string text)
 {
     if (path.empty()) {
         print(std::move(text));
-    } else if (!write_file_atomically(path, text)) {
+        return;
+    }
+    const DescriptorLoan loan;
+    if (!write_file_atomically(path, text)) {
         log_error("cannot write the status file %s: %s", path.c_str(), std::strerror(errno));
     }
 }

@@ -1,8 +1,12 @@
 #include "daemons/mribd/plane.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/resource.h>
 
+#include "daemons/common/descriptor.h"
 #include "daemons/common/log.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/status.h"
@@ -14,6 +18,21 @@ namespace
 {
 
 constexpr uint32_t SERVE_RETRY_MS = 10000;
+
+// Descriptors that instances leave for clients, or a quarter of all when that is less.
+constexpr rlim_t LEFT_FOR_CLIENTS = 64;
+
+// The kernel gives out the lowest number that is free.
+bool only_few_descriptors_left()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) {
+        return false;
+    }
+    const mcastd::Descriptor lowest(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const rlim_t left = std::min(LEFT_FOR_CLIENTS, limit.rlim_cur / 4);
+    return !lowest.valid() || static_cast<rlim_t>(lowest.get()) >= limit.rlim_cur - left;
+}
 
 } // namespace
 
@@ -56,7 +75,13 @@ bool Plane::serve(uint16_t vrf_index)
 {
     auto instance = std::make_unique<Instance>(instance_key(family(), vrf_index), settings_, reactor_,
                                                timers_, budget_, environment_);
-    const KernelMroute::OpenResult result = instance->open();
+    KernelMroute::OpenResult result = KernelMroute::OpenResult::Failed;
+    if (only_few_descriptors_left()) {
+        mcastd::log_warning("%s is not served: there are too few descriptors (ulimit -n)",
+                            instance_name(instance_key(family(), vrf_index)).c_str());
+    } else {
+        result = instance->open();
+    }
     if (result == KernelMroute::OpenResult::Failed) {
         mcastd::timer_start(
             timers_, serve_retry_, SERVE_RETRY_MS,

@@ -115,9 +115,14 @@ class Agents(unittest.TestCase):
             self.connect()
         wait_for(lambda: len(os.listdir(folder)) == DESCRIPTORS, "no descriptor left", 60)
         self.assertTrue(self.idles())
+        standby = Daemon(self.router, "standby", os.path.join(PROGRAMS, "gmpd"), *OPTIONS, "--standby")
+        wait_for(lambda: "cannot accept a standby" in self.gmpd.output(), "a standby that waits", 60)
+        self.assertEqual(len(json.loads(self.gmpd.status())["interfaces"]), 3)
         for agent in self.agents:
             agent.close()
         wait_for(lambda: self.announced(9), "an agent heard", 60)
+        wait_for(lambda: json.loads(self.gmpd.status())["standbys"] == 1, "the standby heard", 60)
+        self.assertEqual(standby.stop(), 0)
 
 
 if __name__ == "__main__":

@@ -35,6 +35,8 @@ class Soak:
         self.receivers = []
         self.clients = []
         self.done = {}
+        self.latest = []
+        self.began = time.monotonic()
         self.steady = {}
         self.received = 0
         self.restarted = set()
@@ -103,12 +105,21 @@ class Soak:
                 action(self)
                 self.check()
             except Exception:
-                print(f"in {action.__name__}, after {self.done}", flush=True)
+                self.explain(action.__name__)
                 raise
             times, seconds = self.done.get(action.__name__, (0, 0.0))
             self.done[action.__name__] = (times + 1, seconds + time.monotonic() - began)
+            self.latest = [*self.latest[-9:], f"{action.__name__} at {began - self.began:.1f} s"]
             self.router.speaker.send(b"")
             time.sleep(self.random.uniform(0, 1))
+
+    def explain(self, action):
+        """Says what came before something that must not be."""
+        print(f"in {action}, after {', '.join(self.latest)}")
+        for name, daemon in self.router.daemons.items():
+            print(f"-- the end of the log of {name}\n{daemon.output()[-3000:]}")
+        print("-- mribd\n" + "\n".join(line for line in self.router.daemons["mribd"].status().splitlines()
+                                      if any(group in line for group in STEADY.values())), flush=True)
 
     def everybody_leaves(self):
         while self.clients:
