@@ -120,9 +120,10 @@ def flood_with_reports(soak):  # 11
     frame = ETHERNET + ipv4(report("ipv4", record(IS_IN, "239.21.0.1", sources)), NEIGHBOUR["ipv4"], ALL_REPORTS["ipv4"])
     with open("/run/flood.cfg", "w") as flood:
         flood.write("{ " + ", ".join(f"0x{byte:02x}" for byte in frame) + " }\n")
-    flood = Process(soak.router.hosts["red"], "flood", "trafgen", "-i", "/run/flood.cfg", "-o", "eth0", "-P", "1", "-q")
-    time.sleep(soak.random.uniform(0.5, 2))
-    flood.kill()
+    # trafgen's worker outlives it unless both are killed, which timeout does.
+    seconds = str(soak.random.uniform(0.5, 2))
+    Process(soak.router.hosts["red"], "flood", "timeout", "-s", "KILL", seconds, "trafgen", "-i", "/run/flood.cfg",
+            "-o", "eth0", "-P", "1", "-q").process.wait(20)
 
 
 def leave_hundreds_of_groups(soak):  # 12
