@@ -206,13 +206,15 @@ uint32_t HostEnvironment::owner_of(uint16_t vrf_index, const MCAST_ADDR_S &sourc
 }
 
 // The best of the routes that leave by interfaces of the instance; of equal ones the one with the lowest
-// interface index.
+// interface index. The routes of a VRF device leave by its ports, never by itself.
 Environment::Route HostEnvironment::best_route_on(uint16_t vrf_index, const MCAST_ADDR_S &source) const
 {
     std::optional<HOST_ROUTE_S> best;
+    const uint32_t device = vrf_index == 0 ? 0 : device_of(vrf_index).if_index;
     for (const uint32_t if_index : multicast_interfaces(vrf_index)) {
         HOST_ROUTE_S route;
-        if (HOST_RouteLookupOn(lookup_, static_cast<uint8_t>(source.family), source.address, if_index,
+        if (if_index != device &&
+            HOST_RouteLookupOn(lookup_, static_cast<uint8_t>(source.family), source.address, if_index,
                                &route) == 0 &&
             (!best || route.prefix_length > best->prefix_length ||
              (route.prefix_length == best->prefix_length && route.metric < best->metric))) {

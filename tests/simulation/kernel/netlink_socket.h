@@ -34,6 +34,10 @@ public:
     {
         groups_.insert(group);
     }
+    bool listens() const
+    {
+        return !groups_.empty();
+    }
     void notify(unsigned group, const Bytes &message);
     // As if notifications had been lost: what waits is all there is of them.
     void overrun()

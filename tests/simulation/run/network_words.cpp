@@ -172,7 +172,7 @@ void Run::overrun(const Words &words)
 {
     disturb_all();
     for (const auto &each : world_.machine(words.at(0)).netlink_sockets) {
-        if (const auto socket = each.lock(); socket != nullptr && !socket->is_blocking()) {
+        if (const auto socket = each.lock(); socket != nullptr && socket->listens()) {
             socket->overrun();
         }
     }
