@@ -42,13 +42,30 @@ void Link::later(std::function<void()> act)
     }
 }
 
-// To everybody but the one that it is from.
+// Checksums cover one bit wherever it matters, so that a damaged packet is as good as lost.
+Packet Link::damaged(Packet packet)
+{
+    const uint64_t bit = kernel_.draw.below(Stream::Fault, number_, packet.bytes.size() * 9);
+    if (bit < packet.bytes.size() * 8) {
+        packet.bytes[bit / 8] ^= static_cast<uint8_t>(1u << bit % 8);
+    } else {
+        packet.bytes.resize(bit - packet.bytes.size() * 8);
+    }
+    return packet;
+}
+
+// To everybody but the one that it is from. Hosts and queriers check nothing and hear no damaged packet.
 void Link::deliver(const void *from, const Packet &packet)
 {
+    const bool is_damaged = kernel_.draw.chance(Stream::Fault, number_, damage);
     for (const Attachment &each : attached_) {
         if (each.machine != from) {
-            later([each, packet] { each.machine->arrive(each.if_index, packet); });
+            const Packet arrives = is_damaged ? damaged(packet) : packet;
+            later([each, arrives] { each.machine->arrive(each.if_index, arrives); });
         }
+    }
+    if (is_damaged) {
+        return;
     }
     for (Host *host : hosts) {
         if (host != from) {

@@ -1,6 +1,6 @@
 /*
- * A link: it carries packets between the routers and the hosts on it, late, twice or not at all as its settings
- * say, and routed packets to the hosts and to other routers, at once.
+ * A link: it carries packets between the routers and the hosts on it, late, twice, damaged or not at all as its
+ * settings say, and routed packets to the hosts and to other routers, at once.
  *
  *      r1 ──┬────┬────┬────┬── r2
  *           h1   h2   h3   q1
@@ -40,7 +40,8 @@ public:
     const std::string name;
     double loss = 0;
     double duplication = 0;
-    Ns delay = 0; // at most; each packet has its own
+    double damage = 0; // one bit of the packet, or its end
+    Ns delay = 0;      // at most; each packet has its own
     std::vector<Host *> hosts;
     std::vector<Querier *> queriers; // besides the routers that run daemons
 
@@ -71,6 +72,7 @@ public:
 private:
     void deliver(const void *from, const Packet &packet);
     void later(std::function<void()> act);
+    Packet damaged(Packet packet);
 
     Kernel &kernel_;
     uint64_t number_;

@@ -78,7 +78,7 @@ bool Disturbances::has_standby(const DaemonPlan &plan) const
 bool Disturbances::is_calm() const
 {
     for (const auto &[name, link] : world_->links()) {
-        if (link->loss > 0 || link->duplication > 0 || link->delay > 0) {
+        if (link->loss > 0 || link->damage > 0 || link->duplication > 0 || link->delay > 0) {
             return false;
         }
     }

@@ -91,6 +91,13 @@ void Run::duplicate(const Words &words)
     world_.link(words.at(0)).duplication = fraction_from(words.at(1));
 }
 
+// damage LINK FRACTION: a bit of the packet is another one, or its end is missing.
+void Run::damage(const Words &words)
+{
+    disturb_all();
+    world_.link(words.at(0)).damage = fraction_from(words.at(1));
+}
+
 // delay LINK SECONDS: at most; packets overtake each other.
 void Run::delay(const Words &words)
 {

@@ -140,7 +140,7 @@ void RandomWriter::refuse(Ns when)
 void RandomWriter::disturb_link(Ns when)
 {
     const std::string link = one_of(links_);
-    const uint64_t kind = below(3);
+    const uint64_t kind = below(4);
     const Ns over = when + (1 + below(20)) * SECOND;
     switch (kind) {
     case 0:
@@ -150,6 +150,10 @@ void RandomWriter::disturb_link(Ns when)
     case 1:
         add(when, {"duplicate", link, "0.3"});
         add(over, {"duplicate", link, "0"});
+        break;
+    case 2:
+        add(when, {"damage", link, "0.3"});
+        add(over, {"damage", link, "0"});
         break;
     default:
         add(when, {"delay", link, "2"});

@@ -93,8 +93,11 @@ void Run::disturb_all()
 void Run::rest(const Words &)
 {
     const Ns begin = world_.kernel.clock.now();
+    if (!oracle_.disturbances.is_calm()) {
+        disturb_all(); // what ends now was there until now
+    }
     for (const auto &[name, link] : world_.links()) {
-        link->loss = link->duplication = 0;
+        link->loss = link->duplication = link->damage = 0;
         link->delay = 0;
     }
     for (auto &[name, plan] : world_.daemons()) {
@@ -169,6 +172,7 @@ const std::map<std::string, Run::Verb> &Run::action_verbs()
         {"flow-off", &Run::flow_off},
         {"lose", &Run::lose},
         {"duplicate", &Run::duplicate},
+        {"damage", &Run::damage},
         {"delay", &Run::delay},
         {"link-down", &Run::link_down},
         {"link-up", &Run::link_up},

@@ -90,6 +90,7 @@ private:
     void flow_off(const Words &words);
     void lose(const Words &words);
     void duplicate(const Words &words);
+    void damage(const Words &words);
     void delay(const Words &words);
     void link_down(const Words &words);
     void link_up(const Words &words);
