@@ -93,6 +93,32 @@ TEST_F(OracleTest, EntryThatIsMissingOrTooMuchBreaksForwarding)
               Rule::Forwarding);
 }
 
+TEST_F(OracleTest, TwoQueriersOrNoneBreakRoles)
+{
+    EXPECT_EQ(with([](sim::Run &run) {
+                  const Querier &second = run.world().add_querier("q1", "lan2", 3, 200);
+                  run.world().link("lan2").send(
+                      second, general_query_packet(second.address(AF_INET), 3, 10 * SECOND));
+                  run.oracle().check_rest();
+              }).rule,
+              Rule::Roles);
+    EXPECT_EQ(with([](sim::Run &run) {
+                  stop_daemons(run);
+                  run.world().kernel.suspend(200 * SECOND);
+                  run.oracle().check_rest();
+              }).rule,
+              Rule::Roles);
+}
+
+TEST_F(OracleTest, PacketsThatComeAgainstTheConfigurationBreakUnwanted)
+{
+    EXPECT_EQ(with([](sim::Run &run) {
+                  run.world().config(run.world().machine("r1")).denied = {"239.0.0.0/8"};
+                  run.world().kernel.run_for(5 * SECOND);
+              }).rule,
+              Rule::Unwanted);
+}
+
 TEST_F(OracleTest, PacketsThatNobodyWantsAnyMoreBreakUnwanted)
 {
     EXPECT_EQ(with([](sim::Run &run) {

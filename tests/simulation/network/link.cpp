@@ -57,6 +57,10 @@ Packet Link::damaged(Packet packet)
 // To everybody but the one that it is from. Hosts and queriers check nothing and hear no damaged packet.
 void Link::deliver(const void *from, const Packet &packet)
 {
+    const auto query = read_query(packet.bytes);
+    if (query && query->group.family == AF_UNSPEC) {
+        asked_[query->from] = kernel_.clock.now();
+    }
     const bool is_damaged = kernel_.draw.chance(Stream::Fault, number_, damage);
     for (const Attachment &each : attached_) {
         if (each.machine != from) {

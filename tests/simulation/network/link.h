@@ -8,6 +8,7 @@
 #ifndef TESTS_SIMULATION_NETWORK_LINK_H
 #define TESTS_SIMULATION_NETWORK_LINK_H
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -61,6 +62,12 @@ public:
     // The machine's interface on this link; 0 when it has none.
     uint32_t if_index_of(const Machine &machine) const;
 
+    // Who sent a general query, and when last.
+    const std::map<Address, Ns> &asked() const
+    {
+        return asked_;
+    }
+
     // From a router.
     void carry(Machine &from, uint32_t if_index, const Packet &packet) override;
     void carry(Machine &from, uint32_t if_index, const Datum &datum) override;
@@ -78,6 +85,7 @@ private:
     uint64_t number_;
     DatumObserver &observer_;
     std::vector<Attachment> attached_;
+    std::map<Address, Ns> asked_;
 };
 
 } // namespace sim

@@ -50,8 +50,16 @@ void Disturbances::note(Ns recovery)
     excused_until_ = std::max(excused_until_, last_ + recovery);
 }
 
+void Disturbances::note_election()
+{
+    if (world_->machines().size() > 1) {
+        elected_at_ = world_->kernel.clock.now() + timing_.query_interval + UNREPEATED;
+    }
+}
+
 void Disturbances::note_takeover()
 {
+    note_election();
     takeover_ = world_->kernel.clock.now();
 }
 

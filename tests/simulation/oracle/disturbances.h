@@ -52,6 +52,13 @@ public:
 
     // Something happened; the router needs that long.
     void note(Ns recovery);
+    // A gmpd begins, and takes itself for the querier until it hears another one.
+    void note_election();
+    // Until when two routers of a link may both forward.
+    Ns elected_at() const
+    {
+        return elected_at_;
+    }
     // Another gmpd takes over, which asks the hosts; what was wanted goes on meanwhile.
     void note_takeover();
     // Whether the daemon is a gmpd that may be missing, because a standby of it runs and mribd keeps what it wanted.
@@ -90,6 +97,7 @@ private:
     Ns excused_until_ = 0;
     Ns stopped_ = 0;
     Ns takeover_ = 0;
+    Ns elected_at_ = 0;
 };
 
 } // namespace sim

@@ -3,6 +3,7 @@
  *
  *      every packet sent, every packet on a link ──► packet_rules.cpp     4, 5
  *      every rest                                ──► rest_rules.cpp       1, and 9 as far as it is about rest
+ *                                                ──► role_rules.cpp       3
  *      every end of a daemon                     ──► end_rules.cpp        9
  *      every call                                ──► the kernel itself    6
  *
@@ -64,6 +65,7 @@ private:
     void check_missed(uint64_t flow, const Packet &packet);
     void check_unwanted(const Machine &by, const Link &link, const Datum &datum);
     bool is_heard(const Machine &machine, const Link &link, const Datum &datum) const;
+    void check_queriers(const Link &link, int family);
     void check_flow(const Flow &flow);
     void check_entries(Machine &machine, const MulticastTable &table);
     void check_leftovers();

@@ -94,7 +94,7 @@ void Oracle::delivered(const Link &link, const Machine &by, const Datum &datum)
     }
     for (Packet &packet : packets_[datum.flow]) {
         if (packet.number == datum.number && !packet.seen.insert(link.name).second &&
-            disturbances.excused_until() <= packet.when) {
+            std::max(disturbances.excused_until(), disturbances.elected_at()) <= packet.when) {
             broken(Rule::Missed, flow.name + ": packet " + std::to_string(datum.number) + " came twice to " +
                                      link.name + ", now by " + by.name);
         }

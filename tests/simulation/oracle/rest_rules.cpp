@@ -208,6 +208,10 @@ void Oracle::check_rest()
         }
     }
     check_forwarding();
+    for (const auto &[name, link] : world_->links()) {
+        check_queriers(*link, AF_INET);
+        check_queriers(*link, AF_INET6);
+    }
     for (const auto &machine : world_->machines()) {
         for (const auto &[key, table] : machine->multicast_tables()) {
             check_entries(*machine, table);

@@ -28,6 +28,7 @@ Process &Run::process(const Words &words)
 // Somebody begins, and asks the hosts, of users when agents have announced them; one that stands by does not.
 void Run::note_start(const DaemonPlan &plan)
 {
+    oracle_.disturbances.note_election();
     const Ns users = plan.user_auth.empty() ? 0 : 4 * SECOND;
     if (!oracle_.disturbances.has_standby(plan)) {
         oracle_.disturbances.note(oracle_.disturbances.timing().response + 4 * SECOND + users);

@@ -11,7 +11,7 @@ namespace
 {
 
 /*
- *      lan1: sources ──┬── r1 ──┬── lan2, lan3, lan4: hosts            the public instance
+ *      lan1: sources ──┬── r1 ──┬── lan2, lan3, lan4: hosts            the public instance; perhaps r2 beside r1
  *                      │        ├── lan7: users
  *      lan5: sources ──┘        └── lan6: hosts                        lan5 and lan6: another one
  */
@@ -66,6 +66,10 @@ void RandomWriter::set_up()
     sources_ = {"lan1", "lan5"};
     links_ = {"lan2", "lan3", "lan4", "lan6", LINK_OF_USERS};
     script_.setup.push_back(router);
+    has_second_ = below(2) == 0;
+    if (has_second_) {
+        script_.setup.push_back({"router", "r2", "lan1", "lan2", "lan3"});
+    }
     has_device_ = below(2) == 0;
     if (has_device_) {
         script_.setup.push_back({"vrf", "r1", "red", "100"});
@@ -103,6 +107,12 @@ void RandomWriter::set_up_daemons()
                 script_.setup.back().push_back("--standby");
             }
         }
+    }
+    if (has_second_) {
+        script_.setup.push_back({"daemon", "r2.mribd", "mribd"});
+        script_.setup.push_back({"daemon", "r2.gmpd4", "gmpd", "-4"});
+        script_.setup.push_back({"daemon", "r2.gmpd6", "gmpd", "-6"});
+        daemons_.insert(daemons_.end(), {"r2.mribd", "r2.gmpd4", "r2.gmpd6"});
     }
     for (const std::string &daemon : daemons_) {
         add(below(3) * SECOND, {"start", daemon});

@@ -77,6 +77,7 @@ private:
     std::vector<Member> hosts_;
     bool has_device_ = false;   // the instance is a VRF device
     bool has_standbys_ = false; // each gmpd has one
+    bool has_second_ = false;   // another router beside the first one
     bool has_users_ = false;    // one link requires authentication
     uint64_t flows_ = 0;
     std::map<std::pair<uint64_t, std::string>, std::set<std::string>> joined_; // sources; an empty one is all
