@@ -18,12 +18,15 @@ SANITIZED_IS_SLOWER = 10
 
 
 def programs_of(path):
-    """The test programs of the module that a source belongs to, the quickest first."""
+    """The test programs of the module that a source belongs to, the quickest first. What all daemons share has tests
+    of its own, and is under the tests of each daemon."""
     parts = Path(path).parts
     if parts[0] == "src":
         return [f"unit_{parts[1]}", "property"]
     if parts[0] == "host":
         return ["host_parts", "host_tests"]
+    if parts[1] == "common":
+        return [f"daemons_{name}" for name in ("common", "mcastctl", "uagent", "msdpd", "mribd", "gmpd")]
     return [f"daemons_{parts[1]}"]
 
 
