@@ -13,13 +13,19 @@
 #include <cstring>
 #include <sys/epoll.h>
 #include <sys/timerfd.h>
+#include <utility>
+#include <vector>
 
 #include "daemons/common/log.h"
 #include "daemons/common/timer.h"
+#include "mcast/heap.h"
 #include "mcasthost/loop.h"
 
 namespace mcastd
 {
+
+// The manager puts what would be due later to this second; the one after it is 0.
+constexpr uint32_t LAST_SECOND = UINT32_MAX;
 
 int64_t moment_of(uint32_t boot_s, int64_t now_s)
 {
@@ -39,6 +45,7 @@ bool TimerLoop::open()
     const uint64_t parameters[4] = {reinterpret_cast<uint64_t>(this), 0, 0, 0};
     manager_ =
         MCAST_TMR_Create(HOST_LoopTimerService(reactor_.descriptor()), platform_timer_fired, parameters);
+    last_s_ = boot_time_s();
     wake_up_ = Descriptor(timerfd_create(CLOCK_BOOTTIME, TFD_NONBLOCK | TFD_CLOEXEC));
     if (manager_ == nullptr || !wake_up_.valid() ||
         !reactor_.add(wake_up_.get(), EPOLLIN, [this](uint32_t) { woken(); })) {
@@ -58,9 +65,27 @@ void TimerLoop::set_wake_up()
         return;
     }
     clock_gettime(CLOCK_BOOTTIME, &now);
-    when.it_value.tv_sec = due_s != 0 ? moment_of(due_s, now.tv_sec) : 0;
+    when.it_value.tv_sec = due_s != 0 ? moment_of(due_s, now.tv_sec) + (due_s == LAST_SECOND ? 1 : 0) : 0;
     if (timerfd_settime(wake_up_.get(), TFD_TIMER_ABSTIME, &when, nullptr) == 0) {
         wake_up_s_ = due_s;
+    }
+}
+
+// The seconds have begun again at 0: what was to be due before then, or then at the latest, is due.
+void TimerLoop::begin_anew()
+{
+    std::vector<MCAST_TMR_NODE_S *> old;
+    MCAST_HeapWalk(
+        manager_->heap,
+        [](void *node, void *all) {
+            auto *timer = static_cast<MCAST_TMR_NODE_S *>(node);
+            if (timer->expiry > INT32_MAX) {
+                static_cast<std::vector<MCAST_TMR_NODE_S *> *>(all)->push_back(timer);
+            }
+        },
+        &old);
+    for (MCAST_TMR_NODE_S *timer : old) {
+        MCAST_TMR_RefreshNode(manager_, timer, 0);
     }
 }
 
@@ -70,9 +95,12 @@ void TimerLoop::run_due()
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(TIMER_TURN_MS);
     wake_up_s_ = 0; // what is left is due already, and must wake the loop again
     do {
+        const uint32_t now_s = boot_time_s();
+        if (now_s < std::exchange(last_s_, now_s)) {
+            begin_anew();
+        }
         auto *node = static_cast<MCAST_TMR_NODE_S *>(MCAST_MinHeapTop(manager_->heap));
-
-        if (node == nullptr || node->expiry > boot_time_s()) {
+        if (node == nullptr || node->expiry > now_s || node->expiry == LAST_SECOND) {
             return;
         }
         const MCAST_TMR_NODE_S due = *node;

@@ -45,11 +45,13 @@ public:
 private:
     static void platform_timer_fired(uint64_t parameters[4]);
     void run_due();
+    void begin_anew();
     void woken();
 
     Reactor &reactor_;
     MCAST_TMR_S *manager_ = nullptr;
     Descriptor wake_up_;
+    uint32_t last_s_ = 0;    // the second in which timers ran last
     uint32_t wake_up_s_ = 0; // what wake_up_ is set to, seconds since boot; 0 when it is not
 };
 
