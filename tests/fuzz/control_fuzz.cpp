@@ -21,13 +21,15 @@ void require(bool condition)
     }
 }
 
-// A table of some rows under two-part keys, with a setting.
+// A table of a thousand rows and more under two-part keys, with a setting.
 void offer(ControlRegistry &registry)
 {
     registry.add_table(SOURCE_TABLE, [](ControlRows &rows) {
-        for (uint8_t i = 0; i < 4; ++i) {
-            const MCAST_ADDR_S group = {MCAST_FAMILY_IPV4, 0, {239, 1, 1, i}};
-            const MCAST_ADDR_S source = {MCAST_FAMILY_IPV6, 0, {0xfd, i}};
+        for (unsigned i = 0; i < 1024; ++i) {
+            const auto high = static_cast<uint8_t>(i / 256);
+            const auto low = static_cast<uint8_t>(i);
+            const MCAST_ADDR_S group = {MCAST_FAMILY_IPV4, 0, {239, 1, high, low}};
+            const MCAST_ADDR_S source = {MCAST_FAMILY_IPV6, 0, {0xfd, low}};
             if (!rows.add({ControlField::interface(i / 2u),
                            ControlField::address(group),
                            ControlField::address(source),

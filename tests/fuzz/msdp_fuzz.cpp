@@ -5,6 +5,7 @@
  *      bytes of the stream of a peer, as they are
  *      the value of a message, around which the header is put right
  *      time that passes, in seconds
+ *      a thousand sources that the peer announces
  *
  * Four peers, two of them in a mesh group, one with a small limit; one that lost its connection gets a new
  * one. After each step the cache must hold together, and the MRIB process believe what is in it.
@@ -13,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <set>
+#include <utility>
 
 #include "tests/daemons/msdpd_lab.h"
 
@@ -24,6 +26,10 @@ namespace
 constexpr unsigned PEERS = 4;
 constexpr unsigned STREAM = 0;
 constexpr unsigned PAUSE = 1;
+
+// A step of this byte, with the length 0.
+constexpr uint8_t CROWD = 0xff;
+constexpr unsigned CROWD_GROUPS = 1000;
 
 void require(bool condition, const char *what)
 {
@@ -83,6 +89,17 @@ void configure(msdpd::Config &config)
     config.peers.at(peer_address(4)).default_peer = true;
 }
 
+void announce_crowd(Lab &lab, unsigned number)
+{
+    std::vector<Pair> pairs;
+    for (unsigned group = 1; group <= CROWD_GROUPS; ++group) {
+        pairs.push_back(pair(1 + group % 7, group));
+        if (pairs.size() == 100) {
+            lab.announce(number, std::exchange(pairs, {}));
+        }
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -104,7 +121,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         if (!lab.peer(number).established()) {
             lab.establish(number);
         }
-        if (how == PAUSE) {
+        if (data[0] == CROWD && data[1] == 0) {
+            announce_crowd(lab, number);
+        } else if (how == PAUSE) {
             lab.pass(data[1]);
         } else {
             bytes.shrink_to_fit();

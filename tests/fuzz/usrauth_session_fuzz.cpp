@@ -35,6 +35,7 @@ constexpr int kListener = 1001;
 constexpr int kAgents = 1002; /* and the one after it */
 constexpr size_t kAgentCount = 2;
 constexpr uint32_t kDetailLimit = 4;
+constexpr size_t kManyGroups = 1000;
 
 using Handler = uint64_t (*)(uint32_t events, int32_t fd);
 
@@ -286,6 +287,31 @@ void GatherList(uint16_t type, Input *input)
     GatherMessage(type, value, 20 + PutPairs(value + 20, pairs >> 4, count), 0);
 }
 
+/* A user who may join a thousand groups; each list that is left open adds to the one before. */
+void DeliverManyGroups()
+{
+    constexpr size_t kPairs = 40;
+    static const uint8_t kWho[] = {0x10, 0, 0};
+    Input who = {kWho, sizeof(kWho)};
+    GatherUser(0, &who);
+    Deliver(0);
+    for (size_t first = 0; first < kManyGroups; first += kPairs) {
+        uint8_t value[20 + kPairs * 32] = {};
+        value[11] = 1;
+        value[15] = kPairs;
+        value[17] = 20;
+        value[19] = 32;
+        PutPairs(value + 20, 0, kPairs);
+        for (size_t i = 0; i < kPairs; ++i) {
+            value[20 + i * 32 + 18] = static_cast<uint8_t>(1 + (first + i) / 256);
+            value[20 + i * 32 + 19] = static_cast<uint8_t>(first + i);
+        }
+        GatherMessage(3, value, sizeof(value), 0);
+        Deliver(0);
+    }
+    Require(g_session.behaviour != 0 || fault::LiveBlocks() >= static_cast<long>(kManyGroups / kPairs));
+}
+
 void GatherRefresh(uint16_t type, Input *input)
 {
     const uint8_t who = input->Byte();
@@ -412,7 +438,7 @@ void Perform(uint8_t operation, Input *input)
         HangUp(agent);
         break;
     case 10:
-        Connect();
+        operation >> 4 == 4 && g_session.handlers[0] != nullptr ? DeliverManyGroups() : Connect();
         break;
     case 11:
         MCAST_USRAUTH_Degrade();
