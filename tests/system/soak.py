@@ -57,6 +57,9 @@ class Soak:
                        for host in ("blue", "users") for family, group in STEADY.items()}
         for receiver in self.steady.values():
             receiver.grows(RECOVERY_S)
+        # mribd holds for a while what a gmpd told that is gone; from now on its successor knows it.
+        for family, group in STEADY.items():
+            wait_for(lambda f=family, g=group: self.router.has_group(f, g, ("blue", "users")), f"{group} known", RECOVERY_S)
 
     def check(self):
         for name, daemon in self.router.daemons.items():

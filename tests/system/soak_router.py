@@ -191,6 +191,12 @@ class SoakRouter:
     def descriptors(self, name):
         return len(os.listdir(f"/proc/{self.daemons[name].process.pid}/fd"))
 
+    def has_group(self, family, group, links):
+        """Whether the gmpd knows members of the group on the links."""
+        interfaces = {one["interface"]: one for one in json.loads(self.daemons[family].status())["interfaces"]}
+        return all(link in interfaces and any(one["group"] == group for one in interfaces[link]["groups"])
+                   for link in links)
+
     def entries(self, name):
         """What a daemon holds for others, as numbers."""
         text = self.daemons[name].status()
