@@ -1,6 +1,5 @@
 #include "daemons/common/control.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -16,6 +15,7 @@
 #include "daemons/common/local_listener.h"
 #include "daemons/common/log.h"
 #include "daemons/common/log_output.h"
+#include "daemons/common/memory.h"
 #include "daemons/common/port_watch.h"
 #include "mcast/format.h"
 #include "mcasthost/local_socket.h"
@@ -69,7 +69,7 @@ void ControlServer::accept_clients()
     for (unsigned count = 0; count < ACCEPTS_PER_WAKE; ++count) {
         const int fd = accept_next(listener_);
         if (fd >= 0) {
-            adopt(fd);
+            take(fd);
         } else if (is_shortage(errno)) {
             if (!accept_from_reserve()) {
                 postpone_accept(reactor_, listener_, "a control request");
@@ -94,12 +94,20 @@ bool ControlServer::accept_from_reserve()
     }
     const int fd = accept_next(listener_);
     if (fd >= 0) {
-        adopt(fd);
+        take(fd);
         return true;
     }
     const bool shortage = is_shortage(errno);
     fill_descriptor_reserve();
     return !shortage;
+}
+
+// As adopt; a client for which there is no memory is turned away.
+void ControlServer::take(int fd)
+{
+    if (!memory_unit("a control request", [this, fd] { adopt(fd); })) {
+        drop(fd);
+    }
 }
 
 void ControlServer::adopt(int fd)
@@ -109,7 +117,12 @@ void ControlServer::adopt(int fd)
     if (!serve(fd)) {
         return; // its request was there already
     }
-    if (!reactor_.add(fd, EPOLLIN, [this, fd](uint32_t) { serve(fd); })) {
+    const auto request = [this, fd](uint32_t) {
+        if (!memory_unit("a control request", [this, fd] { serve(fd); })) {
+            drop(fd);
+        }
+    };
+    if (!reactor_.add(fd, EPOLLIN, request)) {
         drop(fd);
         return;
     }
@@ -140,7 +153,7 @@ bool ControlServer::serve(int fd)
 
 void ControlServer::drop(int fd)
 {
-    connections_.erase(std::find(connections_.begin(), connections_.end(), fd));
+    std::erase(connections_, fd);
     reactor_.remove(fd);
     ::close(fd);
 }
@@ -160,6 +173,8 @@ void ControlServer::visit_counters(const std::function<void(const char *name, ui
         {"local_peers_refused", HOST_LocalSocketRefusedPeers()},
         {"local_peers_over_limit", HOST_LocalSocketOverLimit()},
         {"local_ports_rebound", local_ports_rebound()},
+        {"memory_refusals", memory_refusals()},
+        {"memory_reserve_lent", memory_lent()},
     };
     for (size_t i = 0; i < static_cast<size_t>(ControlStatus::Count); ++i) {
         const auto status = static_cast<ControlStatus>(i);

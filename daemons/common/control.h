@@ -58,6 +58,7 @@ public:
 private:
     void accept_clients();
     bool accept_from_reserve();
+    void take(int fd);
     bool serve(int fd);
     void drop(int fd);
 

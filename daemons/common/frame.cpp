@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <new>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -25,11 +24,16 @@ Frame::~Frame()
         reactor_.remove(fd);
         close(fd);
     }
+    memory_lend(); // to whatever runs in this process after it
     log_close();
 }
 
 bool Frame::open()
 {
+    if (!memory_open()) {
+        log_error("there is too little memory to start");
+        return false;
+    }
     if (!reactor_.valid()) {
         log_error("cannot create an event loop: %s", std::strerror(errno));
         return false;
@@ -48,14 +52,14 @@ bool Frame::open()
     return timers_.open();
 }
 
-// The one place where it is decided what a lack of memory does that nobody refused before.
 int Frame::run(Daemon &daemon)
 {
     daemon_ = &daemon;
     try {
         return serve(daemon) ? exit_code_ : EXIT_FAILURE;
-    } catch (const std::bad_alloc &) {
-        out_of_memory();
+    } catch (const std::bad_alloc &) { // before the first round; later it ends what is done alone (memory.h)
+        log_error("the memory was not enough to start");
+        return EXIT_FAILURE;
     }
 }
 
@@ -85,7 +89,8 @@ bool Frame::serve(Daemon &daemon)
     if (!good) {
         log_error("the event loop failed: %s", std::strerror(errno));
     }
-    daemon.close();
+    memory_lend(); // nothing else needs it any more
+    memory_unit("taking leave", [&daemon] { daemon.close(); });
     control_.close();
     return good;
 }

@@ -32,10 +32,12 @@
 #define DAEMONS_COMMON_FRAME_H
 
 #include <cstdlib>
+#include <new>
 #include <vector>
 
 #include "daemons/common/control.h"
 #include "daemons/common/daemon.h"
+#include "daemons/common/log.h"
 #include "daemons/common/options.h"
 #include "daemons/common/port_watch.h"
 #include "daemons/common/reactor.h"
@@ -108,12 +110,17 @@ private:
 template <typename Program, typename... Settings>
 int run_in_frame(const Options &options, const Settings &...settings)
 {
-    Frame frame(options);
-    if (!frame.open()) {
+    try {
+        Frame frame(options);
+        if (!frame.open()) {
+            return EXIT_FAILURE;
+        }
+        Program program(frame, settings...);
+        return frame.run(program);
+    } catch (const std::bad_alloc &) {
+        log_error("the memory was not enough to start");
         return EXIT_FAILURE;
     }
-    Program program(frame, settings...);
-    return frame.run(program);
 }
 
 } // namespace mcastd

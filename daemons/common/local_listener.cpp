@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "platform/local_socket.h"
 
 namespace mcastd
@@ -77,7 +78,9 @@ void accept_waiting(Reactor &reactor, int listener, unsigned most, const char *w
     for (unsigned count = 0; count < most; ++count) {
         const int fd = accept_next(listener);
         if (fd >= 0) {
-            take(fd);
+            if (!memory_unit(what, [&] { take(fd); })) {
+                close(fd);
+            }
         } else if (is_shortage(errno)) {
             postpone_accept(reactor, listener, what);
             return;

@@ -19,8 +19,8 @@ namespace mcastd
 int listen_local(uint16_t port);
 
 // Takes the connections that wait at a listener that does not block and that the reactor watches for EPOLLIN,
-// at most `most` of them. take gets each descriptor, which does not block and becomes its own; it must not
-// close the listener. what names those who connect, for the log: "a standby".
+// at most `most` of them. take gets each descriptor, which does not block and becomes its own unless it throws
+// std::bad_alloc; it must not close the listener. what names those who connect, for the log: "a standby".
 void accept_waiting(Reactor &reactor, int listener, unsigned most, const char *what,
                     const std::function<void(int fd)> &take);
 

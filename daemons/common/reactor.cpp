@@ -7,6 +7,7 @@
 
 #include "daemons/common/descriptor_reserve.h"
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "mcast/event.h"
 #include "mcasthost/loop.h"
 
@@ -28,6 +29,12 @@ static uint64_t now_ms()
     return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
 }
 
+// Of two times to wait the shorter one; -1 is for ever.
+static int sooner(int first_ms, int second_ms)
+{
+    return first_ms < 0 || second_ms < 0 ? std::max(first_ms, second_ms) : std::min(first_ms, second_ms);
+}
+
 Reactor::Reactor() : loop_(HOST_LoopCreate())
 {
 }
@@ -41,11 +48,16 @@ Reactor::~Reactor()
 
 bool Reactor::add(int fd, uint32_t events, Handler handler)
 {
+    auto kept = std::make_shared<Handler>(std::move(handler));
+    Watch &watch = handlers_[fd]; // what needs memory before the kernel knows of it
     if (MCAST_AddEpoll(static_cast<uint32_t>(loop_), static_cast<uint32_t>(fd), events, context()) !=
         MCAST_OK) {
+        if (watch.handler == nullptr) {
+            handlers_.erase(fd);
+        }
         return false;
     }
-    attach(fd, std::move(handler));
+    watch = {std::move(kept), false};
     return true;
 }
 
@@ -118,25 +130,25 @@ void Reactor::set_each_second(std::function<void()> work)
 // What is done beside events. How long the round may wait.
 int Reactor::tend()
 {
-    const int log_ms = log_tend();
+    const int log_ms = sooner(log_tend(), memory_tend());
     if (!each_second_) {
         return log_ms;
     }
     const uint64_t now = now_ms();
     if (now >= next_second_ms_) {
         next_second_ms_ = now + SECOND_MS;
-        each_second_();
+        memory_unit("what is done each second", each_second_);
     }
     const int left = static_cast<int>(next_second_ms_ - now);
-    return log_ms < 0 ? left : std::min(left, log_ms);
+    return sooner(log_ms, left);
 }
 
 uint64_t Reactor::dispatch(uint32_t events, int32_t fd)
 {
     const auto found = g_running->handlers_.find(fd);
-    if (found != g_running->handlers_.end()) {
+    if (found != g_running->handlers_.end() && found->second.handler != nullptr) {
         const std::shared_ptr<Handler> handler = found->second.handler; // survives its own removal
-        (*handler)(events);
+        memory_unit("an event", [&] { (*handler)(events); });
     }
     return 0;
 }
@@ -158,7 +170,10 @@ bool Reactor::run_once(int timeout_ms)
     Reactor *const outer = std::exchange(g_running, this);
     const int32_t result = HOST_LoopRunOnce(loop_, wait_ms);
     g_running = outer;
-    more_work_ = background_ && background_();
+    more_work_ = false;
+    if (background_) {
+        memory_unit("the work of a round", [this] { more_work_ = background_(); });
+    }
     return result >= 0;
 }
 

@@ -31,7 +31,9 @@ uint32_t whole_seconds(uint32_t timeout_ms, uint32_t round_up_ns = NS_PER_S - 1)
 void expired(uint64_t data[4])
 {
     reinterpret_cast<Timer *>(data[WORD_TIMER])->node = nullptr;
-    reinterpret_cast<TimerHandler>(data[WORD_HANDLER])(reinterpret_cast<void *>(data[WORD_OWNER]));
+    memory_unit("a timer", [data] {
+        reinterpret_cast<TimerHandler>(data[WORD_HANDLER])(reinterpret_cast<void *>(data[WORD_OWNER]));
+    });
 }
 
 // False when there is no memory for the timer.
@@ -50,8 +52,9 @@ bool try_start_for(MCAST_TMR_S *manager, Timer &timer, uint32_t seconds, TimerHa
 
 void start_for(MCAST_TMR_S *manager, Timer &timer, uint32_t seconds, TimerHandler handler, void *owner)
 {
-    if (!try_start_for(manager, timer, seconds, handler, owner)) {
-        out_of_memory();
+    if (!try_start_for(manager, timer, seconds, handler, owner) &&
+        !(memory_lend() && try_start_for(manager, timer, seconds, handler, owner))) {
+        throw std::bad_alloc();
     }
 }
 

@@ -33,7 +33,8 @@ struct Timer {
 // Seconds since boot, the time in which the timers count.
 uint32_t boot_time_s();
 
-// Starts the timer or, when it runs, starts it over. handler and owner of a running timer stay as they are.
+// Starts the timer or, when it runs, starts it over. handler and owner of a running timer stay as they are. Throws
+// std::bad_alloc, as all that start a stopped timer, when not even the reserve (memory.h) has room for it.
 void timer_start(MCAST_TMR_S *manager, Timer &timer, uint32_t timeout_ms, TimerHandler handler, void *owner);
 
 // The same where the caller can do without the timer: false, with the timer stopped, when there is no memory

@@ -69,18 +69,20 @@ void BackupServer::accept_standbys()
 
 void BackupServer::adopt(int fd)
 {
-    if (standbys_.size() >= MOST_STANDBYS ||
+    Peer peer; // what needs memory comes first
+    for (const auto &[user, index] : indexes_.assigned()) {
+        peer.untold.insert(peer.untold.end(), user);
+    }
+    const auto place =
+        standbys_.size() < MOST_STANDBYS ? standbys_.emplace(fd, std::move(peer)).first : standbys_.end();
+    if (place == standbys_.end() ||
         !reactor_.add(fd, EPOLLIN, [this, fd](uint32_t events) { serve(fd, events); })) {
         mcastd::log_warning("a standby is turned away: %zu are connected already", standbys_.size());
+        standbys_.erase(fd);
         ::close(fd);
         return;
     }
     mcastd::log_info("a standby is connected");
-    Peer &peer = standbys_[fd];
-
-    for (const auto &[user, index] : indexes_.assigned()) {
-        peer.untold.insert(peer.untold.end(), user);
-    }
 }
 
 // A standby sends nothing: whatever can be read is its end.

@@ -64,6 +64,7 @@ namespace gmpd
     ROW(HostLimit, "refused_host_limit")                                                                     \
     ROW(InterfaceLimit, "refused_interface_limit")                                                           \
     ROW(TotalLimit, "refused_total_limit")                                                                   \
+    ROW(NoMemory, "refused_no_memory")                                                                       \
     ROW(SentGeneral, "sent_general_queries")                                                                 \
     ROW(SentGroup, "sent_group_queries")                                                                     \
     ROW(SentSources, "sent_source_queries")                                                                  \

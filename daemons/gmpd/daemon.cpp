@@ -29,6 +29,7 @@
 
 #include "daemons/common/frame.h"
 #include "daemons/common/log.h"
+#include "daemons/common/memory_return.h"
 #include "daemons/common/service_start.h"
 #include "daemons/common/services.h"
 #include "daemons/common/timer.h"
@@ -113,6 +114,7 @@ public:
 
     bool round() override
     {
+        links_.settle();
         if (users_) {
             users_->settle();
         }
@@ -123,7 +125,7 @@ public:
         }
         backup_.flush();
         mrib_.flush();
-        give_back_memory(process_);
+        memory_.round(process_.use.entries);
         return false;
     }
 
@@ -288,6 +290,7 @@ private:
     Standby standby_;
     mcastd::Timer release_; // of the indexes that nobody took after a switch-over
     bool active_ = false;
+    mcastd::MemoryReturn memory_;
     bool hand_over_ = false; // asked for, and done when the round ends
 };
 

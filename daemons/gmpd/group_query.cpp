@@ -77,7 +77,7 @@ void wait_for_turn(GroupState &group)
 
         group.waits = true;
         group.waits_since_s = mcastd::boot_time_s();
-        group.turn = waiting.insert(waiting.end(), &group);
+        waiting.splice(waiting.end(), group.no_turn);
     }
 }
 
@@ -142,10 +142,14 @@ void ask_about(GroupState &group, Round &round)
     round.more = round.more || group.queries_left > 0;
 }
 
-// The group's turn: what is in doubt is asked about for the first time, what was asked about once more.
+// The group's turn: what is in doubt is asked about for the first time, what was asked about once more. Without
+// memory it throws before anything is asked, and the group still waits.
 void take_turn(GroupState &group)
 {
     Round round;
+    round.doubtful.reserve(MRT_CountTable(group.entry->sources));
+    round.confirmed.reserve(MRT_CountTable(group.entry->sources));
+    leave_queue(group);
     for_each_source(group, [&](SourceState &source) { ask_about(source, round); });
     ask_about(group, round);
     group.repeats = false;
@@ -256,7 +260,6 @@ void ask_waiting(Interface &link)
             forget_questions(group);
         } else if (has_room(pace, link.process->config.group_queries_per_s, group)) {
             link.counters[Count::DelayedQueries] += group.waits_since_s != mcastd::boot_time_s() ? 1 : 0;
-            leave_queue(group);
             take_turn(group);
         } else {
             timer_start(link.process->timers, pace.next, 1, next_second, &link);
@@ -268,7 +271,7 @@ void ask_waiting(Interface &link)
 void leave_queue(GroupState &group)
 {
     if (group.waits) {
-        group.memberships->link.pace.waiting.erase(group.turn);
+        group.no_turn.splice(group.no_turn.end(), group.memberships->link.pace.waiting, group.turn);
         group.waits = false;
     }
 }

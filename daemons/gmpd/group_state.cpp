@@ -22,8 +22,10 @@
 #include "daemons/gmpd/group_state.h"
 
 #include <memory>
+#include <new>
 
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "daemons/gmpd/group_query.h"
 #include "daemons/gmpd/process.h"
 #include "daemons/gmpd/trace.h"
@@ -137,20 +139,27 @@ void group_expired(void *owner)
 
 void sources_due(void *owner);
 
-// Sees to it that the source's end is noticed.
-void watch_end(const SourceState &source)
+// Sees to it that the source's end is noticed. Throws std::bad_alloc, with the source no longer wanted, when memory
+// is short.
+void watch_end(SourceState &source)
 {
     GroupState &group = *source.group;
     const uint32_t end_s = source.timer.end_s();
-    if (!group.sources_timer.running() || end_s < group.sources_timer.node->expiry) {
+    if (group.sources_timer.running() && end_s >= group.sources_timer.node->expiry) {
+        return;
+    }
+    try {
         timer_start_at(timers_of(group), group.sources_timer, end_s, sources_due, &group);
+    } catch (const std::bad_alloc &) {
+        source.timer.stop();
+        throw;
     }
 }
 
 void sources_due(void *owner)
 {
     GroupState &group = *static_cast<GroupState *>(owner);
-    const SourceState *next = nullptr;
+    SourceState *next = nullptr;
     for_each_source(group, [&](SourceState &source) {
         if (source.timer.is_due() && asking(group) && source.queries_left > 0) {
             source.timer.start(PUT_OFF_MS);
@@ -221,11 +230,17 @@ GroupState *ensure_group(Memberships &memberships, const Address &group)
     }
     auto state = std::make_unique<GroupState>();
 
+    state->turn = state->no_turn.insert(state->no_turn.end(), state.get());
     state->memberships = &memberships;
-    state->entry =
-        mcastd::must_have(MRT_CreateGroupMask(memberships.groups, &group, address_bits(group.family)));
+    state->entry = mcastd::must_have(
+        [&] { return MRT_CreateGroupMask(memberships.groups, &group, address_bits(group.family)); });
+    try {
+        count_group(*state);
+    } catch (const std::bad_alloc &) {
+        MRT_DeleteGroup(state->entry);
+        throw;
+    }
     state->entry->user_data = state.get();
-    count_group(*state);
     warn_group_limit(memberships);
     trace(TraceCategory::Group, memberships.link, "%N on %P begins", &group, memberships.shown_index());
     return state.release();
@@ -250,10 +265,16 @@ SourceState *ensure_source(GroupState &group, const Address &source)
     auto state = std::make_unique<SourceState>();
 
     state->group = &group;
-    state->entry = mcastd::must_have(MRT_CreateSourceMask(group.entry, &source, address_bits(source.family)));
+    state->entry = mcastd::must_have(
+        [&] { return MRT_CreateSourceMask(group.entry, &source, address_bits(source.family)); });
+    try {
+        count_source(*state);
+    } catch (const std::bad_alloc &) {
+        MRT_DeleteSource(state->entry);
+        throw;
+    }
     state->entry->user_data = state.get();
     group.dirty = true;
-    count_source(*state);
     warn_source_limit(group);
     return state.release();
 }

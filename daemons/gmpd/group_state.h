@@ -11,7 +11,6 @@
 #include <memory>
 
 #include "daemons/common/limit_watch.h"
-#include "daemons/common/memory.h"
 #include "daemons/gmpd/deadline.h"
 #include "daemons/gmpd/interface.h"
 
@@ -36,7 +35,8 @@ struct GroupState {
     mcastd::Timer timer;         // runs while exclude
     mcastd::Timer sources_timer; // runs while some source's does, and ends no later than the first of them
     mcastd::Timer retransmit;    // the next group-specific or source-specific queries
-    std::list<GroupState *>::iterator turn; // while it waits
+    std::list<GroupState *> no_turn;        // this group, but while it waits: so that waiting needs no memory
+    std::list<GroupState *>::iterator turn; // its element, in no_turn or QueryPace::waiting
     mcastd::Timer v1_host;                  // runs while hosts of version 1 are taken to be present
     mcastd::Timer v2_host;
 };
@@ -115,7 +115,7 @@ void forget_groups(Memberships &memberships);
 // Tells a MRIB that knows nothing of the interface all of its memberships.
 void tell_everything(Interface &interface);
 
-// A walk over a table that is not empty; entries may go while it is open.
+// A walk over a table; entries may go while it is open. NULL for an empty table and without memory.
 struct WalkEnd {
     void operator()(MRT_WALK_S *walk) const
     {
@@ -124,35 +124,37 @@ struct WalkEnd {
 };
 using Walk = std::unique_ptr<MRT_WALK_S, WalkEnd>;
 
-inline Walk open_walk(MRT_TABLE_S *table)
+// Calls visit(Entry *) for every entry of the table in address order; visit may remove the entry. Works without
+// memory, from address to address then, which takes longer.
+template <typename Entry, typename Visit> void for_each_entry(MRT_TABLE_S *table, Visit visit)
 {
-    return Walk(mcastd::must_have(MRT_CreateWalk(table)));
+    if (MRT_CountTable(table) == 0) {
+        return;
+    }
+    if (const Walk walk{MRT_CreateWalk(table)}) {
+        while (auto *entry = static_cast<Entry *>(MRT_WalkNext(walk.get()))) {
+            visit(entry);
+        }
+        return;
+    }
+    auto *entry = static_cast<Entry *>(MRT_GetNext(table, nullptr, 0));
+    while (entry != nullptr) {
+        const Address address = *entry->address;
+        visit(entry);
+        entry = static_cast<Entry *>(MRT_GetNext(table, &address, 0));
+    }
 }
 
 // Calls visit(SourceState &) for every source of the group in address order; visit may remove the source.
 template <typename Visit> void for_each_source(const GroupState &group, Visit visit)
 {
-    if (MRT_CountTable(group.entry->sources) == 0) {
-        return;
-    }
-    const Walk walk = open_walk(group.entry->sources);
-
-    while (auto *entry = static_cast<MRT_SOURCE_S *>(MRT_WalkNext(walk.get()))) {
-        visit(*state_of(entry));
-    }
+    for_each_entry<MRT_SOURCE_S>(group.entry->sources, [&](MRT_SOURCE_S *entry) { visit(*state_of(entry)); });
 }
 
 // Calls visit(GroupState &) for every group in address order; visit may remove the group.
 template <typename Visit> void for_each_group(const Memberships &memberships, Visit visit)
 {
-    if (MRT_CountTable(memberships.groups) == 0) {
-        return;
-    }
-    const Walk walk = open_walk(memberships.groups);
-
-    while (auto *entry = static_cast<MRT_GROUP_S *>(MRT_WalkNext(walk.get()))) {
-        visit(*state_of(entry));
-    }
+    for_each_entry<MRT_GROUP_S>(memberships.groups, [&](MRT_GROUP_S *entry) { visit(*state_of(entry)); });
 }
 
 } // namespace gmpd

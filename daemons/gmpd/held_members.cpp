@@ -1,5 +1,7 @@
 #include "daemons/gmpd/held_members.h"
 
+#include "daemons/common/memory.h"
+
 namespace gmpd
 {
 
@@ -24,8 +26,12 @@ bool HeldMembers::hold(const MemberChange &change)
     if (order_.size() >= LIMIT) {
         return false;
     }
-    order_.push_back(change);
-    places_.emplace(change, std::prev(order_.end()));
+    if (!mcastd::memory_permits(sizeof(change) * 3)) {
+        return false;
+    }
+    Order fresh(1, change);
+    places_.emplace(change, fresh.begin());
+    order_.splice(order_.end(), fresh); // its elements stay where they are
     return true;
 }
 

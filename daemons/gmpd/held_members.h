@@ -34,7 +34,7 @@ public:
     static constexpr size_t LIMIT = 65536;
 
     // Keeps the change in place of an earlier one of the same wish. False, and nothing is kept, when there is
-    // no room for another wish.
+    // no room for another wish, or no memory.
     bool hold(const MemberChange &change);
 
     // Forgets the changes of an interface, or all of them.

@@ -9,14 +9,15 @@
  * free, which is the total less, for each interface, the greater of its use and g. Half of the total is guaranteed,
  * in equal parts. One host has a limit of its own, so that the link's others find room beside it.
  *
- * Bytes are counted from what an entry takes, measured with the route tables and the allocator's overhead.
+ * A group takes 662 bytes and a source 232, with tables, timer and the allocator's overhead. They are counted with what
+ * comes with them: the hosts that made them, older hosts' timers, and in the union of a link's users once more.
  */
 #include "daemons/gmpd/limits.h"
 
 #include <algorithm>
-#include <malloc.h>
 
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "daemons/gmpd/group_state.h"
 #include "daemons/gmpd/process.h"
 
@@ -27,9 +28,6 @@ namespace
 
 constexpr uint64_t GROUP_BYTES = 1024;
 constexpr uint64_t SOURCE_BYTES = 512;
-
-// Memory is given back when the entries fall below a quarter of at least so many.
-constexpr uint32_t WORTH_GIVING_BACK = 16384;
 
 uint64_t committed_for(const ProcessUse &use, uint32_t entries)
 {
@@ -92,7 +90,7 @@ Count entry_refused(const Memberships &memberships, uint64_t bytes)
         process.use.bytes + bytes > uint64_t{config.max_memory_mib} << 20) {
         return Count::TotalLimit;
     }
-    return NO_DROP;
+    return mcastd::memory_permits(bytes) ? NO_DROP : Count::NoMemory;
 }
 
 HostUse *count_entry(Memberships &memberships, uint64_t bytes)
@@ -100,9 +98,6 @@ HostUse *count_entry(Memberships &memberships, uint64_t bytes)
     Process &process = *memberships.link.process;
     LinkUse &link = memberships.link.use;
     HostUse *host = nullptr;
-    change_entries(process, link, link.entries + 1);
-    process.use.bytes += bytes;
-    process.use.peak = std::max(process.use.peak, ++process.use.entries);
     if (memberships.of_user()) {
         host = &memberships.user_use;
     } else if (memberships.reporter != nullptr) {
@@ -112,6 +107,9 @@ HostUse *count_entry(Memberships &memberships, uint64_t bytes)
     if (host != nullptr) {
         ++host->entries;
     }
+    change_entries(process, link, link.entries + 1);
+    process.use.bytes += bytes;
+    ++process.use.entries;
     return host;
 }
 
@@ -175,7 +173,7 @@ void warn_group_limit(Memberships &memberships)
     const uint32_t used = MRT_CountTable(memberships.groups);
     const uint32_t limit = memberships.link.process->config.max_groups;
     if (memberships.group_limit_watch.take(used, limit)) {
-        mcastd::log_warning("%s: %u groups, the limit is %u: raise it with --max-groups",
+        mcastd::log_warning("%s: %u groups, the limit is %u (--max-groups); is that what the hosts want?",
                             memberships.name().c_str(), used, limit);
     }
 }
@@ -185,18 +183,10 @@ void warn_source_limit(GroupState &group)
     const uint32_t used = MRT_CountTable(group.entry->sources);
     const uint32_t limit = group.memberships->link.process->config.max_sources;
     if (group.source_limit_watch.take(used, limit)) {
-        mcastd::log_warning("%s: group %s has %u sources, the limit is %u: raise it with --max-sources",
+        mcastd::log_warning("%s: group %s has %u sources, the limit is %u (--max-sources); is that what the "
+                            "hosts want?",
                             group.memberships->name().c_str(), to_text(*group.entry->address).c_str(), used,
                             limit);
-    }
-}
-
-void give_back_memory(Process &process)
-{
-    ProcessUse &use = process.use;
-    if (use.peak >= WORTH_GIVING_BACK && use.entries < use.peak / 4) {
-        use.peak = use.entries;
-        malloc_trim(0);
     }
 }
 

@@ -42,17 +42,17 @@ struct LinkUse {
 struct ProcessUse {
     uint32_t entries = 0;
     uint64_t bytes = 0;
-    uint32_t peak = 0;      // most entries since memory was last given back
     uint32_t guarantee = 0; // what every interface can have whatever the others hold
     uint64_t committed = 0; // for each interface the greater of its entries and the guarantee, all together
     bool stale = true;      // an interface came or went: guarantee and committed are to be computed
 };
 
-// The limit that a group more, or a source more of the group, would break, or NO_DROP.
+// What speaks against a group more, or a source more of the group: a limit, the lack of memory, or NO_DROP.
 Count group_refused(const Memberships &memberships, const Address &group);
 Count source_refused(const GroupState &group);
 
-// The group or source was made, or is about to go.
+// The group or source was made, or is about to go. Counting what was made throws std::bad_alloc, with nothing counted,
+// when memory is short.
 void count_group(GroupState &group);
 void count_source(SourceState &source);
 void uncount_group(GroupState &group);
@@ -61,9 +61,6 @@ void uncount_source(SourceState &source);
 // Warns when the memberships, or the group, come near their limit, once until they are well below it again.
 void warn_group_limit(Memberships &memberships);
 void warn_source_limit(GroupState &group);
-
-// Gives memory back to the system after most entries have gone; to be called every round.
-void give_back_memory(Process &process);
 
 } // namespace gmpd
 

@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "daemons/gmpd/querier.h"
 #include "mcast/service.h"
 
@@ -110,12 +111,13 @@ void Links::update(HOST_LINK_TABLE table, const HOST_LINK_S &link)
         remove(link.if_index);
         return;
     }
-    std::unique_ptr<Interface> &interface = process_.interfaces[link.if_index];
-
-    if (interface == nullptr) {
-        interface = std::make_unique<Interface>(process_, link.if_index, link.name);
-        receiver_.join(link.if_index);
+    auto found = process_.interfaces.find(link.if_index);
+    if (found == process_.interfaces.end()) {
+        auto fresh = std::make_unique<Interface>(process_, link.if_index, link.name);
+        found = process_.interfaces.emplace(link.if_index, std::move(fresh)).first;
     }
+    const std::unique_ptr<Interface> &interface = found->second;
+    receiver_.join(link.if_index); // which does nothing where it listens
     interface->name = link.name;
     interface_move(*interface, vrf_index);
     interface_authenticate(*interface, requires_user(process_.config, link.name));
@@ -146,30 +148,43 @@ void Links::remove(uint32_t if_index)
 void Links::on_event(HOST_LINK_TABLE table, const HOST_LINK_EVENT_S *event, void *context)
 {
     Links &links = *static_cast<Links *>(context);
-    const HOST_LINK_S &link = *event->link;
     if (links.table_ == nullptr) {
         return; // still opening: all are looked at once they are known, without asking the kernel about each
     }
+    links.missed_ |=
+        !mcastd::memory_unit("a change of an interface", [&] { links.take_event(table, *event); });
+}
 
-    switch (event->kind) {
+void Links::settle()
+{
+    if (missed_ && table_ != nullptr && !mcastd::memory_is_short()) {
+        update_all(table_);
+        missed_ = false;
+    }
+}
+
+void Links::take_event(HOST_LINK_TABLE table, const HOST_LINK_EVENT_S &event)
+{
+    const HOST_LINK_S &link = *event.link;
+    switch (event.kind) {
     case HOST_LINK_EVENT_REMOVED:
-        links.remove(link.if_index);
+        remove(link.if_index);
         return;
     case HOST_LINK_EVENT_RENAMED:
-        mcastd::log_info("%s: is now %s", event->old_link->name, link.name);
+        mcastd::log_info("%s: is now %s", event.old_link->name, link.name);
         break;
     default:
         break;
     }
     if (is_vrf(link)) {
-        links.update_all(table); // its ports may be in another instance now
+        update_all(table); // its ports may be in another instance now
     }
-    links.update(table, link);
-    if (event->kind == HOST_LINK_EVENT_CHANGED && (event->old_link->flags & HOST_LINK_RUNNING) == 0 &&
+    update(table, link);
+    if (event.kind == HOST_LINK_EVENT_CHANGED && (event.old_link->flags & HOST_LINK_RUNNING) == 0 &&
         (link.flags & HOST_LINK_RUNNING) != 0) {
-        const auto found = links.process_.interfaces.find(link.if_index);
+        const auto found = process_.interfaces.find(link.if_index);
 
-        if (found != links.process_.interfaces.end()) {
+        if (found != process_.interfaces.end()) {
             querier_ask_again(*found->second);
         }
     }

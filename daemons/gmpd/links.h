@@ -34,6 +34,9 @@ public:
         }
     }
 
+    // To be called every round: takes up what there was no memory for.
+    void settle();
+
     // Ends following and the protocol on every interface.
     void close();
 
@@ -41,6 +44,7 @@ private:
     static void on_event(HOST_LINK_TABLE table, const HOST_LINK_EVENT_S *event, void *context);
 
     bool is_wanted(HOST_LINK_TABLE table, const HOST_LINK_S &link) const;
+    void take_event(HOST_LINK_TABLE table, const HOST_LINK_EVENT_S &event);
     void update(HOST_LINK_TABLE table, const HOST_LINK_S &link);
     void update_all(HOST_LINK_TABLE table);
     void remove(uint32_t if_index);
@@ -49,6 +53,7 @@ private:
     Process &process_;
     Receiver &receiver_;
     HOST_LINK_TABLE table_ = nullptr;
+    bool missed_ = false; // a change was not taken
 };
 
 } // namespace gmpd

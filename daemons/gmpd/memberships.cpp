@@ -12,9 +12,10 @@ Memberships::Memberships(Interface &of_link) : Memberships(of_link, 0, "")
 }
 
 Memberships::Memberships(Interface &of_link, uint32_t of_user, const std::string &name)
-    : link(of_link), user_index(of_user), user_name(name),
-      groups(mcastd::must_have(MRT_CreateTable(of_link.process->config.family, of_link.name.c_str(),
-                                               release_group, release_source)))
+    : link(of_link), user_index(of_user), user_name(name), groups(mcastd::must_have([&of_link] {
+          return MRT_CreateTable(of_link.process->config.family, of_link.name.c_str(), release_group,
+                                 release_source);
+      }))
 {
 }
 

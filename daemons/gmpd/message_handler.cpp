@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "daemons/common/memory.h"
 #include "daemons/gmpd/group_state.h"
 #include "daemons/gmpd/process.h"
 #include "daemons/gmpd/querier.h"
@@ -94,6 +95,10 @@ void handle_old_report(Memberships &memberships, const Message &report)
     if (group != nullptr && report.version < memberships.link.process->config.version) {
         mcastd::Timer &host = report.version == 1 ? group->v1_host : group->v2_host;
 
+        if (!host.running() && !mcastd::memory_permits(sizeof(MCAST_TMR_NODE_S))) {
+            ++memberships.counters()[Count::NoMemory];
+            return;
+        }
         timer_start(
             memberships.link.process->timers, host, older_host_interval_ms(memberships.link), [](void *) {},
             nullptr);
@@ -226,8 +231,10 @@ void handle_message(Interface &interface, const Message &message)
     case MessageKind::Report:
         if (Memberships *memberships = reporter_of(interface, message.sender)) {
             memberships->reporter = &message.sender;
-            handle_from_host(*memberships, message);
+            const bool had_memory =
+                mcastd::memory_unit("a report", [&] { handle_from_host(*memberships, message); });
             memberships->reporter = nullptr;
+            interface.counters[Count::NoMemory] += had_memory ? 0 : 1;
         }
         break;
     }

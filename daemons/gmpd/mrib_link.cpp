@@ -48,7 +48,10 @@ void send_member(const MemberChange &change)
 } // namespace
 
 MribLink::MribLink(Process &process, mcastd::Reactor &reactor)
-    : process_(process), policy_(process), channel_(reactor, [this] { tell_all(); })
+    : process_(process), policy_(process), channel_(reactor, [this] {
+          policy_.connected();
+          tell_all();
+      })
 {
 }
 
@@ -85,6 +88,9 @@ void MribLink::flush()
 {
     serve_instances();
     policy_.apply_changes();
+    if (policy_.take_demand() && can_tell()) {
+        tell_all();
+    }
     if (held_.size() != 0 && MRIB_GMP_IsConnectionBusy() == 0) {
         held_.release(send_member);
     }

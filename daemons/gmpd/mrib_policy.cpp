@@ -16,6 +16,7 @@
 
 #include <utility>
 
+#include "daemons/common/memory.h"
 #include "daemons/common/services.h"
 #include "daemons/gmpd/process.h"
 #include "daemons/gmpd/querier.h"
@@ -129,12 +130,26 @@ void MribPolicy::start_over()
     all_changed();
 }
 
+// Does the work, or sees to it that everything is looked at when there is memory.
+template <typename Work> void MribPolicy::note(const char *what, const Work &work)
+{
+    missed_ |= !mcastd::memory_unit(what, work);
+}
+
 void MribPolicy::on_smooth_finished()
 {
     mcastd::trace(TraceCategory::Channel, {the_policy->process_.config.family, PUBLIC_INSTANCE},
                   "heard: everything has been said");
     the_policy->replayed_ = true;
-    the_policy->all_changed();
+    the_policy->to_tell_ = the_policy->heard_; // it asks for everything again, this router's side too
+    the_policy->heard_ = true;
+    the_policy->note("the end of a replay", [] { the_policy->all_changed(); });
+}
+
+void MribPolicy::connected()
+{
+    heard_ = false;
+    to_tell_ = false;
 }
 
 // The MRIB process ignores what is said of an instance that it does not serve, so that it is said again of
@@ -143,29 +158,33 @@ void MribPolicy::on_instance(const MRIB_GMP_VRF_KEY_S *key)
 {
     const bool enabled = MRIB_GMP_IsL3McEnabled(key) == 1;
     mcastd::trace(TraceCategory::Channel, *key, "heard: multicast is %s", enabled ? "enabled" : "disabled");
-    if (!enabled) {
-        the_policy->disabled_.insert(key->vrf_index);
-    } else {
-        the_policy->disabled_.erase(key->vrf_index);
-        if (key->vrf_index != PUBLIC_INSTANCE) {
-            the_policy->changed_in(*key, the_policy->to_introduce_);
+    the_policy->note("news of an instance", [key, enabled] {
+        if (!enabled) {
+            the_policy->disabled_.insert(key->vrf_index);
+        } else {
+            the_policy->disabled_.erase(key->vrf_index);
+            if (key->vrf_index != PUBLIC_INSTANCE) {
+                the_policy->changed_in(*key, the_policy->to_introduce_);
+            }
         }
-    }
-    the_policy->changed_in(*key, the_policy->changed_);
+        the_policy->changed_in(*key, the_policy->changed_);
+    });
 }
 
 void MribPolicy::on_designated_router(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, uint32_t state)
 {
     mcastd::trace(TraceCategory::Channel, *key, "heard: %s is designated on %P",
                   state == 1 ? "this router" : "another router", if_index);
-    if (state == 1) {
-        the_policy->others_.erase({key->vrf_index, if_index});
-    } else if (!the_policy->replayed_) {
-        the_policy->others_.insert({key->vrf_index, if_index});
-    }
-    if (the_policy->find(key, if_index) != nullptr) {
-        the_policy->changed_.insert(if_index);
-    }
+    the_policy->note("news of a designated router", [=] {
+        if (state == 1) {
+            the_policy->others_.erase({key->vrf_index, if_index});
+        } else if (!the_policy->replayed_ && the_policy->others_.size() < MOST_OTHERS) {
+            the_policy->others_.insert({key->vrf_index, if_index});
+        }
+        if (the_policy->find(key, if_index) != nullptr) {
+            the_policy->changed_.insert(if_index);
+        }
+    });
 }
 
 void MribPolicy::on_boundary(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, uint32_t operation)
@@ -175,26 +194,39 @@ void MribPolicy::on_boundary(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index, u
     if (the_policy->find(key, if_index) == nullptr) {
         return;
     }
-    the_policy->changed_.insert(if_index);
-    if (operation != OPERATION_ADD) {
-        the_policy->to_ask_.insert(if_index);
-    }
+    the_policy->note("news of a boundary", [=] {
+        the_policy->changed_.insert(if_index);
+        if (operation != OPERATION_ADD) {
+            the_policy->to_ask_.insert(if_index);
+        }
+    });
 }
 
 void MribPolicy::on_ssm_policy(const MRIB_GMP_VRF_KEY_S *key, uint32_t acl_number)
 {
-    uint32_t &known = the_policy->ssm_acls_.try_emplace(key->vrf_index, MCAST_NONE).first->second;
-    // Every connection begins with the policy, changed or not.
-    if (acl_number != known) {
-        mcastd::trace(TraceCategory::Channel, *key, "heard: list %d is the source-specific range",
-                      static_cast<int32_t>(acl_number));
-        known = acl_number;
-        the_policy->changed_in(*key, the_policy->changed_);
-        the_policy->changed_in(*key, the_policy->to_ask_);
-    }
+    the_policy->note("news of a source-specific range", [=] {
+        uint32_t &known = the_policy->ssm_acls_.try_emplace(key->vrf_index, MCAST_NONE).first->second;
+        // Every connection begins with the policy, changed or not.
+        if (acl_number != known) {
+            mcastd::trace(TraceCategory::Channel, *key, "heard: list %d is the source-specific range",
+                          static_cast<int32_t>(acl_number));
+            known = acl_number;
+            the_policy->changed_in(*key, the_policy->changed_);
+            the_policy->changed_in(*key, the_policy->to_ask_);
+        }
+    });
 }
 
 void MribPolicy::apply_changes()
+{
+    if (missed_ && !mcastd::memory_is_short()) {
+        lists_changed();
+        missed_ = false;
+    }
+    note("a changed policy", [this] { apply_noted(); });
+}
+
+void MribPolicy::apply_noted()
 {
     const std::set<uint32_t> changed = std::exchange(changed_, {});
     const std::set<uint32_t> to_ask = std::exchange(to_ask_, {});

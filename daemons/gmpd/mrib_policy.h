@@ -39,6 +39,15 @@ public:
     // The view is to be emptied; what was heard is forgotten.
     void start_over();
 
+    // A new connection begins: its first replay is the one that this side asked for.
+    void connected();
+
+    // Whether the MRIB process asked for everything again, memberships included; false from then on.
+    bool take_demand()
+    {
+        return std::exchange(to_tell_, false);
+    }
+
     // Applies what was heard since the last call, each interface once, and asks the hosts of those where more
     // is allowed than before.
     void apply_changes();
@@ -62,9 +71,17 @@ private:
     bool in_ssm_range(const MRIB_GMP_VRF_KEY_S &key, const Address &group) const;
     void changed_in(const MRIB_GMP_VRF_KEY_S &key, std::set<uint32_t> &changed) const;
     void all_changed();
+    void apply_noted();
+    template <typename Work> void note(const char *what, const Work &work);
+
+    // Of how many interfaces it is kept that another router is designated: more than any router has.
+    static constexpr size_t MOST_OTHERS = 16384;
 
     Process &process_;
     bool replayed_ = false;
+    bool heard_ = false;                    // a replay has ended since the connection was made
+    bool to_tell_ = false;                  // and another one, which the MRIB process asked for
+    bool missed_ = false;                   // there was no memory to note a change
     std::map<uint16_t, uint32_t> ssm_acls_; // by instance; none: MCAST_NONE
     // Before the first replay: instances that were said to be disabled, and where another router was said to
     // be designated.

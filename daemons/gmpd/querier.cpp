@@ -107,7 +107,6 @@ void send_general(Interface &interface)
 
     query.group = any_address(interface.process->config.family);
     query.max_response_ms = querier.response_ms;
-    querier_send(interface, query);
     uint32_t interval_ms = querier.query_interval_s * 1000;
 
     if (querier.startup_left > 0) {
@@ -116,7 +115,9 @@ void send_general(Interface &interface)
     if (querier.startup_left > 0) {
         interval_ms = std::max(interval_ms / STARTUP_DIVISOR, 1000u);
     }
+    // First of all: without memory for this query there is a next one.
     timer_start_near(interface.process->timers, querier.general, interval_ms, general_due, &interface);
+    querier_send(interface, query);
     trace(TraceCategory::Querier, interface, "next general query on %P in %u s", interface.index,
           interval_ms / 1000);
 }
@@ -191,8 +192,8 @@ void warn_of_older_router(Interface &interface, const Message &query)
         return;
     }
     mcastd::log_warning(
-        "%s: %s asks with version %u, this router with version %u: start every router of the "
-        "link with --protocol-version %u",
+        "%s: %s asks with version %u, this router with version %u: if it is one of the "
+        "link's routers, start all of them with --protocol-version %u",
         interface.name.c_str(), to_text(query.sender).c_str(), version_shown(interface, query.version),
         version_shown(interface, interface.process->config.version), version_shown(interface, query.version));
     timer_start(

@@ -20,7 +20,9 @@
 #include "daemons/gmpd/state_table.h"
 
 #include <algorithm>
+#include <new>
 
+#include "daemons/common/memory.h"
 #include "daemons/gmpd/group_query.h"
 #include "daemons/gmpd/group_state.h"
 #include "daemons/gmpd/process.h"
@@ -30,6 +32,9 @@ namespace gmpd
 {
 namespace
 {
+
+// What a timer takes, roughly.
+constexpr size_t TIMER_BYTES = 96;
 
 bool contains(const std::vector<Address> &sources, const Address &source)
 {
@@ -225,6 +230,23 @@ std::vector<Address> permitted_sources(Memberships &user, const Address &group,
     return permitted;
 }
 
+// Tells what the row changed. A group that was made for sources which were then refused goes.
+void settle_after(GroupState &group)
+{
+    group.dirty = group.dirty || (!group.exclude && MRT_CountTable(group.entry->sources) == 0);
+    settle_group(group);
+}
+
+// Applies the row as far as there is memory; what it did counts.
+void take_row(GroupState &group, RecordType type, const std::vector<Address> &sources)
+{
+    try {
+        apply_row(group, type, sources);
+    } catch (const std::bad_alloc &) {
+        ++group.memberships->counters()[Count::NoMemory];
+    }
+}
+
 void apply_permitted(Memberships &memberships, RecordType type, const Address &address,
                      const std::vector<Address> &sources)
 {
@@ -248,10 +270,13 @@ void apply_permitted(Memberships &memberships, RecordType type, const Address &a
               memberships.shown_index());
         return;
     }
-    apply_row(*group, type, list_counts ? sources : std::vector<Address>());
-    // A group that was made for sources which the limit then refused.
-    group->dirty = group->dirty || (!group->exclude && MRT_CountTable(group->entry->sources) == 0);
-    settle_group(*group);
+    // The step to EXCLUDE takes a timer, which a host could have for each of its groups.
+    if (joins_any_source(type) && !group->timer.running() && !mcastd::memory_permits(TIMER_BYTES)) {
+        ++memberships.counters()[Count::NoMemory];
+    } else {
+        take_row(*group, type, list_counts ? sources : std::vector<Address>());
+    }
+    settle_after(*group);
     ask_waiting(memberships.link);
 }
 

@@ -70,8 +70,8 @@ void UserIndexes::give_back(const UserKey &user)
 
 void UserIndexes::keep(const UserIndexMap &indexes)
 {
-    if (MCAST_IF_Degrade() != MCAST_OK) {
-        mcastd::out_of_memory();
+    if (MCAST_IF_Degrade() != MCAST_OK && !(mcastd::memory_lend() && MCAST_IF_Degrade() == MCAST_OK)) {
+        throw std::bad_alloc();
     }
     UserIndexMap kept;
 

@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "daemons/common/services.h"
 #include "daemons/gmpd/process.h"
 #include "mcast/usrauth_wire.h"
@@ -31,6 +32,9 @@ namespace
 
 using mcastd::PUBLIC_INSTANCE;
 constexpr uint32_t FILTER_PASS = 0;
+
+// What a user takes, roughly.
+constexpr size_t USER_BYTES = 1024;
 
 UserService *the_service;
 
@@ -149,11 +153,14 @@ uint32_t UserService::online(const MCAST_USRAUTH_USER_S &record)
         ++counters_.other_instance;
         return 0;
     }
+    if (!mcastd::memory_permits(USER_BYTES)) {
+        ++counters_.over_limit;
+        return 0;
+    }
     if (table_.count() >= process_.config.max_users && table_.find(&record) == nullptr) {
         ++counters_.over_limit;
-        mcastd::log_warning(
-            "user %u of node %u is refused: %u users are the limit, raise it with --max-users",
-            record.user_id, MCAST_USRAUTH_GetNode(&record), process_.config.max_users);
+        mcastd::log_warning("user %u of node %u is refused: %u users are the limit (--max-users)",
+                            record.user_id, MCAST_USRAUTH_GetNode(&record), process_.config.max_users);
         return 0;
     }
     User user;
@@ -176,25 +183,31 @@ uint32_t UserService::online(const MCAST_USRAUTH_USER_S &record)
 
 void UserService::on_online(MCAST_USRAUTH_USER_S *record, uint32_t *if_index)
 {
-    *if_index = the_service->online(*record);
+    *if_index = 0;
+    mcastd::memory_unit("a user", [=] { *if_index = the_service->online(*record); });
 }
 
 void UserService::on_offline(MCAST_USRAUTH_USER_S *record)
 {
-    const User *user = the_service->table_.find(record);
+    mcastd::memory_unit("the end of a user", [record] { the_service->offline(*record); });
+}
+
+void UserService::offline(const MCAST_USRAUTH_USER_S &record)
+{
+    const User *user = table_.find(&record);
 
     if (user == nullptr) {
         return;
     }
     const bool has_index = !user->owns_link;
-    const UserKey key{user->node, record->user_id};
+    const UserKey key{user->node, record.user_id};
 
-    the_service->table_.remove(record);
+    table_.remove(&record);
     if (has_index) {
-        the_service->indexes_.give_back(key);
+        indexes_.give_back(key);
     }
-    ++the_service->counters_.offline;
-    mcastd::log_debug("user %u is offline", record->user_id);
+    ++counters_.offline;
+    mcastd::log_debug("user %u is offline", record.user_id);
 }
 
 void UserService::on_changed(MCAST_USRAUTH_USER_S *record, uint32_t change_mask)
@@ -202,7 +215,7 @@ void UserService::on_changed(MCAST_USRAUTH_USER_S *record, uint32_t change_mask)
     User *user = the_service->table_.find(record);
     ++the_service->counters_.changed;
     if (user != nullptr && (change_mask & MCAST_USRAUTH_CHANGED_LIST) != 0) {
-        the_service->table_.apply_rights(*user);
+        mcastd::memory_unit("a user's rights", [user] { the_service->table_.apply_rights(*user); });
     }
 }
 
@@ -223,7 +236,7 @@ uint32_t UserService::on_message(int32_t, const void *value, uint16_t length)
     // Announcements, updates and group lists all begin with the user's ID.
     if (length >= sizeof(user_id_be)) {
         memcpy(&user_id_be, value, sizeof(user_id_be));
-        the_service->touched_.push_back(ntohl(user_id_be));
+        mcastd::memory_unit("news of a user", [=] { the_service->touched_.push_back(ntohl(user_id_be)); });
     }
     return FILTER_PASS;
 }

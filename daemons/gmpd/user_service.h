@@ -74,6 +74,7 @@ private:
     static void on_node_kind(uint16_t node, uint32_t kind, uint32_t up);
     static uint32_t on_message(int32_t descriptor, const void *value, uint16_t length);
 
+    void offline(const MCAST_USRAUTH_USER_S &record);
     uint32_t online(const MCAST_USRAUTH_USER_S &record);
 
     Process &process_;

@@ -61,8 +61,10 @@ MRT_GROUP_S *ensure_entry(MRT_TABLE_S *groups, const Address &group)
 {
     MRT_GROUP_S *entry = find_entry(groups, group);
     if (entry == nullptr) {
-        entry = mcastd::must_have(MRT_CreateGroupMask(groups, &group, address_bits(group.family)));
-        entry->user_data = new GroupShare;
+        auto share = std::make_unique<GroupShare>();
+        entry = mcastd::must_have(
+            [&] { return MRT_CreateGroupMask(groups, &group, address_bits(group.family)); });
+        entry->user_data = share.release();
     }
     return entry;
 }
@@ -71,22 +73,12 @@ MRT_SOURCE_S *ensure_entry(MRT_GROUP_S *group, const Address &source)
 {
     auto *entry = static_cast<MRT_SOURCE_S *>(MRT_Locate(group->sources, &source));
     if (entry == nullptr) {
-        entry = mcastd::must_have(MRT_CreateSourceMask(group, &source, address_bits(source.family)));
-        entry->user_data = new SourceShare;
+        auto share = std::make_unique<SourceShare>();
+        entry = mcastd::must_have(
+            [&] { return MRT_CreateSourceMask(group, &source, address_bits(source.family)); });
+        entry->user_data = share.release();
     }
     return entry;
-}
-
-template <typename Entry, typename Visit> void for_each_entry(MRT_TABLE_S *table, Visit visit)
-{
-    if (MRT_CountTable(table) == 0) {
-        return;
-    }
-    const Walk walk = open_walk(table);
-
-    while (auto *entry = static_cast<Entry *>(MRT_WalkNext(walk.get()))) {
-        visit(entry);
-    }
 }
 
 bool wants_block(const GroupShare &group, const SourceShare &source)
@@ -136,8 +128,10 @@ void remove_unused(MRT_GROUP_S *group)
 } // namespace
 
 UsersUnion::UsersUnion(Interface &link)
-    : link_(link), groups_(mcastd::must_have(MRT_CreateTable(link.process->config.family, link.name.c_str(),
-                                                             release<GroupShare>, release<SourceShare>)))
+    : link_(link), groups_(mcastd::must_have([&link] {
+          return MRT_CreateTable(link.process->config.family, link.name.c_str(), release<GroupShare>,
+                                 release<SourceShare>);
+      }))
 {
 }
 

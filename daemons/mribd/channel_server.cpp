@@ -1,5 +1,6 @@
 #include "daemons/mribd/channel_server.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -76,17 +77,25 @@ void ChannelServer::accept_clients()
 
 void ChannelServer::adopt(int fd)
 {
-    Client client;
-    client.session = std::make_unique<Session>(next_id_++, backend_, counters_);
-    if (!reactor_.add(fd, EPOLLIN, [this, fd](uint32_t events) { serve(fd, events); })) {
+    auto session = std::make_unique<Session>(next_id_++, backend_, counters_);
+    const ClientId id = session->id();
+    const auto place = clients_.try_emplace(fd).first; // what needs memory before the reactor has it
+    place->second.session = std::move(session);
+    bool watched = false;
+    try {
+        watched = reactor_.add(fd, EPOLLIN, [this, fd](uint32_t events) { serve(fd, events); });
+    } catch (const std::bad_alloc &) {
+        clients_.erase(place);
+        throw;
+    }
+    if (!watched) {
         mcastd::log_error("%s: cannot watch a client: %s", family_name(routers_.family()),
                           std::strerror(errno));
+        clients_.erase(place);
         close(fd);
         return;
     }
-    mcastd::trace(mcastd::TraceCategory::Channel, instance_key(routers_.family()), "client %u connected",
-                  client.session->id());
-    clients_[fd] = std::move(client);
+    mcastd::trace(mcastd::TraceCategory::Channel, instance_key(routers_.family()), "client %u connected", id);
 }
 
 void ChannelServer::serve(int fd, uint32_t events)
@@ -117,17 +126,7 @@ void ChannelServer::receive(int fd)
             return;
         }
         const bool truncated = static_cast<size_t>(size) > buffer.size();
-        bool good;
-        try {
-            good = session.take_message(buffer.data(), truncated ? buffer.size() : static_cast<size_t>(size),
-                                        truncated);
-        } catch (const std::bad_alloc &) {
-            good = false;
-        }
-        if (!good) {
-            drop(fd, "is disconnected for lack of memory, to report again");
-            return;
-        }
+        session.take_message(buffer.data(), truncated ? buffer.size() : static_cast<size_t>(size), truncated);
     }
 }
 
@@ -170,6 +169,19 @@ void ChannelServer::resynchronise()
         if (client.session->is_registered() && !client.session->queue().has_overflowed()) {
             client.session->start_afresh();
         }
+    }
+}
+
+bool ChannelServer::has_refused() const
+{
+    return std::any_of(clients_.begin(), clients_.end(),
+                       [](const auto &client) { return client.second.session->has_refused(); });
+}
+
+void ChannelServer::ask_refused_again()
+{
+    for (auto &[fd, client] : clients_) {
+        client.session->ask_refused_again();
     }
 }
 

@@ -32,6 +32,11 @@ public:
     // Has every client ask for everything again.
     void resynchronise();
 
+    // Whether a membership of some client was refused since it was asked for all of them, and has each of these
+    // clients say them again for which there is room now.
+    bool has_refused() const;
+    void ask_refused_again();
+
     // Tells the clients what changed of the view, and sends what the last round left in the queues.
     void flush();
 

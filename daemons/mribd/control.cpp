@@ -208,6 +208,7 @@ void list_counters(const mcastd::ControlServer &control, const Families &familie
         for (const auto &[vrf_index, router] : server->backend().routers.all()) {
             count_forwarding(&counters, *router);
         }
+        counters["members"] = server->backend().budget.taken();
         counters["members_refused"] = server->backend().budget.refused();
         if (server == families.front()) {
             control.visit_counters([&](const char *name, uint64_t value) { counters[name] = value; });

@@ -79,6 +79,7 @@ public:
     bool round() override
     {
         bool more = false;
+        environment_.settle();
         for (const auto &plane : planes_) {
             more |= plane->settle();
         }

@@ -10,12 +10,16 @@
  * is refused otherwise.
  */
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "daemons/mribd/forwarding.h"
 
 namespace mribd
 {
 namespace
 {
+
+// What an entry takes, roughly.
+constexpr size_t ENTRY_BYTES = 768;
 
 // Entries looked at for one newcomer.
 constexpr unsigned LOOKS = 8;
@@ -28,7 +32,7 @@ constexpr uint32_t LOOK_AGAIN_S = 2;
 // Makes an entry that is not there yet; NULL, counted, when memory is short.
 Entry *Forwarding::create(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
 {
-    Entry *entry = entries_.create(group, source);
+    Entry *entry = mcastd::memory_permits(ENTRY_BYTES) ? entries_.create(group, source) : nullptr;
     if (entry == nullptr) {
         ++counters_.refused_by_memory;
         return nullptr;

@@ -1,47 +1,49 @@
 #include "daemons/mribd/gmp_state.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace mribd
 {
 
-GmpState::Report &GmpState::report(ClientId client, uint32_t if_index)
+// What change does with the client's report; one that says nothing is not kept, so that interfaces which are gone
+// leave nothing behind.
+template <typename Change>
+bool GmpState::change(ClientId client, uint32_t if_index, bool adds, const Change &change)
 {
-    return interfaces_[if_index][client];
-}
-
-// Removes a report that says nothing, so that interfaces which are gone leave nothing behind.
-void GmpState::tidy(ClientId client, uint32_t if_index)
-{
-    const auto interface = interfaces_.find(if_index);
-    const auto found = interface->second.find(client);
-    if (!found->second.enabled && !found->second.other_querier) {
-        interface->second.erase(found);
+    auto interface = interfaces_.find(if_index);
+    if (!adds && (interface == interfaces_.end() || !interface->second.contains(client))) {
+        return false;
+    }
+    if (interface == interfaces_.end()) {
+        Reports reports;
+        reports.try_emplace(client);
+        interface = interfaces_.try_emplace(if_index, std::move(reports)).first;
+    }
+    const auto own = interface->second.try_emplace(client).first;
+    const bool changed = change(own->second);
+    if (!own->second.enabled && !own->second.other_querier) {
+        interface->second.erase(own);
     }
     if (interface->second.empty()) {
         interfaces_.erase(interface);
     }
+    return changed;
 }
 
 bool GmpState::set_enabled(ClientId client, uint32_t if_index, bool enabled)
 {
-    Report &own = report(client, if_index);
-    const bool changed = own.enabled != enabled;
-    own.enabled = enabled;
-    if (!enabled) {
-        own.other_querier = false;
-    }
-    tidy(client, if_index);
-    return changed;
+    return change(client, if_index, enabled, [enabled](Report &own) {
+        own.other_querier = own.other_querier && enabled;
+        return std::exchange(own.enabled, enabled) != enabled;
+    });
 }
 
 bool GmpState::set_querier(ClientId client, uint32_t if_index, bool this_router)
 {
-    Report &own = report(client, if_index);
-    const bool changed = own.other_querier == this_router;
-    own.other_querier = !this_router;
-    tidy(client, if_index);
-    return changed;
+    return change(client, if_index, !this_router, [this_router](Report &own) {
+        return std::exchange(own.other_querier, !this_router) == this_router;
+    });
 }
 
 bool GmpState::drop_client(ClientId client)

@@ -17,7 +17,16 @@ namespace mribd
 class GmpState
 {
 public:
-    // Each answers whether anything changed.
+    // Of how many interfaces something is kept: more than any router has, and what clients make up ends there.
+    static constexpr size_t MOST_INTERFACES = 16384;
+
+    // Whether something of the interface may be kept.
+    bool has_room(uint32_t if_index) const
+    {
+        return interfaces_.contains(if_index) || interfaces_.size() < MOST_INTERFACES;
+    }
+
+    // Each answers whether anything changed. What takes back, as drop, needs no memory.
     bool set_enabled(ClientId client, uint32_t if_index, bool enabled);
     bool set_querier(ClientId client, uint32_t if_index, bool this_router);
     bool drop_client(ClientId client);
@@ -43,8 +52,8 @@ private:
     };
     using Reports = std::map<ClientId, Report>;
 
-    Report &report(ClientId client, uint32_t if_index);
-    void tidy(ClientId client, uint32_t if_index);
+    template <typename Change>
+    bool change(ClientId client, uint32_t if_index, bool adds, const Change &change);
 
     std::map<uint32_t, Reports> interfaces_;
 };

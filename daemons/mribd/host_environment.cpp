@@ -25,6 +25,7 @@
 #include "daemons/common/descriptor.h"
 #include "daemons/common/line_format.h"
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "daemons/mribd/address.h"
 #include "mcast/service.h"
 
@@ -82,7 +83,9 @@ bool HostEnvironment::open(int loop, Events events)
 
 void HostEnvironment::link_event(HOST_LINK_TABLE, const HOST_LINK_EVENT_S *event, void *context)
 {
-    static_cast<const HostEnvironment *>(context)->take_link_event(*event);
+    auto *self = static_cast<HostEnvironment *>(context);
+    self->missed_links_ |=
+        !mcastd::memory_unit("a change of an interface", [=] { self->take_link_event(*event); });
 }
 
 void HostEnvironment::take_link_event(const HOST_LINK_EVENT_S &event) const
@@ -118,7 +121,17 @@ void HostEnvironment::route_event(const HOST_ROUTE_CHANGE_S *change, void *conte
 {
     const auto *self = static_cast<const HostEnvironment *>(context);
     if (self->events_.routes_changed) {
-        self->events_.routes_changed(change->family, change->prefix, change->prefix_length);
+        mcastd::memory_unit("a change of a route", [=] {
+            self->events_.routes_changed(change->family, change->prefix, change->prefix_length);
+        });
+    }
+}
+
+void HostEnvironment::settle()
+{
+    if (missed_links_ && !mcastd::memory_is_short()) {
+        events_.links_changed();
+        missed_links_ = false;
     }
 }
 

@@ -30,6 +30,9 @@ public:
     HostEnvironment(const HostEnvironment &) = delete;
     HostEnvironment &operator=(const HostEnvironment &) = delete;
 
+    // To be called every round: tells again what there was no memory to tell.
+    void settle();
+
     // Follows links and routes from the event loop. Failures are logged. Links present at the start are not
     // reported.
     bool open(int loop, Events events);
@@ -60,6 +63,7 @@ private:
     HOST_LINK_TABLE links_ = nullptr;
     HOST_ROUTE_LOOKUP lookup_ = nullptr;
     HOST_ROUTE_WATCH watch_ = nullptr;
+    bool missed_links_ = false; // a change of interfaces was not told
 };
 
 } // namespace mribd

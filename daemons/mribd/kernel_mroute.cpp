@@ -33,6 +33,7 @@
 #include <linux/sock_diag.h>
 
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "mcasthost/multicast_rule.h"
 
 namespace mribd
@@ -63,6 +64,7 @@ constexpr int RECEIVE_BUFFER = 8 << 20;
 
 // Upcalls that wait to be served.
 constexpr size_t WAITING_LIMIT = 16384;
+constexpr size_t WAITING_WITHOUT_MEMORY = 256;
 
 int set_option(int fd, int level, int option, const void *value, size_t size)
 {
@@ -283,6 +285,7 @@ void KernelMroute::shut()
 void KernelMroute::receive(unsigned limit)
 {
     std::array<uint8_t, 256> bytes; // an upcall is 20 to 60 bytes; the packet behind it is of no interest
+    const size_t most = mcastd::memory_is_short() ? WAITING_WITHOUT_MEMORY : WAITING_LIMIT;
     for (unsigned count = 0; count < limit; ++count) {
         const ssize_t size = recv(fd_, bytes.data(), bytes.size(), MSG_DONTWAIT);
         if (size < 0) {
@@ -291,7 +294,7 @@ void KernelMroute::receive(unsigned limit)
         if (const auto upcall = parse_upcall(family_, bytes.data(), static_cast<size_t>(size))) {
             waiting_.push_back(*upcall);
         }
-        if (waiting_.size() > WAITING_LIMIT) {
+        while (waiting_.size() > most) {
             waiting_.pop_front();
             ++given_up_;
         }

@@ -21,12 +21,16 @@
 #include <new>
 #include <tuple>
 
+#include "daemons/common/memory.h"
 #include "daemons/mribd/address.h"
 
 namespace mribd
 {
 namespace
 {
+
+// What a wish takes in a group of its own, roughly.
+constexpr size_t WISH_BYTES = 512;
 
 bool before(const Wish &one, const Wish &other)
 {
@@ -106,6 +110,13 @@ MemberTable::Result MemberTable::set(ClientId client, uint32_t if_index, const M
     return Result::Changed;
 }
 
+bool MemberTable::has_room(ClientId client, uint32_t if_index) const
+{
+    const auto uses = wishes_per_interface_.find(if_index);
+    return !mcastd::memory_is_short() &&
+           budget_.has_room(client, uses == wishes_per_interface_.end() ? 0 : uses->second);
+}
+
 MemberTable::Result MemberTable::add(MRT_SOURCE_S *entry, const MCAST_ADDR_S &group,
                                      const MCAST_ADDR_S &source, const Wish &wish)
 {
@@ -115,6 +126,10 @@ MemberTable::Result MemberTable::add(MRT_SOURCE_S *entry, const MCAST_ADDR_S &gr
             return Result::OverLimit;
         }
     } catch (const std::bad_alloc &) {
+        return Result::NoMemory;
+    }
+    if (!mcastd::memory_permits(WISH_BYTES)) {
+        budget_.give(wish.client);
         return Result::NoMemory;
     }
     try {

@@ -46,6 +46,9 @@ public:
     Result set(ClientId client, uint32_t if_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
                Kind kind, bool present);
 
+    // Whether the client could report more than a few memberships of the interface.
+    bool has_room(ClientId client, uint32_t if_index) const;
+
     // Forgets all that the client reported, what it reported for one interface, or what anybody reported for
     // the interface. Linear in the table. Needs no memory.
     void drop_client(ClientId client, const Changed &changed);

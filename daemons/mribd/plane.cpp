@@ -18,6 +18,8 @@ namespace
 {
 
 constexpr uint32_t SERVE_RETRY_MS = 10000;
+// How often refused memberships are asked for while there is room.
+constexpr uint32_t ASK_AGAIN_MS = 10000;
 
 // Descriptors that instances leave for clients, or a quarter of all when that is less.
 constexpr rlim_t LEFT_FOR_CLIENTS = 64;
@@ -49,6 +51,7 @@ Plane::Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &rea
 Plane::~Plane()
 {
     mcastd::timer_stop(timers_, serve_retry_);
+    mcastd::timer_stop(timers_, ask_again_);
     // First of all: what the clients leave behind needs no withdrawing one by one any more.
     common_.shut();
     for (const auto &[vrf_index, instance] : others_) {
@@ -168,7 +171,17 @@ bool Plane::settle()
     }
     server_.flush();
     memory_.round(held);
+    if (server_.has_refused() && !ask_again_.running()) {
+        const auto due = [](void *owner) { static_cast<Plane *>(owner)->ask_refused_again(); };
+        mcastd::timer_try_start(timers_, ask_again_, ASK_AGAIN_MS, due, this);
+    }
     return more;
+}
+
+// As long as there is no room the next round starts the timer again.
+void Plane::ask_refused_again()
+{
+    server_.ask_refused_again();
 }
 
 std::string Plane::status() const

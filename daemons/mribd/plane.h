@@ -66,6 +66,7 @@ public:
 private:
     bool serve(uint16_t vrf_index);
     void configure_again();
+    void ask_refused_again();
 
     const PlaneSettings settings_;
     mcastd::Reactor &reactor_;
@@ -82,6 +83,7 @@ private:
     mcastd::MemoryReturn memory_;
     Config config_;             // in force
     mcastd::Timer serve_retry_; // runs while an instance of it could not be served
+    mcastd::Timer ask_again_;   // runs while memberships that were refused are to be asked for
 };
 
 } // namespace mribd

@@ -103,10 +103,12 @@ void Router::gmp_changed()
     }
 }
 
-void Router::set_enabled(ClientId client, uint32_t if_index, bool enabled)
+bool Router::set_enabled(ClientId client, uint32_t if_index, bool enabled)
 {
     if (!enabled) {
         drop_members(client, if_index);
+    } else if (!gmp_.has_room(if_index)) {
+        return false;
     }
     bool changed = gmp_.set_enabled(client, if_index, enabled);
     for (const ClientId lost : lost_) {
@@ -117,15 +119,20 @@ void Router::set_enabled(ClientId client, uint32_t if_index, bool enabled)
                       enabled ? "runs" : "no longer runs", if_index);
         gmp_changed();
     }
+    return true;
 }
 
-void Router::set_querier(ClientId client, uint32_t if_index, bool this_router)
+bool Router::set_querier(ClientId client, uint32_t if_index, bool this_router)
 {
+    if (!this_router && !gmp_.has_room(if_index)) {
+        return false;
+    }
     if (gmp_.set_querier(client, if_index, this_router)) {
         mcastd::trace(TraceCategory::Group, key_, "%s forwards to %P",
                       this_router ? "this router" : "another router", if_index);
         gmp_changed();
     }
+    return true;
 }
 
 void Router::trace_member(uint32_t if_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,

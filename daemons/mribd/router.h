@@ -62,9 +62,9 @@ public:
     void visit_local_sources(
         const std::function<void(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)> &visitor) const;
 
-    // What clients report. The results tell how the change was taken.
-    void set_enabled(ClientId client, uint32_t if_index, bool enabled);
-    void set_querier(ClientId client, uint32_t if_index, bool this_router);
+    // What clients report. The results tell how the change was taken; false is of one interface too many.
+    bool set_enabled(ClientId client, uint32_t if_index, bool enabled);
+    bool set_querier(ClientId client, uint32_t if_index, bool this_router);
     MemberTable::Result set_member(ClientId client, uint32_t if_index, const MCAST_ADDR_S &group,
                                    const MCAST_ADDR_S &source, MemberTable::Kind kind, bool present);
     void drop_members(ClientId client, uint32_t if_index);

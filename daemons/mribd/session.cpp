@@ -32,6 +32,7 @@
 
 #include "daemons/common/log.h"
 #include "daemons/common/membership.h"
+#include "daemons/common/memory.h"
 #include "daemons/mribd/view_records.h"
 #include "mcast/addr.h"
 
@@ -85,6 +86,8 @@ const char *fault_name(Fault fault)
         return "flags";
     case Fault::Limit:
         return "limit";
+    case Fault::Memory:
+        return "memory";
     case Fault::Count:
         break;
     }
@@ -105,13 +108,13 @@ Session::~Session()
     routers_.lose_client(id_);
 }
 
-bool Session::take_message(const uint8_t *message, size_t size, bool truncated)
+void Session::take_message(const uint8_t *message, size_t size, bool truncated)
 {
     ++counters_.messages;
     MRIB_MSG_READER_S reader;
     if (MRIB_MsgReaderStart(&reader, message, size) != MCAST_TRUE) {
         ++counters_.malformed_messages;
-        return true;
+        return;
     }
     MRIB_MSG_HEADER_S header;
     std::memcpy(&header, message, sizeof(header));
@@ -119,18 +122,37 @@ bool Session::take_message(const uint8_t *message, size_t size, bool truncated)
                   header.record_count);
     uint32_t taken = 0;
     MRIB_RECORD_S record;
-    bool good = true;
-    while (good && MRIB_MsgReaderNext(&reader, &record) == MCAST_TRUE) {
+    while (MRIB_MsgReaderNext(&reader, &record) == MCAST_TRUE) {
         ++taken;
         ++counters_.records;
-        good = take_record(record) != Taken::NoMemory;
+        if (!mcastd::memory_unit("a record of a client", [&] { take_record(record); })) {
+            refuse(Fault::Memory);
+        }
     }
-    if (good && (truncated || taken < header.record_count)) {
+    if (truncated || taken < header.record_count) {
         trace_channel("client %u: message holds %u of its records%s", id_, taken,
                       truncated ? ", and is too long" : "");
         ++counters_.malformed_messages;
     }
-    return good;
+}
+
+void Session::ask_refused_again()
+{
+    const Router *router = refused_ ? routers_.find(refused_->vrf_index) : nullptr;
+    if (router == nullptr) {
+        refused_.reset(); // what was refused went with its instance
+    } else if (router->members().has_room(id_, refused_->if_index) && !queue_.has_overflowed()) {
+        trace_channel("client %u: there is room again, told to say everything again", id_);
+        refused_.reset();
+        queue_.put_marker(MRIB_TLV_SMOOTH_START);
+    }
+}
+
+// A membership that finds no room is not lost: the client is asked for it when there is some.
+Session::Taken Session::refuse_member(const Router &router, uint32_t if_index, Fault fault)
+{
+    refused_ = Refused{router.vrf_index(), if_index};
+    return refuse(fault);
 }
 
 Session::Taken Session::refuse(Fault fault)
@@ -254,14 +276,12 @@ Session::Taken Session::take_interface_alert(const MRIB_RECORD_S &record)
         const bool runs = value->value == mcastd::GMP_ENABLED;
         mcastd::trace(mcastd::TraceCategory::Channel, router->key(), "client %u: the protocol %s on %P", id_,
                       runs ? "runs" : "no longer runs", value->if_index);
-        router->set_enabled(id_, value->if_index, runs);
-    } else {
-        const bool this_router = value->value == mcastd::QUERIER_THIS_ROUTER;
-        mcastd::trace(mcastd::TraceCategory::Channel, router->key(), "client %u: %s is the querier on %P",
-                      id_, this_router ? "this router" : "another router", value->if_index);
-        router->set_querier(id_, value->if_index, this_router);
+        return router->set_enabled(id_, value->if_index, runs) ? Taken::Done : refuse(Fault::Limit);
     }
-    return Taken::Done;
+    const bool this_router = value->value == mcastd::QUERIER_THIS_ROUTER;
+    mcastd::trace(mcastd::TraceCategory::Channel, router->key(), "client %u: %s is the querier on %P", id_,
+                  this_router ? "this router" : "another router", value->if_index);
+    return router->set_querier(id_, value->if_index, this_router) ? Taken::Done : refuse(Fault::Limit);
 }
 
 Session::Taken Session::take_join_prune(const MRIB_RECORD_S &record)
@@ -304,9 +324,12 @@ Session::Taken Session::take_join_prune(const MRIB_RECORD_S &record)
         msdp_.group_wanted(group);
     }
     if (result == MemberTable::Result::OverLimit) {
-        return refuse(Fault::Limit);
+        return refuse_member(*router, value->if_index, Fault::Limit);
     }
-    return result == MemberTable::Result::NoMemory ? Taken::NoMemory : Taken::Done;
+    if (result == MemberTable::Result::NoMemory) {
+        return refuse_member(*router, value->if_index, Fault::Memory);
+    }
+    return Taken::Done;
 }
 
 Session::Taken Session::take_delete_member(const MRIB_RECORD_S &record)

@@ -33,7 +33,8 @@ enum class Fault {
     Group,         // not a group that is routed
     Source,        // not a usable source, or none where one is needed
     Flags,         // an unknown flag, selector or component, or an end marker without its begin
-    Limit,         // one remote source or one user too many
+    Limit,         // one membership, interface, remote source or user too many
+    Memory,        // there was no memory for what it says
     Count
 };
 
@@ -103,9 +104,15 @@ public:
         return queue_;
     }
 
-    // Acts on one message of size bytes; truncated when the datagram was longer than the buffer. False when
-    // state was lost for lack of memory: the client must be disconnected, so that it reports again.
-    bool take_message(const uint8_t *message, size_t size, bool truncated);
+    // Acts on one message of size bytes; truncated when the datagram was longer than the buffer.
+    void take_message(const uint8_t *message, size_t size, bool truncated);
+
+    // Whether a membership was refused since the client was asked for all of them, and asks it when there is room.
+    bool has_refused() const
+    {
+        return refused_.has_value();
+    }
+    void ask_refused_again();
 
     // The view changed; this is the one before.
     void tell_changes(const View &before);
@@ -125,12 +132,8 @@ public:
     bool continue_replay();
 
 private:
-    // What became of a record.
-    enum class Taken {
-        Done,
-        Ignored, // it failed a check, which is counted
-        NoMemory // what it says is lost: the client must report again
-    };
+    // What became of a record. Ignored: it failed a check, which is counted.
+    enum class Taken { Done, Ignored };
 
     Taken take_record(const MRIB_RECORD_S &record);
     Taken take_interface_alert(const MRIB_RECORD_S &record);
@@ -145,6 +148,7 @@ private:
     }
     Router *router_for(uint8_t family, uint16_t vrf_index, uint32_t if_index);
     Taken refuse(Fault fault);
+    Taken refuse_member(const Router &router, uint32_t if_index, Fault fault);
     void answer(uint16_t request);
     template <typename... Arguments>
     void trace_channel(std::type_identity_t<mcastd::LineFormat<Arguments...>> format,
@@ -172,6 +176,11 @@ private:
     bool registered_ = false;
     uint8_t component_ = 0;
     uint64_t capabilities_ = 0;
+    struct Refused {
+        uint16_t vrf_index;
+        uint32_t if_index;
+    };
+    std::optional<Refused> refused_;              // the last membership that was, since all were asked for
     std::optional<SgTable::Cursor> local_replay_; // while local sources are being replayed
 };
 

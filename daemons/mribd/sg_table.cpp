@@ -3,6 +3,7 @@
 #include <cstring>
 #include <new>
 
+#include "daemons/common/memory.h"
 #include "daemons/mribd/address.h"
 
 namespace mribd
@@ -22,6 +23,9 @@ struct SgTable::Source {
 
 namespace
 {
+
+// What a pair takes in a group of its own, roughly.
+constexpr size_t PAIR_BYTES = 256;
 
 struct Visit {
     const std::function<uint32_t(MTABLE_GROUP_S *, MTABLE_SOURCE_S *)> &visitor;
@@ -73,7 +77,11 @@ SgTable::Result SgTable::set(const MCAST_ADDR_S &group, const MCAST_ADDR_S &sour
             record->note = note;
             return Result::Known;
         }
-    } else {
+    }
+    if (!mcastd::memory_permits(PAIR_BYTES)) {
+        return Result::NoMemory;
+    }
+    if (owner == nullptr) {
         owner = new (std::nothrow) Group{};
         const auto release = [](void *record) { delete static_cast<Source *>(record); };
         if (owner == nullptr || MTable_InitGroup(&owner->head, &group, release) != MCAST_OK ||

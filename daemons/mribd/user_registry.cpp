@@ -1,5 +1,7 @@
 #include "daemons/mribd/user_registry.h"
 
+#include "daemons/common/memory.h"
+
 namespace mribd
 {
 
@@ -11,7 +13,7 @@ bool UserRegistry::set(ClientId client, uint32_t if_index, const User &user)
         found->second = user;
         return true;
     }
-    if (users_.size() >= LIMIT) {
+    if (users_.size() >= LIMIT || !mcastd::memory_permits(sizeof(User) + sizeof(key))) {
         return false;
     }
     users_.emplace(key, user);

@@ -1,6 +1,7 @@
 #include "daemons/msdpd/address_counts.h"
 
 #include <cstdlib>
+#include <memory>
 
 #include "daemons/common/expect.h"
 #include "daemons/common/memory.h"
@@ -76,9 +77,11 @@ void AddressCounts::add(Ipv4 address)
         ++known->count;
         return;
     }
-    auto *node = mcastd::must_have(static_cast<MCAST_AVL_NODE_S *>(calloc(1, sizeof(MCAST_AVL_NODE_S))));
+    auto item = std::make_unique<Item>(address, 1u);
+    auto *node = mcastd::must_have(
+        [] { return static_cast<MCAST_AVL_NODE_S *>(calloc(1, sizeof(MCAST_AVL_NODE_S))); });
 
-    node->data = new Item{address, 1};
+    node->data = item.release();
     mcastd::expect(MCAST_AvlInsert(&tree_, node) == MCAST_OK);
 }
 

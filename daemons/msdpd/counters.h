@@ -39,6 +39,7 @@ namespace msdpd
     ROW(DroppedSsm, "dropped_source_specific_group")                                                         \
     ROW(DroppedFilter, "dropped_filter_in")                                                                  \
     ROW(RefusedLimit, "refused_limit")                                                                       \
+    ROW(RefusedMemory, "refused_no_memory")                                                                  \
     ROW(HeldDown, "not_forwarded_hold_down")                                                                 \
     ROW(FilteredOut, "not_sent_filter_out")                                                                  \
     ROW(QueueFull, "not_sent_queue_full")                                                                    \

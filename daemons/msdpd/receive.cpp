@@ -7,6 +7,7 @@
 #include "daemons/msdpd/receive.h"
 
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "daemons/msdpd/forward.h"
 #include "daemons/msdpd/request.h"
 #include "daemons/msdpd/rpf.h"
@@ -17,6 +18,9 @@ namespace msdpd
 {
 namespace
 {
+
+// What an entry takes in a group of its own, roughly.
+constexpr size_t ENTRY_BYTES = 512;
 
 // Tells the operator, once each time, that a peer comes near its limit.
 void watch_limit(Peer &peer)
@@ -47,6 +51,11 @@ bool keep(Peer &from, Ipv4 rp, const Pair &pair)
         ++from.counters[Count::RefusedLimit];
         trace_pair(pair, from.config.address, "refused by the limit");
         watch_limit(from);
+        return false;
+    }
+    if (speaker.cache.find(pair) == nullptr && !mcastd::memory_permits(ENTRY_BYTES)) {
+        ++from.counters[Count::RefusedMemory];
+        trace_pair(pair, from.config.address, "refused, memory is short");
         return false;
     }
     const SaCache::Learned learned =

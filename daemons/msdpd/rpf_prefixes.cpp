@@ -14,8 +14,10 @@ constexpr uint32_t ADDRESS_BITS = mcastd::address_bits(MCAST_FAMILY_IPV4);
 } // namespace
 
 RpfPrefixes::RpfPrefixes()
-    : tree_(mcastd::must_have(MRT_RDX_CreateTree(offsetof(Range, key), offsetof(Range, length),
-                                                 offsetof(MCAST_ADDR_S, address), ADDRESS_BITS)))
+    : tree_(mcastd::must_have([] {
+          return MRT_RDX_CreateTree(offsetof(Range, key), offsetof(Range, length),
+                                    offsetof(MCAST_ADDR_S, address), ADDRESS_BITS);
+      }))
 {
 }
 
@@ -48,7 +50,7 @@ void RpfPrefixes::add(const mcastd::Prefix &prefix, Ipv4 peer)
     if (known == nullptr) {
         known = ranges_.emplace_back(new Range{nullptr, prefix.length, prefix.address, {}}).get();
         known->key = &known->address;
-        mcastd::must_have(MRT_RDX_AddNode(tree_, known));
+        mcastd::must_have([this, known] { return MRT_RDX_AddNode(tree_, known); });
     }
     known->peers.push_back(peer);
 }

@@ -1,9 +1,10 @@
 #include "daemons/msdpd/sa_cache.h"
 
+#include <memory>
+#include <new>
 #include <utility>
 
 #include "daemons/common/expect.h"
-#include "daemons/common/memory.h"
 
 namespace msdpd
 {
@@ -30,11 +31,15 @@ MTABLE_GROUP_S *find_or_add_group(MTABLE_S *table, const MCAST_ADDR_S &address, 
 {
     MTABLE_GROUP_S *group = MTable_SearchGroup(table, &address);
     if (group == nullptr) {
-        group = new MTABLE_GROUP_S{};
-        if (MTable_InitGroup(group, &address, release) != MCAST_OK ||
-            MTable_InsertGroup(table, group) != MCAST_OK) {
-            mcastd::out_of_memory();
+        auto fresh = std::make_unique<MTABLE_GROUP_S>();
+        if (MTable_InitGroup(fresh.get(), &address, release) != MCAST_OK) {
+            throw std::bad_alloc();
         }
+        if (MTable_InsertGroup(table, fresh.get()) != MCAST_OK) {
+            MTable_FiniGroup(fresh.get());
+            throw std::bad_alloc();
+        }
+        group = fresh.release();
     }
     return group;
 }
@@ -44,7 +49,7 @@ MTABLE_GROUP_S *find_or_add_group(MTABLE_S *table, const MCAST_ADDR_S &address, 
 SaCache::SaCache(MCAST_TMR_S *timers) : timers_(timers)
 {
     if (MTable_Init(&table_, [](void *group) { delete static_cast<MTABLE_GROUP_S *>(group); }) != MCAST_OK) {
-        mcastd::out_of_memory();
+        throw std::bad_alloc();
     }
 }
 
@@ -72,12 +77,44 @@ SaEntry *SaCache::find(const Pair &pair) const
 
 SaEntry *SaCache::insert(const Pair &pair)
 {
+    auto entry = std::make_unique<SaEntry>();
     MTABLE_GROUP_S *group = find_or_add_group(&table_, to_record(pair.group), release);
-    SaEntry *entry = new SaEntry{};
     entry->head.address = to_record(pair.source);
     entry->cache = this;
     entry->learned_s = mcastd::boot_time_s();
     mcastd::expect(MTable_InsertSource(group, &entry->head) == MCAST_OK); // it is not there
+    return entry.release();
+}
+
+// Counts the entry with its announcer and takes it from the counts of the one before. Throws with nothing changed.
+void SaCache::count(SaEntry *entry, Ipv4 rp, Ipv4 peer)
+{
+    peers_.add(peer);
+    try {
+        originators_.add(rp);
+    } catch (const std::bad_alloc &) {
+        peers_.remove(peer);
+        throw;
+    }
+    if (entry->peer != Ipv4{}) {
+        peers_.remove(entry->peer);
+        originators_.remove(entry->rp);
+    }
+    entry->rp = rp;
+    entry->peer = peer;
+}
+
+// A new entry, counted and with its timer running. Throws with nothing changed.
+SaEntry *SaCache::begin(const Pair &pair, Ipv4 rp, Ipv4 peer, uint32_t state_s)
+{
+    SaEntry *entry = insert(pair);
+    try {
+        count(entry, rp, peer);
+        mcastd::timer_start(timers_, entry->expiry, state_s * MS_PER_S, expired, entry);
+    } catch (const std::bad_alloc &) {
+        take_out(entry);
+        throw;
+    }
     return entry;
 }
 
@@ -86,18 +123,11 @@ SaCache::Learned SaCache::learn(const Pair &pair, Ipv4 rp, Ipv4 peer, uint32_t s
     SaEntry *known = find(pair);
     Learned result = Learned::Refreshed;
     if (known == nullptr) {
-        known = insert(pair);
+        known = begin(pair, rp, peer, state_s);
         result = Learned::New;
     } else if (known->rp != rp || known->peer != peer) {
-        peers_.remove(known->peer);
-        originators_.remove(known->rp);
+        count(known, rp, peer);
         result = Learned::Moved;
-    }
-    if (result != Learned::Refreshed) {
-        known->rp = rp;
-        known->peer = peer;
-        peers_.add(peer);
-        originators_.add(rp);
     }
     mcastd::timer_start(timers_, known->expiry, state_s * MS_PER_S, expired, known);
     if (result == Learned::New && told_) {
@@ -115,15 +145,20 @@ void SaCache::expired(void *entry)
 
 void SaCache::remove(SaEntry *entry)
 {
-    MTABLE_GROUP_S *group = entry->head.group;
     const Pair pair = entry->pair();
+    take_out(entry);
+    if (told_) {
+        told_(pair, false);
+    }
+}
+
+void SaCache::take_out(SaEntry *entry)
+{
+    MTABLE_GROUP_S *group = entry->head.group;
     MTable_RemoveSource(group, &entry->head);
     release(entry);
     if (AVL_Count(group->sources) == 0) {
         remove_empty(group);
-    }
-    if (told_) {
-        told_(pair, false);
     }
 }
 
@@ -132,8 +167,10 @@ void SaCache::release(void *source)
 {
     auto *entry = static_cast<SaEntry *>(source);
     mcastd::timer_stop(entry->cache->timers_, entry->expiry);
-    entry->cache->peers_.remove(entry->peer);
-    entry->cache->originators_.remove(entry->rp);
+    if (entry->peer != Ipv4{}) {
+        entry->cache->peers_.remove(entry->peer);
+        entry->cache->originators_.remove(entry->rp);
+    }
     delete entry;
 }
 

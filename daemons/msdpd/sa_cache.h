@@ -23,7 +23,7 @@ struct SaEntry {
     MTABLE_SOURCE_S head; // first: the table knows the records by it
     SaCache *cache;
     Ipv4 rp;
-    Ipv4 peer;
+    Ipv4 peer; // 0.0.0.0 until it is counted
     mcastd::Timer expiry;
     uint32_t learned_s;   // seconds since boot
     uint32_t forwarded_s; // when it was last forwarded; meaningful once it was
@@ -53,7 +53,8 @@ public:
     enum class Learned { New, Moved, Refreshed };
 
     // Keeps the pair for state_s seconds from now. New: it was not known. Moved: another originator or peer
-    // announces it now. The entry is *entry.
+    // announces it now. The entry is *entry. Throws
+    // std::bad_alloc, with nothing changed, when memory is short.
     Learned learn(const Pair &pair, Ipv4 rp, Ipv4 peer, uint32_t state_s, SaEntry **entry);
 
     // NULL when the pair is not known.
@@ -96,7 +97,10 @@ public:
 
 private:
     SaEntry *insert(const Pair &pair);
+    SaEntry *begin(const Pair &pair, Ipv4 rp, Ipv4 peer, uint32_t state_s);
+    void count(SaEntry *entry, Ipv4 rp, Ipv4 peer);
     void remove(SaEntry *entry);
+    void take_out(SaEntry *entry);
     void remove_empty(MTABLE_GROUP_S *group);
     static void expired(void *entry);
     static void release(void *source);

@@ -22,6 +22,7 @@
 #include <sys/socket.h>
 
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 
 namespace msdpd
 {
@@ -171,11 +172,15 @@ void Tcp::take(Descriptor socket, Ipv4 remote)
 bool Tcp::watch(Ipv4 address, Connection connection, uint32_t events)
 {
     const int fd = connection.socket.get();
-    if (!reactor_.add(fd, events, [this, address](uint32_t happened) { ready(address, happened); })) {
-        return false;
-    }
     connections_.insert_or_assign(address, std::move(connection));
-    return true;
+    bool watched = false;
+    mcastd::memory_unit("a connection", [&] {
+        watched = reactor_.add(fd, events, [this, address](uint32_t happened) { ready(address, happened); });
+    });
+    if (!watched) {
+        connections_.erase(address);
+    }
+    return watched;
 }
 
 void Tcp::connect(Peer &peer)
@@ -234,7 +239,10 @@ void Tcp::read_some(Peer &peer, const Connection &connection)
     uint8_t bytes[READ_SIZE];
     const ssize_t size = recv(connection.socket.get(), bytes, sizeof(bytes), 0);
     if (size > 0) {
-        peer_input(peer, std::span(bytes, static_cast<size_t>(size)));
+        const auto input = std::span(bytes, static_cast<size_t>(size));
+        if (!mcastd::memory_unit("what a peer says", [&] { peer_input(peer, input); })) {
+            peer_lost(peer, "memory was short"); // where its next message begins is not known
+        }
     } else if (size == 0) {
         ++peer.counters[Count::ClosedByPeer];
         peer_lost(peer, "closed by the peer");

@@ -14,6 +14,7 @@
 
 #include "daemons/common/frame.h"
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "daemons/common/options.h"
 #include "daemons/common/services.h"
 #include "daemons/common/status_output.h"
@@ -360,11 +361,30 @@ TEST_F(FrameTest, TimersWakeItAndTheDaemonMayEndItself)
     EXPECT_EQ(daemon->steps, " open start round round close");
 }
 
-TEST_F(FrameTest, WithoutMemoryTheProcessEndsAndSaysSo)
+TEST_F(FrameTest, StartWithoutMemoryFailsAndSaysSo)
 {
     make("");
     daemon->started = [] { throw std::bad_alloc(); };
-    EXPECT_EXIT(frame->run(*daemon), testing::ExitedWithCode(EXIT_FAILURE), "mribd: error: out of memory");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(frame->run(*daemon), EXIT_FAILURE);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("the memory was not enough to start"),
+              std::string::npos);
+}
+
+TEST_F(FrameTest, WhatFindsNoMemoryIsRefusedAndTheDaemonGoesOn)
+{
+    make("");
+    Timer fails;
+    Timer ends;
+    const uint64_t before = memory_refusals();
+    daemon->started = [&] {
+        timer_start(
+            frame->timers(), fails, 1, [](void *) { throw std::bad_alloc(); }, nullptr);
+        const auto end = [](void *owner) { static_cast<Frame *>(owner)->end(7); };
+        timer_start(frame->timers(), ends, 1000, end, &*frame);
+    };
+    EXPECT_EQ(frame->run(*daemon), 7);
+    EXPECT_EQ(memory_refusals(), before + 1);
 }
 
 TEST(RouterDaemons, TheFileMayHaveATableOfEachAndOfNobodyElse)

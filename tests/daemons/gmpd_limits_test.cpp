@@ -3,6 +3,8 @@
  * interface has whatever the others hold.
  */
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <numeric>
 
 #include "tests/daemons/gmpd_lab.h"
 
@@ -120,4 +122,40 @@ TEST(GmpdLimits, WhatEndsMakesRoom)
     EXPECT_EQ(limits.join(limits.second(), 201, 60, 100), 50u);
     limits.lab.process.interfaces.erase(9);
     EXPECT_EQ(limits.lab.process.use.entries, 0u);
+}
+
+// What is in use for each of count entries that make() makes, without what the lab writes down meanwhile.
+template <typename Make> static size_t bytes_for_each(Lab &lab, size_t count, const Make &make)
+{
+    lab.recorder.told();
+    lab.recorder.queries();
+    const size_t before = mallinfo2().uordblks;
+    make();
+    lab.recorder.told();
+    lab.recorder.queries();
+    return (mallinfo2().uordblks - before) / count;
+}
+
+TEST(GmpdLimits, AnEntryTakesNoMoreThanIsCountedForIt)
+{
+    constexpr unsigned COUNT = 4000;
+    constexpr unsigned SOURCES = 200;
+    LimitsLab limits(100000, 100000, 100000);
+    const uint64_t &counted = limits.lab.process.use.bytes;
+    const size_t group =
+        bytes_for_each(limits.lab, COUNT, [&] { limits.join(*limits.lab.interface, 201, COUNT); });
+    if (group == 0) {
+        GTEST_SKIP() << "the sanitizer's allocator tells nothing";
+    }
+    RecordProperty("bytes_of_a_group", static_cast<int>(group));
+    EXPECT_LE(group, counted / COUNT);
+    EXPECT_GE(group, counted / COUNT / 3);
+    const uint64_t before = counted;
+    std::vector<unsigned> sources(SOURCES);
+    std::iota(sources.begin(), sources.end(), 1);
+    const size_t source =
+        bytes_for_each(limits.lab, SOURCES, [&] { limits.lab.record(RecordType::Allow, sources, 77); });
+    RecordProperty("bytes_of_a_source", static_cast<int>(source));
+    EXPECT_LE(source, (counted - before) / SOURCES);
+    EXPECT_GE(source, (counted - before) / SOURCES / 3);
 }
