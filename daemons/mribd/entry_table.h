@@ -9,9 +9,11 @@
 #include <boost/intrusive/list.hpp>
 #include <cstdint>
 #include <functional>
+#include <memory>
 
 #include "daemons/common/timer.h"
 #include "daemons/mribd/kernel_table.h"
+#include "daemons/mribd/yield.h"
 #include "mcast/route_table.h"
 
 namespace mribd
@@ -30,16 +32,17 @@ struct Entry {
     int parent = -1;       // as installed: incoming virtual interface
     uint32_t outgoing = 0; // as installed: outgoing virtual interfaces
     bool installed = false;
-    bool check_route = true;     // upstream is to be determined again
-    bool unreachable = false;    // the last check found no incoming interface
-    bool is_sending = false;     // packets came, as far as the kernel told
-    bool is_local = false;       // is_sending, and the source is on the link of its incoming interface
-    bool is_used = false;        // its rank, see EntryTable
-    uint8_t share = 0;           // its share, see EntryTable
-    uint32_t looked_at_s = 0;    // when EntryTable::is_silent last asked, seconds since boot
-    uint64_t looked_packets = 0; // what it was told then
-    uint64_t last_packets = 0;   // at the last idle check
-    mcastd::Timer timer;         // of the idle period
+    bool check_route = true;      // upstream is to be determined again
+    bool unreachable = false;     // the last check found no incoming interface
+    bool is_sending = false;      // packets came, as far as the kernel told
+    bool is_local = false;        // is_sending, and the source is on the link of its incoming interface
+    bool is_used = false;         // its rank, see EntryTable
+    uint8_t share = 0;            // its share, see EntryTable
+    uint32_t looked_at_s = 0;     // when EntryTable::is_silent last asked, seconds since boot
+    uint64_t looked_packets = 0;  // what it was told then
+    uint64_t last_packets = 0;    // at the last idle check
+    mcastd::Timer timer;          // of the idle period
+    std::unique_ptr<Yield> yield; // while other routers forward its packets too
     Hook in_all;
     Hook in_rank;
     Hook in_waiting; // linked while it waits to be evaluated

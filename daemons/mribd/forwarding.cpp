@@ -3,8 +3,8 @@
  * somebody joined by name. It is computed from three things that change independently:
  *
  *     upstream   the incoming interface, by the reverse path check       unicast routes, links
- *     outgoing   receivers of (source, group) that this router serves,   memberships, queriers,
- *                never upstream                                          virtual interfaces
+ *     outgoing   receivers of (source, group), never upstream, but       memberships, queriers,
+ *                those left to another router (forwarding_yield.cpp)     virtual interfaces
  *     parent     upstream's virtual interface                            virtual interfaces
  *
  * Whatever changes, the entries concerned are queued once and evaluated a bounded number at a time, so that a
@@ -50,7 +50,10 @@ Forwarding::Forwarding(const Parts &parts) : parts_(parts), entries_(parts.key.f
 Forwarding::~Forwarding()
 {
     waiting_.clear();
-    entries_.visit_all([this](Entry *entry) { mcastd::timer_stop(parts_.timers, entry->timer); });
+    entries_.visit_all([this](Entry *entry) {
+        mcastd::timer_stop(parts_.timers, entry->timer);
+        end_yield(entry);
+    });
 }
 
 void Forwarding::remove(Entry *entry)
@@ -62,6 +65,7 @@ void Forwarding::remove(Entry *entry)
         waiting_.erase(waiting_.iterator_to(*entry));
     }
     mcastd::timer_stop(parts_.timers, entry->timer);
+    end_yield(entry);
     entries_.destroy(entry);
     watch_limit();
 }
@@ -100,6 +104,7 @@ void Forwarding::take_wrong_interface(const Upcall &upcall, uint32_t arrival)
         entry->arrival = arrival;
         entry->is_sending = true;
         queue(entry, true);
+        hear_other_router(entry, upcall.vif);
     }
 }
 
@@ -166,7 +171,11 @@ void Forwarding::queue_changed()
 
 void Forwarding::vacate_vifs(uint32_t bits)
 {
+    for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
+        others_known_s_[vif] = (bits >> vif & 1) != 0 ? 0 : others_known_s_[vif];
+    }
     entries_.visit_all([&](Entry *entry) {
+        forget_yields(entry, bits);
         if (entry->share != EntryTable::NO_VIF && (bits >> entry->share & 1) != 0) {
             entries_.rank(entry, EntryTable::NO_VIF, entry->is_used);
         }
@@ -271,14 +280,14 @@ void Forwarding::set_upstream(Entry *entry, uint32_t upstream)
     entry->upstream = upstream;
 }
 
-// Of the receivers those to which this router forwards, which the upstream interface never is.
+// Of the receivers those that have a virtual interface, which the upstream interface does not count as.
 uint32_t Forwarding::outgoing_for(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
                                   uint32_t upstream) const
 {
     uint32_t outgoing = 0;
     parts_.members.visit_receivers(group, source, [&](uint32_t if_index) {
         const int vif = parts_.vifs.find(if_index);
-        if (if_index != upstream && vif >= 0 && parts_.gmp.is_forwarder(if_index)) {
+        if (if_index != upstream && vif >= 0) {
             outgoing |= 1u << vif;
         }
     });
@@ -293,7 +302,7 @@ void Forwarding::evaluate(Entry *entry)
     int parent = parts_.vifs.find(entry->upstream);
     uint32_t outgoing = 0;
     if (parent >= 0) {
-        outgoing = outgoing_for(entry->group(), entry->source(), entry->upstream);
+        outgoing = outgoing_for(entry->group(), entry->source(), entry->upstream) & ~given_way(entry);
     } else {
         // Not forwarded; the entry only keeps the kernel from asking for every packet.
         parent = parts_.vifs.find(entry->arrival);

@@ -4,6 +4,7 @@
 #ifndef DAEMONS_MRIBD_FORWARDING_H
 #define DAEMONS_MRIBD_FORWARDING_H
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <unordered_map>
@@ -34,6 +35,8 @@ struct ForwardingCounters {
     uint64_t displaced = 0;       // entries that made room for others
     uint64_t expired = 0;         // no packet in a whole idle period
     uint64_t ended = 0;           // no packet, and the last membership went
+    uint64_t given_way = 0;       // outputs left to another router that forwards
+    uint64_t taken_up = 0;        // entries whose outputs were taken up again after that
 };
 
 class Forwarding
@@ -127,6 +130,18 @@ private:
     void rank(Entry *entry);
     void watch_limit();
 
+    // forwarding_yield.cpp
+    uint32_t given_way(const Entry *entry) const;
+    void hear_other_router(Entry *entry, unsigned vif);
+    void give_way(Entry *entry, uint32_t bits);
+    void note_others(uint32_t bits);
+    bool begin_yield(Entry *entry);
+    bool watch_yield(Entry *entry, uint32_t after_ms);
+    void end_yield(Entry *entry);
+    bool count_elsewhere(Entry *entry);
+    void check_yield(Entry *entry);
+    static void forget_yields(Entry *entry, uint32_t bits);
+
     void take_new_source(const Upcall &upcall, uint32_t arrival);
     void take_wrong_interface(const Upcall &upcall, uint32_t arrival);
     void remove(Entry *entry);
@@ -159,6 +174,8 @@ private:
     bool upstream_changed_ = false;
     bool interfaces_changed_ = false;
     std::vector<Prefix> changed_prefixes_; // has room for all that are told apart
+    std::array<uint32_t, MAX_VIFS>
+        others_known_s_{}; // when another router was found to forward there; 0: never
     ForwardingCounters counters_;
     std::function<void(const Entry &)> local_source_told_;
 };

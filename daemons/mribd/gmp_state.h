@@ -38,8 +38,8 @@ public:
     // Whether a client runs its protocol on the interface.
     bool is_enabled(uint32_t if_index) const;
 
-    // Whether this router forwards on to the link: no client reports another querier there. Without a
-    // multicast routing protocol the querier is what keeps two routers of a link from both forwarding.
+    // Whether this router forwards on to the link whoever else does: no client reports another querier there. Where
+    // one does, this router gives way to one that forwards (forwarding_yield.cpp).
     bool is_forwarder(uint32_t if_index) const;
 
     // Every interface on which a protocol runs, ascending.

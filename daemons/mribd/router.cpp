@@ -87,11 +87,11 @@ void Router::visit_local_sources(
     });
 }
 
+// Whoever is the querier: where it is another router, this one must know the receivers, for only packets show whether
+// that one forwards.
 std::vector<uint32_t> Router::designated_interfaces() const
 {
-    std::vector<uint32_t> result = gmp_.enabled_interfaces();
-    std::erase_if(result, [this](uint32_t if_index) { return !gmp_.is_forwarder(if_index); });
-    return result;
+    return gmp_.enabled_interfaces();
 }
 
 void Router::gmp_changed()
@@ -128,7 +128,7 @@ bool Router::set_querier(ClientId client, uint32_t if_index, bool this_router)
         return false;
     }
     if (gmp_.set_querier(client, if_index, this_router)) {
-        mcastd::trace(TraceCategory::Group, key_, "%s forwards to %P",
+        mcastd::trace(TraceCategory::Group, key_, "%s is the querier on %P",
                       this_router ? "this router" : "another router", if_index);
         gmp_changed();
     }

@@ -43,7 +43,7 @@ void add_interfaces(std::string *out, const Router &router)
             add_text(out, "  interface %s: index %u, vif %u%s%s\n",
                      router.environment().interface_name(if_index).c_str(), if_index, vif,
                      router.gmp().is_enabled(if_index) ? ", protocol runs" : "",
-                     router.gmp().is_forwarder(if_index) ? "" : ", another querier forwards");
+                     router.gmp().is_forwarder(if_index) ? "" : ", another querier");
         }
     }
 }

@@ -110,15 +110,6 @@ TEST_P(InstancesTest, AnInstanceThatIsNotServedIsRefusedAndCounted)
     EXPECT_EQ(blue.router.members().wish_count(), 0u);
 }
 
-TEST_P(InstancesTest, CountersOutliveTheInstanceThatCountedThem)
-{
-    red.router.take_upcall({UpcallKind::NoEntry, 31, address(source), address(group)}); // of no virtual interface
-    ASSERT_EQ(clients.routers.counters().forwarding.stray_upcalls, 1u);
-    clients.routers.remove(RED);
-    EXPECT_EQ(clients.routers.counters().forwarding.stray_upcalls, 1u);
-    EXPECT_EQ(clients.routers.counters().forwarding.upcalls, 1u);
-}
-
 TEST_P(InstancesTest, TheEndOfAClientEndsItsMembershipsInEach)
 {
     for (const uint16_t vrf_index : {uint16_t{0}, RED, BLUE}) {
@@ -214,7 +205,7 @@ TEST_P(InstancesTest, DesignatedRoutersAreToldByInstance)
     clients.current_view.touch();
     clients.current_view.refresh();
     EXPECT_EQ(clients.current_view.view().designated, (std::set<InterfaceKey>{{0, 2}, {RED, 3}}));
-    alert(MRIB_TLV_QUERIER_CHANGE, RED, 3, 0);
+    alert(MRIB_TLV_GMP_ENABLE, RED, 3, 0);
     EXPECT_EQ(clients.routers.designated_interfaces(), (std::set<InterfaceKey>{{0, 2}, {BLUE, 4}}));
     clients.routers.on_designated_router(nullptr);
 }

@@ -278,20 +278,6 @@ TEST_P(RouterTest, EntryJoinedByNameWithoutRouteWaitsForOne)
     EXPECT_EQ(bench.forwards(source, group), Interfaces{2});
 }
 
-TEST_P(RouterTest, OtherQuerierForwardsInOurPlace)
-{
-    bench.join(1, 2, group);
-    bench.join(1, 3, group);
-    bench.packet(1, source, group);
-    bench.router.set_enabled(1, 2, true);
-    bench.router.set_querier(1, 2, false);
-    bench.settle();
-    EXPECT_EQ(bench.forwards(source, group), Interfaces{3});
-    bench.router.set_querier(1, 2, true);
-    bench.settle();
-    EXPECT_EQ(bench.forwards(source, group), (Interfaces{2, 3}));
-}
-
 TEST_P(RouterTest, DisablingTheProtocolForgetsTheInterfacesMemberships)
 {
     bench.router.set_enabled(1, 2, true);
@@ -321,9 +307,9 @@ TEST_P(RouterTest, DesignatedRouterIsToldWhenItChangesAndOnlyThen)
     bench.router.set_querier(1, 2, false);
     bench.router.set_querier(1, 2, true);
     bench.router.drop_client(1);
-    EXPECT_EQ(told, (Told{{2}, {}, {2}}));
+    EXPECT_EQ(told, Told{{2}});
     bench.router.drop_client(2);
-    EXPECT_EQ(told.back(), std::vector<uint32_t>());
+    EXPECT_EQ(told, (Told{{2}, {}}));
 }
 
 TEST_P(RouterTest, SourceOnALinkIsLocalWhileItSends)

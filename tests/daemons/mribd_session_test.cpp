@@ -77,7 +77,7 @@ TEST_P(SessionTest, DesignatedRouterReplayNamesEachInterfaceAndEnds)
 {
     introduce();
     take(Message().add_alert(MRIB_TLV_GMP_ENABLE, family, 2, 1).add_alert(MRIB_TLV_GMP_ENABLE, family, 3, 1));
-    take(Message().add_alert(MRIB_TLV_QUERIER_CHANGE, family, 3, 0));
+    take(Message().add_alert(MRIB_TLV_GMP_ENABLE, family, 3, 0));
     take_all(session.queue());
     clients.current_view.touch();
     clients.current_view.refresh();

@@ -67,6 +67,13 @@ class ForgedQuery(unittest.TestCase):
         self.is_refused("blue", "ipv6", "fe80::1", "dropped_querier_not_permitted")
         self.is_refused("blue", "ipv4", "10.3.0.0", "dropped_querier_address")
 
+    def test_who_wins_the_election_and_forwards_nothing_cuts_nobody_off(self):
+        self.say("red", "ipv6", "fe80::5")
+        wait_for(lambda: not self.interface("ipv6", "red")["querier"]["this_router"], "the election lost on red")
+        for _ in range(3):
+            for receiver in self.receivers:
+                receiver.grows(by=50)
+
     def test_the_silence_of_a_forged_querier_is_noticed_in_minutes(self):
         daemon = self.network.gmpd["ipv6"]
         self.say("blue", "ipv6", "fe80::99")

@@ -64,14 +64,14 @@ class WithFrr(unittest.TestCase):
         wait_for(lambda: GROUP in json.dumps(self.frr.show_json("ip igmp groups")), "the join at FRRouting")
         # gmpd follows what the querier says of its timers.
         self.assertEqual(self.lan()["querier"]["query_interval_s"], 2)
-        wait_for(lambda: "another querier forwards" in self.mribd.status(), "mribd leaving the link to the querier")
+        wait_for(lambda: "another querier" in self.mribd.status(), "mribd leaving the link to the querier")
         heard = self.lan()["counters"]["received_queries_v3"]
         wait_for(lambda: self.lan()["counters"]["received_queries_v3"] > heard, "further queries of FRRouting")
 
         self.other.run("ip", "address", "delete", "10.9.0.1/24", "dev", "eth0")
         self.other.address("eth0", "10.9.0.9/24")
         self.agree_on("10.9.0.2", True)
-        wait_for(lambda: "another querier forwards" not in self.mribd.status(), "mribd forwarding to the link")
+        wait_for(lambda: "another querier" not in self.mribd.status(), "mribd forwarding to the link")
         self.assertEqual([one["group"] for one in self.lan()["groups"]], [GROUP])
         self.assertIn(GROUP, json.dumps(self.frr.show_json("ip igmp groups")))
         # FRRouting drops what it finds wrong in a query, and would take the role over.

@@ -1,4 +1,5 @@
-"""Two of our routers between the same two links: one of them forwards, never both, and the other takes over.
+"""Two of our routers between the same two links: one of them forwards, both for seconds at most, and the other takes over,
+also where the querier goes on asking and only its forwarding ends.
 
                                +--- src  low  lan ---+
       source  eth0 --- first --|    10.1.0.1 10.2.0.1|--- second --- eth0  host
@@ -74,6 +75,14 @@ class Redundancy(unittest.TestCase):
             gmpd.kill()
         self.only_one_forwards(self.high, self.low)
         self.daemons[self.low][1:] = [self.start_gmpd(self.low, family) for family in GROUPS]
+        self.only_one_forwards(self.low, self.high)
+        self.daemons[self.low][0].kill()
+        wait_for(lambda: self.forwards(self.high) == 2, "the other forwarding in place of a querier that does not", 30)
+        for receiver in self.receivers.values():
+            receiver.grows()
+        for daemon in self.daemons[self.high][1:]:
+            self.assertFalse(json.loads(daemon.status())["interfaces"][0]["querier"]["this_router"])
+        self.daemons[self.low][0] = self.low.start_mribd()
         self.only_one_forwards(self.low, self.high)
 
 

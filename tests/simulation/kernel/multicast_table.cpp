@@ -160,6 +160,7 @@ void MulticastTable::forward(Entry &entry, const Datum &datum, const Send &send_
 // Told when the entry sends to where the packet came from: then another router may be forwarding there.
 void MulticastTable::wrong_interface(Entry &entry, const Key &key, unsigned vif)
 {
+    ++entry.packets; // counted before its interface is looked at
     ++entry.wrong_interface;
     if ((entry.outgoing >> vif & 1) != 0 &&
         clock_.now() - entry.last_wrong > BETWEEN_WRONG_INTERFACE_REPORTS) {

@@ -13,6 +13,7 @@ namespace
 constexpr size_t REMEMBERED = 16;  // packets of a flow; those that waited for an entry come late
 constexpr Ns SETTLED = 2 * SECOND; // since when somebody must want packets before they must come
 constexpr Ns LEAVE_MARGIN = 2 * SECOND;
+constexpr Ns NOTICED = 8 * SECOND;
 
 std::string describe(const Datum &datum)
 {
@@ -31,8 +32,7 @@ bool Oracle::is_heard(const Machine &machine, const Link &link, const Datum &dat
         const Ns changed = host->changed(datum.group);
         const bool is_permitted = agent == nullptr || (agent->permits(*host, datum.source, datum.group) &&
                                                        now - agent->changed(*host) > asked);
-        const Ns since = host->wanted_since(datum.source, datum.group);
-        return is_permitted && since != NEVER && now - since > SETTLED &&
+        return is_permitted && host->wants(datum.source, datum.group) && now - changed > SETTLED &&
                !disturbances.may_be_unheard(changed);
     });
 }
@@ -51,6 +51,7 @@ std::set<std::string> Oracle::expected_links(const Datum &datum) const
         const auto &link = named.second;
         const auto brings = [&](const auto &machine) {
             return is_connected(*machine, from) && forwards(*machine, *link, datum.group.family) &&
+                   !is_other_querier(*machine, *link, datum.group.family) &&
                    permits(*machine, from, *link, datum.group) && is_heard(*machine, *link, datum);
         };
         if (link.get() != &from &&
@@ -64,7 +65,6 @@ std::set<std::string> Oracle::expected_links(const Datum &datum) const
 void Oracle::sent(const Link &, const Datum &datum)
 {
     std::deque<Packet> &latest = packets_[datum.flow];
-    check_most_bytes();
     if (!latest.empty()) {
         check_missed(datum.flow, latest.back());
     }
@@ -88,6 +88,17 @@ void Oracle::check_missed(uint64_t flow, const Packet &packet)
     }
 }
 
+// Whether it has gone on for longer than one of two routers takes to notice that the other one forwards too.
+bool Oracle::comes_twice_for_long(const Flow &flow, const Link &link, const Packet &packet)
+{
+    auto &[last, since] = twice_[{flow.number, link.name}];
+    if (last + 1 != packet.number) {
+        since = packet.when;
+    }
+    last = packet.number;
+    return world_->machines().size() == 1 || packet.when - since > std::max(NOTICED, 3 * flow.interval);
+}
+
 void Oracle::delivered(const Link &link, const Machine &by, const Datum &datum)
 {
     const Flow &flow = *world_->flows()[datum.flow - 1];
@@ -96,6 +107,7 @@ void Oracle::delivered(const Link &link, const Machine &by, const Datum &datum)
     }
     for (Packet &packet : packets_[datum.flow]) {
         if (packet.number == datum.number && !packet.seen.insert(link.name).second &&
+            comes_twice_for_long(flow, link, packet) &&
             std::max(disturbances.excused_until(), disturbances.elected_at()) <= packet.when) {
             broken(Rule::Missed, flow.name + ": packet " + std::to_string(datum.number) + " came twice to " +
                                      link.name + ", now by " + by.name);
@@ -130,7 +142,8 @@ void Oracle::check_unwanted(const Machine &by, const Link &link, const Datum &da
         reported = std::max(reported, host->reported(datum.group));
         heard = heard && host->version == 3 && !host->is_silent;
     }
-    const bool tight = heard && disturbances.steady_since() + timing.membership() < changed;
+    const bool tight = heard && !is_other_querier(world_->machine(by.name), link, datum.group.family) &&
+                       disturbances.steady_since() + timing.membership() < changed;
     const Ns bound = tight ? changed + timing.leave() + LEAVE_MARGIN
                            : std::max(changed, reported) + timing.membership() + timing.response + SECOND +
                                  timing.hold + disturbances.stopped();

@@ -19,19 +19,6 @@ std::string names(const std::set<std::string> &all)
     return text + " }";
 }
 
-// Whether somebody else asks there with a lower address, who forwards nothing. Version 1 knows no election.
-bool is_querier_below(const Link &link, const Interface &interface, int family)
-{
-    return std::any_of(link.queriers.begin(), link.queriers.end(), [&](const Querier *querier) {
-        const Address &address = querier->address(family);
-        return querier->is_on() && (family == AF_INET6 || querier->version > 1) &&
-               std::any_of(interface.addresses.begin(), interface.addresses.end(),
-                           [&address](const auto &each) {
-                               return each.address.family == address.family && address < each.address;
-                           });
-    });
-}
-
 std::string describe(const MulticastTable::Key &key)
 {
     return "(" + to_text(key.first) + ", " + to_text(key.second) + ")";
@@ -62,21 +49,44 @@ bool Oracle::serves(const Machine &machine, int family) const
     return has_mribd && has_gmpd;
 }
 
-// Whether the machine has the link up with an address of the family, and is the one that forwards there: of
-// several the one with the lowest address, which is that of the machine made first.
+// Whether somebody else asks there with a lower address, who forwards nothing. Version 1 knows no election. The machine
+// forwards all the same, but what hosts want is asked about when that one likes.
+bool Oracle::is_other_querier(Machine &machine, const Link &link, int family) const
+{
+    const uint32_t if_index = link.if_index_of(machine);
+    const Interface *interface = if_index == 0 ? nullptr : machine.find(if_index);
+    return interface != nullptr &&
+           std::any_of(link.queriers.begin(), link.queriers.end(), [&](const Querier *querier) {
+               const Address &address = querier->address(family);
+               return querier->is_on() && (family == AF_INET6 || querier->version > 1) &&
+                      std::any_of(interface->addresses.begin(), interface->addresses.end(),
+                                  [&address](const auto &each) {
+                                      return each.address.family == address.family && address < each.address;
+                                  });
+           });
+}
+
+// Whether the machine has the link up with an address of the family, so that its daemons can serve it.
+bool Oracle::may_forward(Machine &machine, const Link &link, int family) const
+{
+    const uint32_t if_index = link.if_index_of(machine);
+    const Interface *interface = if_index == 0 ? nullptr : machine.find(if_index);
+    return serves(machine, family) && interface != nullptr && interface->is_up &&
+           std::any_of(interface->addresses.begin(), interface->addresses.end(),
+                       [family](const auto &address) {
+                           return address.address.family == family && !address.tentative;
+                       });
+}
+
+// Whether the machine can serve the link, and is the one that forwards there whoever else does: of
+// several the one with the lowest address, which is that of the machine made first. Who else asks there and forwards
+// nothing changes nothing.
 bool Oracle::forwards(const Machine &machine, const Link &link, int family) const
 {
     for (const auto &each : world_->machines()) {
-        const uint32_t if_index = link.if_index_of(*each);
-        const Interface *interface = if_index == 0 ? nullptr : each->find(if_index);
-        const bool is_served = serves(*each, family) && interface != nullptr && interface->is_up &&
-                               std::any_of(interface->addresses.begin(), interface->addresses.end(),
-                                           [family](const auto &address) {
-                                               return address.address.family == family && !address.tentative;
-                                           });
-        if (is_served) {
-            return each.get() == &machine && !is_querier_below(link, *interface, family) &&
-                   world_->config(machine).serves(*each, *interface);
+        if (may_forward(*each, link, family)) {
+            const Interface *interface = each->find(link.if_index_of(*each));
+            return each.get() == &machine && world_->config(machine).serves(*each, *interface);
         }
     }
     return false;
@@ -114,11 +124,15 @@ void Oracle::check_flow(const Flow &flow)
             machine->multicast_table(family, machine->multicast_table_of(family, route.if_index));
         std::set<std::string> wanted;
         std::set<std::string> forwarded;
+        std::set<std::string> left; // to another router, which packets alone show
         for (const auto &[name, link] : world_->links()) {
-            if (link->if_index_of(*machine) != route.if_index && forwards(*machine, *link, family) &&
+            if (link->if_index_of(*machine) != route.if_index && may_forward(*machine, *link, family) &&
                 permits(*machine, *flow.link, *link, flow.group) &&
                 world_->is_wanted(*machine, *link, flow.source, flow.group)) {
-                wanted.insert(name);
+                const bool is_left =
+                    !forwards(*machine, *link, family) ||
+                    (world_->machines().size() > 1 && is_other_querier(*machine, *link, family));
+                (is_left ? left : wanted).insert(name);
             }
         }
         const auto entry = table.entries().find({flow.source, flow.group});
@@ -126,6 +140,7 @@ void Oracle::check_flow(const Flow &flow)
             for (const uint32_t out : table.outgoing(entry->second)) {
                 forwarded.insert(link_name(*machine, out));
             }
+            std::erase_if(forwarded, [&](const std::string &name) { return left.contains(name); });
             if (table.if_index(entry->second.parent) != route.if_index) {
                 broken(Rule::Forwarding,
                        machine->name + ": " + describe(entry->first) + " is taken from the wrong interface");
@@ -208,16 +223,16 @@ void Oracle::check_rest()
         }
     }
     check_forwarding();
+    for (const auto &[name, link] : world_->links()) {
+        check_queriers(*link, AF_INET);
+        check_queriers(*link, AF_INET6);
+    }
     for (const auto &machine : world_->machines()) {
         for (const auto &[key, table] : machine->multicast_tables()) {
             check_entries(*machine, table);
         }
     }
     check_leftovers();
-    check_tables();
-    check_roles();
-    check_limits();
-    counts_.counters += counters_.check(*world_);
 }
 
 } // namespace sim
