@@ -180,25 +180,24 @@ void count_channel(Counters *counters, const ChannelCounters &channel)
     }
 }
 
-// Of all instances together.
-void count_forwarding(Counters *counters, const Router &router)
+void count_forwarding(Counters *counters, const RouterCounters &routers)
 {
-    const ForwardingCounters &forwarding = router.forwarding().counters();
-    (*counters)["upcalls"] += forwarding.upcalls;
-    (*counters)["upcalls_lost"] += router.kernel().lost_upcalls();
-    (*counters)["upcalls_stray"] += forwarding.stray_upcalls;
-    (*counters)["upcalls_wrong_interface"] += forwarding.wrong_interface;
-    (*counters)["outputs_given_way"] += forwarding.given_way;
-    (*counters)["outputs_taken_up"] += forwarding.taken_up;
-    (*counters)["entries_displaced"] += forwarding.displaced;
-    (*counters)["entries_ended_with_members"] += forwarding.ended;
-    (*counters)["entries_expired"] += forwarding.expired;
-    (*counters)["entries_without_route"] += forwarding.no_route;
-    (*counters)["entries_refused_by_kernel"] += forwarding.kernel_failures;
-    (*counters)["entries_refused_by_limit"] += forwarding.refused_by_limit;
-    (*counters)["entries_refused_by_memory"] += forwarding.refused_by_memory;
-    (*counters)["vifs_failed"] += router.vifs().failures();
-    (*counters)["vifs_refused"] += router.vifs().refusals();
+    const ForwardingCounters &forwarding = routers.forwarding;
+    (*counters)["upcalls"] = forwarding.upcalls;
+    (*counters)["upcalls_lost"] = routers.upcalls_lost;
+    (*counters)["upcalls_stray"] = forwarding.stray_upcalls;
+    (*counters)["upcalls_wrong_interface"] = forwarding.wrong_interface;
+    (*counters)["outputs_given_way"] = forwarding.given_way;
+    (*counters)["outputs_taken_up"] = forwarding.taken_up;
+    (*counters)["entries_displaced"] = forwarding.displaced;
+    (*counters)["entries_ended_with_members"] = forwarding.ended;
+    (*counters)["entries_expired"] = forwarding.expired;
+    (*counters)["entries_without_route"] = forwarding.no_route;
+    (*counters)["entries_refused_by_kernel"] = forwarding.kernel_failures;
+    (*counters)["entries_refused_by_limit"] = forwarding.refused_by_limit;
+    (*counters)["entries_refused_by_memory"] = forwarding.refused_by_memory;
+    (*counters)["vifs_failed"] = routers.vifs_failed;
+    (*counters)["vifs_refused"] = routers.vifs_refused;
 }
 
 // The endpoint serves both families; its counters stand with the first.
@@ -207,9 +206,7 @@ void list_counters(const mcastd::ControlServer &control, const Families &familie
     for (const ChannelServer *server : families) {
         Counters counters;
         count_channel(&counters, server->counters());
-        for (const auto &[vrf_index, router] : server->backend().routers.all()) {
-            count_forwarding(&counters, *router);
-        }
+        count_forwarding(&counters, server->backend().routers.counters());
         counters["members"] = server->backend().budget.taken();
         counters["members_refused"] = server->backend().budget.refused();
         if (server == families.front()) {

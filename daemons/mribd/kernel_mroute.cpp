@@ -271,6 +271,7 @@ void KernelMroute::prepare_receiving()
 
 void KernelMroute::shut()
 {
+    given_up_ = lost_upcalls() + waiting_.size();
     if (fd_ >= 0) {
         set_option(fd_, calls_.level, calls_.done, nullptr, 0);
         close(fd_);

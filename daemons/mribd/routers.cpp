@@ -5,6 +5,26 @@
 namespace mribd
 {
 
+void RouterCounters::add(const Router &router)
+{
+    const ForwardingCounters &more = router.forwarding().counters();
+    forwarding.upcalls += more.upcalls;
+    forwarding.stray_upcalls += more.stray_upcalls;
+    forwarding.wrong_interface += more.wrong_interface;
+    forwarding.no_route += more.no_route;
+    forwarding.refused_by_limit += more.refused_by_limit;
+    forwarding.refused_by_memory += more.refused_by_memory;
+    forwarding.kernel_failures += more.kernel_failures;
+    forwarding.displaced += more.displaced;
+    forwarding.expired += more.expired;
+    forwarding.ended += more.ended;
+    forwarding.given_way += more.given_way;
+    forwarding.taken_up += more.taken_up;
+    upcalls_lost += router.kernel().lost_upcalls();
+    vifs_failed += router.vifs().failures();
+    vifs_refused += router.vifs().refusals();
+}
+
 Routers::Routers(Router &common)
 {
     add(common);
@@ -33,9 +53,19 @@ void Routers::remove(uint16_t vrf_index)
 {
     if (Router *router = find(vrf_index)) {
         router->on_designated_router(nullptr);
+        gone_.add(*router);
         routers_.erase(vrf_index);
         tell_designated_router();
     }
+}
+
+RouterCounters Routers::counters() const
+{
+    RouterCounters all = gone_;
+    for (const auto &[vrf_index, router] : routers_) {
+        all.add(*router);
+    }
+    return all;
 }
 
 void Routers::on_designated_router(std::function<void()> told)

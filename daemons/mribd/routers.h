@@ -15,6 +15,16 @@
 namespace mribd
 {
 
+// What the routers of a family count.
+struct RouterCounters {
+    ForwardingCounters forwarding;
+    uint64_t upcalls_lost = 0;
+    uint64_t vifs_failed = 0;
+    uint64_t vifs_refused = 0;
+
+    void add(const Router &router);
+};
+
 class Routers
 {
 public:
@@ -47,6 +57,9 @@ public:
         return routers_;
     }
 
+    // Of all instances together, those that are not served any more included.
+    RouterCounters counters() const;
+
     // Called whenever designated_interfaces may give another answer.
     void on_designated_router(std::function<void()> told);
 
@@ -60,6 +73,7 @@ private:
     void tell_designated_router() const;
 
     std::map<uint16_t, Router *> routers_;
+    RouterCounters gone_; // of those that were removed
     std::function<void()> designated_router_told_;
 };
 

@@ -77,7 +77,7 @@ void AddressCounts::add(Ipv4 address)
         ++known->count;
         return;
     }
-    auto item = std::make_unique<Item>(address, 1u);
+    auto item = std::make_unique<Item>(Item{address, 1});
     auto *node = mcastd::must_have(
         [] { return static_cast<MCAST_AVL_NODE_S *>(calloc(1, sizeof(MCAST_AVL_NODE_S))); });
 

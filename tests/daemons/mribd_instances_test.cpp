@@ -110,6 +110,16 @@ TEST_P(InstancesTest, AnInstanceThatIsNotServedIsRefusedAndCounted)
     EXPECT_EQ(blue.router.members().wish_count(), 0u);
 }
 
+TEST_P(InstancesTest, CountersOutliveTheInstanceThatCountedThem)
+{
+    red.router.take_upcall(
+        {UpcallKind::NoEntry, 31, address(source), address(group)}); // of no virtual interface
+    ASSERT_EQ(clients.routers.counters().forwarding.stray_upcalls, 1u);
+    clients.routers.remove(RED);
+    EXPECT_EQ(clients.routers.counters().forwarding.stray_upcalls, 1u);
+    EXPECT_EQ(clients.routers.counters().forwarding.upcalls, 1u);
+}
+
 TEST_P(InstancesTest, TheEndOfAClientEndsItsMembershipsInEach)
 {
     for (const uint16_t vrf_index : {uint16_t{0}, RED, BLUE}) {

@@ -36,10 +36,11 @@ uint64_t number_from(const std::string &word)
 
 bool report(const std::string &name, const Result &result)
 {
-    printf(
-        "%s: %s s, hash %016lx, packets %lu wanted %lu unwanted, %lu rests, %lu entries compared, %lu ends\n",
-        name.c_str(), to_text(result.lasted).c_str(), result.hash, result.counts.packets,
-        result.counts.unwanted, result.counts.rests, result.counts.entries, result.counts.ends);
+    printf("%s: %s s, hash %016lx, packets %lu wanted %lu unwanted, %lu rests, %lu entries and %lu rows "
+           "compared, %lu ends\n",
+           name.c_str(), to_text(result.lasted).c_str(), result.hash, result.counts.packets,
+           result.counts.unwanted, result.counts.rests, result.counts.entries, result.counts.rows,
+           result.counts.ends);
     if (!result.is_good()) {
         printf("%s: BROKEN rule %d at %s s: %s\n", name.c_str(), static_cast<int>(result.rule),
                to_text(result.when).c_str(), result.what.c_str());
@@ -88,11 +89,27 @@ int run_seeds(const std::vector<std::string> &words, bool faults)
     return good ? 0 : 1;
 }
 
+// Writes the smallest script that breaks the same rule beside the one that did.
+void shrink_seed(uint64_t seed, const std::string &hours, bool faults)
+{
+    const Script script = script_of(seed, hours, faults);
+    const Result result = Run(script).execute();
+    const std::string file = "simulation." + std::to_string(seed) + ".small.script";
+    std::ofstream(file) << "# rule " << static_cast<int>(result.rule) << ": " << result.what << "\n"
+                        << write_script(shrink(script, result.rule, MOST_TRIES));
+    printf("the smallest script found is %s; repeat it with: simulate trace %s\n", file.c_str(),
+           file.c_str());
+}
+
 int run_endless(const std::vector<std::string> &words)
 {
     const time_t end = time(nullptr) + static_cast<time_t>(number_from(words.at(0)));
     for (uint64_t seed = number_from(words.at(1)); time(nullptr) < end; ++seed) {
-        if (!run_seed(seed, "6", seed % 4 != 0)) {
+        const bool faults = seed % 4 != 0;
+        if (!run_seed(seed, "6", faults)) {
+            printf("repeat it with: simulate %s %lu 1 6\n", faults ? "random" : "calm", seed);
+            fflush(stdout);
+            shrink_seed(seed, "6", faults);
             return 1;
         }
     }

@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include "tests/simulation/kernel/file.h"
+#include "tests/simulation/kernel/local_socket.h"
+#include "tests/simulation/kernel/routing_socket.h"
 #include "tests/simulation/run/run.h"
 
 namespace
@@ -62,6 +64,23 @@ protected:
         }
     }
 
+    // What gmpd says because of the act does not come to mribd.
+    static void lose_what_mribd_is_told(sim::Run &run, const std::function<void()> &act)
+    {
+        Process &mribd = process(run, "r1.mribd");
+        mribd.stop_until(run.world().kernel.clock.now() + SECOND);
+        act();
+        run.world().kernel.run_for(SECOND / 2);
+        char message[10240];
+        for (const auto &file : mribd.files()) {
+            if (auto *socket = dynamic_cast<LocalSocket *>(file.get())) {
+                while (socket->receive(message, sizeof(message), 0, nullptr) > 0) {
+                }
+            }
+        }
+        run.world().kernel.run_for(SECOND);
+    }
+
     const Script script_ = read_script(QUIET);
     const MulticastTable::Key key_ = {address_from("10.0.1.50"), address_from("239.1.1.1")};
 };
@@ -99,13 +118,13 @@ TEST_F(OracleTest, TwoQueriersOrNoneBreakRoles)
                   const Querier &second = run.world().add_querier("q1", "lan2", 3, 200);
                   run.world().link("lan2").send(
                       second, general_query_packet(second.address(AF_INET), 3, 10 * SECOND));
-                  run.oracle().check_rest();
+                  run.oracle().check_roles();
               }).rule,
               Rule::Roles);
     EXPECT_EQ(with([](sim::Run &run) {
                   stop_daemons(run);
                   run.world().kernel.suspend(200 * SECOND);
-                  run.oracle().check_rest();
+                  run.oracle().check_roles();
               }).rule,
               Rule::Roles);
 }
@@ -151,6 +170,157 @@ TEST_F(OracleTest, PacketThatComesTwiceOrBackBreaksMissed)
                   run.oracle().delivered(run.world().link("lan1"), run.world().machine("r1"), datum);
               }).rule,
               Rule::Missed);
+}
+
+TEST_F(OracleTest, GapWhileAHostChangesItsMindBreaksMissed)
+{
+    EXPECT_EQ(with([this](sim::Run &run) {
+                  stop_daemons(run);
+                  table(run).delete_entry(key_);
+                  run.world().host("h1").listen(key_.second, {false, {key_.first}}); // which it wanted before
+                  run.world().kernel.run_for(2 * SECOND);
+              }).rule,
+              Rule::Missed);
+}
+
+TEST_F(OracleTest, TablesThatAreNotWhatHostsWantBreakTables)
+{
+    EXPECT_EQ(with([](sim::Run &run) {
+                  run.world().host("h1").vanish();
+                  run.oracle().check_tables();
+              }).rule,
+              Rule::Tables);
+    EXPECT_EQ(with([](sim::Run &run) {
+                  run.world().host("h1").is_silent = true;
+                  run.world().host("h1").listen(address_from("239.1.1.2"), {true, {}});
+                  run.oracle().check_tables();
+              }).rule,
+              Rule::Tables);
+}
+
+TEST_F(OracleTest, MribdThatDoesNotKnowWhatGmpdKnowsBreaksTables)
+{
+    const Result result = with([](sim::Run &run) {
+        lose_what_mribd_is_told(run, [&] {
+            run.world().host("h1").listen(address_from("239.1.1.2"), {true, {}});
+        });
+        run.oracle().check_tables();
+    });
+    EXPECT_EQ(result.rule, Rule::Tables);
+    EXPECT_NE(result.what.find("mribd takes"), std::string::npos) << result.what;
+}
+
+TEST_F(OracleTest, KernelThatHasSomethingElseThanMribdBreaksTables)
+{
+    EXPECT_EQ(with([this](sim::Run &run) {
+                  table(run).delete_entry(key_);
+                  run.oracle().check_tables();
+              }).rule,
+              Rule::Tables);
+    EXPECT_EQ(with([](sim::Run &run) {
+                  const uint32_t lan3 = run.world().machine("r1").find("lan3")->index;
+                  table(run).delete_vif(static_cast<unsigned>(table(run).vif_of(lan3)));
+                  run.oracle().check_tables();
+              }).rule,
+              Rule::Tables);
+}
+
+TEST_F(OracleTest, DaemonThatDoesNotAnswerBreaksTables)
+{
+    EXPECT_EQ(with([](sim::Run &run) {
+                  stop_daemons(run);
+                  run.oracle().check_tables();
+              }).rule,
+              Rule::Tables);
+}
+
+TEST_F(OracleTest, QuerierThatIsNotTheLowestBreaksRoles)
+{
+    EXPECT_EQ(with([](sim::Run &run) {
+                  stop_daemons(run); // they do not hear it
+                  run.world().add_querier("q1", "lan2", 3, 1).switch_on(true);
+                  for (auto &[name, plan] : run.world().daemons()) {
+                      plan.process->stop_until(0);
+                  }
+                  run.oracle().check_roles();
+              }).rule,
+              Rule::Roles);
+}
+
+TEST_F(OracleTest, MribdThatForwardsWhereAnotherIsTheQuerierBreaksRoles)
+{
+    const Result result = with([](sim::Run &run) {
+        lose_what_mribd_is_told(run, [&] { run.world().add_querier("q1", "lan2", 3, 1).switch_on(true); });
+        run.world().kernel.run_for(130 * SECOND); // the time that shows who asks
+        run.oracle().check_roles();
+    });
+    EXPECT_EQ(result.rule, Rule::Roles);
+    EXPECT_NE(result.what.find("mribd forwards"), std::string::npos) << result.what;
+}
+
+TEST_F(OracleTest, DaemonThatIsNotConnectedBreaksRoles)
+{
+    EXPECT_EQ(with([](sim::Run &run) {
+                  process(run, "r1.gmpd4").kill();
+                  run.oracle().check_roles();
+              }).rule,
+              Rule::Roles);
+}
+
+TEST_F(OracleTest, MemoryAndDescriptorsBeyondWhatTheTablesHoldBreakLimits)
+{
+    EXPECT_EQ(with([](sim::Run &run) {
+                  process(run, "r1.mribd").account.take(500 << 10);
+                  run.oracle().check_limits();
+              }).rule,
+              Rule::Limits);
+    EXPECT_EQ(with([](sim::Run &run) {
+                  for (int i = 0; i < 60; ++i) {
+                      process(run, "r1.gmpd4").install(std::make_shared<File>());
+                  }
+                  run.oracle().check_limits();
+              }).rule,
+              Rule::Limits);
+    EXPECT_EQ(with([](sim::Run &run) {
+                  process(run, "r1.gmpd4").account.take(30 << 20);
+                  run.world().kernel.run_for(2 * SECOND);
+              }).rule,
+              Rule::Limits);
+}
+
+TEST_F(OracleTest, PacketsThatAreNotCountedBreakCounters)
+{
+    const auto lan2 = [](sim::Run &run) { return run.world().machine("r1").find("lan2")->index; };
+    EXPECT_EQ(with([&](sim::Run &run) {
+                  ++process(run, "r1.gmpd4").traffic[lan2(run)].heard;
+                  run.oracle().check_rest();
+              }).rule,
+              Rule::Counters);
+    EXPECT_EQ(with([&](sim::Run &run) {
+                  ++process(run, "r1.gmpd4").traffic[lan2(run)].sent;
+                  run.oracle().check_rest();
+              }).rule,
+              Rule::Counters);
+}
+
+TEST_F(OracleTest, ReportThatMribdDoesNotCountBreaksCounters)
+{
+    EXPECT_EQ(with([this](sim::Run &run) {
+                  char message[64];
+                  table(run).owner()->upcall(1, 0, key_);
+                  table(run).owner()->receive(message, sizeof(message), 0, nullptr); // it is gone
+                  run.oracle().check_rest();
+              }).rule,
+              Rule::Counters);
+}
+
+TEST_F(OracleTest, CounterThatFallsIsFound)
+{
+    const NamedCounters before = {{{AF_INET, 0, "one"}, 3}, {{AF_INET, 0, "two"}, 4}};
+    EXPECT_EQ(first_fall(before, {{{AF_INET, 0, "one"}, 3}, {{AF_INET, 0, "two"}, 5}}), std::nullopt);
+    EXPECT_EQ(first_fall(before, {{{AF_INET, 0, "one"}, 3}, {{AF_INET, 0, "two"}, 3}}),
+              "two fell from 4 to 3");
+    EXPECT_EQ(first_fall(before, {{{AF_INET, 0, "two"}, 4}}), "one fell from 3 to nothing");
 }
 
 TEST_F(OracleTest, VirtualInterfaceDeletedWhileItIsUsedBreaksTheKernelsContract)

@@ -151,6 +151,7 @@ int LocalSocket::bind(const sockaddr *address, socklen_t length)
         return -EADDRINUSE;
     }
     listener_ = std::make_shared<LocalListener>();
+    listener_->owner = g_process->number();
     place = listener_;
     return 0;
 }

@@ -49,6 +49,7 @@ class LocalSocket;
 class LocalListener
 {
 public:
+    uint64_t owner = 0; // the number of the process that bound it
     bool listening = false;
     size_t backlog_limit = 0;
     std::deque<std::shared_ptr<LocalEnd>> backlog;

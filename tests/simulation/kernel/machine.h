@@ -133,8 +133,6 @@ public:
     std::vector<Route> routes;
     std::vector<MulticastRule> rules;
     std::map<std::string, std::string> files; // texts by path
-    // Packets that a daemon sent, told to whoever counts them.
-    std::function<void(uint32_t if_index, const Packet &packet)> on_sent;
 
 private:
     void tell_packet_sockets(uint32_t if_index, bool removed);

@@ -79,6 +79,7 @@ ssize_t PacketSocket::receive(void *buffer, size_t size, int flags, sockaddr *fr
     }
     const Waiting packet = std::move(queue_.front());
     queue_.pop_front();
+    ++process_.traffic[packet.if_index].heard;
     sockaddr_ll name{};
     name.sll_family = AF_PACKET;
     name.sll_ifindex = static_cast<int>(packet.if_index);

@@ -27,6 +27,11 @@ public:
     ssize_t receive(void *buffer, size_t size, int flags, sockaddr *from) override;
 
     void arrive(uint32_t if_index, const Packet &packet);
+    // 0: all of them.
+    uint32_t bound_to() const
+    {
+        return bound_to_;
+    }
     void interface_down(uint32_t if_index, bool removed);
 
 private:

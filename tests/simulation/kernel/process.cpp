@@ -80,6 +80,7 @@ void Process::start(std::vector<std::string> arguments)
     waits_for_ = nullptr;
     pending_signals_ = 0;
     stopped_until_ = 0;
+    traffic.clear();
     exit_code_ = 0;
     end_ = End::None;
     ++lives_;

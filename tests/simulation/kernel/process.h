@@ -11,6 +11,7 @@
 #define TESTS_SIMULATION_KERNEL_PROCESS_H
 
 #include <deque>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -120,6 +121,12 @@ public:
     // The image's base is different in each run: for showing where a call came from.
     Account account;
     Refusals refusals;
+    // What it took from and put on an interface in this life.
+    struct Traffic {
+        uint64_t heard = 0;
+        uint64_t sent = 0;
+    };
+    std::map<uint32_t, Traffic> traffic;
     size_t descriptor_limit = 1024;
 
     // For the scheduler.
@@ -139,6 +146,10 @@ public:
     // The lowest free descriptor, or a negative error.
     int install(std::shared_ptr<File> file);
     int close(int fd);
+    const std::vector<std::shared_ptr<File>> &files() const
+    {
+        return files_;
+    }
     size_t descriptor_count() const;
     size_t null_device_count() const;
     // True when an event is there; waits for one until the time limit.

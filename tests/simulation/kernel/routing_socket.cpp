@@ -269,9 +269,7 @@ ssize_t RoutingSocket::send_message(const msghdr &message)
     const auto *bytes = static_cast<const uint8_t *>(message.msg_iov->iov_base);
     const Bytes body(bytes, bytes + message.msg_iov->iov_len);
     const Packet packet{family_, build_packet(source, destination, body)};
-    if (machine_.on_sent) {
-        machine_.on_sent(if_index, packet);
-    }
+    ++process_.traffic[if_index].sent;
     if (interface->wire != nullptr) {
         interface->wire->carry(machine_, if_index, packet);
     }
@@ -290,6 +288,7 @@ ssize_t RoutingSocket::receive(void *buffer, size_t size, int flags, sockaddr *)
 
 bool RoutingSocket::upcall(int kind, unsigned vif, const MulticastTable::Key &key)
 {
+    ++told_;
     if (upcalls_.size() >= MOST_UPCALLS) {
         ++lost_;
         return false;

@@ -29,6 +29,16 @@ public:
     // False when its queue is full and the report is lost.
     bool upcall(int kind, unsigned vif, const MulticastTable::Key &key);
 
+    int family() const
+    {
+        return family_;
+    }
+    // Reports so far, the lost ones included.
+    uint64_t told() const
+    {
+        return told_;
+    }
+
 private:
     int set_multicast_option(int option, const void *value, socklen_t size);
     size_t size_of(int option) const; // of its record
@@ -43,6 +53,7 @@ private:
     uint32_t table_ = 0;
     std::deque<Bytes> upcalls_;
     uint32_t lost_ = 0;
+    uint64_t told_ = 0;
 };
 
 } // namespace sim

@@ -10,6 +10,7 @@ namespace
 constexpr Ns UNSOLICITED_INTERVAL = SECOND; // of version 3
 constexpr Ns OLD_UNSOLICITED_INTERVAL = 10 * SECOND;
 constexpr Ns OLDER_QUERIER_PRESENT = 260 * SECOND; // robustness times query interval, and the response time
+constexpr Ns PAST = 60 * SECOND;                   // for how long it is known what was wanted before
 constexpr size_t RECORDS_IN_A_REPORT = 40;
 
 std::set<Address> difference(const std::set<Address> &from, const std::set<Address> &without)
@@ -50,6 +51,22 @@ Ns Host::changed(const Address &group) const
     return found == changed_.end() ? 0 : found->second;
 }
 
+Ns Host::wanted_since(const Address &source, const Address &group) const
+{
+    if (!wants(source, group)) {
+        return NEVER;
+    }
+    const auto past = before_.find(group);
+    if (past != before_.end()) {
+        for (auto each = past->second.rbegin(); each != past->second.rend(); ++each) {
+            if (!each->second.wants(source)) {
+                return each->first;
+            }
+        }
+    }
+    return 0;
+}
+
 Ns Host::reported(const Address &group) const
 {
     const auto found = reported_.find(group);
@@ -87,7 +104,11 @@ void Host::listen(const Address &group, const Filter &filter)
     if (before == filter) {
         return;
     }
-    changed_[group] = kernel_.clock.now();
+    const Ns now = kernel_.clock.now();
+    auto &past = before_[group];
+    std::erase_if(past, [now](const auto &each) { return now - each.first > PAST; });
+    past.emplace_back(now, before);
+    changed_[group] = now;
     if (filter.is_nothing()) {
         wants_.erase(group);
     } else {

@@ -76,6 +76,8 @@ public:
     bool wants(const Address &source, const Address &group) const;
     // When what it wants of the group changed last; 0 when it never did.
     Ns changed(const Address &group) const;
+    // Since when it has wanted this source without a gap, whatever changed besides; NEVER when it does not.
+    Ns wanted_since(const Address &source, const Address &group) const;
     // When it last said anything about the group.
     Ns reported(const Address &group) const;
 
@@ -103,6 +105,7 @@ private:
     Addresses addresses_;
     std::map<Address, Filter> wants_;
     std::map<Address, Ns> changed_;
+    std::map<Address, std::vector<std::pair<Ns, Filter>>> before_; // until when it wanted what, of late
     std::map<Address, Ns> reported_;
     std::map<Address, Ns> heard_; // when another host reported the group in an older version
     std::map<int, std::pair<unsigned, Ns>> older_querier_; // by family: its version, and until when

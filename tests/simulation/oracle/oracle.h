@@ -3,7 +3,11 @@
  *
  *      every packet sent, every packet on a link ──► packet_rules.cpp     4, 5
  *      every rest                                ──► rest_rules.cpp       1, and 9 as far as it is about rest
- *                                                ──► role_rules.cpp       3
+ *                                                    table_rules.cpp      2
+ *                                                    role_rules.cpp       3
+ *                                                    limit_rules.cpp      7, also at every packet
+ *                                                    counter_watch.cpp    8
+ *                                                    role_rules.cpp       3
  *      every end of a daemon                     ──► end_rules.cpp        9
  *      every call                                ──► the kernel itself    6
  *
@@ -18,6 +22,7 @@
 #include <set>
 
 #include "tests/simulation/network/world.h"
+#include "tests/simulation/oracle/counter_watch.h"
 #include "tests/simulation/oracle/disturbances.h"
 
 namespace sim
@@ -34,8 +39,12 @@ public:
 
     // Everything that must be true at rest.
     void check_rest();
-    // What the kernel forwards is what the hosts want.
+    // Each alone: what the kernel forwards is what the hosts want; so are the daemons' tables; one does each thing;
+    // nothing is more than it may be.
     void check_forwarding();
+    void check_tables();
+    void check_roles();
+    void check_limits();
 
     Disturbances disturbances;
 
@@ -45,6 +54,8 @@ public:
         uint64_t unwanted = 0;
         uint64_t rests = 0;
         uint64_t entries = 0; // compared at rest
+        uint64_t rows = 0;    // of the daemons' tables likewise
+        uint64_t counters = 0;
         uint64_t ends = 0;
     };
     const Counts &counts() const
@@ -53,6 +64,9 @@ public:
     }
 
 private:
+    friend class TableCheck;
+    friend class RoleCheck;
+
     // The latest packets of a flow, and where they were seen.
     struct Packet {
         uint64_t number;
@@ -70,6 +84,8 @@ private:
     void check_flow(const Flow &flow);
     void check_entries(Machine &machine, const MulticastTable &table);
     void check_leftovers();
+    void check_bytes(const Process &process, size_t entries);
+    void check_most_bytes();
     void process_ended(Process &process);
 
     std::set<std::string> expected_links(const Datum &datum) const;
@@ -86,7 +102,9 @@ private:
     // Of those in a row that came twice, by flow and link: the last one, and when the first was sent.
     std::map<std::pair<uint64_t, std::string>, std::pair<uint64_t, Ns>> twice_;
     std::map<std::pair<std::string, uint64_t>, size_t>
-        empty_blocks_; // of a process's life, with nothing to do
+        empty_blocks_;                                              // of a process's life, with nothing to do
+    std::map<std::pair<std::string, uint64_t>, size_t> base_bytes_; // of a process's life
+    CounterWatch counters_;
     Counts counts_;
 };
 

@@ -32,7 +32,8 @@ bool Oracle::is_heard(const Machine &machine, const Link &link, const Datum &dat
         const Ns changed = host->changed(datum.group);
         const bool is_permitted = agent == nullptr || (agent->permits(*host, datum.source, datum.group) &&
                                                        now - agent->changed(*host) > asked);
-        return is_permitted && host->wants(datum.source, datum.group) && now - changed > SETTLED &&
+        const Ns since = host->wanted_since(datum.source, datum.group);
+        return is_permitted && since != NEVER && now - since > SETTLED &&
                !disturbances.may_be_unheard(changed);
     });
 }
@@ -65,6 +66,7 @@ std::set<std::string> Oracle::expected_links(const Datum &datum) const
 void Oracle::sent(const Link &, const Datum &datum)
 {
     std::deque<Packet> &latest = packets_[datum.flow];
+    check_most_bytes();
     if (!latest.empty()) {
         check_missed(datum.flow, latest.back());
     }

@@ -223,16 +223,16 @@ void Oracle::check_rest()
         }
     }
     check_forwarding();
-    for (const auto &[name, link] : world_->links()) {
-        check_queriers(*link, AF_INET);
-        check_queriers(*link, AF_INET6);
-    }
     for (const auto &machine : world_->machines()) {
         for (const auto &[key, table] : machine->multicast_tables()) {
             check_entries(*machine, table);
         }
     }
     check_leftovers();
+    check_tables();
+    check_roles();
+    check_limits();
+    counts_.counters += counters_.check(*world_);
 }
 
 } // namespace sim
