@@ -273,8 +273,16 @@ void TableCheck::check_kernel(int family)
             }
             for (const auto &[flow, entry] : table.entries()) {
                 const auto out = table.outgoing(entry);
-                entries.insert(
-                    {flow.second, flow.first, table.if_index(entry.parent), {out.begin(), out.end()}});
+                // Without a route to the source it is where packets arrive, which mribd does not call upstream.
+                const bool is_refused =
+                    std::any_of(mrib_->routes.begin(), mrib_->routes.end(),
+                                [&flow = flow, is_public](const MribTables::Route &route) {
+                                    return (route.instance == 0) == is_public && route.group == flow.second &&
+                                           route.source == flow.first && route.installed &&
+                                           route.upstream == 0;
+                                });
+                const uint32_t upstream = is_refused && out.empty() ? 0 : table.if_index(entry.parent);
+                entries.insert({flow.second, flow.first, upstream, {out.begin(), out.end()}});
             }
             for (unsigned vif = 0; vif < MulticastTable::MOST_VIFS; ++vif) {
                 if (const uint32_t if_index = table.if_index(vif)) {
