@@ -309,6 +309,44 @@ TEST_P(SessionTest, FreshStartSendsTheStateAndAsksTheClientToAskAgain)
                      MRIB_TLV_SMOOTH_START}));
 }
 
+TEST(Session, IsAskedForRefusedMembershipsWhenThereIsRoom)
+{
+    constexpr uint8_t FAMILY = MCAST_FAMILY_IPV4;
+    Bench bench(FAMILY, 100, 0, 16); // an interface may have half of them
+    ClientBench clients(bench.router);
+    ChannelCounters counters;
+    Session session(1, clients.backend, counters);
+    Message message;
+    message.add_register(FAMILY);
+    for (unsigned number = 1; number <= 9; ++number) {
+        message.add_join(FAMILY, 2, "239.1.1." + std::to_string(number));
+    }
+    const auto bytes = message.bytes();
+    session.take_message(bytes.data(), bytes.size(), false);
+    EXPECT_EQ(counters.faults[static_cast<size_t>(Fault::Limit)], 1u);
+    take_all(session.queue());
+    session.ask_refused_again();
+    EXPECT_TRUE(session.has_refused());
+    EXPECT_TRUE(session.queue().empty()) << "there is no room yet";
+    bench.router.drop_members(1, 2);
+    session.ask_refused_again();
+    EXPECT_FALSE(session.has_refused());
+    EXPECT_EQ(types_of(take_all(session.queue())), Types{MRIB_TLV_SMOOTH_START});
+}
+
+TEST(Session, InterfacesThatAClientMakesUpEndAtALimit)
+{
+    constexpr uint8_t FAMILY = MCAST_FAMILY_IPV4;
+    Bench bench(FAMILY);
+    for (uint32_t if_index = 1; if_index <= GmpState::MOST_INTERFACES; ++if_index) {
+        ASSERT_TRUE(bench.router.set_querier(1, if_index, false));
+    }
+    EXPECT_FALSE(bench.router.set_querier(1, GmpState::MOST_INTERFACES + 1, false));
+    EXPECT_FALSE(bench.router.set_enabled(1, GmpState::MOST_INTERFACES + 1, true));
+    EXPECT_TRUE(bench.router.set_querier(1, 1, true)) << "what is taken back makes room";
+    EXPECT_TRUE(bench.router.set_enabled(1, GmpState::MOST_INTERFACES + 1, true));
+}
+
 INSTANTIATE_TEST_SUITE_P(Families, SessionTest,
                          testing::Values(uint8_t{MCAST_FAMILY_IPV4}, uint8_t{MCAST_FAMILY_IPV6}),
                          [](const auto &instance) { return std::string(family_name(instance.param)); });
