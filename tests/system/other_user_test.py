@@ -3,6 +3,7 @@ are two users' (one router, no links).
 """
 
 import os
+import shutil
 import subprocess
 import sys
 import unittest
@@ -11,6 +12,7 @@ from lab import PROGRAMS, SKIPPED, Daemon, Router, needs, wait_for
 
 MCASTCTL = os.path.join(PROGRAMS, "mcastctl")
 USERS = (65534, 65533)
+FOR_ALL = "/run/programs"  # the tree may lie where only its owner may look
 
 
 def runtime_dir(uid):
@@ -23,10 +25,16 @@ class OtherUser(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.router = Router("router")
+        os.mkdir(FOR_ALL, 0o755)
+        libraries = os.path.join(PROGRAMS, "..", "lib")
+        for path in ([os.path.join(PROGRAMS, name) for name in ("mribd", "gmpd")]
+                     + [os.path.join(libraries, name) for name in os.listdir(libraries) if name.endswith(".so.1")]):
+            os.chmod(shutil.copy(path, FOR_ALL), 0o755)
 
     def start(self, uid, program, *options):
         words = ("setpriv", f"--reuid={uid}", f"--regid={uid}", "--clear-groups", "--inh-caps=+net_admin,+net_raw",
-                 "--ambient-caps=+net_admin,+net_raw", os.path.join(PROGRAMS, program), *options)
+                 "--ambient-caps=+net_admin,+net_raw", "env", f"LD_LIBRARY_PATH={FOR_ALL}",
+                 os.path.join(FOR_ALL, program), *options)
         return Daemon(self.router, f"{program}-{uid}", *words)
 
     def ctl(self, *words):
