@@ -39,6 +39,7 @@ bool Frame::open()
         return false;
     }
     signal(SIGPIPE, SIG_IGN);
+    signals_.reserve(8); // so that none is received that nobody closes
     for (const int number : {SIGTERM, SIGINT, SIGUSR1, SIGUSR2, SIGHUP}) {
         uint32_t fd;
         if (MCAST_SigToEpoll(static_cast<uint32_t>(reactor_.descriptor()), static_cast<uint32_t>(number),
@@ -55,12 +56,7 @@ bool Frame::open()
 int Frame::run(Daemon &daemon)
 {
     daemon_ = &daemon;
-    try {
-        return serve(daemon) ? exit_code_ : EXIT_FAILURE;
-    } catch (const std::bad_alloc &) { // before the first round; later it ends what is done alone (memory.h)
-        log_error("the memory was not enough to start");
-        return EXIT_FAILURE;
-    }
+    return serve(daemon) ? exit_code_ : EXIT_FAILURE;
 }
 
 bool Frame::serve(Daemon &daemon)
@@ -80,7 +76,7 @@ bool Frame::serve(Daemon &daemon)
         timers_.set_wake_up();
         return more;
     });
-    reactor_.set_each_second([this] {
+    reactor_.add_each_second([this] {
         if (!ports_.look()) {
             end(EXIT_FAILURE);
         }

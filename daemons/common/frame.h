@@ -32,7 +32,6 @@
 #define DAEMONS_COMMON_FRAME_H
 
 #include <cstdlib>
-#include <new>
 #include <vector>
 
 #include "daemons/common/control.h"
@@ -106,21 +105,16 @@ private:
 };
 
 // The main of a daemon after its command line was parsed: makes a frame, in it a Program(frame, settings...),
-// and runs it. The exit code of the process.
+// and runs it. The exit code of the process. Throws std::bad_alloc before the event loop runs (program.h).
 template <typename Program, typename... Settings>
 int run_in_frame(const Options &options, const Settings &...settings)
 {
-    try {
-        Frame frame(options);
-        if (!frame.open()) {
-            return EXIT_FAILURE;
-        }
-        Program program(frame, settings...);
-        return frame.run(program);
-    } catch (const std::bad_alloc &) {
-        log_error("the memory was not enough to start");
+    Frame frame(options);
+    if (!frame.open()) {
         return EXIT_FAILURE;
     }
+    Program program(frame, settings...);
+    return frame.run(program);
 }
 
 } // namespace mcastd

@@ -122,22 +122,24 @@ void Reactor::set_background(std::function<bool()> work)
     more_work_ = true; // what was set up before the first event
 }
 
-void Reactor::set_each_second(std::function<void()> work)
+void Reactor::add_each_second(std::function<void()> work)
 {
-    each_second_ = std::move(work);
+    each_second_.push_back(std::move(work));
 }
 
 // What is done beside events. How long the round may wait.
 int Reactor::tend()
 {
     const int log_ms = sooner(log_tend(), memory_tend());
-    if (!each_second_) {
+    if (each_second_.empty()) {
         return log_ms;
     }
     const uint64_t now = now_ms();
     if (now >= next_second_ms_) {
         next_second_ms_ = now + SECOND_MS;
-        memory_unit("what is done each second", each_second_);
+        for (const auto &work : each_second_) {
+            memory_unit("what is done each second", work);
+        }
     }
     const int left = static_cast<int>(next_second_ms_ - now);
     return sooner(log_ms, left);

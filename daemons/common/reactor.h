@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <unordered_map>
+#include <vector>
 
 namespace mcastd
 {
@@ -60,8 +61,8 @@ public:
     // Runs after each round. While it returns true it has more to do and the next round does not wait.
     void set_background(std::function<bool()> work);
 
-    // Runs about once a second while run serves.
-    void set_each_second(std::function<void()> work);
+    // Runs about once a second while run serves, from then on. It needs no memory to come again.
+    void add_each_second(std::function<void()> work);
 
     // Serves until stop. False when waiting itself failed.
     bool run();
@@ -92,7 +93,7 @@ private:
     uint64_t resume_at_ms_ = 0; // when paused descriptors are watched again at the latest; 0: there is none
     std::unordered_map<int, Watch> handlers_;
     std::function<bool()> background_;
-    std::function<void()> each_second_;
+    std::vector<std::function<void()>> each_second_;
     uint64_t next_second_ms_ = 0; // when it is due
 };
 

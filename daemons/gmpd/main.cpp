@@ -4,16 +4,19 @@
  */
 #include <cstdlib>
 
+#include "daemons/common/program.h"
 #include "daemons/gmpd/daemon.h"
 
 int main(int argc, char **argv)
 {
-    mcastd::Options options("gmpd",
-                            "Group membership daemon: the router's side of IGMP (1, 2, 3) or MLD (1, 2)");
-    gmpd::Config config;
-    gmpd::add_options(options, config);
-    if (const auto code = options.parse(argc, argv)) {
-        return *code;
-    }
-    return gmpd::finish_config(options, config) ? gmpd::run_daemon(options, config) : EXIT_FAILURE;
+    return mcastd::run_program("gmpd", [&] {
+        mcastd::Options options("gmpd",
+                                "Group membership daemon: the router's side of IGMP (1, 2, 3) or MLD (1, 2)");
+        gmpd::Config config;
+        gmpd::add_options(options, config);
+        if (const auto code = options.parse(argc, argv)) {
+            return *code;
+        }
+        return gmpd::finish_config(options, config) ? gmpd::run_daemon(options, config) : EXIT_FAILURE;
+    });
 }

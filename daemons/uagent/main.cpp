@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "daemons/common/log.h"
+#include "daemons/common/program.h"
 #include "daemons/uagent/watch.h"
 
 namespace
@@ -71,9 +72,7 @@ int watch(const mcastd::Options &options, const Arguments &arguments)
     return mcastd::run_in_frame<uagent::Watch>(options, arguments.settings, input, name, stdout);
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+int run(int argc, char **argv)
 {
     Arguments arguments;
     mcastd::Options options("uagent",
@@ -98,4 +97,11 @@ int main(int argc, char **argv)
         return EXIT_FAILURE;
     }
     return EXIT_SUCCESS;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    return mcastd::run_program("uagent", [&] { return run(argc, argv); });
 }

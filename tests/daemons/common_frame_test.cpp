@@ -16,6 +16,7 @@
 #include "daemons/common/log.h"
 #include "daemons/common/memory.h"
 #include "daemons/common/options.h"
+#include "daemons/common/program.h"
 #include "daemons/common/services.h"
 #include "daemons/common/status_output.h"
 #include "daemons/common/timer.h"
@@ -366,9 +367,10 @@ TEST_F(FrameTest, StartWithoutMemoryFailsAndSaysSo)
     make("");
     daemon->started = [] { throw std::bad_alloc(); };
     testing::internal::CaptureStderr();
-    EXPECT_EQ(frame->run(*daemon), EXIT_FAILURE);
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("the memory was not enough to start"),
-              std::string::npos);
+    EXPECT_EQ(run_program("tested", [this] { return frame->run(*daemon); }), EXIT_FAILURE);
+    EXPECT_NE(
+        testing::internal::GetCapturedStderr().find("tested: error: the memory was not enough to start"),
+        std::string::npos);
 }
 
 TEST_F(FrameTest, WhatFindsNoMemoryIsRefusedAndTheDaemonGoesOn)
