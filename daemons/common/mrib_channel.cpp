@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 
 namespace mcastd
 {
@@ -46,6 +47,12 @@ MribChannel::MribChannel(Reactor &reactor, std::function<void()> report_all)
     : reactor_(reactor), report_all_(std::move(report_all))
 {
     the_channel = this;
+    // A timer needs memory; should it have been missing when one was to be started, this looks.
+    reactor_.add_each_second([this] {
+        if (open_ && !connected_ && !retry_.running()) {
+            connect();
+        }
+    });
 }
 
 MribChannel::~MribChannel()
@@ -76,6 +83,7 @@ bool MribChannel::open()
     if (MRIB_GMP_Init(client_.component, client_.family, client_.instance_count, MESSAGE_SIZE, &callbacks_) !=
         MCAST_OK) {
         log_error("cannot set up the channel to the MRIB process");
+        MRIB_GMP_Fini(); // what was set up until then
         return false;
     }
     open_ = true;
@@ -118,7 +126,9 @@ void MribChannel::connect()
     reported_missing_ = false;
     ++connects_;
     log_info("connected to the MRIB process");
-    report_all_();
+    if (!memory_unit("telling the MRIB process everything", report_all_)) {
+        MRIB_GMP_CloseConnection();
+    }
 }
 
 void MribChannel::retry_later()
@@ -134,8 +144,12 @@ void MribChannel::on_retry(void *owner)
 uint64_t MribChannel::on_connected(int32_t socket)
 {
     MribChannel &channel = *the_channel;
-    if (!channel.reactor_.add(socket, EPOLLIN,
-                              [&channel, socket](uint32_t events) { channel.ready(events, socket); })) {
+    bool watched = false;
+    memory_unit("the connection to the MRIB process", [&channel, &watched, socket] {
+        watched = channel.reactor_.add(
+            socket, EPOLLIN, [&channel, socket](uint32_t events) { channel.ready(events, socket); });
+    });
+    if (!watched) {
         log_error("cannot watch the connection to the MRIB process");
         return MCAST_ERR_GENERAL;
     }
@@ -156,7 +170,7 @@ void MribChannel::on_disconnected(int32_t socket)
     if (channel.open_) {
         log_warning("the connection to the MRIB process broke, trying every second");
         channel.reported_missing_ = true;
-        channel.retry_later();
+        memory_unit("the next try", [&channel] { channel.retry_later(); });
     }
 }
 

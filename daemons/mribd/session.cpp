@@ -126,6 +126,7 @@ void Session::take_message(const uint8_t *message, size_t size, bool truncated)
         ++taken;
         ++counters_.records;
         if (!mcastd::memory_unit("a record of a client", [&] { take_record(record); })) {
+            missed_record_ = true;
             refuse(Fault::Memory);
         }
     }
@@ -138,12 +139,15 @@ void Session::take_message(const uint8_t *message, size_t size, bool truncated)
 
 void Session::ask_refused_again()
 {
-    const Router *router = refused_ ? routers_.find(refused_->vrf_index) : nullptr;
-    if (router == nullptr) {
+    if (refused_ && routers_.find(refused_->vrf_index) == nullptr) {
         refused_.reset(); // what was refused went with its instance
-    } else if (router->members().has_room(id_, refused_->if_index) && !queue_.has_overflowed()) {
+    }
+    const bool has_room =
+        !refused_ || routers_.find(refused_->vrf_index)->members().has_room(id_, refused_->if_index);
+    if (has_refused() && has_room && !mcastd::memory_is_short() && !queue_.has_overflowed()) {
         trace_channel("client %u: there is room again, told to say everything again", id_);
         refused_.reset();
+        missed_record_ = false;
         queue_.put_marker(MRIB_TLV_SMOOTH_START);
     }
 }

@@ -107,10 +107,11 @@ public:
     // Acts on one message of size bytes; truncated when the datagram was longer than the buffer.
     void take_message(const uint8_t *message, size_t size, bool truncated);
 
-    // Whether a membership was refused since the client was asked for all of them, and asks it when there is room.
+    // Whether a membership was refused since the client was asked for all of them, or any record found no memory;
+    // and asks it when there is room.
     bool has_refused() const
     {
-        return refused_.has_value();
+        return refused_.has_value() || missed_record_;
     }
     void ask_refused_again();
 
@@ -181,6 +182,7 @@ private:
         uint32_t if_index;
     };
     std::optional<Refused> refused_;              // the last membership that was, since all were asked for
+    bool missed_record_ = false;                  // memory ended in the middle of one since then
     std::optional<SgTable::Cursor> local_replay_; // while local sources are being replayed
 };
 
