@@ -67,9 +67,6 @@ void *HASH_GetFirst(HASH_HANDLE table);
  */
 void *HASH_GetNext(HASH_HANDLE table, uint32_t hash, const void *record);
 
-/* The number of records in the table. */
-uint32_t HASH_Count(HASH_HANDLE table);
-
 #ifdef __cplusplus
 }
 #endif

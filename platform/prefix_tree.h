@@ -65,6 +65,7 @@ typedef struct RDX_AFI_CB_S {
     void (*destroy)(RDX_TREE_S *tree, RDX_RELEASE release);
 } RDX_AFI_CB_S;
 
+/* The operations of each family, by RDX_AFI_IPV4 and RDX_AFI_IPV6. A data object: it is bound when the process starts. */
 extern const RDX_AFI_CB_S g_astRdxAFICBArray[RDX_AFI_COUNT];
 
 #ifdef __cplusplus

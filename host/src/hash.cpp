@@ -47,7 +47,6 @@ using Algorithms = boost::intrusive::circular_list_algorithms<NodeTraits>;
 struct Table {
     std::vector<Node> buckets;
     HASH_FREE free_record;
-    uint32_t count = 0;
 
     Node *bucket(uint32_t hash)
     {
@@ -101,7 +100,6 @@ HOST_API uint32_t HASH_FreeAll(HASH_HANDLE handle)
         while (head.next != &head) {
             Node *node = head.next;
             Algorithms::unlink(node);
-            --table->count;
             if (table->free_record != nullptr) {
                 table->free_record(node);
             }
@@ -125,7 +123,6 @@ HOST_API uint32_t HASH_Insert(HASH_HANDLE handle, uint32_t hash, void *record)
         return HOST_FAILED;
     }
     Algorithms::link_after(table->bucket(hash), ::new (record) Node);
-    ++table->count;
     return 0;
 }
 
@@ -140,7 +137,6 @@ HOST_API uint32_t HASH_Remove(HASH_HANDLE handle, uint32_t hash, void *record)
     for (Node *node = head->next; node != head; node = node->next) {
         if (node == record) {
             Algorithms::unlink(node);
-            --table->count;
             return 1;
         }
     }
@@ -175,11 +171,6 @@ HOST_API void *HASH_GetNext(HASH_HANDLE handle, uint32_t hash, const void *recor
     }
     Node *next = static_cast<const Node *>(record)->next;
     return next != table->bucket(hash) ? next : first_from(*table, hash % table->buckets.size() + 1);
-}
-
-HOST_API uint32_t HASH_Count(HASH_HANDLE handle)
-{
-    return handle == 0 ? 0 : table_of(handle)->count;
 }
 
 } // extern "C"

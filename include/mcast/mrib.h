@@ -118,7 +118,10 @@ typedef struct MRIB_GMP_CONNECT_S {
     uint64_t queued_count MCAST_GUARDED_BY(lock);             /* messages ever queued */
 } MRIB_GMP_CONNECT_S;
 
+/* The client of this process. Read it between MRIB_GMP_Init and MRIB_GMP_Fini. */
 MCAST_API extern MRIB_GMP_COMPONENT_S g_stMRIBComponent;
+
+/* Its connection. Read it under its lock, which exists between MRIB_GMP_Init and MRIB_GMP_Fini. */
 MCAST_API extern MRIB_GMP_CONNECT_S g_stMribConnectInfo;
 
 /* Flags of an instance record: what a replay has not confirmed yet. */

@@ -248,6 +248,7 @@ typedef struct MRIB_PACKED MRIB_MAUTH_USER_INFO_S {
 
 /* Values sent by the MRIB. The client reads none of the unused bytes; the MRIB writes them 0. */
 
+/* Layer-3 multicast is enabled in an instance, or not. */
 typedef struct MRIB_PACKED MRIB_VRF_STATE_S {
     uint8_t unused[3];
     uint16_t vrf_index;

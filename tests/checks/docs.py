@@ -2,12 +2,13 @@
 """What the documentation promises about itself: links lead somewhere, the porting guide names every service, and the
 tests that are said to prove something exist."""
 
-import pathlib
 import re
 import subprocess
 import sys
 
-TOP = pathlib.Path(__file__).resolve().parents[2]
+import public_names
+
+TOP = public_names.TOP
 
 
 def dead_links():
@@ -24,7 +25,7 @@ def dead_links():
 def unnamed_services():
     """Names of the platform that the porting guide leaves out."""
     guide = (TOP / "docs/porting.md").read_text()
-    for name in (TOP / "scripts/platform-names.txt").read_text().split():
+    for name in sorted(public_names.platform()):
         if f"`{name}`" not in guide:
             yield f"docs/porting.md: {name} is not in the table"
 

@@ -4,7 +4,6 @@ exports.py LIBRARY: what it exports is exactly what the public headers declare w
 list in src/exports.map; what it leaves undefined is libc's or on the platform's list; it needs libc alone.
 """
 
-import glob
 import os
 import re
 import subprocess
@@ -24,15 +23,6 @@ def listed():
         return set(re.findall(r"^\s+(\w+);", script.read(), re.MULTILINE))
 
 
-def platform():
-    names = set()
-    for path in glob.glob(os.path.join(ROOT, "platform/*.h")):
-        with open(path) as header:
-            text = re.sub(r"/\*.*?\*/", "", header.read(), flags=re.DOTALL)
-        names |= set(re.findall(r"\b(\w+)\s*\(", text)) | set(re.findall(r"^extern .*?(\w+)\s*(?:\[|;)", text, re.MULTILINE))
-    return names
-
-
 def main(library):
     declared = set().union(*public_names.by_header().values())
     exported, undefined = set(), set()
@@ -47,7 +37,7 @@ def main(library):
     faults = [f"exported but not declared in a public header: {n}" for n in sorted(exported - declared)]
     faults += [f"declared in a public header but not exported: {n}" for n in sorted(declared - exported)]
     faults += [f"exported but not on the list: {n}" for n in sorted(exported - listed())]
-    faults += [f"undefined, and neither libc's nor the platform's: {n}" for n in sorted(undefined - platform())]
+    faults += [f"undefined, and neither libc's nor the platform's: {n}" for n in sorted(undefined - public_names.platform())]
     faults += [f"needs more than libc: {n}" for n in needed if "[libc.so.6]" not in n]
     print("\n".join(faults))
     print(f"{len(exported)} names exported, {len(listed() - exported)} of the list still to come")

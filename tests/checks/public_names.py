@@ -15,3 +15,13 @@ def by_header():
             head = re.sub(r"\b(MCAST_[A-Z_]+)\s*\([^()]*\)", "", declaration)  # lock annotations
             names.setdefault(f"mcast/{path.name}", []).append(re.search(r"(\w+)\s*(\(|\[|$)", head).group(1))
     return names
+
+
+def platform():
+    """The names that a platform provides: the functions and objects that platform/ declares."""
+    names = set()
+    for path in (TOP / "platform").glob("*.h"):
+        text = re.sub(r"/\*.*?\*/|#(?:\\\n|[^\n])*", "", path.read_text(), flags=re.DOTALL)
+        names |= set(re.findall(r"^(?!typedef|static|_Static)(?:\w+[ *]+)+(\w+)\([^;]*\);", text, re.MULTILINE))
+        names |= set(re.findall(r"^extern [^;{]*?(\w+)\s*(?:\[\w*\])?;", text, re.MULTILINE))
+    return names

@@ -263,7 +263,7 @@ TEST(HashTable, AgreesWithASetUnderRandomOperations)
                 ASSERT_EQ(HASH_Remove(table, record->key, record) != 0, present);
                 model.erase(record->key);
             }
-            ASSERT_EQ(HASH_Count(table), model.size());
+            ASSERT_EQ(HASH_GetFirst(table) == nullptr, model.empty());
             if (step % 500 == 0) {
                 ASSERT_EQ(walk(table), model);
             }
@@ -291,7 +291,6 @@ TEST(HashTable, FreeAllGivesEveryRecordOnceAndLeavesTheTableUsable)
     }
     EXPECT_EQ(HASH_FreeAll(table), 0u);
     EXPECT_EQ(g_hash_freed.size(), 100u);
-    EXPECT_EQ(HASH_Count(table), 0u);
     EXPECT_EQ(HASH_GetFirst(table), nullptr);
     EXPECT_EQ(HASH_Insert(table, 1, &records[0]), 0u);
     HASH_Fini(table);
@@ -307,7 +306,6 @@ TEST(HashTable, NoTableAnswersAsAnEmptyOne)
     EXPECT_EQ(HASH_Get(0, 1, &record.key, compare_hash_key), nullptr);
     EXPECT_EQ(HASH_GetFirst(0), nullptr);
     EXPECT_EQ(HASH_GetNext(0, 1, &record), nullptr);
-    EXPECT_EQ(HASH_Count(0), 0u);
     EXPECT_NE(HASH_FreeAll(0), 0u);
     HASH_Fini(0);
 }

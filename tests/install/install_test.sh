@@ -50,4 +50,15 @@ for program in "$tree"/sbin/* "$tree"/bin/*; do
     programs=$((programs + 1))
 done
 [ "$programs" -ge 3 ] || fail "only $programs programs"
+# Every exported name is found by man, and the pages of the headers are there in HTML.
+names=$(sed -n 's/^ *\([A-Za-z_][A-Za-z0-9_]*\);$/\1/p' "$here/../../src/exports.map")
+[ "$(wc -w <<<"$names")" -gt 200 ] || fail "no list of exported names"
+# shellcheck disable=SC2086
+found=$(man -M "$tree/share/man" -s 3 -w $names 2>&1 | grep -c '/man3/') || true
+[ "$found" -eq "$(wc -w <<<"$names")" ] || fail "man finds $found of $(wc -w <<<"$names") exported names"
+for page in "7 mcastcommon" "5 mcast.toml"; do
+    man -M "$tree/share/man" -w $page >/dev/null || fail "no page: $page"
+done
+[ -s "$tree/share/doc/mcastcommon/html/index.html" ] || fail "no HTML pages"
+
 echo "$programs programs, both libraries, two ways to find them"

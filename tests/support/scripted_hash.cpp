@@ -142,14 +142,3 @@ void *HASH_GetNext(HASH_HANDLE handle, uint32_t hash, const void *record)
     }
     return FirstFrom(*table, hash % table->bucket_count + 1);
 }
-
-uint32_t HASH_Count(HASH_HANDLE handle)
-{
-    size_t count = 0;
-    if (handle != 0) {
-        for (const auto &[hash, bucket] : TableOf(handle)->buckets) {
-            count += bucket.size();
-        }
-    }
-    return static_cast<uint32_t>(count);
-}

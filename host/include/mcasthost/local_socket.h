@@ -13,13 +13,17 @@
 extern "C" {
 #endif
 
-// Connections of this process's listeners that accept closed because their peer is of another user and not
-// root. Any thread.
+/*
+ * Connections of this process's listeners that accept closed because their peer is of another user and not root. Any
+ * thread.
+ */
 HOST_API uint64_t HOST_LocalSocketRefusedPeers(void);
 
-// The users who have a port of the calling thread's network namespace in use, in one of the places where this
-// library looks for ports: at most size of them to uids, by ascending number. How many were written. A caller
-// that is not root learns of itself alone. Any thread.
+/*
+ * The users who have a port of the calling thread's network namespace in use, in one of the places where this library
+ * looks for ports: at most size of them to uids, by ascending number. How many were written. A caller that is not root
+ * learns of itself alone. Any thread.
+ */
 HOST_API size_t HOST_LocalSocketUsers(uint32_t *uids, size_t size);
 
 /*
@@ -28,7 +32,7 @@ HOST_API size_t HOST_LocalSocketUsers(uint32_t *uids, size_t size);
  */
 HOST_API uint32_t HOST_LocalSocketLimit(uint16_t port, uint32_t most);
 
-// Connections that accept closed because of such a limit. Any thread.
+/* Connections that accept closed because of such a limit. Any thread. */
 HOST_API uint64_t HOST_LocalSocketOverLimit(void);
 
 /* What HOST_LocalSocketTend found. */
