@@ -1,5 +1,6 @@
 #include <arpa/inet.h>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
@@ -241,6 +242,26 @@ TEST_F(ControlPortTest, AnswersOnItsPort)
     ControlReply reply;
     ASSERT_TRUE(decode(std::span(bytes).first(static_cast<size_t>(size)), &reply));
     EXPECT_EQ(reply.rows.size(), 1u);
+    close(fd);
+}
+
+TEST_F(ControlPortTest, AnswersOnDescriptorZero)
+{
+    ASSERT_TRUE(server.open(PORT));
+    const int fd = connect_to_server();
+    const int standard_input = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    reactor.run_once(0);
+    EXPECT_EQ(server.connections(), 1u);
+    EXPECT_GE(fcntl(STDIN_FILENO, F_GETFD), 0) << "its connection";
+    const std::vector<uint8_t> request = encode(get_next());
+    ASSERT_EQ(send(fd, request.data(), request.size(), 0), static_cast<ssize_t>(request.size()));
+    serve();
+    char byte;
+    EXPECT_GT(recv(fd, &byte, 1, 0), 0);
+    EXPECT_EQ(server.connections(), 0u);
+    dup2(standard_input, STDIN_FILENO);
+    close(standard_input);
     close(fd);
 }
 

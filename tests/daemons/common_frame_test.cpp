@@ -288,6 +288,16 @@ TEST_F(FrameTest, CallsTheDaemonInOneOrder)
     EXPECT_EQ(daemon->steps, " read5 open take5 start round close");
 }
 
+TEST_F(FrameTest, APeerThatHasGoneEndsNobody)
+{
+    struct sigaction action {
+    };
+    signal(SIGPIPE, SIG_DFL);
+    make("");
+    ASSERT_EQ(sigaction(SIGPIPE, nullptr, &action), 0);
+    EXPECT_EQ(action.sa_handler, SIG_IGN);
+}
+
 TEST_F(FrameTest, WithoutAFileThereIsNothingToRead)
 {
     make("");

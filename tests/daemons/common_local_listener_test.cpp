@@ -1,4 +1,5 @@
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -114,6 +115,23 @@ TEST_F(Listener, ThatNobodyWaitsAtDoesNotRest)
     const Shortage shortage;
     EXPECT_EQ(accept_next(fd_), -1);
     EXPECT_EQ(errno, EAGAIN);
+}
+
+TEST(DescriptorReserve, IsNotHandedToProgramsThatAreStarted)
+{
+    while (lend_descriptor(0)) {
+    }
+    std::vector<int> free;
+    for (size_t i = 0; i < RESERVED_DESCRIPTORS; ++i) {
+        free.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    }
+    for (const int fd : free) {
+        close(fd);
+    }
+    fill_descriptor_reserve();
+    for (const int fd : free) {
+        EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
+    }
 }
 
 TEST(DescriptorReserve, AConfigurationIsReadWithoutAFreeDescriptor)

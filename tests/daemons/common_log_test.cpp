@@ -13,6 +13,7 @@
 #include "daemons/common/log_limit.h"
 #include "daemons/common/log_output.h"
 #include "daemons/common/nonblocking_output.h"
+#include "tests/daemons/descriptor_shortage.h"
 
 using namespace mcastd;
 
@@ -181,6 +182,41 @@ TEST(NonblockingOutput, LeavesTheSharedDescriptorAsItIs)
     }
     EXPECT_EQ(errno, EAGAIN);
     EXPECT_EQ(fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST(NonblockingOutput, OfAPipeIsItsOwn)
+{
+    int ends[2];
+    char byte;
+    ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+    {
+        NonblockingOutput output(ends[1]);
+        output.prepare();
+        EXPECT_NE(output.descriptor(), ends[1]);
+        close(ends[1]);
+        EXPECT_LT(read(ends[0], &byte, 1), 0) << "not the end: it has the pipe open";
+    }
+    EXPECT_EQ(read(ends[0], &byte, 1), 0);
+    close(ends[0]);
+}
+
+TEST(NonblockingOutput, WithoutADescriptorOfItsOwnAsksForRoom)
+{
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    NonblockingOutput output(ends[1]);
+    {
+        const Shortage shortage;
+        output.prepare();
+    }
+    EXPECT_EQ(output.descriptor(), ends[1]);
+    const std::vector<char> bytes(4096);
+    do {
+        errno = 0;
+    } while (output.write_some(bytes.data(), bytes.size()) > 0);
+    EXPECT_EQ(errno, EAGAIN);
     close(ends[0]);
     close(ends[1]);
 }

@@ -55,6 +55,31 @@ TEST(TimerLoop, EverythingElseHasATurnBetweenTimersThatAreDue)
     close(ready);
 }
 
+TEST(Timer, IsRaisedAndLoweredButNeverTheOtherWay)
+{
+    Reactor reactor;
+    TimerLoop timers(reactor);
+    Timer timer;
+    ASSERT_TRUE(timers.open());
+    timer_raise(timers.manager(), timer, 100000);
+    timer_lower(timers.manager(), timer, 100000);
+    EXPECT_FALSE(timer.running()) << "a stopped one stays stopped";
+    EXPECT_FALSE(timer_beyond(timer, 0));
+    timer_start(timers.manager(), timer, 100000, work, nullptr);
+    EXPECT_FALSE(timer_beyond(timer, 100000)) << "not beyond its own end";
+    EXPECT_TRUE(timer_beyond(timer, 50000));
+    timer_raise(timers.manager(), timer, 50000);
+    EXPECT_TRUE(timer_beyond(timer, 50000));
+    timer_raise(timers.manager(), timer, 200000);
+    EXPECT_TRUE(timer_beyond(timer, 150000));
+    timer_lower(timers.manager(), timer, 300000);
+    EXPECT_FALSE(timer_beyond(timer, 250000));
+    timer_lower(timers.manager(), timer, 50000);
+    EXPECT_FALSE(timer_beyond(timer, 60000));
+    timer_stop(timers.manager(), timer);
+    EXPECT_EQ(timer_remaining_s(timer), 0u);
+}
+
 TEST(TimerLoop, SecondsBeyondTheRangeOfTheTimersStayAhead)
 {
     constexpr int64_t WRAP = int64_t{1} << 32;

@@ -319,6 +319,19 @@ TEST_F(GmpdBackup, AnActiveOneThatComesMeanwhileIsFound)
     EXPECT_TRUE(standby.active_is_gone()) << "patience was for the one that came";
 }
 
+TEST_F(GmpdBackup, WhoStoppedWatchingLooksNoMore)
+{
+    server.reset();
+    start_standby(3);
+    EXPECT_TRUE(standby.watching());
+    standby.stop();
+    EXPECT_FALSE(standby.watching());
+    start_active();
+    pass(5);
+    EXPECT_FALSE(standby.has_heard());
+    EXPECT_EQ(server->synchronised(), 0u);
+}
+
 TEST_F(GmpdBackup, WhoIsToldAnewForgetsWhatHeKnew)
 {
     take_many(5);

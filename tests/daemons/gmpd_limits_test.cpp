@@ -6,6 +6,7 @@
 #include <malloc.h>
 #include <numeric>
 
+#include "daemons/common/log.h"
 #include "tests/daemons/gmpd_lab.h"
 
 using namespace gmpd;
@@ -158,4 +159,25 @@ TEST(GmpdLimits, AnEntryTakesNoMoreThanIsCountedForIt)
     RecordProperty("bytes_of_a_source", static_cast<int>(source));
     EXPECT_LE(source, (counted - before) / SOURCES);
     EXPECT_GE(source, (counted - before) / SOURCES / 3);
+}
+
+TEST(GmpdLimits, ManyGroupsAndManySourcesAreWarnedOfOnce)
+{
+    Config config;
+    config.max_groups = 20;
+    config.max_sources = 20;
+    Lab lab(MCAST_FAMILY_IPV4, config);
+    lab.start();
+    mcastd::log_open("gmpd", mcastd::LogLevel::Warning);
+    testing::internal::CaptureStderr();
+    for (unsigned number = 1; number <= 20; ++number) {
+        lab.record(RecordType::Allow, {number});
+        lab.record(RecordType::Allow, {1}, number);
+    }
+    EXPECT_EQ(
+        testing::internal::GetCapturedStderr(),
+        "gmpd: warning: lab: group 239.1.1.1 has 18 sources, the limit is 20 (--max-sources); is that "
+        "what the hosts want?\n"
+        "gmpd: warning: lab: 18 groups, the limit is 20 (--max-groups); is that what the hosts want?\n");
+    mcastd::log_open("daemon", mcastd::LogLevel::Info);
 }

@@ -132,6 +132,40 @@ TEST(GmpdStatus, ShowsGroupsSourcesTimersAndCounters)
     EXPECT_EQ(std::count(text.begin(), text.end(), '['), std::count(text.begin(), text.end(), ']'));
 }
 
+TEST(GmpdStatus, BeginsWithWhatTheDaemonIs)
+{
+    Lab lab(MCAST_FAMILY_IPV4);
+    Lab lab6(MCAST_FAMILY_IPV6);
+    DaemonStatus standby;
+    standby.active = false;
+    standby.backed_up = 7;
+    EXPECT_TRUE(status_text(lab.process, {})
+                    .starts_with("{\n"
+                                 "  \"daemon\": \"gmpd\",\n"
+                                 "  \"family\": \"ipv4\",\n"
+                                 "  \"protocol_version\": 3,\n"
+                                 "  \"role\": \"active\",\n"
+                                 "  \"standbys\": 0,\n"
+                                 "  \"mrib_connected\": false,\n"
+                                 "  \"mrib_connects\": 0,\n"
+                                 "  \"mrib_pending_messages\": 0,\n"
+                                 "  \"mrib_held_changes\": 0,\n"
+                                 "  \"mrib_replayed\": false,\n"
+                                 "  \"packets_lost_in_kernel\": 0,\n"
+                                 "  \"interfaces\": [\n"))
+        << status_text(lab.process, {});
+    EXPECT_TRUE(status_text(lab6.process, standby)
+                    .starts_with("{\n"
+                                 "  \"daemon\": \"gmpd\",\n"
+                                 "  \"family\": \"ipv6\",\n"
+                                 "  \"protocol_version\": 2,\n"
+                                 "  \"role\": \"standby\",\n"
+                                 "  \"synchronised\": false,\n"
+                                 "  \"users_backed_up\": 7,\n"
+                                 "  \"mrib_connected\": false,\n"))
+        << status_text(lab6.process, standby);
+}
+
 TEST(GmpdStatus, EscapesWhateverAnInterfaceIsCalled)
 {
     Lab lab(MCAST_FAMILY_IPV4);

@@ -222,6 +222,24 @@ TEST(GmpdParse, CountsEveryWrongIpv4Header)
     EXPECT_EQ(reason(IPV4, wrong_sum), "dropped_header_checksum");
 }
 
+TEST(GmpdParse, FindsTheRouterAlertAmongOtherOptions)
+{
+    const auto with_options = [](const Bytes &options) {
+        const Bytes plain = igmp_packet(HOST, "239.1.2.3", REPORT_V2);
+        Bytes packet(plain.begin(), plain.begin() + 20);
+        append(packet, options);
+        append(packet, Bytes(plain.begin() + 24, plain.end()));
+        packet[0] = static_cast<uint8_t>(0x40 | (20 + options.size()) / 4);
+        packet[3] = static_cast<uint8_t>(packet.size());
+        fix_ipv4_header(packet);
+        return packet;
+    };
+    EXPECT_EQ(reason(IPV4, with_options({1, 0x94, 4, 0, 0, 1, 1, 0})), "good") << "between fillings";
+    EXPECT_EQ(reason(IPV4, with_options({7, 3, 4, 1, 0x94, 4, 0, 0})), "good") << "behind another one";
+    EXPECT_EQ(reason(IPV4, with_options({1, 1, 0, 0, 0x94, 4, 0, 0})), "dropped_router_alert")
+        << "behind the end";
+}
+
 TEST(GmpdParse, CountsWrongIpv4Sources)
 {
     for (const char *source : {"127.0.0.1", "0.0.0.1", "224.0.0.1", "239.1.1.1", "255.255.255.255"}) {
@@ -314,6 +332,7 @@ TEST(GmpdParse, CountsEveryWrongIpv6Header)
 
     EXPECT_EQ(reason(IPV6, right), "good");
     EXPECT_EQ(reason(IPV6, Bytes(right.begin(), right.begin() + 39)), "dropped_short_packet");
+    EXPECT_EQ(reason(IPV6, Bytes(right.begin(), right.begin() + 40)), "dropped_total_length");
     EXPECT_EQ(reason(IPV6, spoiled(0, 0x40)), "dropped_ip_version");
     EXPECT_EQ(reason(IPV6, spoiled(5, 33)), "dropped_total_length");
     EXPECT_EQ(reason(IPV6, spoiled(4, 255)), "dropped_total_length");

@@ -233,3 +233,40 @@ TEST_P(GmpdUserService, WhoStepsBackHangsUpOnAgentsUntilItIsActiveAgain)
     say("announce " + record(1) + right(1));
     EXPECT_EQ(told, "+1");
 }
+
+TEST_P(GmpdUserService, AHostIsAskedAgainWhenItsUserMayJoinMore)
+{
+    say("announce " + record(1) + right(1));
+    report(1, RecordType::IsExclude, {}, 2);
+    lab->recorder.queries();
+    say("groups id=1 node=3 kind=1" + right(1) + right(2));
+    lab->pass(5);
+    EXPECT_NE(lab->recorder.queries(), "");
+}
+
+TEST_P(GmpdUserService, NothingRefersToItOnceItHasEnded)
+{
+    server.reset();
+    lab->process.interfaces.clear();
+    EXPECT_NE(lab->process.users, nullptr);
+    service.reset();
+    EXPECT_EQ(lab->process.users, nullptr);
+}
+
+TEST_P(GmpdUserService, WhatTheRouterNoLongerServesIsNoLongerTheUsers)
+{
+    struct Nothing final : Policy {
+        Joins joins_of(const Interface &, const Address &) const override
+        {
+            return Joins::None;
+        }
+    } const nothing;
+    const Policy *const before = lab->process.policy;
+    say("announce " + record(1) + right(1));
+    report(1, RecordType::IsExclude, {});
+    lab->recorder.told();
+    lab->process.policy = &nothing;
+    apply_policy(*lab->interface);
+    EXPECT_EQ(lab->recorder.told(), "prune G1");
+    lab->process.policy = before;
+}

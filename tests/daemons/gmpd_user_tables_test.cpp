@@ -31,6 +31,21 @@ TEST_P(GmpdUserTables, TheStatusShowsUsersAndWhatTheyJoined)
     }
 }
 
+TEST_P(GmpdUserTables, TheStatusCountsUsersAndAgents)
+{
+    say("announce " + record(1) + right(1));
+    say("announce " + record(2) + right(1));
+    say("withdraw id=2 node=3 kind=1");
+    const std::string counters = "    \"users_found\": 1,\n"
+                                 "    \"users_online\": 2,\n"
+                                 "    \"users_offline\": 1,\n"
+                                 "    \"users_changed\": 0,\n"
+                                 "    \"users_of_other_instance\": 0,\n"
+                                 "    \"users_without_index\": 0,\n"
+                                 "    \"users_over_limit\": 0,\n";
+    EXPECT_NE(status().find(counters), std::string::npos) << status();
+}
+
 TEST_P(GmpdUserTables, TheTableOfUsersShowsWhoIsWhereAndJoinedWhat)
 {
     say("announce " + record(1, "name=alice") + right(1) + right(2, 5));

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "daemons/msdpd/control.h"
+#include "daemons/msdpd/status.h"
 #include "tests/daemons/control_table.h"
 #include "tests/daemons/msdpd_lab.h"
 
@@ -141,4 +142,62 @@ TEST_F(MsdpdControl, TheCacheIsClearedWholeOrByGroup)
     EXPECT_EQ(lab.cache(), "1>1");
     EXPECT_EQ(clear({}), mcastd::ControlStatus::Done);
     EXPECT_EQ(lab.cache(), "");
+}
+
+TEST_F(MsdpdControl, TheStatusShowsPeersSourcesAndTheCache)
+{
+    lab.settings(1).description = "north";
+    lab.configure();
+    lab.establish(1);
+    lab.mrib.local = {pair(9, 9)};
+    lab.announce(1, {pair(1, 1)});
+    lab.pass(5);
+    EXPECT_EQ(status_text(*lab.speaker, {}), R"({
+  "daemon": "msdpd",
+  "mrib_connected": false,
+  "mrib_connects": 0,
+  "mrib_pending_messages": 0,
+  "refused_connections": 0,
+  "postponed_accepts": 0,
+  "peers": [
+    {
+      "peer": "10.0.0.1",
+      "local_address": "10.0.0.100",
+      "state": "established",
+      "since_s": 5,
+      "description": "north",
+      "entries": 1,
+      "sa_limit": 100000,
+      "bytes_waiting": 0,
+      "counters": {
+        "connections": 1,
+        "received_source_active": 1,
+        "received_entries": 1,
+        "sent_keepalives": 1
+      }
+    },
+    {
+      "peer": "10.0.0.200",
+      "local_address": "10.0.0.100",
+      "state": "connecting",
+      "since_s": 5,
+      "mesh_group": "m",
+      "entries": 0,
+      "sa_limit": 100000,
+      "bytes_waiting": 0,
+      "counters": {}
+    }
+  ],
+  "local_sources": [
+    {"source": "192.0.2.9", "group": "239.0.0.9", "originator": "10.0.0.100"}
+  ],
+  "rpf": [
+    {"originator": "10.0.0.1", "peer": "10.0.0.1", "rule": "originator", "entries": 1}
+  ],
+  "entries": 1,
+  "cache": [
+    {"source": "192.0.2.1", "group": "239.0.0.1", "originator": "10.0.0.1", "peer": "10.0.0.1", "age_s": 5, "expires_s": 145}
+  ]
+}
+)");
 }
