@@ -189,6 +189,9 @@ uint64_t memory_lent()
 void memory_refuse(const char *what)
 {
     ++g_memory.refusals;
+    if (g_memory.open) {
+        become_short(); // so that rounds come, in which what was refused is done again
+    }
     log_warning("%s is refused for lack of memory", what);
 }
 

@@ -11,7 +11,8 @@
  * whole and there is headroom again. Everything else goes on.
  *
  * Should the reserve too be used up, std::bad_alloc ends what is being done, at the nearest place where something
- * can be refused as a whole: an event, a timer, a callback (memory_unit). The daemon goes on with the next one.
+ * can be refused as a whole: an event, a timer, a callback (memory_unit). The daemon goes on with the next one. Memory
+ * counts as short then, and rounds of the event loop come in which it is looked for what is left to be done.
  *
  * All of it belongs to the event loop's thread but the handler of operator new, which any thread may call.
  */

@@ -18,6 +18,7 @@
 
 #include "daemons/common/local_listener.h"
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "daemons/gmpd/backup_message.h"
 
 namespace gmpd
@@ -75,8 +76,12 @@ void BackupServer::adopt(int fd)
     }
     const auto place =
         standbys_.size() < MOST_STANDBYS ? standbys_.emplace(fd, std::move(peer)).first : standbys_.end();
-    if (place == standbys_.end() ||
-        !reactor_.add(fd, EPOLLIN, [this, fd](uint32_t events) { serve(fd, events); })) {
+    bool watched = false;
+    mcastd::memory_unit("a standby", [&] {
+        watched = place != standbys_.end() &&
+                  reactor_.add(fd, EPOLLIN, [this, fd](uint32_t events) { serve(fd, events); });
+    });
+    if (!watched) {
         mcastd::log_warning("a standby is turned away: %zu are connected already", standbys_.size());
         standbys_.erase(fd);
         ::close(fd);
@@ -98,7 +103,8 @@ void BackupServer::serve(int fd, uint32_t events)
 void BackupServer::index_changed(const UserKey &user)
 {
     for (auto &[fd, standby] : standbys_) {
-        standby.untold.insert(user);
+        standby.missed |= !mcastd::memory_unit("what a standby is told",
+                                               [&standby = standby, &user] { standby.untold.insert(user); });
     }
 }
 
@@ -106,7 +112,9 @@ void BackupServer::flush()
 {
     for (auto next = standbys_.begin(); next != standbys_.end();) {
         const auto current = next++; // it may be dropped
-        if (!current->second.waits_for_room) {
+        if (current->second.missed) {
+            drop(current->first, "a standby has missed something and is to come again");
+        } else if (!current->second.waits_for_room) {
             send_untold(current->first, current->second);
         }
     }

@@ -51,6 +51,7 @@ private:
         std::set<UserKey> untold;
         bool begun = false;
         bool synchronised = false;
+        bool missed = false; // there was no memory for what it is to be told
         bool waits_for_room = false;
     };
 

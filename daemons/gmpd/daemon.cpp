@@ -29,6 +29,7 @@
 
 #include "daemons/common/frame.h"
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "daemons/common/memory_return.h"
 #include "daemons/common/service_start.h"
 #include "daemons/common/services.h"
@@ -105,6 +106,7 @@ public:
 
     bool start() override
     {
+        frame_.reactor().add_each_second([this] { tend_standby(); });
         if (config().standby) {
             standby_.start(frame_.timers(), backup_port(), 0);
             return true;
@@ -217,16 +219,39 @@ private:
         sender_.close();
     }
 
+    // What a lack of memory interrupted between the one and the other.
+    void tend_standby()
+    {
+        if (!active_ && !standby_.watching()) {
+            standby_.start(frame_.timers(), backup_port(), 1);
+        }
+        standby_.tend();
+    }
+
+    // Whether it is active now; nothing of that is open otherwise.
+    bool try_to_take_over()
+    {
+        const bool done = mcastd::memory_unit("taking over", [this] {
+            // First of all, for another standby may be faster.
+            if (!backup_.open(backup_port())) {
+                return;
+            }
+            if (users_ && standby_.has_heard()) {
+                users_->switch_over(standby_.indexes());
+            }
+            open_active();
+        });
+        if (!done) {
+            close_active();
+            backup_.close();
+        }
+        return active_;
+    }
+
     void take_over()
     {
         standby_.stop();
-        // First of all, for another standby may be faster.
-        const bool first = backup_.open(backup_port());
-
-        if (first && users_ && standby_.has_heard()) {
-            users_->switch_over(standby_.indexes());
-        }
-        if (!first || !open_active()) {
+        if (!try_to_take_over()) {
             mcastd::log_warning("this standby is not active yet, looking every second");
             standby_.start(frame_.timers(), backup_port(), 1);
             return;
@@ -246,13 +271,15 @@ private:
         mcastd::timer_stop(frame_.timers(), release_);
         mrib_.be_silent(true);
         links_.close();
-        if (users_) {
-            users_->switch_over(UserIndexMap(indexes_.assigned()));
-        }
+        mcastd::memory_unit("handing over", [this] {
+            if (users_) {
+                users_->switch_over(UserIndexMap(indexes_.assigned()));
+            }
+        });
         close_active();
         mrib_.be_silent(false);
         mrib_.start_over();
-        standby_.remember(indexes_.assigned());
+        mcastd::memory_unit("handing over", [this] { standby_.remember(indexes_.assigned()); });
         backup_.close();
         standby_.start(frame_.timers(), backup_port(), HAND_OVER_PATIENCE);
     }

@@ -11,6 +11,7 @@
 #include <sys/epoll.h>
 
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "daemons/gmpd/backup_message.h"
 #include "platform/local_socket.h"
 
@@ -68,12 +69,18 @@ Standby::Look Standby::connect()
     address.node = LOCAL_SOCKET_NODE;
     socket_ = mcastd::Descriptor(
         socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, LOCAL_SOCKET_PROTOCOL));
+    bool watched = false;
     if (socket_.valid() &&
-        ::connect(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 &&
-        reactor_.add(socket_.get(), EPOLLIN, [this](uint32_t events) { hear(events); })) {
-        return Look::Connected;
+        ::connect(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0) {
+        errno = ENOMEM;
+        mcastd::memory_unit("the connection to the active gmpd", [this, &watched] {
+            watched = reactor_.add(socket_.get(), EPOLLIN, [this](uint32_t events) { hear(events); });
+        });
     }
     const int error = errno;
+    if (watched) {
+        return Look::Connected;
+    }
 
     socket_ = mcastd::Descriptor();
     if (error == ECONNREFUSED) {
@@ -93,6 +100,13 @@ void Standby::look()
     if (found != Look::Connected) {
         patience_ -= found == Look::Nobody ? 1 : 0;
         look_later();
+    }
+}
+
+void Standby::tend()
+{
+    if (watching() && !gone_ && !socket_.valid() && !retry_.running()) {
+        look();
     }
 }
 
@@ -163,7 +177,14 @@ void Standby::hear(uint32_t)
             lost();
             return;
         }
-        if (!take(std::span(buffer).first(static_cast<size_t>(size)))) {
+        bool understood = false;
+        const auto message = std::span(buffer).first(static_cast<size_t>(size));
+        if (!mcastd::memory_unit("what the active gmpd tells", [&] { understood = take(message); })) {
+            disconnect(); // it tells everything again
+            look_later();
+            return;
+        }
+        if (!understood) {
             mcastd::log_error("cannot understand the active gmpd: are both of the same version? Trying "
                               "every second");
             disconnect();

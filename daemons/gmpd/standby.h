@@ -38,6 +38,9 @@ public:
     // Ends watching; harmless when it has ended.
     void stop();
 
+    // To be called each second: looks when there was no memory for the timer that would.
+    void tend();
+
     bool watching() const
     {
         return timers_ != nullptr;

@@ -12,6 +12,7 @@
 
 #include "daemons/common/local_listener.h"
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "daemons/common/trace.h"
 #include "daemons/mribd/address.h"
 
@@ -174,14 +175,20 @@ void ChannelServer::resynchronise()
 
 bool ChannelServer::has_refused() const
 {
-    return std::any_of(clients_.begin(), clients_.end(),
-                       [](const auto &client) { return client.second.session->has_refused(); });
+    return std::any_of(clients_.begin(), clients_.end(), [](const auto &client) {
+        return client.second.session->has_refused() || client.second.session->missed();
+    });
 }
 
 void ChannelServer::ask_refused_again()
 {
-    for (auto &[fd, client] : clients_) {
-        client.session->ask_refused_again();
+    for (auto next = clients_.begin(); next != clients_.end();) {
+        const auto current = next++; // it may be dropped
+        if (!current->second.session->missed()) {
+            current->second.session->ask_refused_again();
+        } else if (!mcastd::memory_is_short()) {
+            drop(current->first, "missed something for lack of memory and is to connect anew");
+        }
     }
 }
 

@@ -32,8 +32,8 @@ public:
     // Has every client ask for everything again.
     void resynchronise();
 
-    // Whether a membership of some client was refused since it was asked for all of them, and has each of these
-    // clients say them again for which there is room now.
+    // Whether a membership of some client was refused since it was asked for all of them, or a client missed something;
+    // and has each of these clients say them again for which there is room now, or connect anew.
     bool has_refused() const;
     void ask_refused_again();
 

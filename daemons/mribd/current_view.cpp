@@ -39,11 +39,12 @@ void CurrentView::configure(const Config &config)
 
 std::optional<View> CurrentView::refresh()
 {
-    if (!std::exchange(stale_, false)) {
+    if (!stale_) {
         return std::nullopt;
     }
     View fresh = make_view(routers_.family(), config_, routers_.designated_interfaces(),
                            routers_.common().environment());
+    stale_ = false; // only now that there was memory for it
     if (fresh == view_) {
         return std::nullopt;
     }

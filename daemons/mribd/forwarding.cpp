@@ -20,7 +20,7 @@
  * no packet came. The table is bounded, because anybody on a link can make up sources: forwarding_limit.cpp.
  *
  * Without memory no new entry is made, and one whose route cannot be looked up keeps the interface that it
- * has until something about it changes or its idle check comes. Everything else needs none.
+ * has until there is room. Everything else needs none.
  */
 #include "daemons/mribd/forwarding.h"
 
@@ -30,6 +30,7 @@
 #include <string>
 
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "daemons/mribd/rpf.h"
 
 namespace mribd
@@ -169,6 +170,19 @@ void Forwarding::queue_changed()
     changed_prefixes_.clear();
 }
 
+// What found no memory for its route is evaluated again when there is room.
+void Forwarding::queue_refused()
+{
+    if (lacks_route_ && !mcastd::memory_is_short()) {
+        lacks_route_ = false;
+        entries_.visit_all([this](Entry *entry) {
+            if (entry->check_route) {
+                queue(entry, true);
+            }
+        });
+    }
+}
+
 void Forwarding::vacate_vifs(uint32_t bits)
 {
     for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
@@ -195,10 +209,11 @@ void Forwarding::vacate_vifs(uint32_t bits)
 bool Forwarding::settle(unsigned limit)
 {
     queue_changed();
+    queue_refused();
     for (; limit > 0 && !waiting_.empty(); --limit) {
         Entry *entry = &waiting_.front();
-        waiting_.pop_front();
         evaluate(entry);
+        waiting_.pop_front(); // only now, should memory end on the way
         if (has_no_purpose(entry)) {
             trace_route("(%M, %N) ends: nobody receives it, and no packet came", &entry->source(),
                         &entry->group());
@@ -232,7 +247,8 @@ void Forwarding::determine_upstream(Entry *entry)
         }
     } catch (const std::bad_alloc &) {
         ++counters_.refused_by_memory;
-        return; // asked again with its next evaluation
+        lacks_route_ = true;
+        return; // asked again when there is room
     }
     entry->check_route = false;
     if (upstream == 0 && !entry->unreachable) {

@@ -150,6 +150,7 @@ private:
     bool has_no_purpose(const Entry *entry) const;
     void queue(Entry *entry, bool check_route);
     void queue_changed();
+    void queue_refused();
     void evaluate(Entry *entry);
     void determine_upstream(Entry *entry);
     void set_upstream(Entry *entry, uint32_t upstream);
@@ -170,6 +171,7 @@ private:
     bool limit_near_reported_ = false;
     bool limit_reported_ = false;
     EntryList<&Entry::in_waiting> waiting_; // to be evaluated
+    bool lacks_route_ = false;              // the route of an entry found no memory
     std::unordered_map<uint32_t, uint32_t> entries_per_upstream_;
     bool upstream_changed_ = false;
     bool interfaces_changed_ = false;

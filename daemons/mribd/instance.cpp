@@ -105,11 +105,7 @@ void Instance::move_to_table()
 {
     if (open() == KernelMroute::OpenResult::Ready) {
         mcastd::timer_stop(timers_, table_retry_);
-        return;
     }
-    mcastd::timer_start(
-        timers_, table_retry_, TABLE_RETRY_MS,
-        [](void *owner) { static_cast<Instance *>(owner)->try_table_again(); }, this);
 }
 
 void Instance::try_table_again()
@@ -140,6 +136,10 @@ void Instance::report_losses()
 bool Instance::settle()
 {
     if (kernel_.descriptor() < 0) {
+        const auto due = [](void *owner) { static_cast<Instance *>(owner)->try_table_again(); };
+        if (!table_retry_.running()) {
+            mcastd::timer_try_start(timers_, table_retry_, TABLE_RETRY_MS, due, this);
+        }
         return false; // there is nothing to settle with
     }
     const bool more =

@@ -78,7 +78,13 @@ void MsdpExchange::configure(const Config &config)
     local_.clear();
     rp_be_ = rp_be;
     router_.watch_sources(rp_be != 0);
-    if (rp_be != 0) {
+    take_all_local();
+}
+
+void MsdpExchange::take_all_local()
+{
+    lacks_local_ = false;
+    if (rp_be_ != 0) {
         router_.visit_local_sources([this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
             take_local(group, source, true);
         });
@@ -94,6 +100,7 @@ void MsdpExchange::take_local(const MCAST_ADDR_S &group, const MCAST_ADDR_S &sou
         const SgTable::Result result = local_.set(group, source);
         if (result == SgTable::Result::NoMemory) {
             ++refused_;
+            lacks_local_ = true;
         }
         if (result != SgTable::Result::Added) {
             return;
@@ -129,12 +136,16 @@ MsdpExchange::Result MsdpExchange::add_remote(uint16_t vrf_index, const MCAST_AD
         return Result::UnknownInstance;
     }
     const bool fits = remote_count() < remote_limit_ || instance->remote.contains(group, source);
-    if (!fits || instance->remote.set(group, source, entry) == SgTable::Result::NoMemory) {
+    if (!fits) {
         if (refused_++ == 0) {
             mcastd::log_warning("remote sources beyond %u are not kept (option --max-entries)",
                                 remote_limit_);
         }
         return Result::Refused;
+    }
+    if (instance->remote.set(group, source, entry) == SgTable::Result::NoMemory) {
+        ++refused_;
+        return Result::NoMemory;
     }
     return Result::Done;
 }

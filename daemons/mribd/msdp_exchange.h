@@ -61,9 +61,16 @@ public:
         return local_;
     }
 
-    enum class Result { Done, UnknownInstance, Refused };
+    enum class Result { Done, UnknownInstance, Refused, NoMemory };
 
-    // What a client reports. Refused: the limit is reached or memory is short.
+    // Whether a local source found no memory since all of them were looked at, and looks at all of them again.
+    bool lacks_local() const
+    {
+        return lacks_local_;
+    }
+    void take_all_local();
+
+    // What a client reports. Refused: the limit is reached.
     Result add_remote(uint16_t vrf_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
                       uint8_t entry);
     Result remove_remote(uint16_t vrf_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
@@ -112,6 +119,7 @@ private:
     uint32_t remote_limit_;
     uint32_t rp_be_ = 0;
     SgTable local_; // empty without a rendezvous point
+    bool lacks_local_ = false;
     std::map<uint16_t, Reported> instances_;
     std::array<ClientId, static_cast<size_t>(Bracket::Count)> owners_{}; // of the open brackets, 0: none
     std::function<void(const LocalSource &)> told_;

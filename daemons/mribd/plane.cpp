@@ -4,10 +4,12 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <new>
 #include <sys/resource.h>
 
 #include "daemons/common/descriptor.h"
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/status.h"
 #include "mcasthost/multicast_rule.h"
@@ -73,8 +75,8 @@ KernelMroute::OpenResult Plane::open()
     return result;
 }
 
-// Begins to serve the instance. Whether that was possible; when it may be later it is tried again.
-bool Plane::serve(uint16_t vrf_index)
+// Begins to serve the instance. What Failed may be possible later.
+KernelMroute::OpenResult Plane::serve(uint16_t vrf_index)
 {
     auto instance = std::make_unique<Instance>(instance_key(family(), vrf_index), settings_, reactor_,
                                                timers_, budget_, environment_);
@@ -85,17 +87,16 @@ bool Plane::serve(uint16_t vrf_index)
     } else {
         result = instance->open();
     }
-    if (result == KernelMroute::OpenResult::Failed) {
-        mcastd::timer_start(
-            timers_, serve_retry_, SERVE_RETRY_MS,
-            [](void *owner) { static_cast<Plane *>(owner)->configure_again(); }, this);
+    if (result == KernelMroute::OpenResult::Ready) {
+        const auto place = others_.insert_or_assign(vrf_index, std::move(instance)).first;
+        try {
+            routers_.add(place->second->router());
+        } catch (const std::bad_alloc &) {
+            others_.erase(place);
+            throw;
+        }
     }
-    if (result != KernelMroute::OpenResult::Ready) {
-        return false;
-    }
-    routers_.add(instance->router());
-    others_[vrf_index] = std::move(instance);
-    return true;
+    return result;
 }
 
 void Plane::configure_again()
@@ -107,6 +108,7 @@ void Plane::configure(const Config &config)
 {
     config_ = config;
     mcastd::timer_stop(timers_, serve_retry_);
+    lacks_instance_ = true; // should memory end on the way
     for (auto next = others_.begin(); next != others_.end();) {
         const auto current = next++;
         if (!config.instances.contains(current->first)) {
@@ -114,9 +116,13 @@ void Plane::configure(const Config &config)
             others_.erase(current);
         }
     }
+    constexpr auto Ready = KernelMroute::OpenResult::Ready;
     Config served = config;
+    bool lacks_one = false;
     for (auto &[vrf_index, instance] : served.instances) {
-        if (routers_.find(vrf_index) == nullptr && !serve(vrf_index)) {
+        const auto result = routers_.find(vrf_index) == nullptr ? serve(vrf_index) : Ready;
+        lacks_one |= result == KernelMroute::OpenResult::Failed;
+        if (result != Ready) {
             instance.enabled = false; // as the clients are to see it
         }
     }
@@ -127,6 +133,7 @@ void Plane::configure(const Config &config)
     // The file says which interfaces are in an instance, and so by which a source can be reached.
     links_changed();
     routes_changed(any_address(family()), 0);
+    lacks_instance_ = lacks_one;
 }
 
 void Plane::links_changed()
@@ -171,16 +178,28 @@ bool Plane::settle()
     }
     server_.flush();
     memory_.round(held);
-    if (server_.has_refused() && !ask_again_.running()) {
-        const auto due = [](void *owner) { static_cast<Plane *>(owner)->ask_refused_again(); };
-        mcastd::timer_try_start(timers_, ask_again_, ASK_AGAIN_MS, due, this);
-    }
+    try_again_later();
     return more;
 }
 
-// As long as there is no room the next round starts the timer again.
+// As long as something is left to be done the next round starts its timer again.
+void Plane::try_again_later()
+{
+    if ((server_.has_refused() || msdp_.lacks_local()) && !ask_again_.running()) {
+        const auto due = [](void *owner) { static_cast<Plane *>(owner)->ask_refused_again(); };
+        mcastd::timer_try_start(timers_, ask_again_, ASK_AGAIN_MS, due, this);
+    }
+    if (lacks_instance_ && !serve_retry_.running()) {
+        const auto due = [](void *owner) { static_cast<Plane *>(owner)->configure_again(); };
+        mcastd::timer_try_start(timers_, serve_retry_, SERVE_RETRY_MS, due, this);
+    }
+}
+
 void Plane::ask_refused_again()
 {
+    if (msdp_.lacks_local() && !mcastd::memory_is_short()) {
+        msdp_.take_all_local();
+    }
     server_.ask_refused_again();
 }
 

@@ -64,9 +64,10 @@ public:
     }
 
 private:
-    bool serve(uint16_t vrf_index);
+    KernelMroute::OpenResult serve(uint16_t vrf_index);
     void configure_again();
     void ask_refused_again();
+    void try_again_later();
 
     const PlaneSettings settings_;
     mcastd::Reactor &reactor_;
@@ -81,9 +82,10 @@ private:
     UserRegistry users_;
     ChannelServer server_;
     mcastd::MemoryReturn memory_;
-    Config config_;             // in force
-    mcastd::Timer serve_retry_; // runs while an instance of it could not be served
-    mcastd::Timer ask_again_;   // runs while memberships that were refused are to be asked for
+    Config config_;               // in force
+    bool lacks_instance_ = false; // one of it could not be served, or memory ended while it was put in force
+    mcastd::Timer serve_retry_;   // runs as long as that is so
+    mcastd::Timer ask_again_;     // runs while memberships that were refused are to be asked for
 };
 
 } // namespace mribd

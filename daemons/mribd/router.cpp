@@ -20,6 +20,7 @@
 #include <new>
 #include <utility>
 
+#include "daemons/common/memory.h"
 #include "daemons/common/trace.h"
 #include "daemons/mribd/address.h"
 
@@ -205,8 +206,13 @@ void Router::lose_client(ClientId client)
         return;
     }
     mcastd::trace(TraceCategory::Group, key_, "client %u is gone, what it wants is kept", client);
-    lost_.push_back(client);
-    lost_kept_(client);
+    const bool is_kept = mcastd::memory_unit("keeping what a lost client wants", [this, client] {
+        lost_.push_back(client);
+        lost_kept_(client);
+    });
+    if (!is_kept) {
+        drop_client(client);
+    }
 }
 
 void Router::take_upcall(const Upcall &upcall)

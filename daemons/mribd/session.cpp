@@ -126,7 +126,7 @@ void Session::take_message(const uint8_t *message, size_t size, bool truncated)
         ++taken;
         ++counters_.records;
         if (!mcastd::memory_unit("a record of a client", [&] { take_record(record); })) {
-            missed_record_ = true;
+            missed_ = true;
             refuse(Fault::Memory);
         }
     }
@@ -139,16 +139,13 @@ void Session::take_message(const uint8_t *message, size_t size, bool truncated)
 
 void Session::ask_refused_again()
 {
-    if (refused_ && routers_.find(refused_->vrf_index) == nullptr) {
+    const Router *router = refused_ ? routers_.find(refused_->vrf_index) : nullptr;
+    if (router == nullptr) {
         refused_.reset(); // what was refused went with its instance
-    }
-    const bool has_room =
-        !refused_ || routers_.find(refused_->vrf_index)->members().has_room(id_, refused_->if_index);
-    if (has_refused() && has_room && !mcastd::memory_is_short() && !queue_.has_overflowed()) {
+    } else if (router->members().has_room(id_, refused_->if_index) && !queue_.has_overflowed()) {
         trace_channel("client %u: there is room again, told to say everything again", id_);
+        tell([this] { queue_.put_marker(MRIB_TLV_SMOOTH_START); });
         refused_.reset();
-        missed_record_ = false;
-        queue_.put_marker(MRIB_TLV_SMOOTH_START);
     }
 }
 
@@ -398,7 +395,7 @@ void Session::tell_changes(const View &before)
 {
     if (registered_ && capabilities_ != 0) {
         trace_channel("client %u: told what is different now", id_);
-        put_changes(routers_.family(), before, current_view_.view(), capabilities_, queue_);
+        tell([&] { put_changes(routers_.family(), before, current_view_.view(), capabilities_, queue_); });
     }
 }
 
@@ -406,15 +403,17 @@ void Session::start_afresh()
 {
     queue_.restart();
     local_replay_.reset();
-    if (wants(MRIB_CAP_BASE)) {
-        put_instances(current_view_.view(), queue_);
-        put_ssm_policies(current_view_.view(), queue_);
-        put_flow_control(current_view_.view(), queue_);
-    }
-    if (capabilities_ != 0) {
-        trace_channel("client %u: told to ask for everything again", id_);
-        queue_.put_marker(MRIB_TLV_SMOOTH_START);
-    }
+    tell([this] {
+        if (wants(MRIB_CAP_BASE)) {
+            put_instances(current_view_.view(), queue_);
+            put_ssm_policies(current_view_.view(), queue_);
+            put_flow_control(current_view_.view(), queue_);
+        }
+        if (capabilities_ != 0) {
+            trace_channel("client %u: told to ask for everything again", id_);
+            queue_.put_marker(MRIB_TLV_SMOOTH_START);
+        }
+    });
 }
 
 } // namespace mribd

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "daemons/common/memory.h"
 #include "daemons/common/trace.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/client_queue.h"
@@ -107,11 +108,17 @@ public:
     // Acts on one message of size bytes; truncated when the datagram was longer than the buffer.
     void take_message(const uint8_t *message, size_t size, bool truncated);
 
-    // Whether a membership was refused since the client was asked for all of them, or any record found no memory;
-    // and asks it when there is room.
+    // Whether memory ended in the middle of a record, or of what it is told: this side and the client's may differ in
+    // anything then, until it connects anew.
+    bool missed() const
+    {
+        return missed_;
+    }
+
+    // Whether a membership was refused since the client was asked for all of them, and asks it when there is room.
     bool has_refused() const
     {
-        return refused_.has_value() || missed_record_;
+        return refused_.has_value();
     }
     void ask_refused_again();
 
@@ -149,6 +156,11 @@ private:
     }
     Router *router_for(uint8_t family, uint16_t vrf_index, uint32_t if_index);
     Taken refuse(Fault fault);
+    // What there is no memory for is missed.
+    template <typename Tell> void tell(const Tell &tell)
+    {
+        missed_ |= !mcastd::memory_unit("what a client is told", tell);
+    }
     Taken refuse_member(const Router &router, uint32_t if_index, Fault fault);
     void answer(uint16_t request);
     template <typename... Arguments>
@@ -181,8 +193,8 @@ private:
         uint16_t vrf_index;
         uint32_t if_index;
     };
-    std::optional<Refused> refused_;              // the last membership that was, since all were asked for
-    bool missed_record_ = false;                  // memory ended in the middle of one since then
+    std::optional<Refused> refused_; // the last membership that was, since all were asked for
+    bool missed_ = false;            // memory ended in the middle of a record, or of what it is told
     std::optional<SgTable::Cursor> local_replay_; // while local sources are being replayed
 };
 

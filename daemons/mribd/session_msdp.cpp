@@ -46,7 +46,7 @@ void Session::tell_local_source(const MsdpExchange::LocalSource &change)
     if (wants(MRIB_CAP_MSDP_LOCAL_SRC)) {
         trace_channel("client %u: told: local source (%M, %N) %s", id_, &change.source, &change.group,
                       change.present ? "is there" : "is gone");
-        put_local_source(change, queue_);
+        tell([&] { put_local_source(change, queue_); });
     }
 }
 
@@ -60,7 +60,7 @@ void Session::tell_request(const MCAST_ADDR_S &group)
     record.family = MCAST_FAMILY_IPV4;
     record.vrf_index = PUBLIC_INSTANCE;
     std::memcpy(&record.group_be, group.address, sizeof(record.group_be));
-    queue_.put(MRIB_TLV_MSDP_REQ_REMOTE_SRC, record);
+    tell([&] { queue_.put(MRIB_TLV_MSDP_REQ_REMOTE_SRC, record); });
 }
 
 bool Session::continue_replay()
@@ -89,6 +89,9 @@ Session::Taken Session::judge(MsdpExchange::Result result)
         return Taken::Done;
     case MsdpExchange::Result::UnknownInstance:
         return refuse(Fault::Instance);
+    case MsdpExchange::Result::NoMemory:
+        missed_ = true;
+        return refuse(Fault::Memory);
     case MsdpExchange::Result::Refused:
         break;
     }

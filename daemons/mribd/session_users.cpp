@@ -2,6 +2,7 @@
  * What a client says of the users that it knows. The record carries more of a user than is kept here.
  */
 #include "daemons/common/membership.h"
+#include "daemons/common/memory.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/session.h"
 #include "mcast/usrauth_wire.h"
@@ -28,7 +29,12 @@ Session::Taken Session::take_user(const MRIB_RECORD_S &record)
     }
     const UserRegistry::User user = {value->access_if_index, value->user_id, value->byte1,
                                      make_address(value->family, value->block)};
-    return users_.set(id_, value->if_index, user) ? Taken::Done : refuse(Fault::Limit);
+    if (users_.set(id_, value->if_index, user)) {
+        return Taken::Done;
+    }
+    // Who says memberships again says users again.
+    return mcastd::memory_is_short() ? refuse_member(routers_.common(), value->if_index, Fault::Memory)
+                                     : refuse(Fault::Limit);
 }
 
 } // namespace mribd

@@ -46,6 +46,7 @@ void tick(void *owner)
     Speaker &speaker = *static_cast<Speaker *>(owner);
     Advertisement &state = speaker.advertisement;
 
+    wait(speaker, 1); // should memory end on the way
     if (!state.walking) {
         begin_interval(speaker);
     }

@@ -46,6 +46,7 @@ public:
     bool open() override
     {
         offer_control(frame_.control(), speaker_, [this] { return process(); });
+        frame_.reactor().add_each_second([this] { speaker_tend(speaker_); });
         return routes_.open(frame_.reactor().descriptor()) && tcp_.open(speaker_) &&
                frame_.control().open(mcastd::CONTROL_PORT_MSDPD);
     }

@@ -6,6 +6,7 @@
  */
 #include "daemons/msdpd/mrib_link.h"
 
+#include "daemons/common/memory.h"
 #include "daemons/common/services.h"
 #include "daemons/msdpd/request.h"
 #include "daemons/msdpd/trace.h"
@@ -153,15 +154,19 @@ void MribLink::flush()
 void MribLink::on_local_source(const MRIB_GMP_VRF_KEY_S *key, uint32_t rp_be, uint32_t group_be,
                                uint32_t source_be, const void *, uint32_t)
 {
+    // What finds no memory is announced with all others.
     if (is_public(key)) {
-        advertise_fresh(*the_speaker, from_network(rp_be), {from_network(group_be), from_network(source_be)});
+        mcastd::memory_unit("a new source", [=] {
+            advertise_fresh(*the_speaker, from_network(rp_be),
+                            {from_network(group_be), from_network(source_be)});
+        });
     }
 }
 
 uint64_t MribLink::on_request(const MRIB_GMP_VRF_KEY_S *key, uint32_t group_be)
 {
     if (is_public(key)) {
-        ask_for_sources(*the_speaker, from_network(group_be));
+        mcastd::memory_unit("a request", [=] { ask_for_sources(*the_speaker, from_network(group_be)); });
     }
     return MCAST_OK;
 }

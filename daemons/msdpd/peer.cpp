@@ -145,6 +145,15 @@ void peer_stop(Peer &peer, const char *reason)
     set_state(peer, PeerState::Disabled);
 }
 
+void peer_tend(Peer &peer)
+{
+    if (peer.state == PeerState::Connecting && !peer.connect_retry.running()) {
+        retry(&peer);
+    } else if (peer.established() && (!peer.hold.running() || !peer.keepalive.running())) {
+        peer_lost(peer, "memory was short");
+    }
+}
+
 bool peer_may_accept(const Peer &peer)
 {
     return peer.state == PeerState::Listening || (peer.established() && !connects(peer));

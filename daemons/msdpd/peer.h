@@ -90,6 +90,9 @@ void peer_start(Peer &peer);
 // Ends the connection and stays Disabled.
 void peer_stop(Peer &peer, const char *reason);
 
+// As speaker_tend.
+void peer_tend(Peer &peer);
+
 // Whether a connection from the peer's address is to be taken. One that comes while another is up takes its
 // place: the peer has lost the old one.
 bool peer_may_accept(const Peer &peer);

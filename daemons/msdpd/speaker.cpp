@@ -65,22 +65,29 @@ void speaker_configure(Speaker &speaker, const Config &config)
 {
     const bool new_interval =
         !speaker.advertisement.timer.running() || speaker.config.advertisement_s != config.advertisement_s;
-
     remove_peers(speaker, config);
     speaker.config = config;
     speaker.rpf_prefixes.configure(config);
     for (const auto &[address, settings] : config.peers) {
-        std::unique_ptr<Peer> &peer = speaker.peers[address];
-
-        if (peer != nullptr) {
+        if (Peer *peer = speaker_find_peer(speaker, address)) {
             change_peer(*peer, settings);
         } else {
-            peer = std::make_unique<Peer>(speaker, settings);
-            peer_start(*peer);
+            auto made = std::make_unique<Peer>(speaker, settings);
+            peer_start(*speaker.peers.emplace(address, std::move(made)).first->second);
         }
     }
     speaker_check_cache(speaker);
     if (new_interval) {
+        advertise_start(speaker);
+    }
+}
+
+void speaker_tend(Speaker &speaker)
+{
+    for (const auto &[address, peer] : speaker.peers) {
+        peer_tend(*peer);
+    }
+    if (!speaker.peers.empty() && !speaker.advertisement.timer.running()) {
         advertise_start(speaker);
     }
 }

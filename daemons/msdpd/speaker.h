@@ -64,6 +64,9 @@ struct Speaker {
 // others than before though config names the same.
 void speaker_configure(Speaker &speaker, const Config &config);
 
+// To be called each second: what a lack of memory left without its timer goes on.
+void speaker_tend(Speaker &speaker);
+
 // Forgets the entries that would not be accepted any more, and those above a peer's limit.
 void speaker_check_cache(Speaker &speaker);
 
