@@ -18,12 +18,16 @@
 #include <string.h>
 
 #include "container/mtable_address.h"
+#include "probe/probe.h"
 
 namespace
 {
 
 using mcast::mtable::CopyAddress;
 using mcast::mtable::FirstAfter;
+using mcast::probe::Entry;
+using mcast::probe::EntryMade;
+using mcast::probe::EntryRemoved;
 
 void Lower(uint32_t *count, uint32_t by)
 {
@@ -40,13 +44,16 @@ void Release(MTABLE_RELEASE release, void *record)
 /* The free function of a group's source tree. */
 void FreeSource(void *record)
 {
-    Release(static_cast<MTABLE_SOURCE_S *>(record)->group->source_release, record);
+    MTABLE_SOURCE_S *source = static_cast<MTABLE_SOURCE_S *>(record);
+    EntryRemoved(Entry::kSource, source, &source->address, 0, source->group);
+    Release(source->group->source_release, source);
 }
 
 /* The free function of a table's group tree. */
 void FreeGroup(void *record)
 {
     MTABLE_GROUP_S *group = static_cast<MTABLE_GROUP_S *>(record);
+    EntryRemoved(Entry::kGroup, group, &group->address, 0, group->owner);
     MTable_FiniGroup(group);
     Release(group->owner->group_release, group);
 }
@@ -96,6 +103,7 @@ MCAST_STATUS MTable_InsertGroup(MTABLE_S *table, MTABLE_GROUP_S *group)
         return MCAST_ERR_GENERAL;
     }
     ++table->group_count;
+    EntryMade(Entry::kGroup, group, &group->address, 0, table);
     return MCAST_OK;
 }
 
@@ -107,6 +115,7 @@ MTABLE_GROUP_S *MTable_RemoveGroup(MTABLE_S *table, MTABLE_GROUP_S *group)
     Lower(&table->group_count, 1);
     Lower(&table->source_count, AVL_Count(group->sources));
     group->owner = nullptr;
+    EntryRemoved(Entry::kGroup, group, &group->address, 0, table);
     return group;
 }
 
@@ -118,6 +127,7 @@ MCAST_STATUS MTable_InsertSource(MTABLE_GROUP_S *group, MTABLE_SOURCE_S *source)
     }
     source->group = group;
     ++group->owner->source_count;
+    EntryMade(Entry::kSource, source, &source->address, 0, group);
     return MCAST_OK;
 }
 
@@ -130,6 +140,7 @@ MTABLE_SOURCE_S *MTable_RemoveSource(MTABLE_GROUP_S *group, MTABLE_SOURCE_S *sou
     if (group->owner != nullptr) {
         Lower(&group->owner->source_count, 1);
     }
+    EntryRemoved(Entry::kSource, source, &source->address, 0, group);
     return source;
 }
 

@@ -4,9 +4,13 @@
 #include <stdlib.h>
 
 #include "mcast/route_table.h"
+#include "probe/probe.h"
 
 namespace
 {
+
+using mcast::probe::EntryMade;
+using mcast::probe::EntryRemoved;
 
 constexpr size_t kNameSize = 92;
 constexpr size_t kAddressTextSize = 46;
@@ -48,12 +52,31 @@ MRT_TABLE_S *NewSourceTable(const MRT_TABLE_S *owner, const MCAST_ADDR_S *group)
     return table;
 }
 
+/* How groups and sources begin alike. */
+using Head = MRT_SOURCE_S;
+
+const Head &HeadOf(const void *entry)
+{
+    return *static_cast<const Head *>(entry);
+}
+
+mcast::probe::Entry KindOf(const MRT_TABLE_S *table)
+{
+    using mcast::probe::Entry;
+    static_assert(static_cast<int>(Entry::kRouteSource) == MRT_LEVEL_SOURCE);
+    static_assert(static_cast<int>(Entry::kRouteGroup) == MRT_LEVEL_GROUP);
+    return static_cast<Entry>(table->level);
+}
+
 /* Links the entry, and says so with a status as every step does that may be refused. */
 MCAST_STATUS AddEntry(MRT_TABLE_S *table, void *entry)
 {
     if (table == nullptr || entry == nullptr || MRT_RDX_AddNode(table->tree, entry) == nullptr) {
         return MCAST_ERR_GENERAL;
     }
+    const Head &head = HeadOf(entry);
+
+    EntryMade(KindOf(table), entry, head.address, head.mask_length, table);
     return MCAST_OK;
 }
 
@@ -156,6 +179,9 @@ void MRT_RemoveNode(MRT_TABLE_S *table, void *entry)
 {
     if (table != nullptr && entry != nullptr) {
         MRT_RDX_DeleteNode(table->tree, entry);
+        const Head &head = HeadOf(entry);
+
+        EntryRemoved(KindOf(table), entry, head.address, head.mask_length, table);
     }
 }
 

@@ -26,6 +26,7 @@
 
 #include "container/heap_core.h"
 #include "mcast/timer.h"
+#include "probe/probe.h"
 
 namespace
 {
@@ -347,6 +348,7 @@ MCAST_STATUS MCAST_TMR_ProcExpires(MCAST_TMR_S *manager)
     while (heap->count != 0 && EarliestExpiry(manager) <= now) {
         MCAST_TMR_NODE_S *node = static_cast<MCAST_TMR_NODE_S *>(mcast::HeapExtract(ExpiryKeeper(manager)));
 
+        mcast::probe::TimerFired(manager, node, now);
         if (node->callback != nullptr) {
             node->callback(node->data);
         }

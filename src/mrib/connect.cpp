@@ -11,6 +11,7 @@
 #include "event/guards.h"
 #include "event/local_channel.h"
 #include "mrib/channel.h"
+#include "probe/probe.h"
 
 using namespace mcast;
 
@@ -36,7 +37,11 @@ template <typename Value> bool SendSetUpMessage(int descriptor, uint16_t type, c
     message.tlv.type = type;
     message.tlv.length = sizeof(Value);
     message.value = value;
-    return send(descriptor, &message, sizeof(message), MSG_DONTWAIT) > 0;
+    if (send(descriptor, &message, sizeof(message), MSG_DONTWAIT) <= 0) {
+        return false;
+    }
+    probe::MessageOut(descriptor, &message, sizeof(message), probe::Way::kAtOnce);
+    return true;
 }
 
 bool Register(int descriptor)

@@ -4,6 +4,7 @@
 #include "event/table_by_type.h"
 #include "mcast/msdp.h"
 #include "mrib/view.h"
+#include "probe/probe.h"
 
 using namespace mcast;
 
@@ -41,5 +42,8 @@ uint64_t mribGmpTLVProc(uint16_t type, uint16_t length, const void *value)
     if (row == nullptr || length < row->minimum) {
         return MCAST_OK;
     }
-    return row->apply(length, value);
+    const uint64_t result = row->apply(length, value);
+
+    probe::RecordApplied(type, value, length, result);
+    return result;
 }

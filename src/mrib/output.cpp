@@ -18,6 +18,7 @@
 
 #include "event/guards.h"
 #include "mrib/channel.h"
+#include "probe/probe.h"
 
 using namespace mcast;
 
@@ -30,6 +31,7 @@ bool QueueMessage(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connection->loc
     if (connection->pending_count >= connection->pending_limit) {
         ++connection->dropped_count;
         connection->failed = 1;
+        probe::MessageDropped(connection->out_buffer, connection->used, probe::Loss::kFullQueue);
         return false;
     }
     MRIB_GMP_PENDING_S *node =
@@ -38,6 +40,7 @@ bool QueueMessage(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connection->loc
     if (node == nullptr) {
         ++connection->allocation_failure_count;
         connection->failed = 1;
+        probe::MessageDropped(connection->out_buffer, connection->used, probe::Loss::kShortMemory);
         return false;
     }
     node->next = nullptr;
@@ -52,6 +55,7 @@ bool QueueMessage(MRIB_GMP_CONNECT_S *connection) MCAST_REQUIRES(connection->loc
     connection->pending_tail = node;
     ++connection->pending_count;
     ++connection->queued_count;
+    probe::MessageQueued(node->message, node->length, connection->pending_count);
     ResetMessage(connection);
     return true;
 }
@@ -104,6 +108,7 @@ uint64_t MRIB_GMP_TrySendBuffer(MRIB_GMP_CONNECT_S *connection)
     if (send(connection->socket, connection->out_buffer, connection->used, MSG_DONTWAIT) <= 0) {
         return MCAST_ERR_GENERAL;
     }
+    probe::MessageOut(connection->socket, connection->out_buffer, connection->used, probe::Way::kAtOnce);
     ResetMessage(connection);
     return MCAST_OK;
 }
@@ -125,6 +130,7 @@ uint64_t MRIB_GMP_SendFailData(void)
         if (send(connection->socket, node->message, node->length, MSG_DONTWAIT) < 0) {
             return MCAST_ERR_GENERAL;
         }
+        probe::MessageOut(connection->socket, node->message, node->length, probe::Way::kFromQueue);
         DropHead(connection);
     }
     return MRIB_GMP_TrySendBuffer(connection);

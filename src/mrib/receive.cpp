@@ -4,6 +4,7 @@
 
 #include "mcast/mrib.h"
 #include "mcast/mrib_message.h"
+#include "probe/probe.h"
 
 uint64_t g_ulMribGmpSmoothEndFlag = 0;
 
@@ -36,7 +37,11 @@ uint64_t MRIB_GMP_ProcLipcMsg(uint32_t events, int32_t socket)
     }
     ssize_t size = recv(socket, g_pcMribGmpRecvBuf, MRIB_MSG_RECV_MAX, MSG_DONTWAIT);
 
-    return size > 0 ? ProcessMessage(g_pcMribGmpRecvBuf, static_cast<size_t>(size)) : MCAST_ERR_GENERAL;
+    if (size <= 0) {
+        return MCAST_ERR_GENERAL;
+    }
+    mcast::probe::MessageIn(socket, g_pcMribGmpRecvBuf, static_cast<uint32_t>(size));
+    return ProcessMessage(g_pcMribGmpRecvBuf, static_cast<size_t>(size));
 }
 
 uint64_t MRIB_GMP_ClearSmoothFlag(uint64_t bits)

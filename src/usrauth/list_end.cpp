@@ -4,6 +4,7 @@
  * are used up.
  */
 #include "event/guards.h"
+#include "probe/probe.h"
 #include "usrauth/entries.h"
 #include "usrauth/handlers.h"
 #include "usrauth/interface_tree.h"
@@ -62,6 +63,7 @@ void Settle(User *user, uint32_t if_index) MCAST_EXCLUDES(g_stUsrAuthRWLock)
         }
         if (user->if_index != 0) {
             InsertInterface(user);
+            probe::UserOnline(user, user->node->number);
         }
     }
     user->flags &= ~MCAST_USRAUTH_EVENT_FLAGS;

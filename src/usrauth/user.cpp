@@ -19,6 +19,7 @@
 #include <string.h>
 
 #include "event/guards.h"
+#include "probe/probe.h"
 #include "usrauth/entries.h"
 #include "usrauth/interface_tree.h"
 #include "usrauth/node.h"
@@ -153,7 +154,11 @@ void DeleteUser(User *user)
 
 void TellOffline(User *user)
 {
-    if (user->if_index != 0 && g_store.callbacks.user_offline != nullptr) {
+    if (user->if_index == 0) {
+        return;
+    }
+    probe::UserOffline(user, user->node->number);
+    if (g_store.callbacks.user_offline != nullptr) {
         g_store.callbacks.user_offline(user);
     }
 }
