@@ -32,17 +32,25 @@ typedef int32_t (*AVL_NODE_COMPARE)(const void *first, const void *second);
 typedef int32_t (*AVL_KEY_COMPARE)(const void *record, const void *key);
 
 /*
- * Receives a record that AVL_FreeAll or AVL_Fini has taken out of the tree, in order; it may free the record.
+ * Receives a record that AVL_FreeAll or AVL_Fini has taken out of the tree; it may free the record and use
+ * other trees. In what order records come, and whether those still to come are in the tree, is left to the
+ * platform: the function does not use this tree.
  */
 typedef void (*AVL_FREE)(void *record);
 
-/* Creates an empty tree; option is 0; free_record may be NULL. The handle, or 0 when memory is short. */
+/*
+ * Creates an empty tree; compare is not NULL, option is 0, free_record may be NULL. The handle, or 0 when
+ * memory is short.
+ */
 AVL_HANDLE AVL_Init(AVL_NODE_COMPARE compare, uint32_t option, AVL_FREE free_record);
 
 /* Ends the tree: every record left goes to the free function, then the handle is invalid. 0 is ignored. */
 void AVL_Fini(AVL_HANDLE tree);
 
-/* Takes every record out, passing each to the free function; the tree stays usable. 0 on success. */
+/*
+ * Takes every record out, passing each to the free function; the tree stays usable. 0 on success; what the
+ * handle 0 gives is left to the platform.
+ */
 uint32_t AVL_FreeAll(AVL_HANDLE tree);
 
 /*

@@ -28,7 +28,11 @@ typedef struct HASH_NODE_S {
 /* Compares a record with a bare key: 0 when the record has the key. */
 typedef int32_t (*HASH_KEY_COMPARE)(const void *record, const void *key);
 
-/* Receives a record that HASH_FreeAll or HASH_Fini has taken out of the table; it may free the record. */
+/*
+ * Receives a record that HASH_FreeAll or HASH_Fini has taken out of the table; it may free the record and use
+ * other tables and trees. Whether the records still to come are in the table is left to the platform: the
+ * function does not use this table.
+ */
 typedef void (*HASH_FREE)(void *record);
 
 /*
@@ -40,12 +44,15 @@ HASH_HANDLE HASH_Init(uint32_t bucket_count, HASH_FREE free_record);
 /* Ends the table: every record left goes to the free function, then the handle is invalid. 0 is ignored. */
 void HASH_Fini(HASH_HANDLE table);
 
-/* Takes every record out, passing each to the free function; the table stays usable. 0 on success. */
+/*
+ * Takes every record out, passing each to the free function; the table stays usable. 0 on success; what the
+ * handle 0 gives is left to the platform.
+ */
 uint32_t HASH_FreeAll(HASH_HANDLE table);
 
 /*
- * Links the record into bucket hash modulo the number of buckets, in front. 0 on success, non-zero for NULL.
- * An equal record is not looked for.
+ * Links the record into bucket hash modulo the number of buckets. 0 on success, non-zero for NULL. An equal
+ * record is not looked for: the caller inserts none.
  */
 uint32_t HASH_Insert(HASH_HANDLE table, uint32_t hash, void *record);
 
@@ -55,10 +62,10 @@ uint32_t HASH_Insert(HASH_HANDLE table, uint32_t hash, void *record);
  */
 uint32_t HASH_Remove(HASH_HANDLE table, uint32_t hash, void *record);
 
-/* The newest record of the hash's bucket for which compare(record, key) is 0, or NULL. */
+/* The record of the hash's bucket for which compare(record, key) is 0, or NULL. */
 void *HASH_Get(HASH_HANDLE table, uint32_t hash, const void *key, HASH_KEY_COMPARE compare);
 
-/* The first record in the order of buckets, or NULL. Linear in the empty buckets. */
+/* The first record of a walk over all, in whatever order, or NULL. Linear in the empty buckets. */
 void *HASH_GetFirst(HASH_HANDLE table);
 
 /*

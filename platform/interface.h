@@ -13,7 +13,7 @@
 extern "C" {
 #endif
 
-/* A private-data instance; IF_NO_INSTANCE means none. */
+/* A private-data instance; IF_NO_INSTANCE means none, and every call on it fails. */
 typedef uint64_t IF_INSTANCE;
 
 #define IF_NO_INSTANCE UINT64_MAX

@@ -20,7 +20,10 @@ typedef uint64_t TIMER_ID;
 
 #define TIMER_NONE UINT64_MAX
 
-/* Kinds of timer: stopped until armed with Timer_SetStatus, or firing once after its period. */
+/*
+ * Kinds of timer: one that fires when it is armed with Timer_SetStatus, or one that fires once after its
+ * period. The state in which the first is made is left to the platform: callers stop it first.
+ */
 #define TIMER_KIND_ARMED_LATER 1u
 #define TIMER_KIND_ONE_SHOT 2u
 
@@ -30,11 +33,11 @@ typedef uint64_t TIMER_ID;
 /* What Timer_SetStatus does. */
 #define TIMER_STATE_STOP 0u   /* value 0 */
 #define TIMER_STATE_ENABLE 1u /* value 0 */
-#define TIMER_STATE_ARM 3u    /* value in milliseconds; fires once after it; an error while stopped */
+#define TIMER_STATE_ARM 3u /* value in milliseconds; fires once after it; a stopped timer is enabled first */
 
 /*
- * Timer attributes, 64 bytes. state is 0 until the timer is enabled and again once it is stopped; otherwise
- * TIMER_STATE_ENABLE, or TIMER_STATE_ARM while it is armed.
+ * Timer attributes, 64 bytes. state is 0 while the timer is stopped and another value once it is enabled and
+ * while it is armed.
  */
 typedef struct TIMER_ATTR_S {
     uint32_t state;
@@ -54,9 +57,9 @@ TIMER_ID Timer_Create(TIMER_SERVICE service, uint32_t kind, uint32_t period_ms, 
                       const uint64_t parameters[4]);
 
 /*
- * Stops, enables or arms a timer; arming an armed timer replaces its time, and a timer that has fired is
- * enabled again. 0, or an error code for an unknown timer or state, a stopped timer to be armed or a failed
- * system call.
+ * Stops, enables or arms a timer; arming an armed timer replaces its time, and a timer that has fired can be
+ * stopped, enabled and armed again. 0, or an error code for an unknown timer or state or a failed system
+ * call. A platform may refuse to arm a stopped timer.
  */
 uint32_t Timer_SetStatus(TIMER_SERVICE service, TIMER_ID timer, uint32_t state, uint32_t value);
 

@@ -228,12 +228,18 @@ uint32_t AVL_FreeAll(AVL_HANDLE handle)
 
 uint32_t AVL_Insert(AVL_HANDLE handle, void *record)
 {
-    return !platform::Fails(Operation::kTreeInsert) && TreeOf(handle)->records.insert(record).second ? 0 : 1;
+    if (platform::Fails(Operation::kTreeInsert) || handle == 0 || record == nullptr) {
+        return 1;
+    }
+    return TreeOf(handle)->records.insert(record).second ? 0 : 1;
 }
 
 uint32_t AVL_Remove(AVL_HANDLE handle, void *record)
 {
     Tree *tree = TreeOf(handle);
+    if (tree == nullptr) {
+        return 0;
+    }
     auto at = tree->records.find(record);
     if (at == tree->records.end() || *at != record) {
         return 0;
@@ -245,6 +251,9 @@ uint32_t AVL_Remove(AVL_HANDLE handle, void *record)
 void *AVL_Get(AVL_HANDLE handle, const void *key, AVL_KEY_COMPARE compare)
 {
     Tree *tree = TreeOf(handle);
+    if (tree == nullptr) {
+        return nullptr;
+    }
     auto at = tree->records.find(Probe{key, compare});
     return at == tree->records.end() ? nullptr : *at;
 }
@@ -252,12 +261,15 @@ void *AVL_Get(AVL_HANDLE handle, const void *key, AVL_KEY_COMPARE compare)
 void *AVL_GetLeftMost(AVL_HANDLE handle)
 {
     Tree *tree = TreeOf(handle);
-    return tree->records.empty() ? nullptr : *tree->records.begin();
+    return tree == nullptr || tree->records.empty() ? nullptr : *tree->records.begin();
 }
 
 void *AVL_GetNext(AVL_HANDLE handle, const void *record_or_probe)
 {
     Tree *tree = TreeOf(handle);
+    if (tree == nullptr) {
+        return nullptr;
+    }
     auto at = tree->records.upper_bound(const_cast<void *>(record_or_probe));
     return at == tree->records.end() ? nullptr : *at;
 }
@@ -265,11 +277,14 @@ void *AVL_GetNext(AVL_HANDLE handle, const void *record_or_probe)
 void *AVL_GetPrev(AVL_HANDLE handle, const void *record_or_probe)
 {
     Tree *tree = TreeOf(handle);
+    if (tree == nullptr) {
+        return nullptr;
+    }
     auto at = tree->records.lower_bound(const_cast<void *>(record_or_probe));
     return at == tree->records.begin() ? nullptr : *--at;
 }
 
 uint32_t AVL_Count(AVL_HANDLE handle)
 {
-    return static_cast<uint32_t>(TreeOf(handle)->records.size());
+    return handle == 0 ? 0 : static_cast<uint32_t>(TreeOf(handle)->records.size());
 }

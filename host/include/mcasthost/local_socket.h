@@ -1,5 +1,10 @@
 /*
  * What can be asked about the local sockets of family 37, beside what the calls on them answer.
+ *
+ * Beyond what the platform promises, these sockets are close-on-exec. socket takes SOCK_NONBLOCK with the type, and
+ * fails for other types with ESOCKTNOSUPPORT and for other protocols with EPROTONOSUPPORT. bind and connect fail with
+ * EADDRNOTAVAIL for another node or port 0, and with EINVAL for an address that is cut; a second connect with EISCONN.
+ * An option of the family fails with EINVAL when its length is another.
  */
 #ifndef MCASTHOST_LOCAL_SOCKET_H
 #define MCASTHOST_LOCAL_SOCKET_H

@@ -96,7 +96,10 @@ HOST_API uint32_t HOST_LoopRemove(int32_t loop, int32_t fd);
 
 /*
  * The timer service whose timers fire from this loop, for Timer_Create and its relatives. It lives as long as
- * the loop. NULL for what is not a loop.
+ * the loop. NULL for what is not a loop. Beyond what the platform promises: a timer to be armed later is made
+ * stopped, a stopped one cannot be armed, the state of an armed one is TIMER_STATE_ARM, one that has fired is
+ * enabled, and those that are due fire in the order of their times. Timer_Create without a service, a handler
+ * or a known kind gives TIMER_NONE.
  */
 HOST_API TIMER_SERVICE HOST_LoopTimerService(int32_t loop);
 
