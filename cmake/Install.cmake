@@ -25,6 +25,9 @@ foreach(library mcastcommon mcasthost)
   install(FILES ${PROJECT_BINARY_DIR}/${library}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endforeach()
 
+# What a port is begun with and judged by.
+install(DIRECTORY porting DESTINATION ${CMAKE_INSTALL_DATADIR}/mcastcommon)
+
 # A manual page is the program's own --help between the sections of docs/man/PROGRAM.h2m, so that it cannot lag behind.
 find_program(HELP2MAN help2man)
 if(NOT HELP2MAN)

@@ -1,5 +1,6 @@
 #include "support/scripted_timer.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace scripted_timer
@@ -55,22 +56,45 @@ Timer &Only()
     return platform.timers.begin()->second;
 }
 
-bool FireIfDue()
+namespace
 {
-    Timer &timer = Only();
-    TIMER_ID id = platform.timers.begin()->first;
 
-    if (!timer.armed || timer.due_ms > platform.now_ms) {
-        return false;
-    }
-    timer.armed = false;
-    Timer fired = timer; /* the handler may delete the timer */
-
+void Fire(TIMER_ID id)
+{
+    platform.timers[id].armed = false;
+    Timer fired = platform.timers[id]; /* the handler may delete the timer */
     fired.handler(fired.parameters);
     if (fired.attributes.kind == TIMER_KIND_ONE_SHOT) {
         platform.timers.erase(id);
     }
+}
+
+} // namespace
+
+bool FireIfDue()
+{
+    const Timer &timer = Only();
+    if (!timer.armed || timer.due_ms > platform.now_ms) {
+        return false;
+    }
+    Fire(platform.timers.begin()->first);
     return true;
+}
+
+void ServeFor(uint64_t milliseconds)
+{
+    TIMER_ID next = TIMER_NONE;
+    uint64_t due_ms = platform.now_ms + milliseconds;
+    for (const auto &[id, timer] : platform.timers) {
+        if (timer.armed && timer.due_ms <= due_ms) {
+            next = id;
+            due_ms = timer.due_ms;
+        }
+    }
+    platform.now_ms = std::max(platform.now_ms, due_ms);
+    if (next != TIMER_NONE) {
+        Fire(next);
+    }
 }
 
 } // namespace scripted_timer
@@ -122,6 +146,9 @@ uint32_t Timer_SetStatus(TIMER_SERVICE service, TIMER_ID id, uint32_t state, uin
 
     if (refusal != platform.set_status.end()) {
         return refusal->second;
+    }
+    if (state > TIMER_STATE_ARM) {
+        return scripted_timer::kUnknownTimer;
     }
     if (state == TIMER_STATE_ARM) {
         ++platform.arms;

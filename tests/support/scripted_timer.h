@@ -65,6 +65,9 @@ Timer &Only();
  */
 bool FireIfDue();
 
+/* Fires the timer that is due next, moving the time there, or moves the time by so much when none is due until then. */
+void ServeFor(uint64_t milliseconds);
+
 } // namespace scripted_timer
 
 #endif
