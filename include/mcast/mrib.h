@@ -121,7 +121,7 @@ typedef struct MRIB_GMP_CONNECT_S {
 /* The client of this process. Read it between MRIB_GMP_Init and MRIB_GMP_Fini. */
 MCAST_API extern MRIB_GMP_COMPONENT_S g_stMRIBComponent;
 
-/* Its connection. Read it under its lock, which exists between MRIB_GMP_Init and MRIB_GMP_Fini. */
+/* The connection of this client to the MRIB. Read it under its lock, which exists between MRIB_GMP_Init and MRIB_GMP_Fini. */
 MCAST_API extern MRIB_GMP_CONNECT_S g_stMribConnectInfo;
 
 /* Flags of an instance record: what a replay has not confirmed yet. */

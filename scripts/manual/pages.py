@@ -13,7 +13,8 @@ LIBRARY = {
 
 
 def title(name, section, version):
-    return f'.TH {roff.escape(name)} {section} "" "mcastcommon {version}" "Multicast common library"\n.nh\n.ad l\n'
+    middle = "Multicast common library" if len(name) <= 22 else " "  # a longer name leaves no room for it
+    return f'.TH {roff.escape(name)} {section} "" "mcastcommon {version}" "{middle}"\n.nh\n.ad l\n'
 
 
 def page_of_header(header):

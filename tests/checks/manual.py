@@ -27,7 +27,10 @@ def records():
 
 def faults_of_names(folder):
     listed = re.findall(r"^\s+(\w+);", (TOP / "src/exports.map").read_text(), re.MULTILINE)
-    for name in sorted({*listed, *public_names.platform(), *records()}):
+    host = re.findall(r"\b(HOST_\w+)", (TOP / "host/exports.map").read_text())
+    for path in (TOP / "host/include/mcasthost").glob("*.h"):
+        host += re.findall(r"^HOST_API [^;]*?\b(HOST_\w+)\(", path.read_text(), re.MULTILINE)
+    for name in sorted({*listed, *host, *public_names.platform(), *records()}):
         page = folder / f"man3/{name}.3"
         if not page.exists():
             yield f"{name} has no page in section 3"
