@@ -18,6 +18,13 @@
 /* Option at SOL_SOCKET with the 8-byte value {u32 1, u32 0}: a close drops what the peer has not read yet. */
 #define LOCAL_SOCKET_OPTION_LINGER 128
 
+/*
+ * Option at SOL_SOCKET with the 4-byte value 1, on a socket that will listen: its port can be bound again at
+ * once after it was closed. A platform whose ports are free as soon as they are closed accepts and ignores
+ * it.
+ */
+#define LOCAL_SOCKET_OPTION_REUSE 0x200
+
 /* A local address. length is not looked at. */
 typedef struct LOCAL_SOCKET_ADDR_S {
     uint8_t length;

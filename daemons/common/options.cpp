@@ -13,7 +13,7 @@ Options::Options(const char *name, const std::string &description, Kind kind)
     if (kind == Kind::Daemon) {
         add_diagnostics();
     }
-    app_->set_version_flag("--version", std::string(name) + " " MCAST_VERSION);
+    app_->set_version_flag("--version", std::string(name) + " " MCAST_VERSION_TEXT);
 }
 
 Options::~Options() = default;

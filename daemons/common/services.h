@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "mcast/common.h"
+#include "mcast/mrib_wire.h"
 
 namespace mcastd
 {
@@ -44,9 +44,9 @@ inline constexpr RouterDaemon ROUTER_DAEMONS[] = {
 };
 
 // The component that a daemon is to the MRIB process; the IPv6 gmpd has the twin of the IPv4 one.
-constexpr uint8_t COMPONENT_MRIBD = 0;
-constexpr uint8_t COMPONENT_GMPD_IPV4 = 4;
-constexpr uint8_t COMPONENT_MSDPD = 8;
+constexpr uint8_t COMPONENT_MRIBD = MRIB_COMPONENT_MRIB;
+constexpr uint8_t COMPONENT_GMPD_IPV4 = MRIB_COMPONENT_GMP_IPV4;
+constexpr uint8_t COMPONENT_MSDPD = MRIB_COMPONENT_MSDP;
 
 // The instance that always exists.
 constexpr uint16_t PUBLIC_INSTANCE = 0;

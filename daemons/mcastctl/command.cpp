@@ -7,6 +7,7 @@
 #include "daemons/common/command_words.h"
 #include "daemons/mcastctl/daemon_user.h"
 #include "daemons/mcastctl/text.h"
+#include "mcast/common.h"
 
 namespace mcastctl
 {
@@ -69,7 +70,7 @@ int command_all(const Daemons &daemons, mcastd::ControlCommand command,
 int run_command_line(int argc, const char *const *argv)
 {
     CLI::App root("Reads and sets the tables of the running multicast daemons", "mcastctl");
-    root.set_version_flag("--version", "mcastctl " MCAST_VERSION);
+    root.set_version_flag("--version", "mcastctl " MCAST_VERSION_TEXT);
     root.require_subcommand(0, 1);
     mcastd::explain_errors(root);
     CLI::App &show = *root.add_subcommand("show", "Show a table");

@@ -20,7 +20,7 @@ MCAST_EXTERN_C_BEGIN
  * else for an IPv4 one; it is not looked at when no list is configured. Further arguments are accepted and
  * not looked at.
  */
-MCAST_API MCAST_BOOL MCAST_IsAclValid(const uint8_t *family, uint32_t aclNumber, ...);
+MCAST_API MCAST_BOOL MCAST_IsAclValid(const uint8_t *family, uint32_t acl_number, ...);
 
 /*
  * Whether the list permits the addresses. A list that matches a single address is asked about first alone;
@@ -28,21 +28,21 @@ MCAST_API MCAST_BOOL MCAST_IsAclValid(const uint8_t *family, uint32_t aclNumber,
  * not given. With no list, or with nothing to ask about, everything passes; a match that the platform cannot
  * carry out denies.
  */
-MCAST_API MCAST_BOOL MCAST_IsAclPermit(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t aclNumber,
+MCAST_API MCAST_BOOL MCAST_IsAclPermit(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t acl_number,
                                        const MCAST_ADDR_S *first, const MCAST_ADDR_S *second);
 
 /*
  * As MCAST_IsAclPermit for IPv4 addresses in host byte order. A basic list (2000 to 2999) is asked about the
- * group, any other about the pair (source, group). Of vrfIndex the low 16 bits count.
+ * group, any other about the pair (source, group). Of vrf_index the low 16 bits count.
  */
-MCAST_API MCAST_BOOL MCAST4_IsAclPermit(uint32_t vrfIndex, uint32_t aclNumber, uint32_t source,
+MCAST_API MCAST_BOOL MCAST4_IsAclPermit(uint32_t vrf_index, uint32_t acl_number, uint32_t source,
                                         uint32_t group);
 
 /*
  * Whether the group is in the SSM range: what the list permits, or with no list 232.0.0.0/8 and ff3x::/32 of
  * any scope x. group is not NULL unless a list is configured.
  */
-MCAST_API MCAST_BOOL MCAST_IsSSMGrp(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t aclNumber,
+MCAST_API MCAST_BOOL MCAST_IsSSMGrp(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t acl_number,
                                     const MCAST_ADDR_S *group);
 
 /*
@@ -51,7 +51,7 @@ MCAST_API MCAST_BOOL MCAST_IsSSMGrp(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t aclN
  * match that does not permit, stops it. A list that does not match a single address is asked with no address;
  * so is any list when group is NULL. Further arguments are accepted and not looked at.
  */
-MCAST_API MCAST_BOOL MCAST_GrpFilterByAcl(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t aclNumber,
+MCAST_API MCAST_BOOL MCAST_GrpFilterByAcl(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t acl_number,
                                           const MCAST_ADDR_S *group, ...);
 
 MCAST_EXTERN_C_END

@@ -102,18 +102,18 @@ MCAST_API int MCAST_StrToInet6Addr(const char *text, MCAST_ADDR_S *out);
  * ones.
  *
  * data is len bytes at any alignment, NULL allowed when len is 0; an odd last byte counts as the first of a
- * word whose second byte is zero. All 16 address bytes of src and dst count whatever their family. upperLen,
- * the upper-layer length in the pseudo-header, is in host order and need not equal len; of nextHeader the low
- * 8 bits count. Linear in len, at the speed at which data can be read.
+ * word whose second byte is zero. All 16 address bytes of src and dst count whatever their family. upper_len,
+ * the upper-layer length in the pseudo-header, is in host order and need not equal len; of next_header the
+ * low 8 bits count. Linear in len, at the speed at which data can be read.
  */
 MCAST_API uint32_t MCAST_Inet6Cksum(const uint16_t *data, uint32_t len, const MCAST_ADDR_S *src,
-                                    const MCAST_ADDR_S *dst, uint32_t upperLen, uint32_t nextHeader);
+                                    const MCAST_ADDR_S *dst, uint32_t upper_len, uint32_t next_header);
 
 /*
  * The display name of a route's kind, a constant string: 1 "unicast (direct)"; 4, 5, 6 "igp"; 10 "egp";
  * 17 "multicast static"; 200 "mbgp"; anything else "unicast".
  */
-MCAST_API const char *MCAST_GetRouteType(uint8_t routeType);
+MCAST_API const char *MCAST_GetRouteType(uint8_t route_type);
 
 /*
  * The module identifier of the IPv6 twin of an IPv4 multicast component (2 to 3, 4 to 5, 6 to 7), and back.

@@ -132,14 +132,14 @@ MCAST_API MCAST_STATUS MCAST_SrcIPv6RelaxCheck(const char *text);
 MCAST_API MCAST_STATUS MCAST_IPv6StrLinkCheck(const char *text);
 
 /*
- * Whether the range group/prefixLen may be configured, group not NULL. IPv4: in 224.0.0.0/4 and not inside
+ * Whether the range group/prefix_len may be configured, group not NULL. IPv4: in 224.0.0.0/4 and not inside
  * 224.0.0.0/24. IPv6: in ff00::/8; up to /14 of any scope, at /15 of a scope from 2 on, from /16 on of a
  * scope from 3 on. The whole group counts, not only the bits within the prefix. A length above the family's
  * 32 or 128 counts like any other from /24 or /16 on. A group of any other family is refused unless its first
  * byte is 0xff, and then judged as an IPv4 range: accepted, because its first three bytes are not those of
  * 224.0.0.0/24.
  */
-MCAST_API MCAST_BOOL MCAST_GrpRangeCheck(const MCAST_ADDR_S *group, uint8_t prefixLen);
+MCAST_API MCAST_BOOL MCAST_GrpRangeCheck(const MCAST_ADDR_S *group, uint8_t prefix_len);
 
 /*
  * Registers the help texts with the platform under MCAST_RC_MODULE, and withdraws them. They are referred to

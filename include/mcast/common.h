@@ -1,6 +1,10 @@
 /*
- * What every header of the library shares: result codes, truth values, the address record, the instance key
- * and the two small helpers that serve all families.
+ * What every header of the library shares: version, result codes, truth values, the address record, the
+ * instance key and the two small helpers that serve all families.
+ *
+ * Some exported names are misspelled or out of line with their neighbours: MCAST_MinHeapDestory,
+ * MCAST_MaskIsContinous, mribGmpDeleteIfAllMBoundry, MCAST_CreateSimplyIf, MRT_Walk_Start beside
+ * MRT_WalkNext. They are what programs are linked against and stay as they are; there are no second names.
  */
 #ifndef MCAST_COMMON_H
 #define MCAST_COMMON_H
@@ -20,6 +24,24 @@
 
 /* Marks a function or object as part of the library's exported interface. */
 #define MCAST_API __attribute__((visibility("default")))
+
+/*
+ * The version of these headers. libmcasthost tells its own with HOST_Version (mcasthost/version.h); what a
+ * change of each number promises about programs that are linked already is said in docs/abi.md.
+ */
+#define MCAST_VERSION_MAJOR 1
+#define MCAST_VERSION_MINOR 0
+#define MCAST_VERSION_PATCH 0
+
+/* Versions as numbers that can be compared. */
+#define MCAST_VERSION_NUMBER(major, minor, patch) ((uint32_t)(((major) << 16) | ((minor) << 8) | (patch)))
+#define MCAST_VERSION MCAST_VERSION_NUMBER(MCAST_VERSION_MAJOR, MCAST_VERSION_MINOR, MCAST_VERSION_PATCH)
+
+/* The version as text, "1.0.0". */
+#define MCAST_VERSION_AS_TEXT(number) #number
+#define MCAST_VERSION_DOTTED(major, minor, patch)                                                            \
+    MCAST_VERSION_AS_TEXT(major) "." MCAST_VERSION_AS_TEXT(minor) "." MCAST_VERSION_AS_TEXT(patch)
+#define MCAST_VERSION_TEXT MCAST_VERSION_DOTTED(MCAST_VERSION_MAJOR, MCAST_VERSION_MINOR, MCAST_VERSION_PATCH)
 
 MCAST_EXTERN_C_BEGIN
 

@@ -48,12 +48,12 @@ MCAST_API MCAST_STATUS MCAST_ModifyEpoll(uint32_t epfd, uint32_t fd, uint32_t ev
 MCAST_API int MCAST_DeleteEpoll(uint32_t epfd, uint32_t fd);
 
 /*
- * Makes a timer descriptor that becomes readable periodMs milliseconds from now and then every periodMs, on
+ * Makes a timer descriptor that becomes readable period_ms milliseconds from now and then every period_ms, on
  * the monotonic clock. It blocks on read and survives exec. 0 gives a disarmed descriptor; a negative period
  * fails. It is in no epoll set; the caller owns it and ends it with MCAST_DeleteTimerFd. The descriptor, or
  * MCAST_NONE.
  */
-MCAST_API uint32_t MCAST_CreateTimerFd(int32_t periodMs);
+MCAST_API uint32_t MCAST_CreateTimerFd(int32_t period_ms);
 
 /* Closes the timer descriptor fd. The result of close: 0 or -1. */
 MCAST_API int MCAST_DeleteTimerFd(uint32_t fd);
@@ -68,22 +68,22 @@ MCAST_API uint32_t MCAST_CreateEvtFd(uint32_t epfd, uint64_t context);
 /*
  * Turns the signal signo into a descriptor, blocks the signal in the calling thread, and then registers the
  * descriptor in the set epfd for EPOLLIN with context. The thread must be the one that is to receive the
- * signal; threads that it starts afterwards inherit the block. *outFd receives the descriptor, which the
- * caller owns and closes. MCAST_OK, or MCAST_ERR_GENERAL with *outFd untouched: context is 0, epfd is
- * MCAST_NONE, outFd is NULL, signo is no signal, or a system call failed. Descriptor number 0 is not
+ * signal; threads that it starts afterwards inherit the block. *out_fd receives the descriptor, which the
+ * caller owns and closes. MCAST_OK, or MCAST_ERR_GENERAL with *out_fd untouched: context is 0, epfd is
+ * MCAST_NONE, out_fd is NULL, signo is no signal, or a system call failed. Descriptor number 0 is not
  * accepted: it is closed and counts as a failure. Of pthread_sigmask only the result -1 is a failure; an
  * error number of its own is ignored. When registration fails the signal stays blocked.
  */
-MCAST_API MCAST_STATUS MCAST_SigToEpoll(uint32_t epfd, uint32_t signo, uint64_t context, uint32_t *outFd);
+MCAST_API MCAST_STATUS MCAST_SigToEpoll(uint32_t epfd, uint32_t signo, uint64_t context, uint32_t *out_fd);
 
 /*
- * Makes a POSIX timer that sends the signal signo to the calling thread periodMs milliseconds from now and
- * then every periodMs, on the real-time clock; the signal's value (si_value.sival_int) is periodMs. Only the
- * periods 10, 100 and 1000 exist. The caller ends it with MCAST_DeleteTimer. The handle, or 0: another
+ * Makes a POSIX timer that sends the signal signo to the calling thread period_ms milliseconds from now and
+ * then every period_ms, on the real-time clock; the signal's value (si_value.sival_int) is period_ms. Only
+ * the periods 10, 100 and 1000 exist. The caller ends it with MCAST_DeleteTimer. The handle, or 0: another
  * period, or a system call failed. The system may give a timer the handle 0; a second timer is then made and
  * the first deleted, so that 0 always means none.
  */
-MCAST_API MCAST_TIMER_HANDLE MCAST_CreateTimer(uint32_t periodMs, uint32_t signo);
+MCAST_API MCAST_TIMER_HANDLE MCAST_CreateTimer(uint32_t period_ms, uint32_t signo);
 
 /* Ends a timer of MCAST_CreateTimer; handle must be one. The result of timer_delete: 0 or -1. */
 MCAST_API int MCAST_DeleteTimer(MCAST_TIMER_HANDLE handle);

@@ -29,9 +29,9 @@ MCAST_API extern uint32_t g_uiMcastAssertCnt;
 /*
  * Formats a line into buffer (size bytes; NULL allowed when size is 0) and tells whether it passes the
  * operator's filters: the number of characters stored, or 0 when the line is filtered out, though its text is
- * in buffer all the same. aclNumber is a list for the line's source and group, MCAST_NONE for none; ctx names
- * the family and VPN instance in which it is asked, and is not looked at without a list. ifFilter is an
- * interface index, 0 for none. args holds one argument for each conversion; the caller ends it.
+ * in buffer all the same. acl_number is a list for the line's source and group, MCAST_NONE for none; ctx
+ * names the family and VPN instance in which it is asked, and is not looked at without a list. if_filter is
+ * an interface index, 0 for none. args holds one argument for each conversion; the caller ends it.
  *
  * A conversion runs from a '%' to the next one. Flags (one or more of - + space # 0 '), width and precision
  * are those of printf, the last two in digits; a conversion with one above INT_MAX takes its argument and
@@ -52,32 +52,33 @@ MCAST_API extern uint32_t g_uiMcastAssertCnt;
  * is printed as it is written. Of a format longer than MCAST_FORMAT_MAX characters the rest does not count.
  *
  * A line without any '%' is never filtered. Otherwise a line with a source or a group passes the list as
- * MCAST_IsAclPermit says; and a line with an interface, not 0, passes ifFilter when it is the same. Where
- * there are several, the last source, group and interface count.
+ * MCAST_IsAclPermit says, the source being its first address and the group its second; and a line with an
+ * interface, not 0, passes if_filter when it is the same. Where there are several, the last source, group
+ * and interface count.
  */
-MCAST_API uint64_t MCAST_vsprintf(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t aclNumber, uint32_t ifFilter,
+MCAST_API uint64_t MCAST_vsprintf(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t acl_number, uint32_t if_filter,
                                   const char *format, va_list args, size_t size, char *buffer);
 
 /*
  * Writes the start of a line about an instance to buffer (MCAST_INST_STR_SIZE bytes): "IPv6: " or nothing for
  * the public instance, "IPv6 (NAME): " or "(NAME): " for others. Any family but MCAST_FAMILY_IPV6 counts as
- * IPv4. vrfName is looked at for others only. The length.
+ * IPv4. vrf_name is looked at for others only. The length.
  */
-MCAST_API uint32_t MCAST_GetInstStr(const MRIB_GMP_VRF_KEY_S *ctx, const char *vrfName, char *buffer);
+MCAST_API uint32_t MCAST_GetInstStr(const MRIB_GMP_VRF_KEY_S *ctx, const char *vrf_name, char *buffer);
 
 /*
  * Writes the name of an instance in parentheses, or nothing for the public one, to buffer
- * (MCAST_VRF_BRACKET_SIZE bytes). Of vrfIndex the low 16 bits count. A look-up that fails leaves between the
+ * (MCAST_VRF_BRACKET_SIZE bytes). Of vrf_index the low 16 bits count. A look-up that fails leaves between the
  * parentheses what the platform wrote, which is nothing where it writes nothing. buffer.
  */
-MCAST_API char *MCAST_GetVrfBracketStr(uint32_t vrfIndex, char *buffer);
+MCAST_API char *MCAST_GetVrfBracketStr(uint32_t vrf_index, char *buffer);
 
 /*
  * Writes the name of an instance, empty for the public one, to buffer (MCAST_VRF_NAME_SIZE bytes). Of
- * vrfIndex the low 16 bits count. 0, or the platform's result, with the name as the platform left it: empty
+ * vrf_index the low 16 bits count. 0, or the platform's result, with the name as the platform left it: empty
  * where it writes nothing.
  */
-MCAST_API uint32_t MCAST_GetVrfNameByVrfIndex(uint32_t vrfIndex, char *buffer);
+MCAST_API uint32_t MCAST_GetVrfNameByVrfIndex(uint32_t vrf_index, char *buffer);
 
 /*
  * Writes a duration to buffer (MCAST_TIME_STR_SIZE bytes), each end included: up to one day hours, minutes

@@ -31,11 +31,11 @@ MCAST_EXTERN_C_BEGIN
 #define MCAST_RC_MUA_NUMBER 0x04A00034u
 
 /*
- * Writes the Multicast-UA or NBMA name of the number in ifIndex, whatever its type bits, to buf
+ * Writes the Multicast-UA or NBMA name of the number in if_index, whatever its type bits, to buf
  * (MCAST_IF_NAME_SIZE bytes). The number of characters written.
  */
-MCAST_API uint64_t MCAST_GetMUANameByIfIndex(uint32_t ifIndex, char *buf);
-MCAST_API uint64_t MCAST_GetNBMANameByIfIndex(uint32_t ifIndex, char *buf);
+MCAST_API uint64_t MCAST_GetMUANameByIfIndex(uint32_t if_index, char *buf);
+MCAST_API uint64_t MCAST_GetNBMANameByIfIndex(uint32_t if_index, char *buf);
 
 /*
  * Whether text is a Multicast-UA interface as an operator may type it: the type, abbreviated to any length
@@ -68,41 +68,41 @@ MCAST_API uint32_t MCAST_GetIfIndexByMUAName(uint32_t family, const char *name);
  * Writes the name of an interface to buf (MCAST_IF_NAME_SIZE bytes). 0, or for an interface that is not the
  * library's own the platform's result.
  */
-MCAST_API uint64_t MCAST_GetIfName(uint32_t ifIndex, char *buf);
+MCAST_API uint64_t MCAST_GetIfName(uint32_t if_index, char *buf);
 
 /*
  * Writes the short name of an interface to buf (MCAST_IF_SIMPLE_NAME_SIZE bytes). The result is 0 for an NBMA
  * link interface, otherwise the platform's. A Multicast-UA interface has its name written, and then the
  * platform is asked for the short name of the same index into the same buffer.
  */
-MCAST_API uint64_t MCAST_GetIfSimpleName(uint32_t ifIndex, char *buf);
+MCAST_API uint64_t MCAST_GetIfSimpleName(uint32_t if_index, char *buf);
 
 /*
  * Writes the name of an interface, or its index as "0x%x" when it is 0 or has no name, to buf
  * (MCAST_IF_NAME_SIZE bytes). Does nothing when buf is NULL.
  */
-MCAST_API void MCAST_GetIfNameOrIndex(uint32_t ifIndex, char *buf);
+MCAST_API void MCAST_GetIfNameOrIndex(uint32_t if_index, char *buf);
 
 /*
  * Writes the short name of an interface to buf (MCAST_IF_SIMPLE_NAME_SIZE bytes) and returns 0; or, when the
  * index is 0 or MCAST_GetIfSimpleName fails, writes the index as "0x%x" and returns the number of characters.
  */
-MCAST_API uint64_t MCAST_GetIfSimpleNameOrIndex(uint32_t ifIndex, char *buf);
+MCAST_API uint64_t MCAST_GetIfSimpleNameOrIndex(uint32_t if_index, char *buf);
 
 /*
  * Completes an interface name as typed to the platform's full name, among the interfaces that a query may
- * ask about. fullName has room for IF_FILLED_NAME_SIZE bytes. The platform's result, 0 when found.
+ * ask about. full_name has room for IF_FILLED_NAME_SIZE bytes. The platform's result, 0 when found.
  */
-MCAST_API uint64_t MCAST_IF_GetFullName(const char *text, char *fullName);
+MCAST_API uint64_t MCAST_IF_GetFullName(const char *text, char *full_name);
 
 /*
- * The index of the interface that was typed as type and number, or 0. nameBuf (MCAST_IF_NAME_SIZE bytes) is
+ * The index of the interface that was typed as type and number, or 0. name_buf (MCAST_IF_NAME_SIZE bytes) is
  * in and out, and is not NULL. An empty one receives the two texts joined, cut to its size, where a NULL text
- * counts as empty; the texts are not looked at when nameBuf holds a name already. When the name can be
- * completed nameBuf then holds the full name, cut to its size; the look-up of the index has the whole of it.
- * Otherwise nameBuf keeps what it held.
+ * counts as empty; the texts are not looked at when name_buf holds a name already. When the name can be
+ * completed name_buf then holds the full name, cut to its size; the look-up of the index has the whole of it.
+ * Otherwise name_buf keeps what it held.
  */
-MCAST_API uint32_t MCAST_GetIfIndexByIfName(const char *typeText, const char *numberText, char *nameBuf);
+MCAST_API uint32_t MCAST_GetIfIndexByIfName(const char *type_text, const char *number_text, char *name_buf);
 
 /*
  * Help for a Multicast-UA interface: for its type, its number, or both in one word. text is what was typed so

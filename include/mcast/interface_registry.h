@@ -109,7 +109,7 @@ MCAST_API uint64_t MCAST_CreateSimplyIf(void);
  * at hand than are fetched at once; otherwise logarithmic in the number of ranges of free indexes, and an
  * index for which there is no memory stays in use.
  */
-MCAST_API void MCAST_DestroyIf(uint32_t ifIndex);
+MCAST_API void MCAST_DestroyIf(uint32_t if_index);
 
 /*
  * Switch-over, in three steps: MCAST_IF_Degrade makes all indexes free, MCAST_ReserveIf marks each one that
@@ -123,38 +123,39 @@ MCAST_API void MCAST_DestroyIf(uint32_t ifIndex);
  * 16384 and 128, and those it fetches are handed out before those that were at hand.
  */
 MCAST_API uint64_t MCAST_IF_Degrade(void);
-MCAST_API uint64_t MCAST_ReserveIf(uint32_t ifIndex);
+MCAST_API uint64_t MCAST_ReserveIf(uint32_t if_index);
 MCAST_API uint64_t MCAST_IF_ReserveFinish(void);
 
 /* Whether the index is private; private and that of a Multicast-UA interface; of an NBMA link interface. */
-MCAST_API MCAST_BOOL MCAST_IsPrivateIfIndex(uint32_t ifIndex);
-MCAST_API MCAST_BOOL MCAST_IsMUAIntf(uint32_t ifIndex);
-MCAST_API MCAST_BOOL MCAST_IsNBMALinkIntf(uint32_t ifIndex);
+MCAST_API MCAST_BOOL MCAST_IsPrivateIfIndex(uint32_t if_index);
+MCAST_API MCAST_BOOL MCAST_IsMUAIntf(uint32_t if_index);
+MCAST_API MCAST_BOOL MCAST_IsNBMALinkIntf(uint32_t if_index);
 
 /*
  * The type code of an interface: MCAST_IF_PLATFORM_TYPE_PRIVATE for a Multicast-UA or NBMA link interface,
  * otherwise what the platform says, MCAST_IF_PLATFORM_TYPE_UNKNOWN when it says nothing.
  */
-MCAST_API uint32_t MCAST_GetIfTypeByIfIndex(uint32_t ifIndex);
+MCAST_API uint32_t MCAST_GetIfTypeByIfIndex(uint32_t if_index);
 
 /*
  * Whether an interface may be configured through the MIB: 0, or MCAST_MIB_NOT_SETTABLE for a private one, one
  * that the platform does not know, and one of type 11 or 40.
  */
-MCAST_API uint64_t MCAST_IF_CanMibSet(uint32_t ifIndex);
+MCAST_API uint64_t MCAST_IF_CanMibSet(uint32_t if_index);
 
 /*
  * Adds a sub-interface to those that join groups together with the parent. *count, not NULL, receives how
  * many the parent has now. 0, or a failure that changes nothing: it is there already, or memory is short.
  * Takes the registry's mutex. Logarithmic cost.
  */
-MCAST_API uint64_t MCAST_AddToSameJoinGroupIf(uint32_t parentIfIndex, uint32_t subIfIndex, uint32_t *count);
+MCAST_API uint64_t MCAST_AddToSameJoinGroupIf(uint32_t parent_if_index, uint32_t sub_if_index,
+                                              uint32_t *count);
 
 /*
  * Takes a sub-interface out again. *count, not NULL, receives how many the parent has left. 0, or a failure
  * that changes nothing: parent or sub-interface is not there. Takes the registry's mutex. Logarithmic cost.
  */
-MCAST_API uint64_t MCAST_DeleteFromSameJoinGroupIf(uint32_t parentIfIndex, uint32_t subIfIndex,
+MCAST_API uint64_t MCAST_DeleteFromSameJoinGroupIf(uint32_t parent_if_index, uint32_t sub_if_index,
                                                    uint32_t *count);
 
 /*
@@ -163,7 +164,7 @@ MCAST_API uint64_t MCAST_DeleteFromSameJoinGroupIf(uint32_t parentIfIndex, uint3
  * holds whatever guards the parent. 0, or a failure that changes nothing: the tree refuses it, as it does a
  * second record of the same index, or memory is short.
  */
-MCAST_API uint64_t mcastIf_CreateSubIf(MCAST_IF_JOIN_PARENT_S *parent, uint32_t subIfIndex);
+MCAST_API uint64_t mcastIf_CreateSubIf(MCAST_IF_JOIN_PARENT_S *parent, uint32_t sub_if_index);
 
 /*
  * Fill the platform's selector, not NULL: for commands that configure an interface, and for those that only

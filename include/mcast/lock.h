@@ -1,7 +1,9 @@
 /*
  * The locks that stand inside exported records, and the annotations with which the compiler checks who holds
- * them. A lock record holds exactly the POSIX object, so its layout is that of the POSIX type. A program in
- * strict C11 defines _POSIX_C_SOURCE as 200809L before its first include.
+ * them. A lock record holds exactly the POSIX object, so its layout is that of the POSIX type.
+ *
+ * In strict C11 (-std=c11 without _POSIX_C_SOURCE) the C library hides the reader-writer lock. Records that
+ * hold one keep their layout, and everything else can be used; such a source cannot take the lock itself.
  */
 #ifndef MCAST_LOCK_H
 #define MCAST_LOCK_H
@@ -30,6 +32,19 @@
 #define MCAST_ACQUIRED_AFTER(...) MCAST_TSA(acquired_after(__VA_ARGS__))
 #define MCAST_NO_LOCK_ANALYSIS MCAST_TSA(no_thread_safety_analysis)
 
+/* What a reader-writer lock's record holds: pthread_rwlock_t, or its place where the C library hides it. */
+#if defined(PTHREAD_RWLOCK_INITIALIZER)
+#define MCAST_POSIX_RWLOCK pthread_rwlock_t
+#elif defined(__SIZEOF_PTHREAD_RWLOCK_T)
+#define MCAST_POSIX_RWLOCK                                                                                   \
+    union {                                                                                                  \
+        long alignment;                                                                                      \
+        unsigned char bytes[__SIZEOF_PTHREAD_RWLOCK_T];                                                      \
+    }
+#else
+#error "mcast/lock.h needs the POSIX reader-writer lock: compile with -D_POSIX_C_SOURCE=200809L"
+#endif
+
 MCAST_EXTERN_C_BEGIN
 
 /* A mutex in an exported record. */
@@ -39,11 +54,13 @@ typedef struct MCAST_CAPABILITY("mutex") MCAST_MUTEX_S {
 
 /* A reader-writer lock in an exported record or object. */
 typedef struct MCAST_CAPABILITY("rwlock") MCAST_RWLOCK_S {
-    pthread_rwlock_t posix;
+    MCAST_POSIX_RWLOCK posix;
 } MCAST_RWLOCK_S;
 
 MCAST_STATIC_ASSERT(sizeof(MCAST_MUTEX_S) == sizeof(pthread_mutex_t), "a mutex record is the POSIX mutex");
+#if defined(PTHREAD_RWLOCK_INITIALIZER)
 MCAST_STATIC_ASSERT(sizeof(MCAST_RWLOCK_S) == sizeof(pthread_rwlock_t), "a lock record is the POSIX lock");
+#endif
 
 MCAST_EXTERN_C_END
 

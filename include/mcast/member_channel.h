@@ -87,16 +87,16 @@ MCAST_STATIC_ASSERT(sizeof(MBR_LIB_STAT_S) == 8, "statistics are two counters");
 MCAST_API extern MBR_LIB_STAT_S g_stMbrLibStat;
 
 /*
- * Connects the family's channel to the MRIB on this node and registers its socket in the set epollFd for
+ * Connects the family's channel to the MRIB on this node and registers its socket in the set epoll_fd for
  * EPOLLIN with context (MCAST_AddEpoll, whose result does not matter). The socket, which the channel owns; if
  * the channel is open already, the socket that it has, and nothing else happens. In this order the arguments
  * are checked, the socket made, connected (EISCONN counts as connected; a connect that a signal interrupts is
  * not repeated and fails) and given option 128 (LOCAL_SOCKET_OPTION_LINGER, whose result does not matter),
  * the first datagram allocated and the socket registered. MCAST_NONE with nothing opened: family is neither
- * MCAST_FAMILY_IPV4 nor MCAST_FAMILY_IPV6, module is above MBR_MODULE_MAX, epollFd is MCAST_NONE, context is
+ * MCAST_FAMILY_IPV4 nor MCAST_FAMILY_IPV6, module is above MBR_MODULE_MAX, epoll_fd is MCAST_NONE, context is
  * 0, memory is short, or the socket cannot be made or connected.
  */
-MCAST_API uint32_t MBR_LIB_Init(uint32_t family, uint32_t module, uint32_t epollFd, uint64_t context);
+MCAST_API uint32_t MBR_LIB_Init(uint32_t family, uint32_t module, uint32_t epoll_fd, uint64_t context);
 
 /* MCAST_TRUE while the family's channel is open. */
 MCAST_API MCAST_BOOL MBR_LIB_IsAlreadyReg(uint32_t family);

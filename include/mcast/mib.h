@@ -46,11 +46,11 @@ static inline void *MCAST_MIB_Output(MCAST_MIB_REQUEST_S *request)
 }
 
 /*
- * Reads a reply of replyLength bytes. output is MCAST_MIB_Output where a table is read, and NULL where
+ * Reads a reply of reply_length bytes. output is MCAST_MIB_Output where a table is read, and NULL where
  * something is set, except by MCAST_MIB_SetTable, which says what the last three are; elsewhere these two are
  * NULL. MCAST_OK; MCAST_MIB_NO_ENTRY, MCAST_MIB_NO_NEXT or another failure.
  */
-typedef MCAST_STATUS (*MCAST_MIB_PARSER)(const void *reply, uint64_t replyLength, void *output, void *extra1,
+typedef MCAST_STATUS (*MCAST_MIB_PARSER)(const void *reply, uint64_t reply_length, void *output, void *extra1,
                                          void *extra2);
 
 /*
@@ -77,11 +77,11 @@ MCAST_API MCAST_STATUS MCAST_MIB_SetGlobal(const MCAST_APP_ENDPOINT_S *daemon, M
 /*
  * Sets the cells of a row: the parser's result, or as MCAST_MIB_Get. The parser's output is a uint32_t,
  * preset to MCAST_MIB_SET_OUTPUT, extra1 a uint16_t, preset to 0, and extra2 a uint32_t, the number of the
- * cell that is wrong, preset to MCAST_MIB_NO_ERROR_INDEX. *errorIndex is that number whatever the parser's
+ * cell that is wrong, preset to MCAST_MIB_NO_ERROR_INDEX. *error_index is that number whatever the parser's
  * result, and MCAST_MIB_NO_ERROR_INDEX when the daemon cannot be reached.
  */
 MCAST_API MCAST_STATUS MCAST_MIB_SetTable(const MCAST_APP_ENDPOINT_S *daemon, MCAST_MIB_PARSER parser,
-                                          MCAST_MIB_REQUEST_S *request, uint32_t *errorIndex);
+                                          MCAST_MIB_REQUEST_S *request, uint32_t *error_index);
 
 /*
  * Get-next over all of n instances, for a table whose next entry any of them may hold. Each instance with an

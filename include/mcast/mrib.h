@@ -223,12 +223,13 @@ MCAST_API extern MRIB_GMP_VRF_INFO_S g_stMribGmpVrfInfo;
 
 /*
  * Sets the channel up, unconnected, with an empty view of vrf_count instances.
- * component: byte 0 of every message. family: MCAST_FAMILY_IPV4 or MCAST_FAMILY_IPV6. vrf_count: 0 to 65536.
- * max_message_size: bound on a message in bytes, MRIB_MSG_RECV_MAX or more for a peer that uses it all.
- * callbacks: copied; NULL = none. Capability flags of an earlier call without MRIB_GMP_Fini stay set.
- * MCAST_ERR_GENERAL: max_message_size is 0 or above 32 bits, or memory is short; nothing is held then. Also
- * when the platform could not create a table of an instance: the rest is then set up and MRIB_GMP_Fini
- * releases it. Called again without MRIB_GMP_Fini, it first closes the connection and releases what it held.
+ * component: byte 0 of every message, MRIB_COMPONENT_... or a number of the client's own. family:
+ * MCAST_FAMILY_IPV4 or MCAST_FAMILY_IPV6. vrf_count: 0 to 65536. max_message_size: bound on a message in
+ * bytes, MRIB_MSG_RECV_MAX or more for a peer that uses it all. callbacks: copied; NULL = none. Capability
+ * flags of an earlier call without MRIB_GMP_Fini stay set. MCAST_ERR_GENERAL: max_message_size is 0 or above
+ * 32 bits, or memory is short; nothing is held then. Also when the platform could not create a table of an
+ * instance: the rest is then set up and MRIB_GMP_Fini releases it. Called again without MRIB_GMP_Fini, it
+ * first closes the connection and releases what it held.
  */
 MCAST_API uint64_t MRIB_GMP_Init(uint8_t component, uint8_t family, uint64_t vrf_count,
                                  uint64_t max_message_size, const MRIB_GMP_CALLBACKS_S *callbacks)
@@ -379,27 +380,37 @@ MCAST_API uint32_t MRIB_GMP_GetHashVal(uint32_t key, const MCAST_ADDR_S *a, cons
  * pointer is kept.
  */
 
-/* The interface's group-membership protocol was switched; the low byte of enable is sent unchanged. */
+/*
+ * The interface's group-membership protocol was switched; the low byte of enable, MRIB_GMP_ENABLED or
+ * MRIB_GMP_DISABLED, is sent unchanged.
+ */
 MCAST_API uint64_t MRIB_GMP_SendGmpEnableAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
                                                uint32_t enable, uint32_t send_now)
     MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
-/* The interface's querier changed; the low byte of querier is sent unchanged. */
+/*
+ * The interface's querier changed; the low byte of querier, MRIB_QUERIER_THIS_ROUTER or MRIB_QUERIER_OTHER,
+ * is sent unchanged.
+ */
 MCAST_API uint64_t MRIB_GMP_SendQuerierChangeAlert(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
                                                    uint32_t querier, uint32_t send_now)
     MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /*
  * A group, or with a source a (source, group) pair, was joined or left on the interface. source may be NULL,
- * which is sent as the zero address of the group's family. The flags are sent unchanged: MRIB_JOIN_PRUNE_S
- * says what they mean. Never sends by itself: flush with MRIB_GMP_SendAtOnce.
+ * which is sent as the zero address of the group's family. The flags are sent unchanged: flag1 is
+ * MRIB_JOIN_PRUNE_FLAG_JOIN or MRIB_JOIN_PRUNE_FLAG_PRUNE, flag2 MRIB_JOIN_PRUNE_FLAG_PLAIN or
+ * MRIB_JOIN_PRUNE_FLAG_EXCLUDE. Never sends by itself: flush with MRIB_GMP_SendAtOnce.
  */
 MCAST_API uint64_t MRIB_GMP_SendGmpJoinPrune(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
                                              const MCAST_ADDR_S *group, const MCAST_ADDR_S *source,
                                              uint8_t flag1, uint8_t flag2)
     MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
-/* Members of the interface that the selector names are to be deleted. Sends at once. */
+/*
+ * Members of the interface that the selector names are to be deleted; a selector of zeros names all that this
+ * client reported there. Sends at once.
+ */
 MCAST_API uint64_t MRIB_GMP_SendDeleteIfMember(const MRIB_GMP_VRF_KEY_S *key, uint32_t if_index,
                                                const MRIB_MEMBER_SELECTOR_S *selector)
     MCAST_EXCLUDES(g_stMribConnectInfo.lock);
@@ -425,8 +436,12 @@ MCAST_API uint64_t MRIB_GMP_SendProxyMultipathAlert(const MRIB_GMP_VRF_KEY_S *ke
     MCAST_EXCLUDES(g_stMribConnectInfo.lock);
 
 /*
- * An authenticated user on the interface. block points at 16 bytes that are sent unchanged, like the bytes:
- * byte1 becomes user_byte1 of MRIB_MAUTH_USER_INFO_S and byte2 its first byte. Of send_now all 16 bits count.
+ * An authenticated user on the interface, or that it is gone. byte1 becomes the field byte1 of
+ * MRIB_MAUTH_USER_INFO_S, which is the user's kind, and byte2 the field byte2, its first byte, which is
+ * MRIB_USER_PRESENT or MRIB_USER_GONE. block points at the 16 bytes of the address that the user reports
+ * from, in network order, IPv4 in the first four. All of these are sent unchanged, as are the fields of user:
+ * integers in host order, the six bytes of the hardware address as they stand in memory. Of send_now all 16
+ * bits count.
  */
 MCAST_API uint64_t MRIB_GMP_SendMAuthUserInfo(const MRIB_GMP_VRF_KEY_S *key, const MCAST_USRAUTH_INFO_S *user,
                                               uint32_t if_index, const uint8_t *block, uint8_t byte1,

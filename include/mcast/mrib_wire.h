@@ -33,6 +33,15 @@ MCAST_EXTERN_C_BEGIN
 #define MRIB_PORT_IPV4 2182u
 #define MRIB_PORT_IPV6 2183u
 
+/*
+ * The component codes of the reference router: byte 0 of every message, and a field of the registration. The
+ * MRIB shows them and treats all alike; a program of another kind takes a number of its own.
+ */
+#define MRIB_COMPONENT_MRIB 0u
+#define MRIB_COMPONENT_GMP_IPV4 4u
+#define MRIB_COMPONENT_GMP_IPV6 5u
+#define MRIB_COMPONENT_MSDP 8u
+
 /* The receiver reads at most this many bytes of a datagram. */
 #define MRIB_MSG_RECV_MAX 10240u
 
@@ -126,9 +135,20 @@ typedef struct MRIB_PACKED MRIB_REGISTER_S {
     uint64_t capability_flags;
 } MRIB_REGISTER_S;
 
+/*
+ * value of MRIB_IF_ALERT_S. Of an enable record: the protocol runs on the interface, or no longer does, and
+ * every membership that the client reported there is void. Of a querier record: this router is the querier of
+ * the interface's link, as it counts without a record, or another one is. The channel carries any byte
+ * unchanged; these are what client and MRIB have agreed on.
+ */
+#define MRIB_GMP_DISABLED 0u
+#define MRIB_GMP_ENABLED 1u
+#define MRIB_QUERIER_OTHER 0u
+#define MRIB_QUERIER_THIS_ROUTER 1u
+
 /* The value byte stands before the family here and after it in MRIB_PROXY_ALERT_S. */
 typedef struct MRIB_PACKED MRIB_IF_ALERT_S {
-    uint8_t value;
+    uint8_t value; /* MRIB_GMP_... or MRIB_QUERIER_... */
     uint8_t family;
     uint16_t vrf_index;
     uint32_t if_index;
@@ -166,7 +186,10 @@ typedef struct MRIB_PACKED MRIB_REQUEST_S {
     uint8_t zero[5];
 } MRIB_REQUEST_S;
 
-/* Which members of an interface to delete; the daemon's meaning, carried unchanged. */
+/*
+ * Which members of an interface to delete, carried unchanged. All zero: every one that the client reported;
+ * the MRIB counts and ignores what else it is given.
+ */
 typedef struct MRIB_PACKED MRIB_MEMBER_SELECTOR_S {
     uint32_t word;
     uint8_t byte;
@@ -197,7 +220,7 @@ typedef struct MRIB_PACKED MRIB_MSDP_REMOTE_SG_S {
     uint8_t unused;
     uint16_t vrf_index;
     uint8_t operation; /* 0 deletes */
-    uint8_t entry;
+    uint8_t entry;     /* carried unchanged */
     uint16_t data_length;
     uint32_t group_be;  /* 0 = all groups */
     uint32_t source_be; /* 0 = all sources */
@@ -227,19 +250,26 @@ typedef struct MRIB_PACKED MRIB_PROXY_MULTIPATH_S {
     uint16_t vrf_index;
 } MRIB_PROXY_MULTIPATH_S;
 
-/* One user of the user authentication; the fields taken from MCAST_USRAUTH_INFO_S carry its names. */
+/* byte2 of MRIB_MAUTH_USER_INFO_S, as client and MRIB have agreed on it. */
+#define MRIB_USER_GONE 0u
+#define MRIB_USER_PRESENT 1u
+
+/*
+ * One user of the user authentication; the fields taken from MCAST_USRAUTH_INFO_S carry its names and are in
+ * host order. A later record about the interface replaces the one before.
+ */
 typedef struct MRIB_PACKED MRIB_MAUTH_USER_INFO_S {
-    uint8_t byte2; /* the sender's second byte argument */
+    uint8_t byte2; /* the sender's second byte argument: MRIB_USER_PRESENT or MRIB_USER_GONE */
     uint8_t family;
     uint16_t vrf_index;
-    uint32_t if_index;
+    uint32_t if_index; /* the user's own interface */
     uint32_t access_if_index;
     uint32_t user_id;
     uint32_t attribute_36;
-    uint8_t block[16];
+    uint8_t block[16]; /* the address that the user reports from, network order, IPv4 in the first four */
     uint16_t attribute_32;
     uint16_t attribute_34;
-    uint8_t byte1; /* the sender's first byte argument */
+    uint8_t byte1; /* the sender's first byte argument: the user's kind, 1 to 4 */
     uint32_t hardware_address_first;
     uint16_t hardware_address_last;
     uint32_t attribute_80;
@@ -262,7 +292,7 @@ typedef struct MRIB_PACKED MRIB_BOUNDARY_S {
     uint8_t unused3;
     uint16_t vrf_index;
     uint8_t operation;  /* 1 = add, else remove */
-    uint8_t remove_all; /* 1 in a removal = every boundary of the interface, whatever scope_flag says */
+    uint8_t remove_all; /* 1 in a removal = everything, whatever scope_flag says; not read in an addition */
     uint8_t prefix_length;
     uint32_t if_index;
     uint8_t scope_flag;  /* 1 = the record sets or clears the interface's IPv6 scope boundary */

@@ -117,8 +117,8 @@ MCAST_API int32_t MTable_SrcAvlNodeCmp(const void *first, const void *second);
 MCAST_API int32_t MTable_GrpAvlKeyCmp(const void *first, const void *second);
 MCAST_API int32_t MTable_SrcAvlKeyCmp(const void *first, const void *second);
 
-/* Makes table an empty table whose groups go to groupRelease. Fails when memory is short. */
-MCAST_API MCAST_STATUS MTable_Init(MTABLE_S *table, MTABLE_RELEASE groupRelease);
+/* Makes table an empty table whose groups go to group_release. Fails when memory is short. */
+MCAST_API MCAST_STATUS MTable_Init(MTABLE_S *table, MTABLE_RELEASE group_release);
 
 /*
  * Ends table: every group goes as MTable_FreeAll says, and the record is zeroed. A zeroed table stays as it
@@ -128,10 +128,10 @@ MCAST_API void MTable_Fini(MTABLE_S *table);
 
 /*
  * Makes group, which is in no table, a group of the address without sources; its sources will go to
- * sourceRelease. address is copied. Fails when memory is short; then sources is 0.
+ * source_release. address is copied. Fails when memory is short; then sources is 0.
  */
 MCAST_API MCAST_STATUS MTable_InitGroup(MTABLE_GROUP_S *group, const MCAST_ADDR_S *address,
-                                        MTABLE_RELEASE sourceRelease);
+                                        MTABLE_RELEASE source_release);
 
 /* Ends group, which is in no table: its sources go to the source release. The record stays the caller's. */
 MCAST_API void MTable_FiniGroup(MTABLE_GROUP_S *group);
@@ -169,9 +169,9 @@ MCAST_API MTABLE_GROUP_S *MTable_SearchGroup(const MTABLE_S *table, const MCAST_
 MCAST_API MTABLE_SOURCE_S *MTable_SearchSourceInGroup(const MTABLE_GROUP_S *group,
                                                       const MCAST_ADDR_S *address);
 
-/* The source of sourceAddress in the group of groupAddress, or NULL when either is missing. */
-MCAST_API MTABLE_SOURCE_S *MTable_SearchSource(const MTABLE_S *table, const MCAST_ADDR_S *groupAddress,
-                                               const MCAST_ADDR_S *sourceAddress);
+/* The source of source_address in the group of group_address, or NULL when either is missing. */
+MCAST_API MTABLE_SOURCE_S *MTable_SearchSource(const MTABLE_S *table, const MCAST_ADDR_S *group_address,
+                                               const MCAST_ADDR_S *source_address);
 
 /*
  * The first group after the address, which need not be in the table; with NULL the first group. NULL at the
@@ -214,8 +214,8 @@ MCAST_API uint32_t MTable_FreeAll(MTABLE_S *table);
  * walk is complete and this is the code of the last group; the group cursor is left where it was.
  */
 MCAST_API uint32_t MTable_Walk(const MTABLE_S *table, MTABLE_WALK_S *walk,
-                               MTABLE_GROUP_CALLBACK groupCallback, void *groupArgument,
-                               MTABLE_SOURCE_CALLBACK sourceCallback, void *sourceArgument);
+                               MTABLE_GROUP_CALLBACK group_callback, void *group_argument,
+                               MTABLE_SOURCE_CALLBACK source_callback, void *source_argument);
 
 MCAST_EXTERN_C_END
 

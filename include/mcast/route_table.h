@@ -12,7 +12,7 @@
  * of another family's address has no meaning. No function locks; a table and its walks belong to one thread
  * at a time or are guarded by the caller. Memory comes from malloc. A creator that fails frees what it
  * allocated; the one exception is short memory within MRT_RDX_AddNode, where that function says what stays.
- * Nothing is logged. Names are spelled as they are on purpose (MRT_Walk_Start beside MRT_WalkNext).
+ * Nothing is logged.
  */
 #ifndef MCAST_ROUTE_TABLE_H
 #define MCAST_ROUTE_TABLE_H

@@ -58,9 +58,9 @@ MCAST_API MCAST_STATUS MCAST_StartSlaveService(uint64_t service);
 
 /*
  * connect that a signal does not interrupt and for which a connected socket is connected: 0; or the result
- * of connect, -1, with its errno. addr holds addrLen bytes.
+ * of connect, -1, with its errno. addr holds addr_len bytes.
  */
-MCAST_API int MCAST_Connect(int fd, const struct sockaddr *addr, uint32_t addrLen);
+MCAST_API int MCAST_Connect(int fd, const struct sockaddr *addr, uint32_t addr_len);
 
 /*
  * A blocking local socket connected to the daemon; the caller owns and closes it. The address that is
@@ -79,13 +79,13 @@ MCAST_API int MCAST_Connect2APP(const MCAST_APP_ENDPOINT_S *endpoint);
 /* ---- VPN instances ---- */
 
 /*
- * The instance that the interface belongs to, in *vrfOut: MCAST_OK; or MCAST_ERR_GENERAL with *vrfOut
- * untouched when the platform does not know it or vrfOut is NULL.
+ * The instance that the interface belongs to, in *vrf_out: MCAST_OK; or MCAST_ERR_GENERAL with *vrf_out
+ * untouched when the platform does not know it or vrf_out is NULL.
  */
-MCAST_API MCAST_STATUS MCAST_GetVrfIndexByIfIndex(uint32_t ifIndex, uint16_t *vrfOut);
+MCAST_API MCAST_STATUS MCAST_GetVrfIndexByIfIndex(uint32_t if_index, uint16_t *vrf_out);
 
-/* Whether the instance exists. Of vrfIndex the low 16 bits count; 0, the public instance, always exists. */
-MCAST_API MCAST_BOOL MCAST_VrfIsExist(uint32_t vrfIndex);
+/* Whether the instance exists. Of vrf_index the low 16 bits count; 0, the public instance, always exists. */
+MCAST_API MCAST_BOOL MCAST_VrfIsExist(uint32_t vrf_index);
 
 MCAST_EXTERN_C_END
 

@@ -247,12 +247,12 @@ MCAST_API extern MCAST_RWLOCK_S g_stUsrAuthRWLock;
 
 /*
  * Starts the store, empty, for users of family (MCAST_FAMILY_IPV4 or MCAST_FAMILY_IPV6). Connections of the
- * service are registered in the set epollId; timers are made with timerService; callbacks are copied. As
+ * service are registered in the set epoll_id; timers are made with timer_service; callbacks are copied. As
  * users come the store draws random numbers with FIPS_rand_bytes, for an index that agents cannot make slow.
- * Fails, with no store, when timerService or callbacks is NULL, epollId is -1 or memory is short, and,
+ * Fails, with no store, when timer_service or callbacks is NULL, epoll_id is -1 or memory is short, and,
  * leaving it as it is, when there is a store already.
  */
-MCAST_API MCAST_STATUS MCAST_USRAUTH_Init(uint8_t family, int32_t epollId, TIMER_SERVICE timerService,
+MCAST_API MCAST_STATUS MCAST_USRAUTH_Init(uint8_t family, int32_t epoll_id, TIMER_SERVICE timer_service,
                                           const MCAST_USRAUTH_CALLBACKS_S *callbacks);
 
 /* Ends the store with all it holds, timers included. No callback is called. The service is not touched. */
@@ -288,34 +288,34 @@ MCAST_API uint32_t MCAST_USRAUTH_UserCount(void) MCAST_EXCLUDES(g_stUsrAuthRWLoc
  * MCAST_USRAUTH_SetDefaultUserInfo when there is none. MCAST_ERR_GENERAL when there is none or info is NULL.
  * The address is the second one of a user whose ID has 2 in its upper four bits. Any thread.
  */
-MCAST_API MCAST_STATUS MCAST_USRAUTH_GetInfoByIfIndex(uint32_t ifIndex, MCAST_USRAUTH_INFO_S *info)
+MCAST_API MCAST_STATUS MCAST_USRAUTH_GetInfoByIfIndex(uint32_t if_index, MCAST_USRAUTH_INFO_S *info)
     MCAST_EXCLUDES(g_stUsrAuthRWLock);
 
 /*
- * Tells VRF and ID of the user of the interface: *userId, which is the result too, is 0xFFFFFFFF when there
- * is none, and *vrfIndex keeps its value then. Either pointer may be NULL. Any thread.
+ * Tells VRF and ID of the user of the interface: *user_id, which is the result too, is 0xFFFFFFFF when there
+ * is none, and *vrf_index keeps its value then. Either pointer may be NULL. Any thread.
  */
-MCAST_API uint32_t MCAST_USRAUTH_GetVrfIndexAndUserIDByIfIndex(uint32_t ifIndex, uint16_t *vrfIndex,
-                                                               uint32_t *userId)
+MCAST_API uint32_t MCAST_USRAUTH_GetVrfIndexAndUserIDByIfIndex(uint32_t if_index, uint16_t *vrf_index,
+                                                               uint32_t *user_id)
     MCAST_EXCLUDES(g_stUsrAuthRWLock);
 
 /*
  * MCAST_TRUE when the user of the interface has the group in its list, from whichever source; MCAST_FALSE
  * also when there is no such user and for NULL. Any thread.
  */
-MCAST_API MCAST_BOOL MCAST_USRAUTH_CanPassGroupList(uint32_t ifIndex, const MCAST_ADDR_S *group)
+MCAST_API MCAST_BOOL MCAST_USRAUTH_CanPassGroupList(uint32_t if_index, const MCAST_ADDR_S *group)
     MCAST_EXCLUDES(g_stUsrAuthRWLock);
 
 /*
- * Visits users in the order of their interfaces as the filter says: each goes to userCallback and then, in
- * the modes with entries, each of its entries to entryCallback. Where the filter's interface has no user, the
- * modes that visit several start at the next one. Either callback may be NULL. MCAST_ERR_STOPPED: a callback
- * stopped the walk; MCAST_OK: it is complete; MCAST_ERR_GENERAL: filter is NULL. The whole walk holds the
- * read lock. Any thread.
+ * Visits users in the order of their interfaces as the filter says: each goes to user_callback and then, in
+ * the modes with entries, each of its entries to entry_callback. Where the filter's interface has no user,
+ * the modes that visit several start at the next one. Either callback may be NULL. MCAST_ERR_STOPPED: a
+ * callback stopped the walk; MCAST_OK: it is complete; MCAST_ERR_GENERAL: filter is NULL. The whole walk
+ * holds the read lock. Any thread.
  */
 MCAST_API MCAST_STATUS MCAST_USRAUTH_WalkAllUserByIfIndex(const MCAST_USRAUTH_USER_FILTER_S *filter,
-                                                          MCAST_USRAUTH_USER_CALLBACK userCallback,
-                                                          MCAST_USRAUTH_USER_CALLBACK entryCallback,
+                                                          MCAST_USRAUTH_USER_CALLBACK user_callback,
+                                                          MCAST_USRAUTH_USER_CALLBACK entry_callback,
                                                           void *argument) MCAST_EXCLUDES(g_stUsrAuthRWLock);
 
 /*
@@ -359,13 +359,14 @@ MCAST_API MCAST_STATUS MCAST_USRAUTH_ClearStatistics(void);
 
 /*
  * Opens the service, when the process becomes the active one: a listening socket on USRAUTH_PORT_IPV4 for
- * MCAST_FAMILY_IPV4 and on USRAUTH_PORT_IPV6 for any other family. In this order: socket, option 0x200 with
- * value 1, bind (the first byte of the address is 0), listen with a backlog of 1024, registration in the set
- * epollId for EPOLLIN. Nothing to do, and MCAST_OK, when it is open. Fails, with no socket left, when one of
- * them does. What the loop finds registered as context, here and for each connection, is a handler to be
- * called with the events and the descriptor: uint64_t (*)(uint32_t events, int32_t fd).
+ * MCAST_FAMILY_IPV4 and on USRAUTH_PORT_IPV6 for any other family. In this order: socket, option 0x200
+ * (LOCAL_SOCKET_OPTION_REUSE) with value 1, bind (the first byte of the address is 0), listen with a backlog
+ * of 1024, registration in the set epoll_id for EPOLLIN. Nothing to do, and MCAST_OK, when it is open.
+ * Fails, with no socket left, when one of them does. What the loop finds registered as context, here and for
+ * each connection, is a handler to be called with the events and the descriptor: uint64_t (*)(uint32_t
+ * events, int32_t fd).
  */
-MCAST_API MCAST_STATUS MCAST_USRAUTH_Upgrade(uint8_t family, int32_t epollId);
+MCAST_API MCAST_STATUS MCAST_USRAUTH_Upgrade(uint8_t family, int32_t epoll_id);
 
 /* Closes all connections and the service. MCAST_TRUE when there was something to close. Users stay. */
 MCAST_API MCAST_BOOL MCAST_USRAUTH_StopServer(void);

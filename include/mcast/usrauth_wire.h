@@ -71,22 +71,24 @@ typedef struct USRAUTH_PACKED USRAUTH_MSG_HEADER_S {
 /*
  * A user. A shorter value is read as if padded with zeroes, except that a missing user ID is 0xFFFFFFFF and a
  * missing attribute_84 is 0x0000FFFF. A field named attribute_N stands at offset N; its meaning is the
- * agent's. The name counts with its terminator; one that does not lie within the value is not read.
+ * agent's, and all that the library does with one is to hand it out with the user (MCAST_USRAUTH_INFO_S), and
+ * when a message changes it, what the field says. An agent without a use for them leaves them 0. The name
+ * counts with its terminator; one that does not lie within the value is not read.
  */
 typedef struct USRAUTH_PACKED USRAUTH_USER_S {
     uint32_t user_id_be;
     uint32_t access_if_index_be;
-    uint8_t address[16];
+    uint8_t address[16];      /* what the user's reports come from */
     uint32_t attribute_24_be; /* a change is told to the daemon as MCAST_USRAUTH_CHANGED_ATTRIBUTE_24 */
-    uint32_t kind_be;
+    uint32_t kind_be;         /* USRAUTH_KIND_MIN to USRAUTH_KIND_MAX */
     uint16_t attribute_32_be; /* a change of 32, 34, 80 or 84 makes the daemon set the user up again */
     uint16_t attribute_34_be;
-    uint32_t attribute_36_be;
+    uint32_t attribute_36_be; /* a change is taken over untold, as are those of 70 and the addresses */
     uint16_t attribute_40_be; /* a change is told to the daemon as MCAST_USRAUTH_CHANGED_ATTRIBUTE_40 */
     uint16_t vrf_index_be;
-    uint16_t node_be;        /* the access node; user IDs are unique within one */
-    uint16_t name_length_be; /* bytes, with the terminator */
-    uint8_t second_address[16];
+    uint16_t node_be;           /* the access node; user IDs are unique within one */
+    uint16_t name_length_be;    /* bytes, with the terminator */
+    uint8_t second_address[16]; /* takes the address's place for user IDs with 2 in their top four bits */
     uint8_t hardware_address[6];
     uint16_t attribute_70_be;
     uint32_t entry_count_be;

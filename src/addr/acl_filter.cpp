@@ -77,18 +77,18 @@ void Fill(Packet &packet, uint32_t slot, const MCAST_ADDR_S *addr)
     }
 }
 
-bool MatchesOneAddress(const Packet &packet, uint32_t aclNumber)
+bool MatchesOneAddress(const Packet &packet, uint32_t acl_number)
 {
     uint32_t single = packet.family_index == ACL_FAMILY_IPV4 ? ACL_GROUP_SINGLE_IPV4 : ACL_GROUP_SINGLE_IPV6;
-    return ACL_GetGroupTypeByIndex(packet.family_index, aclNumber) == single;
+    return ACL_GetGroupTypeByIndex(packet.family_index, acl_number) == single;
 }
 
-Outcome Match(const Packet &packet, uint32_t aclNumber)
+Outcome Match(const Packet &packet, uint32_t acl_number)
 {
     uint32_t result = 0;
     Outcome outcome = {0, ACL_ACTION_DENY};
     outcome.code =
-        ACL_MatchWithPacketInfo(packet.family_index, aclNumber, &packet.info, 1, &result, &outcome.action);
+        ACL_MatchWithPacketInfo(packet.family_index, acl_number, &packet.info, 1, &result, &outcome.action);
     return outcome;
 }
 
@@ -107,53 +107,53 @@ MCAST_ADDR_S Ipv4Record(uint32_t address)
 
 } // namespace
 
-MCAST_BOOL MCAST_IsAclValid(const uint8_t *family, uint32_t aclNumber, ...)
+MCAST_BOOL MCAST_IsAclValid(const uint8_t *family, uint32_t acl_number, ...)
 {
-    if (aclNumber == MCAST_NONE) {
+    if (acl_number == MCAST_NONE) {
         return MCAST_FALSE;
     }
 
     uint32_t index = *family == MCAST_FAMILY_IPV6 ? ACL_FAMILY_IPV6 : ACL_FAMILY_IPV4;
-    uint32_t type = ACL_GetGroupTypeByIndex(index, aclNumber);
+    uint32_t type = ACL_GetGroupTypeByIndex(index, acl_number);
 
     if (type != ACL_GROUP_SINGLE_IPV4 && type != ACL_GROUP_SINGLE_IPV6) {
         return MCAST_FALSE;
     }
-    return Truth(ACL_GetRuleTotalNumber(index, aclNumber) != 0);
+    return Truth(ACL_GetRuleTotalNumber(index, acl_number) != 0);
 }
 
-MCAST_BOOL MCAST_IsAclPermit(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t aclNumber, const MCAST_ADDR_S *first,
+MCAST_BOOL MCAST_IsAclPermit(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t acl_number, const MCAST_ADDR_S *first,
                              const MCAST_ADDR_S *second)
 {
-    if (aclNumber == MCAST_NONE || (first == nullptr && second == nullptr)) {
+    if (acl_number == MCAST_NONE || (first == nullptr && second == nullptr)) {
         return MCAST_TRUE;
     }
 
     Packet packet = EmptyPacket(ctx);
 
     Fill(packet, ACL_SLOT_FIRST, first);
-    if (!MatchesOneAddress(packet, aclNumber)) {
+    if (!MatchesOneAddress(packet, acl_number)) {
         Fill(packet, ACL_SLOT_SECOND, second);
     }
     if (packet.slots == 0) {
         return MCAST_TRUE;
     }
-    return Truth(Permits(Match(packet, aclNumber)));
+    return Truth(Permits(Match(packet, acl_number)));
 }
 
-MCAST_BOOL MCAST4_IsAclPermit(uint32_t vrfIndex, uint32_t aclNumber, uint32_t source, uint32_t group)
+MCAST_BOOL MCAST4_IsAclPermit(uint32_t vrf_index, uint32_t acl_number, uint32_t source, uint32_t group)
 {
-    MRIB_GMP_VRF_KEY_S ctx = {MCAST_FAMILY_IPV4, static_cast<uint16_t>(vrfIndex)};
-    bool basic = aclNumber >= ACL_BASIC_FIRST && aclNumber <= ACL_BASIC_LAST;
+    MRIB_GMP_VRF_KEY_S ctx = {MCAST_FAMILY_IPV4, static_cast<uint16_t>(vrf_index)};
+    bool basic = acl_number >= ACL_BASIC_FIRST && acl_number <= ACL_BASIC_LAST;
     MCAST_ADDR_S first = Ipv4Record(basic ? group : source);
     MCAST_ADDR_S second = Ipv4Record(basic ? 0 : group);
-    return MCAST_IsAclPermit(&ctx, aclNumber, &first, &second);
+    return MCAST_IsAclPermit(&ctx, acl_number, &first, &second);
 }
 
-MCAST_BOOL MCAST_IsSSMGrp(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t aclNumber, const MCAST_ADDR_S *group)
+MCAST_BOOL MCAST_IsSSMGrp(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t acl_number, const MCAST_ADDR_S *group)
 {
-    if (aclNumber != MCAST_NONE) {
-        return MCAST_IsAclPermit(ctx, aclNumber, group, nullptr);
+    if (acl_number != MCAST_NONE) {
+        return MCAST_IsAclPermit(ctx, acl_number, group, nullptr);
     }
 
     const uint8_t *bytes = group->address;
@@ -164,20 +164,20 @@ MCAST_BOOL MCAST_IsSSMGrp(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t aclNumber, con
     return Truth(bytes[0] == 0xff && bytes[1] >> 4 == kSsmFlags && bytes[2] == 0 && bytes[3] == 0);
 }
 
-MCAST_BOOL MCAST_GrpFilterByAcl(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t aclNumber, const MCAST_ADDR_S *group,
+MCAST_BOOL MCAST_GrpFilterByAcl(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t acl_number, const MCAST_ADDR_S *group,
                                 ...)
 {
-    if (aclNumber == MCAST_NONE) {
+    if (acl_number == MCAST_NONE) {
         return MCAST_TRUE;
     }
 
     Packet packet = EmptyPacket(ctx);
 
-    if (MatchesOneAddress(packet, aclNumber)) {
+    if (MatchesOneAddress(packet, acl_number)) {
         Fill(packet, ACL_SLOT_FIRST, group);
     }
 
-    Outcome outcome = Match(packet, aclNumber);
+    Outcome outcome = Match(packet, acl_number);
 
     return Truth(Permits(outcome) || outcome.code == ACL_ERR_NO_ACL || outcome.code == ACL_ERR_NO_RULE);
 }

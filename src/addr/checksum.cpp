@@ -154,9 +154,9 @@ inline uint64_t SumAddressesAndData(const uint8_t *src, const uint8_t *dst, cons
 } // namespace
 
 uint32_t MCAST_Inet6Cksum(const uint16_t *data, uint32_t len, const MCAST_ADDR_S *src,
-                          const MCAST_ADDR_S *dst, uint32_t upperLen, uint32_t nextHeader)
+                          const MCAST_ADDR_S *dst, uint32_t upper_len, uint32_t next_header)
 {
-    uint64_t sum = static_cast<uint64_t>(htonl(upperLen)) + htons(static_cast<uint8_t>(nextHeader));
+    uint64_t sum = static_cast<uint64_t>(htonl(upper_len)) + htons(static_cast<uint8_t>(next_header));
     sum += SumAddressesAndData(src->address, dst->address, reinterpret_cast<const uint8_t *>(data), len);
     return ~Fold(sum);
 }

@@ -161,20 +161,20 @@ void PrintSegments(Line &line, const char *at, const char *end)
     }
 }
 
-bool Passes(const Line &line, const MRIB_GMP_VRF_KEY_S *ctx, uint32_t aclNumber, uint32_t ifFilter)
+bool Passes(const Line &line, const MRIB_GMP_VRF_KEY_S *ctx, uint32_t acl_number, uint32_t if_filter)
 {
-    if (ifFilter != 0 && line.if_index != 0 && line.if_index != ifFilter) {
+    if (if_filter != 0 && line.if_index != 0 && line.if_index != if_filter) {
         return false;
     }
-    if (aclNumber == MCAST_NONE || (line.source == nullptr && line.group == nullptr)) {
+    if (acl_number == MCAST_NONE || (line.source == nullptr && line.group == nullptr)) {
         return true;
     }
-    return MCAST_IsAclPermit(ctx, aclNumber, line.source, line.group) == MCAST_TRUE;
+    return MCAST_IsAclPermit(ctx, acl_number, line.source, line.group) == MCAST_TRUE;
 }
 
 } // namespace
 
-uint64_t MCAST_vsprintf(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t aclNumber, uint32_t ifFilter,
+uint64_t MCAST_vsprintf(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t acl_number, uint32_t if_filter,
                         const char *format, va_list args, size_t size, char *buffer)
 {
     /* A copy, so that the line may be printed over its own format. */
@@ -199,5 +199,5 @@ uint64_t MCAST_vsprintf(const MRIB_GMP_VRF_KEY_S *ctx, uint32_t aclNumber, uint3
     va_copy(line.args, args);
     PrintSegments(line, first, end);
     va_end(line.args);
-    return Passes(line, ctx, aclNumber, ifFilter) ? mcast::Length(line.out) : 0;
+    return Passes(line, ctx, acl_number, if_filter) ? mcast::Length(line.out) : 0;
 }

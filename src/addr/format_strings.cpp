@@ -22,7 +22,7 @@ void AppendText(mcast::TextOutput &out, const char *text)
 
 } // namespace
 
-uint32_t MCAST_GetInstStr(const MRIB_GMP_VRF_KEY_S *ctx, const char *vrfName, char *buffer)
+uint32_t MCAST_GetInstStr(const MRIB_GMP_VRF_KEY_S *ctx, const char *vrf_name, char *buffer)
 {
     bool is_ipv6 = ctx->family == MCAST_FAMILY_IPV6;
     mcast::TextOutput out = mcast::OpenText(buffer, MCAST_INST_STR_SIZE);
@@ -30,15 +30,15 @@ uint32_t MCAST_GetInstStr(const MRIB_GMP_VRF_KEY_S *ctx, const char *vrfName, ch
         AppendText(out, is_ipv6 ? "IPv6: " : "");
     } else {
         AppendText(out, is_ipv6 ? "IPv6 (" : "(");
-        AppendText(out, vrfName);
+        AppendText(out, vrf_name);
         AppendText(out, "): ");
     }
     return static_cast<uint32_t>(mcast::Length(out));
 }
 
-char *MCAST_GetVrfBracketStr(uint32_t vrfIndex, char *buffer)
+char *MCAST_GetVrfBracketStr(uint32_t vrf_index, char *buffer)
 {
-    uint16_t index = static_cast<uint16_t>(vrfIndex);
+    uint16_t index = static_cast<uint16_t>(vrf_index);
     mcast::TextOutput out = mcast::OpenText(buffer, MCAST_VRF_BRACKET_SIZE);
     char name[MCAST_VRF_NAME_SIZE] = {};
     if (index != 0) {
@@ -50,9 +50,9 @@ char *MCAST_GetVrfBracketStr(uint32_t vrfIndex, char *buffer)
     return buffer;
 }
 
-uint32_t MCAST_GetVrfNameByVrfIndex(uint32_t vrfIndex, char *buffer)
+uint32_t MCAST_GetVrfNameByVrfIndex(uint32_t vrf_index, char *buffer)
 {
-    uint16_t index = static_cast<uint16_t>(vrfIndex);
+    uint16_t index = static_cast<uint16_t>(vrf_index);
     buffer[0] = '\0';
     return index == 0 ? MCAST_OK : L3VPN_GetNameByVrfIndex(index, MCAST_VRF_NAME_SIZE, buffer);
 }

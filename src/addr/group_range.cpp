@@ -21,17 +21,17 @@ bool LiesInLinkLocalBlock(const MCAST_ADDR_S *group)
     return (Ipv4HostOrder(group) & kMask) == kLinkLocalBlock;
 }
 
-bool ScopePasses(uint8_t scope, uint8_t prefixLen)
+bool ScopePasses(uint8_t scope, uint8_t prefix_len)
 {
-    if (prefixLen < kScopeAlmostCovered) {
+    if (prefix_len < kScopeAlmostCovered) {
         return true;
     }
-    return prefixLen < kScopeCovered ? scope >= 2 : scope >= 3;
+    return prefix_len < kScopeCovered ? scope >= 2 : scope >= 3;
 }
 
 } // namespace
 
-MCAST_BOOL MCAST_GrpRangeCheck(const MCAST_ADDR_S *group, uint8_t prefixLen)
+MCAST_BOOL MCAST_GrpRangeCheck(const MCAST_ADDR_S *group, uint8_t prefix_len)
 {
     if (group->family == MCAST_FAMILY_IPV4) {
         if (Ipv4HostOrder(group) >> 28 != 0xe) {
@@ -42,8 +42,8 @@ MCAST_BOOL MCAST_GrpRangeCheck(const MCAST_ADDR_S *group, uint8_t prefixLen)
             return MCAST_FALSE;
         }
         if (group->family == MCAST_FAMILY_IPV6) {
-            return Truth(ScopePasses(group->address[1] & 0x0f, prefixLen));
+            return Truth(ScopePasses(group->address[1] & 0x0f, prefix_len));
         }
     }
-    return Truth(prefixLen < kLinkLocalPrefix || !LiesInLinkLocalBlock(group));
+    return Truth(prefix_len < kLinkLocalPrefix || !LiesInLinkLocalBlock(group));
 }

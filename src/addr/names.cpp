@@ -9,9 +9,9 @@ constexpr uint32_t kLastMid4 = 6;
 
 } // namespace
 
-const char *MCAST_GetRouteType(uint8_t routeType)
+const char *MCAST_GetRouteType(uint8_t route_type)
 {
-    switch (routeType) {
+    switch (route_type) {
     case 1:
         return "unicast (direct)";
     case 4:

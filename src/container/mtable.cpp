@@ -60,10 +60,10 @@ void FreeGroup(void *record)
 
 } // namespace
 
-MCAST_STATUS MTable_Init(MTABLE_S *table, MTABLE_RELEASE groupRelease)
+MCAST_STATUS MTable_Init(MTABLE_S *table, MTABLE_RELEASE group_release)
 {
     memset(table, 0, sizeof(*table));
-    table->group_release = groupRelease;
+    table->group_release = group_release;
     table->groups = AVL_Init(MTable_GrpAvlNodeCmp, 0, FreeGroup);
     return table->groups != 0 ? MCAST_OK : MCAST_ERR_GENERAL;
 }
@@ -77,10 +77,10 @@ void MTable_Fini(MTABLE_S *table)
 }
 
 MCAST_STATUS MTable_InitGroup(MTABLE_GROUP_S *group, const MCAST_ADDR_S *address,
-                              MTABLE_RELEASE sourceRelease)
+                              MTABLE_RELEASE source_release)
 {
     group->owner = nullptr;
-    group->source_release = sourceRelease;
+    group->source_release = source_release;
     CopyAddress(&group->address, address);
     group->sources = AVL_Init(MTable_SrcAvlNodeCmp, 0, FreeSource);
     return group->sources != 0 ? MCAST_OK : MCAST_ERR_GENERAL;
@@ -154,11 +154,11 @@ MTABLE_SOURCE_S *MTable_SearchSourceInGroup(const MTABLE_GROUP_S *group, const M
     return static_cast<MTABLE_SOURCE_S *>(AVL_Get(group->sources, address, MTable_SrcAvlKeyCmp));
 }
 
-MTABLE_SOURCE_S *MTable_SearchSource(const MTABLE_S *table, const MCAST_ADDR_S *groupAddress,
-                                     const MCAST_ADDR_S *sourceAddress)
+MTABLE_SOURCE_S *MTable_SearchSource(const MTABLE_S *table, const MCAST_ADDR_S *group_address,
+                                     const MCAST_ADDR_S *source_address)
 {
-    const MTABLE_GROUP_S *group = MTable_SearchGroup(table, groupAddress);
-    return group != nullptr ? MTable_SearchSourceInGroup(group, sourceAddress) : nullptr;
+    const MTABLE_GROUP_S *group = MTable_SearchGroup(table, group_address);
+    return group != nullptr ? MTable_SearchSourceInGroup(group, source_address) : nullptr;
 }
 
 MTABLE_GROUP_S *MTable_GetNextGroup(const MTABLE_S *table, const MCAST_ADDR_S *address)

@@ -125,10 +125,10 @@ uint32_t WalkGroup(const Walk &walk, MTABLE_GROUP_S *group)
 
 } // namespace
 
-uint32_t MTable_Walk(const MTABLE_S *table, MTABLE_WALK_S *walk, MTABLE_GROUP_CALLBACK groupCallback,
-                     void *groupArgument, MTABLE_SOURCE_CALLBACK sourceCallback, void *sourceArgument)
+uint32_t MTable_Walk(const MTABLE_S *table, MTABLE_WALK_S *walk, MTABLE_GROUP_CALLBACK group_callback,
+                     void *group_argument, MTABLE_SOURCE_CALLBACK source_callback, void *source_argument)
 {
-    const Walk state = {walk, groupCallback, groupArgument, sourceCallback, sourceArgument};
+    const Walk state = {walk, group_callback, group_argument, source_callback, source_argument};
     uint8_t family = FamilyByte(walk->source_cursor);
     MTABLE_GROUP_S *group = FirstGroup(table, walk);
     uint32_t code = MCAST_OK;

@@ -228,13 +228,13 @@ bool Open(MBR_CHANNEL_S *channel, uint8_t family, uint8_t module, uint32_t epoll
 
 } // namespace
 
-uint32_t MBR_LIB_Init(uint32_t family, uint32_t module, uint32_t epollFd, uint64_t context)
+uint32_t MBR_LIB_Init(uint32_t family, uint32_t module, uint32_t epoll_fd, uint64_t context)
 {
     const uint8_t family_byte = static_cast<uint8_t>(family);
     MBR_CHANNEL_S *channel = ChannelOf(family_byte);
 
     if ((family_byte != MCAST_FAMILY_IPV4 && family_byte != MCAST_FAMILY_IPV6) || module > MBR_MODULE_MAX ||
-        epollFd == MCAST_NONE || context == 0) {
+        epoll_fd == MCAST_NONE || context == 0) {
         return MCAST_NONE;
     }
     if (channel->socket != MCAST_NONE) {
@@ -245,11 +245,11 @@ uint32_t MBR_LIB_Init(uint32_t family, uint32_t module, uint32_t epollFd, uint64
     if (descriptor < 0) {
         return MCAST_NONE;
     }
-    if (!Open(channel, family_byte, static_cast<uint8_t>(module), epollFd, descriptor)) {
+    if (!Open(channel, family_byte, static_cast<uint8_t>(module), epoll_fd, descriptor)) {
         mcast::CloseAfterFailure(descriptor);
         return MCAST_NONE;
     }
-    (void)MCAST_AddEpoll(epollFd, channel->socket, EPOLLIN, context);
+    (void)MCAST_AddEpoll(epoll_fd, channel->socket, EPOLLIN, context);
     return channel->socket;
 }
 

@@ -101,11 +101,11 @@ MCAST_STATUS MCAST_StartSlaveService(uint64_t service)
     return result;
 }
 
-int MCAST_Connect(int fd, const struct sockaddr *addr, uint32_t addrLen)
+int MCAST_Connect(int fd, const struct sockaddr *addr, uint32_t addr_len)
 {
     int result = 0;
     do {
-        result = connect(fd, addr, addrLen);
+        result = connect(fd, addr, addr_len);
     } while (result != 0 && errno == EINTR);
     return result != 0 && errno == EISCONN ? 0 : result;
 }

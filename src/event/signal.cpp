@@ -28,11 +28,11 @@ bool BlockAndRegister(uint32_t epfd, int fd, const sigset_t *set, uint64_t conte
 
 } // namespace
 
-MCAST_STATUS MCAST_SigToEpoll(uint32_t epfd, uint32_t signo, uint64_t context, uint32_t *outFd)
+MCAST_STATUS MCAST_SigToEpoll(uint32_t epfd, uint32_t signo, uint64_t context, uint32_t *out_fd)
 {
     sigset_t set;
 
-    if (context == 0 || epfd == MCAST_NONE || outFd == nullptr) {
+    if (context == 0 || epfd == MCAST_NONE || out_fd == nullptr) {
         return MCAST_ERR_GENERAL;
     }
     if (sigemptyset(&set) != 0 || sigaddset(&set, static_cast<int>(signo)) != 0) {
@@ -48,6 +48,6 @@ MCAST_STATUS MCAST_SigToEpoll(uint32_t epfd, uint32_t signo, uint64_t context, u
         }
         return MCAST_ERR_GENERAL;
     }
-    *outFd = static_cast<uint32_t>(fd);
+    *out_fd = static_cast<uint32_t>(fd);
     return MCAST_OK;
 }

@@ -20,25 +20,25 @@ namespace
 {
 
 /* First expiry and interval both one period. */
-struct itimerspec EveryPeriod(int32_t periodMs)
+struct itimerspec EveryPeriod(int32_t period_ms)
 {
-    struct timespec period = {periodMs / 1000, periodMs % 1000 * 1000000L};
+    struct timespec period = {period_ms / 1000, period_ms % 1000 * 1000000L};
 
     return {period, period};
 }
 
-bool IsTickPeriod(uint32_t periodMs)
+bool IsTickPeriod(uint32_t period_ms)
 {
-    return periodMs == 10 || periodMs == 100 || periodMs == 1000;
+    return period_ms == 10 || period_ms == 100 || period_ms == 1000;
 }
 
 /* The notification of a timer: signo to the calling thread, with the period as its value. */
-struct sigevent SignalToThisThread(uint32_t periodMs, uint32_t signo)
+struct sigevent SignalToThisThread(uint32_t period_ms, uint32_t signo)
 {
     struct sigevent event;
 
     memset(&event, 0, sizeof(event));
-    event.sigev_value.sival_int = static_cast<int>(periodMs);
+    event.sigev_value.sival_int = static_cast<int>(period_ms);
     event.sigev_signo = static_cast<int>(signo);
     event.sigev_notify = SIGEV_THREAD_ID;
     event._sigev_un._tid = static_cast<pid_t>(MCAST_Gettid());
@@ -70,9 +70,9 @@ bool CreateNonZero(struct sigevent *event, timer_t *timer)
 
 } // namespace
 
-uint32_t MCAST_CreateTimerFd(int32_t periodMs)
+uint32_t MCAST_CreateTimerFd(int32_t period_ms)
 {
-    struct itimerspec when = EveryPeriod(periodMs);
+    struct itimerspec when = EveryPeriod(period_ms);
     int fd = timerfd_create(CLOCK_MONOTONIC, 0);
     if (fd < 0) {
         return MCAST_NONE;
@@ -89,16 +89,16 @@ int MCAST_DeleteTimerFd(uint32_t fd)
     return close(static_cast<int>(fd));
 }
 
-MCAST_TIMER_HANDLE MCAST_CreateTimer(uint32_t periodMs, uint32_t signo)
+MCAST_TIMER_HANDLE MCAST_CreateTimer(uint32_t period_ms, uint32_t signo)
 {
     timer_t timer = nullptr;
 
-    if (!IsTickPeriod(periodMs)) {
+    if (!IsTickPeriod(period_ms)) {
         return 0;
     }
 
-    struct sigevent event = SignalToThisThread(periodMs, signo);
-    struct itimerspec when = EveryPeriod(static_cast<int32_t>(periodMs));
+    struct sigevent event = SignalToThisThread(period_ms, signo);
+    struct itimerspec when = EveryPeriod(static_cast<int32_t>(period_ms));
 
     if (!CreateNonZero(&event, &timer)) {
         return 0;

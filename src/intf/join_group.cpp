@@ -107,13 +107,13 @@ void mcast::CloseJoinGroups() MCAST_NO_LOCK_ANALYSIS
     }
 }
 
-uint64_t mcastIf_CreateSubIf(MCAST_IF_JOIN_PARENT_S *parent, uint32_t subIfIndex)
+uint64_t mcastIf_CreateSubIf(MCAST_IF_JOIN_PARENT_S *parent, uint32_t sub_if_index)
 {
     MCAST_IF_JOIN_SUB_S *sub = static_cast<MCAST_IF_JOIN_SUB_S *>(calloc(1, sizeof(MCAST_IF_JOIN_SUB_S)));
     if (sub == nullptr) {
         return MCAST_ERR_GENERAL;
     }
-    sub->sub_if_index = subIfIndex;
+    sub->sub_if_index = sub_if_index;
     if (AVL_Insert(parent->sub_interfaces, sub) != 0) {
         free(sub);
         return MCAST_ERR_GENERAL;
@@ -121,20 +121,20 @@ uint64_t mcastIf_CreateSubIf(MCAST_IF_JOIN_PARENT_S *parent, uint32_t subIfIndex
     return MCAST_OK;
 }
 
-uint64_t MCAST_AddToSameJoinGroupIf(uint32_t parentIfIndex, uint32_t subIfIndex, uint32_t *count)
+uint64_t MCAST_AddToSameJoinGroupIf(uint32_t parent_if_index, uint32_t sub_if_index, uint32_t *count)
 {
     if (!g_registry.open) {
         return MCAST_ERR_GENERAL;
     }
 
     mcast::MutexGuard guard(g_registry.lock);
-    MCAST_IF_JOIN_PARENT_S *known = FindParent(parentIfIndex);
-    MCAST_IF_JOIN_PARENT_S *parent = known != nullptr ? known : CreateParent(parentIfIndex);
+    MCAST_IF_JOIN_PARENT_S *known = FindParent(parent_if_index);
+    MCAST_IF_JOIN_PARENT_S *parent = known != nullptr ? known : CreateParent(parent_if_index);
 
-    if (parent == nullptr || AVL_Get(parent->sub_interfaces, &subIfIndex, CompareSubWithIndex) != nullptr) {
+    if (parent == nullptr || AVL_Get(parent->sub_interfaces, &sub_if_index, CompareSubWithIndex) != nullptr) {
         return MCAST_ERR_GENERAL;
     }
-    if (mcastIf_CreateSubIf(parent, subIfIndex) != MCAST_OK) {
+    if (mcastIf_CreateSubIf(parent, sub_if_index) != MCAST_OK) {
         if (known == nullptr) {
             RemoveParent(parent);
         }
@@ -144,20 +144,20 @@ uint64_t MCAST_AddToSameJoinGroupIf(uint32_t parentIfIndex, uint32_t subIfIndex,
     return MCAST_OK;
 }
 
-uint64_t MCAST_DeleteFromSameJoinGroupIf(uint32_t parentIfIndex, uint32_t subIfIndex, uint32_t *count)
+uint64_t MCAST_DeleteFromSameJoinGroupIf(uint32_t parent_if_index, uint32_t sub_if_index, uint32_t *count)
 {
     if (!g_registry.open) {
         return MCAST_ERR_GENERAL;
     }
 
     mcast::MutexGuard guard(g_registry.lock);
-    MCAST_IF_JOIN_PARENT_S *parent = FindParent(parentIfIndex);
+    MCAST_IF_JOIN_PARENT_S *parent = FindParent(parent_if_index);
 
     if (parent == nullptr) {
         return MCAST_ERR_GENERAL;
     }
 
-    void *sub = AVL_Get(parent->sub_interfaces, &subIfIndex, CompareSubWithIndex);
+    void *sub = AVL_Get(parent->sub_interfaces, &sub_if_index, CompareSubWithIndex);
 
     if (sub == nullptr) {
         return MCAST_ERR_GENERAL;

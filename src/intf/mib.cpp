@@ -107,13 +107,13 @@ MCAST_STATUS MCAST_MIB_SetGlobal(const MCAST_APP_ENDPOINT_S *daemon, MCAST_MIB_P
 }
 
 MCAST_STATUS MCAST_MIB_SetTable(const MCAST_APP_ENDPOINT_S *daemon, MCAST_MIB_PARSER parser,
-                                MCAST_MIB_REQUEST_S *request, uint32_t *errorIndex)
+                                MCAST_MIB_REQUEST_S *request, uint32_t *error_index)
 {
     uint32_t output = MCAST_MIB_SET_OUTPUT;
     uint16_t extra = 0;
     uint32_t wrong = MCAST_MIB_NO_ERROR_INDEX;
     MCAST_STATUS result = Ask(daemon, parser, request, &output, &extra, &wrong);
-    *errorIndex = wrong;
+    *error_index = wrong;
     return result;
 }
 

@@ -33,12 +33,12 @@ bool Open(uint32_t type)
 }
 
 /* The pool of the index, or NULL. */
-IndexPool *PoolOf(uint32_t ifIndex)
+IndexPool *PoolOf(uint32_t if_index)
 {
-    if (Serves(&g_registry.interfaces, ifIndex)) {
+    if (Serves(&g_registry.interfaces, if_index)) {
         return &g_registry.interfaces;
     }
-    return Serves(&g_registry.simple_interfaces, ifIndex) ? &g_registry.simple_interfaces : nullptr;
+    return Serves(&g_registry.simple_interfaces, if_index) ? &g_registry.simple_interfaces : nullptr;
 }
 
 uint64_t Result(bool success)
@@ -83,11 +83,11 @@ uint64_t MCAST_CreateSimplyIf(void)
     return TakeIndex(&g_registry.simple_interfaces);
 }
 
-void MCAST_DestroyIf(uint32_t ifIndex)
+void MCAST_DestroyIf(uint32_t if_index)
 {
-    IndexPool *pool = PoolOf(ifIndex);
+    IndexPool *pool = PoolOf(if_index);
     if (pool != nullptr) {
-        GiveIndex(pool, ifIndex);
+        GiveIndex(pool, if_index);
     }
 }
 
@@ -103,10 +103,10 @@ uint64_t MCAST_IF_Degrade(void)
     return Result(interfaces && simple_interfaces);
 }
 
-uint64_t MCAST_ReserveIf(uint32_t ifIndex)
+uint64_t MCAST_ReserveIf(uint32_t if_index)
 {
-    IndexPool *pool = PoolOf(ifIndex);
-    return Result(pool != nullptr && ReserveIndex(pool, ifIndex));
+    IndexPool *pool = PoolOf(if_index);
+    return Result(pool != nullptr && ReserveIndex(pool, if_index));
 }
 
 uint64_t MCAST_IF_ReserveFinish(void)

@@ -50,14 +50,14 @@ void MCAST_USRAUTH_SetDefaultUserInfo(MCAST_USRAUTH_INFO_S *info)
     info->attribute_84 = 0x0000ffffu;
 }
 
-MCAST_STATUS MCAST_USRAUTH_GetInfoByIfIndex(uint32_t ifIndex, MCAST_USRAUTH_INFO_S *info)
+MCAST_STATUS MCAST_USRAUTH_GetInfoByIfIndex(uint32_t if_index, MCAST_USRAUTH_INFO_S *info)
 {
     if (info == nullptr) {
         return MCAST_ERR_GENERAL;
     }
     MCAST_USRAUTH_SetDefaultUserInfo(info);
     ReadGuard guard(g_stUsrAuthRWLock);
-    const User *user = FindByInterface(ifIndex);
+    const User *user = FindByInterface(if_index);
 
     if (user == nullptr) {
         return MCAST_ERR_GENERAL;
@@ -66,33 +66,34 @@ MCAST_STATUS MCAST_USRAUTH_GetInfoByIfIndex(uint32_t ifIndex, MCAST_USRAUTH_INFO
     return MCAST_OK;
 }
 
-uint32_t MCAST_USRAUTH_GetVrfIndexAndUserIDByIfIndex(uint32_t ifIndex, uint16_t *vrfIndex, uint32_t *userId)
+uint32_t MCAST_USRAUTH_GetVrfIndexAndUserIDByIfIndex(uint32_t if_index, uint16_t *vrf_index,
+                                                     uint32_t *user_id)
 {
     uint32_t found_id = 0xffffffffu;
     {
         ReadGuard guard(g_stUsrAuthRWLock);
-        const User *user = FindByInterface(ifIndex);
+        const User *user = FindByInterface(if_index);
 
         if (user != nullptr) {
             found_id = user->user_id;
-            if (vrfIndex != nullptr) {
-                *vrfIndex = user->vrf_index;
+            if (vrf_index != nullptr) {
+                *vrf_index = user->vrf_index;
             }
         }
     }
-    if (userId != nullptr) {
-        *userId = found_id;
+    if (user_id != nullptr) {
+        *user_id = found_id;
     }
     return found_id;
 }
 
-MCAST_BOOL MCAST_USRAUTH_CanPassGroupList(uint32_t ifIndex, const MCAST_ADDR_S *group)
+MCAST_BOOL MCAST_USRAUTH_CanPassGroupList(uint32_t if_index, const MCAST_ADDR_S *group)
 {
     if (group == nullptr) {
         return MCAST_FALSE;
     }
     ReadGuard guard(g_stUsrAuthRWLock);
-    const User *user = FindByInterface(ifIndex);
+    const User *user = FindByInterface(if_index);
 
     return user != nullptr && MTable_SearchGroup(&user->groups, group) != nullptr ? MCAST_TRUE : MCAST_FALSE;
 }

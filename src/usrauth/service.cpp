@@ -28,7 +28,6 @@ namespace
 {
 
 constexpr int kBacklog = 1024;
-constexpr int kOptionReuse = 0x200;
 
 uint32_t Unsigned(int32_t descriptor)
 {
@@ -43,7 +42,7 @@ bool Listen(int32_t descriptor, uint8_t family)
     address.family = LOCAL_SOCKET_FAMILY;
     address.port_be = htobe16(family == MCAST_FAMILY_IPV4 ? USRAUTH_PORT_IPV4 : USRAUTH_PORT_IPV6);
     address.node = LOCAL_SOCKET_NODE;
-    return setsockopt(descriptor, SOL_SOCKET, kOptionReuse, &reuse, sizeof(reuse)) == 0 &&
+    return setsockopt(descriptor, SOL_SOCKET, LOCAL_SOCKET_OPTION_REUSE, &reuse, sizeof(reuse)) == 0 &&
            bind(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 &&
            listen(descriptor, kBacklog) == 0;
 }
@@ -128,7 +127,7 @@ uint64_t OnAccept(uint32_t, int32_t listener)
 using namespace mcast;
 using namespace mcast::usrauth;
 
-MCAST_STATUS MCAST_USRAUTH_Upgrade(uint8_t family, int32_t epollId)
+MCAST_STATUS MCAST_USRAUTH_Upgrade(uint8_t family, int32_t epoll_id)
 {
     if (g_service.listener != -1) {
         return MCAST_OK;
@@ -138,12 +137,12 @@ MCAST_STATUS MCAST_USRAUTH_Upgrade(uint8_t family, int32_t epollId)
     if (descriptor < 0) {
         return MCAST_ERR_GENERAL;
     }
-    if (!Listen(descriptor, family) || !Register(epollId, descriptor, OnAccept)) {
+    if (!Listen(descriptor, family) || !Register(epoll_id, descriptor, OnAccept)) {
         CloseAfterFailure(descriptor);
         return MCAST_ERR_GENERAL;
     }
     g_service.listener = descriptor;
-    g_service.epoll_id = epollId;
+    g_service.epoll_id = epoll_id;
     return MCAST_OK;
 }
 

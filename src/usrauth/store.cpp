@@ -87,17 +87,17 @@ void ClearNode(Node *node) MCAST_REQUIRES(g_stUsrAuthRWLock)
 
 } // namespace
 
-MCAST_STATUS MCAST_USRAUTH_Init(uint8_t family, int32_t epollId, TIMER_SERVICE timerService,
+MCAST_STATUS MCAST_USRAUTH_Init(uint8_t family, int32_t epoll_id, TIMER_SERVICE timer_service,
                                 const MCAST_USRAUTH_CALLBACKS_S *callbacks)
 {
-    if (timerService == nullptr || callbacks == nullptr || epollId == -1 || g_store.open ||
+    if (timer_service == nullptr || callbacks == nullptr || epoll_id == -1 || g_store.open ||
         pthread_rwlock_init(&g_stUsrAuthRWLock.posix, nullptr) != 0) {
         return MCAST_ERR_GENERAL;
     }
     g_store.open = true;
     g_store.family = family;
-    g_store.epoll_id = epollId;
-    g_store.timer_service = timerService;
+    g_store.epoll_id = epoll_id;
+    g_store.timer_service = timer_service;
     g_store.callbacks = *callbacks;
     g_store.detail_limit = MCAST_USRAUTH_MSG_DETAIL_LIMIT;
     if (!CreateContainers()) {

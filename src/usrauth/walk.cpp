@@ -54,8 +54,8 @@ bool VisitUser(Walk *walk, User *user, bool entries)
 } // namespace
 
 MCAST_STATUS MCAST_USRAUTH_WalkAllUserByIfIndex(const MCAST_USRAUTH_USER_FILTER_S *filter,
-                                                MCAST_USRAUTH_USER_CALLBACK userCallback,
-                                                MCAST_USRAUTH_USER_CALLBACK entryCallback, void *argument)
+                                                MCAST_USRAUTH_USER_CALLBACK user_callback,
+                                                MCAST_USRAUTH_USER_CALLBACK entry_callback, void *argument)
 {
     if (filter == nullptr) {
         return MCAST_ERR_GENERAL;
@@ -64,8 +64,8 @@ MCAST_STATUS MCAST_USRAUTH_WalkAllUserByIfIndex(const MCAST_USRAUTH_USER_FILTER_
     MCAST_ADDR_S source_cursor = group_cursor;
     Walk walk = {{filter->group_cursor != nullptr ? filter->group_cursor : &group_cursor,
                   filter->source_cursor != nullptr ? filter->source_cursor : &source_cursor, MTABLE_WALK_ALL},
-                 userCallback,
-                 entryCallback,
+                 user_callback,
+                 entry_callback,
                  argument,
                  nullptr};
     ReadGuard guard(g_stUsrAuthRWLock);
