@@ -49,7 +49,6 @@ using host::PortUse;
 using host::RuntimeDir;
 
 constexpr int MARK = LOCAL_SOCKET_FAMILY;
-constexpr int OPTION_REUSE = 0x200;
 
 // Room for a hundred of the largest messages; the kernel may grant less, but not less than its default.
 constexpr int SEND_BUFFER = 1 << 20;
@@ -320,7 +319,7 @@ int host::local_accept(int fd, sockaddr *address, socklen_t *length, int flags)
 
 bool host::is_local_option(int option)
 {
-    return option == LOCAL_SOCKET_OPTION_LINGER || option == OPTION_REUSE;
+    return option == LOCAL_SOCKET_OPTION_LINGER || option == LOCAL_SOCKET_OPTION_REUSE;
 }
 
 /*

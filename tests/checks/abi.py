@@ -20,7 +20,7 @@ SKIPPED = 77
 # Records that these folders do not declare are private, and may change.
 HEADERS = {
     "mcastcommon": ("include/mcast", "platform"),
-    "mcasthost": ("host/include/mcasthost", "platform"),
+    "mcasthost": ("host/include/mcasthost", "include/mcast", "platform"),
 }
 
 
@@ -38,7 +38,8 @@ def symbols_file(library):
 
 
 def version():
-    return re.search(r"^project\(\w+ VERSION ([\d.]+)", (TOP / "CMakeLists.txt").read_text(), re.MULTILINE).group(1)
+    numbers = re.findall(r"^#define MCAST_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)$", (TOP / "include/mcast/common.h").read_text(), re.M)
+    return ".".join(numbers)
 
 
 def write_abi(library, binary, out):
