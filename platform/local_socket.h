@@ -3,6 +3,10 @@
  * socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM, LOCAL_SOCKET_PROTOCOL); they connect to a port or listen on one and
  * accept connections, keep message boundaries and order, and report the peer's end as end-of-file and
  * hang-up.
+ *
+ * connect fails with ECONNREFUSED when nobody listens on the port. Messages of up to 10240 bytes go both ways.
+ * One that send has taken arrives, the last ones before the end-of-file. send with MSG_DONTWAIT fails with
+ * EAGAIN while the peer does not read, and the socket becomes writable when it reads again.
  */
 #ifndef PLATFORM_LOCAL_SOCKET_H
 #define PLATFORM_LOCAL_SOCKET_H

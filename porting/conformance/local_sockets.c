@@ -11,6 +11,7 @@
 #include "mcast/platform/local_socket.h"
 
 #define MESSAGE_MAX 10240
+#define OPTION_REUSE 0x200 /* the port of a listener can be bound again at once */
 
 static uint8_t g_message[MESSAGE_MAX];
 static uint8_t g_received[MESSAGE_MAX + 1];
@@ -44,8 +45,10 @@ static int Connect(int fd, uint16_t port)
 static int Listen(uint16_t port)
 {
     const LOCAL_SOCKET_ADDR_S address = Address(port);
+    const uint32_t reuse = 1;
     const int fd = Socket();
     CHECK(fd >= 0);
+    CHECK(setsockopt(fd, SOL_SOCKET, OPTION_REUSE, &reuse, sizeof(reuse)) == 0);
     CHECK(bind(fd, (const struct sockaddr *)(const void *)&address, sizeof(address)) == 0);
     CHECK(listen(fd, 16) == 0);
     return fd;
@@ -202,7 +205,7 @@ static void SeveralConnectionsOfAPortAreApart(void)
     }
 }
 
-static void OptionsOfTheFamilyAreTaken(void)
+static void TheLingerOptionIsTaken(void)
 {
     const uint32_t linger[2] = {1, 0};
     if (PORT_LocalPort() == 0) {
@@ -212,7 +215,6 @@ static void OptionsOfTheFamilyAreTaken(void)
     const int fd = Socket();
     NEED(fd >= 0);
     CHECK(setsockopt(fd, SOL_SOCKET, LOCAL_SOCKET_OPTION_LINGER, linger, sizeof(linger)) == 0);
-    CHECK(setsockopt(fd, SOL_SOCKET, 0x200, linger, 4) == 0); /* of the user authentication's listener */
     close(fd);
 }
 
@@ -225,6 +227,6 @@ const PORT_CASE_S PORT_CASES[] = {
     {"back pressure is told and nothing is lost", BackPressureIsToldAndNothingIsLost},
     {"the end of the peer comes behind what it sent", TheEndOfThePeerComesBehindWhatItSent},
     {"several connections of a port are apart", SeveralConnectionsOfAPortAreApart},
-    {"options of the family are taken", OptionsOfTheFamilyAreTaken},
+    {"the linger option is taken", TheLingerOptionIsTaken},
 };
 const size_t PORT_CASE_COUNT = sizeof(PORT_CASES) / sizeof(PORT_CASES[0]);

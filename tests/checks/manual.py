@@ -38,6 +38,29 @@ def faults_of_names(folder):
             yield f"the page of {name} is not about it"
 
 
+def words(text):
+    return [word for word in text.split() if word != "-"]
+
+
+def words_of_page(page):
+    """What a page says, without what only arranges it."""
+    text = re.sub(r"^\.(?:SH|IP|TP|PP|br|nf|fi)\b.*$", "", page.read_text(), flags=re.MULTILINE)
+    text = re.sub(r"\\f[BR]|\\&|(?<=\\fR)\(3\)", "", text.replace("\\fR(3)", ""))
+    for escape, letter in (("\\-", "-"), ("\\(ti", "~"), ("\\(ha", "^"), ("\\(ga", "`"), ("\\e", "\\")):
+        text = text.replace(escape, letter)
+    return words(text)
+
+
+def faults_of_contracts(folder):
+    """Every word that stands above an exported function in its header stands on its page too, in its order."""
+    for path in (TOP / "include/mcast").glob("*.h"):
+        for comment, name in re.findall(r"/\*((?:(?!\*/).)*)\*/\nMCAST_API [^;{]*?\b(\w+)\(", path.read_text(), re.DOTALL):
+            contract = words(re.sub(r"^ ?\*", "", comment, flags=re.MULTILINE))
+            page = words_of_page(folder / f"man3/{name}.3")
+            if not any(page[start:start + len(contract)] == contract for start in range(len(page))):
+                yield f"the page of {name} has not its whole contract"
+
+
 def warnings(pages, *words):
     """What a program says while it shows the pages."""
     shown = subprocess.run([*words, *pages], stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True,
@@ -51,6 +74,8 @@ def main(folder):
     subprocess.run([sys.executable, "-B", TOP / "scripts/manual", folder, version], check=True)
     pages = sorted(str(page) for page in folder.glob("man[357]/*") if not page.is_symlink())
     faults = list(faults_of_names(folder))
+    if not faults:
+        faults += faults_of_contracts(folder)
     # All of them as man has them shown, with every warning; some by man itself, which takes longer.
     faults += warnings(pages, "groff", "-K", "utf8", "-man", "-Tutf8", "-rLL=78n", "-ww", "-z")
     faults += warnings(pages[::40] + pages[-2:], "man", "--warnings=w", "-l")
