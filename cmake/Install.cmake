@@ -1,17 +1,34 @@
 # What `cmake --install` gives: headers, both libraries, the ways to find them, the router's programs and their manual
-# pages. The headers have a folder of their own, since some of their names are everyday words.
+# pages.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/mcastcommon)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/mcastcommon)
 
-install(DIRECTORY include/mcast platform host/include/mcasthost DESTINATION ${header_dir} FILES_MATCHING PATTERN "*.h")
+# "platform" is an everyday word: the platform's headers are installed as mcast/platform/*.h, and the installed headers
+# include them there, so that neither they nor a consumer's own folder platform/ can hide the other.
+set(headers_made ${PROJECT_BINARY_DIR}/installed-headers)
+file(GLOB headers CONFIGURE_DEPENDS include/mcast/*.h platform/*.h host/include/mcasthost/*.h)
+add_custom_command(
+  OUTPUT ${headers_made}.stamp
+  COMMAND ${CMAKE_COMMAND} -DTOP=${PROJECT_SOURCE_DIR} -DMADE=${headers_made}
+          -P ${PROJECT_SOURCE_DIR}/cmake/MakeInstalledHeaders.cmake
+  COMMAND ${CMAKE_COMMAND} -E touch ${headers_made}.stamp
+  DEPENDS ${headers} ${PROJECT_SOURCE_DIR}/cmake/MakeInstalledHeaders.cmake
+  VERBATIM)
+add_custom_target(installed_headers ALL DEPENDS ${headers_made}.stamp)
+install(DIRECTORY ${headers_made}/ DESTINATION ${header_dir})
 target_include_directories(mcastcommon INTERFACE $<INSTALL_INTERFACE:${header_dir}>)
 target_include_directories(mcasthost INTERFACE $<INSTALL_INTERFACE:${header_dir}>)
 
-install(TARGETS mcastcommon mcasthost EXPORT mcastcommonTargets)
-install(EXPORT mcastcommonTargets NAMESPACE mcastcommon:: DESTINATION ${package_dir})
+# The target mcastcommon::mcasthost is made in mcastcommonConfig.cmake, around the library itself.
+set_target_properties(mcasthost PROPERTIES EXPORT_NAME mcasthost_library)
+install(TARGETS mcastcommon EXPORT mcastcommonTargets)
+install(TARGETS mcasthost EXPORT mcasthostTargets)
+foreach(library mcastcommon mcasthost)
+  install(EXPORT ${library}Targets NAMESPACE mcastcommon:: DESTINATION ${package_dir})
+endforeach()
 configure_package_config_file(cmake/mcastcommonConfig.cmake.in ${PROJECT_BINARY_DIR}/mcastcommonConfig.cmake
                               INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/mcastcommonConfigVersion.cmake COMPATIBILITY SameMajorVersion)

@@ -1,20 +1,7 @@
 #!/usr/bin/env bash
 # Installs the build folder $1 into a folder of its own, moves that, and uses what it finds there as a stranger would:
 # headers, libraries, the CMake package, the pkg-config files, programs and manual pages.
-set -euo pipefail
-here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-
-fail() {
-    echo "install_test: $*" >&2
-    exit 1
-}
-
-cmake --install "$1" --prefix "$work/staged" >/dev/null
-mv "$work/staged" "$work/tree"
-tree=$work/tree
-lib=$(dirname "$(find "$tree" -name libmcastcommon.so)")
+. "$(dirname "${BASH_SOURCE[0]}")/stage.sh"
 
 for library in mcastcommon mcasthost; do
     soname=$(readelf -d "$lib/lib$library.so" | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')
@@ -22,7 +9,6 @@ for library in mcastcommon mcasthost; do
     [ -e "$lib/$soname" ] || fail "$soname is not installed"
 done
 
-export PKG_CONFIG_PATH=$lib/pkgconfig
 [ "$(pkg-config --modversion mcastcommon)" = "$(pkg-config --modversion mcasthost)" ] || fail "two versions"
 read -ra flags <<<"$(pkg-config --cflags --libs mcastcommon mcasthost)"
 gcc -std=c11 -D_GNU_SOURCE -Wall -Wextra -Werror -o "$work/by_pkg_config_c" "$here/consumer.c" "${flags[@]}"
@@ -31,7 +17,7 @@ LD_LIBRARY_PATH=$lib "$work/by_pkg_config_c" || fail "the C program built by pkg
 LD_LIBRARY_PATH=$lib "$work/by_pkg_config_cpp" || fail "the C++ program built by pkg-config fails"
 
 mkdir "$work/project"
-cp "$here/consumer.c" "$here/consumer.cpp" "$work/project"
+cp "$here/consumer.c" "$here/consumer.cpp" "$here/radix.c" "$work/project"
 cp "$here/consumer_project.txt" "$work/project/CMakeLists.txt"
 cmake -S "$work/project" -B "$work/project/build" -G Ninja -DCMAKE_PREFIX_PATH="$tree" >"$work/log" 2>&1 &&
     cmake --build "$work/project/build" >>"$work/log" 2>&1 || { cat "$work/log"; fail "find_package"; }

@@ -1,0 +1,15 @@
+# Makes in the folder MADE the headers of the tree TOP as they are installed: the platform's below mcast/, and every
+# include of them changed to that.
+file(REMOVE_RECURSE ${MADE})
+foreach(folder include/mcast:mcast platform:mcast/platform host/include/mcasthost:mcasthost)
+  string(REPLACE ":" ";" folder ${folder})
+  list(GET folder 0 from)
+  list(GET folder 1 to)
+  file(GLOB headers ${TOP}/${from}/*.h)
+  foreach(header ${headers})
+    get_filename_component(name ${header} NAME)
+    file(READ ${header} text)
+    string(REPLACE "#include \"platform/" "#include \"mcast/platform/" text "${text}")
+    file(WRITE ${MADE}/${to}/${name} "${text}")
+  endforeach()
+endforeach()
