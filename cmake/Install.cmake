@@ -1,5 +1,5 @@
-# What `cmake --install` gives: headers, both libraries, the ways to find them, the router's programs and their manual
-# pages.
+# What `cmake --install` gives: headers, both libraries, the ways to find them, examples, the router's programs and their
+# manual pages.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -44,6 +44,9 @@ endforeach()
 
 # What a port is begun with and judged by.
 install(DIRECTORY porting DESTINATION ${CMAKE_INSTALL_DATADIR}/mcastcommon)
+
+# What a program is begun with.
+install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 # A manual page is the program's own --help between the sections of docs/man/PROGRAM.h2m, so that it cannot lag behind.
 find_program(HELP2MAN help2man)

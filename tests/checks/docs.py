@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""What the documentation promises about itself: links lead somewhere, the porting guide names every service, and the
-tests that are said to prove something exist."""
+"""What the documentation promises about itself: links lead somewhere, the porting guide names every service, the
+tests that are said to prove something exist, and the README shows an example as it is."""
 
 import re
 import subprocess
@@ -40,8 +40,15 @@ def missing_tests():
             yield f"docs/testing.md: there is no {name}"
 
 
+def stale_example():
+    """The README's piece of an example, when it is not the example's first twenty lines."""
+    name, shown = re.search(r"\(examples/(\w+\.c)\) begins:\n\n```c\n(.*?)```", (TOP / "README.md").read_text(), re.S).groups()
+    if shown.splitlines() != (TOP / "examples" / name).read_text().splitlines()[:20]:
+        yield f"README.md: not the first twenty lines of examples/{name}"
+
+
 def main():
-    wrong = [*dead_links(), *unnamed_services(), *missing_tests()]
+    wrong = [*dead_links(), *unnamed_services(), *missing_tests(), *stale_example()]
     for line in wrong:
         print(line)
     return 1 if wrong else 0

@@ -16,7 +16,7 @@ import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
-FOLDERS = ["include", "platform", "src", "host", "daemons", "tests", "bench"]
+FOLDERS = ["include", "platform", "src", "host", "daemons", "tests", "bench", "examples"]
 
 DECLARATION = re.compile(
     r"^(?:(?:static|constexpr|const|volatile|auto|struct|unsigned|thread_local) )*"
