@@ -11,7 +11,6 @@
 #include "mcast/platform/local_socket.h"
 
 #define MESSAGE_MAX 10240
-#define OPTION_REUSE 0x200 /* the port of a listener can be bound again at once */
 
 static uint8_t g_message[MESSAGE_MAX];
 static uint8_t g_received[MESSAGE_MAX + 1];
@@ -48,7 +47,7 @@ static int Listen(uint16_t port)
     const uint32_t reuse = 1;
     const int fd = Socket();
     CHECK(fd >= 0);
-    CHECK(setsockopt(fd, SOL_SOCKET, OPTION_REUSE, &reuse, sizeof(reuse)) == 0);
+    CHECK(setsockopt(fd, SOL_SOCKET, LOCAL_SOCKET_OPTION_REUSE, &reuse, sizeof(reuse)) == 0);
     CHECK(bind(fd, (const struct sockaddr *)(const void *)&address, sizeof(address)) == 0);
     CHECK(listen(fd, 16) == 0);
     return fd;

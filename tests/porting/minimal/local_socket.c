@@ -63,7 +63,8 @@ int MINIMAL_Connect(int fd, const struct sockaddr *address, socklen_t length)
 
 int MINIMAL_SetOption(int fd, int level, int option, const void *value, socklen_t length)
 {
-    if (level == SOL_SOCKET && (option == LOCAL_SOCKET_OPTION_LINGER || option == 0x200)) {
+    if (level == SOL_SOCKET &&
+        (option == LOCAL_SOCKET_OPTION_LINGER || option == LOCAL_SOCKET_OPTION_REUSE)) {
         return 0; /* taken and ignored */
     }
     return (int)syscall(SYS_setsockopt, fd, level, option, value, length);
