@@ -31,6 +31,18 @@ TEST_P(GmpdUserTables, TheStatusShowsUsersAndWhatTheyJoined)
     }
 }
 
+TEST_P(GmpdUserTables, TheStatusShowsTheSourcesOfAUserAndOfTheLink)
+{
+    say("announce " + record(1) + right(2, 5));
+    report(1, RecordType::Allow, {5}, 2);
+    const std::string text = status();
+    const std::string source = "\"source\": \"" + to_text(lab->source(5)) + "\"";
+    const size_t first = text.find(source);
+
+    ASSERT_NE(first, std::string::npos) << text;
+    EXPECT_NE(text.find(source, first + 1), std::string::npos) << text;
+}
+
 TEST_P(GmpdUserTables, TheStatusCountsUsersAndAgents)
 {
     say("announce " + record(1) + right(1));
@@ -122,6 +134,15 @@ TEST_P(GmpdUserTables, MessagesAreShownByUserAndByKind)
     EXPECT_EQ(kinds[1][3].as_text(), "group list");
     EXPECT_EQ(kinds[1][4].as_number(), 2u);
     EXPECT_EQ(kinds[3][1].as_number(), 4u);
+}
+
+TEST_P(GmpdUserTables, MessagesAboutUserZeroOfNodeZeroAreShownToo)
+{
+    say("withdraw id=0 node=0 kind=4");
+    const auto rows = table(mcastd::USER_MESSAGE_TABLE);
+
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(rows[0][2].as_number(), 0u);
 }
 
 TEST_P(GmpdUserTables, ClearingForgetsUsersAndTheirMemberships)
