@@ -22,11 +22,12 @@ find_program(DOXYGEN doxygen)
 if(DOXYGEN)
   set(html_dir ${PROJECT_BINARY_DIR}/html)
   file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/Doxyfile CONTENT
-       "@INCLUDE = docs/Doxyfile\nOUTPUT_DIRECTORY = ${PROJECT_BINARY_DIR}\nHTML_OUTPUT = html\n" @ONLY)
+       "@INCLUDE = docs/Doxyfile\nINPUT = ${headers_made}\nSTRIP_FROM_PATH = ${headers_made}\n\
+STRIP_FROM_INC_PATH = ${headers_made}\nOUTPUT_DIRECTORY = ${PROJECT_BINARY_DIR}\nHTML_OUTPUT = html\n" @ONLY)
   add_custom_command(
     OUTPUT ${html_dir}/index.html
     COMMAND ${DOXYGEN} ${PROJECT_BINARY_DIR}/Doxyfile > ${PROJECT_BINARY_DIR}/doxygen.log 2>&1
-    DEPENDS ${manual_sources} ${PROJECT_SOURCE_DIR}/docs/Doxyfile
+    DEPENDS ${headers_made}.stamp ${PROJECT_SOURCE_DIR}/docs/Doxyfile
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
     VERBATIM)
   add_custom_target(html_documentation DEPENDS ${html_dir}/index.html)
