@@ -1,5 +1,6 @@
 /* The channel's records, its exported objects before set-up, and a life cycle through the shared library. */
 #include "abi.h"
+#include "strict.h"
 
 static void check_channel_records(void)
 {
@@ -116,8 +117,18 @@ static void check_life_cycle(void)
     abi_check("MRIB_GMP_Fini", MRIB_GMP_Fini(), MCAST_OK);
 }
 
+static void check_strict_layouts(void)
+{
+    abi_check("size of a lock in strict C11", strict_layout.lock_size, sizeof(pthread_rwlock_t));
+    abi_check("its alignment", strict_layout.lock_alignment, _Alignof(pthread_rwlock_t));
+    abi_check("size of an instance record", strict_layout.instance_size, sizeof(MRIB_GMP_VRF_S));
+    abi_check("its last field", strict_layout.last_field_of_instance,
+              offsetof(MRIB_GMP_VRF_S, msdp_local_source));
+}
+
 int main(void)
 {
+    check_strict_layouts();
     check_channel_records();
     check_msdp_records();
     check_wire_records();
