@@ -15,9 +15,10 @@
 MCAST_EXTERN_C_BEGIN
 
 /*
- * What a registration hands to epoll_ctl. The kernel reads the first two fields, so epoll_wait reports the
- * descriptor number as the event's data and the loop finds the context by it, in a map of its own filled at
- * registration. An event loop that interposes epoll_ctl may read the context here.
+ * What a registration hands to epoll_ctl. On x86-64 the kernel reads the first two fields, so epoll_wait
+ * reports the descriptor number as the event's data and the loop finds the context by it, in a map of its own
+ * filled at registration. An event loop that defines epoll_ctl in place of libc's reads the context here
+ * and hands the kernel a struct epoll_event; on other machines, where that has its data elsewhere, it must.
  */
 typedef struct __attribute__((packed)) MCAST_EPOLL_RECORD_S {
     uint32_t events;  /* mask of EPOLLIN, EPOLLOUT, ... */
