@@ -115,11 +115,14 @@ bool Frame::load(Daemon::TakeOver *take_over)
 void Frame::reload()
 {
     Daemon::TakeOver take_over;
-    if (load(&take_over)) {
+    if (memory_is_short()) {
+        // The parser ends the process where it has no memory for what it promises not to throw.
+        memory_refuse("the configuration");
+    } else if (load(&take_over)) {
         take_over();
-    } else {
-        log_warning("the configuration stays as it was");
+        return;
     }
+    log_warning("the configuration stays as it was");
 }
 
 void Frame::take_signal(int fd)

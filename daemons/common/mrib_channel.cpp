@@ -10,6 +10,7 @@
  */
 #include "daemons/common/mrib_channel.h"
 
+#include <cerrno>
 #include <sys/epoll.h>
 #include <utility>
 
@@ -51,6 +52,10 @@ MribChannel::MribChannel(Reactor &reactor, std::function<void()> report_all)
     reactor_.add_each_second([this] {
         if (open_ && !connected_ && !retry_.running()) {
             connect();
+        } else if (connected_ && missed_ && !memory_is_short()) {
+            log_warning(
+                "there was no memory for what the MRIB process said; connecting again to hear everything");
+            MRIB_GMP_CloseConnection();
         }
     });
 }
@@ -154,6 +159,7 @@ uint64_t MribChannel::on_connected(int32_t socket)
         return MCAST_ERR_GENERAL;
     }
     channel.connected_ = true;
+    channel.missed_ = false;
     channel.waiting_for_room_ = false;
     channel.socket_ = socket;
     return MCAST_OK;
@@ -177,7 +183,8 @@ void MribChannel::on_disconnected(int32_t socket)
 void MribChannel::ready(uint32_t events, int socket)
 {
     if (events & (EPOLLIN | EPOLLERR | EPOLLHUP)) {
-        MRIB_GMP_ProcLipcMsg(events, socket);
+        errno = 0;
+        missed_ |= MRIB_GMP_ProcLipcMsg(events, socket) != MCAST_OK && errno == ENOMEM;
     }
     if (connected_ && (events & EPOLLOUT) != 0) {
         MRIB_GMP_SendFailData();

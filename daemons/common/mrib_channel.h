@@ -89,6 +89,7 @@ private:
     bool open_ = false;
     bool connected_ = false;
     bool reported_missing_ = false;
+    bool missed_ = false; // there was no memory for a record of this connection
     bool waiting_for_room_ = false;
     int socket_ = -1;
     uint64_t connects_ = 0;
