@@ -3,6 +3,7 @@
  * are made of the kernel's own.
  */
 #include <cerrno>
+#include <cstdint>
 
 #include "host/src/libc_calls.h"
 #include "host/src/local_socket.h"
@@ -87,6 +88,33 @@ int local_set_option(int, const void *, socklen_t)
 }
 
 } // namespace host
+
+// Which parts of the library the daemon begins, switches over and ends is written down on the way. None of these
+// functions has more than six arguments, all of them numbers or pointers: handing on the registers that hold six
+// hands on whatever they are.
+extern "C" void sim_note_call(char letter);
+
+#define RECORDED(letter, name)                                                                               \
+    extern "C" uint64_t __real_##name(uint64_t, uint64_t, uint64_t, uint64_t, uint64_t, uint64_t);           \
+    extern "C" uint64_t __wrap_##name(uint64_t a, uint64_t b, uint64_t c, uint64_t d, uint64_t e,            \
+                                      uint64_t f)                                                            \
+    {                                                                                                        \
+        sim_note_call(letter);                                                                               \
+        return __real_##name(a, b, c, d, e, f);                                                              \
+    }
+
+RECORDED('I', MCAST_IF_Init)
+RECORDED('G', MRIB_GMP_Init)
+RECORDED('U', MCAST_USRAUTH_Init)
+RECORDED('A', MCAST_USRAUTH_Upgrade)
+RECORDED('D', MCAST_IF_Degrade)
+RECORDED('r', MCAST_ReserveIf)
+RECORDED('F', MCAST_IF_ReserveFinish)
+RECORDED('d', MCAST_USRAUTH_Degrade)
+RECORDED('S', MCAST_USRAUTH_StopServer)
+RECORDED('X', MCAST_USRAUTH_Fini)
+RECORDED('Y', MRIB_GMP_Fini)
+RECORDED('Z', MCAST_IF_Fini)
 
 // Every peer is of the same user.
 extern "C" uint64_t HOST_LocalSocketRefusedPeers(void)

@@ -129,8 +129,8 @@ int run_sweep(const std::vector<std::string> &words)
         printf("%s: BROKEN rule %d at %s s: %s\n%s", refusal.c_str(), static_cast<int>(failure.result.rule),
                to_text(failure.result.when).c_str(), failure.result.what.c_str(), failure.place.c_str());
     }
-    printf("%s of %s: %u lives, %zu broke a rule\n", words.at(0).c_str(), words.at(1).c_str(), swept.lives,
-           swept.failures.size());
+    printf("%s of %s: %u lives, %zu broke a rule, and %u outside the daemon's own code\n",
+           words.at(0).c_str(), words.at(1).c_str(), swept.lives, swept.failures.size(), swept.outside);
     return swept.failures.empty() ? 0 : 1;
 }
 

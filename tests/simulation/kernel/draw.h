@@ -16,7 +16,7 @@
 namespace sim
 {
 
-enum class Stream : uint8_t { Script, Delivery, Host, Scheduler, Fault, Process };
+enum class Stream : uint8_t { Script, Delivery, Host, Scheduler, Fault, Process, Tcp };
 
 class Draw
 {

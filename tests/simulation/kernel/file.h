@@ -61,6 +61,11 @@ public:
 class Socket : public File
 {
 public:
+    // What of a socket can be refused goes by its kind.
+    virtual bool is_stream() const
+    {
+        return false;
+    }
     virtual int bind(const sockaddr *, socklen_t)
     {
         return -EOPNOTSUPP;
@@ -88,6 +93,14 @@ public:
         return -ENOPROTOOPT;
     }
     virtual int name(sockaddr *, socklen_t *)
+    {
+        return -EOPNOTSUPP;
+    }
+    virtual int peer_name(sockaddr *, socklen_t *)
+    {
+        return -EOPNOTSUPP;
+    }
+    virtual int shutdown(int)
     {
         return -EOPNOTSUPP;
     }

@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <string>
 #include <sys/stat.h>
 #include <sys/timerfd.h>
@@ -24,6 +25,12 @@ void bad_descriptor(const char *call, int fd)
 
 namespace
 {
+
+// Where logs and answers to the operator go.
+bool is_output(int fd)
+{
+    return fd == STDERR_FILENO || fd == STDOUT_FILENO;
+}
 
 Ns from_timespec(const timespec &time)
 {
@@ -57,9 +64,10 @@ ssize_t __wrap_read(int fd, void *buffer, size_t size)
 
 ssize_t __wrap_write(int fd, const void *buffer, size_t size)
 {
-    if (fd == STDERR_FILENO) {
+    if (is_output(fd)) {
         const OwnMemory own;
-        g_process->write_log({static_cast<const char *>(buffer), size});
+        const std::string_view text(static_cast<const char *>(buffer), size);
+        fd == STDERR_FILENO ? g_process->write_log(text) : g_process->print(text);
         return static_cast<ssize_t>(size);
     }
     return on_file("write", std::nullopt, fd, [&](File &file) { return file.write(buffer, size); });
@@ -88,7 +96,7 @@ int __wrap_open(const char *path, int, ...)
 
 int __wrap_fstat(int fd, struct stat *status)
 {
-    if (fd == STDERR_FILENO) {
+    if (is_output(fd)) {
         *status = {};
         status->st_mode = S_IFCHR;
         return 0;
@@ -142,6 +150,29 @@ int __wrap_epoll_wait(int epoll, epoll_event *event, int, int timeout_ms)
         return static_cast<int>(answer(-EBADF));
     }
     return process.wait(std::move(file), event, timeout_ms);
+}
+
+// Daemons ask what is there and never wait in it.
+int __wrap_poll(pollfd *watched, nfds_t count, int timeout_ms)
+{
+    Process &process = *g_process;
+    process.enter();
+    const OwnMemory own;
+    int found = 0;
+    for (pollfd *each = watched; each != watched + count; ++each) {
+        const std::shared_ptr<File> file = process.file(each->fd);
+        if (file == nullptr && !is_output(each->fd)) {
+            bad_descriptor("poll", each->fd);
+            return static_cast<int>(answer(-EBADF));
+        }
+        const uint32_t wanted = static_cast<uint32_t>(each->events) | EPOLLERR | EPOLLHUP;
+        each->revents = static_cast<short>((file != nullptr ? file->ready() : EPOLLOUT) & wanted);
+        found += each->revents != 0;
+    }
+    if (found == 0 && timeout_ms != 0) {
+        process.die(Process::End::Blocked);
+    }
+    return found;
 }
 
 int __wrap_timerfd_create(int, int)

@@ -85,7 +85,7 @@ Image::Image(const std::string &file)
         exit(2);
     }
     main_ = reinterpret_cast<Main>(dlsym(handle_, "main"));
-    assertions_ = static_cast<const uint32_t *>(dlsym(handle_, "g_uiMcastAssertCnt"));
+    assertions_ = static_cast<uint32_t *>(dlsym(handle_, "g_uiMcastAssertCnt"));
     save();
 }
 

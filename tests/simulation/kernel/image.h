@@ -40,6 +40,11 @@ public:
     {
         return *assertions_;
     }
+    // For a test, which breaks one.
+    void break_invariant() const
+    {
+        ++*assertions_;
+    }
     // What the constructors of its globals want done at the end of a life.
     void at_exit(void (*function)(void *), void *argument)
     {
@@ -62,7 +67,7 @@ private:
 
     void *handle_ = nullptr;
     Main main_ = nullptr;
-    const uint32_t *assertions_ = nullptr;
+    uint32_t *assertions_ = nullptr;
     uintptr_t base_ = 0;
     uintptr_t end_ = 0;
     std::vector<Segment> segments_;

@@ -4,6 +4,9 @@
 #include <bit>
 #include <cstring>
 
+#include "daemons/common/control_message.h"
+#include "daemons/common/services.h"
+#include "mcast/mrib_wire.h"
 #include "platform/local_socket.h"
 
 namespace sim
@@ -16,8 +19,13 @@ constexpr size_t SEND_BUFFER = 2 * 212992;
 // What a message takes of it besides its bytes.
 constexpr size_t OVERHEAD = 256;
 constexpr size_t TAIL = 320;
-// The longest message that daemons of the channel exchange.
-constexpr size_t LONGEST_MESSAGE = 1 << 16;
+
+// Of messages, by what is agreed upon on the port.
+size_t longest_on(uint16_t port)
+{
+    const bool is_control = port >= mcastd::CONTROL_PORT_MRIBD && port <= mcastd::CONTROL_PORT_MSDPD;
+    return is_control ? mcastd::CONTROL_REPLY_MAX : MRIB_MSG_RECV_MAX;
+}
 
 size_t charge(size_t size)
 {
@@ -34,10 +42,11 @@ LocalEnd::~LocalEnd()
     }
 }
 
-std::pair<std::shared_ptr<LocalEnd>, std::shared_ptr<LocalEnd>> LocalEnd::make_pair()
+std::pair<std::shared_ptr<LocalEnd>, std::shared_ptr<LocalEnd>> LocalEnd::make_pair(size_t longest)
 {
     const auto one = std::make_shared<LocalEnd>();
     const auto other = std::make_shared<LocalEnd>();
+    one->longest_ = other->longest_ = longest;
     one->peer_ = other;
     other->peer_ = one;
     return {one, other};
@@ -63,11 +72,8 @@ ssize_t LocalEnd::send(const void *bytes, size_t size)
         reset_ = false;
         return -ECONNRESET;
     }
-    if (peer == nullptr) {
+    if (peer == nullptr || closed_) {
         return -EPIPE;
-    }
-    if (size > LONGEST_MESSAGE) {
-        return -EMSGSIZE;
     }
     if (in_flight_ >= SEND_BUFFER) {
         return -EAGAIN;
@@ -101,6 +107,14 @@ void LocalEnd::stop_sending()
     }
 }
 
+void LocalEnd::stop()
+{
+    closed_ = true;
+    if (const auto peer = peer_.lock()) {
+        peer->closed_ = true;
+    }
+}
+
 std::shared_ptr<LocalEnd> connect_local(Machine &machine, uint16_t port, int *error)
 {
     const auto found = machine.local_ports.find(port);
@@ -113,7 +127,7 @@ std::shared_ptr<LocalEnd> connect_local(Machine &machine, uint16_t port, int *er
         *error = EAGAIN;
         return nullptr;
     }
-    auto [mine, theirs] = LocalEnd::make_pair();
+    auto [mine, theirs] = LocalEnd::make_pair(longest_on(port));
     listener->backlog.push_back(std::move(theirs));
     return mine;
 }
@@ -193,12 +207,26 @@ std::shared_ptr<File> LocalSocket::accept(int *error)
 
 ssize_t LocalSocket::send(const void *bytes, size_t size)
 {
+    if (end_ != nullptr && size > end_->longest()) {
+        machine_.kernel.broken(Rule::KernelContract, g_process->name() + ": a message of " +
+                                                         std::to_string(size) + " bytes, of at most " +
+                                                         std::to_string(end_->longest()));
+    }
     return end_ == nullptr ? -ENOTCONN : end_->send(bytes, size);
 }
 
 ssize_t LocalSocket::receive(void *buffer, size_t size, int flags, sockaddr *)
 {
     return end_ == nullptr ? -ENOTCONN : end_->receive(buffer, size, flags);
+}
+
+int LocalSocket::shutdown(int how)
+{
+    if (end_ == nullptr) {
+        return -ENOTCONN;
+    }
+    how == SHUT_RDWR ? end_->stop() : end_->stop_sending();
+    return 0;
 }
 
 } // namespace sim

@@ -24,18 +24,25 @@ class LocalEnd : public std::enable_shared_from_this<LocalEnd>
 public:
     ~LocalEnd();
 
-    // Makes two that are each other's.
-    static std::pair<std::shared_ptr<LocalEnd>, std::shared_ptr<LocalEnd>> make_pair();
+    // Makes two that are each other's. No message may be longer than that, by what the daemons have agreed.
+    static std::pair<std::shared_ptr<LocalEnd>, std::shared_ptr<LocalEnd>> make_pair(size_t longest);
+    size_t longest() const
+    {
+        return longest_;
+    }
 
     uint32_t ready() const;
     ssize_t send(const void *bytes, size_t size);
     ssize_t receive(void *buffer, size_t size, int flags);
     // As by shutdown: the other end reads to the end, and may go on sending.
     void stop_sending();
+    // As by shutdown of both directions.
+    void stop();
 
 private:
     bool is_writable() const;
 
+    size_t longest_ = 0;
     std::weak_ptr<LocalEnd> peer_;
     std::deque<Bytes> queue_; // to be read here
     size_t in_flight_ = 0;    // what this end sent and the other has not read
@@ -73,6 +80,7 @@ public:
     std::shared_ptr<File> accept(int *error) override;
     ssize_t send(const void *bytes, size_t size) override;
     ssize_t receive(void *buffer, size_t size, int flags, sockaddr *from) override;
+    int shutdown(int how) override;
 
 private:
     Machine &machine_;

@@ -10,6 +10,7 @@
 #include "tests/simulation/kernel/netlink_socket.h"
 #include "tests/simulation/kernel/packet_socket.h"
 #include "tests/simulation/kernel/routing_socket.h"
+#include "tests/simulation/kernel/tcp_socket.h"
 
 namespace sim
 {
@@ -250,6 +251,29 @@ Machine::Lookup Machine::look_up(const Address &destination, uint32_t out_if_ind
         }
     }
     return best;
+}
+
+Address Machine::address_on(uint32_t if_index, int family) const
+{
+    for (const InterfaceAddress &each : interfaces_.at(if_index).addresses) {
+        if (each.address.family == family) {
+            return each.address;
+        }
+    }
+    return {};
+}
+
+std::shared_ptr<TcpListener> Machine::tcp_listener(const Address &address, uint16_t port)
+{
+    std::erase_if(tcp_listeners, [](const auto &each) { return each.expired(); });
+    for (const auto &each : tcp_listeners) {
+        const auto listener = each.lock();
+        const Address &bound = listener->name.address;
+        if (listener->name.port == port && (bound == address || bound == Address{AF_INET, {}})) {
+            return listener;
+        }
+    }
+    return nullptr;
 }
 
 MulticastTable &Machine::multicast_table(int family, uint32_t table)

@@ -24,6 +24,7 @@ namespace sim
 class LocalListener;
 class NetlinkSocket;
 class PacketSocket;
+class TcpListener;
 
 // A whole packet with its IP header.
 struct Packet {
@@ -39,6 +40,8 @@ public:
     virtual ~Wire() = default;
     virtual void carry(Machine &from, uint32_t if_index, const Packet &packet) = 0;
     virtual void carry(Machine &from, uint32_t if_index, const Datum &datum) = 0;
+    // The other machine that has the address on it and hears a packet now; nullptr when there is none.
+    virtual Machine *neighbour(const Machine &from, const Address &address) = 0;
 };
 
 struct InterfaceAddress {
@@ -119,6 +122,11 @@ public:
     };
     Lookup look_up(const Address &destination, uint32_t out_if_index) const;
 
+    // The first address of the family that the interface has; of no family without one.
+    Address address_on(uint32_t if_index, int family) const;
+    // Who listens there; nullptr when nobody does.
+    std::shared_ptr<TcpListener> tcp_listener(const Address &address, uint16_t port);
+
     // 0 is the kernel's default table.
     MulticastTable &multicast_table(int family, uint32_t table);
     uint32_t multicast_table_of(int family, uint32_t if_index) const;
@@ -128,6 +136,8 @@ public:
     }
 
     std::map<uint16_t, std::weak_ptr<LocalListener>> local_ports;
+    std::vector<std::weak_ptr<TcpListener>> tcp_listeners;
+    uint16_t next_tcp_port = 0; // of those that connects take
     std::vector<std::weak_ptr<NetlinkSocket>> netlink_sockets;
     std::vector<std::weak_ptr<PacketSocket>> packet_sockets;
     std::vector<Route> routes;

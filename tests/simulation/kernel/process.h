@@ -155,6 +155,18 @@ public:
     // True when an event is there; waits for one until the time limit.
     int wait(std::shared_ptr<Epoll> epoll, epoll_event *event, int timeout_ms);
     void write_log(std::string_view text);
+    // On standard output.
+    void print(std::string_view text)
+    {
+        printed_ += text;
+    }
+    // The parts of the library that it has begun, switched over and ended in this life, a letter each.
+    std::string library_calls;
+    // What it has printed since this was asked last.
+    std::string take_printed()
+    {
+        return std::exchange(printed_, {});
+    }
     void at_exit(void (*function)(void *), void *argument)
     {
         at_exit_.emplace_back(function, argument);
@@ -180,6 +192,7 @@ private:
     std::vector<std::shared_ptr<File>> files_;
     std::vector<std::pair<void (*)(void *), void *>> at_exit_;
     std::deque<std::string> log_;
+    std::string printed_;
 
     bool running_ = false;
     bool waiting_ = false;

@@ -1,6 +1,7 @@
 /*
  * The calls of a daemon about itself: signals, limits, its end, random bytes, and the names of interfaces.
  */
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,6 +27,12 @@ namespace
 } // namespace
 
 extern "C" {
+
+void sim_note_call(char letter)
+{
+    const OwnMemory own;
+    g_process->library_calls += letter;
+}
 
 // Only signalfd is called in this way.
 long __wrap_syscall(long number, long, long mask, long, ...)
@@ -113,21 +120,48 @@ int __wrap___cxa_thread_atexit(void (*function)(void *), void *argument, void *o
     return __wrap___cxa_atexit(function, argument, object);
 }
 
-int __wrap_posix_spawn()
+// The simulation's own heap is not the daemon's to trim.
+int __wrap_malloc_trim(size_t)
 {
-    not_simulated("posix_spawn");
+    return 0;
 }
-int __wrap_timer_create()
+
+// What the library says of a broken invariant.
+int __wrap_printf(const char *format, ...)
 {
-    not_simulated("timer_create");
+    char text[256];
+    va_list arguments;
+    va_start(arguments, format);
+    const int size = vsnprintf(text, sizeof(text), format, arguments);
+    va_end(arguments);
+    const OwnMemory own;
+    g_process->write_log(text);
+    return size;
 }
-int __wrap_waitpid()
-{
-    not_simulated("waitpid");
-}
-int __wrap_mkostemp()
-{
-    not_simulated("mkostemp");
-}
+
+#define NOT_SIMULATED(call)                                                                                  \
+    int __wrap_##call()                                                                                      \
+    {                                                                                                        \
+        not_simulated(#call);                                                                                \
+    }
+
+NOT_SIMULATED(posix_spawn)
+NOT_SIMULATED(timer_create)
+NOT_SIMULATED(timer_settime)
+NOT_SIMULATED(timer_delete)
+NOT_SIMULATED(waitpid)
+NOT_SIMULATED(mkostemp)
+NOT_SIMULATED(fcntl)
+NOT_SIMULATED(dup3)
+NOT_SIMULATED(stat)
+NOT_SIMULATED(lstat)
+NOT_SIMULATED(openat)
+NOT_SIMULATED(opendir)
+NOT_SIMULATED(readdir)
+NOT_SIMULATED(closedir)
+NOT_SIMULATED(mkdir)
+NOT_SIMULATED(rename)
+NOT_SIMULATED(unlink)
+NOT_SIMULATED(fchmod)
 
 } // extern "C"

@@ -25,6 +25,7 @@ constexpr Row CALLS[] = {
     {"bind", {EADDRINUSE, ENOMEM}},
     {"listen", {EADDRINUSE}},
     {"connect", {ECONNREFUSED, EAGAIN, ENOMEM}},
+    {"connect_stream", {EADDRNOTAVAIL, ENETUNREACH, ENOBUFS}},
     {"accept", {EMFILE, ENFILE, ENOMEM}},
     {"epoll_create", {EMFILE, ENFILE, ENOMEM}},
     {"epoll_add", {ENOMEM, ENOSPC}},
@@ -33,6 +34,7 @@ constexpr Row CALLS[] = {
     {"signalfd", {EMFILE, ENFILE, ENOMEM}},
     {"open", {EMFILE, ENFILE, ENOMEM}},
     {"send", {EAGAIN, ENOBUFS, ENOMEM}, false},
+    {"send_stream", {EAGAIN}, false},
     {"sendmsg", {ENOBUFS, ENETDOWN, EAGAIN, EADDRNOTAVAIL}, false},
     {"recv", {EINTR}, false},
     {"recvfrom", {EINTR, ENETDOWN}, false},
@@ -55,17 +57,10 @@ struct Named {
 };
 
 constexpr Named ERRORS[] = {
-    {EMFILE, "EMFILE"},
-    {ENFILE, "ENFILE"},
-    {ENOBUFS, "ENOBUFS"},
-    {ENOMEM, "ENOMEM"},
-    {EADDRINUSE, "EADDRINUSE"},
-    {ECONNREFUSED, "ECONNREFUSED"},
-    {EAGAIN, "EAGAIN"},
-    {ENOSPC, "ENOSPC"},
-    {ENETDOWN, "ENETDOWN"},
-    {EINTR, "EINTR"},
-    {EADDRNOTAVAIL, "EADDRNOTAVAIL"},
+    {EMFILE, "EMFILE"},           {ENFILE, "ENFILE"},         {ENOBUFS, "ENOBUFS"},
+    {ENOMEM, "ENOMEM"},           {EADDRINUSE, "EADDRINUSE"}, {ECONNREFUSED, "ECONNREFUSED"},
+    {EAGAIN, "EAGAIN"},           {ENOSPC, "ENOSPC"},         {ENETDOWN, "ENETDOWN"},
+    {ENETUNREACH, "ENETUNREACH"}, {EINTR, "EINTR"},           {EADDRNOTAVAIL, "EADDRNOTAVAIL"},
 };
 
 } // namespace

@@ -14,14 +14,28 @@
 #include "tests/simulation/kernel/netlink_socket.h"
 #include "tests/simulation/kernel/packet_socket.h"
 #include "tests/simulation/kernel/routing_socket.h"
+#include "tests/simulation/kernel/tcp_socket.h"
 
 using namespace sim;
+
+namespace
+{
+
+// The call, as it can be refused for this kind of socket.
+Call call_for(int fd, Call others, Call streams)
+{
+    const OwnMemory own;
+    const auto socket = std::dynamic_pointer_cast<Socket>(g_process->file(fd));
+    return socket != nullptr && socket->is_stream() ? streams : others;
+}
+
+} // namespace
 
 extern "C" {
 
 int sim_socket(int domain, int type, int protocol)
 {
-    static_cast<void>(type);
+    constexpr int KIND = ~(SOCK_NONBLOCK | SOCK_CLOEXEC);
     return make_file(Call::Socket, [&](Process &process) -> std::shared_ptr<File> {
         switch (domain) {
         case LOCAL_SOCKET_FAMILY:
@@ -33,6 +47,9 @@ int sim_socket(int domain, int type, int protocol)
         }
         default:
             static_cast<void>(protocol);
+            if ((type & KIND) == SOCK_STREAM) {
+                return std::make_shared<TcpSocket>(process);
+            }
             return std::make_shared<RoutingSocket>(process, domain);
         }
     });
@@ -51,13 +68,13 @@ int sim_bind(int fd, const sockaddr *address, socklen_t length)
 
 int sim_connect(int fd, const sockaddr *address, socklen_t length)
 {
-    return static_cast<int>(on_file<Socket>("connect", Call::Connect, fd,
+    return static_cast<int>(on_file<Socket>("connect", call_for(fd, Call::Connect, Call::ConnectStream), fd,
                                             [&](Socket &socket) { return socket.connect(address, length); }));
 }
 
-int sim_accept4(int fd, sockaddr *, socklen_t *, int)
+int sim_accept4(int fd, sockaddr *address, socklen_t *length, int)
 {
-    return static_cast<int>(on_file<Socket>("accept4", Call::Accept, fd, [](Socket &socket) {
+    return static_cast<int>(on_file<Socket>("accept4", Call::Accept, fd, [&](Socket &socket) {
         int error = 0;
         // A descriptor is found before a connection is taken.
         const int place = g_process->install(std::make_shared<File>());
@@ -66,7 +83,13 @@ int sim_accept4(int fd, sockaddr *, socklen_t *, int)
         }
         g_process->close(place);
         std::shared_ptr<File> accepted = socket.accept(&error);
-        return accepted == nullptr ? -error : g_process->install(std::move(accepted));
+        if (accepted == nullptr) {
+            return -error;
+        }
+        if (address != nullptr) {
+            std::dynamic_pointer_cast<Socket>(accepted)->peer_name(address, length);
+        }
+        return g_process->install(std::move(accepted));
     }));
 }
 
@@ -99,7 +122,14 @@ int __wrap_listen(int fd, int backlog)
 
 ssize_t __wrap_send(int fd, const void *bytes, size_t size, int)
 {
-    return on_file<Socket>("send", Call::Send, fd, [&](Socket &socket) { return socket.send(bytes, size); });
+    return on_file<Socket>("send", call_for(fd, Call::Send, Call::SendStream), fd,
+                           [&](Socket &socket) { return socket.send(bytes, size); });
+}
+
+int __wrap_shutdown(int fd, int how)
+{
+    return static_cast<int>(
+        on_file<Socket>("shutdown", std::nullopt, fd, [&](Socket &socket) { return socket.shutdown(how); }));
 }
 
 ssize_t __wrap_sendmsg(int fd, const msghdr *message, int)

@@ -33,6 +33,15 @@ public:
     void forbid(const Host &host);
     // Whether the host may have what it wants of the group from the source.
     bool permits(const Host &host, const Address &source, const Address &group) const;
+    // Calls visitor(host, permissions) for each user.
+    template <typename Visitor> void visit(const Visitor &visitor) const
+    {
+        for (const auto &[number, user] : users_) {
+            if (user.second.is_user) {
+                visitor(*user.first, user.second.permissions);
+            }
+        }
+    }
     // When what the host may have changed last.
     Ns changed(const Host &host) const;
 

@@ -88,6 +88,20 @@ void Link::carry(Machine &from, uint32_t, const Packet &packet)
     deliver(&from, packet);
 }
 
+// A packet that is lost finds nobody.
+Machine *Link::neighbour(const Machine &from, const Address &address)
+{
+    for (const Attachment &each : attached_) {
+        const Interface *interface = each.machine->find(each.if_index);
+        if (each.machine != &from && interface != nullptr && interface->is_up &&
+            std::any_of(interface->addresses.begin(), interface->addresses.end(),
+                        [&address](const auto &its) { return its.address == address; })) {
+            return kernel_.draw.chance(Stream::Tcp, 1000 + number_, loss) ? nullptr : each.machine;
+        }
+    }
+    return nullptr;
+}
+
 void Link::send(const Host &from, Bytes packet)
 {
     deliver(&from, {packet[0] >> 4 == 4 ? AF_INET : AF_INET6, std::move(packet)});

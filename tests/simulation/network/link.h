@@ -71,6 +71,7 @@ public:
     // From a router.
     void carry(Machine &from, uint32_t if_index, const Packet &packet) override;
     void carry(Machine &from, uint32_t if_index, const Datum &datum) override;
+    Machine *neighbour(const Machine &from, const Address &address) override;
     // From a host, from a querier.
     void send(const Host &from, Bytes packet);
     void send(const Querier &from, Bytes packet);

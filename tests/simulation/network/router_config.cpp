@@ -61,7 +61,11 @@ std::string RouterConfig::text() const
     }
     for (const uint16_t index : told) {
         text += "[[mribd.instance]]\nvrf = " + std::to_string(index) +
-                "\nenabled = " + (disabled.contains(index) ? "false" : "true") + "\n";
+                "\nenabled = " + (disabled.contains(index) ? "false" : "true") + "\n" +
+                (index == 0 && !rendezvous.empty() ? "rp = " + quoted(rendezvous) + "\n" : "");
+    }
+    for (const auto &[address, own] : peers) {
+        text += "[[msdpd.peer]]\naddress = " + quoted(address) + "\nlocal_address = " + quoted(own) + "\n";
     }
     std::set<std::string> interfaces = undesignated;
     for (const auto &[interface, prefixes] : boundaries) {

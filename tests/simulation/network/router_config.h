@@ -32,7 +32,9 @@ struct RouterConfig {
         std::string name;
         std::set<std::string> interfaces;
     };
-    std::map<uint16_t, Instance> instances; // besides the public one; mribd serves all of them
+    std::string rendezvous; // for which mribd tells msdpd the local sources; empty: it does not
+    std::map<std::string, std::string> peers; // of msdpd: our own address by theirs
+    std::map<uint16_t, Instance> instances;   // besides the public one; mribd serves all of them
     std::set<uint16_t> disabled;
 
     std::string text() const;

@@ -1,5 +1,6 @@
 #include "tests/simulation/oracle/control_client.h"
 
+#include <csignal>
 #include <sys/socket.h>
 
 #include "tests/simulation/kernel/local_socket.h"
@@ -44,6 +45,14 @@ std::optional<std::vector<Row>> read_table(Machine &machine, uint16_t port,
         request.key.assign(rows.back().begin(),
                            rows.back().begin() + static_cast<ptrdiff_t>(schema.key_size));
     }
+}
+
+std::string ask_for_status(Process &process)
+{
+    process.take_printed();
+    process.signal(SIGUSR1);
+    process.kernel().run_until(process.kernel().clock.now());
+    return process.take_printed();
 }
 
 Address address_in(const mcastd::ControlField &field)

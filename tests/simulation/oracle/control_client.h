@@ -25,6 +25,9 @@ std::optional<mcastd::ControlReply> ask(Machine &machine, uint16_t port,
 std::optional<std::vector<Row>> read_table(Machine &machine, uint16_t port,
                                            const mcastd::ControlSchema &schema);
 
+// What the daemon prints for its operator on SIGUSR1.
+std::string ask_for_status(Process &process);
+
 Address address_in(const mcastd::ControlField &field);
 
 } // namespace sim

@@ -60,6 +60,7 @@ void Oracle::process_ended(Process &process)
     if (process.image()->broken_invariants() != 0) {
         broken(Rule::CleanEnd, what + " after an invariant of the library was found broken");
     }
+    check_call_order(process);
     switch (process.end()) {
     case Process::End::Crashed:
         return;

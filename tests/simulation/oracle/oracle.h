@@ -4,10 +4,14 @@
  *      every packet sent, every packet on a link ──► packet_rules.cpp     4, 5
  *      every rest                                ──► rest_rules.cpp       1, and 9 as far as it is about rest
  *                                                    table_rules.cpp      2
+ *                                                    vif_rules.cpp        2 of virtual interfaces
+ *                                                    user_rules.cpp       2 of users
  *                                                    role_rules.cpp       3
+ *                                                    msdp_rules.cpp       2 and 3 of msdpd
+ *                                                    standby_rules.cpp    3 of standbys
  *                                                    limit_rules.cpp      7, also at every packet
  *                                                    counter_watch.cpp    8
- *                                                    role_rules.cpp       3
+ *      every end of a daemon, too                ──► call_order.cpp       6 of the library's calls
  *      every end of a daemon                     ──► end_rules.cpp        9
  *      every call                                ──► the kernel itself    6
  *
@@ -45,6 +49,11 @@ public:
     void check_tables();
     void check_roles();
     void check_limits();
+    void check_msdp();
+    void check_standbys();
+    void check_users();
+    void check_vifs();
+    void check_call_order(const Process &process);
 
     Disturbances disturbances;
 
@@ -66,6 +75,7 @@ public:
 private:
     friend class TableCheck;
     friend class RoleCheck;
+    friend class MsdpCheck;
 
     // The latest packets of a flow, and where they were seen.
     struct Packet {
@@ -84,10 +94,14 @@ private:
     void check_flow(const Flow &flow);
     void check_entries(Machine &machine, const MulticastTable &table);
     void check_leftovers();
+    void check_standbys(Machine &machine, int family);
+    void check_vifs(Machine &machine, int family);
+    void check_users(Machine &machine, const Link &link, int family);
     void check_bytes(const Process &process, size_t entries);
     void check_most_bytes();
     void process_ended(Process &process);
 
+    bool announces(Machine &machine, const Flow &flow) const;
     std::set<std::string> expected_links(const Datum &datum) const;
     bool serves(const Machine &machine, int family) const;
     bool is_other_querier(Machine &machine, const Link &link, int family) const;

@@ -221,6 +221,10 @@ void Oracle::check_rest()
             broken(Rule::CleanEnd,
                    name + " " + end_name(plan.process->end()) + " although nothing was wrong");
         }
+        check_call_order(*plan.process);
+        if (plan.process->is_running() && plan.process->image()->broken_invariants() != 0) {
+            broken(Rule::CleanEnd, name + " found an invariant of the library broken");
+        }
     }
     check_forwarding();
     for (const auto &machine : world_->machines()) {
@@ -230,7 +234,11 @@ void Oracle::check_rest()
     }
     check_leftovers();
     check_tables();
+    check_vifs();
+    check_users();
     check_roles();
+    check_standbys();
+    check_msdp();
     check_limits();
     counts_.counters += counters_.check(*world_);
 }

@@ -106,6 +106,41 @@ std::optional<MribTables> read_mrib_tables(Machine &machine)
     return answered ? std::optional(std::move(tables)) : std::nullopt;
 }
 
+std::optional<UserTables> read_users(Machine &machine, int family)
+{
+    UserTables tables;
+    const uint16_t port = gmp_port(family);
+    const bool answered =
+        for_each(machine, port, mcastd::USER_TABLE,
+                 [&](const Row &row) {
+                     const mcastd::ControlField &address = row.at(6);
+                     tables.users[row.at(0).as_interface()] = {
+                         row.at(2).as_number(),
+                         address.is(mcastd::FieldType::None) ? Address{} : address_in(address)};
+                 }) &&
+        for_each(machine, port, mcastd::USER_RIGHT_TABLE, [&](const Row &row) {
+            tables.rights[{row.at(0).as_interface(), address_in(row.at(1)), address_in(row.at(2))}] =
+                row.at(3).as_number() != 0;
+        });
+    return answered ? std::optional(std::move(tables)) : std::nullopt;
+}
+
+std::optional<MsdpTables> read_msdp_tables(Machine &machine)
+{
+    MsdpTables tables;
+    constexpr uint16_t PORT = mcastd::CONTROL_PORT_MSDPD;
+    const bool answered =
+        for_each(machine, PORT, mcastd::MSDP_PEER_TABLE,
+                 [&](const Row &row) {
+                     tables.peers[address_in(row.at(0))] = {address_in(row.at(1)),
+                                                            row.at(2).as_text() == "established"};
+                 }) &&
+        for_each(machine, PORT, mcastd::MSDP_CACHE_TABLE, [&](const Row &row) {
+            tables.cache[{address_in(row.at(1)), address_in(row.at(0))}] = address_in(row.at(3));
+        });
+    return answered ? std::optional(std::move(tables)) : std::nullopt;
+}
+
 std::optional<NamedCounters> read_counters(Machine &machine, uint16_t port)
 {
     NamedCounters counters;

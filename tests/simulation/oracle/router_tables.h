@@ -76,7 +76,30 @@ struct MribTables {
     std::map<std::pair<int, uint64_t>, Client> clients;
 };
 
+// What an msdpd says.
+struct MsdpTables {
+    struct Peer {
+        Address own;
+        bool established;
+    };
+    std::map<Address, Peer> peers;
+    std::map<std::pair<Address, Address>, Address> cache; // the peer, by source and group
+};
+
+// What a gmpd says of the users of one family.
+struct UserTables {
+    struct User {
+        uint64_t number;
+        Address address; // of no family when it is not served
+    };
+    std::map<uint32_t, User> users; // by their interfaces
+    std::map<std::tuple<uint32_t, Address, Address>, bool>
+        rights; // interface, group, source: whether it is joined
+};
+
 // Nothing when the daemon does not answer.
+std::optional<UserTables> read_users(Machine &machine, int family);
+std::optional<MsdpTables> read_msdp_tables(Machine &machine);
 std::optional<GmpTables> read_gmp_tables(Machine &machine, int family);
 std::optional<MribTables> read_mrib_tables(Machine &machine);
 

@@ -77,6 +77,24 @@ void Run::enable(const Words &words)
     draft(words).disabled.erase(index_from(words.at(1)));
 }
 
+// rendezvous ROUTER ADDRESS: its local sources are announced for this address.
+void Run::rendezvous(const Words &words)
+{
+    draft(words).rendezvous = words.at(1);
+}
+
+// peer ROUTER ADDRESS OWN: an MSDP peer at that address, to which the router speaks from its own.
+void Run::peer(const Words &words)
+{
+    draft(words).peers[words.at(1)] = words.at(2);
+}
+
+// no-peer ROUTER ADDRESS: it is none any more.
+void Run::no_peer(const Words &words)
+{
+    draft(words).peers.erase(words.at(1));
+}
+
 void Run::put_in_force(Machine &machine)
 {
     RouterConfig &config = world_.config(machine);

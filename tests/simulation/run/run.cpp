@@ -144,6 +144,8 @@ const std::map<std::string, Run::Verb> &Run::setup_verbs()
         {"designated", &Run::designated},
         {"instance", &Run::instance},
         {"disable", &Run::disable},
+        {"rendezvous", &Run::rendezvous},
+        {"peer", &Run::peer},
     };
     return VERBS;
 }
@@ -189,6 +191,9 @@ const std::map<std::string, Run::Verb> &Run::action_verbs()
         {"designated", &Run::designated},
         {"instance", &Run::instance},
         {"disable", &Run::disable},
+        {"rendezvous", &Run::rendezvous},
+        {"peer", &Run::peer},
+        {"no-peer", &Run::no_peer},
         {"no-instance", &Run::no_instance},
         {"enable", &Run::enable},
         {"reload", &Run::reload},

@@ -108,6 +108,9 @@ private:
     void designated(const Words &words);
     void instance(const Words &words);
     void no_instance(const Words &words);
+    void rendezvous(const Words &words);
+    void peer(const Words &words);
+    void no_peer(const Words &words);
     void disable(const Words &words);
     void enable(const Words &words);
     void reload(const Words &words);

@@ -38,10 +38,41 @@ flow f2 lan1 10.0.1.50 232.1.1.1 1
 30 rest
 )";
 
-// The other daemon dies, and what it knew has to be told again.
+constexpr const char *LIFE_OF_PEERS = R"(
+seed 7
+link core 10.0.9.0/24 2001:db8:9::/64
+link lan1 10.0.1.0/24 2001:db8:1::/64
+link lan2 10.0.2.0/24 2001:db8:2::/64
+router r1 core lan1
+router r2 core lan2
+rendezvous r1 10.0.9.5
+rendezvous r2 10.0.9.6
+peer r1 10.0.9.6 10.0.9.5
+peer r2 10.0.9.5 10.0.9.6
+daemon r1.mribd mribd --config /etc/router.toml
+daemon r1.msdpd msdpd --config /etc/router.toml
+daemon r2.mribd mribd --config /etc/router.toml
+daemon r2.msdpd msdpd --config /etc/router.toml
+flow f1 lan1 10.0.1.50 239.1.1.1 1
+flow f2 lan2 10.0.2.50 239.1.1.1 1
+0 flow-on f1
+0 flow-on f2
+0 start r1.mribd
+0 start r2.mribd
+0 start r1.msdpd
+1 start r2.msdpd
+6 revive
+11 kill r2.msdpd
+11.5 revive
+15 reload r1
+20 revive
+30 rest
+)";
+
+// Another daemon dies, and what it knew has to be told again.
 Script life_of(const std::string &daemon)
 {
-    Script script = read_script(LIFE);
+    Script script = read_script(daemon == "msdpd" ? LIFE_OF_PEERS : LIFE);
     script.add(12 * SECOND, {"kill", daemon == "mribd" ? "r1.gmpd" : "r1.mribd"});
     script.add(13 * SECOND, {"revive"});
     sort_actions(script);
@@ -120,6 +151,30 @@ struct Census {
     }
 };
 
+// What nothing in the daemons can better, and is therefore no failure.
+struct Outside {
+    const char *place; // in whose calls the refusal was
+    const char *what;
+};
+constexpr Outside OUTSIDE[] = {
+    // The parser of options promises that this throws nothing, and takes memory in it: the daemon ends, before it
+    // has opened anything.
+    {"CLI::App::get_option_no_throw", "ended by an uncaught exception"},
+    // So does the parser of configurations, when the reserve too is used up.
+    {"host::ConfigDocument::ConfigDocument", "ended by an uncaught exception"},
+    // Without memory for a node where two others part, a tree of the library loses the new node: that is its contract.
+    // The others are the two immortal blocks.
+    {"MRT_RDX_AddNode", "left 3 blocks of memory"},
+};
+
+bool is_outside(const SweepFailure &failure)
+{
+    return std::any_of(std::begin(OUTSIDE), std::end(OUTSIDE), [&failure](const Outside &known) {
+        return failure.place.find(known.place) != std::string::npos &&
+               failure.result.what.find(known.what) != std::string::npos;
+    });
+}
+
 } // namespace
 
 SweepReport sweep(Swept what, const std::string &daemon, unsigned step)
@@ -148,8 +203,14 @@ SweepReport sweep(Swept what, const std::string &daemon, unsigned step)
         const Script script = with_refusal(daemon, planner.plans[i].words);
         const Result result = Run(script).execute();
         ++report.lives;
-        if (!result.is_good()) {
-            report.failures.push_back({script, result, describe(*planner.plans[i].callers, daemon)});
+        if (result.is_good()) {
+            continue;
+        }
+        SweepFailure failure{script, result, describe(*planner.plans[i].callers, daemon)};
+        if (what == Swept::Memory && is_outside(failure)) {
+            ++report.outside;
+        } else {
+            report.failures.push_back(std::move(failure));
         }
     }
     return report;

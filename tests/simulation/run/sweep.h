@@ -23,6 +23,7 @@ struct SweepFailure {
 
 struct SweepReport {
     unsigned lives = 0;
+    unsigned outside = 0; // failures of code that is not the daemons'; sweep.cpp has the reasons
     std::vector<SweepFailure> failures;
 };
 

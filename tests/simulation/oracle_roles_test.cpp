@@ -1,0 +1,139 @@
+/*
+ * The oracle's rules about users, standbys, MSDP peers, virtual interfaces and the library's calls, broken on purpose.
+ */
+#include "tests/simulation/kernel/netlink_socket.h"
+#include "tests/simulation/oracle_test.h"
+
+namespace
+{
+
+using namespace sim;
+
+TEST_F(OracleTest, NothingIsWrongWithUsersAStandbyAndAPeer)
+{
+    const Result result = with_all([](sim::Run &run) { run.oracle().check_rest(); });
+    EXPECT_TRUE(result.is_good()) << result.what;
+}
+
+TEST_F(OracleTest, UserWithOtherRightsThanItsAgentGaveItBreaksTables)
+{
+    const Result more = with_all([](sim::Run &run) {
+        stop_daemons(run);
+        run.world()
+            .agent(run.world().machine("r1"))
+            .allow(run.world().host("h1"),
+                   {{{}, address_from("239.1.1.1")}, {{}, address_from("239.1.1.3")}});
+        for (auto &[name, plan] : run.world().daemons()) {
+            plan.process->stop_until(0);
+        }
+        run.world().host("h1").vanish(); // so that nothing else is wrong
+        run.oracle().check_users();
+    });
+    EXPECT_EQ(more.rule, Rule::Tables);
+    EXPECT_NE(more.what.find("may join"), std::string::npos) << more.what;
+}
+
+TEST_F(OracleTest, StandbyThatCouldNotTakeOverBreaksRoles)
+{
+    const Result result = with_all([](sim::Run &run) {
+        process(run, "r1.gmpd4b").kill();
+        run.world().start(run.world().daemon("r1.gmpd4b"));
+        process(run, "r1.gmpd4").stop_until(run.world().kernel.clock.now() + SECOND); // it answers nobody
+        run.world().kernel.run_for(SECOND / 2);
+        run.oracle().check_standbys();
+    });
+    EXPECT_EQ(result.rule, Rule::Roles);
+    EXPECT_NE(result.what.find("neither active nor"), std::string::npos) << result.what;
+}
+
+TEST_F(OracleTest, PeerThatIsNotConnectedBreaksRoles)
+{
+    const Result result = with_all([](sim::Run &run) {
+        process(run, "r2.msdpd").kill();
+        run.world().kernel.run_for(SECOND);
+        run.oracle().check_msdp();
+    });
+    EXPECT_EQ(result.rule, Rule::Roles);
+    EXPECT_NE(result.what.find("not connected"), std::string::npos) << result.what;
+}
+
+TEST_F(OracleTest, SourcesThatAPeerDoesNotKnowOrKnowsForTooLongBreakTables)
+{
+    const Result unknown = with_all([](sim::Run &run) {
+        run.world().add_flow("f3", "lan3", "10.0.3.51", "239.1.1.3", SECOND).on = true; // sends nothing
+        run.oracle().check_msdp();
+    });
+    EXPECT_EQ(unknown.rule, Rule::Tables);
+    EXPECT_NE(unknown.what.find("does not know"), std::string::npos) << unknown.what;
+    const Result stale = with_all([](sim::Run &run) {
+        Flow &flow = run.world().flow("f2");
+        flow.on = false;
+        flow.last = 0;
+        run.oracle().check_msdp();
+    });
+    EXPECT_EQ(stale.rule, Rule::Tables);
+    EXPECT_NE(stale.what.find("which nobody announces"), std::string::npos) << stale.what;
+}
+
+TEST_F(OracleTest, VirtualInterfaceThatIsMissingBreaksTables)
+{
+    const Result result = with([](sim::Run &run) {
+        sim::Machine &r1 = run.world().machine("r1");
+        run.world().add_link("lan4", "10.0.4.0/24", "2001:db8:4::/64");
+        stop_daemons(run); // they do not hear of the interface
+        run.world().connect(r1, "lan4");
+        for (auto &[name, plan] : run.world().daemons()) {
+            for (const auto &file : plan.process->files()) {
+                if (auto *socket = dynamic_cast<NetlinkSocket *>(file.get())) {
+                    char message[65536];
+                    while (socket->receive(message, sizeof(message), 0, nullptr) > 0) {
+                    }
+                }
+            }
+            plan.process->stop_until(0);
+        }
+        run.oracle().check_vifs();
+    });
+    EXPECT_EQ(result.rule, Rule::Tables);
+    EXPECT_NE(result.what.find("no virtual interface"), std::string::npos) << result.what;
+}
+
+TEST_F(OracleTest, CallsOfTheLibraryInAnotherOrderBreakTheKernelsContract)
+{
+    EXPECT_EQ(with([](sim::Run &run) {
+                  process(run, "r1.gmpd4").library_calls = "IGAU";
+                  run.oracle().check_call_order(process(run, "r1.gmpd4"));
+              }).rule,
+              Rule::KernelContract);
+    EXPECT_EQ(with([](sim::Run &run) {
+                  Process &gmpd = process(run, "r1.gmpd4");
+                  gmpd.library_calls += "G"; // and Y at its end
+              }).rule,
+              Rule::KernelContract);
+}
+
+TEST_F(OracleTest, MessageThatIsTooLongBreaksTheKernelsContract)
+{
+    EXPECT_EQ(with([](sim::Run &run) {
+                  const Bytes message(10241);
+                  g_process = &process(run, "r1.gmpd4");
+                  for (const auto &file : g_process->files()) {
+                      if (auto *socket = dynamic_cast<LocalSocket *>(file.get())) {
+                          socket->send(message.data(), message.size());
+                      }
+                  }
+                  g_process = nullptr;
+              }).rule,
+              Rule::KernelContract);
+}
+
+TEST_F(OracleTest, InvariantOfTheLibraryThatIsBrokenBreaksCleanEnd)
+{
+    EXPECT_EQ(with([](sim::Run &run) {
+                  process(run, "r1.gmpd4").image()->break_invariant();
+                  run.oracle().check_rest();
+              }).rule,
+              Rule::CleanEnd);
+}
+
+} // namespace
