@@ -1,9 +1,11 @@
 """./run mutate FOLDER N [SEED]: breaks N places of a module, one at a time, and lists those that no test noticed.
+./run mutate again FILE: tries those breaks again that a run listed, in a file that holds the list.
 
 Everything happens in a copy of the tree under the temporary folder. A break that does not compile, warnings included,
 is not counted. A test that fails, crashes or exceeds its time limit has noticed the break.
 """
 import random
+import re
 import signal
 import sys
 import time
@@ -12,9 +14,10 @@ from pathlib import Path
 
 from breaks import applied, breaks_of, shown
 from equivalent import reviewed
-from laboratory import Laboratory, programs_of
+from laboratory import Laboratory, programs_of, sanitized_of, simulations_of
 
 MODULES = ("src", "host", "daemons")
+LISTED = re.compile(r"^(\S+):(\d+)\n  - (.*)\n  \+ (.*)$", re.M)
 
 
 def all_breaks(tree, folder):
@@ -25,6 +28,35 @@ def all_breaks(tree, folder):
         if file.suffix in (".cpp", ".h"):
             found += breaks_of(path, file.read_text())
     return found
+
+
+def drawn(folder, seed):
+    def choose(tree):
+        found = all_breaks(tree, folder)
+        random.Random(seed).shuffle(found)
+        return found
+    return choose
+
+
+def listed(file):
+    """The breaks of a list, found again by their lines, of equal lines by the nearest; a line that changed is gone."""
+    try:
+        text = Path(file).read_text()
+    except OSError as error:
+        sys.exit(f"mutate: {error}")
+
+    def choose(tree):
+        found = []
+        for path, line, before, after in LISTED.findall(text):
+            there = (tree / path).read_text() if (tree / path).is_file() else ""
+            places = [(abs(number - int(line)), one) for one in breaks_of(path, there)
+                      for number, *lines in [shown(there, one)] if lines == [before, after]]
+            if places:
+                found.append(min(places)[1])
+            else:
+                print(f"is there no more: {path}:{line}  {after}")
+        return found
+    return choose
 
 
 class Round:
@@ -44,15 +76,19 @@ class Round:
         text = file.read_text()
         file.write_text(applied(text, one))
         try:
-            return self.verdict_of(self.laboratory.plain, one) or self.verdict_of(self.laboratory.sanitized, one)
+            return next(filter(None, (self.verdict_of(*look) for look in self.looks(one.path))), "")
         finally:
             file.write_text(text)
 
-    def verdict_of(self, build, one):
-        programs = programs_of(one.path)
-        if self.laboratory.compile(build, programs):
+    def looks(self, path):
+        """Builds and programs, the cheapest first."""
+        yield from ((self.laboratory.plain, program) for program in programs_of(path) + simulations_of(path))
+        yield from ((self.laboratory.sanitized, program) for program in sanitized_of(path))
+
+    def verdict_of(self, build, program):
+        if self.laboratory.compile(build, [program]):
             return "build"
-        return next(filter(None, (self.laboratory.fails(build, program) for program in programs)), "")
+        return self.laboratory.fails(build, program)
 
     def try_out(self, one):
         line, before, after = shown((self.laboratory.tree / one.path).read_text(), one)
@@ -79,15 +115,16 @@ class Round:
             print(survivor)
 
 
-def run(laboratory, folder, wanted, seed):
+def run(laboratory, choose, wanted, seed):
     laboratory.prepare()
-    waiting = all_breaks(laboratory.tree, folder)
+    waiting = choose(laboratory.tree)
     if not waiting:
-        sys.exit(f"mutate: nothing to break in {folder}")
-    random.Random(seed).shuffle(waiting)
-    print(f"{folder}: {len(waiting)} places to break, seed {seed}; building its tests", flush=True)
+        sys.exit("mutate: nothing to break there")
+    wanted = min(wanted, len(waiting))
+    print(f"{len(waiting)} places to break, seed {seed}; building their tests", flush=True)
     begin = time.monotonic()
-    programs = sorted({program for one in waiting for program in programs_of(one.path)})
+    programs = sorted({program for path in {one.path for one in waiting}
+                       for program in programs_of(path) + simulations_of(path)})
     said = laboratory.compile(laboratory.plain, programs)
     if said:
         sys.exit(f"mutate: the unbroken tree does not build:\n{said[-4000:]}")
@@ -109,18 +146,28 @@ def run(laboratory, folder, wanted, seed):
     print(f"seed {seed}, {time.monotonic() - begin:.0f} s")
 
 
+def asked_for(arguments):
+    """What chooses the breaks, how many of them, and the seed; None if that is no way to ask."""
+    folder, seed = Path(arguments[0] if arguments else ""), random.SystemRandom().randrange(1 << 32)
+    if arguments[:1] == ["again"] and len(arguments) == 2:
+        return listed(arguments[1]), sys.maxsize, seed
+    if 2 <= len(arguments) <= 3 and all(map(str.isdigit, arguments[1:])) and folder.parts[:1] in zip(MODULES):
+        seed = int(arguments[2]) if len(arguments) == 3 else seed
+        return drawn(folder, seed), int(arguments[1]), seed
+    return None
+
+
 def main():
-    arguments = sys.argv[1:]
-    folder = Path(arguments[0]) if arguments else Path()
-    if not 2 <= len(arguments) <= 3 or not all(word.isdigit() for word in arguments[1:]) or (
-            not folder.parts or folder.parts[0] not in MODULES):
-        sys.exit("usage: ./run mutate FOLDER N [SEED]\n"
-                 "FOLDER is src, host, daemons, or a folder or file in one of them, for example src/mrib")
-    seed = int(arguments[2]) if len(arguments) == 3 else random.SystemRandom().randrange(1 << 32)
+    asked = asked_for(sys.argv[1:])
+    if not asked:
+        sys.exit("usage: ./run mutate FOLDER N [SEED]\n       ./run mutate again FILE\n"
+                 "FOLDER is src, host, daemons, or a folder or file in one of them, for example src/mrib; "
+                 "FILE holds what an earlier run printed")
+    choose, wanted, seed = asked
     signal.signal(signal.SIGTERM, signal.default_int_handler)
     laboratory = Laboratory(seed)
     try:
-        run(laboratory, folder, int(arguments[1]), seed)
+        run(laboratory, choose, wanted, seed)
     finally:
         laboratory.close()
 

@@ -1,7 +1,8 @@
 """A copy of the tree under the temporary folder, and the tests of a module built and run there.
 
 Two builds stand side by side: a plain one, and one with sanitizers, which alone sees a write beside a block. As
-`./run test` runs both, a break is noticed when either notices it.
+`./run test` runs both, a break is noticed when either notices it. The simulation, which has an oracle of its own, is run
+in the plain one only.
 """
 import os
 import resource
@@ -15,6 +16,10 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[2]
 MEMORY = 4 << 30
 SANITIZED_IS_SLOWER = 10
+SIMULATION = "simulate"
+SIMULATED = ("common", "gmpd", "mribd")
+# Hours of random life without faults and with them: what an unbroken tree runs in a few seconds.
+SIMULATED_SEEDS = (("calm", "100", "1", "1"), ("random", "1", "3", "1"))
 
 
 def programs_of(path):
@@ -22,12 +27,25 @@ def programs_of(path):
     of its own, and is under the tests of each daemon."""
     parts = Path(path).parts
     if parts[0] == "src":
-        return [f"unit_{parts[1]}", "property"]
+        own = [f"unit_{parts[1]}"] if (ROOT / "tests/unit" / parts[1]).is_dir() else []
+        return [*own, "property"]
     if parts[0] == "host":
         return ["host_parts", "host_tests"]
     if parts[1] == "common":
         return [f"daemons_{name}" for name in ("common", "mcastctl", "uagent", "msdpd", "mribd", "gmpd")]
     return [f"daemons_{parts[1]}"]
+
+
+def sanitized_of(path):
+    """Those of them that are run with sanitizers too: of what daemons share its own, for all would take too long."""
+    programs = programs_of(path)
+    return programs[:1] if path.startswith("daemons/common/") else programs
+
+
+def simulations_of(path):
+    """The program that runs the whole router, if the source is a part of what it runs."""
+    parts = Path(path).parts
+    return [SIMULATION] if parts[0] == "daemons" and parts[1] in SIMULATED else []
 
 
 class Laboratory:
@@ -77,11 +95,10 @@ class Laboratory:
         return None
 
     def fails(self, build, program):
-        """Runs a test program, a share of its tests on each core, until the first failure or the limit.
+        """Runs the shares of a test program at once, until the first failure or the limit.
         Returns what gave it away, empty if nothing did."""
         slower = 1 if build == self.plain else SANITIZED_IS_SLOWER
         cpu, patience = (int(limit * slower) for limit in self.limits[program])
-        cores = len(os.sched_getaffinity(0))
 
         def confine():
             resource.setrlimit(resource.RLIMIT_CPU, (cpu, cpu + 1))
@@ -89,13 +106,11 @@ class Laboratory:
                 resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
             resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
-        running = []
-        for shard in range(cores):
-            environment = self.environment | {"GTEST_TOTAL_SHARDS": str(cores), "GTEST_SHARD_INDEX": str(shard)}
-            running.append(subprocess.Popen(
-                [ROOT / "scripts/lab", build / "bin" / program, "--gtest_fail_fast", "--gtest_brief=1"],
-                cwd=build, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                stderr=subprocess.DEVNULL, start_new_session=True, preexec_fn=confine))
+        running = [subprocess.Popen(
+            [ROOT / "scripts/lab", build / "bin" / program, *words],
+            cwd=build, env=self.environment | variables, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL, start_new_session=True, preexec_fn=confine)
+            for words, variables in self.shares(program)]
         try:
             return self.first_failure(running, time.monotonic() + patience)
         finally:
@@ -103,6 +118,16 @@ class Laboratory:
                 if one.poll() is None:
                     os.killpg(one.pid, signal.SIGKILL)
                     one.wait()
+
+    def shares(self, program):
+        """Arguments and environment of each share: of the simulation its scripts and some seeds, of other programs
+        their tests, divided among the cores."""
+        if program == SIMULATION:
+            scripts = sorted(map(str, (self.tree / "tests/simulation/scripts").glob("*.script")))
+            return [(words, {}) for words in (("replay", *scripts), *SIMULATED_SEEDS)]
+        cores = len(os.sched_getaffinity(0))
+        return [(("--gtest_fail_fast", "--gtest_brief=1"),
+                 {"GTEST_TOTAL_SHARDS": str(cores), "GTEST_SHARD_INDEX": str(share)}) for share in range(cores)]
 
     @staticmethod
     def first_failure(running, end):
