@@ -14,21 +14,30 @@
 
 MCAST_EXTERN_C_BEGIN
 
+/* The kernel's struct epoll_event is packed on x86-64 alone. */
+#if defined(__x86_64__)
+#define MCAST_EPOLL_PACKED __attribute__((packed))
+#define MCAST_EPOLL_FD_OFFSET 4
+#else
+#define MCAST_EPOLL_PACKED
+#define MCAST_EPOLL_FD_OFFSET 8
+#endif
+
 /*
- * What a registration hands to epoll_ctl. On x86-64 the kernel reads the first two fields, so epoll_wait
- * reports the descriptor number as the event's data and the loop finds the context by it, in a map of its own
- * filled at registration. An event loop that defines epoll_ctl in place of libc's reads the context here
- * and hands the kernel a struct epoll_event; on other machines, where that has its data elsewhere, it must.
+ * What a registration hands to epoll_ctl: a struct epoll_event as the machine's kernel has it, and the context
+ * behind it. The kernel reads the event alone, so epoll_wait reports the descriptor number as the event's data
+ * and the loop finds the context by it, in a map of its own filled at registration. An event loop that
+ * defines epoll_ctl in place of libc's reads the context here and hands the kernel a struct epoll_event.
  */
-typedef struct __attribute__((packed)) MCAST_EPOLL_RECORD_S {
+typedef struct MCAST_EPOLL_PACKED MCAST_EPOLL_RECORD_S {
     uint32_t events;  /* mask of EPOLLIN, EPOLLOUT, ... */
     uint64_t fd;      /* the descriptor, zero-extended */
     uint64_t context; /* the caller's handler or any other value */
 } MCAST_EPOLL_RECORD_S;
 
-MCAST_STATIC_ASSERT(sizeof(MCAST_EPOLL_RECORD_S) == 20, "registration record is packed");
-MCAST_STATIC_ASSERT(offsetof(MCAST_EPOLL_RECORD_S, fd) == 4, "descriptor follows the mask");
-MCAST_STATIC_ASSERT(offsetof(MCAST_EPOLL_RECORD_S, context) == 12, "context follows the descriptor");
+MCAST_STATIC_ASSERT(offsetof(MCAST_EPOLL_RECORD_S, fd) == MCAST_EPOLL_FD_OFFSET, "the kernel's layout");
+MCAST_STATIC_ASSERT(offsetof(MCAST_EPOLL_RECORD_S, context) == MCAST_EPOLL_FD_OFFSET + 8, "then the context");
+MCAST_STATIC_ASSERT(sizeof(MCAST_EPOLL_RECORD_S) == MCAST_EPOLL_FD_OFFSET + 16, "registration record");
 
 /* A POSIX timer made by MCAST_CreateTimer: the system's timer_t; 0 means none. */
 typedef uintptr_t MCAST_TIMER_HANDLE;

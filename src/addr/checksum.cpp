@@ -15,17 +15,75 @@
  * are drained into 64 bits. Four accumulators keep the additions from waiting for each other.
  *
  * Words are taken in memory order, so the sum is in network byte order on its own; loads are unaligned, which
- * costs nothing extra on the processors this runs on.
+ * costs nothing extra on the processors this runs on. Those without the instructions for it (SSE2) add halves
+ * of 64-bit words instead.
  */
 #include <arpa/inet.h>
 #include <bit>
-#include <emmintrin.h>
 #include <string.h>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "mcast/addr.h"
 
 namespace
 {
+
+template <typename Word> Word Load(const uint8_t *data)
+{
+    Word word;
+    memcpy(&word, data, sizeof(word));
+    return word;
+}
+
+inline uint64_t SumHalves(const uint8_t *data)
+{
+    const uint64_t words = Load<uint64_t>(data);
+    return (words & 0xffffffff) + (words >> 32);
+}
+
+/* The sum of the fewer than 16 bytes at data; an odd last byte is the first of its word. */
+inline uint64_t SumTail(const uint8_t *data, size_t length)
+{
+    uint64_t sum = 0;
+
+    if (length == 0) {
+        return 0;
+    }
+    if (length & 8) {
+        sum += SumHalves(data);
+        data += 8;
+    }
+    if (length & 4) {
+        sum += Load<uint32_t>(data);
+        data += 4;
+    }
+    if (length & 2) {
+        sum += Load<uint16_t>(data);
+        data += 2;
+    }
+    if (length & 1) {
+        const uint8_t padded[2] = {*data, 0};
+
+        sum += Load<uint16_t>(padded);
+    }
+    return sum;
+}
+
+/*
+ * The sum in 16 bits. Adding a number to itself with the halves swapped leaves, in the upper half, the sum of
+ * the halves with its carry added back in.
+ */
+inline uint32_t Fold(uint64_t sum)
+{
+    sum += std::rotl(sum, 32);
+    uint32_t half = static_cast<uint32_t>(sum >> 32);
+
+    return (half + std::rotl(half, 16)) >> 16;
+}
+
+#if defined(__SSE2__)
 
 constexpr size_t kBlock = sizeof(__m128i);
 constexpr size_t kStride = 4 * kBlock;
@@ -73,55 +131,6 @@ inline __m128i AddBlocks(__m128i lanes, const uint8_t *data, size_t blocks)
     return lanes;
 }
 
-template <typename Word> Word Load(const uint8_t *data)
-{
-    Word word;
-    memcpy(&word, data, sizeof(word));
-    return word;
-}
-
-/* The sum of the fewer than kBlock bytes at data; an odd last byte is the first of its word. */
-inline uint64_t SumTail(const uint8_t *data, size_t length)
-{
-    uint64_t sum = 0;
-
-    if (length == 0) {
-        return 0;
-    }
-    if (length & 8) {
-        uint64_t words = Load<uint64_t>(data);
-
-        sum += (words & 0xffffffff) + (words >> 32);
-        data += 8;
-    }
-    if (length & 4) {
-        sum += Load<uint32_t>(data);
-        data += 4;
-    }
-    if (length & 2) {
-        sum += Load<uint16_t>(data);
-        data += 2;
-    }
-    if (length & 1) {
-        const uint8_t padded[2] = {*data, 0};
-
-        sum += Load<uint16_t>(padded);
-    }
-    return sum;
-}
-
-/*
- * The sum in 16 bits. Adding a number to itself with the halves swapped leaves, in the upper half, the sum of
- * the halves with its carry added back in.
- */
-inline uint32_t Fold(uint64_t sum)
-{
-    sum += std::rotl(sum, 32);
-    uint32_t half = static_cast<uint32_t>(sum >> 32);
-
-    return (half + std::rotl(half, 16)) >> 16;
-}
-
 /* The sum of whole parts. Apart from the rest, so that a checksum over a packet does not pay for it. */
 __attribute__((noinline)) uint64_t SumParts(const uint8_t *data, size_t parts)
 {
@@ -150,6 +159,21 @@ inline uint64_t SumAddressesAndData(const uint8_t *src, const uint8_t *dst, cons
     sum += Drain(AddBlocks(lanes, data, blocks), blocks + 2);
     return sum + SumTail(data + blocks * kBlock, length % kBlock);
 }
+
+#else
+
+/* As above. 2^32 bytes leave the sum far below 64 bits. */
+inline uint64_t SumAddressesAndData(const uint8_t *src, const uint8_t *dst, const uint8_t *data,
+                                    size_t length)
+{
+    uint64_t sum = SumHalves(src) + SumHalves(src + 8) + SumHalves(dst) + SumHalves(dst + 8);
+    for (; length >= 16; length -= 16, data += 16) {
+        sum += SumHalves(data) + SumHalves(data + 8);
+    }
+    return sum + SumTail(data, length);
+}
+
+#endif
 
 } // namespace
 

@@ -1,4 +1,5 @@
 #include <bit>
+#include <endian.h>
 #include <string.h>
 
 #include "mcast/mtable.h"
@@ -13,7 +14,7 @@ uint32_t BigEndian(const uint8_t *bytes)
 {
     uint32_t word;
     memcpy(&word, bytes, sizeof(word));
-    return __builtin_bswap32(word);
+    return be32toh(word);
 }
 
 /* The difference of the first pair of bytes that differ among eight, or 0. */
@@ -27,7 +28,8 @@ int32_t FirstDifference(const uint8_t *first, const uint8_t *second)
         return 0;
     }
 
-    int byte = std::countr_zero(words[0] ^ words[1]) / 8;
+    const uint64_t difference = le64toh(words[0] ^ words[1]); /* the first byte is the least one */
+    const int byte = std::countr_zero(difference) / 8;
 
     return first[byte] - second[byte];
 }

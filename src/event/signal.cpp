@@ -1,5 +1,6 @@
 #include <signal.h>
 #include <sys/epoll.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "event/descriptor.h"
@@ -8,16 +9,22 @@
 namespace
 {
 
-/* signalfd without flags; the C library offers only signalfd4. */
-constexpr long kSignalfdCall = 282;
 /* The kernel's signal set is the first 8 bytes of the C library's. */
 constexpr long kKernelSetBytes = 8;
 constexpr long kNewDescriptor = -1;
 
-/* A descriptor for the signals in set, or a value <= 0 on failure. */
+/*
+ * A descriptor for the signals in set, or a value <= 0 on failure. The call without flags, which the C library
+ * does not offer; machines that came later have only the one with flags.
+ */
 int OpenSignalFd(const sigset_t *set)
 {
-    return static_cast<int>(syscall(kSignalfdCall, kNewDescriptor, set, kKernelSetBytes));
+#if defined(SYS_signalfd)
+    return static_cast<int>(syscall(SYS_signalfd, kNewDescriptor, set, kKernelSetBytes));
+#else
+    constexpr long kNoFlags = 0;
+    return static_cast<int>(syscall(SYS_signalfd4, kNewDescriptor, set, kKernelSetBytes, kNoFlags));
+#endif
 }
 
 bool BlockAndRegister(uint32_t epfd, int fd, const sigset_t *set, uint64_t context)

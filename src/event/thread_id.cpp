@@ -1,15 +1,9 @@
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "mcast/event.h"
 
-namespace
-{
-
-constexpr long kGettidCall = 186;
-
-} // namespace
-
 uint32_t MCAST_Gettid(void)
 {
-    return static_cast<uint32_t>(syscall(kGettidCall));
+    return static_cast<uint32_t>(syscall(SYS_gettid));
 }

@@ -30,21 +30,30 @@ extern "C" {
  */
 typedef uint64_t (*HOST_LOOP_HANDLER)(uint32_t events, int32_t fd);
 
+/* Laid out as the kernel's struct epoll_event, which is packed on x86-64 alone. */
+#if defined(__x86_64__)
+#define HOST_LOOP_PACKED __attribute__((packed))
+#define HOST_LOOP_RECORD_SIZE 20
+#else
+#define HOST_LOOP_PACKED
+#define HOST_LOOP_RECORD_SIZE 24
+#endif
+
 /*
  * The record that epoll_ctl takes for a loop's descriptor with EPOLL_CTL_ADD and EPOLL_CTL_MOD, in place of a
  * struct epoll_event: fd is the descriptor again, context the HOST_LOOP_HANDLER as a number. A context of 0
  * is refused with EINVAL. With EPOLL_CTL_DEL the record is not looked at. Any thread may call epoll_ctl.
  */
-typedef struct __attribute__((packed)) HOST_LOOP_RECORD_S {
+typedef struct HOST_LOOP_PACKED HOST_LOOP_RECORD_S {
     uint32_t events;
     uint64_t fd;
     uint64_t context;
 } HOST_LOOP_RECORD_S;
 
 #ifdef __cplusplus
-static_assert(sizeof(HOST_LOOP_RECORD_S) == 20, "a registration record is 20 bytes");
+static_assert(sizeof(HOST_LOOP_RECORD_S) == HOST_LOOP_RECORD_SIZE, "an event and a context");
 #else
-_Static_assert(sizeof(HOST_LOOP_RECORD_S) == 20, "a registration record is 20 bytes");
+_Static_assert(sizeof(HOST_LOOP_RECORD_S) == HOST_LOOP_RECORD_SIZE, "an event and a context");
 #endif
 
 /*

@@ -91,20 +91,21 @@ TEST_F(Epoll, ReportsTheDescriptorNumberAndNotTheContext)
     EXPECT_EQ(uint32_t{events[0].events}, static_cast<uint32_t>(EPOLLIN));
 }
 
-TEST_F(Epoll, HandsOverAPackedRecordOfThreeFields)
+TEST_F(Epoll, HandsOverTheKernelsEventAndTheContextBehindIt)
 {
     struct Call {
         int epfd;
         int operation;
         int fd;
-        uint8_t bytes[20];
+        epoll_event event;
+        uint64_t context;
     };
     std::vector<Call> calls;
 
     scripted::epoll_ctl = [&](int epfd, int operation, int fd, struct epoll_event *event) {
-        Call call = {epfd, operation, fd, {}};
+        Call call = {epfd, operation, fd, *event, 0};
 
-        std::memcpy(call.bytes, static_cast<void *>(event), sizeof(call.bytes));
+        std::memcpy(&call.context, event + 1, sizeof(call.context));
         calls.push_back(call);
         return 0;
     };
@@ -112,22 +113,21 @@ TEST_F(Epoll, HandsOverAPackedRecordOfThreeFields)
     EXPECT_EQ(MCAST_ModifyEpoll(5, 0xfffffff0, EPOLLOUT, 1), MCAST_OK);
     EXPECT_EQ(MCAST_DeleteEpoll(5, 7), 0);
 
-    const uint8_t add[20] = {1, 0, 0,    0x80, 7,    0,    0,    0,    0,    0,
-                             0, 0, 0x10, 0x32, 0x54, 0x76, 0x98, 0xba, 0xdc, 0xfe};
-    const uint8_t modify[20] = {4, 0, 0, 0, 0xf0, 0xff, 0xff, 0xff, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0};
-    const uint8_t remove[20] = {0, 0, 0, 0, 7, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-
+    const auto carries = [&](size_t number, uint32_t events, uint64_t data, uint64_t context) {
+        const Call &call = calls[number];
+        return call.event.events == events && call.event.data.u64 == data && call.context == context;
+    };
     ASSERT_EQ(calls.size(), 3u);
     EXPECT_EQ(calls[0].epfd, 5);
     EXPECT_EQ(calls[0].operation, EPOLL_CTL_ADD);
     EXPECT_EQ(calls[0].fd, 7);
-    EXPECT_EQ(std::memcmp(calls[0].bytes, add, 20), 0);
+    EXPECT_TRUE(carries(0, 0x80000001, 7, kContext));
     EXPECT_EQ(calls[1].operation, EPOLL_CTL_MOD);
     EXPECT_EQ(calls[1].fd, -16);
-    EXPECT_EQ(std::memcmp(calls[1].bytes, modify, 20), 0);
+    EXPECT_TRUE(carries(1, EPOLLOUT, 0xfffffff0, 1)) << "the descriptor, zero-extended";
     EXPECT_EQ(calls[2].operation, EPOLL_CTL_DEL);
     EXPECT_EQ(calls[2].fd, 7);
-    EXPECT_EQ(std::memcmp(calls[2].bytes, remove, 20), 0);
+    EXPECT_TRUE(carries(2, 0, 7, 0));
 }
 
 TEST_F(Epoll, ModifyChangesWhatIsWaitedFor)

@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "mcast/event.h"
@@ -16,7 +17,11 @@ namespace
 {
 
 constexpr uint64_t kContext = 0x1122334455667788;
-constexpr long kSignalfd = 282;
+#if defined(SYS_signalfd)
+constexpr long kSignalfd = SYS_signalfd;
+#else
+constexpr long kSignalfd = SYS_signalfd4;
+#endif
 
 class SignalDescriptor : public testing::Test
 {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "mcast/event.h"
@@ -33,7 +34,7 @@ TEST(ThreadId, IsTheKernelsNumberOfTheCallingThread)
 TEST(ThreadId, ComesFromTheRawCall)
 {
     scripted::syscall = [](long number, auto...) { return number + 1000; };
-    EXPECT_EQ(MCAST_Gettid(), 1186u);
+    EXPECT_EQ(MCAST_Gettid(), 1000u + SYS_gettid);
     scripted::Reset();
 }
 
