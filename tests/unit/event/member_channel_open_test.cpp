@@ -10,11 +10,10 @@ using MemberOpening = MemberTest;
 
 TEST_F(MemberOpening, SocketIsOfTheLocalFamilyAndConnectsToTheFamilysPort)
 {
-    const Bytes ipv4 = {0, 37, 0x08, 0x86, 128, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-    const Bytes ipv6 = {0, 37, 0x08, 0x87, 128, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    const Bytes ipv4 = Bytes{0, 37, 0x08, 0x86} + Number(128, 2) + Bytes(10);
+    const Bytes ipv6 = Bytes{0, 37, 0x08, 0x87} + Number(128, 2) + Bytes(10);
     Bytes address;
     int options = 0;
-
     scripted::socket = [this](int family, int type, int protocol) {
         EXPECT_EQ(family, 37);
         EXPECT_EQ(type, SOCK_DGRAM);
@@ -27,8 +26,7 @@ TEST_F(MemberOpening, SocketIsOfTheLocalFamilyAndConnectsToTheFamilysPort)
         return 0;
     };
     scripted::setsockopt = [&](int, int level, int option, const void *value, socklen_t length) {
-        const uint8_t expected[8] = {1, 0, 0, 0, 0, 0, 0, 0};
-
+        const uint32_t expected[2] = {1, 0};
         EXPECT_EQ(level, SOL_SOCKET);
         EXPECT_EQ(option, 128);
         EXPECT_EQ(length, 8u);
@@ -238,8 +236,8 @@ TEST_F(MemberRegistration, IsByteForByteAsThePeerReadsIt)
 {
     Init(kIpv6);
     EXPECT_EQ(MBR_LIB_RegEvt(kIpv6, 0x8877665544332211), 0u);
-    EXPECT_EQ(sent, (std::vector<Bytes>{{9, 0,  0, 0,  1, 0,    0,    0,    14,   0,    0,    0,    0,
-                                         0, 10, 0, 10, 9, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88}}));
+    EXPECT_EQ(sent, (std::vector<Bytes>{Bytes{9, 0, 0, 0} + Number(1, 4) + Number(14, 4) + Number(0, 2) +
+                                        Number(10, 2) + Bytes{10, 9} + Number(0x8877665544332211, 8)}));
 }
 
 TEST_F(MemberRegistration, SendsTheWholeMaskOnlyWhenItChanges)

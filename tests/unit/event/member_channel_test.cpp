@@ -17,8 +17,9 @@ TEST_F(MemberChannel, PacksMessagesIntoOneDatagramByteForByte)
     EXPECT_EQ(MBR_LIB_SendMsg(kIpv4, 7, 1, "d", 0), 0u);
     EXPECT_TRUE(sent.empty());
     EXPECT_EQ(Flush(), 0u);
-    EXPECT_EQ(sent, (std::vector<Bytes>{
-                        {9, 0, 0, 0, 2, 0, 0, 0, 12, 0, 0, 0, 1, 2, 3, 0, 'a', 'b', 'c', 7, 0, 1, 0, 'd'}}));
+    EXPECT_EQ(sent, (std::vector<Bytes>{Bytes{9, 0, 0, 0} + Number(2, 4) + Number(12, 4) + Number(0x0201, 2) +
+                                        Number(3, 2) + Bytes{'a', 'b', 'c'} + Number(7, 2) + Number(1, 2) +
+                                        Bytes{'d'}}));
     EXPECT_EQ(Flush(), 0u);
     EXPECT_EQ(sent.size(), 1u) << "nothing waits any more";
 }

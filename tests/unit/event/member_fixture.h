@@ -5,6 +5,7 @@
 #ifndef TESTS_UNIT_EVENT_MEMBER_FIXTURE_H
 #define TESTS_UNIT_EVENT_MEMBER_FIXTURE_H
 
+#include <bit>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
@@ -34,8 +35,9 @@ inline Bytes operator+(Bytes first, const Bytes &second)
 
 inline Bytes Number(uint64_t value, size_t size)
 {
+    const size_t skipped = std::endian::native == std::endian::big ? sizeof(value) - size : 0;
     Bytes bytes(size);
-    memcpy(bytes.data(), &value, size);
+    memcpy(bytes.data(), reinterpret_cast<const uint8_t *>(&value) + skipped, size);
     return bytes;
 }
 

@@ -181,9 +181,9 @@ TEST_F(Services, ConnectFailsAtOnceWithAnyOtherError)
 
 TEST_F(Services, ADaemonThatListensIsReachedAtOnce)
 {
-    const uint8_t expected[16] = {16, 37, 0x08, 0x86, 128, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    const uint8_t expected[4] = {16, 37, 0x08, 0x86};
+    const uint16_t node = 128;
     int options = 0;
-
     scripted::socket = [](int family, int type, int protocol) {
         EXPECT_EQ(family, 37);
         EXPECT_EQ(type, SOCK_DGRAM);
@@ -193,12 +193,13 @@ TEST_F(Services, ADaemonThatListensIsReachedAtOnce)
     scripted::connect = [&](int fd, const sockaddr *to, socklen_t length) {
         EXPECT_EQ(fd, kSocket);
         EXPECT_EQ(length, 16u);
-        EXPECT_EQ(memcmp(to, expected, sizeof(expected)), 0);
+        EXPECT_EQ(memcmp(to, expected, 4), 0);
+        EXPECT_EQ(memcmp(reinterpret_cast<const uint8_t *>(to) + 4, &node, 2), 0);
+        EXPECT_EQ(memcmp(reinterpret_cast<const uint8_t *>(to) + 6, "\0\0\0\0\0\0\0\0\0", 10), 0);
         return 0;
     };
     scripted::setsockopt = [&](int fd, int level, int option, const void *value, socklen_t length) {
-        const uint8_t linger[8] = {1, 0, 0, 0, 0, 0, 0, 0};
-
+        const uint32_t linger[2] = {1, 0};
         EXPECT_EQ(fd, kSocket);
         EXPECT_EQ(level, SOL_SOCKET);
         EXPECT_EQ(option, 128);

@@ -121,6 +121,31 @@ Bytes Record(uint16_t type, const Bytes &value)
     return record + value;
 }
 
+Bytes SentMessage(uint32_t record_count, uint32_t body_length, const Bytes &records)
+{
+    return Bytes{ChannelTest::kComponent, 0, 0, 0} + Host32(record_count) + Host32(body_length) + records;
+}
+
+Bytes VrfState(uint16_t vrf_index, uint8_t state)
+{
+    return Bytes(3, 0xff) + Host16(vrf_index) + Bytes{state};
+}
+
+Bytes PimDr(uint16_t vrf_index, uint8_t state, uint32_t if_index)
+{
+    return Bytes{0xff, 0xff, state, 0xff} + Host16(vrf_index) + Host32(if_index);
+}
+
+Bytes SsmPolicy(uint16_t vrf_index, uint32_t acl_number)
+{
+    return Bytes(3, 0xff) + Host16(vrf_index) + Host32(acl_number);
+}
+
+Bytes FlowControl(uint16_t busy)
+{
+    return Bytes(2, 0xff) + Host16(busy);
+}
+
 MCAST_ADDR_S Ipv4(uint8_t a, uint8_t b, uint8_t c, uint8_t d)
 {
     return {MCAST_FAMILY_IPV4, 0, {a, b, c, d}};

@@ -5,6 +5,7 @@
 #ifndef TESTS_UNIT_MRIB_CHANNEL_FIXTURE_H
 #define TESTS_UNIT_MRIB_CHANNEL_FIXTURE_H
 
+#include <cstring>
 #include <gtest/gtest.h>
 #include <initializer_list>
 #include <string>
@@ -25,11 +26,36 @@ Bytes operator+(Bytes first, const Bytes &second);
 /* count zero bytes. */
 Bytes Zeros(size_t count);
 
+/* A number of a message: in the machine's own order. */
+template <typename Number> Bytes HostOrder(Number number)
+{
+    Bytes bytes(sizeof(number));
+    memcpy(bytes.data(), &number, sizeof(number));
+    return bytes;
+}
+inline Bytes Host16(uint16_t number)
+{
+    return HostOrder(number);
+}
+inline Bytes Host32(uint32_t number)
+{
+    return HostOrder(number);
+}
+
 /* A message of the given records as the MRIB sends it. */
 Bytes Message(uint32_t record_count, const Bytes &records);
 
+/* A message of the given records as the client of the fixture sends it. */
+Bytes SentMessage(uint32_t record_count, uint32_t body_length, const Bytes &records);
+
 /* One record: header and value. */
 Bytes Record(uint16_t type, const Bytes &value);
+
+/* Values of received records; bytes without a meaning are ones. */
+Bytes VrfState(uint16_t vrf_index, uint8_t state);
+Bytes PimDr(uint16_t vrf_index, uint8_t state, uint32_t if_index);
+Bytes SsmPolicy(uint16_t vrf_index, uint32_t acl_number);
+Bytes FlowControl(uint16_t busy);
 
 /* An address record. */
 MCAST_ADDR_S Ipv4(uint8_t a, uint8_t b, uint8_t c, uint8_t d);

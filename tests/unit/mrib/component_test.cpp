@@ -173,7 +173,7 @@ TEST_F(Component, InstanceWithoutTablesAnswersAndAppliesRecordsSafely)
     const MRIB_GMP_VRF_KEY_S key = {MCAST_FAMILY_IPV4, 0};
     const MCAST_ADDR_S group = Ipv4(239, 1, 1, 1);
 
-    EXPECT_EQ(ReceiveRecord(MRIB_TLV_PIM_DR, {0, 0, 1, 0, 0, 0, 5, 0, 0, 0}), 0x40010001u);
+    EXPECT_EQ(ReceiveRecord(MRIB_TLV_PIM_DR, PimDr(0, 1, 5)), 0x40010001u);
     EXPECT_EQ(MRIB_GMP_IsPimDr(&key, 5), 0u);
     EXPECT_EQ(MRIB_GMP_CanPassMBoundary(&key, 5, &group), 1u);
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_VRF_STATE, {0, 0, 0, 0, 0, 0}), 0u);
@@ -198,7 +198,7 @@ TEST_F(Component, EveryFailedAllocationOfInitIsAFailureThatHoldsNothing)
 TEST_F(Component, SecondInitReleasesTheFirstAndClosesItsConnection)
 {
     Connect();
-    ASSERT_EQ(ReceiveRecord(MRIB_TLV_PIM_DR, {0, 0, 1, 0, 1, 0, 5, 0, 0, 0}), 0u);
+    ASSERT_EQ(ReceiveRecord(MRIB_TLV_PIM_DR, PimDr(1, 1, 5)), 0u);
     calls.clear();
     long blocks = fault::LiveBlocks();
 
@@ -214,7 +214,7 @@ TEST_F(Component, SecondInitReleasesTheFirstAndClosesItsConnection)
 TEST_F(Component, FiniReleasesEverythingAndMayBeCalledTwice)
 {
     Connect();
-    ASSERT_EQ(ReceiveRecord(MRIB_TLV_PIM_DR, {0, 0, 1, 0, 1, 0, 5, 0, 0, 0}), 0u);
+    ASSERT_EQ(ReceiveRecord(MRIB_TLV_PIM_DR, PimDr(1, 1, 5)), 0u);
     MRIB_GMP_CloseConnection();
 
     EXPECT_EQ(MRIB_GMP_Fini(), 0u);
@@ -270,7 +270,7 @@ TEST_F(Component, RepeatedLifeCyclesHoldNothing)
     long before = fault::LiveBlocks();
     for (int i = 0; i < 100; ++i) {
         Connect();
-        ASSERT_EQ(ReceiveRecord(MRIB_TLV_PIM_DR, {0, 0, 1, 0, 0, 0, 5, 0, 0, 0}), 0u);
+        ASSERT_EQ(ReceiveRecord(MRIB_TLV_PIM_DR, PimDr(0, 1, 5)), 0u);
         MRIB_GMP_CloseConnection();
         MRIB_GMP_Fini();
         ASSERT_EQ(fault::LiveBlocks(), before);

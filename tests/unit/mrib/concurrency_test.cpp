@@ -27,14 +27,14 @@ protected:
             const uint8_t on = i % 2 == 0;
 
             for (uint8_t vrf = 0; vrf < 2; ++vrf) {
-                ReceiveRecord(MRIB_TLV_VRF_STATE, {0, 0, 0, vrf, 0, on});
-                ReceiveRecord(MRIB_TLV_PIM_DR, {0, 0, on, 0, vrf, 0, 5, 0, 0, 0});
-                ReceiveRecord(MRIB_TLV_SSM_POLICY, {0, 0, 0, vrf, 0, 0xff, 0xff, 0xff, 0xff});
-                ReceiveRecord(MRIB_TLV_BOUNDARY,
-                              Bytes{0, 0, 2, 0, vrf, 0, on, 0, 8, 5, 0, 0, 0, 0, 0, 239} + Zeros(15));
-                ReceiveRecord(MRIB_TLV_MSDP_LOCAL_SRC, Bytes{0, 0, 2, on, vrf, 0, 0, 0} + Zeros(16));
+                ReceiveRecord(MRIB_TLV_VRF_STATE, VrfState(vrf, on));
+                ReceiveRecord(MRIB_TLV_PIM_DR, PimDr(vrf, on, 5));
+                ReceiveRecord(MRIB_TLV_SSM_POLICY, SsmPolicy(vrf, MCAST_NONE));
+                ReceiveRecord(MRIB_TLV_BOUNDARY, Bytes{0, 0, 2, 0} + Host16(vrf) + Bytes{on, 0, 8} +
+                                                     Host32(5) + Bytes{0, 0, 239} + Zeros(15));
+                ReceiveRecord(MRIB_TLV_MSDP_LOCAL_SRC, Bytes{0, 0, 2, on} + Host16(vrf) + Zeros(18));
             }
-            ReceiveRecord(MRIB_TLV_FLOW_CONTROL, {0, 0, on, 0});
+            ReceiveRecord(MRIB_TLV_FLOW_CONTROL, FlowControl(on));
             Receive(Message(1, Record(MRIB_TLV_SMOOTH_START, {}) + Zeros(4)));
             Receive(Message(4, Record(MRIB_TLV_PIM_DR_END, {}) + Record(MRIB_TLV_BOUNDARY_END, {}) +
                                    Record(MRIB_TLV_VRF_STATE_END, {}) +

@@ -17,10 +17,10 @@ TEST_F(Connecting, OpenSendsRegistrationRequestsAndSmoothAlertByteForByte)
     ASSERT_EQ(MRIB_GMP_OpenConnect(), 0u);
 
     const std::vector<Bytes> expected = {
-        {7, 0, 0, 0, 1, 0, 0, 0, 22, 0, 0, 0, 0, 0, 10, 0, 2, 7, 0x0b, 0xd3, 0, 0, 0, 0, 0, 0},
-        {7, 0, 0, 0, 1, 0, 0, 0, 18, 0, 0, 0, 4, 0, 6, 0, 2, 0, 0, 0, 0, 0},
-        {7, 0, 0, 0, 1, 0, 0, 0, 18, 0, 0, 0, 14, 0, 6, 0, 2, 0, 0, 0, 0, 0},
-        {7, 0, 0, 0, 1, 0, 0, 0, 10, 0, 0, 0, 18, 0, 6, 0, 2, 0, 1, 1, 0, 0},
+        SentMessage(1, 22, Record(0, Bytes{2, 7} + HostOrder(uint64_t{0xd30b}))),
+        SentMessage(1, 18, Record(4, {2, 0, 0, 0, 0, 0})),
+        SentMessage(1, 18, Record(14, {2, 0, 0, 0, 0, 0})),
+        SentMessage(1, 10, Record(18, {2, 0, 1, 1, 0, 0})),
     };
 
     EXPECT_EQ(sent, expected);
@@ -31,11 +31,10 @@ TEST_F(Connecting, OpenSendsRegistrationRequestsAndSmoothAlertByteForByte)
 
 TEST_F(Connecting, SocketIsOfTheLocalFamilyAndConnectsToTheFamilysPort)
 {
-    const Bytes ipv4 = {0, 37, 0x08, 0x86, 128, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-    const Bytes ipv6 = {0, 37, 0x08, 0x87, 128, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    const Bytes ipv4 = Bytes{0, 37, 0x08, 0x86} + Host16(128) + Zeros(10);
+    const Bytes ipv6 = Bytes{0, 37, 0x08, 0x87} + Host16(128) + Zeros(10);
     Bytes address;
     int options = 0;
-
     scripted::socket = [&](int family, int type, int protocol) {
         EXPECT_EQ(family, 37);
         EXPECT_EQ(type, SOCK_DGRAM);
@@ -48,8 +47,7 @@ TEST_F(Connecting, SocketIsOfTheLocalFamilyAndConnectsToTheFamilysPort)
         return 0;
     };
     scripted::setsockopt = [&](int, int level, int option, const void *value, socklen_t length) {
-        const uint8_t expected[8] = {1, 0, 0, 0, 0, 0, 0, 0};
-
+        const uint32_t expected[2] = {1, 0};
         EXPECT_EQ(level, SOL_SOCKET);
         EXPECT_EQ(option, 128);
         EXPECT_EQ(length, 8u);
@@ -190,8 +188,8 @@ TEST_F(Connecting, FailedSmoothAlertDoesNotFailTheConnection)
 TEST_F(Connecting, OpenMarksWhatIsKnownAsStale)
 {
     Connect(MCAST_FAMILY_IPV4, 3);
-    ASSERT_EQ(ReceiveRecord(MRIB_TLV_VRF_STATE, {0, 0, 0, 1, 0, 1}), 0u);
-    ASSERT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, {0, 0, 0, 2, 0, 0xd0, 0x07, 0, 0}), 0u);
+    ASSERT_EQ(ReceiveRecord(MRIB_TLV_VRF_STATE, VrfState(1, 1)), 0u);
+    ASSERT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, SsmPolicy(2, 2000)), 0u);
     MRIB_GMP_CloseConnection();
 
     ASSERT_EQ(MRIB_GMP_OpenConnect(), 0u);
@@ -221,7 +219,7 @@ TEST_F(Connecting, CloseResetsAllTransportState)
     for (int i = 0; i < 3; ++i) {
         ASSERT_NE(GetOutBuffer(12), nullptr);
     }
-    ASSERT_EQ(ReceiveRecord(MRIB_TLV_FLOW_CONTROL, {0, 0, 9, 0}), 0u);
+    ASSERT_EQ(ReceiveRecord(MRIB_TLV_FLOW_CONTROL, FlowControl(9)), 0u);
     g_ulMribGmpSmoothEndFlag = 5;
     ASSERT_EQ(Peek().pending_count, 2u);
 

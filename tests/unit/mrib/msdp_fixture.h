@@ -2,6 +2,7 @@
 #ifndef TESTS_UNIT_MRIB_MSDP_FIXTURE_H
 #define TESTS_UNIT_MRIB_MSDP_FIXTURE_H
 
+#include <arpa/inet.h>
 #include <cstring>
 #include <functional>
 #include <utility>
@@ -15,10 +16,10 @@
 namespace mrib_test
 {
 
-/* Addresses in network order as they stand in memory on a little-endian machine. */
-constexpr uint32_t Be(uint32_t a, uint32_t b, uint32_t c, uint32_t d)
+/* An address in network order. */
+inline uint32_t Be(uint32_t a, uint32_t b, uint32_t c, uint32_t d)
 {
-    return a | b << 8 | c << 16 | d << 24;
+    return htonl(a << 24 | b << 16 | c << 8 | d);
 }
 
 inline Bytes BytesOf(uint32_t address_be)
@@ -47,8 +48,8 @@ protected:
     static Bytes LocalSource(uint8_t operation, uint32_t rp, uint32_t group, uint32_t source,
                              const Bytes &data = {})
     {
-        return Bytes{0xff, 0xff, 2, operation, 1, 0, 0xff, 0xff} + BytesOf(source) + BytesOf(group) +
-               BytesOf(rp) + BytesOf(static_cast<uint32_t>(data.size())) + data;
+        return Bytes{0xff, 0xff, 2, operation} + Host16(1) + Bytes{0xff, 0xff} + BytesOf(source) +
+               BytesOf(group) + BytesOf(rp) + BytesOf(static_cast<uint32_t>(data.size())) + data;
     }
 
     uint64_t Add(uint32_t rp, uint32_t group, uint32_t source)

@@ -17,7 +17,7 @@ TEST_F(Msdp, SsmRangeWithoutAnAclIs232)
 TEST_F(Msdp, SsmRangeWithAnAclIsWhatItPermits)
 {
     Connect();
-    ASSERT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, {0, 0, 0, 1, 0, 0xd0, 0x07, 0, 0}), 0u);
+    ASSERT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, SsmPolicy(1, 2000)), 0u);
     Permit([](uint32_t list, uint32_t first, uint32_t) { return list == 2000 && first >> 8 == 0xef0101; });
     EXPECT_EQ(MRIB_MSDP_IsSSMGroup(1, kGroup1), 1u);
     EXPECT_EQ(MRIB_MSDP_IsSSMGroup(1, Be(232, 1, 1, 1)), 0u);

@@ -13,28 +13,31 @@ TEST_F(Msdp, SendersWriteTheirRecordsByteForByte)
         Bytes record;
     };
     const Row rows[] = {
-        {[] { return MRIB_MSDP_SendRequestSAEnable(0xf0102, 3); }, {22, 0, 8, 0, 2, 0, 2, 1, 3, 0, 0, 0}},
-        {[] { return MRIB_MSDP_SendEncapDataEnable(0x0102, 1); }, {21, 0, 8, 0, 2, 0, 2, 1, 1, 0, 0, 0}},
+        {[] { return MRIB_MSDP_SendRequestSAEnable(0xf0102, 3); },
+         Record(22, Bytes{2, 0} + Host16(0x0102) + Bytes{3, 0, 0, 0})},
+        {[] { return MRIB_MSDP_SendEncapDataEnable(0x0102, 1); },
+         Record(21, Bytes{2, 0} + Host16(0x0102) + Bytes{1, 0, 0, 0})},
         {[&] { return MRIB_MSDP_SendRemoteOneSG(0x0102, 1, kGroup1, kRp1, 6, data.data(), 3); },
-         {20, 0, 19, 0, 2, 0, 2, 1, 1, 6, 3, 0, 239, 1, 1, 1, 10, 0, 0, 1, 9, 8, 7}},
+         Record(20, Bytes{2, 0} + Host16(0x0102) + Bytes{1, 6} + Host16(3) +
+                        Bytes{239, 1, 1, 1, 10, 0, 0, 1, 9, 8, 7})},
         {[] { return MRIB_MSDP_SendRemoteOneSG(1, 1, kGroup1, kRp1, 6, nullptr, 2); },
-         {20, 0, 18, 0, 2, 0, 1, 0, 1, 6, 2, 0, 239, 1, 1, 1, 10, 0, 0, 1, 0, 0}},
+         Record(20,
+                Bytes{2, 0} + Host16(1) + Bytes{1, 6} + Host16(2) + Bytes{239, 1, 1, 1, 10, 0, 0, 1, 0, 0})},
         {[] { return MRIB_MSDP_SendDelOneGrpRemoteSG(1, kGroup1); },
-         {20, 0, 16, 0, 2, 0, 1, 0, 0, 0, 0, 0, 239, 1, 1, 1, 0, 0, 0, 0}},
-        {[] { return MRIB_MSDP_SendDelAllRemoteSG(1); },
-         {20, 0, 16, 0, 2, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-        {MRIB_MSDP_SendSmoothRemoteSGBegin, {24, 0, 6, 0, 2, 0, 0, 0, 0, 0}},
-        {MRIB_MSDP_SendSmoothRemoteSGEnd, {25, 0, 6, 0, 2, 0, 0, 0, 0, 0}},
-        {MRIB_MSDP_SendSmoothRequestEnableBegin, {26, 0, 6, 0, 2, 0, 0, 0, 0, 0}},
-        {MRIB_MSDP_SendSmoothRequestEnableEnd, {27, 0, 6, 0, 2, 0, 0, 0, 0, 0}},
-        {MRIB_MSDP_SendSmoothEncapDataBegin, {28, 0, 6, 0, 2, 0, 0, 0, 0, 0}},
-        {MRIB_MSDP_SendSmoothEncapDataEnd, {29, 0, 6, 0, 2, 0, 0, 0, 0, 0}},
-        {MRIB_MSDP_SendSmoothLocalSrcRequest, {23, 0, 6, 0, 2, 0, 0, 0, 0, 0}},
+         Record(20, Bytes{2, 0} + Host16(1) + Bytes{0, 0, 0, 0, 239, 1, 1, 1, 0, 0, 0, 0})},
+        {[] { return MRIB_MSDP_SendDelAllRemoteSG(1); }, Record(20, Bytes{2, 0} + Host16(1) + Zeros(12))},
+        {MRIB_MSDP_SendSmoothRemoteSGBegin, Record(24, {2, 0, 0, 0, 0, 0})},
+        {MRIB_MSDP_SendSmoothRemoteSGEnd, Record(25, {2, 0, 0, 0, 0, 0})},
+        {MRIB_MSDP_SendSmoothRequestEnableBegin, Record(26, {2, 0, 0, 0, 0, 0})},
+        {MRIB_MSDP_SendSmoothRequestEnableEnd, Record(27, {2, 0, 0, 0, 0, 0})},
+        {MRIB_MSDP_SendSmoothEncapDataBegin, Record(28, {2, 0, 0, 0, 0, 0})},
+        {MRIB_MSDP_SendSmoothEncapDataEnd, Record(29, {2, 0, 0, 0, 0, 0})},
+        {MRIB_MSDP_SendSmoothLocalSrcRequest, Record(23, {2, 0, 0, 0, 0, 0})},
     };
 
     Connect();
     for (const Row &row : rows) {
-        SCOPED_TRACE(int{row.record[0]});
+        SCOPED_TRACE(row.record[0] + row.record[1]);
         sent.clear();
         EXPECT_EQ(row.send(), 0u);
         ASSERT_EQ(sent.size(), 1u) << "sent at once";
@@ -110,7 +113,7 @@ TEST_F(Msdp, SmoothStartAsksForLocalSourcesToo)
     Connect();
     EXPECT_EQ(Receive(Message(1, Record(MRIB_TLV_SMOOTH_START, {}) + Zeros(4))), 0u);
     ASSERT_EQ(sent.size(), 3u);
-    EXPECT_EQ(sent[2][12], 23);
+    EXPECT_EQ(Bytes(sent[2].begin() + 12, sent[2].begin() + 14), Host16(23));
     EXPECT_EQ(g_ulMribGmpSmoothEndFlag, 7u);
 }
 

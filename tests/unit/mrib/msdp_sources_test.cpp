@@ -64,6 +64,12 @@ TEST_F(Msdp, LastSourceTakesItsRpAlong)
     EXPECT_EQ(count, 5u);
 }
 
+/* Has the local-source record say that so many bytes of data follow. */
+void Say(Bytes *record, uint32_t length)
+{
+    memcpy(record->data() + 20, &length, sizeof(length));
+}
+
 TEST_F(Msdp, MalformedLocalSourcesAreIgnored)
 {
     Connect();
@@ -73,19 +79,18 @@ TEST_F(Msdp, MalformedLocalSourcesAreIgnored)
     Bytes valid = other_family;
 
     other_family[2] = 10;
-    other_vrf[4] = 2;
-    lying[20] = 4;
+    other_vrf[4] = other_vrf[5] = 2;
+    Say(&lying, 4);
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_MSDP_LOCAL_SRC, other_family), 0u);
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_MSDP_LOCAL_SRC, other_vrf), 0u);
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_MSDP_LOCAL_SRC, lying), 0u);
-    lying[20] = lying[21] = lying[22] = lying[23] = 0xff;
+    Say(&lying, 0xffffffff);
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_MSDP_LOCAL_SRC, lying), 0u);
     valid.pop_back();
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_MSDP_LOCAL_SRC, valid), 0u) << "23 bytes";
     EXPECT_EQ(Count(0), 0u);
     EXPECT_TRUE(calls.empty());
-    lying[20] = 2;
-    lying[21] = lying[22] = lying[23] = 0;
+    Say(&lying, 2);
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_MSDP_LOCAL_SRC, lying), 0u) << "bytes behind the data do not matter";
     EXPECT_EQ(calls.size(), 1u);
 }
@@ -179,7 +184,7 @@ TEST_F(Msdp, DisabledInstanceAndDelDataLoseTheirSources)
 {
     Connect();
     ASSERT_EQ(Add(kRp1, kGroup1, 1), 0u);
-    ASSERT_EQ(ReceiveRecord(MRIB_TLV_VRF_STATE, {0, 0, 0, 1, 0, 0}), 0u);
+    ASSERT_EQ(ReceiveRecord(MRIB_TLV_VRF_STATE, VrfState(1, 0)), 0u);
     EXPECT_EQ(Count(0), 0u);
     ASSERT_EQ(Add(kRp1, kGroup1, 1), 0u);
     EXPECT_EQ(MRIB_GMP_DelData(), 0u);
@@ -188,7 +193,7 @@ TEST_F(Msdp, DisabledInstanceAndDelDataLoseTheirSources)
 
 TEST_F(Msdp, RequestForRemoteSourcesReachesTheClientAndReturnsItsResult)
 {
-    const Bytes value = {0, 0, 2, 0, 1, 0, 0, 0, 239, 1, 1, 1};
+    const Bytes value = Bytes{0, 0, 2, 0} + Host16(1) + Bytes{0, 0, 239, 1, 1, 1};
     Bytes other_family = value;
     Bytes other_vrf = value;
     remote_source_result = 99;
@@ -196,7 +201,7 @@ TEST_F(Msdp, RequestForRemoteSourcesReachesTheClientAndReturnsItsResult)
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_MSDP_REQ_REMOTE_SRC, value), 99u);
     EXPECT_EQ(calls, std::vector<std::string>{"remote source request 2 1 " + std::to_string(kGroup1)});
     other_family[2] = 10;
-    other_vrf[4] = 2;
+    other_vrf[4] = other_vrf[5] = 2;
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_MSDP_REQ_REMOTE_SRC, other_family), 0u);
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_MSDP_REQ_REMOTE_SRC, other_vrf), 0u);
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_MSDP_REQ_REMOTE_SRC, Bytes(value.begin(), value.end() - 1)), 0u);

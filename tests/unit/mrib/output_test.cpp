@@ -45,8 +45,7 @@ TEST_F(Output, RecordsFollowOneAnotherInOneMessage)
     EXPECT_TRUE(sent.empty());
     EXPECT_EQ(MRIB_GMP_SendAtOnce(), 0u);
 
-    const Bytes header = {7, 0, 0, 0, 2, 0, 0, 0, 32, 0, 0, 0};
-
+    const Bytes header = SentMessage(2, 32, {});
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0], header + Bytes(16, 0xaa) + Bytes(16, 0xbb));
     EXPECT_EQ(Peek().used, 12u);
@@ -74,8 +73,8 @@ TEST_F(Output, OneByteMoreFlushesAndStartsTheNextMessage)
     EXPECT_EQ(sent[0].size(), 12u + kRecord);
     EXPECT_EQ(Peek().used, 12u + kRecord + 1);
     EXPECT_EQ(MRIB_GMP_SendAtOnce(), 0u);
-    EXPECT_EQ(sent[1][4], 1) << "the count started again";
-    EXPECT_EQ(sent[1][8], kRecord + 1);
+    EXPECT_EQ(Bytes(sent[1].begin() + 4, sent[1].begin() + 12), Host32(1) + Host32(kRecord + 1))
+        << "the count started again";
 }
 
 TEST_F(Output, RecordThatFitsNoMessageIsRefusedAndNothingElseHappens)
@@ -160,8 +159,7 @@ TEST_F(Output, FullMessageThatCannotBeSentIsQueuedWhole)
     send_result = 1;
     EXPECT_EQ(MRIB_GMP_SendFailData(), 0u);
     ASSERT_EQ(sent.size(), 2u);
-    const Bytes header = {7, 0, 0, 0, 2, 0, 0, 0, 32, 0, 0, 0};
-
+    const Bytes header = SentMessage(2, 32, {});
     EXPECT_EQ(sent[0], header + Bytes(16, 1) + Bytes(16, 2));
     EXPECT_EQ(sent[1][12], 3);
 }
@@ -283,7 +281,7 @@ TEST_F(Output, BusyIsTheLastFlowControlValue)
 {
     Connect();
     EXPECT_EQ(MRIB_GMP_IsConnectionBusy(), 0u);
-    ASSERT_EQ(ReceiveRecord(MRIB_TLV_FLOW_CONTROL, {1, 2, 0x34, 0x12}), 0u);
+    ASSERT_EQ(ReceiveRecord(MRIB_TLV_FLOW_CONTROL, FlowControl(0x1234)), 0u);
     EXPECT_EQ(MRIB_GMP_IsConnectionBusy(), 0x1234u);
     ASSERT_EQ(Receive(Message(2, Record(MRIB_TLV_FLOW_CONTROL, {0, 0, 0}) + Record(1, {}))), 0u);
     EXPECT_EQ(MRIB_GMP_IsConnectionBusy(), 0x1234u) << "too short";

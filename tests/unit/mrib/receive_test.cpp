@@ -9,8 +9,8 @@ namespace
 
 using Receiving = ChannelTest;
 
-const Bytes kBusy1 = Record(MRIB_TLV_FLOW_CONTROL, {0, 0, 1, 0});
-const Bytes kBusy2 = Record(MRIB_TLV_FLOW_CONTROL, {0, 0, 2, 0});
+const Bytes kBusy1 = Record(MRIB_TLV_FLOW_CONTROL, FlowControl(1));
+const Bytes kBusy2 = Record(MRIB_TLV_FLOW_CONTROL, FlowControl(2));
 
 TEST_F(Receiving, FailedOrEmptyReadIsAnError)
 {

@@ -12,14 +12,9 @@ namespace mrib_test
 constexpr uint32_t kIf = 9;
 
 /* Values of received records. */
-inline Bytes VrfState(uint8_t vrf_index, uint8_t state)
+inline Bytes PimDr(uint16_t vrf_index, uint8_t state)
 {
-    return {0xff, 0xff, 0xff, vrf_index, 0, state};
-}
-
-inline Bytes PimDr(uint8_t vrf_index, uint8_t state)
-{
-    return {0xff, 0xff, state, 0xff, vrf_index, 0, kIf, 0, 0, 0};
+    return PimDr(vrf_index, state, kIf);
 }
 
 struct Boundary {
@@ -29,26 +24,13 @@ struct Boundary {
     uint8_t scope_flag = 0;
     uint8_t scope = 0;
     MCAST_ADDR_S address = Ipv4(0, 0, 0, 0);
-    uint8_t vrf_index = 1;
+    uint16_t vrf_index = 1;
 };
 
 inline Bytes ValueOf(const Boundary &b)
 {
-    return Bytes{0xff,
-                 0xff,
-                 static_cast<uint8_t>(b.address.family),
-                 0xff,
-                 b.vrf_index,
-                 0,
-                 b.operation,
-                 b.remove_all,
-                 b.length,
-                 kIf,
-                 0,
-                 0,
-                 0,
-                 b.scope_flag,
-                 b.scope} +
+    return Bytes{0xff, 0xff, static_cast<uint8_t>(b.address.family), 0xff} + Host16(b.vrf_index) +
+           Bytes{b.operation, b.remove_all, b.length} + Host32(kIf) + Bytes{b.scope_flag, b.scope} +
            Bytes(b.address.address, b.address.address + 16);
 }
 

@@ -27,7 +27,7 @@ TEST_F(Records, VrfIndexEqualToTheCountIsIgnored)
         boundary.vrf_index = index;
         EXPECT_EQ(ReceiveRecord(MRIB_TLV_VRF_STATE, VrfState(index, 1)), 0u);
         EXPECT_EQ(ReceiveRecord(MRIB_TLV_PIM_DR, PimDr(index, 1)), 0u);
-        EXPECT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, {0, 0, 0, index, 0, 1, 0, 0, 0}), 0u);
+        EXPECT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, SsmPolicy(index, 1)), 0u);
         EXPECT_EQ(Apply(boundary), 0u);
     }
     EXPECT_TRUE(calls.empty());
@@ -39,7 +39,7 @@ TEST_F(Records, EveryRecordShorterThanItsMinimumIsIgnored)
         {MRIB_TLV_VRF_STATE, VrfState(1, 1)},
         {MRIB_TLV_BOUNDARY, ValueOf(Boundary{})},
         {MRIB_TLV_PIM_DR, PimDr(1, 1)},
-        {MRIB_TLV_SSM_POLICY, {0, 0, 0, 1, 0, 1, 0, 0, 0}},
+        {MRIB_TLV_SSM_POLICY, SsmPolicy(1, 1)},
     };
 
     Connect();
@@ -136,9 +136,9 @@ TEST_F(Records, LosingDrKeepsTheRecordOfAnInterfaceWithBoundaries)
 TEST_F(Records, SsmPolicyIsStoredAndTold)
 {
     Connect();
-    EXPECT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, {0xff, 0xff, 0xff, 1, 0, 0xd0, 0x07, 0, 0}), 0u);
+    EXPECT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, SsmPolicy(1, 2000)), 0u);
     EXPECT_EQ(PeekVrf(1).ssm_acl, 2000u);
-    EXPECT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, {0, 0, 0, 1, 0, 0xff, 0xff, 0xff, 0xff}), 0u);
+    EXPECT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, SsmPolicy(1, MCAST_NONE)), 0u);
     EXPECT_EQ(PeekVrf(1).ssm_acl, 0xffffffffu);
     EXPECT_EQ(calls, (std::vector<std::string>{"ssm policy 2 1 2000", "ssm policy 2 1 4294967295"}));
 }
@@ -150,7 +150,7 @@ TEST_F(Records, WithoutCallbacksEveryRecordIsAppliedSilently)
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_VRF_STATE, VrfState(1, 1)), 0u);
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_PIM_DR, PimDr(1, 1)), 0u);
     EXPECT_EQ(AddRange(Ipv4(239, 0, 0, 0), 8), 0u);
-    EXPECT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, {0, 0, 0, 1, 0, 1, 0, 0, 0}), 0u);
+    EXPECT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, SsmPolicy(1, 1)), 0u);
     EXPECT_EQ(IsDr(), 1u);
     EXPECT_EQ(Ranges(), 1u);
     EXPECT_EQ(ReceiveRecord(MRIB_TLV_VRF_STATE, VrfState(1, 0)), 0u);
@@ -160,7 +160,7 @@ TEST_F(Records, DelDataEmptiesTheViewAndKeepsTheChannel)
 {
     Connect();
     ASSERT_EQ(ReceiveRecord(MRIB_TLV_VRF_STATE, VrfState(1, 1)), 0u);
-    ASSERT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, {0, 0, 0, 1, 0, 1, 0, 0, 0}), 0u);
+    ASSERT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, SsmPolicy(1, 1)), 0u);
     ASSERT_EQ(ReceiveRecord(MRIB_TLV_PIM_DR, PimDr(1, 1)), 0u);
     ASSERT_EQ(AddRange(Ipv4(239, 0, 0, 0), 8), 0u);
     MRIB_GMP_CloseConnection();

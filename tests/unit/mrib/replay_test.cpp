@@ -10,21 +10,20 @@ class Replay : public ChannelTest
 protected:
     uint64_t Dr(uint8_t vrf_index, uint8_t if_index, uint8_t state = 1)
     {
-        return ReceiveRecord(MRIB_TLV_PIM_DR, {0, 0, state, 0, vrf_index, 0, if_index, 0, 0, 0});
+        return ReceiveRecord(MRIB_TLV_PIM_DR, PimDr(vrf_index, state, if_index));
     }
 
     uint64_t Range(uint8_t vrf_index, uint8_t if_index, uint8_t second_byte)
     {
-        return ReceiveRecord(
-            MRIB_TLV_BOUNDARY,
-            Bytes{0, 0, 2, 0, vrf_index, 0, 1, 0, 16, if_index, 0, 0, 0, 0, 0, 239, second_byte} + Zeros(14));
+        return ReceiveRecord(MRIB_TLV_BOUNDARY, Bytes{0, 0, 2, 0} + Host16(vrf_index) + Bytes{1, 0, 16} +
+                                                    Host32(if_index) + Bytes{0, 0, 239, second_byte} +
+                                                    Zeros(14));
     }
 
     uint64_t Scope(uint8_t vrf_index, uint8_t if_index, uint8_t scope)
     {
-        return ReceiveRecord(MRIB_TLV_BOUNDARY,
-                             Bytes{0, 0, 10, 0, vrf_index, 0, 1, 0, 0, if_index, 0, 0, 0, 1, scope} +
-                                 Zeros(16));
+        return ReceiveRecord(MRIB_TLV_BOUNDARY, Bytes{0, 0, 10, 0} + Host16(vrf_index) + Bytes{1, 0, 0} +
+                                                    Host32(if_index) + Bytes{1, scope} + Zeros(16));
     }
 
     /* A record without a value, padded with another so that the message is long enough. */
@@ -49,8 +48,8 @@ TEST_F(Replay, StartAsksForWhatTheClientCanUse)
     EXPECT_EQ(Bare(MRIB_TLV_SMOOTH_START), 0u);
 
     EXPECT_EQ(sent, (std::vector<Bytes>{
-                        {7, 0, 0, 0, 1, 0, 0, 0, 10, 0, 0, 0, 5, 0, 6, 0, 2, 0, 0, 0, 0, 0},
-                        {7, 0, 0, 0, 1, 0, 0, 0, 10, 0, 0, 0, 6, 0, 6, 0, 2, 0, 0, 0, 0, 0},
+                        SentMessage(1, 10, Record(5, {2, 0, 0, 0, 0, 0})),
+                        SentMessage(1, 10, Record(6, {2, 0, 0, 0, 0, 0})),
                     }));
     EXPECT_EQ(g_ulMribGmpSmoothEndFlag, 3u);
 }
@@ -76,11 +75,11 @@ TEST_F(Replay, StartForgetsAnAclThatTheConnectionDidNotConfirm)
 {
     Connect(MCAST_FAMILY_IPV4, 3);
     for (uint8_t index : {uint8_t{1}, uint8_t{2}}) {
-        ASSERT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, {0, 0, 0, index, 0, 1, 0, 0, 0}), 0u);
+        ASSERT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, SsmPolicy(index, 1)), 0u);
     }
     MRIB_GMP_CloseConnection();
     ASSERT_EQ(MRIB_GMP_OpenConnect(), 0u);
-    ASSERT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, {0, 0, 0, 1, 0, 1, 0, 0, 0}), 0u);
+    ASSERT_EQ(ReceiveRecord(MRIB_TLV_SSM_POLICY, SsmPolicy(1, 1)), 0u);
     calls.clear();
 
     EXPECT_EQ(Bare(MRIB_TLV_SMOOTH_START), 0u);
@@ -168,12 +167,12 @@ TEST_F(Replay, VrfStateEndDisablesWhatWasNotConfirmedButKeepsInterfaces)
 {
     Connect(MCAST_FAMILY_IPV4, 3);
     for (uint8_t index : {uint8_t{1}, uint8_t{2}}) {
-        ASSERT_EQ(ReceiveRecord(MRIB_TLV_VRF_STATE, {0, 0, 0, index, 0, 1}), 0u);
+        ASSERT_EQ(ReceiveRecord(MRIB_TLV_VRF_STATE, VrfState(index, 1)), 0u);
         ASSERT_EQ(Dr(index, 4), 0u);
     }
     MRIB_GMP_CloseConnection();
     ASSERT_EQ(MRIB_GMP_OpenConnect(), 0u);
-    ASSERT_EQ(ReceiveRecord(MRIB_TLV_VRF_STATE, {0, 0, 0, 2, 0, 1}), 0u);
+    ASSERT_EQ(ReceiveRecord(MRIB_TLV_VRF_STATE, VrfState(2, 1)), 0u);
     calls.clear();
 
     EXPECT_EQ(Bare(MRIB_TLV_VRF_STATE_END), 0u);
@@ -207,9 +206,9 @@ TEST_F(Replay, CallbackMayChangeTheViewWhileNoticesAreToldAbout)
     callbacks.dr_changed = [](const MRIB_GMP_VRF_KEY_S *, uint32_t, uint32_t) { MRIB_GMP_DelData(); };
     Connect();
     ASSERT_EQ(Dr(0, 4, 0), 0u);
-    const uint8_t kept[31] = {0, 0, 2, 0, 0, 0, 1, 0, 8, 5, 0, 0, 0, 0, 0, 239};
+    const Bytes kept = Bytes{0, 0, 2, 0, 0, 0, 1, 0, 8} + Host32(5) + Bytes{0, 0, 239} + Zeros(15);
 
-    ASSERT_EQ(mribGmpTLVProc(MRIB_TLV_BOUNDARY, sizeof(kept), kept), 0u);
+    ASSERT_EQ(mribGmpTLVProc(MRIB_TLV_BOUNDARY, static_cast<uint16_t>(kept.size()), kept.data()), 0u);
     g_stMRIBComponent.callbacks.dr_changed = nullptr;
     ASSERT_EQ(Dr(0, 5), 0u);
     ASSERT_EQ(Dr(1, 5), 0u);

@@ -52,52 +52,51 @@ std::vector<Row> Rows()
     static const MCAST_ADDR_S group = Ipv4(239, 1, 2, 3);
     static const MCAST_ADDR_S source = Ipv4(10, 0, 0, 9);
     static const MCAST_USRAUTH_INFO_S user = User();
-    const Bytes ifx = {0xa4, 0xa3, 0xa2, 0xa1};
+    const Bytes place = Host16(kKey.vrf_index) + Host32(kIf);
     return {
         {"gmp enable", [](uint32_t now) { return MRIB_GMP_SendGmpEnableAlert(&kKey, kIf, 0x1234, now); },
-         Bytes{1, 0, 8, 0, 0x34, 2, 2, 1} + ifx, Row::kWhenAsked},
+         Record(1, Bytes{0x34, 2} + place), Row::kWhenAsked},
         {"querier change",
          [](uint32_t now) { return MRIB_GMP_SendQuerierChangeAlert(&kKey, kIf, 0x2ff, now); },
-         Bytes{2, 0, 8, 0, 0xff, 2, 2, 1} + ifx, Row::kWhenAsked},
+         Record(2, Bytes{0xff, 2} + place), Row::kWhenAsked},
         {"join with source",
          [](uint32_t) { return MRIB_GMP_SendGmpJoinPrune(&kKey, kIf, &group, &source, 0x81, 0x82); },
-         Bytes{3, 0, 67, 0, 2, 2, 1} + ifx + Bytes{0x81, 0x82, 10, 0, 0, 9} + Zeros(12) +
-             Bytes{239, 1, 2, 3} + Zeros(12) + Zeros(26),
+         Record(3, Bytes{2} + place + Bytes{0x81, 0x82, 10, 0, 0, 9} + Zeros(12) + Bytes{239, 1, 2, 3} +
+                       Zeros(12) + Zeros(26)),
          Row::kNever},
         {"join without source",
          [](uint32_t) { return MRIB_GMP_SendGmpJoinPrune(&kKey, kIf, &group, nullptr, 1, 0); },
-         Bytes{3, 0, 67, 0, 2, 2, 1} + ifx + Bytes{1, 0} + Zeros(16) + Bytes{239, 1, 2, 3} + Zeros(12) +
-             Zeros(26),
+         Record(3, Bytes{2} + place + Bytes{1, 0} + Zeros(16) + Bytes{239, 1, 2, 3} + Zeros(12) + Zeros(26)),
          Row::kNever},
         {"delete if member", [](uint32_t) { return MRIB_GMP_SendDeleteIfMember(&kKey, kIf, &kSelector); },
-         Bytes{13, 0, 12, 0, 2, 2, 1} + ifx + Bytes{0x44, 0x33, 0x22, 0x11, 0x55}, Row::kAlways},
+         Record(13, Bytes{2} + place + Host32(0x11223344) + Bytes{0x55}), Row::kAlways},
         {"host enable", [](uint32_t now) { return MRIB_GMP_SendHostEnableAlert(&kKey, kIf, 1, now); },
-         Bytes{45, 0, 8, 0, 2, 1, 2, 1} + ifx, Row::kWhenAsked},
+         Record(45, Bytes{2, 1} + place), Row::kWhenAsked},
         {"host enable 2 is 0", [](uint32_t now) { return MRIB_GMP_SendHostEnableAlert(&kKey, kIf, 2, now); },
-         Bytes{45, 0, 8, 0, 2, 0, 2, 1} + ifx, Row::kWhenAsked},
+         Record(45, Bytes{2, 0} + place), Row::kWhenAsked},
         {"proxy enable", [](uint32_t now) { return MRIB_GMP_SendProxyEnableAlert(&kKey, kIf, 1, now); },
-         Bytes{39, 0, 8, 0, 2, 1, 2, 1} + ifx, Row::kWhenAsked},
+         Record(39, Bytes{2, 1} + place), Row::kWhenAsked},
         {"proxy enable 255 is 0",
          [](uint32_t now) { return MRIB_GMP_SendProxyEnableAlert(&kKey, kIf, 255, now); },
-         Bytes{39, 0, 8, 0, 2, 0, 2, 1} + ifx, Row::kWhenAsked},
+         Record(39, Bytes{2, 0} + place), Row::kWhenAsked},
         {"proxy forwarding 2 stays 2",
          [](uint32_t now) { return MRIB_GMP_ProxyForwardingAlert(&kKey, kIf, 2, now); },
-         Bytes{40, 0, 8, 0, 2, 2, 2, 1} + ifx, Row::kWhenAsked},
+         Record(40, Bytes{2, 2} + place), Row::kWhenAsked},
         {"proxy multipath", [](uint32_t now) { return MRIB_GMP_SendProxyMultipathAlert(&kKey, 0x107, now); },
-         Bytes{41, 0, 4, 0, 2, 7, 2, 1}, Row::kWhenAsked},
+         Record(41, Bytes{2, 7} + Host16(kKey.vrf_index)), Row::kWhenAsked},
         {"user",
          [](uint32_t now) {
              return MRIB_GMP_SendMAuthUserInfo(&kKey, &user, kIf, kBlock, 0xb1, 0xb2,
                                                static_cast<uint16_t>(now));
          },
-         Bytes{42, 0, 55, 0, 0xb2, 2, 2, 1} + ifx + Bytes{4, 3, 2, 1, 8, 7, 6, 5, 0x10, 0xf, 0xe, 0xd} +
-             Bytes(kBlock, kBlock + 16) + Bytes{0xa, 9, 0xc, 0xb, 0xb1, 0x14, 0x13, 0x12, 0x11, 0x16, 0x15} +
-             Bytes{0x1a, 0x19, 0x18, 0x17, 0x1e, 0x1d, 0x1c, 0x1b},
+         Record(42, Bytes{0xb2, 2} + place + Host32(0x01020304) + Host32(0x05060708) + Host32(0x0d0e0f10) +
+                        Bytes(kBlock, kBlock + 16) + Host16(0x090a) + Host16(0x0b0c) + Bytes{0xb1} +
+                        Host32(0x11121314) + Host16(0x1516) + Host32(0x1718191a) + Host32(0x1b1c1d1e)),
          Row::kWhenAsked},
         {"smooth alert", [](uint32_t) { return MRIB_GMP_SendSmoothAlert(10, 0x1234, &kSmooth); },
-         Bytes{0x34, 0x12, 6, 0, 10, 1, 2, 3, 4, 5}, Row::kAlways},
+         Record(0x1234, {10, 1, 2, 3, 4, 5}), Row::kAlways},
         {"smooth request", [](uint32_t) { return SendSmoothRequire(MRIB_TLV_REQ_PIM_DR); },
-         Bytes{5, 0, 6, 0, 2, 0, 0, 0, 0, 0}, Row::kAlways},
+         Record(5, {2, 0, 0, 0, 0, 0}), Row::kAlways},
     };
 }
 
@@ -112,12 +111,8 @@ TEST_F(Senders, EachWritesItsRecordByteForByte)
         DirtyOutBuffer();
         EXPECT_EQ(row.send(1), 0u);
         EXPECT_EQ(MRIB_GMP_SendAtOnce(), 0u);
-        Bytes expected = Message(1, row.record);
-
-        expected[0] = kComponent;
-        expected[8] = static_cast<uint8_t>(row.record.size());
         ASSERT_EQ(sent.size(), 1u);
-        EXPECT_EQ(sent[0], expected);
+        EXPECT_EQ(sent[0], SentMessage(1, static_cast<uint32_t>(row.record.size()), row.record));
     }
 }
 
@@ -193,8 +188,7 @@ TEST_F(Senders, ThreeJoinsAndAFlushMakeOneDatagram)
 
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0].size(), 225u);
-    EXPECT_EQ(sent[0][4], 3);
-    EXPECT_EQ(sent[0][8], 213);
+    EXPECT_EQ(Bytes(sent[0].begin() + 4, sent[0].begin() + 12), Host32(3) + Host32(213));
 }
 
 TEST_F(Senders, Ipv6JoinCarriesAllSixteenBytes)
@@ -207,10 +201,10 @@ TEST_F(Senders, Ipv6JoinCarriesAllSixteenBytes)
     ASSERT_EQ(MRIB_GMP_SendGmpJoinPrune(&key, 1, &group, &source, 1, 0), 0u);
     ASSERT_EQ(MRIB_GMP_SendAtOnce(), 0u);
 
-    EXPECT_EQ(sent.at(0),
-              (Bytes{7, 0, 0, 0, 1, 0, 0, 0, 71, 0, 0, 0, 3, 0, 67, 0, 10, 0, 0, 1, 0, 0, 0, 1, 0} +
-               Bytes(source.address, source.address + 16) + Bytes(group.address, group.address + 16) +
-               Zeros(26)));
+    EXPECT_EQ(sent.at(0), SentMessage(1, 71,
+                                      Record(3, Bytes{10} + Host16(0) + Host32(1) + Bytes{1, 0} +
+                                                    Bytes(source.address, source.address + 16) +
+                                                    Bytes(group.address, group.address + 16) + Zeros(26))));
 }
 
 TEST_F(Senders, ReservedBytesAreZeroInAReusedBuffer)

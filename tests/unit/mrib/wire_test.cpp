@@ -133,11 +133,10 @@ TEST(MessageWriter, WhatItWritesTheReaderReads)
 
     EXPECT_EQ(used, 12u + 14 + 4);
     ASSERT_EQ(records.size(), 2u);
-    EXPECT_EQ(records[0].second, (Bytes{0, 0, 1, 0, 2, 0, 3, 0, 0, 0}));
+    EXPECT_EQ(records[0].second, (Bytes{0, 0, 1, 0} + Host16(2) + Host32(3)));
     EXPECT_EQ(records[1].first, MRIB_TLV_PIM_DR_END);
     EXPECT_EQ(buffer[0], 3);
-    EXPECT_EQ(buffer[4], 2);
-    EXPECT_EQ(buffer[8], 18);
+    EXPECT_EQ(Bytes(buffer + 4, buffer + 12), Host32(2) + Host32(18));
 }
 
 TEST(MessageWriter, RefusesWhatDoesNotFitAndChangesNothing)
@@ -147,7 +146,7 @@ TEST(MessageWriter, RefusesWhatDoesNotFitAndChangesNothing)
     EXPECT_EQ(MRIB_MsgAppend(buffer, &used, sizeof(buffer), 1, 7), nullptr);
     EXPECT_EQ(MRIB_MsgAppend(buffer, &used, sizeof(buffer), 1, 0xffff), nullptr);
     EXPECT_EQ(used, 12u);
-    EXPECT_EQ(buffer[4], 0);
+    EXPECT_EQ(Bytes(buffer + 4, buffer + 8), Zeros(4));
     EXPECT_NE(MRIB_MsgAppend(buffer, &used, sizeof(buffer), 1, 6), nullptr);
     EXPECT_EQ(used, sizeof(buffer));
 }

@@ -49,8 +49,8 @@ TEST_F(Announce, KeepsEveryFieldOfTheMessage)
     EXPECT_EQ(user->attribute_36, 36u);
     EXPECT_EQ(user->attribute_80, 80u);
     EXPECT_EQ(user->attribute_84, 84u);
-    EXPECT_EQ(user->hardware_address_first, 0xa3a2a1a0u);
-    EXPECT_EQ(user->hardware_address_last, 0xa5a4u);
+    EXPECT_EQ(memcmp(&user->hardware_address_first, "\xa0\xa1\xa2\xa3", 4), 0);
+    EXPECT_EQ(memcmp(&user->hardware_address_last, "\xa4\xa5", 2), 0);
     EXPECT_EQ(user->attribute_70, 70u);
     EXPECT_EQ(user->second_address.family, 2u);
     EXPECT_EQ(memcmp(user->second_address.address, second, 16), 0);

@@ -89,8 +89,8 @@ TEST_F(Lookup, InfoHasEveryFieldOfTheUser)
     EXPECT_EQ(info.attribute_36, 36u);
     EXPECT_EQ(info.attribute_40, 40u);
     EXPECT_EQ(info.attribute_24, 24u);
-    EXPECT_EQ(info.hardware_address_first, 0xa3a2a1a0u);
-    EXPECT_EQ(info.hardware_address_last, 0xa5a4u);
+    EXPECT_EQ(memcmp(&info.hardware_address_first, "\xa0\xa1\xa2\xa3", 4), 0);
+    EXPECT_EQ(memcmp(&info.hardware_address_last, "\xa4\xa5", 2), 0);
     EXPECT_EQ(info.attribute_70, 70u);
     EXPECT_EQ(info.attribute_80, 80u);
     EXPECT_EQ(info.attribute_84, 84u);

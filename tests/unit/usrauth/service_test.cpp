@@ -1,3 +1,5 @@
+#include <arpa/inet.h>
+
 #include "unit/usrauth/usrauth_fixture.h"
 #include "usrauth/user.h"
 
@@ -14,16 +16,17 @@ protected:
 
 TEST_F(Service, OpensTheListenerOfTheFamily)
 {
+    /* 128 in host order, then zeros */
+    const std::string node = htons(128) == 128 ? "0 128 0 0 0 0 0 0 0 0 0 0" : "128 0 0 0 0 0 0 0 0 0 0 0";
     Init();
     EXPECT_EQ(MCAST_USRAUTH_Upgrade(MCAST_FAMILY_IPV4, kEpoll), MCAST_OK);
-    EXPECT_EQ(system_calls,
-              (Calls{"socket 37 2 1", "option 600 1 512 1 4", "bind 600 0 37 8 147 128 0 0 0 0 0 0 0 0 0 0 0",
-                     "listen 600 1024", "add 600"}));
+    EXPECT_EQ(system_calls, (Calls{"socket 37 2 1", "option 600 1 512 1 4", "bind 600 0 37 8 147 " + node,
+                                   "listen 600 1024", "add 600"}));
     EXPECT_EQ(registered_events[kListener], 1u);
     EXPECT_EQ(MCAST_USRAUTH_StopServer(), 1u);
     system_calls.clear();
     EXPECT_EQ(MCAST_USRAUTH_Upgrade(MCAST_FAMILY_IPV6, kEpoll), MCAST_OK);
-    EXPECT_EQ(system_calls[2], "bind 600 0 37 8 144 128 0 0 0 0 0 0 0 0 0 0 0");
+    EXPECT_EQ(system_calls[2], "bind 600 0 37 8 144 " + node);
 }
 
 TEST_F(Service, OpeningTwiceDoesNothing)

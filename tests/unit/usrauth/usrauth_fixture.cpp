@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <cstring>
 
+#include "mcast/event.h"
 #include "usrauth/user.h"
 
 namespace usrauth_test
@@ -101,7 +102,8 @@ int Control(int epoll, int operation, int descriptor, const epoll_event *event)
         return -1;
     }
     if (operation == EPOLL_CTL_ADD) {
-        memcpy(&context, reinterpret_cast<const char *>(event) + 12, sizeof(context));
+        memcpy(&context, reinterpret_cast<const char *>(event) + offsetof(MCAST_EPOLL_RECORD_S, context),
+               sizeof(context));
         g_fixture->system_calls.push_back("add " + std::to_string(descriptor));
         g_fixture->registered[descriptor] = context;
         g_fixture->registered_events[descriptor] = event->events;
