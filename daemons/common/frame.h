@@ -32,6 +32,8 @@
 #define DAEMONS_COMMON_FRAME_H
 
 #include <cstdlib>
+#include <functional>
+#include <utility>
 #include <vector>
 
 #include "daemons/common/control.h"
@@ -75,6 +77,12 @@ public:
     MCAST_TMR_S *timers() const
     {
         return timers_.manager();
+    }
+
+    // While behind returns true, timers that are due wait a little: somebody has not read yet what the last ones said.
+    void brake_timers(std::function<bool()> behind)
+    {
+        timers_.set_brake(std::move(behind));
     }
 
     // Where the daemon offers its tables and commands. It opens the port itself, in open or when it becomes

@@ -12,7 +12,8 @@
 namespace mcastd
 {
 
-// Memory is given back when what is held falls below a quarter of at least so much.
+// Memory is given back whenever so many fewer things are held: seldom enough to cost little, and often enough that no
+// round of the event loop takes long over it. Giving back 100 MB at once takes 60 ms.
 constexpr size_t WORTH_RETURNING = 16384;
 
 class MemoryReturn
@@ -22,14 +23,14 @@ public:
     void round(size_t held)
     {
         peak_ = std::max(peak_, held);
-        if (peak_ >= WORTH_RETURNING && held < peak_ / 4) {
+        if (peak_ - held >= WORTH_RETURNING) {
             peak_ = held;
             malloc_trim(0);
         }
     }
 
 private:
-    size_t peak_ = 0;
+    size_t peak_ = 0; // since memory was last given back
 };
 
 } // namespace mcastd

@@ -5,6 +5,8 @@
  *
  * A host can make a hundred thousand timers due in one second. So what is due runs for some milliseconds at most;
  * the wake-up is then set to a second that has come, and everything else in the loop has its turn before the rest.
+ * What a timer causes another process may have to read: should that one be behind, the next turn waits for it a
+ * little, or whatever else is to be said would stand behind all of it.
  */
 #include "daemons/common/timer_loop.h"
 
@@ -60,15 +62,40 @@ void TimerLoop::set_wake_up()
     const auto *top = static_cast<const MCAST_TMR_NODE_S *>(MCAST_MinHeapTop(manager_->heap));
     const uint32_t due_s = top != nullptr ? top->expiry : 0;
     timespec now{};
-    itimerspec when{};
     if (due_s == wake_up_s_) {
         return;
     }
     clock_gettime(CLOCK_BOOTTIME, &now);
-    when.it_value.tv_sec = due_s != 0 ? moment_of(due_s, now.tv_sec) + (due_s == LAST_SECOND ? 1 : 0) : 0;
-    if (timerfd_settime(wake_up_.get(), TFD_TIMER_ABSTIME, &when, nullptr) == 0) {
-        wake_up_s_ = due_s;
+    set_wake_up_to({due_s != 0 ? moment_of(due_s, now.tv_sec) + (due_s == LAST_SECOND ? 1 : 0) : 0, 0},
+                   due_s);
+}
+
+bool TimerLoop::set_wake_up_to(const timespec &moment, uint32_t due_s)
+{
+    const itimerspec when = {{0, 0}, moment};
+    if (timerfd_settime(wake_up_.get(), TFD_TIMER_ABSTIME, &when, nullptr) != 0) {
+        return false;
     }
+    wake_up_s_ = due_s;
+    return true;
+}
+
+bool TimerLoop::is_behind() const
+{
+    return behind_ && behind_();
+}
+
+// Looks again in a moment. False when that could not be set.
+bool TimerLoop::put_off(uint32_t due_s)
+{
+    timespec look{};
+    clock_gettime(CLOCK_BOOTTIME, &look);
+    look.tv_nsec += TIMER_LOOK_MS * 1'000'000;
+    if (look.tv_nsec >= 1'000'000'000) {
+        look.tv_nsec -= 1'000'000'000;
+        ++look.tv_sec;
+    }
+    return set_wake_up_to(look, due_s);
 }
 
 // The seconds have begun again at 0: what was to be due before then, or then at the latest, is due.
@@ -89,20 +116,33 @@ void TimerLoop::begin_anew()
     }
 }
 
+// The timer that is due now, NULL for none.
+MCAST_TMR_NODE_S *TimerLoop::due_timer()
+{
+    const uint32_t now_s = boot_time_s();
+    if (now_s < std::exchange(last_s_, now_s)) {
+        begin_anew();
+    }
+    auto *node = static_cast<MCAST_TMR_NODE_S *>(MCAST_MinHeapTop(manager_->heap));
+    return node != nullptr && node->expiry <= now_s && node->expiry != LAST_SECOND ? node : nullptr;
+}
+
 // As MCAST_TMR_ProcExpires, but not without end.
 void TimerLoop::run_due()
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(TIMER_TURN_MS);
+    const auto now = Clock::now();
+    const auto end = now + std::chrono::milliseconds(TIMER_TURN_MS);
+    MCAST_TMR_NODE_S *node = due_timer();
     wake_up_s_ = 0; // what is left is due already, and must wake the loop again
-    do {
-        const uint32_t now_s = boot_time_s();
-        if (now_s < std::exchange(last_s_, now_s)) {
-            begin_anew();
-        }
-        auto *node = static_cast<MCAST_TMR_NODE_S *>(MCAST_MinHeapTop(manager_->heap));
-        if (node == nullptr || node->expiry > now_s || node->expiry == LAST_SECOND) {
-            return;
-        }
+    if (!put_off_) {
+        patience_ends_ = now + std::chrono::milliseconds(TIMER_PATIENCE_MS);
+    }
+    const bool patient = now < patience_ends_;
+    put_off_ = node != nullptr && patient && is_behind() && put_off(node->expiry);
+    if (put_off_) {
+        return;
+    }
+    while (node != nullptr) {
         const MCAST_TMR_NODE_S due = *node;
         uint64_t data[] = {due.data[0], due.data[1], due.data[2], due.data[3]};
 
@@ -110,7 +150,11 @@ void TimerLoop::run_due()
         if (due.callback != nullptr) {
             due.callback(data);
         }
-    } while (std::chrono::steady_clock::now() < end);
+        if (Clock::now() >= end || (patient && is_behind())) {
+            return;
+        }
+        node = due_timer();
+    }
 }
 
 void TimerLoop::woken()

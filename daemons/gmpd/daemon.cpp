@@ -177,6 +177,7 @@ private:
         if (!mrib_.open()) {
             return false;
         }
+        frame_.brake_timers([this] { return mrib_.behind(); });
         if (config().user_auth) {
             users_.emplace(process_, indexes_,
                            [this](const User &user, bool present) { mrib_.tell_user(user, present); });

@@ -76,6 +76,12 @@ public:
         return channel_.pending();
     }
 
+    // Whether so much waits that what is told from now on would come late.
+    bool behind() const
+    {
+        return pending() > FEW_MESSAGES;
+    }
+
     // Membership changes that wait for the process to be no longer busy.
     size_t held() const
     {
@@ -83,6 +89,9 @@ public:
     }
 
 private:
+    // Some 2000 membership changes, which take the MRIB process a few milliseconds.
+    static constexpr uint32_t FEW_MESSAGES = 64;
+
     bool can_tell() const
     {
         return channel_.connected() && !silent_;

@@ -33,6 +33,7 @@ struct Entry {
     uint32_t outgoing = 0; // as installed: outgoing virtual interfaces
     bool installed = false;
     bool check_route = true;      // upstream is to be determined again
+    bool is_urgent = false;       // it waits among those of which somebody is to receive more
     bool unreachable = false;     // the last check found no incoming interface
     bool is_sending = false;      // packets came, as far as the kernel told
     bool is_local = false;        // is_sending, and the source is on the link of its incoming interface

@@ -8,7 +8,8 @@
  *     parent     upstream's virtual interface                            virtual interfaces
  *
  * Whatever changes, the entries concerned are queued once and evaluated a bounded number at a time, so that a
- * flapping route costs one pass and never starves the channel. evaluate compares the result with what is
+ * flapping route costs one pass and never starves the channel. Where somebody waits for packets comes first, lest a
+ * join stand behind a hundred thousand sources that nobody wants any more. evaluate compares the result with what is
  * installed and calls the kernel only for a difference; it is the one place that installs.
  *
  * A source nobody wants, or whose packets come from the wrong side, gets an entry with no outgoing interface:
@@ -41,6 +42,9 @@ namespace
 // Prefixes with changed routes that are told apart; more of them at once count as everything.
 constexpr size_t PREFIXES_REMEMBERED = 16;
 
+// One in so many that are evaluated is one of which nobody waits for packets.
+constexpr unsigned OTHERS_TURN = 4;
+
 } // namespace
 
 Forwarding::Forwarding(const Parts &parts) : parts_(parts), entries_(parts.key.family, parts.entry_limit)
@@ -50,6 +54,7 @@ Forwarding::Forwarding(const Parts &parts) : parts_(parts), entries_(parts.key.f
 
 Forwarding::~Forwarding()
 {
+    urgent_.clear();
     waiting_.clear();
     entries_.visit_all([this](Entry *entry) {
         mcastd::timer_stop(parts_.timers, entry->timer);
@@ -62,21 +67,39 @@ void Forwarding::remove(Entry *entry)
     withdraw(entry);
     set_upstream(entry, 0);
     set_sending(entry, false);
-    if (entry->in_waiting.is_linked()) {
-        waiting_.erase(waiting_.iterator_to(*entry));
-    }
+    unqueue(entry);
     mcastd::timer_stop(parts_.timers, entry->timer);
     end_yield(entry);
     entries_.destroy(entry);
     watch_limit();
 }
 
-void Forwarding::queue(Entry *entry, bool check_route)
+void Forwarding::queue(Entry *entry, bool check_route, bool urgent)
 {
     entry->check_route |= check_route;
-    if (!entry->in_waiting.is_linked()) {
-        waiting_.push_back(*entry);
+    if (entry->in_waiting.is_linked()) {
+        if (!urgent || entry->is_urgent) {
+            return;
+        }
+        unqueue(entry);
     }
+    entry->is_urgent = urgent;
+    (urgent ? urgent_ : waiting_).push_back(*entry);
+}
+
+void Forwarding::unqueue(Entry *entry)
+{
+    if (entry->in_waiting.is_linked()) {
+        auto &list = entry->is_urgent ? urgent_ : waiting_;
+        list.erase(list.iterator_to(*entry));
+    }
+}
+
+// Of the other kind where there is none; NULL when nothing waits.
+Entry *Forwarding::next_waiting(bool urgent)
+{
+    auto &list = (urgent || waiting_.empty()) && !urgent_.empty() ? urgent_ : waiting_;
+    return list.empty() ? nullptr : &list.front();
 }
 
 void Forwarding::take_upcall(const Upcall &upcall)
@@ -125,10 +148,11 @@ void Forwarding::take_new_source(const Upcall &upcall, uint32_t arrival)
     evaluate(entry);
 }
 
-void Forwarding::membership_changed(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
+void Forwarding::membership_changed(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, Change change)
 {
+    const bool urgent = change == Change::More;
     if (is_unspecified(source)) {
-        entries_.visit_group(group, [this](Entry *entry) { queue(entry, false); });
+        entries_.visit_group(group, [this, urgent](Entry *entry) { queue(entry, false, urgent); });
         return;
     }
     Entry *entry = entries_.find(group, source);
@@ -137,7 +161,7 @@ void Forwarding::membership_changed(const MCAST_ADDR_S &group, const MCAST_ADDR_
         entry = create(group, source);
     }
     if (entry != nullptr) {
-        queue(entry, false);
+        queue(entry, false, urgent);
     }
 }
 
@@ -210,10 +234,13 @@ bool Forwarding::settle(unsigned limit)
 {
     queue_changed();
     queue_refused();
-    for (; limit > 0 && !waiting_.empty(); --limit) {
-        Entry *entry = &waiting_.front();
+    for (; limit > 0; --limit) {
+        Entry *entry = next_waiting(limit % OTHERS_TURN != 0);
+        if (entry == nullptr) {
+            return false;
+        }
         evaluate(entry);
-        waiting_.pop_front(); // only now, should memory end on the way
+        unqueue(entry); // only now, should memory end on the way
         if (has_no_purpose(entry)) {
             trace_route("(%M, %N) ends: nobody receives it, and no packet came", &entry->source(),
                         &entry->group());
@@ -221,7 +248,7 @@ bool Forwarding::settle(unsigned limit)
             remove(entry);
         }
     }
-    return !waiting_.empty();
+    return !urgent_.empty() || !waiting_.empty();
 }
 
 // Whether the entry serves nobody: no receiver, no name that somebody joined, no packets to be dropped.

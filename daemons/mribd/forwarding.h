@@ -63,7 +63,9 @@ public:
     void take_upcall(const Upcall &upcall);
 
     // Memberships changed, as MemberTable::Changed says. Evaluated by settle.
-    void membership_changed(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
+    enum class Change { More, Fewer }; // is to be received
+    void membership_changed(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
+                            Change change = Change::Fewer);
 
     // Unicast routes under the prefix, or all with length 0, may have changed. Evaluated by settle.
     void routes_changed(const MCAST_ADDR_S &prefix, unsigned length);
@@ -77,7 +79,7 @@ public:
     // No entry uses these virtual interfaces when it returns. Needs no memory.
     void vacate_vifs(uint32_t bits);
 
-    // Evaluates at most limit entries that wait. Whether some are left.
+    // Evaluates at most limit entries that wait, mostly those of which more is to be received. Whether some are left.
     bool settle(unsigned limit);
 
     // Whether some entry's packets arrive on the interface.
@@ -148,7 +150,9 @@ private:
     bool start_idle_period(Entry *entry);
     void check_idle(Entry *entry);
     bool has_no_purpose(const Entry *entry) const;
-    void queue(Entry *entry, bool check_route);
+    void queue(Entry *entry, bool check_route, bool urgent = false);
+    void unqueue(Entry *entry);
+    Entry *next_waiting(bool urgent);
     void queue_changed();
     void queue_refused();
     void evaluate(Entry *entry);
@@ -170,7 +174,8 @@ private:
     EntryTable entries_;
     bool limit_near_reported_ = false;
     bool limit_reported_ = false;
-    EntryList<&Entry::in_waiting> waiting_; // to be evaluated
+    EntryList<&Entry::in_waiting> urgent_;  // to be evaluated, somebody waits for packets
+    EntryList<&Entry::in_waiting> waiting_; // the others
     bool lacks_route_ = false;              // the route of an entry found no memory
     std::unordered_map<uint32_t, uint32_t> entries_per_upstream_;
     bool upstream_changed_ = false;

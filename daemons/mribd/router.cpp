@@ -156,7 +156,9 @@ MemberTable::Result Router::set_member(ClientId client, uint32_t if_index, const
     if (result == MemberTable::Result::Changed) {
         trace_member(if_index, group, source, kind, present);
         vifs_stale_ |= used != members_.uses_interface(if_index);
-        forwarding_.membership_changed(group, source);
+        const bool more = present == (kind == MemberTable::Kind::Join);
+        forwarding_.membership_changed(group, source,
+                                       more ? Forwarding::Change::More : Forwarding::Change::Fewer);
     }
     for (const ClientId lost : lost_) {
         if (members_.set(lost, if_index, group, source, kind, false) == MemberTable::Result::Changed) {

@@ -80,6 +80,37 @@ TEST(Timer, IsRaisedAndLoweredButNeverTheOtherWay)
     EXPECT_EQ(timer_remaining_s(timer), 0u);
 }
 
+TEST(TimerLoop, TimersWaitForSomebodyWhoIsBehindAndNotForEver)
+{
+    Reactor reactor;
+    TimerLoop timers(reactor);
+    unsigned ended = 0;
+    unsigned asked = 0;
+    bool behind = true;
+    Slow slow[3] = {{&ended, {}}, {&ended, {}}, {&ended, {}}};
+    ASSERT_TRUE(timers.open());
+    timers.set_brake([&] {
+        ++asked;
+        return behind;
+    });
+    for (Slow &each : slow) {
+        timer_start(timers.manager(), each.timer, 0, work, &each);
+    }
+    timers.set_wake_up();
+    ASSERT_TRUE(reactor.run_once(2000));
+    EXPECT_EQ(ended, 0u);
+    EXPECT_EQ(asked, 1u);
+    while (ended < 2) {
+        timers.set_wake_up();
+        ASSERT_TRUE(reactor.run_once(2000));
+    }
+    behind = false;
+    timers.set_wake_up();
+    while (ended < 3) {
+        ASSERT_TRUE(reactor.run_once(2000));
+    }
+}
+
 TEST(TimerLoop, SecondsBeyondTheRangeOfTheTimersStayAhead)
 {
     constexpr int64_t WRAP = int64_t{1} << 32;

@@ -476,6 +476,29 @@ TEST_P(RouterTest, ManyEntriesAreWorkedOffABoundedNumberAtATime)
     EXPECT_EQ(large.kernel.sets, sets + 2000);
 }
 
+TEST_P(RouterTest, JoinIsNotBehindThousandsThatLeave)
+{
+    Bench large(GetParam().family, 10000);
+    const MCAST_ADDR_S any = any_address(GetParam().family);
+    const std::string other_group = GetParam().family == MCAST_FAMILY_IPV4 ? "239.1.1.2" : "ff1e::2";
+    large.environment.routes[source] = {1, false};
+    large.join(1, 2, other_group);
+    large.packet(1, source, group);
+    for (int i = 0; i < 2000; ++i) {
+        MCAST_ADDR_S from = address(source);
+        from.address[2] = static_cast<uint8_t>(i >> 8);
+        from.address[3] = static_cast<uint8_t>(i);
+        large.environment.routes[text_or_star(from)] = {1, false};
+        large.packet(1, text_or_star(from), other_group);
+    }
+    large.router.set_member(1, 2, address(other_group), any, MemberTable::Kind::Join, false);
+    large.router.set_member(1, 3, address(group), any, MemberTable::Kind::Join, true);
+    const int sets = large.kernel.sets;
+    EXPECT_TRUE(large.router.settle());
+    EXPECT_EQ(large.forwards(source, group), Interfaces{3});
+    EXPECT_GT(large.kernel.sets, sets + 100) << "what leaves is worked off beside it";
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Families, RouterTest,
     testing::Values(Family{MCAST_FAMILY_IPV4, "10.0.0.5", "10.0.0.6", "169.254.0.5", "239.1.1.1"},
