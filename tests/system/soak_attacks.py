@@ -1,8 +1,8 @@
 """What hosts, users' agents, peers and the machine do to the router in the soak. Each takes the soak, whose random numbers
 decide, and is over when it returns, but for what it left in the router.
 
-Attacks by valid messages come from red, where nobody stays: a flooded link may lose its own packets. Memory that runs short is
-not among them, nor are peers of another user, whom the folder of the ports keeps out.
+Attacks by valid messages come from red, where nobody stays: a flooded link may lose its own packets. Peers of another user
+are not among them: the folder of the ports keeps them out.
 """
 
 import fcntl
@@ -11,10 +11,10 @@ import resource
 import shutil
 import signal
 import socket
-import struct
 import time
 
 from lab import Process, wait_for
+from msdp_peer import announcements
 from packets import ALL_REPORTS, ALL_SYSTEMS, ALLOW, IS_EX, IS_IN, TO_IN, ipv4, packet, query, record, report
 from soak_router import FILE, RECOVERY_S, STEADY, write_configuration
 
@@ -52,10 +52,29 @@ def report_sources(soak):  # 2 and 3
         soak.wire.send(packet(message, NEIGHBOUR[family], ALL_REPORTS[family]), family)
 
 
+def win_elections(soak):  # 1
+    """As a router that forwards nothing."""
+    for number in range(soak.random.randrange(1, 4)):
+        message = query("::", flags=7, interval=255, time=255)
+        soak.wire.send(packet(message, f"fe80::{number + 1}", ALL_SYSTEMS["ipv6"]), "ipv6")
+
+
 def spoof_senders(soak):  # 4
     for number in range(soak.random.randrange(100, 2000)):
         source, group = f"10.2.0.{3 + number % 250}", f"239.18.{number // 250}.1"
         soak.wire.send(ipv4(DATAGRAM, source, group, ttl=8, options=b"", protocol=17), "ipv4")
+
+
+def shorten_memory(soak):  # 5
+    """A daemon gets little more than it has, while a host and a peer give all of them more to hold."""
+    name = soak.random.choice(tuple(soak.router.daemons))
+    room = soak.random.choice((256, 1024, 4096)) * 1024
+    before = soak.router.limited(name, resource.RLIMIT_AS, soak.router.address_space(name) + room)
+    for family in STEADY:
+        say(soak, family, IS_EX, range(soak.random.choice((100, 3000))))
+    announce_sources(soak)
+    time.sleep(1)
+    soak.router.lift(name, resource.RLIMIT_AS, before)
 
 
 def take_descriptors(soak):  # 6
@@ -191,12 +210,9 @@ def withdraw_users(soak):
 
 def announce_sources(soak):
     """More than the limit of the peer, at times."""
-    message = b""
-    for number in range(soak.random.randrange(1, 30)):
-        pairs = b"".join(struct.pack("!I", 32) + socket.inet_aton(f"239.19.{number}.{one}") +
-                         socket.inet_aton(f"10.99.{number}.{one}") for one in range(100))
-        message += struct.pack("!BHB", 1, 8 + len(pairs), 100) + socket.inet_aton("10.5.0.2") + pairs
-    soak.router.speaker.send(message)
+    pairs = [(f"10.99.{number}.{one}", f"239.19.{number}.{one}") for number in range(1, soak.random.randrange(2, 31))
+             for one in range(100)]
+    soak.router.speaker.send(announcements("10.5.0.2", pairs))
 
 
 def send_noise_as_peer(soak):
@@ -207,7 +223,7 @@ def reload(soak):
     soak.router.daemons[soak.random.choice(tuple(soak.router.daemons))].reload()
 
 
-ATTACKS = {forge_queries: 2, report_sources: 2, spoof_senders: 2, take_descriptors: 2,
+ATTACKS = {forge_queries: 2, win_elections: 2, report_sources: 2, spoof_senders: 2, shorten_memory: 2, take_descriptors: 2,
            stall_the_logs_reader: 1, pester_as_agents: 2, reload_what_is_no_configuration: 2, flood_with_reports: 1,
            leave_hundreds_of_groups: 2, delete_ports: 1, put_a_link_in_place_of_a_port: 1,
            start_under_a_foreign_lock: 1, join_a_thousand_groups: 2, send_noise: 3, hold_control_connections: 3,

@@ -15,6 +15,7 @@ import socket
 import subprocess
 
 from lab import PROGRAMS, Daemon, Process, wait_for
+from msdp_peer import MsdpPeer
 from topology import GMPD_OPTIONS, Network
 
 FILE = "/run/router.toml"
@@ -70,45 +71,6 @@ class LoggedDaemon(Daemon):
         self.reader.stdin.close()
 
 
-class Speaker:
-    """The peer that speaks MSDP: takes the router's connection whenever it comes, and sends what it is told to."""
-
-    def __init__(self, host):
-        with host.inside():
-            self.listener = socket.socket()
-        self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-        self.listener.bind(("10.5.0.2", 639))
-        self.listener.listen(4)
-        self.listener.setblocking(False)
-        self.connection = None
-
-    def send(self, message):
-        """Whether there is a connection that takes it. A keepalive goes first, and what came is thrown away."""
-        try:
-            self.connection, _ = self.listener.accept()
-            self.connection.setblocking(False)
-        except BlockingIOError:
-            pass
-        if self.connection is None:
-            return False
-        try:
-            while self.connection.recv(65536):
-                pass
-            self.connection.close()
-            self.connection = None
-            return False
-        except BlockingIOError:
-            pass
-        except OSError:
-            self.connection = None
-            return False
-        try:
-            self.connection.sendall(b"\x04\x00\x03" + message)
-        except OSError:
-            self.connection = None
-        return self.connection is not None
-
-
 class SoakRouter:
     def __init__(self):
         write_configuration()
@@ -120,7 +82,7 @@ class SoakRouter:
         self.daemons = {}
         for name in ("mribd", "ipv4", "ipv6", "msdpd"):
             self.start(name)
-        self.speaker = Speaker(self.hosts["peer"])
+        self.speaker = MsdpPeer(self.hosts["peer"], "10.5.0.2")
         self.feeds = [self.start_agent(family) for family in STEADY]
         with self.router.inside():
             inode = os.stat("/proc/thread-self/ns/net").st_ino
@@ -184,9 +146,12 @@ class SoakRouter:
         pid = self.daemons[name].process.pid
         resource.prlimit(pid, kind, (before, resource.prlimit(pid, kind)[1]))
 
-    def memory_kib(self, name):
+    def memory_kib(self, name, kind="VmRSS"):
         with open(f"/proc/{self.daemons[name].process.pid}/status") as status:
-            return int(re.search(r"VmRSS:\s+(\d+)", status.read()).group(1))
+            return int(re.search(kind + r":\s+(\d+)", status.read()).group(1))
+
+    def address_space(self, name):
+        return self.memory_kib(name, "VmSize") * 1024
 
     def descriptors(self, name):
         return len(os.listdir(f"/proc/{self.daemons[name].process.pid}/fd"))
