@@ -29,10 +29,10 @@ macro(mcast_compile_fast)
 endmacro()
 
 # For a test program: GoogleTest and what goes with it are parsed once rather than in every file, and once for all
-# programs of a folder, which share what the folder's first one made. Only in the clang builds: the other compiler
-# shows which file forgot an include.
+# programs of a folder, which share what the folder's first one made. Builds for coverage go without: they show which
+# file forgot an include.
 function(mcast_precompile_test_headers program)
-  if(NOT CMAKE_CXX_COMPILER_ID MATCHES Clang)
+  if(MCAST_COVERAGE)
     return()
   endif()
   get_property(first DIRECTORY PROPERTY MCAST_PRECOMPILED_BY)
