@@ -210,6 +210,8 @@ TEST(UagentCommand, AGroupFileIsReadLineByLine)
     const Outcome outcome = parse("groups " + USER + "group=239.1.9.9 group-file=" + good.path());
     ASSERT_TRUE(outcome.good) << outcome.error;
     EXPECT_EQ(outcome.command.permissions.size(), 4u);
+    const std::string twice = "group-file=" + good.path() + " group-file=" + good.path();
+    EXPECT_EQ(parse("groups " + USER + twice).command.permissions.size(), 6u) << "several files";
 
     const TemporaryFile bad("239.1.1.1\n\n239.1.1.300\n");
     EXPECT_EQ(error_of("groups " + USER + "group-file=" + bad.path()),
