@@ -126,10 +126,10 @@ void RandomWriter::disturb_agent(Ns when)
 
 void RandomWriter::refuse(Ns when)
 {
-    constexpr std::array<const char *, 13> CALLS = {
-        "socket",       "connect",      "epoll_add",    "send",        "sendmsg",
-        "recv",         "netlink_open", "netlink_send", "mrt_add_vif", "mrt_add_mfc",
-        "join_packets", "netlink_recv", "recvfrom"};
+    constexpr std::array<const char *, 16> CALLS = {
+        "socket",       "connect",      "epoll_add",   "send",          "sendmsg",      "recv",
+        "netlink_open", "netlink_send", "mrt_add_vif", "mrt_add_mfc",   "join_packets", "netlink_recv",
+        "recvfrom",     "accept",       "send_stream", "connect_stream"};
     const std::string daemon = one_of(daemons_);
     const std::string call = one_of(CALLS);
     const uint64_t skip = below(4);

@@ -69,6 +69,10 @@ void RandomWriter::set_up()
     has_second_ = below(2) == 0;
     if (has_second_) {
         script_.setup.push_back({"router", "r2", "lan1", "lan2", "lan3"});
+        script_.setup.push_back({"rendezvous", "r1", "10.0.1.5"});
+        script_.setup.push_back({"rendezvous", "r2", "10.0.1.6"});
+        script_.setup.push_back({"peer", "r1", "10.0.1.6", "10.0.1.5"});
+        script_.setup.push_back({"peer", "r2", "10.0.1.5", "10.0.1.6"});
     }
     has_device_ = below(2) == 0;
     if (has_device_) {
@@ -109,10 +113,12 @@ void RandomWriter::set_up_daemons()
         }
     }
     if (has_second_) {
-        script_.setup.push_back({"daemon", "r2.mribd", "mribd"});
-        script_.setup.push_back({"daemon", "r2.gmpd4", "gmpd", "-4"});
-        script_.setup.push_back({"daemon", "r2.gmpd6", "gmpd", "-6"});
-        daemons_.insert(daemons_.end(), {"r2.mribd", "r2.gmpd4", "r2.gmpd6"});
+        script_.setup.push_back({"daemon", "r2.mribd", "mribd", "--config", CONFIG_PATH});
+        script_.setup.push_back({"daemon", "r2.gmpd4", "gmpd", "-4", "--config", CONFIG_PATH});
+        script_.setup.push_back({"daemon", "r2.gmpd6", "gmpd", "-6", "--config", CONFIG_PATH});
+        script_.setup.push_back({"daemon", "r1.msdpd", "msdpd", "--config", CONFIG_PATH});
+        script_.setup.push_back({"daemon", "r2.msdpd", "msdpd", "--config", CONFIG_PATH});
+        daemons_.insert(daemons_.end(), {"r2.mribd", "r2.gmpd4", "r2.gmpd6", "r1.msdpd", "r2.msdpd"});
     }
     for (const std::string &daemon : daemons_) {
         add(below(3) * SECOND, {"start", daemon});
@@ -133,7 +139,9 @@ void RandomWriter::set_up_hosts()
     }
     for (const std::string &link : links_) {
         const uint64_t number = below(2) == 0 ? LOWER_QUERIER : HIGHER_QUERIER;
-        script_.setup.push_back({"querier", "q" + link, link, "3", std::to_string(number)});
+        const unsigned version = one_of(VERSIONS);
+        script_.setup.push_back(
+            {"querier", "q" + link, link, std::to_string(version), std::to_string(number)});
     }
 }
 
