@@ -234,16 +234,6 @@ TEST_P(GmpdUserService, WhoStepsBackHangsUpOnAgentsUntilItIsActiveAgain)
     EXPECT_EQ(told, "+1");
 }
 
-TEST_P(GmpdUserService, AHostIsAskedAgainWhenItsUserMayJoinMore)
-{
-    say("announce " + record(1) + right(1));
-    report(1, RecordType::IsExclude, {}, 2);
-    lab->recorder.queries();
-    say("groups id=1 node=3 kind=1" + right(1) + right(2));
-    lab->pass(5);
-    EXPECT_NE(lab->recorder.queries(), "");
-}
-
 TEST_P(GmpdUserService, NothingRefersToItOnceItHasEnded)
 {
     server.reset();
