@@ -90,7 +90,7 @@ bool TimerLoop::put_off(uint32_t due_s)
 {
     timespec look{};
     clock_gettime(CLOCK_BOOTTIME, &look);
-    look.tv_nsec += TIMER_LOOK_MS * 1'000'000;
+    look.tv_nsec += TIMER_LOOK_MS * 1'000'000L;
     if (look.tv_nsec >= 1'000'000'000) {
         look.tv_nsec -= 1'000'000'000;
         ++look.tv_sec;

@@ -116,13 +116,13 @@ void Plane::configure(const Config &config)
             others_.erase(current);
         }
     }
-    constexpr auto Ready = KernelMroute::OpenResult::Ready;
+    constexpr auto READY = KernelMroute::OpenResult::Ready;
     Config served = config;
     bool lacks_one = false;
     for (auto &[vrf_index, instance] : served.instances) {
-        const auto result = routers_.find(vrf_index) == nullptr ? serve(vrf_index) : Ready;
+        const auto result = routers_.find(vrf_index) == nullptr ? serve(vrf_index) : READY;
         lacks_one |= result == KernelMroute::OpenResult::Failed;
-        if (result != Ready) {
+        if (result != READY) {
             instance.enabled = false; // as the clients are to see it
         }
     }
