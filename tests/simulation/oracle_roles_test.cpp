@@ -101,13 +101,13 @@ TEST_F(OracleTest, VirtualInterfaceThatIsMissingBreaksTables)
 TEST_F(OracleTest, CallsOfTheLibraryInAnotherOrderBreakTheKernelsContract)
 {
     EXPECT_EQ(with([](sim::Run &run) {
-                  process(run, "r1.gmpd4").library_calls = "IGAU";
+                  process(run, "r1.gmpd4").calls_made = "IGAU";
                   run.oracle().check_call_order(process(run, "r1.gmpd4"));
               }).rule,
               Rule::KernelContract);
     EXPECT_EQ(with([](sim::Run &run) {
                   Process &gmpd = process(run, "r1.gmpd4");
-                  gmpd.library_calls += "G"; // and Y at its end
+                  gmpd.calls_made += "G"; // and Y at its end
               }).rule,
               Rule::KernelContract);
 }

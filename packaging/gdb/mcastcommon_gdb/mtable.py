@@ -4,20 +4,20 @@ from . import address, host
 from .memory import cast, count, listing, summary
 
 
-def groups(table):
+def records(tree, kind):
     try:
-        for record in host.tree_records(table["groups"]):
-            yield cast(record, "MTABLE_GROUP_S")
+        for record in host.tree_records(tree):
+            yield cast(record, kind)
     except host.OtherPlatform as reason:
         yield f"<{reason}>"
+
+
+def groups(table):
+    return records(table["groups"], "MTABLE_GROUP_S")
 
 
 def sources(group):
-    try:
-        for record in host.tree_records(group["sources"]):
-            yield cast(record, "MTABLE_SOURCE_S")
-    except host.OtherPlatform as reason:
-        yield f"<{reason}>"
+    return records(group["sources"], "MTABLE_SOURCE_S")
 
 
 def table_text(table):

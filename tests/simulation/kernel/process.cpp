@@ -81,7 +81,7 @@ void Process::start(std::vector<std::string> arguments)
     pending_signals_ = 0;
     stopped_until_ = 0;
     traffic.clear();
-    library_calls.clear();
+    calls_made.clear();
     exit_code_ = 0;
     end_ = End::None;
     ++lives_;

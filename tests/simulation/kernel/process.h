@@ -161,7 +161,7 @@ public:
         printed_ += text;
     }
     // The parts of the library that it has begun, switched over and ended in this life, a letter each.
-    std::string library_calls;
+    std::string calls_made;
     // What it has printed since this was asked last.
     std::string take_printed()
     {

@@ -31,7 +31,7 @@ extern "C" {
 void sim_note_call(char letter)
 {
     const OwnMemory own;
-    g_process->library_calls += letter;
+    g_process->calls_made += letter;
 }
 
 // Only signalfd is called in this way.

@@ -70,11 +70,11 @@ void Oracle::check_call_order(const Process &process)
         return;
     }
     Step at = Step::Nothing;
-    for (const char letter : process.library_calls) {
+    for (const char letter : process.calls_made) {
         const auto next = STEPS.find({at, letter});
         if (next == STEPS.end()) {
-            broken(Rule::KernelContract, process.name() + " calls the library in another order than ever: " +
-                                             process.library_calls);
+            broken(Rule::KernelContract,
+                   process.name() + " calls the library in another order than ever: " + process.calls_made);
             return;
         }
         at = next->second;
@@ -82,7 +82,7 @@ void Oracle::check_call_order(const Process &process)
     const bool is_over = process.end() == Process::End::Returned && process.exit_code() == 0;
     if (!process.is_running() && is_over && at != Step::Ended) {
         broken(Rule::KernelContract,
-               process.name() + " ends without ending every part of the library: " + process.library_calls);
+               process.name() + " ends without ending every part of the library: " + process.calls_made);
     }
 }
 
