@@ -1,0 +1,40 @@
+/*
+ * What is counted: why received messages are refused. Each counter has a name under which it is shown.
+ */
+#ifndef DAEMONS_PIMSMD_COUNTERS_H
+#define DAEMONS_PIMSMD_COUNTERS_H
+
+#include "daemons/common/counters.h"
+
+namespace pimsmd
+{
+
+// Each row: identifier, name where it is shown.
+#define PIMSMD_COUNTERS(ROW)                                                                                 \
+    ROW(ShortMessage, "dropped_short_message")                                                               \
+    ROW(Version, "dropped_version")                                                                          \
+    ROW(MessageType, "dropped_message_type")                                                                 \
+    ROW(Checksum, "dropped_checksum")                                                                        \
+    ROW(AddressFamily, "dropped_address_family")                                                             \
+    ROW(AddressEncoding, "dropped_address_encoding")                                                         \
+    ROW(MaskLength, "dropped_mask_length")                                                                   \
+    ROW(GroupAddress, "dropped_group_address")                                                               \
+    ROW(SourceAddress, "dropped_source_address")                                                             \
+    ROW(RouterAddress, "dropped_router_address")                                                             \
+    ROW(SourceFlags, "dropped_source_flags")                                                                 \
+    ROW(CountBeyond, "dropped_count")                                                                        \
+    ROW(BytesBehind, "dropped_bytes_behind")                                                                 \
+    ROW(OptionLength, "dropped_option_length")                                                               \
+    ROW(OptionTwice, "dropped_option_twice")                                                                 \
+    ROW(InnerPacket, "dropped_inner_packet")
+
+MCASTD_COUNTS(PIMSMD_COUNTERS)
+
+// What a check says of a message that passed.
+inline constexpr Count NO_DROP = Count::Total;
+
+using Counters = mcastd::CounterSet<Count>;
+
+} // namespace pimsmd
+
+#endif
