@@ -36,11 +36,6 @@ struct Round {
     bool more = false;              // a further round is to follow
 };
 
-MCAST_TMR_S *timers_of(const GroupState &group)
-{
-    return group.memberships->link.process->timers;
-}
-
 void send_about_group(GroupState &group)
 {
     Interface &interface = group.memberships->link;
@@ -131,7 +126,7 @@ void ask_about(GroupState &group, Round &round)
 {
     const Interface &link = group.memberships->link;
     if (group.doubted) {
-        timer_lower(timers_of(group), group.timer, last_member_time_ms(link));
+        group_lower(group, last_member_time_ms(link));
         group.queries_left = link.querier.robustness - 1;
         round.about_group = true;
     } else if (group.repeats && group.queries_left > 0) {
@@ -289,7 +284,7 @@ void lower_queried(Memberships &memberships, const Message &query)
     trace(TraceCategory::Group, interface, "%N on %P: %A asks, what it asks about ends in %u s at most",
           &query.group, memberships.shown_index(), &query.sender, timeout_ms / 1000);
     if (query.sources.count() == 0) {
-        timer_lower(interface.process->timers, group->timer, timeout_ms);
+        group_lower(*group, timeout_ms);
         return;
     }
     for (size_t i = 0; i < query.sources.count(); ++i) {

@@ -13,11 +13,6 @@
  * rest is cut off.
  *
  * Records to be removed are marked first and removed in the last step, so that their bits fall in order too.
- *
- * A source has no timer of its own but a second at which it ends; one timer of the group ends no later than the
- * first of them. When it ends, one walk finds what is due, however many sources that are, and what the group's
- * change costs is paid once. A report that confirms sources moves their ends alone: the timer then ends early,
- * finds nothing due and is set again, once a membership interval.
  */
 #include "daemons/gmpd/group_state.h"
 
@@ -26,6 +21,7 @@
 
 #include "daemons/common/log.h"
 #include "daemons/common/memory.h"
+#include "daemons/gmpd/group_expiry.h"
 #include "daemons/gmpd/group_query.h"
 #include "daemons/gmpd/process.h"
 #include "daemons/gmpd/trace.h"
@@ -34,19 +30,6 @@ namespace gmpd
 {
 namespace
 {
-
-// What waits to be asked about once more is looked at again after this.
-constexpr uint32_t PUT_OFF_MS = 1000;
-
-MCAST_TMR_S *timers_of(const GroupState &group)
-{
-    return group.memberships->link.process->timers;
-}
-
-Interface &link_of(const GroupState &group)
-{
-    return group.memberships->link;
-}
 
 // A link's change goes to the MRIB, a user's to the union of its link's users.
 void tell_member(const GroupState &group, const Address *source, bool join, bool blocked)
@@ -118,72 +101,17 @@ void tell_removals(SourceState &source, bool reported)
     }
 }
 
-void group_expired(void *owner)
-{
-    GroupState &group = *static_cast<GroupState *>(owner);
-    if (asking(group) && group.queries_left > 0) {
-        timer_start(timers_of(group), group.timer, PUT_OFF_MS, group_expired, &group);
-        return;
-    }
-    trace(TraceCategory::Group, link_of(group), "%N on %P: nobody wants any source any more",
-          group.entry->address, group.memberships->shown_index());
-    // Sources that end in this very second do not outlive the group for an instant.
-    for_each_source(group, [](SourceState &source) {
-        if (source.timer.is_due() && !(asking(*source.group) && source.queries_left > 0)) {
-            source.timer.stop();
-        }
-    });
-    group_include(group);
-    settle_group(group);
-}
-
-void sources_due(void *owner);
-
-// Sees to it that the source's end is noticed. Throws std::bad_alloc, with the source no longer wanted, when memory
-// is short.
-void watch_end(SourceState &source)
-{
-    GroupState &group = *source.group;
-    const uint32_t end_s = source.timer.end_s();
-    if (group.sources_timer.running() && end_s >= group.sources_timer.node->expiry) {
-        return;
-    }
-    try {
-        timer_start_at(timers_of(group), group.sources_timer, end_s, sources_due, &group);
-    } catch (const std::bad_alloc &) {
-        source.timer.stop();
-        throw;
-    }
-}
-
-void sources_due(void *owner)
-{
-    GroupState &group = *static_cast<GroupState *>(owner);
-    SourceState *next = nullptr;
-    for_each_source(group, [&](SourceState &source) {
-        if (source.timer.is_due() && asking(group) && source.queries_left > 0) {
-            source.timer.start(PUT_OFF_MS);
-        }
-        if (source.timer.is_due()) {
-            trace(TraceCategory::Group, link_of(group), "(%M, %N) on %P: nobody wants it any more",
-                  source.entry->address, group.entry->address, group.memberships->shown_index());
-            source.timer.stop();
-            group.dirty = true;
-        } else if (source.timer.running() &&
-                   (next == nullptr || source.timer.end_s() < next->timer.end_s())) {
-            next = &source;
-        }
-    });
-    if (next != nullptr) {
-        watch_end(*next);
-    }
-    // When the group ends in this very second, its own handler settles both.
-    if (!timer_is_due(group.timer)) {
-        settle_group(group);
-    }
-}
-
 } // namespace
+
+MCAST_TMR_S *timers_of(const GroupState &group)
+{
+    return group.memberships->link.process->timers;
+}
+
+Interface &link_of(const GroupState &group)
+{
+    return group.memberships->link;
+}
 
 void release_group(void **user_data)
 {
@@ -283,6 +211,7 @@ void source_wanted(SourceState &source, uint32_t timeout_ms)
 {
     source.group->dirty = source.group->dirty || !source.timer.running();
     source.timer.start(timeout_ms);
+    source.asked = false;
     source.doubted = false;
     watch_end(source);
     trace(TraceCategory::Group, link_of(*source.group), "(%M, %N) on %P wanted for %u s",
@@ -294,6 +223,7 @@ void source_wanted_with_group(SourceState &source)
 {
     source.group->dirty = source.group->dirty || !source.timer.running();
     source.timer.start_at(source.group->timer.node->expiry);
+    source.asked = source.group->asked;
     watch_end(source);
 }
 
@@ -301,6 +231,7 @@ void source_lower(SourceState &source, uint32_t timeout_ms)
 {
     if (source.timer.is_beyond(timeout_ms)) {
         source.timer.start(timeout_ms);
+        source.asked = true;
         watch_end(source);
     }
 }
@@ -321,11 +252,20 @@ void source_unwanted(SourceState &source)
 void group_exclude(GroupState &group, uint32_t timeout_ms)
 {
     group.dirty = group.dirty || !group.exclude;
-    timer_start(timers_of(group), group.timer, timeout_ms, group_expired, &group);
+    start_group_timer(group, timeout_ms);
     trace(TraceCategory::Group, link_of(group), "(*, %N) on %P wanted for %u s", group.entry->address,
           group.memberships->shown_index(), timeout_ms / 1000);
     group.exclude = true;
+    group.asked = false;
     group.doubted = false;
+}
+
+void group_lower(GroupState &group, uint32_t timeout_ms)
+{
+    if (timer_beyond(group.timer, timeout_ms)) {
+        timer_lower(timers_of(group), group.timer, timeout_ms);
+        group.asked = true;
+    }
 }
 
 void group_include(GroupState &group)

@@ -27,6 +27,7 @@ struct GroupState {
     bool told_any = false; // the MRIB knows the join of any source
     bool dirty = false;    // what the MRIB knows may be out of date, or records are to go
     mcastd::LimitWatch<90, 80> source_limit_watch;
+    bool asked = false;          // hosts were asked since they confirmed the group: it ends with its timer
     bool doubted = false;        // the group is to be asked about
     bool repeats = false;        // its queries are to be repeated
     bool waits = false;          // for the turn of its queries, in QueryPace::waiting
@@ -49,6 +50,7 @@ struct SourceState {
     bool told_joined = false;  // the MRIB knows the join of this source
     bool told_blocked = false; // the MRIB knows its exclusion
     bool doomed = false;       // to go with the next settle_group
+    bool asked = false;        // as the group's
     bool doubted = false;      // to be asked about when the group's turn comes
     uint32_t queries_left = 0;
     Deadline timer;
@@ -67,6 +69,10 @@ inline SourceState *state_of(const MRT_SOURCE_S *entry)
 {
     return entry != nullptr ? static_cast<SourceState *>(entry->user_data) : nullptr;
 }
+
+// The timers of the process, and the link whose hosts the members are.
+MCAST_TMR_S *timers_of(const GroupState &group);
+Interface &link_of(const GroupState &group);
 
 // The group's state, or NULL.
 GroupState *find_group(const Memberships &memberships, const Address &group);
@@ -88,7 +94,8 @@ void source_wanted(SourceState &source, uint32_t timeout_ms);
 // The same for as long as the group, in EXCLUDE mode, lives when nobody confirms it.
 void source_wanted_with_group(SourceState &source);
 
-// Brings the end of the source's running timer forward, or puts it off, to timeout_ms from now.
+// Brings the end of the source's running timer forward, as hosts are asked about it, or puts it off, to timeout_ms
+// from now.
 void source_lower(SourceState &source, uint32_t timeout_ms);
 void source_raise(SourceState &source, uint32_t timeout_ms);
 
@@ -97,6 +104,9 @@ void source_unwanted(SourceState &source);
 
 // Puts the group into EXCLUDE mode, or keeps it there, for timeout_ms.
 void group_exclude(GroupState &group, uint32_t timeout_ms);
+
+// Brings the end of the group's running timer forward to timeout_ms from now: hosts are asked about it.
+void group_lower(GroupState &group, uint32_t timeout_ms);
 
 // Ends EXCLUDE mode, as the end of the group's timer does: the sources whose timers run remain.
 void group_include(GroupState &group);

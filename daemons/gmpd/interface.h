@@ -41,6 +41,15 @@ struct Querier {
     mcastd::Timer warned; // runs while a warning about older routers is not repeated
 };
 
+// A round of general queries that this router sends though another is the querier (own_question.h).
+struct OwnQuestion {
+    uint32_t left = 0;             // queries of the round
+    uint32_t began_s = 0;          // since boot
+    uint32_t end_s = 0;            // since boot: until then hosts may answer
+    uint32_t doubtful_until_s = 0; // since boot: until then what runs out is asked about by the querier too
+    mcastd::Timer next;            // runs while queries are left
+};
+
 struct GroupState;
 
 // The queries about groups of a link: at most so many a second (Config::group_queries_per_s), in the order in which
@@ -64,6 +73,7 @@ struct Interface {
     Address address{};            // what queries are sent from, while running
     std::vector<Prefix> prefixes; // that are on the link
     Querier querier;
+    OwnQuestion own_question;
     QueryPace pace;
     LinkUse use;
     Counters counters;

@@ -24,6 +24,7 @@
 
 #include "daemons/common/log.h"
 #include "daemons/gmpd/group_query.h"
+#include "daemons/gmpd/own_question.h"
 #include "daemons/gmpd/process.h"
 #include "daemons/gmpd/trace.h"
 
@@ -142,6 +143,7 @@ void other_gone(void *owner)
     Interface &interface = *static_cast<Interface *>(owner);
     mcastd::log_info("%s: querier %s is gone, taking over", interface.name.c_str(),
                      to_text(interface.querier.other).c_str());
+    doubt_memberships(interface);
     become_querier(interface);
 }
 
@@ -149,6 +151,7 @@ void follow(Interface &interface, const Message &query)
 {
     Querier &querier = interface.querier;
 
+    doubt_memberships(interface);
     if (querier.elected) {
         querier.elected = false;
         querier.startup_left = 0;
@@ -230,6 +233,7 @@ void querier_stop(Interface &interface)
     timer_stop(interface.process->timers, interface.querier.general);
     timer_stop(interface.process->timers, interface.querier.other_present);
     timer_stop(interface.process->timers, interface.pace.next);
+    forget_own_question(interface);
     interface.querier.elected = false;
     interface.querier.startup_left = 0;
     interface.querier.other = any_address(interface.process->config.family);

@@ -23,6 +23,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <net/if_arp.h>
 #include <span>
 #include <sys/epoll.h>
 #include <linux/filter.h>
@@ -79,6 +80,12 @@ constexpr sock_filter IPV6_FILTER[] = {
     BPF_STMT(BPF_RET | BPF_K, WHOLE_PACKET),
     BPF_STMT(BPF_RET | BPF_K, 0),
 };
+
+// Whether no host has heard the packet, whatever its destination says. Links without such addresses do not tell.
+bool is_for_this_machine_alone(const sockaddr_ll &sender)
+{
+    return sender.sll_hatype == ARPHRD_ETHER && sender.sll_pkttype == PACKET_HOST;
+}
 
 } // namespace
 
@@ -205,10 +212,13 @@ bool Receiver::read_one(uint32_t if_index, const Ear &ear)
     Interface &interface = *found->second;
     Message message;
     const size_t size = static_cast<size_t>(length);
-    const Count drop = size > buffer_.size()
-                           ? Count::Truncated
-                           : parse_packet(process_.config.family, std::span(buffer_).first(size), message);
+    Count drop = size > buffer_.size()
+                     ? Count::Truncated
+                     : parse_packet(process_.config.family, std::span(buffer_).first(size), message);
 
+    if (drop == NO_DROP && message.kind == MessageKind::Query && is_for_this_machine_alone(sender)) {
+        drop = Count::UnicastQuery;
+    }
     if (drop != NO_DROP) {
         ++interface.counters[drop];
         trace(TraceCategory::Packet, interface, "packet of %u bytes on %P: %s", static_cast<uint32_t>(size),

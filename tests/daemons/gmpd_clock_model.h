@@ -41,6 +41,7 @@ class ClockModel
 public:
     static constexpr Moment ROBUSTNESS = 2;
     static constexpr Moment LAST_MEMBER_INTERVAL = 1000;
+    static constexpr Moment ROUND_RESPONSE = 2000;
     static constexpr Times OWN = {125000, 10000};
 
     static Moment first_second_from(Moment moment)
@@ -63,6 +64,7 @@ public:
     void report(Moment now, const Membership &membership, unsigned version)
     {
         ends_[membership] = first_second_from(now + interval());
+        asked_.erase(membership);
         if (version < 3) {
             older_until_[{membership.group, version}] = ends_[membership];
         }
@@ -78,6 +80,7 @@ public:
 
         if (found != ends_.end() && found->second > soonest) {
             found->second = soonest;
+            asked_.insert(membership);
             first_question_[membership] = now;
         }
     }
@@ -86,6 +89,7 @@ public:
     void other_query(Moment now, const Times &times, unsigned group, const std::vector<unsigned> &sources)
     {
         elected_ = false;
+        doubt(now);
         times_ = times;
         first_question_.clear();
         second_question_.clear();
@@ -93,9 +97,11 @@ public:
         for (const Membership &one : named(group, sources)) {
             const auto found = ends_.find(one);
 
-            if (group != 0 && found != ends_.end()) {
-                found->second =
-                    std::min(found->second, first_second_from(now + ROBUSTNESS * LAST_MEMBER_INTERVAL));
+            const Moment soonest = first_second_from(now + ROBUSTNESS * LAST_MEMBER_INTERVAL);
+
+            if (group != 0 && found != ends_.end() && found->second > soonest) {
+                found->second = soonest;
+                asked_.insert(one);
             }
         }
     }
@@ -103,6 +109,10 @@ public:
     // A query of the router under test.
     void own_query(Moment now, unsigned group, const std::vector<unsigned> &sources, bool suppress)
     {
+        if (group == 0 && now == round_due_) {
+            round_due_ = now == round_began_ ? now + ROUND_RESPONSE : 0;
+            return;
+        }
         note(elected_, "asks though another router is the querier");
         if (group == 0) {
             own_general(now);
@@ -118,10 +128,17 @@ public:
     {
         if (!elected_ && now >= other_until_) {
             elected_ = true;
+            doubt(now);
             times_ = OWN;
             general_due_ = now;
         }
+        for (auto &[membership, end] : ends_) {
+            if (end <= now) {
+                put_off(now, membership, end);
+            }
+        }
         std::erase_if(ends_, [now](const auto &one) { return one.second <= now; });
+        std::erase_if(asked_, [&](const Membership &one) { return !ends_.contains(one); });
         std::erase_if(older_until_, [&](const auto &one) {
             return one.second <= now || !ends_.contains({one.first.first, 0});
         });
@@ -132,6 +149,7 @@ public:
     void second_done(Moment now)
     {
         note(!elected_ || general_due_ > now, "a general query is missing");
+        note(round_due_ == 0 || round_due_ > now, "memberships that ran out were not asked about");
         note(first_question_.empty(), "a leave did not make the router ask");
         for (const auto &[membership, due] : second_question_) {
             note(due > now, "a question was not repeated");
@@ -187,6 +205,26 @@ private:
     {
         return ROBUSTNESS * times_.query_interval + times_.response;
     }
+    // Another router has been the querier: what it let run out by itself is asked about.
+    void doubt(Moment now)
+    {
+        doubtful_until_ = std::max(doubtful_until_, first_second_from(now + interval()) + 1000);
+    }
+    // What nobody confirmed lives until a round of general queries is over.
+    void put_off(Moment now, const Membership &membership, Moment &end)
+    {
+        if (asked_.contains(membership) || (elected_ && now >= doubtful_until_)) {
+            return;
+        }
+        if (now >= round_end_) {
+            round_began_ = round_due_ = now;
+            round_end_ = now + ROBUSTNESS * ROUND_RESPONSE + 1000;
+        }
+        end = round_end_;
+        if (now == round_began_) {
+            asked_.insert(membership);
+        }
+    }
     void own_general(Moment now)
     {
         note(now == general_due_, "a general query at another time than expected");
@@ -221,6 +259,11 @@ private:
     Times times_ = OWN;
     bool elected_ = true;
     Moment other_until_ = 0;
+    Moment doubtful_until_ = 0;
+    std::set<Membership> asked_; // since they were confirmed last
+    Moment round_began_ = 0;     // general queries before what ran out ends
+    Moment round_due_ = 0;
+    Moment round_end_ = 0;
     Moment general_due_ = 0;
     Moment startup_left_ = 0;
     std::string fault_;

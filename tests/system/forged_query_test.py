@@ -5,6 +5,7 @@ red has no list of queriers; on blue only one address is permitted.
 
 import json
 import tempfile
+import threading
 import unittest
 
 from lab import Receiver, Sender, Wire, wait_for
@@ -16,6 +17,7 @@ ALL = {"ipv4": "224.0.0.1", "ipv6": "ff02::1"}
 ANY = {"ipv4": "0.0.0.0", "ipv6": "::"}
 # Robustness 7, and codes of the longest interval and response time.
 ENDLESS = {"flags": 7, "interval": 255, "time": 255}
+SHORT_OPTIONS = (*GMPD_OPTIONS, "--query-interval", "2", "--querier-response-max", "1")
 CONFIG = """
 [[gmpd.interface]]
 name = "blue"
@@ -80,6 +82,52 @@ class ForgedQuery(unittest.TestCase):
         wait_for(lambda: not self.interface("ipv6", "blue")["querier"]["this_router"], "the other router believed")
         self.assertLessEqual(self.interface("ipv6", "blue")["querier"]["expires_s"], 256)
         self.assertIn("warning: blue: querier is fe80::99", daemon.output())
+
+    def test_what_the_router_alone_hears_is_no_query(self):
+        own = self.network.router.run("cat", "/sys/class/net/red/address").strip()
+        before = self.interface("ipv6", "red")["counters"].get("dropped_unicast_query", 0)
+        querier = self.interface("ipv6", "red")["querier"]["address"]
+        message = ipv6(query(ANY["ipv6"], **ENDLESS), "fe80::4", ALL["ipv6"])
+        self.wires["red"].send(message, "ipv6", bytes.fromhex(own.replace(":", "")))
+        wait_for(lambda: self.interface("ipv6", "red")["counters"].get("dropped_unicast_query", 0) > before, "it counted")
+        self.assertEqual(self.interface("ipv6", "red")["querier"]["address"], querier)
+
+
+class ForgerThatGoesOn(unittest.TestCase):
+    """It asks before its silence is noticed, and lets hosts take an hour to answer, while memberships last four seconds."""
+
+    def test_who_is_not_asked_is_not_forgotten(self):
+        network = Network(gmpd_options=SHORT_OPTIONS, prefix="on-")
+        sender = Sender(network.hosts["source"], "eth0", [GROUPS["ipv6"]])
+        receiver = Receiver(network.hosts["red"], "eth0", GROUPS["ipv6"])
+        receiver.grows()
+        wire = Wire(network.hosts["red"], "eth0")
+        message = ipv6(query(ANY["ipv6"], flags=1, interval=3, time=65535), "fe80::5", ALL["ipv6"])
+        done = threading.Event()
+
+        def forge():
+            while not done.wait(2.5):
+                wire.send(message, "ipv6")
+
+        def red():
+            return next(one for one in json.loads(network.gmpd["ipv6"].status())["interfaces"] if one["interface"] == "red")
+
+        wire.send(message, "ipv6")
+        forger = threading.Thread(target=forge)
+        forger.start()
+        try:
+            wait_for(lambda: not red()["querier"]["this_router"], "the election lost")
+            asked = red()["counters"]["sent_general_queries"]
+            receiver.grows(60, by=1000)
+            self.assertEqual(receiver.missed(), 0)
+            wait_for(lambda: red()["counters"]["sent_general_queries"] >= asked + 6, "three rounds of its own questions", 60)
+            self.assertFalse(red()["querier"]["this_router"])
+        finally:
+            done.set()
+            forger.join()
+        self.assertEqual(receiver.missed(), 0)
+        sender.stop()
+        network.assert_healthy()
 
 
 if __name__ == "__main__":

@@ -32,6 +32,7 @@ class Soak:
         # Few enough that a receiver that has no turn for seconds loses none.
         Sender(self.router.hosts["source"], "eth0", list(STEADY.values()), rate=20)
         self.wire = Wire(self.router.hosts["red"], "eth0")
+        self.forgers = [Wire(self.router.hosts[name], "eth0") for name in ("blue", "users")]
         self.receivers = []
         self.clients = []
         self.done = {}

@@ -53,10 +53,11 @@ def report_sources(soak):  # 2 and 3
 
 
 def win_elections(soak):  # 1
-    """As a router that forwards nothing."""
+    """As a router that forwards nothing, on any link, with an hour to answer."""
+    wire = soak.random.choice((soak.wire, *soak.forgers))
     for number in range(soak.random.randrange(1, 4)):
-        message = query("::", flags=7, interval=255, time=255)
-        soak.wire.send(packet(message, f"fe80::{number + 1}", ALL_SYSTEMS["ipv6"]), "ipv6")
+        message = query("::", flags=7, interval=255, time=65535)
+        wire.send(packet(message, f"fe80::{number + 1}", ALL_SYSTEMS["ipv6"]), "ipv6")
 
 
 def spoof_senders(soak):  # 4

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <cstring>
+#include <net/if_arp.h>
 #include <utility>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
@@ -83,6 +84,7 @@ ssize_t PacketSocket::receive(void *buffer, size_t size, int flags, sockaddr *fr
     sockaddr_ll name{};
     name.sll_family = AF_PACKET;
     name.sll_ifindex = static_cast<int>(packet.if_index);
+    name.sll_hatype = ARPHRD_ETHER;
     name.sll_pkttype = PACKET_MULTICAST;
     memcpy(from, &name, sizeof(name));
     return hand_over(packet.bytes, buffer, size, flags);
