@@ -1,5 +1,6 @@
 /*
- * What is counted: why received messages are refused. Each counter has a name under which it is shown.
+ * What is counted: why received messages are refused, and what of others is left out. Each counter has a name under
+ * which it is shown.
  */
 #ifndef DAEMONS_PIMSMD_COUNTERS_H
 #define DAEMONS_PIMSMD_COUNTERS_H
@@ -26,7 +27,12 @@ namespace pimsmd
     ROW(BytesBehind, "dropped_bytes_behind")                                                                 \
     ROW(OptionLength, "dropped_option_length")                                                               \
     ROW(OptionTwice, "dropped_option_twice")                                                                 \
-    ROW(InnerPacket, "dropped_inner_packet")
+    ROW(InnerPacket, "dropped_inner_packet")                                                                 \
+    ROW(HelloSource, "dropped_hello_source")                                                                 \
+    ROW(NeighbourLimit, "refused_neighbour_limit")                                                           \
+    ROW(NoMemory, "refused_no_memory")                                                                       \
+    ROW(NeighbourAddresses, "ignored_neighbour_addresses")                                                   \
+    ROW(MovedAddress, "moved_neighbour_addresses")
 
 MCASTD_COUNTS(PIMSMD_COUNTERS)
 
