@@ -44,9 +44,10 @@ uint32_t table_of(uint16_t vrf_index, const HostEnvironment &environment)
 } // namespace
 
 Instance::Instance(const MRIB_GMP_VRF_KEY_S &key, const PlaneSettings &settings, mcastd::Reactor &reactor,
-                   MCAST_TMR_S *timers, MemberBudget &budget, const HostEnvironment &environment)
+                   MCAST_TMR_S *timers, MemberBudget &budget, const HostEnvironment &environment,
+                   TableRules &rules)
     : reactor_(reactor), environment_(environment), timers_(timers),
-      kernel_(key.family, table_of(key.vrf_index, environment)),
+      kernel_(rules, table_of(key.vrf_index, environment)),
       router_(key, kernel_, environment, budget, timers, {settings.entry_limit, settings.idle_period_s}),
       lost_clients_(router_, timers, settings.hold_s)
 {

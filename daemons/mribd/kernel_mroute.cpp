@@ -34,7 +34,6 @@
 
 #include "daemons/common/log.h"
 #include "daemons/common/memory.h"
-#include "mcasthost/multicast_rule.h"
 
 namespace mribd
 {
@@ -194,8 +193,8 @@ constexpr FamilyCalls CALLS_IPV6 = {AF_INET6,  IPPROTO_ICMPV6, IPPROTO_IPV6,  MR
 
 } // namespace
 
-KernelMroute::KernelMroute(uint8_t family, uint32_t table)
-    : calls_(family == MCAST_FAMILY_IPV4 ? CALLS_IPV4 : CALLS_IPV6), family_(family), table_(table)
+KernelMroute::KernelMroute(TableRules &rules, uint32_t table)
+    : calls_(rules.family() == MCAST_FAMILY_IPV4 ? CALLS_IPV4 : CALLS_IPV6), rules_(rules), table_(table)
 {
 }
 
@@ -292,7 +291,7 @@ void KernelMroute::receive(unsigned limit)
         if (size < 0) {
             return;
         }
-        if (const auto upcall = parse_upcall(family_, bytes.data(), static_cast<size_t>(size))) {
+        if (const auto upcall = parse_upcall(rules_.family(), bytes.data(), static_cast<size_t>(size))) {
             waiting_.push_back(*upcall);
         }
         while (waiting_.size() > most) {
@@ -334,17 +333,20 @@ int KernelMroute::lead(unsigned vif, uint32_t if_index)
     if (!led_[vif].empty()) {
         return EADDRINUSE;
     }
-    if (if_indextoname(if_index, name) == nullptr || HOST_MulticastRuleSet(family_, name, table_) != 0) {
+    if (if_indextoname(if_index, name) == nullptr) {
         return errno;
     }
-    led_[vif] = name;
-    return 0;
+    const int error = rules_.lead(name, table_);
+    if (error == 0) {
+        led_[vif] = name;
+    }
+    return error;
 }
 
 void KernelMroute::lead_no_more(unsigned vif)
 {
     if (vif < MAX_VIFS && !led_[vif].empty()) {
-        HOST_MulticastRuleClear(family_, std::exchange(led_[vif], {}).c_str(), table_);
+        rules_.lead_no_more(std::exchange(led_[vif], {}), table_);
     }
 }
 

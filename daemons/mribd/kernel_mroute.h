@@ -11,6 +11,7 @@
 #include <string>
 
 #include "daemons/mribd/kernel_table.h"
+#include "daemons/mribd/table_rules.h"
 #include "daemons/mribd/upcall.h"
 
 namespace mribd
@@ -28,8 +29,9 @@ public:
     };
 
     // table 0: the one that the kernel uses unless a rule says otherwise. Of another table every virtual
-    // interface has a rule that leads its interface's packets there, while it exists.
-    explicit KernelMroute(uint8_t family, uint32_t table = 0);
+    // interface has a rule that leads its interface's packets there, while it exists. The family is that of the rules,
+    // which must outlive this.
+    explicit KernelMroute(TableRules &rules, uint32_t table = 0);
     ~KernelMroute() override;
     KernelMroute(const KernelMroute &) = delete;
     KernelMroute &operator=(const KernelMroute &) = delete;
@@ -81,7 +83,7 @@ private:
     void lead_no_more(unsigned vif);
 
     const FamilyCalls &calls_;
-    uint8_t family_;
+    TableRules &rules_;
     uint32_t table_;
     int fd_ = -1;
     std::array<std::string, MAX_VIFS> led_; // by virtual interface, the interface that has a rule

@@ -1,8 +1,6 @@
 #include "daemons/mribd/plane.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <new>
 #include <sys/resource.h>
@@ -12,7 +10,6 @@
 #include "daemons/common/memory.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/status.h"
-#include "mcasthost/multicast_rule.h"
 
 namespace mribd
 {
@@ -22,6 +19,7 @@ namespace
 constexpr uint32_t SERVE_RETRY_MS = 10000;
 // How often refused memberships are asked for while there is room.
 constexpr uint32_t ASK_AGAIN_MS = 10000;
+constexpr uint32_t RULES_RETRY_MS = 1000;
 
 // Descriptors that instances leave for clients, or a quarter of all when that is less.
 constexpr rlim_t LEFT_FOR_CLIENTS = 64;
@@ -43,8 +41,8 @@ bool only_few_descriptors_left()
 Plane::Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &reactor, MCAST_TMR_S *timers,
              const HostEnvironment &environment)
     : settings_(settings), reactor_(reactor), timers_(timers), environment_(environment),
-      budget_(settings.member_limit),
-      common_(instance_key(family), settings, reactor, timers, budget_, environment),
+      budget_(settings.member_limit), rules_(family),
+      common_(instance_key(family), settings, reactor, timers, budget_, environment, rules_),
       routers_(common_.router()), current_view_(routers_), msdp_(routers_.common(), settings.entry_limit),
       server_(reactor, Backend{routers_, current_view_, msdp_, users_, budget_})
 {
@@ -54,6 +52,7 @@ Plane::~Plane()
 {
     mcastd::timer_stop(timers_, serve_retry_);
     mcastd::timer_stop(timers_, ask_again_);
+    mcastd::timer_stop(timers_, rules_retry_);
     // First of all: what the clients leave behind needs no withdrawing one by one any more.
     common_.shut();
     for (const auto &[vrf_index, instance] : others_) {
@@ -68,9 +67,8 @@ KernelMroute::OpenResult Plane::open()
         return KernelMroute::OpenResult::Failed;
     }
     const KernelMroute::OpenResult result = common_.open();
-    if (result == KernelMroute::OpenResult::Ready && HOST_MulticastRuleClear(family(), nullptr, 0) != 0) {
-        mcastd::log_warning("%s: cannot clear the rules that an earlier mribd may have left: %s",
-                            family_name(family()), std::strerror(errno));
+    if (result == KernelMroute::OpenResult::Ready) {
+        rules_.begin();
     }
     return result;
 }
@@ -79,7 +77,7 @@ KernelMroute::OpenResult Plane::open()
 KernelMroute::OpenResult Plane::serve(uint16_t vrf_index)
 {
     auto instance = std::make_unique<Instance>(instance_key(family(), vrf_index), settings_, reactor_,
-                                               timers_, budget_, environment_);
+                                               timers_, budget_, environment_, rules_);
     KernelMroute::OpenResult result = KernelMroute::OpenResult::Failed;
     if (only_few_descriptors_left()) {
         mcastd::log_warning("%s is not served: there are too few descriptors (ulimit -n)",
@@ -192,6 +190,10 @@ void Plane::try_again_later()
     if (lacks_instance_ && !serve_retry_.running()) {
         const auto due = [](void *owner) { static_cast<Plane *>(owner)->configure_again(); };
         mcastd::timer_try_start(timers_, serve_retry_, SERVE_RETRY_MS, due, this);
+    }
+    if (rules_.has_left() && !rules_retry_.running()) {
+        const auto due = [](void *owner) { static_cast<Plane *>(owner)->rules_.remove_left(); };
+        mcastd::timer_try_start(timers_, rules_retry_, RULES_RETRY_MS, due, this);
     }
 }
 

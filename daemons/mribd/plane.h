@@ -74,6 +74,7 @@ private:
     MCAST_TMR_S *const timers_;
     const HostEnvironment &environment_;
     MemberBudget budget_;
+    TableRules rules_;
     Instance common_; // the public one
     std::map<uint16_t, std::unique_ptr<Instance>> others_;
     Routers routers_;
@@ -86,6 +87,7 @@ private:
     bool lacks_instance_ = false; // one of it could not be served, or memory ended while it was put in force
     mcastd::Timer serve_retry_;   // runs as long as that is so
     mcastd::Timer ask_again_;     // runs while memberships that were refused are to be asked for
+    mcastd::Timer rules_retry_;   // runs while there are rules that could not be removed
 };
 
 } // namespace mribd

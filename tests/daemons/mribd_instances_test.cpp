@@ -359,7 +359,8 @@ TEST_F(InstancesHost, AnInstanceWhoseTableIsTakenIsToldAsDisabled)
         mcastd::Reactor reactor;
         HostEnvironment environment;
         ASSERT_TRUE(environment.open(reactor.descriptor(), {}));
-        KernelMroute other(MCAST_FAMILY_IPV4, 5);
+        TableRules others_rules(MCAST_FAMILY_IPV4);
+        KernelMroute other(others_rules, 5);
         std::string reason;
         ASSERT_EQ(other.open(&reason), KernelMroute::OpenResult::Ready);
         const ScriptedTimers timers;

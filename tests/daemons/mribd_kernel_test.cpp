@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 #include <net/ethernet.h>
 #include <net/if.h>
+#include <optional>
 #include <poll.h>
 #include <unistd.h>
 #include <linux/if_packet.h>
 
 #include "daemons/common/reactor.h"
+#include "daemons/descriptor_shortage.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/host_environment.h"
 #include "daemons/mribd/kernel_mroute.h"
@@ -116,13 +118,14 @@ class KernelTest : public testing::TestWithParam<Family>
 {
 protected:
     const Family family = GetParam();
+    TableRules rules_{GetParam().family};
 };
 
 TEST_P(KernelTest, OneRouterANamespaceAndTheSecondIsToldWhy)
 {
     IN_FRESH_NAMESPACE([this] {
-        KernelMroute first(family.family);
-        KernelMroute second(family.family);
+        KernelMroute first(rules_);
+        KernelMroute second(rules_);
         std::string reason;
         ASSERT_EQ(first.open(&reason), KernelMroute::OpenResult::Ready) << reason;
         EXPECT_EQ(second.open(&reason), KernelMroute::OpenResult::Failed);
@@ -138,7 +141,7 @@ TEST_P(KernelTest, PacketOfANewSourceIsReportedAndForwardedOnceItHasAnEntry)
     IN_FRESH_NAMESPACE([this] {
         make_link("in");
         make_link("out");
-        KernelMroute kernel(family.family);
+        KernelMroute kernel(rules_);
         std::string reason;
         ASSERT_EQ(kernel.open(&reason), KernelMroute::OpenResult::Ready) << reason;
         ASSERT_EQ(kernel.add_vif(3, if_nametoindex("in")), 0);
@@ -176,7 +179,7 @@ TEST_P(KernelTest, BurstIsServedNewestFirstAndABoundedNumberAtATime)
 {
     IN_FRESH_NAMESPACE([this] {
         make_link("in");
-        KernelMroute kernel(family.family);
+        KernelMroute kernel(rules_);
         std::string reason;
         ASSERT_EQ(kernel.open(&reason), KernelMroute::OpenResult::Ready) << reason;
         ASSERT_EQ(kernel.add_vif(0, if_nametoindex("in")), 0);
@@ -197,7 +200,7 @@ TEST_P(KernelTest, BurstIsServedNewestFirstAndABoundedNumberAtATime)
 TEST_P(KernelTest, InterfaceThatDoesNotExistGetsNoVirtualInterface)
 {
     IN_FRESH_NAMESPACE([this] {
-        KernelMroute kernel(family.family);
+        KernelMroute kernel(rules_);
         std::string reason;
         ASSERT_EQ(kernel.open(&reason), KernelMroute::OpenResult::Ready) << reason;
         EXPECT_NE(kernel.add_vif(0, 4711), 0);
@@ -214,9 +217,9 @@ TEST_P(KernelTest, TablesForwardTheSameSourceAndGroupEachItsOwnWay)
         std::string reason;
         const MCAST_ADDR_S source = address(family.source);
         const MCAST_ADDR_S group = address(family.group);
-        KernelMroute common(family.family);
-        KernelMroute red(family.family, 5);
-        KernelMroute blue(family.family, 65789);
+        KernelMroute common(rules_);
+        KernelMroute red(rules_, 5);
+        KernelMroute blue(rules_, 65789);
         for (KernelMroute *kernel : {&common, &red, &blue}) {
             ASSERT_EQ(kernel->open(&reason), KernelMroute::OpenResult::Ready) << reason;
         }
@@ -254,8 +257,8 @@ TEST_P(KernelTest, RulesOfATableLiveAsLongAsItsVirtualInterfaces)
         make_link("one");
         make_link("two");
         std::string reason;
-        KernelMroute red(family.family, 5);
-        KernelMroute blue(family.family, 6);
+        KernelMroute red(rules_, 5);
+        KernelMroute blue(rules_, 6);
         ASSERT_EQ(red.open(&reason), KernelMroute::OpenResult::Ready) << reason;
         ASSERT_EQ(blue.open(&reason), KernelMroute::OpenResult::Ready) << reason;
         ASSERT_EQ(red.add_vif(0, if_nametoindex("one")), 0);
@@ -274,12 +277,68 @@ TEST_P(KernelTest, RulesOfATableLiveAsLongAsItsVirtualInterfaces)
     });
 }
 
+TEST_P(KernelTest, RuleThatCannotBeRemovedGoesWhenItCanBe)
+{
+    IN_FRESH_NAMESPACE([this] {
+        const std::string list = family.family == MCAST_FAMILY_IPV4 ? "ip mrule list" : "ip -6 mrule list";
+        const auto is_led = [&list](const std::string &name) {
+            return system((list + " | grep -q 'iif " + name + " '").c_str()) == 0;
+        };
+        make_link("one");
+        make_link("two");
+        std::string reason;
+        std::optional<KernelMroute> red(std::in_place, rules_, 5);
+        ASSERT_EQ(red->open(&reason), KernelMroute::OpenResult::Ready) << reason;
+        ASSERT_EQ(red->add_vif(0, if_nametoindex("one")), 0);
+        ASSERT_EQ(red->add_vif(1, if_nametoindex("two")), 0);
+        {
+            const Shortage shortage;
+            EXPECT_EQ(red->delete_vif(0), 0);
+            EXPECT_EQ(red->delete_vif(1), 0);
+            rules_.remove_left();
+        }
+        red.reset(); // the instance is gone, its rules are not
+        EXPECT_TRUE(is_led("one") && is_led("two") && rules_.has_left());
+        KernelMroute blue(rules_, 6);
+        ASSERT_EQ(blue.open(&reason), KernelMroute::OpenResult::Ready) << reason;
+        ASSERT_EQ(blue.add_vif(0, if_nametoindex("one")), 0);
+        rules_.remove_left();
+        EXPECT_FALSE(rules_.has_left());
+        EXPECT_TRUE(is_led("one"));
+        EXPECT_FALSE(is_led("two"));
+    });
+}
+
+TEST_P(KernelTest, WhatAnEarlierProcessLeftGoesBeforeTheFirstRule)
+{
+    IN_FRESH_NAMESPACE([this] {
+        const std::string ip = family.family == MCAST_FAMILY_IPV4 ? "ip mrule " : "ip -6 mrule ";
+        const auto is_led = [&ip](const std::string &name) {
+            return system((ip + "list | grep -q 'iif " + name + " '").c_str()) == 0;
+        };
+        make_link("one");
+        host_test::shell(ip + "add iif two table 9 pref 2000 protocol 17");
+        std::string reason;
+        KernelMroute red(rules_, 5);
+        ASSERT_EQ(red.open(&reason), KernelMroute::OpenResult::Ready) << reason;
+        {
+            const Shortage shortage;
+            rules_.begin();
+            EXPECT_EQ(rules_.lead("one", 5), EMFILE);
+        }
+        EXPECT_TRUE(is_led("two") && rules_.has_left());
+        rules_.remove_left();
+        EXPECT_FALSE(is_led("two") || rules_.has_left());
+        EXPECT_EQ(red.add_vif(0, if_nametoindex("one")), 0);
+    });
+}
+
 TEST_P(KernelTest, TableThatIsTakenIsNamed)
 {
     IN_FRESH_NAMESPACE([this] {
         std::string reason;
-        KernelMroute first(family.family, 5);
-        KernelMroute second(family.family, 5);
+        KernelMroute first(rules_, 5);
+        KernelMroute second(rules_, 5);
         ASSERT_EQ(first.open(&reason), KernelMroute::OpenResult::Ready) << reason;
         EXPECT_EQ(second.open(&reason), KernelMroute::OpenResult::Failed);
         EXPECT_NE(reason.find("multicast table 5"), std::string::npos) << reason;

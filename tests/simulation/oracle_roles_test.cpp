@@ -1,6 +1,9 @@
 /*
  * The oracle's rules about users, standbys, MSDP peers, virtual interfaces and the library's calls, broken on purpose.
  */
+#include <linux/fib_rules.h>
+#include <linux/rtnetlink.h>
+
 #include "tests/simulation/kernel/netlink_socket.h"
 #include "tests/simulation/oracle_test.h"
 
@@ -96,6 +99,23 @@ TEST_F(OracleTest, VirtualInterfaceThatIsMissingBreaksTables)
     });
     EXPECT_EQ(result.rule, Rule::Tables);
     EXPECT_NE(result.what.find("no virtual interface"), std::string::npos) << result.what;
+}
+
+TEST_F(OracleTest, PacketsThatAreLedWhereNobodyForwardsBreakTables)
+{
+    const Result result = with([](sim::Run &run) {
+        run.world().machine("r1").rules.push_back({AF_INET, FRA_IIFNAME, "lan3", 5, 2000, RTPROT_MROUTED});
+        run.oracle().check_vifs();
+    });
+    EXPECT_EQ(result.rule, Rule::Tables);
+    EXPECT_NE(result.what.find("where nobody forwards them"), std::string::npos) << result.what;
+    const Result missing = with([](sim::Run &run) {
+        const uint32_t lan3 = run.world().machine("r1").find("lan3")->index;
+        run.world().machine("r1").multicast_table(AF_INET, 5).add_vif(0, lan3);
+        run.oracle().check_vifs();
+    });
+    EXPECT_EQ(missing.rule, Rule::Tables);
+    EXPECT_NE(missing.what.find("are not led to table 5"), std::string::npos) << missing.what;
 }
 
 TEST_F(OracleTest, CallsOfTheLibraryInAnotherOrderBreakTheKernelsContract)

@@ -96,6 +96,7 @@ private:
     void check_leftovers();
     void check_standbys(Machine &machine, int family);
     void check_vifs(Machine &machine, int family);
+    void check_led(Machine &machine, int family);
     void check_users(Machine &machine, const Link &link, int family);
     void check_bytes(const Process &process, size_t entries);
     void check_most_bytes();

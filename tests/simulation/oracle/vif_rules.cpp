@@ -1,7 +1,8 @@
 /*
  * Who has a virtual interface when there are more interfaces than the kernel's 32: rule 2 of mribd. First where known
  * sources are, then where receivers are, then where gmpd runs, then every other one while anybody listens; but two places
- * are not for receivers, so that new sources are heard.
+ * are not for receivers, so that new sources are heard. And which interfaces' packets are led to another table than the
+ * kernel's default one: those that have a virtual one there, lest packets go where nobody forwards.
  */
 #include <array>
 
@@ -92,12 +93,44 @@ void Oracle::check_vifs(Machine &machine, int family)
     }
 }
 
+// What arrives and what the machine itself sends have a rule each.
+void Oracle::check_led(Machine &machine, int family)
+{
+    std::multiset<std::pair<std::string, uint32_t>> led;
+    for (const MulticastRule &rule : machine.rules) {
+        if (rule.family == family) {
+            led.insert({rule.if_name, rule.table});
+        }
+    }
+    for (const auto &[key, table] : machine.multicast_tables()) {
+        for (unsigned vif = 0; vif < MulticastTable::MOST_VIFS && key.first == family && key.second != 0;
+             ++vif) {
+            const Interface *interface = machine.find(table.if_index(vif));
+            if (interface == nullptr) {
+                continue;
+            }
+            ++counts_.rows;
+            if (led.erase({interface->name, key.second}) != 2) {
+                broken(Rule::Tables, machine.name + ": packets of " + interface->name +
+                                         " are not led to table " + std::to_string(key.second) +
+                                         ", where its virtual interface is");
+                return;
+            }
+        }
+    }
+    for (const auto &[name, table] : led) {
+        broken(Rule::Tables, machine.name + ": packets of " + name + " are led to table " +
+                                 std::to_string(table) + ", where nobody forwards them");
+    }
+}
+
 void Oracle::check_vifs()
 {
     for (const auto &machine : world_->machines()) {
         for (const int family : {AF_INET, AF_INET6}) {
             if (serves(*machine, family)) {
                 check_vifs(*machine, family);
+                check_led(*machine, family);
             }
         }
     }
