@@ -115,7 +115,7 @@ Neighbour *Neighbours::add(const Address &address)
     if (MCAST_AVL_Insert(&tree_, node.get()) != MCAST_AVL_OK) {
         return nullptr;
     }
-    node.release();
+    static_cast<void>(node.release());
     return neighbour.release();
 }
 

@@ -1,0 +1,125 @@
+/*
+ * Which of several routers forwards to a link (RFC 7761, section 4.6): a machine for (S,G) and one for (*,G), an instance of
+ * each for every interface. A router that hears the packets which it forwards itself says on what terms it gets them; the
+ * best terms win, and the others are silent for as long as the winner repeats it.
+ *
+ *             packet, or worse terms            better terms
+ *      NoInfo ──────────────────────► Winner ─────────────────► Loser
+ *         ▲                             │                         │
+ *         └─────────────────────────────┴─────────────────────────┘
+ *            nothing to forward any more: AssertCancel     the winner is gone, gave up or got worse
+ *
+ * What a received Assert means depends on the state, the terms of both and the kind of the machine: meaning_of makes an
+ * event of it.
+ */
+#ifndef DAEMONS_PIMSMD_ASSERT_MACHINE_H
+#define DAEMONS_PIMSMD_ASSERT_MACHINE_H
+
+#include <optional>
+
+#include "daemons/pimsmd/address.h"
+#include "daemons/pimsmd/machine.h"
+
+namespace pimsmd::asserts
+{
+
+enum class State : uint8_t { NoInfo, Winner, Loser };
+enum class Event : uint8_t {
+    Data,         // a packet came in from the link to which this router could forward it
+    Inferior,     // an Assert worse than this router's own terms, to which it could forward
+    Preferred,    // one better than the winner's terms, or than one's own where nobody won
+    WinnerStands, // the winner's, still better than one's own
+    WinnerGaveUp, // the winner's, worse than one's own, or its AssertCancel
+    TimerOver,
+    WinnerGone,      // it restarted, or is no neighbour any more
+    CouldNotAssert,  // this router does not forward to the link any more
+    NotTracking,     // nor does it matter to it who does
+    OwnMetricBetter, // than the winner's
+    RpfMovedAway,    // the interface is not that to source or RP any more
+    JoinHeard,       // a Join on the interface, for what the machine is about
+};
+
+constexpr size_t STATES = 3;
+constexpr size_t EVENTS = 12;
+
+inline constexpr const char *STATE_NAMES[STATES] = {"NoInfo", "Winner", "Loser"};
+
+// Actions A1 to A6 are sets of these. The timer is started a little early by the winner, so that its Assert comes before the
+// losers forget it.
+enum Action : Actions {
+    SEND_ASSERT = 1,
+    START_WINNER_TIMER = 2,
+    STORE_SELF = 4,
+    STORE_WINNER = 8,
+    START_LOSER_TIMER = 16,
+    SEND_CANCEL = 32,
+    FORGET = 64,       // winner, its metric and the timer
+    SET_SPT_BIT = 128, // of a joined (S,G) on the interface to its source
+};
+
+constexpr Actions A1 = SEND_ASSERT | START_WINNER_TIMER | STORE_SELF;
+constexpr Actions A2 = STORE_WINNER | START_LOSER_TIMER;
+constexpr Actions A3 = SEND_ASSERT | START_WINNER_TIMER;
+constexpr Actions A4 = SEND_CANCEL | FORGET;
+constexpr Actions A5 = FORGET;
+constexpr Actions A6 = STORE_WINNER | START_LOSER_TIMER | SET_SPT_BIT;
+
+using Table = Machine<State, Event, STATES, EVENTS>;
+
+// Columns: Data, Inferior, Preferred, WinnerStands, WinnerGaveUp, TimerOver; WinnerGone, CouldNotAssert, NotTracking,
+// OwnMetricBetter, RpfMovedAway, JoinHeard.
+constexpr Table table(bool source)
+{
+    constexpr auto NO_INFO = State::NoInfo;
+    return {{
+        // NoInfo
+        {go(State::Winner, A1), go(State::Winner, A1), go(State::Loser, source ? A6 : A2), never<State>(),
+         never<State>(), never<State>(), stay<State>(), stay<State>(), stay<State>(), stay<State>(),
+         stay<State>(), stay<State>()},
+        // Winner
+        {stay<State>(), stay<State>(A3), go(State::Loser, A2), never<State>(), never<State>(),
+         stay<State>(A3), stay<State>(), go(NO_INFO, A4), stay<State>(), stay<State>(), stay<State>(),
+         stay<State>()},
+        // Loser
+        {stay<State>(), stay<State>(), stay<State>(A2), stay<State>(A2), go(NO_INFO, A5), go(NO_INFO, A5),
+         go(NO_INFO, A5), stay<State>(), go(NO_INFO, A5), go(NO_INFO, A5), go(NO_INFO, A5), go(NO_INFO, A5)},
+    }};
+}
+
+inline constexpr Table STAR_TABLE = table(false);
+inline constexpr Table SOURCE_TABLE = table(true);
+static_assert(STAR_TABLE.complete() && SOURCE_TABLE.complete());
+
+// The terms on which a router forwards to a link.
+struct Metric {
+    bool rpt = true; // over the shared tree
+    uint32_t preference = 0x7fffffff;
+    uint32_t metric = 0xffffffff;
+    Address address{}; // of the router on the link
+};
+
+// The terms that lose against all others; an AssertCancel has them but for the address.
+Metric infinite_metric(uint16_t family);
+
+bool is_infinite(const Metric &metric);
+
+// Whether the first terms win: source tree before shared tree, then the lower preference, the lower metric, the higher
+// address.
+bool is_better(const Metric &first, const Metric &second);
+
+// What a machine is about and stands at when an Assert comes.
+struct Standing {
+    bool source; // the machine of (S,G)
+    State state;
+    bool could_assert; // on the interface
+    bool tracking;     // it matters to this router who forwards there
+    Metric own;        // infinite when it could not assert
+    Metric winner;     // of a Loser; of a Winner its own
+};
+
+// The event that an Assert with these terms is; nothing when it is none for the machine.
+std::optional<Event> meaning_of(const Metric &heard, const Standing &standing);
+
+} // namespace pimsmd::asserts
+
+#endif

@@ -1,0 +1,58 @@
+/*
+ * What a router downstream asks for on a link (RFC 7761, sections 4.5.1 and 4.5.2): one machine for (*,G) and (S,G) alike, an
+ * instance of it for each interface.
+ *
+ *               Join                     Prune
+ *      NoInfo ────────► Join ──────────────────────────► PrunePending
+ *         ▲              ▲  │ expired                     │  │
+ *         │              │  ▼                      Join   │  │ nobody said Join within the delay:
+ *         │              └─────────────────────────◄──────┘  │ say the Prune again, for a router
+ *         └──────────────────────────────────────────────────┘ that missed it
+ *
+ * A Prune waits because another router of the link may want to go on and has to hear it first. A link with one neighbour
+ * has nobody to wait for: its delay is nothing.
+ */
+#ifndef DAEMONS_PIMSMD_DOWNSTREAM_H
+#define DAEMONS_PIMSMD_DOWNSTREAM_H
+
+#include "daemons/pimsmd/machine.h"
+
+namespace pimsmd::downstream
+{
+
+enum class State : uint8_t { NoInfo, Join, PrunePending };
+enum class Event : uint8_t { Join, Prune, PrunePendingOver, Expired };
+
+constexpr size_t STATES = 3;
+constexpr size_t EVENTS = 4;
+
+inline constexpr const char *STATE_NAMES[STATES] = {"NoInfo", "Join", "PrunePending"};
+
+// Of timers: expiry, with the holdtime of the message when that is later, and prune-pending.
+enum Action : Actions {
+    START_EXPIRY = 1,
+    PROLONG_EXPIRY = 2,
+    STOP_EXPIRY = 4,
+    START_PRUNE_PENDING = 8,
+    STOP_PRUNE_PENDING = 16,
+    ECHO_PRUNE = 32, // where the link has more than one neighbour
+};
+
+constexpr auto JOIN = State::Join;
+constexpr auto NO_INFO = State::NoInfo;
+
+// Columns: Join, Prune, PrunePendingOver, Expired.
+inline constexpr Machine<State, Event, STATES, EVENTS> TABLE = {{
+    // NoInfo
+    {go(JOIN, START_EXPIRY), stay<State>(), never<State>(), never<State>()},
+    // Join
+    {stay<State>(PROLONG_EXPIRY), go(State::PrunePending, START_PRUNE_PENDING), never<State>(), go(NO_INFO)},
+    // PrunePending
+    {go(JOIN, PROLONG_EXPIRY | STOP_PRUNE_PENDING), stay<State>(), go(NO_INFO, STOP_EXPIRY | ECHO_PRUNE),
+     go(NO_INFO, STOP_PRUNE_PENDING)},
+}};
+static_assert(TABLE.complete());
+
+} // namespace pimsmd::downstream
+
+#endif
