@@ -1,0 +1,379 @@
+/*
+ * The sets of RFC 7761 twice: by words of bits as the daemon has them, and here interface by interface, each condition
+ * written out as the RFC does.
+ */
+#include <gtest/gtest.h>
+#include <optional>
+#include <set>
+#include <vector>
+
+#include "daemons/pimsmd/olist.h"
+#include "tests/support/property.h"
+
+using pimsmd::LinkRoles;
+using pimsmd::Links;
+using pimsmd::SourceState;
+using pimsmd::SourceView;
+using pimsmd::StarState;
+
+namespace
+{
+
+using Set = std::set<int>;
+
+enum class Winner { Nobody, Me, Other };
+enum class Downstream { NoInfo, Join, PrunePending };
+enum class Rpt { NoInfo, Prune, PrunePending, PruneTmp, PrunePendingTmp };
+
+// What is so on one interface.
+struct Interface {
+    bool dr = false;
+    bool wants_star = false;
+    bool wants_source = false;
+    bool excludes_source = false;
+    Downstream star = Downstream::NoInfo;
+    Downstream source = Downstream::NoInfo;
+    Rpt rpt = Rpt::NoInfo;
+    Winner star_winner = Winner::Nobody;
+    Winner source_winner = Winner::Nobody;
+    bool winner_better = false; // than spt_assert_metric(S,I)
+};
+
+struct Model {
+    std::vector<Interface> on = std::vector<Interface>(pimsmd::MOST_LINKS);
+    std::optional<int> rpf_rp;
+    std::optional<int> rpf_source;
+    bool spt_bit = false;
+    bool keepalive = false;
+    bool connected = false;
+
+    int count() const
+    {
+        return static_cast<int>(on.size());
+    }
+    const Interface &at(int i) const
+    {
+        return on[static_cast<size_t>(i)];
+    }
+    template <typename Holds> Set all(Holds holds) const
+    {
+        Set set;
+        for (int i = 0; i < count(); ++i) {
+            if (holds(i)) {
+                set.insert(i);
+            }
+        }
+        return set;
+    }
+
+    bool lost_star(int i) const
+    {
+        return rpf_rp != i && at(i).star_winner == Winner::Other;
+    }
+    bool lost_source(int i) const
+    {
+        return rpf_source != i && at(i).source_winner == Winner::Other && at(i).winner_better;
+    }
+    bool lost_rpt(int i) const
+    {
+        if (rpf_rp == i || (rpf_source == i && spt_bit)) {
+            return false;
+        }
+        return at(i).source_winner == Winner::Other;
+    }
+    bool forwards_star(int i) const
+    {
+        return (at(i).dr && !lost_star(i)) || at(i).star_winner == Winner::Me;
+    }
+
+    Set joins_star() const
+    {
+        return all([&](int i) { return at(i).star != Downstream::NoInfo; });
+    }
+    Set joins_source() const
+    {
+        return all([&](int i) { return at(i).source != Downstream::NoInfo; });
+    }
+    Set prunes() const
+    {
+        return all([&](int i) { return at(i).rpt == Rpt::Prune || at(i).rpt == Rpt::PruneTmp; });
+    }
+    Set include_star() const
+    {
+        return all([&](int i) { return forwards_star(i) && at(i).wants_star; });
+    }
+    Set include_source() const
+    {
+        return all([&](int i) {
+            return ((at(i).dr && !lost_source(i)) || at(i).source_winner == Winner::Me) && at(i).wants_source;
+        });
+    }
+    Set exclude() const
+    {
+        return all([&](int i) { return forwards_star(i) && at(i).excludes_source; });
+    }
+    Set losts_star() const
+    {
+        return all([&](int i) { return lost_star(i); });
+    }
+    Set losts_source() const
+    {
+        return all([&](int i) { return lost_source(i); });
+    }
+    Set losts_rpt() const
+    {
+        return all([&](int i) { return lost_rpt(i); });
+    }
+};
+
+Set operator+(Set first, const Set &second)
+{
+    first.insert(second.begin(), second.end());
+    return first;
+}
+
+Set operator-(Set first, const Set &second)
+{
+    for (const int i : second) {
+        first.erase(i);
+    }
+    return first;
+}
+
+Set immediate_star(const Model &m)
+{
+    return m.joins_star() + m.include_star() - m.losts_star();
+}
+
+Set immediate_source(const Model &m)
+{
+    return m.joins_source() + m.include_source() - m.losts_source();
+}
+
+Set inherited_rpt(const Model &m)
+{
+    return (m.joins_star() - m.prunes()) + (m.include_star() - m.exclude()) -
+           (m.losts_star() + m.losts_rpt());
+}
+
+Set inherited_source(const Model &m)
+{
+    return inherited_rpt(m) + m.joins_source() + m.include_source() - m.losts_source();
+}
+
+bool join_desired_star(const Model &m)
+{
+    return !immediate_star(m).empty();
+}
+
+bool join_desired_source(const Model &m)
+{
+    return !immediate_source(m).empty() || (m.keepalive && !inherited_source(m).empty());
+}
+
+bool prune_desired(const Model &m, bool same_upstream)
+{
+    if (!join_desired_star(m)) {
+        return false;
+    }
+    return inherited_rpt(m).empty() || (m.spt_bit && !same_upstream);
+}
+
+Set could_assert_star(const Model &m)
+{
+    const Set forwards = m.joins_star() + m.include_star();
+    return m.all([&](int i) { return forwards.contains(i) && m.rpf_rp != i; });
+}
+
+Set tracks_star(const Model &m)
+{
+    const Set could = could_assert_star(m);
+    return m.all([&](int i) {
+        return could.contains(i) ||
+               (m.at(i).wants_star && (m.at(i).dr || m.at(i).star_winner == Winner::Me)) ||
+               (m.rpf_rp == i && join_desired_star(m));
+    });
+}
+
+Set could_assert_source(const Model &m)
+{
+    const Set forwards = (m.joins_star() - m.prunes()) + (m.include_star() - m.exclude()) - m.losts_star() +
+                         m.joins_source() + m.include_source();
+    return m.all([&](int i) { return m.spt_bit && m.rpf_source != i && forwards.contains(i); });
+}
+
+Set tracks_source(const Model &m)
+{
+    const Set forwards =
+        (m.joins_star() - m.prunes()) + (m.include_star() - m.exclude()) - m.losts_star() + m.joins_source();
+    return m.all([&](int i) {
+        return forwards.contains(i) ||
+               (m.at(i).wants_source && (m.at(i).dr || m.at(i).source_winner == Winner::Me)) ||
+               (m.rpf_source == i && join_desired_source(m)) ||
+               (m.rpf_rp == i && join_desired_star(m) && !m.spt_bit);
+    });
+}
+
+bool could_register(const Model &m)
+{
+    return m.rpf_source && m.at(*m.rpf_source).dr && m.keepalive && m.connected;
+}
+
+// The words that the daemon keeps of it.
+struct Kept {
+    StarState star;
+    SourceState source;
+    LinkRoles roles;
+};
+
+Links bits(const Set &set)
+{
+    Links links = 0;
+    for (const int i : set) {
+        links |= Links{1} << i;
+    }
+    return links;
+}
+
+Kept kept(const Model &m)
+{
+    Kept made;
+    const auto where = [&](auto holds) { return bits(m.all([&](int i) { return holds(m.at(i)); })); };
+    made.roles.dr = where([](const Interface &on) { return on.dr; });
+    made.star.joins = bits(m.joins_star());
+    made.star.receivers = where([](const Interface &on) { return on.wants_star; });
+    made.star.lost = where([](const Interface &on) { return on.star_winner == Winner::Other; });
+    made.star.won = where([](const Interface &on) { return on.star_winner == Winner::Me; });
+    made.star.rpf = m.rpf_rp ? Links{1} << *m.rpf_rp : 0;
+    made.source.joins = bits(m.joins_source());
+    made.source.receivers = where([](const Interface &on) { return on.wants_source; });
+    made.source.excluded = where([](const Interface &on) { return on.excludes_source; });
+    made.source.rpt_prunes = bits(m.prunes());
+    made.source.lost = where([](const Interface &on) { return on.source_winner == Winner::Other; });
+    made.source.lost_to_better = where([](const Interface &on) { return on.winner_better; });
+    made.source.won = where([](const Interface &on) { return on.source_winner == Winner::Me; });
+    made.source.rpf = m.rpf_source ? Links{1} << *m.rpf_source : 0;
+    made.source.spt_bit = m.spt_bit;
+    made.source.keepalive = m.keepalive;
+    made.source.connected = m.connected;
+    return made;
+}
+
+void expect_equal(const Model &m)
+{
+    const Kept now = kept(m);
+    const SourceView source(now.star, now.source, now.roles);
+    ASSERT_EQ(immediate_olist(now.star, now.roles), bits(immediate_star(m)));
+    ASSERT_EQ(join_desired(now.star, now.roles), join_desired_star(m));
+    ASSERT_EQ(could_assert(now.star, now.roles), bits(could_assert_star(m)));
+    ASSERT_EQ(tracks_assert(now.star, now.roles), bits(tracks_star(m)));
+    ASSERT_EQ(source.immediate_olist(), bits(immediate_source(m)));
+    ASSERT_EQ(source.inherited_olist_rpt(), bits(inherited_rpt(m)));
+    ASSERT_EQ(source.inherited_olist(), bits(inherited_source(m)));
+    ASSERT_EQ(source.join_desired(), join_desired_source(m));
+    ASSERT_EQ(source.prune_desired_rpt(true), prune_desired(m, true));
+    ASSERT_EQ(source.prune_desired_rpt(false), prune_desired(m, false));
+    ASSERT_EQ(source.could_assert(), bits(could_assert_source(m)));
+    ASSERT_EQ(source.tracks_assert(), bits(tracks_source(m)));
+    ASSERT_EQ(source.could_register(), could_register(m));
+}
+
+std::optional<int> some_link(property::Random &random)
+{
+    return random.OneIn(6) ? std::nullopt : std::optional(static_cast<int>(random.Below(pimsmd::MOST_LINKS)));
+}
+
+// Changes one thing.
+void change(Model &m, property::Random &random)
+{
+    // Of a few links most of the time, so that what concerns one meets on it.
+    Interface &on = m.on[random.OneIn(4) ? random.Below(pimsmd::MOST_LINKS) : random.Below(3)];
+    switch (random.Below(15)) {
+    case 0:
+        on.dr = !on.dr;
+        break;
+    case 1:
+        on.wants_star = !on.wants_star;
+        break;
+    case 2:
+        on.wants_source = !on.wants_source;
+        break;
+    case 3:
+        on.excludes_source = !on.excludes_source;
+        break;
+    case 4:
+        on.star = static_cast<Downstream>(random.Below(3));
+        break;
+    case 5:
+        on.source = static_cast<Downstream>(random.Below(3));
+        break;
+    case 6:
+        on.rpt = static_cast<Rpt>(random.Below(5));
+        break;
+    case 7:
+        on.star_winner = static_cast<Winner>(random.Below(3));
+        break;
+    case 8:
+        on.source_winner = static_cast<Winner>(random.Below(3));
+        on.winner_better = on.source_winner == Winner::Other && random.OneIn(2);
+        break;
+    case 9:
+        m.rpf_rp = random.OneIn(2) ? some_link(random) : std::optional(0);
+        break;
+    case 10:
+        m.rpf_source = random.OneIn(2) ? some_link(random) : std::optional(1);
+        break;
+    case 11:
+        m.spt_bit = !m.spt_bit;
+        break;
+    case 12:
+        m.keepalive = !m.keepalive;
+        break;
+    case 13:
+        m.connected = !m.connected;
+        break;
+    default:
+        on = {};
+    }
+}
+
+} // namespace
+
+TEST(PimOlist, RandomChangesLeadToTheSetsOfTheRfc)
+{
+    property::Random random(property::Seed("olist"));
+    for (unsigned run = 0; run < 30; ++run) {
+        Model model;
+        for (uint64_t step = 0; step < property::Operations(100); ++step) {
+            change(model, random);
+            expect_equal(model);
+            if (HasFatalFailure()) {
+                return;
+            }
+        }
+    }
+}
+
+TEST(PimOlist, HostsCountWhereThisRouterAnswersForThem)
+{
+    StarState star;
+    star.receivers = 0b0111;
+    star.lost = 0b0010;
+    star.won = 0b0100;
+    EXPECT_EQ(immediate_olist(star, {0b0011}), 0b0101u);
+    star.lost = 0b0011;
+    EXPECT_EQ(immediate_olist(star, {0b0011}), 0b0100u);
+}
+
+TEST(PimOlist, ASourceIsJoinedForTheSharedTreesOutputsWhileItSends)
+{
+    StarState star;
+    SourceState source;
+    star.joins = 0b0010;
+    EXPECT_FALSE(SourceView(star, source, {}).join_desired());
+    source.keepalive = true;
+    EXPECT_TRUE(SourceView(star, source, {}).join_desired());
+    source.rpt_prunes = 0b0010;
+    EXPECT_FALSE(SourceView(star, source, {}).join_desired());
+    EXPECT_TRUE(SourceView(star, source, {}).prune_desired_rpt(true));
+}
