@@ -37,8 +37,9 @@ public:
     virtual bool is_on_link(uint32_t if_index, const MCAST_ADDR_S &source) const = 0;
 
     struct Route {
-        uint32_t if_index = 0; // 0: there is no route
-        bool is_own = false;   // the address is the router's own; if_index is the interface that has it
+        uint32_t if_index = 0;   // 0: there is no route
+        bool is_own = false;     // the address is the router's own; if_index is the interface that has it
+        bool is_unknown = false; // whether there is one cannot be found out now, later perhaps
     };
 
     // What keeps the interface from routing multicast of the family, with the sysctl to change; empty when

@@ -20,8 +20,8 @@
  * entry goes, unless it was joined by name. One that was made for a membership goes with the membership when
  * no packet came. The table is bounded, because anybody on a link can make up sources: forwarding_limit.cpp.
  *
- * Without memory no new entry is made, and one whose route cannot be looked up keeps the interface that it
- * has until there is room. Everything else needs none.
+ * Without memory no new entry is made, and one whose route cannot be looked up, for want of memory or because the kernel
+ * refuses the question, keeps the interface that it has until that goes again. Everything else needs none.
  */
 #include "daemons/mribd/forwarding.h"
 
@@ -45,6 +45,8 @@ constexpr size_t PREFIXES_REMEMBERED = 16;
 // One in so many that are evaluated is one of which nobody waits for packets.
 constexpr unsigned OTHERS_TURN = 4;
 
+constexpr uint32_t ROUTE_RETRY_MS = 1000;
+
 } // namespace
 
 Forwarding::Forwarding(const Parts &parts) : parts_(parts), entries_(parts.key.family, parts.entry_limit)
@@ -54,6 +56,7 @@ Forwarding::Forwarding(const Parts &parts) : parts_(parts), entries_(parts.key.f
 
 Forwarding::~Forwarding()
 {
+    mcastd::timer_stop(parts_.timers, route_retry_);
     urgent_.clear();
     waiting_.clear();
     entries_.visit_all([this](Entry *entry) {
@@ -194,7 +197,8 @@ void Forwarding::queue_changed()
     changed_prefixes_.clear();
 }
 
-// What found no memory for its route is evaluated again when there is room.
+// What found no memory for its route is evaluated again when there is room, what the kernel could not be asked about
+// a second later.
 void Forwarding::queue_refused()
 {
     if (lacks_route_ && !mcastd::memory_is_short()) {
@@ -263,12 +267,27 @@ bool Forwarding::has_no_purpose(const Entry *entry) const
     return !now || now->packets == entry->last_packets;
 }
 
+void Forwarding::ask_again_later()
+{
+    const auto due = [](void *owner) { static_cast<Forwarding *>(owner)->lacks_route_ = true; };
+    if (!route_retry_.running()) {
+        lacks_route_ |= !mcastd::timer_try_start(parts_.timers, route_retry_, ROUTE_RETRY_MS, due, this);
+    }
+}
+
 void Forwarding::determine_upstream(Entry *entry)
 {
     uint32_t upstream = 0;
     try {
-        upstream = rpf_interface(parts_.environment, parts_.key.vrf_index, entry->source(), entry->upstream,
-                                 entry->arrival);
+        const auto found = rpf_interface(parts_.environment, parts_.key.vrf_index, entry->source(),
+                                         entry->upstream, entry->arrival);
+        if (!found) {
+            trace_route("(%M, %N): the kernel cannot be asked for the route", &entry->source(),
+                        &entry->group());
+            ask_again_later();
+            return;
+        }
+        upstream = *found;
         if (upstream != 0) {
             entries_per_upstream_.try_emplace(upstream, 0); // set_upstream counts it
         }

@@ -155,6 +155,7 @@ private:
     Entry *next_waiting(bool urgent);
     void queue_changed();
     void queue_refused();
+    void ask_again_later();
     void evaluate(Entry *entry);
     void determine_upstream(Entry *entry);
     void set_upstream(Entry *entry, uint32_t upstream);
@@ -176,7 +177,8 @@ private:
     bool limit_reported_ = false;
     EntryList<&Entry::in_waiting> urgent_;  // to be evaluated, somebody waits for packets
     EntryList<&Entry::in_waiting> waiting_; // the others
-    bool lacks_route_ = false;              // the route of an entry found no memory
+    bool lacks_route_ = false;              // the route of an entry is to be asked for again
+    mcastd::Timer route_retry_;             // runs while one could not be asked for
     std::unordered_map<uint32_t, uint32_t> entries_per_upstream_;
     bool upstream_changed_ = false;
     bool interfaces_changed_ = false;

@@ -51,6 +51,15 @@ char read_setting(const std::string &path)
     return file.valid() && read(file.get(), &value, 1) == 1 ? value : '\0';
 }
 
+constexpr Environment::Route UNKNOWN{0, false, true};
+
+// Whether the error says nothing about routes.
+bool could_not_ask(int error)
+{
+    return error == ENOMEM || error == ENOBUFS || error == EMFILE || error == ENFILE || error == EAGAIN ||
+           error == EINTR;
+}
+
 } // namespace
 
 HostEnvironment::~HostEnvironment()
@@ -226,11 +235,16 @@ Environment::Route HostEnvironment::best_route_on(uint16_t vrf_index, const MCAS
     const uint32_t device = vrf_index == 0 ? 0 : device_of(vrf_index).if_index;
     for (const uint32_t if_index : multicast_interfaces(vrf_index)) {
         HOST_ROUTE_S route;
-        if (if_index != device &&
-            HOST_RouteLookupOn(lookup_, static_cast<uint8_t>(source.family), source.address, if_index,
-                               &route) == 0 &&
-            (!best || route.prefix_length > best->prefix_length ||
-             (route.prefix_length == best->prefix_length && route.metric < best->metric))) {
+        if (if_index == device) {
+            continue;
+        }
+        if (HOST_RouteLookupOn(lookup_, static_cast<uint8_t>(source.family), source.address, if_index,
+                               &route) != 0) {
+            if (could_not_ask(errno)) {
+                return UNKNOWN; // it may have been the best
+            }
+        } else if (!best || route.prefix_length > best->prefix_length ||
+                   (route.prefix_length == best->prefix_length && route.metric < best->metric)) {
             best = route;
         }
     }
@@ -245,6 +259,9 @@ Environment::Route HostEnvironment::route_to(uint16_t vrf_index, const MCAST_ADD
     HOST_ROUTE_S route;
     if (HOST_RouteLookupAsk(lookup_, static_cast<uint8_t>(source.family), source.address, device, &route) !=
         0) {
+        if (could_not_ask(errno)) {
+            return UNKNOWN;
+        }
         return device == 0 ? Route{} : best_route_on(vrf_index, source);
     }
     if (route.is_local != 0) {

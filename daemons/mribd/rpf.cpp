@@ -5,8 +5,8 @@
 namespace mribd
 {
 
-uint32_t rpf_interface(const Environment &environment, uint16_t vrf_index, const MCAST_ADDR_S &source,
-                       uint32_t current, uint32_t arrival)
+std::optional<uint32_t> rpf_interface(const Environment &environment, uint16_t vrf_index,
+                                      const MCAST_ADDR_S &source, uint32_t current, uint32_t arrival)
 {
     if (!is_routable_source(source)) {
         return 0;
@@ -18,6 +18,9 @@ uint32_t rpf_interface(const Environment &environment, uint16_t vrf_index, const
         }
     }
     const Environment::Route route = environment.route_to(vrf_index, source);
+    if (route.is_unknown) {
+        return std::nullopt;
+    }
     if (route.is_own && arrival != 0) {
         return arrival;
     }

@@ -110,6 +110,28 @@ TEST_P(RouterTest, ClientThatDiesTakesItsJoinsAtOnce)
     EXPECT_EQ(bench.router.members().wish_count(), 0u);
 }
 
+TEST_P(RouterTest, RouteThatCannotBeAskedForIsAskedForASecondLater)
+{
+    const auto route = bench.environment.routes.at(source);
+    bench.environment.routes[source] = {0, false, true};
+    bench.join(1, 2, group);
+    bench.packet(3, source, group); // another router's, who was sooner; the kernel says nothing more of it
+    EXPECT_EQ(bench.forwards(source, group), Interfaces{});
+    EXPECT_EQ(bench.router.forwarding().counters().no_route, 0u);
+    bench.timers.pass(1);
+    bench.settle();
+    EXPECT_EQ(bench.forwards(source, group), Interfaces{}); // and still cannot
+    bench.environment.routes[source] = route;
+    bench.timers.pass(1);
+    bench.settle();
+    EXPECT_EQ(bench.forwards(source, group), Interfaces{2});
+    // One that has an interface keeps it.
+    bench.environment.routes[source] = {0, false, true};
+    bench.router.routes_changed(any_address(bench.router.family()), 0);
+    bench.settle();
+    EXPECT_EQ(bench.forwards(source, group), Interfaces{2});
+}
+
 TEST_P(RouterTest, PacketFromTheWrongSideIsTakenFromTheRightOneOnly)
 {
     bench.join(1, 2, group);
