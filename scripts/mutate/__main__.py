@@ -17,6 +17,7 @@ from equivalent import reviewed
 from laboratory import Laboratory, programs_of, sanitized_of, simulations_of
 
 MODULES = ("src", "host", "daemons")
+PORTION = 40
 LISTED = re.compile(r"^(\S+):(\d+)\n  - (.*)\n  \+ (.*)$", re.M)
 
 
@@ -135,8 +136,9 @@ def run(laboratory, choose, wanted, seed):
     round_ = Round(laboratory, wanted)
     try:
         while waiting and round_.counted < wanted:
-            # Breaks of the same file one after the other: the file that is restored need not be compiled.
-            chosen = sorted(waiting[: wanted - round_.counted])
+            # Breaks of the same file one after the other: the file that is restored need not be compiled. A portion at
+            # a time: a run that is interrupted has tried them all over the folder.
+            chosen = sorted(waiting[: min(PORTION, wanted - round_.counted)])
             del waiting[: len(chosen)]
             for one in chosen:
                 round_.try_out(one)

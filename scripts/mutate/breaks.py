@@ -102,6 +102,16 @@ def conditions(path, text, original):
             yield Break(path, start, end, f"!({original[start:end].strip()})")
 
 
+def ends_switch(text, start, end):
+    """Whether nothing comes between the statement and the end of the switch that it is in."""
+    opening, depth = start, 1
+    while depth > 0 and opening > 0:
+        opening -= 1
+        depth += (text[opening] == "}") - (text[opening] == "{")
+    head = text[text.rfind("\n", 0, opening) + 1 : opening]
+    return text[end:].lstrip().startswith("}") and head.lstrip().startswith("switch (")
+
+
 def statements(path, text):
     for found in STATEMENT.finditer(text):
         before = text[: found.start()].rstrip()
@@ -112,6 +122,8 @@ def statements(path, text):
         end = statement_end(text, found.start(1))
         if end < 0 or re.search(r"= (?:delete|default);$", text[found.start(1) : end]):
             continue
+        if found[1] == "break;" and ends_switch(text, found.start(1), end):
+            continue  # it ends there anyhow
         yield Break(path, found.start(1), end, "{}")
 
 

@@ -17,7 +17,8 @@ ROOT = Path(__file__).resolve().parents[2]
 MEMORY = 4 << 30
 SANITIZED_IS_SLOWER = 10
 SIMULATION = "simulate"
-SIMULATED = ("common", "gmpd", "mribd")
+SIMULATED = ("common", "gmpd", "mribd", "msdpd")
+LOOK_S = 0.05
 # Hours of random life without faults and with them: what an unbroken tree runs in a few seconds.
 SIMULATED_SEEDS = (("calm", "100", "1", "1"), ("random", "1", "3", "1"))
 
@@ -106,18 +107,21 @@ class Laboratory:
                 resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
             resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
+        # Temporary files of their own: in a laboratory every program has the same process number.
+        folders = [Path(tempfile.mkdtemp(dir=self.folder)) for _ in self.shares(program)]
         running = [subprocess.Popen(
             [ROOT / "scripts/lab", build / "bin" / program, *words],
-            cwd=build, env=self.environment | variables, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-            stderr=subprocess.DEVNULL, start_new_session=True, preexec_fn=confine)
-            for words, variables in self.shares(program)]
+            cwd=build, env=self.environment | variables | {"TMPDIR": str(folder)}, stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True, preexec_fn=confine)
+            for (words, variables), folder in zip(self.shares(program), folders)]
         try:
-            return self.first_failure(running, time.monotonic() + patience)
+            return self.first_failure(running, patience)
         finally:
-            for one in running:
+            for one, folder in zip(running, folders):
                 if one.poll() is None:
                     os.killpg(one.pid, signal.SIGKILL)
                     one.wait()
+                shutil.rmtree(folder, ignore_errors=True)
 
     def shares(self, program):
         """Arguments and environment of each share: of the simulation its scripts and some seeds, of other programs
@@ -130,14 +134,16 @@ class Laboratory:
                  {"GTEST_TOTAL_SHARDS": str(cores), "GTEST_SHARD_INDEX": str(share)}) for share in range(cores)]
 
     @staticmethod
-    def first_failure(running, end):
-        waiting = list(running)
+    def first_failure(running, patience):
+        """Patience is counted in waits: while this program itself is stopped, the tests are as well."""
+        waiting, patience = list(running), patience / LOOK_S
         while waiting:
             for one in list(waiting):
                 try:
-                    code = one.wait(timeout=0.05)
+                    code = one.wait(timeout=LOOK_S)
                 except subprocess.TimeoutExpired:
-                    if time.monotonic() > end:
+                    patience -= 1
+                    if patience < 0:
                         return "time limit"
                     continue
                 if code != 0:
