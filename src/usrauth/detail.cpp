@@ -87,7 +87,7 @@ void CountRead()
 
 void CountMessage(uint32_t kind, uint16_t type)
 {
-    if (kind < kKinds && type < USRAUTH_MSG_TYPES) {
+    if (kind < kKinds) {
         ++g_store.statistics.messages[kind][type];
     }
 }

@@ -15,7 +15,7 @@ int32_t CompareDetails(const void *first, const void *second);
 /* Counts a read that delivered data. */
 void CountRead();
 
-/* Counts a message by kind and type; kinds without a counter are not counted. */
+/* Counts a message by kind and type, which is below USRAUTH_MSG_TYPES; kinds without a counter are not counted. */
 void CountMessage(uint32_t kind, uint16_t type);
 
 /* Counts a message of type 0 to 4 that names the user, in a record made for it when the limit allows. */

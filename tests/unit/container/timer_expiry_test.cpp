@@ -153,6 +153,7 @@ TEST_F(TimerManager, DeletingOrRefreshingItsOwnTimerFromACallbackChangesNothing)
         if (data[0] == 1) {
             Calls();
             EXPECT_EQ(MCAST_TMR_RefreshNode(manager, self, 0), MCAST_OK);
+            EXPECT_EQ(MCAST_TMR_RefreshNode(manager, self, 7), MCAST_OK);
             MCAST_TMR_DeleteNode(manager, self);
             EXPECT_EQ(Calls(), "");
         }
@@ -162,6 +163,7 @@ TEST_F(TimerManager, DeletingOrRefreshingItsOwnTimerFromACallbackChangesNothing)
     EXPECT_EQ(g_ran, (Names{1}));
     EXPECT_EQ(manager->heap->count, 2u);
     EXPECT_EQ(MCAST_MinHeapTop(manager->heap), other);
+    EXPECT_EQ(scripted_timer::Only().due_ms, platform.now_ms + 59000);
 }
 
 TEST_F(TimerManager, TheLastTimersCallbackMayDeleteItsOwnTimer)
