@@ -12,6 +12,7 @@
 #include <memory>
 #include <unistd.h>
 
+#include "daemons/common/descriptor.h"
 #include "mcast/mib.h"
 #include "platform/device.h"
 
@@ -357,11 +358,8 @@ bool is_running(const DaemonInfo &daemon)
     if (SERVICE_GetStatus(node, daemon.endpoint.service, 0, &state) == 0 && state == SERVICE_STATE_RUNNING) {
         return MCAST_MIB_GetDaemonStatus(&daemon.endpoint) == MCAST_OK;
     }
-    const int fd = MCAST_Connect2APP(&daemon.endpoint);
-    if (fd >= 0) {
-        close(fd);
-    }
-    return fd >= 0;
+    const mcastd::Descriptor connection(MCAST_Connect2APP(&daemon.endpoint));
+    return connection.valid();
 }
 
 } // namespace mcastctl

@@ -3,6 +3,7 @@
  * mribd, with a channel for each family.
  */
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -60,6 +61,7 @@ protected:
     {
         int ends[2];
         ASSERT_EQ(pipe(ends), 0);
+        fflush(nullptr); // or the child would print it as well
         child_ = fork();
         if (child_ == 0) {
             dup2(ends[1], STDOUT_FILENO);
