@@ -75,7 +75,7 @@ void ControlServer::accept_clients()
                 postpone_accept(reactor_, listener_, "a control request");
                 return;
             }
-        } else if (errno != ECONNABORTED) {
+        } else {
             return;
         }
     }

@@ -84,7 +84,7 @@ void accept_waiting(Reactor &reactor, int listener, unsigned most, const char *w
         } else if (is_shortage(errno)) {
             postpone_accept(reactor, listener, what);
             return;
-        } else if (errno != ECONNABORTED) {
+        } else {
             return;
         }
     }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include "support/descriptors.h"
 #include "tests/daemons/control_lab.h"
 #include "tests/daemons/descriptor_shortage.h"
+#include "tests/daemons/no_memory.h"
 
 using namespace control_test;
 using namespace mcastd;
@@ -154,6 +156,18 @@ TEST_F(ControlServerTest, AMessageLongerThanAnyRequestIsMalformed)
     EXPECT_EQ(peer.status(), ControlStatus::Malformed);
 }
 
+TEST_F(ControlServerTest, WhatCannotBeWatchedIsClosed)
+{
+    int ends[2];
+    char byte;
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends), 0);
+    ASSERT_TRUE(reactor.add(ends[1], EPOLLIN, [](uint32_t) {})); // no second time
+    server.adopt(ends[1]);
+    EXPECT_EQ(server.connections(), 0u);
+    EXPECT_EQ(recv(ends[0], &byte, 1, 0), 0);
+    close(ends[0]);
+}
+
 TEST_F(ControlServerTest, WhoHangsUpCostsNothing)
 {
     Peer silent(server);
@@ -224,6 +238,15 @@ protected:
         EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
         return fd;
     }
+    // Whether the server closed the connection, perhaps after an answer.
+    static bool has_ended(int fd)
+    {
+        std::vector<uint8_t> bytes(CONTROL_REPLY_MAX);
+        ssize_t size;
+        while ((size = recv(fd, bytes.data(), bytes.size(), 0)) > 0) {
+        }
+        return size == 0;
+    }
 
 private:
     std::string directory_;
@@ -263,6 +286,34 @@ TEST_F(ControlPortTest, AnswersOnDescriptorZero)
     dup2(standard_input, STDIN_FILENO);
     close(standard_input);
     close(fd);
+}
+
+// The request is there when the connection is taken, or comes afterwards.
+TEST_F(ControlPortTest, WhatThereIsNoMemoryForEndsTheConnection)
+{
+    NEEDS_FAILING_ALLOCATIONS();
+    log_open("test", static_cast<LogLevel>(-1)); // that is said
+    ASSERT_TRUE(server.open(PORT));
+    const std::vector<uint8_t> request = encode(get_next());
+    for (const bool late : {false, true}) {
+        unsigned long failures = 1;
+        for (unsigned long first = 0; failures > 0; ++first) {
+            const int fd = connect_to_server();
+            if (late) {
+                reactor.run_once(0);
+            }
+            ASSERT_EQ(send(fd, request.data(), request.size(), 0), static_cast<ssize_t>(request.size()));
+            {
+                const no_memory::Period period(first);
+                reactor.run_once(0);
+                failures = period.failures();
+            }
+            serve();
+            EXPECT_TRUE(has_ended(fd)) << late << ", allocation " << first;
+            EXPECT_EQ(server.connections(), 0u) << late << ", allocation " << first;
+            close(fd);
+        }
+    }
 }
 
 TEST_F(ControlPortTest, ASecondServerOnThePortIsRefused)

@@ -1,11 +1,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <string>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
 
@@ -16,6 +18,16 @@
 #include "tests/daemons/descriptor_shortage.h"
 
 using namespace mcastd;
+
+// The log's clock is ahead by so many seconds. This definition comes before libc's; nothing else reads the coarse clock.
+static time_t g_ahead_s = 0;
+
+extern "C" int clock_gettime(clockid_t clock, timespec *now) noexcept
+{
+    const long result = syscall(SYS_clock_gettime, clock, now);
+    now->tv_sec += clock == CLOCK_MONOTONIC_COARSE ? g_ahead_s : 0;
+    return static_cast<int>(result);
+}
 
 namespace
 {
@@ -76,6 +88,20 @@ TEST(LogLimits, MoreMessagesThanPlacesShareOneAllowance)
         said += said_of(limits, &text, LogLevel::Warning, 100, 1);
     }
     EXPECT_EQ(said, LOG_SITES + LOG_WARNINGS_PER_PERIOD);
+}
+
+TEST(Log, LinesThatWereHeldBackAreToldWhenTheirMinuteIsOver)
+{
+    log_open("test", LogLevel::Info);
+    testing::internal::CaptureStderr();
+    for (unsigned i = 0; i < LOG_WARNINGS_PER_PERIOD + 5; ++i) {
+        log_warning("often %u", i);
+    }
+    EXPECT_EQ(log_tend(), 1000) << "it is to be called again";
+    g_ahead_s += LOG_PERIOD_S;
+    EXPECT_EQ(log_tend(), -1) << "nothing is left";
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("5 more in 60 s like: often 20\n"),
+              std::string::npos);
 }
 
 // Standard error is a pipe or a socket of the test for as long as it lives.
