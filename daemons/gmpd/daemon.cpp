@@ -273,14 +273,14 @@ private:
         mrib_.be_silent(true);
         links_.close();
         mcastd::memory_unit("handing over", [this] {
+            standby_.remember(indexes_.assigned());
             if (users_) {
-                users_->switch_over(UserIndexMap(indexes_.assigned()));
+                users_->switch_over(standby_.indexes());
             }
         });
         close_active();
         mrib_.be_silent(false);
         mrib_.start_over();
-        mcastd::memory_unit("handing over", [this] { standby_.remember(indexes_.assigned()); });
         backup_.close();
         standby_.start(frame_.timers(), backup_port(), HAND_OVER_PATIENCE);
     }

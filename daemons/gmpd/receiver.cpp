@@ -118,7 +118,7 @@ void Receiver::close()
     mcastd::timer_stop(process_.timers, retry_);
 }
 
-bool Receiver::open_ear(uint32_t if_index, Ear &ear)
+void Receiver::open_ear(uint32_t if_index, Ear &ear)
 {
     const bool ipv4 = process_.config.family == MCAST_FAMILY_IPV4;
     const std::span<const sock_filter> program =
@@ -141,7 +141,7 @@ bool Receiver::open_ear(uint32_t if_index, Ear &ear)
         !reactor_.add(ear.socket.get(), EPOLLIN, [this, if_index](uint32_t) { read_some(if_index); })) {
         mcastd::log_warning("cannot hear interface %u: %s, trying every second", if_index, strerror(errno));
         ear.socket = mcastd::Descriptor();
-        return false;
+        return;
     }
     if (!set_option(ear.socket, SOL_PACKET, PACKET_ADD_MEMBERSHIP, request)) {
         mcastd::log_warning("interface %u does not hand over every group: %s", if_index, strerror(errno));
@@ -150,15 +150,21 @@ bool Receiver::open_ear(uint32_t if_index, Ear &ear)
         !set_option(ear.socket, SOL_SOCKET, SO_RCVBUF, room)) {
         mcastd::log_warning("cannot enlarge the receive buffer: %s", strerror(errno));
     }
-    return true;
+}
+
+void Receiver::open_if_closed(uint32_t if_index, Ear &ear)
+{
+    if (!ear.socket.valid()) {
+        open_ear(if_index, ear);
+    }
+    if (!ear.socket.valid()) {
+        retry_later();
+    }
 }
 
 void Receiver::join(uint32_t if_index)
 {
-    Ear &ear = ears_[if_index];
-    if (!ear.socket.valid() && !open_ear(if_index, ear)) {
-        retry_later();
-    }
+    open_if_closed(if_index, ears_[if_index]);
 }
 
 void Receiver::leave(uint32_t if_index)
@@ -185,9 +191,7 @@ void Receiver::retry_later()
 void Receiver::retry()
 {
     for (auto &[if_index, ear] : ears_) {
-        if (!ear.socket.valid() && !open_ear(if_index, ear)) {
-            retry_later();
-        }
+        open_if_closed(if_index, ear);
     }
 }
 

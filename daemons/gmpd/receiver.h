@@ -49,7 +49,9 @@ private:
         uint64_t drops = 0;
     };
 
-    bool open_ear(uint32_t if_index, Ear &ear);
+    // The socket stays closed when it cannot be opened, which is logged.
+    void open_ear(uint32_t if_index, Ear &ear);
+    void open_if_closed(uint32_t if_index, Ear &ear);
     void retry_later();
     void retry();
     void read_some(uint32_t if_index);

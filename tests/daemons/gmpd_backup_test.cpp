@@ -390,6 +390,26 @@ TEST_F(GmpdBackup, WhatIsNotUnderstoodEndsTheConnectionForASecond)
     EXPECT_TRUE(again.valid());
 }
 
+TEST_F(GmpdBackup, ARoundHearsSoManyMessagesAndThenOthersHaveTheirTurn)
+{
+    server.reset();
+    const mcastd::Descriptor listener(mcastd::listen_local(PORT));
+    start_standby();
+    const mcastd::Descriptor active(accept(listener.get(), nullptr, nullptr));
+    const auto tell = [&active](const BackupMessage &message) {
+        const Bytes bytes = encode(message);
+        EXPECT_EQ(send(active.get(), bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+    };
+    tell({BackupKind::Begin, {}});
+    for (uint32_t user = 0; user < 100; ++user) {
+        tell({BackupKind::Users, {{{1, user}, FIRST + user}}});
+    }
+    reactor.run_once(0);
+    EXPECT_EQ(standby.indexes().size(), 63u) << "64 messages, the first of them without users";
+    reactor.run_once(0);
+    EXPECT_EQ(standby.indexes().size(), 100u);
+}
+
 TEST_F(GmpdBackup, OnlyOneCanBeActive)
 {
     BackupServer second(reactor, indexes);

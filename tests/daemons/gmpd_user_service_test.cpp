@@ -87,6 +87,17 @@ TEST_P(GmpdUserService, AListThatLostEntriesEndsMembershipsAtItsEnd)
     EXPECT_EQ(service->counters().changed, 1u);
 }
 
+TEST_P(GmpdUserService, HostsOfAUserWhoMayJoinMoreAreAskedAgain)
+{
+    say("announce " + record(1) + right(1));
+    lab->pass(60); // what a new user leads to has been asked
+    lab->recorder.queries();
+    report(1, RecordType::IsExclude, {}, 2);
+    say("groups id=1 node=3 kind=1" + right(2));
+    lab->pass(2);
+    EXPECT_EQ(lab->recorder.queries(), "? all");
+}
+
 TEST_P(GmpdUserService, AnUpdateThatMovesTheUserEndsHisMemberships)
 {
     say("announce " + record(1) + right(1));
