@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <memory>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -262,6 +263,18 @@ TEST_F(ChannelServerTest, DatagramBeyondTheLongestMessageIsCountedAsMalformed)
     EXPECT_EQ(server.counters().malformed_messages, 2u);
     EXPECT_EQ(bench.router.members().wish_count(), 1u);
     EXPECT_EQ(clients(), 1u);
+}
+
+// A sanitizer sees a call of the one that has ended.
+TEST_F(ChannelServerTest, NothingIsToldToOneThatHasEnded)
+{
+    clients_of.configure("[[mribd.instance]]\nrp = '10.0.0.1'\n");
+    clients_of.msdp.set_enable(Bracket::RequestEnables, 0, true);
+    std::make_unique<ChannelServer>(reactor, clients_of.backend).reset();
+    bench.show_local_source(1);
+    EXPECT_EQ(clients_of.msdp.local_sources().size(), 1u);
+    clients_of.msdp.group_wanted(address("239.1.1.1"));
+    bench.router.drop_client(1); // perhaps who made this the designated router
 }
 
 TEST_F(ChannelServerTest, ClientsComeAndGoWithoutLeavingDescriptors)
