@@ -18,6 +18,7 @@ from laboratory import Laboratory, programs_of, sanitized_of, simulations_of
 
 MODULES = ("src", "host", "daemons")
 PORTION = 40
+WORDS = {"": "SURVIVED", "build": "does not compile", "test": "noticed", "time limit": "noticed, time limit"}
 LISTED = re.compile(r"^(\S+):(\d+)\n  - (.*)\n  \+ (.*)$", re.M)
 
 
@@ -71,37 +72,46 @@ class Round:
     def counted(self):
         return self.counts["test"] + self.counts["time limit"] + len(self.survivors)
 
-    def verdict(self, one):
+    def verdict(self, one, build, programs):
         """What noticed the break: "build", "test", "time limit", or nothing."""
         file = self.laboratory.tree / one.path
         text = file.read_text()
         file.write_text(applied(text, one))
         try:
-            return next(filter(None, (self.verdict_of(*look) for look in self.looks(one.path))), "")
+            return next(filter(None, (self.verdict_of(build, program) for program in programs)), "")
         finally:
             file.write_text(text)
-
-    def looks(self, path):
-        """Builds and programs, the cheapest first."""
-        yield from ((self.laboratory.plain, program) for program in programs_of(path) + simulations_of(path))
-        yield from ((self.laboratory.sanitized, program) for program in sanitized_of(path))
 
     def verdict_of(self, build, program):
         if self.laboratory.compile(build, [program]):
             return "build"
         return self.laboratory.fails(build, program)
 
+    def lines(self, one):
+        return shown((self.laboratory.tree / one.path).read_text(), one)
+
     def try_out(self, one):
-        line, before, after = shown((self.laboratory.tree / one.path).read_text(), one)
+        line, before, after = self.lines(one)
         if (one.path, before, after) in self.equivalent:
             self.counts["equivalent"] += 1
             return
-        verdict = self.verdict(one)
+        verdict = self.verdict(one, self.laboratory.plain, programs_of(one.path) + simulations_of(one.path))
         if not verdict:
-            self.survivors.append(f"{one.path}:{line}\n  - {before}\n  + {after}")
-        self.counts[verdict] += 1
-        what = {"": "SURVIVED", "build": "does not compile", "test": "noticed", "time limit": "noticed, time limit"}
-        print(f"{self.counted:4}/{self.wanted}  {what[verdict]}: {one.path}:{line}  {after}", flush=True)
+            self.survivors.append(one)
+        else:
+            self.counts[verdict] += 1
+        print(f"{self.counted:4}/{self.wanted}  {WORDS[verdict]}: {one.path}:{line}  {after}", flush=True)
+
+    def look_closer(self):
+        """What survived, with sanitizers, whose build is a long one."""
+        for one in list(self.survivors):
+            verdict = self.verdict(one, self.laboratory.sanitized, sanitized_of(one.path))
+            line, _, after = self.lines(one)
+            print(f"with sanitizers, {WORDS[verdict]}: {one.path}:{line}  {after}", flush=True)
+            if verdict:
+                self.survivors.remove(one)
+                self.counts[verdict] += 1
+                self.counts["sanitizers"] += verdict != "build"
 
     def report(self):
         noticed = self.counts["test"] + self.counts["time limit"]
@@ -109,11 +119,12 @@ class Round:
             print("no break was tried")
             return
         print(f"\n{self.counted} breaks: {noticed} noticed ({100 * noticed / self.counted:.1f} %, "
-              f"{self.counts['time limit']} of them by the time limit), {len(self.survivors)} survived; "
-              f"{self.counts['build']} more did not compile, {self.counts['equivalent']} more change nothing that a "
-              "test could see, says equivalent.txt")
-        for survivor in self.survivors:
-            print(survivor)
+              f"{self.counts['sanitizers']} of them by sanitizers alone, {self.counts['time limit']} by the time limit), "
+              f"{len(self.survivors)} survived; {self.counts['build']} more did not compile, "
+              f"{self.counts['equivalent']} more change nothing that a test could see, says equivalent.txt")
+        for one in self.survivors:
+            line, before, after = self.lines(one)
+            print(f"{one.path}:{line}\n  - {before}\n  + {after}")
 
 
 def run(laboratory, choose, wanted, seed):
@@ -142,8 +153,9 @@ def run(laboratory, choose, wanted, seed):
             del waiting[: len(chosen)]
             for one in chosen:
                 round_.try_out(one)
+        round_.look_closer()
     except KeyboardInterrupt:
-        print("\ninterrupted")
+        print("\ninterrupted; the sanitizers may not have looked at all that survived")
     round_.report()
     print(f"seed {seed}, {time.monotonic() - begin:.0f} s")
 

@@ -2,15 +2,6 @@
 #include "driver.h"
 #include "minimal/timer.h"
 
-int PORT_Begin(void)
-{
-    return 0;
-}
-
-void PORT_End(void)
-{
-}
-
 TIMER_SERVICE PORT_TimerService(void)
 {
     return MINIMAL_Timers();
@@ -19,21 +10,6 @@ TIMER_SERVICE PORT_TimerService(void)
 int PORT_ServeEvents(uint32_t milliseconds)
 {
     MINIMAL_Serve(milliseconds);
-    return 0;
-}
-
-int PORT_Interface(PORT_INTERFACE_S *interface)
-{
-    const PORT_INTERFACE_S the_one = {1, 22, "eth0", "eth0", "e", 23};
-    *interface = the_one;
-    return 0;
-}
-
-int PORT_AccessLists(uint32_t family_index, PORT_ACCESS_LISTS_S *lists)
-{
-    const PORT_ACCESS_LISTS_S all = {2000, 3000, 2001, 2002};
-    (void)family_index;
-    *lists = all;
     return 0;
 }
 

@@ -16,9 +16,6 @@ namespace sim
 
 // h1 on lan2 listens to f1, which sends on lan1; all is at rest.
 inline constexpr const char *QUIET = R"(
-link lan1 10.0.1.0/24 2001:db8:1::/64
-link lan2 10.0.2.0/24 2001:db8:2::/64
-link lan3 10.0.3.0/24 2001:db8:3::/64
 router r1 lan1 lan2 lan3
 daemon r1.mribd mribd
 daemon r1.gmpd4 gmpd -4
@@ -34,9 +31,6 @@ flow f1 lan1 10.0.1.50 239.1.1.1 1
 
 // The same with users on lan2, a standby, and another router that announces its sources; h1 may join what it wants.
 inline constexpr const char *FULL = R"(
-link lan1 10.0.1.0/24 2001:db8:1::/64
-link lan2 10.0.2.0/24 2001:db8:2::/64
-link lan3 10.0.3.0/24 2001:db8:3::/64
 router r1 lan1 lan2
 router r2 lan1 lan3
 rendezvous r1 10.0.1.5
@@ -80,7 +74,7 @@ protected:
     }
     Result with_all(const std::function<void(sim::Run &)> &make_break)
     {
-        return with(read_script(FULL), make_break);
+        return with(read_script(THREE_LINKS + FULL), make_break);
     }
     static Result with(const Script &script, const std::function<void(sim::Run &)> &make_break)
     {
@@ -121,7 +115,7 @@ protected:
         run.world().kernel.run_for(SECOND);
     }
 
-    const Script script_ = read_script(QUIET);
+    const Script script_ = read_script(THREE_LINKS + QUIET);
     const MulticastTable::Key key_ = {address_from("10.0.1.50"), address_from("239.1.1.1")};
 };
 

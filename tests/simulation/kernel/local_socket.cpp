@@ -192,17 +192,8 @@ int LocalSocket::connect(const sockaddr *address, socklen_t length)
 
 std::shared_ptr<File> LocalSocket::accept(int *error)
 {
-    if (listener_ == nullptr || !listener_->listening) {
-        *error = EINVAL;
-        return nullptr;
-    }
-    if (listener_->backlog.empty()) {
-        *error = EAGAIN;
-        return nullptr;
-    }
-    auto accepted = std::make_shared<LocalSocket>(machine_, std::move(listener_->backlog.front()));
-    listener_->backlog.pop_front();
-    return accepted;
+    std::shared_ptr<LocalEnd> end = next_connection<LocalEnd>(listener_.get(), error);
+    return end == nullptr ? nullptr : std::make_shared<LocalSocket>(machine_, std::move(end));
 }
 
 ssize_t LocalSocket::send(const void *bytes, size_t size)

@@ -13,6 +13,7 @@
 
 #include <deque>
 
+#include "tests/simulation/kernel/listener.h"
 #include "tests/simulation/kernel/machine.h"
 
 namespace sim
@@ -53,13 +54,8 @@ private:
 
 class LocalSocket;
 
-class LocalListener
+class LocalListener : public Listener<LocalEnd>
 {
-public:
-    uint64_t owner = 0; // the number of the process that bound it
-    bool listening = false;
-    size_t backlog_limit = 0;
-    std::deque<std::shared_ptr<LocalEnd>> backlog;
 };
 
 class LocalSocket : public Socket

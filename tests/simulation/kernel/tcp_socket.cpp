@@ -378,17 +378,8 @@ int TcpSocket::connect(const sockaddr *address, socklen_t)
 
 std::shared_ptr<File> TcpSocket::accept(int *error)
 {
-    if (listener_ == nullptr || !listener_->listening) {
-        *error = EINVAL;
-        return nullptr;
-    }
-    if (listener_->backlog.empty()) {
-        *error = EAGAIN;
-        return nullptr;
-    }
-    auto accepted = std::make_shared<TcpSocket>(machine_, whose_, std::move(listener_->backlog.front()));
-    listener_->backlog.pop_front();
-    return accepted;
+    std::shared_ptr<TcpEnd> end = next_connection<TcpEnd>(listener_.get(), error);
+    return end == nullptr ? nullptr : std::make_shared<TcpSocket>(machine_, whose_, std::move(end));
 }
 
 int TcpSocket::get_option(int level, int option, void *value, socklen_t *size)

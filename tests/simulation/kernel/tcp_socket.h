@@ -14,6 +14,7 @@
 
 #include <deque>
 
+#include "tests/simulation/kernel/listener.h"
 #include "tests/simulation/kernel/machine.h"
 
 namespace sim
@@ -84,14 +85,10 @@ private:
 // Whether packets go from the one address of the machine to the other address and back.
 bool has_way(Machine &machine, const Address &own, const Address &other);
 
-class TcpListener
+class TcpListener : public Listener<TcpEnd>
 {
 public:
     TcpName name;
-    bool listening = false;
-    size_t backlog_limit = 0;
-    uint64_t owner = 0; // the number of the process that bound it
-    std::deque<std::shared_ptr<TcpEnd>> backlog;
 };
 
 class TcpSocket : public Socket

@@ -51,6 +51,14 @@ Ns time_from(const std::string &seconds);
 
 // Ends the program when the text is no script.
 Script read_script(const std::string &text);
+
+// The links that scripts within the program have.
+inline const std::string THREE_LINKS = R"(
+link lan1 10.0.1.0/24 2001:db8:1::/64
+link lan2 10.0.2.0/24 2001:db8:2::/64
+link lan3 10.0.3.0/24 2001:db8:3::/64
+)";
+
 std::string write_script(const Script &script);
 std::string read_text_file(const std::string &path);
 

@@ -13,9 +13,6 @@ namespace
 
 constexpr const char *LIFE = R"(
 seed 7
-link lan1 10.0.1.0/24 2001:db8:1::/64
-link lan2 10.0.2.0/24 2001:db8:2::/64
-link lan3 10.0.3.0/24 2001:db8:3::/64
 router r1 lan1 lan2 lan3
 daemon r1.mribd mribd
 daemon r1.gmpd gmpd -4
@@ -72,7 +69,7 @@ flow f2 lan2 10.0.2.50 239.1.1.1 1
 // Another daemon dies, and what it knew has to be told again.
 Script life_of(const std::string &daemon)
 {
-    Script script = read_script(daemon == "msdpd" ? LIFE_OF_PEERS : LIFE);
+    Script script = read_script(daemon == "msdpd" ? LIFE_OF_PEERS : THREE_LINKS + LIFE);
     script.add(12 * SECOND, {"kill", daemon == "mribd" ? "r1.gmpd" : "r1.mribd"});
     script.add(13 * SECOND, {"revive"});
     sort_actions(script);
