@@ -1,7 +1,6 @@
 #include <arpa/inet.h>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
@@ -17,6 +16,7 @@
 #include "tests/daemons/control_lab.h"
 #include "tests/daemons/descriptor_shortage.h"
 #include "tests/daemons/no_memory.h"
+#include "tests/daemons/runtime_folder.h"
 
 using namespace control_test;
 using namespace mcastd;
@@ -217,15 +217,7 @@ class ControlPortTest : public ControlServerTest
 protected:
     ControlPortTest()
     {
-        char path[] = "/tmp/mcastd-control-XXXXXX";
-        directory_ = mkdtemp(path);
-        setenv("MCAST_HOST_RUNTIME_DIR", directory_.c_str(), 1);
         log_open("test", LogLevel::Error);
-    }
-    ~ControlPortTest() override
-    {
-        unsetenv("MCAST_HOST_RUNTIME_DIR");
-        std::filesystem::remove_all(directory_);
     }
 
     static int connect_to_server()
@@ -249,7 +241,7 @@ protected:
     }
 
 private:
-    std::string directory_;
+    RuntimeFolder folder_;
 };
 
 TEST_F(ControlPortTest, AnswersOnItsPort)

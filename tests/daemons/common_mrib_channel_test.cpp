@@ -2,8 +2,6 @@
  * A daemon's connection to the MRIB process, with this process in the place of that one. What happens a second after
  * a connection broke is the simulation's to show.
  */
-#include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <new>
@@ -17,6 +15,7 @@
 #include "daemons/common/reactor.h"
 #include "daemons/common/timer_loop.h"
 #include "mcast/mrib_wire.h"
+#include "tests/daemons/runtime_folder.h"
 
 using namespace mcastd;
 
@@ -28,9 +27,6 @@ class MribChannelTest : public testing::Test
 protected:
     MribChannelTest()
     {
-        char path[] = "/tmp/mcastd-channel-XXXXXX";
-        directory_ = mkdtemp(path);
-        setenv("MCAST_HOST_RUNTIME_DIR", path, 1);
         log_open("test", static_cast<LogLevel>(-1)); // broken connections are warned of
         EXPECT_TRUE(timers_.open());
         listener_ = Descriptor(listen_local(MRIB_PORT_IPV4));
@@ -38,8 +34,6 @@ protected:
     ~MribChannelTest() override
     {
         channel.close();
-        unsetenv("MCAST_HOST_RUNTIME_DIR");
-        std::filesystem::remove_all(directory_);
     }
 
     bool open()
@@ -68,7 +62,7 @@ protected:
 private:
     static constexpr uint8_t COMPONENT = 9;
 
-    std::string directory_;
+    RuntimeFolder folder_;
     TimerLoop timers_{reactor};
     Descriptor listener_;
 };

@@ -1,7 +1,6 @@
 /*
  * Local ports whose names are deleted: they come back, unless another socket has the port meanwhile.
  */
-#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
@@ -10,6 +9,7 @@
 #include "daemons/common/local_listener.h"
 #include "daemons/common/log.h"
 #include "daemons/common/port_watch.h"
+#include "tests/daemons/runtime_folder.h"
 
 using namespace mcastd;
 
@@ -23,20 +23,15 @@ class WatchedPort : public testing::Test
 protected:
     WatchedPort()
     {
-        char path[] = "/tmp/mcastd-ports-XXXXXX";
-        directory_ = mkdtemp(path);
-        setenv("MCAST_HOST_RUNTIME_DIR", path, 1);
         log_open("test", static_cast<LogLevel>(-1)); // warnings are expected
     }
     ~WatchedPort() override
     {
-        unsetenv("MCAST_HOST_RUNTIME_DIR");
-        std::filesystem::remove_all(directory_);
         log_open("daemon", LogLevel::Info);
     }
     void delete_names() const
     {
-        for (const auto &each : std::filesystem::directory_iterator(directory_)) {
+        for (const auto &each : std::filesystem::directory_iterator(folder_.path())) {
             std::filesystem::remove_all(each.path());
         }
     }
@@ -44,7 +39,7 @@ protected:
     PortWatch watch;
 
 private:
-    std::string directory_;
+    RuntimeFolder folder_;
 };
 
 TEST_F(WatchedPort, ThatLostItsNameGetsItBack)

@@ -2,7 +2,6 @@
  * The backup: its messages, who has which index, and the two ends of the connection on local sockets.
  */
 #include <arpa/inet.h>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
@@ -18,6 +17,7 @@
 #include "mcast/interface_registry.h"
 #include "platform/local_socket.h"
 #include "support/scripted_timer.h"
+#include "tests/daemons/runtime_folder.h"
 
 using namespace gmpd;
 
@@ -147,10 +147,6 @@ class GmpdBackup : public GmpdUserIndexes
 protected:
     GmpdBackup() : standby(reactor)
     {
-        char name[] = "/tmp/gmpd-test-XXXXXX";
-
-        directory = mkdtemp(name);
-        setenv("MCAST_HOST_RUNTIME_DIR", name, 1);
         scripted_timer::Reset();
         const uint64_t parameters[4] = {reinterpret_cast<uint64_t>(&timers)};
 
@@ -165,8 +161,6 @@ protected:
         standby.stop();
         server.reset();
         MCAST_TMR_Destroy(timers);
-        unsetenv("MCAST_HOST_RUNTIME_DIR");
-        EXPECT_EQ(system(("rm -rf " + directory).c_str()), 0);
     }
 
     void start_active()
@@ -214,7 +208,7 @@ protected:
     }
 
     mcastd::Reactor reactor;
-    std::string directory;
+    RuntimeFolder folder;
     MCAST_TMR_S *timers = nullptr;
     const UserIndexes &active_indexes = indexes;
     std::optional<BackupServer> server;

@@ -3,7 +3,6 @@
  * with, how it survives the peer's death, a full socket and a lost record.
  */
 #include <arpa/inet.h>
-#include <cstdlib>
 #include <deque>
 #include <gtest/gtest.h>
 #include <optional>
@@ -15,6 +14,7 @@
 #include "mcast/mrib_wire.h"
 #include "platform/local_socket.h"
 #include "tests/daemons/gmpd_lab.h"
+#include "tests/daemons/runtime_folder.h"
 
 using namespace gmpd;
 using namespace gmpd_test;
@@ -113,9 +113,6 @@ class GmpdMribLink : public testing::Test
 protected:
     GmpdMribLink()
     {
-        char name[] = "/tmp/gmpd-test-XXXXXX";
-        directory = mkdtemp(name);
-        setenv("MCAST_HOST_RUNTIME_DIR", name, 1);
         lab.emplace(MCAST_FAMILY_IPV4);
         link.emplace(lab->process, reactor);
         lab->process.mrib = &*link;
@@ -126,8 +123,6 @@ protected:
         lab->process.interfaces.clear();
         link.reset();
         lab.reset();
-        unsetenv("MCAST_HOST_RUNTIME_DIR");
-        EXPECT_EQ(system(("rm -rf " + directory).c_str()), 0);
     }
     // Lets the loop handle what is ready.
     void run()
@@ -138,7 +133,7 @@ protected:
         }
     }
 
-    std::string directory;
+    RuntimeFolder folder;
     mcastd::Reactor reactor;
     std::optional<Lab> lab;
     std::optional<MribLink> link;

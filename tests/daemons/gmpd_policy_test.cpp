@@ -2,7 +2,6 @@
  * What the MRIB process says, record by record, and what becomes of the memberships. The records go through
  * the library's view; nobody answers on the channel.
  */
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <optional>
 
@@ -10,6 +9,7 @@
 #include "mcast/mrib_wire.h"
 #include "mcasthost/config.h"
 #include "tests/daemons/gmpd_lab.h"
+#include "tests/daemons/runtime_folder.h"
 
 using namespace gmpd;
 using namespace gmpd_test;
@@ -71,9 +71,6 @@ class GmpdPolicy : public testing::TestWithParam<uint8_t>
 protected:
     GmpdPolicy()
     {
-        char name[] = "/tmp/gmpd-test-XXXXXX";
-        directory = mkdtemp(name);
-        setenv("MCAST_HOST_RUNTIME_DIR", name, 1);
         lab.emplace(GetParam());
         link.emplace(lab->process, reactor);
         EXPECT_TRUE(link->open());
@@ -85,8 +82,6 @@ protected:
         lab->process.interfaces.clear();
         link.reset();
         lab.reset();
-        unsetenv("MCAST_HOST_RUNTIME_DIR");
-        EXPECT_EQ(system(("rm -rf " + directory).c_str()), 0);
     }
     bool ipv4() const
     {
@@ -135,7 +130,7 @@ protected:
         return lab->interface->counters[counter];
     }
 
-    std::string directory;
+    RuntimeFolder folder;
     mcastd::Reactor reactor;
     std::optional<Lab> lab;
     std::optional<MribLink> link;

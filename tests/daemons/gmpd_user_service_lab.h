@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
@@ -23,6 +22,7 @@
 #include "platform/local_socket.h"
 #include "tests/daemons/control_table.h"
 #include "tests/daemons/gmpd_lab.h"
+#include "tests/daemons/runtime_folder.h"
 
 namespace gmpd_test
 {
@@ -36,9 +36,6 @@ class UserServiceLab : public testing::TestWithParam<uint8_t>
 protected:
     UserServiceLab()
     {
-        char name[] = "/tmp/gmpd-test-XXXXXX";
-        directory = mkdtemp(name);
-        setenv("MCAST_HOST_RUNTIME_DIR", name, 1);
         lab.emplace(GetParam());
         interface_authenticate(*lab->interface, true);
         EXPECT_TRUE(indexes.open(GetParam()));
@@ -60,8 +57,6 @@ protected:
         lab->process.interfaces.clear();
         service.reset();
         lab.reset();
-        unsetenv("MCAST_HOST_RUNTIME_DIR");
-        EXPECT_EQ(system(("rm -rf " + directory).c_str()), 0);
     }
 
     int connect_agent()
@@ -155,7 +150,7 @@ protected:
         return status_text(lab->process, process);
     }
 
-    std::string directory;
+    RuntimeFolder folder;
     mcastd::Reactor reactor;
     std::optional<Lab> lab;
     UserIndexes indexes;

@@ -2,8 +2,6 @@
  * The client against daemons of this process: two that answer on ports of their own, and one that is absent.
  */
 #include <atomic>
-#include <cstdlib>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
@@ -16,6 +14,7 @@
 #include "daemons/common/control.h"
 #include "daemons/common/log.h"
 #include "daemons/mcastctl/client.h"
+#include "tests/daemons/runtime_folder.h"
 
 using namespace mcastctl;
 using mcastd::ControlField;
@@ -83,16 +82,11 @@ class Client : public testing::Test
 protected:
     Client()
     {
-        char path[] = "/tmp/mcastctl-test-XXXXXX";
-        directory_ = mkdtemp(path);
-        setenv("MCAST_HOST_RUNTIME_DIR", directory_.c_str(), 1);
         mcastd::log_open("test", mcastd::LogLevel::Error);
     }
     ~Client() override
     {
         stop();
-        unsetenv("MCAST_HOST_RUNTIME_DIR");
-        std::filesystem::remove_all(directory_);
     }
 
     // Two daemons with tables of these keys, served from a thread of its own.
@@ -132,7 +126,7 @@ protected:
     std::string seen;
 
 private:
-    std::string directory_;
+    RuntimeFolder folder_;
     std::thread thread_;
     int stop_fd_ = -1;
 };

@@ -2,8 +2,6 @@
  * Command lines against the router's daemons, played by this process on their own ports: which rows are shown,
  * in what order, whom an order reaches, and how a line is completed.
  */
-#include <cstdlib>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <list>
 #include <string>
@@ -20,6 +18,7 @@
 #include "daemons/common/services.h"
 #include "daemons/mcastctl/command.h"
 #include "mcast/argument_check.h"
+#include "tests/daemons/runtime_folder.h"
 
 using mcastd::ControlField;
 using mcastd::ControlFields;
@@ -58,9 +57,6 @@ class ShownRouter : public testing::Test
 protected:
     ShownRouter()
     {
-        char path[] = "/tmp/mcastctl-test-XXXXXX";
-        directory_ = mkdtemp(path);
-        setenv("MCAST_HOST_RUNTIME_DIR", path, 1);
         mcastd::log_open("test", mcastd::LogLevel::Error);
         EXPECT_EQ(MC_CommonRcInit(), MCAST_OK);
         serve(mcastd::CONTROL_PORT_GMPD_IPV4, mcastd::SOURCE_TABLE,
@@ -83,8 +79,6 @@ protected:
         close(stop_fd_);
         servers_.clear();
         MC_CommonRcExit();
-        unsetenv("MCAST_HOST_RUNTIME_DIR");
-        std::filesystem::remove_all(directory_);
     }
 
     // What the command line prints.
@@ -141,7 +135,7 @@ private:
         EXPECT_TRUE(server.open(port));
     }
 
-    std::string directory_;
+    RuntimeFolder folder_;
     mcastd::Reactor reactor_;
     std::list<mcastd::ControlServer> servers_;
     std::thread thread_;

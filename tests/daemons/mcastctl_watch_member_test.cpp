@@ -1,7 +1,5 @@
 // One family's channel of "watch" beside an mribd that is slow to read, played by this process.
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/socket.h>
@@ -13,6 +11,7 @@
 #include "daemons/mcastctl/watch_member.h"
 #include "mcast/mrib_message.h"
 #include "mcast/mrib_wire.h"
+#include "tests/daemons/runtime_folder.h"
 
 using namespace mcastctl;
 using mcastd::Descriptor;
@@ -25,20 +24,12 @@ class WatchMemberTest : public testing::Test
 protected:
     WatchMemberTest()
     {
-        char path[] = "/tmp/mcastctl-test-XXXXXX";
-        directory_ = mkdtemp(path);
-        setenv("MCAST_HOST_RUNTIME_DIR", path, 1);
         watch_.events = {&watched_events()[0]}; // instances
         watch_.changes_alone = true;
         const Descriptor listener(mcastd::listen_local(MRIB_PORT_IPV4));
         EXPECT_TRUE(member.open());
         mribd_ = Descriptor(mcastd::accept_next(listener.get()));
         EXPECT_EQ(datagrams(), 1u) << "its registration";
-    }
-    ~WatchMemberTest() override
-    {
-        unsetenv("MCAST_HOST_RUNTIME_DIR");
-        std::filesystem::remove_all(directory_);
     }
 
     // A message of so many records of the type.
@@ -77,7 +68,7 @@ protected:
                        [this](const std::string &line) { lines.push_back(line); }};
 
 private:
-    std::string directory_;
+    RuntimeFolder folder_;
     Descriptor mribd_;
 };
 

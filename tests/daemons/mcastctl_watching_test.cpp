@@ -4,9 +4,7 @@
  */
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <string>
@@ -23,6 +21,7 @@
 #include "mcast/argument_check.h"
 #include "mcast/mrib_message.h"
 #include "mcast/mrib_wire.h"
+#include "tests/daemons/runtime_folder.h"
 
 using mcastd::Descriptor;
 
@@ -43,9 +42,6 @@ class Watching : public testing::Test
 protected:
     Watching()
     {
-        char path[] = "/tmp/mcastctl-test-XXXXXX";
-        directory_ = mkdtemp(path);
-        setenv("MCAST_HOST_RUNTIME_DIR", path, 1);
     }
     ~Watching() override
     {
@@ -53,8 +49,6 @@ protected:
             kill(child_, SIGKILL);
             waitpid(child_, nullptr, 0);
         }
-        unsetenv("MCAST_HOST_RUNTIME_DIR");
-        std::filesystem::remove_all(directory_);
     }
 
     void start(std::vector<const char *> words)
@@ -114,7 +108,7 @@ protected:
     }
 
 private:
-    std::string directory_;
+    RuntimeFolder folder_;
     Descriptor output_;
     pid_t child_ = -1;
 };

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -15,6 +14,7 @@
 
 #include "daemons/uagent/watch.h"
 #include "platform/local_socket.h"
+#include "tests/daemons/runtime_folder.h"
 
 using namespace uagent;
 
@@ -74,9 +74,6 @@ class UagentAgent : public testing::Test
 protected:
     UagentAgent()
     {
-        char name[] = "/tmp/uagent-test-XXXXXX";
-        directory = mkdtemp(name);
-        setenv("MCAST_HOST_RUNTIME_DIR", name, 1);
         out = open_memstream(&printed, &printed_size);
         settings.timeout_s = 1;
     }
@@ -84,12 +81,10 @@ protected:
     {
         fclose(out);
         free(printed);
-        unsetenv("MCAST_HOST_RUNTIME_DIR");
-        std::filesystem::remove_all(directory);
     }
     std::string file(const std::string &text) const
     {
-        const std::string path = directory + "/commands";
+        const std::string path = folder.path() + "/commands";
         std::ofstream(path) << text;
         return path;
     }
@@ -119,7 +114,7 @@ protected:
         return mcastd::run_in_frame<Watch>(options, settings, input, std::string("pipe"), out);
     }
 
-    std::string directory;
+    RuntimeFolder folder;
     char *printed = nullptr;
     size_t printed_size = 0;
     FILE *out = nullptr;
@@ -170,7 +165,7 @@ TEST_F(UagentAgent, NothingIsSentOfAFileWithAWrongLine)
 {
     Daemon daemon(PORT_IPV4);
     EXPECT_FALSE(run_file("withdraw " + USER + "\n\nwithdraw id=7 node=3 kind=9\n"));
-    EXPECT_EQ(error, directory + "/commands:3: withdraw: kind=9: no number from 1 to 4");
+    EXPECT_EQ(error, folder.path() + "/commands:3: withdraw: kind=9: no number from 1 to 4");
     EXPECT_EQ(text(), "");
 }
 
