@@ -88,6 +88,7 @@ private:
     void broken(Rule rule, const std::string &what);
     void check_missed(uint64_t flow, const Packet &packet);
     bool comes_twice_for_long(const Flow &flow, const Link &link, const Packet &packet);
+    bool asks_about(const Link &link, const Address &group) const;
     void check_unwanted(const Machine &by, const Link &link, const Datum &datum);
     bool is_heard(const Machine &machine, const Link &link, const Datum &datum) const;
     void check_queriers(const Link &link, int family);

@@ -130,6 +130,15 @@ void Oracle::delivered(const Link &link, const Machine &by, const Datum &datum)
     }
 }
 
+// Whether the router that asks the hosts asks about the group when one leaves it: not if it lets nobody join it.
+bool Oracle::asks_about(const Link &link, const Address &group) const
+{
+    return std::all_of(world_->machines().begin(), world_->machines().end(), [&](const auto &machine) {
+        const Interface *interface = machine->find(link.if_index_of(*machine));
+        return interface == nullptr || world_->config(*machine).permits(interface->name, group);
+    });
+}
+
 void Oracle::check_unwanted(const Machine &by, const Link &link, const Datum &datum)
 {
     const Agent *agent = world_->agent_for(by, link);
@@ -144,7 +153,8 @@ void Oracle::check_unwanted(const Machine &by, const Link &link, const Datum &da
         reported = std::max(reported, host->reported(datum.group));
         heard = heard && host->version == 3 && !host->is_silent;
     }
-    const bool tight = heard && !is_other_querier(world_->machine(by.name), link, datum.group.family) &&
+    const bool tight = heard && asks_about(link, datum.group) &&
+                       !is_other_querier(world_->machine(by.name), link, datum.group.family) &&
                        disturbances.steady_since() + timing.membership() < changed;
     const Ns bound = tight ? changed + timing.leave() + LEAVE_MARGIN
                            : std::max(changed, reported) + timing.membership() + timing.response + SECOND +
