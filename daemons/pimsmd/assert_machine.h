@@ -19,6 +19,7 @@
 
 #include "daemons/pimsmd/address.h"
 #include "daemons/pimsmd/machine.h"
+#include "daemons/pimsmd/ms_timer.h"
 
 namespace pimsmd::asserts
 {
@@ -119,6 +120,71 @@ struct Standing {
 
 // The event that an Assert with these terms is; nothing when it is none for the machine.
 std::optional<Event> meaning_of(const Metric &heard, const Standing &standing);
+
+// Milliseconds for which a loser keeps quiet, and by how much earlier the winner repeats itself.
+constexpr uint32_t ASSERT_MS = 180 * 1000;
+constexpr uint32_t ASSERT_OVERRIDE_MS = 3 * 1000;
+
+class Runner;
+
+// What a machine tells and asks. It may be destroyed in none of these calls.
+class Owner
+{
+public:
+    // Its state or the winner's terms are others now.
+    virtual void changed(Runner &runner) = 0;
+
+    // An Assert with this router's terms on the link, or an AssertCancel.
+    virtual void send_assert(Runner &runner) = 0;
+    virtual void send_cancel(Runner &runner) = 0;
+
+    // This router's terms on the link now, infinite when it could not assert there.
+    virtual Metric own_metric(const Runner &runner) = 0;
+
+    // The loser gets the packets of a joined source from the winner: they come over its tree.
+    virtual void set_spt_bit(Runner &runner) = 0;
+
+protected:
+    ~Owner() = default;
+};
+
+// The machine of one entry on one link, with its timer. The owner sees to it that (*,G) is told of an Assert only when the
+// machine of (S,G) is in NoInfo before and after it.
+class Runner
+{
+public:
+    // All of them outlive it; the table is one of the two above.
+    Runner(const Table &table, MsQueue &queue, Owner &owner) : table_(table), queue_(queue), owner_(owner)
+    {
+    }
+
+    State state() const
+    {
+        return state_;
+    }
+    // The winner's terms, this router's own as the winner; of no meaning in NoInfo.
+    const Metric &winner() const
+    {
+        return winner_;
+    }
+
+    // An Assert on the link. Whether it was an event for the machine.
+    bool heard(const Metric &metric, bool could_assert, bool tracking);
+
+    // Any event but those of Asserts.
+    void take(Event event);
+
+private:
+    void take(Event event, const Metric &metric);
+    static void timer_over(void *self);
+
+    const Table &table_;
+    MsQueue &queue_;
+    Owner &owner_;
+    State state_ = State::NoInfo;
+    Metric winner_;
+    MsTimer timer_;
+};
 
 } // namespace pimsmd::asserts
 

@@ -16,6 +16,7 @@
 #define DAEMONS_PIMSMD_DOWNSTREAM_H
 
 #include "daemons/pimsmd/machine.h"
+#include "daemons/pimsmd/ms_timer.h"
 
 namespace pimsmd::downstream
 {
@@ -52,6 +53,60 @@ inline constexpr Machine<State, Event, STATES, EVENTS> TABLE = {{
      go(NO_INFO, STOP_PRUNE_PENDING)},
 }};
 static_assert(TABLE.complete());
+
+class Runner;
+
+// What a machine tells and asks. It may be destroyed in none of these calls.
+class Owner
+{
+public:
+    // It began or ended to forward to the link.
+    virtual void changed(Runner &runner) = 0;
+
+    // The Prune is to be said again on the link.
+    virtual void echo_prune(Runner &runner) = 0;
+
+protected:
+    ~Owner() = default;
+};
+
+// The machine of one entry on one link, with its timers.
+class Runner
+{
+public:
+    // Both outlive it.
+    Runner(MsQueue &queue, Owner &owner) : queue_(queue), owner_(owner)
+    {
+    }
+
+    State state() const
+    {
+        return state_;
+    }
+    // Whether the link is among joins of the entry.
+    bool forwards() const
+    {
+        return state_ != State::NoInfo;
+    }
+
+    // A Join with its holdtime, HOLDTIME_FOREVER included.
+    void join(uint16_t holdtime_s);
+
+    // A Prune; delay_ms is the link's when other routers may override it, 0 when there are none.
+    void prune(uint32_t delay_ms);
+
+private:
+    void take(Event event, uint16_t holdtime_s, uint32_t delay_ms);
+    static void expired(void *self);
+    static void pending_over(void *self);
+
+    MsQueue &queue_;
+    Owner &owner_;
+    State state_ = State::NoInfo;
+    bool echoes_ = false; // the pending Prune waited for others
+    MsTimer expiry_;
+    MsTimer pending_;
+};
 
 } // namespace pimsmd::downstream
 

@@ -10,6 +10,7 @@
 #define DAEMONS_PIMSMD_REGISTER_H
 
 #include "daemons/pimsmd/machine.h"
+#include "daemons/pimsmd/ms_timer.h"
 
 namespace pimsmd::registers
 {
@@ -53,6 +54,46 @@ inline constexpr Machine<State, Event, STATES, EVENTS> TABLE = {{
      stay<State>(), go(JOIN, ADD_TUNNEL | STOP_TIMER)},
 }};
 static_assert(TABLE.complete());
+
+class Owner
+{
+public:
+    // Registers of the source begin or end to be sent, or go to another RP.
+    virtual void set_tunnel(bool on) = 0;
+    virtual void update_tunnel() = 0;
+    virtual void send_null_register() = 0;
+
+    // Milliseconds: a random time for which the RP's stop counts, without the probe time; the probe time.
+    virtual uint32_t draw_suppression_ms() = 0;
+    virtual uint32_t probe_ms() = 0;
+
+protected:
+    ~Owner() = default;
+};
+
+// The machine of one source at its designated router, with its timer.
+class Runner
+{
+public:
+    // Both outlive it.
+    Runner(MsQueue &queue, Owner &owner) : queue_(queue), owner_(owner)
+    {
+    }
+
+    State state() const
+    {
+        return state_;
+    }
+    void take(Event event);
+
+private:
+    static void timer_over(void *self);
+
+    MsQueue &queue_;
+    Owner &owner_;
+    State state_ = State::NoInfo;
+    MsTimer timer_;
+};
 
 } // namespace pimsmd::registers
 

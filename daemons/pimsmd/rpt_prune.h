@@ -20,6 +20,7 @@
 #define DAEMONS_PIMSMD_RPT_PRUNE_H
 
 #include "daemons/pimsmd/machine.h"
+#include "daemons/pimsmd/ms_timer.h"
 
 namespace pimsmd::rpt_downstream
 {
@@ -65,6 +66,55 @@ inline constexpr Machine<State, Event, STATES, EVENTS> TABLE = {{
      never<State>()},
 }};
 static_assert(TABLE.complete());
+
+class Runner;
+
+class Owner
+{
+public:
+    // The link began or ended to be among prunes(S,G,rpt). The machine may not be destroyed in the call.
+    virtual void changed(Runner &runner) = 0;
+
+protected:
+    ~Owner() = default;
+};
+
+// The machine of one source on one link, with its timers.
+class Runner
+{
+public:
+    // Both outlive it.
+    Runner(MsQueue &queue, Owner &owner) : queue_(queue), owner_(owner)
+    {
+    }
+
+    State state() const
+    {
+        return state_;
+    }
+    // Whether the link is among prunes(S,G,rpt).
+    bool prunes() const
+    {
+        return state_ == State::Prune || state_ == State::PruneTmp;
+    }
+
+    // What a message says, in its order: delay_ms as for downstream::Runner.
+    void join_star();
+    void join();
+    void prune(uint16_t holdtime_s, uint32_t delay_ms);
+    void end_of_message();
+
+private:
+    void take(Event event, uint16_t holdtime_s = 0, uint32_t delay_ms = 0);
+    static void expired(void *self);
+    static void pending_over(void *self);
+
+    MsQueue &queue_;
+    Owner &owner_;
+    State state_ = State::NoInfo;
+    MsTimer expiry_;
+    MsTimer pending_;
+};
 
 } // namespace pimsmd::rpt_downstream
 
@@ -116,6 +166,44 @@ inline constexpr Machine<State, Event, STATES, EVENTS> TABLE = {{
      stay<State>(LOWER_OVERRIDE), stay<State>(LOWER_OVERRIDE)},
 }};
 static_assert(TABLE.complete());
+
+class Owner
+{
+public:
+    // To this router's upstream neighbour for (S,G,rpt), at once.
+    virtual void send_join_rpt() = 0;
+    virtual void send_prune_rpt() = 0;
+
+    // A random time within the override interval of the upstream link, in milliseconds.
+    virtual uint32_t draw_override_ms() = 0;
+
+protected:
+    ~Owner() = default;
+};
+
+// The machine of one source, with its timer.
+class Runner
+{
+public:
+    // Both outlive it.
+    Runner(MsQueue &queue, Owner &owner) : queue_(queue), owner_(owner)
+    {
+    }
+
+    State state() const
+    {
+        return state_;
+    }
+    void take(Event event);
+
+private:
+    static void override_over(void *self);
+
+    MsQueue &queue_;
+    Owner &owner_;
+    State state_ = State::RptNotJoined;
+    MsTimer override_;
+};
 
 } // namespace pimsmd::rpt_upstream
 

@@ -10,6 +10,7 @@
 #define DAEMONS_PIMSMD_UPSTREAM_H
 
 #include "daemons/pimsmd/machine.h"
+#include "daemons/pimsmd/ms_timer.h"
 
 namespace pimsmd::upstream
 {
@@ -70,6 +71,62 @@ constexpr Table table(bool source)
 inline constexpr Table STAR_TABLE = table(false);
 inline constexpr Table SOURCE_TABLE = table(true);
 static_assert(STAR_TABLE.complete() && SOURCE_TABLE.complete());
+
+class Owner
+{
+public:
+    // To RPF', at once; or to the neighbour that it was before it changed.
+    virtual void send_join() = 0;
+    virtual void send_prune() = 0;
+    virtual void send_prune_to_old() = 0;
+    virtual void clear_spt_bit() = 0;
+
+    // Milliseconds: of the period; random ones for how long another's Join counts as one's own, 0 when it does not, and
+    // within the override interval of the upstream link.
+    virtual uint32_t period_ms() = 0;
+    virtual uint32_t draw_suppression_ms() = 0;
+    virtual uint32_t draw_override_ms() = 0;
+
+protected:
+    ~Owner() = default;
+};
+
+// The machine of one entry, with its timer.
+class Runner
+{
+public:
+    // All of them outlive it; the table is one of the two above.
+    Runner(const Table &table, MsQueue &queue, Owner &owner) : table_(table), queue_(queue), owner_(owner)
+    {
+    }
+
+    bool joined() const
+    {
+        return state_ == State::Joined;
+    }
+
+    // Any event but SeeJoin.
+    void take(Event event);
+
+    // Another router's Join, with its holdtime.
+    void see_join(uint16_t holdtime_s);
+
+    // Milliseconds until the next Join.
+    uint64_t next_join_ms() const
+    {
+        return queue_.remaining_ms(timer_);
+    }
+
+private:
+    void take(Event event, uint16_t holdtime_s);
+    static void timer_over(void *self);
+
+    const Table &table_;
+    MsQueue &queue_;
+    Owner &owner_;
+    State state_ = State::NotJoined;
+    MsTimer timer_;
+};
 
 } // namespace pimsmd::upstream
 
