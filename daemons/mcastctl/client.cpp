@@ -285,7 +285,7 @@ Outcome walk_merged(const Daemons &daemons, const ControlSchema &schema, const C
     ControlRequest request = make_request(ControlOperation::GetNext, schema.number, from);
     request.row_limit = 1; // only the next one of a daemon counts; the others' are asked for again
     Exchanges exchanges(daemons, request);
-    uint32_t at = 0;
+    uint32_t at;
     while (exchanges.next_merged(&at)) {
         const ControlFields &row = exchanges.reply(at).rows[0];
         if (row.size() == schema.columns.size() && !visitor(*daemons[at], row)) {

@@ -11,10 +11,13 @@
 #include <vector>
 
 #include "daemons/common/config_file.h"
+#include "daemons/common/descriptor.h"
 #include "daemons/common/descriptor_reserve.h"
 #include "daemons/common/local_listener.h"
 #include "daemons/common/log.h"
+#include "platform/local_socket.h"
 #include "tests/daemons/descriptor_shortage.h"
+#include "tests/daemons/runtime_folder.h"
 
 using namespace mcastd;
 
@@ -115,6 +118,23 @@ TEST_F(Listener, ThatNobodyWaitsAtDoesNotRest)
     const Shortage shortage;
     EXPECT_EQ(accept_next(fd_), -1);
     EXPECT_EQ(errno, EAGAIN);
+}
+
+TEST(LocalPort, LetsSixtyFiveConnectionsWait)
+{
+    constexpr uint16_t PORT = 2297;
+    const RuntimeFolder folder;
+    const Descriptor listener(listen_local(PORT));
+    std::vector<Descriptor> waiting;
+    LOCAL_SOCKET_ADDR_S address{};
+    address.family = LOCAL_SOCKET_FAMILY;
+    address.port_be = htons(PORT);
+    address.node = LOCAL_SOCKET_NODE;
+    do {
+        waiting.emplace_back(socket(LOCAL_SOCKET_FAMILY, SOCK_DGRAM | SOCK_NONBLOCK, LOCAL_SOCKET_PROTOCOL));
+    } while (connect(waiting.back().get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) ==
+             0);
+    EXPECT_EQ(waiting.size() - 1, 65u) << "the kernel lets one more wait than it is told";
 }
 
 TEST(DescriptorReserve, IsNotHandedToProgramsThatAreStarted)

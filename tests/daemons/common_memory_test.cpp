@@ -159,6 +159,20 @@ TEST_F(Memory, TheReserveServesNewOnceAndComesBackWithTheRoom)
               0);
 }
 
+TEST_F(Memory, TheReserveIsTakenAtTheBeginning)
+{
+    EXPECT_EQ(in_a_process([] {
+                  leave(SEVERAL_MIB);
+                  if (!memory_open()) {
+                      return 1;
+                  }
+                  Taken taken;
+                  taken.take_everything();
+                  return memory_lend() && taken.take() ? 0 : 2;
+              }),
+              0);
+}
+
 TEST_F(Memory, WhatTheLibraryDoesNotGetIsAskedForAgainWithTheReserve)
 {
     EXPECT_EQ(in_a_process([] {

@@ -6,9 +6,11 @@
 #include <string>
 
 #include "daemons/common/descriptor.h"
+#include "daemons/common/descriptor_reserve.h"
 #include "daemons/common/local_listener.h"
 #include "daemons/common/log.h"
 #include "daemons/common/port_watch.h"
+#include "tests/daemons/descriptor_shortage.h"
 #include "tests/daemons/runtime_folder.h"
 
 using namespace mcastd;
@@ -53,6 +55,19 @@ TEST_F(WatchedPort, ThatLostItsNameGetsItBack)
     EXPECT_TRUE(watch.look());
     EXPECT_EQ(local_ports_rebound(), before + 1);
     EXPECT_TRUE(watch.look());
+    EXPECT_EQ(local_ports_rebound(), before + 1);
+}
+
+TEST_F(WatchedPort, GetsItsNameBackWithoutAFreeDescriptor)
+{
+    const uint64_t before = local_ports_rebound();
+    const Descriptor listener(listen_local(PORT));
+    fill_descriptor_reserve();
+    delete_names();
+    {
+        const Shortage shortage;
+        EXPECT_TRUE(watch.look());
+    }
     EXPECT_EQ(local_ports_rebound(), before + 1);
 }
 

@@ -1,6 +1,8 @@
 // Status files change as a whole or not at all, and nothing is left beside them.
 #include <cerrno>
+#include <cstdio>
 #include <dirent.h>
+#include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -77,6 +79,39 @@ TEST_F(StatusFileWrite, WithoutAFolderFails)
 {
     EXPECT_FALSE(write_file_atomically(folder_ + "/none/status", "text\n"));
     EXPECT_EQ(errno, ENOENT);
+}
+
+// Standard output is a pipe that is full again and again, and its reader takes all that is in it.
+TEST(PrintedStatus, ComesWholeHoweverOftenItsReaderIsSlow)
+{
+    constexpr size_t LONG = 400000; // several times what a pipe holds
+    mcastd::Reactor reactor;
+    const int standard_output = dup(STDOUT_FILENO);
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+    fflush(stdout);
+    dup2(ends[1], STDOUT_FILENO);
+    close(ends[1]);
+    size_t printed[2] = {};
+    {
+        mcastd::StatusOutput output(reactor);
+        for (size_t &each : printed) {
+            output.write("", std::string(LONG, 'x'));
+            for (int round = 0; round < 100; ++round) {
+                char bytes[4096];
+                ssize_t size;
+                while ((size = read(ends[0], bytes, sizeof(bytes))) > 0) {
+                    each += static_cast<size_t>(size);
+                }
+                reactor.run_once(0);
+            }
+        }
+    }
+    dup2(standard_output, STDOUT_FILENO);
+    close(standard_output);
+    close(ends[0]);
+    EXPECT_EQ(printed[0], LONG);
+    EXPECT_EQ(printed[1], LONG);
 }
 
 } // namespace

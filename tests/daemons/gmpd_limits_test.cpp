@@ -7,6 +7,7 @@
 #include <numeric>
 
 #include "daemons/common/log.h"
+#include "daemons/common/memory.h"
 #include "tests/daemons/gmpd_lab.h"
 
 using namespace gmpd;
@@ -180,4 +181,20 @@ TEST(GmpdLimits, ManyGroupsAndManySourcesAreWarnedOfOnce)
         "what the hosts want?\n"
         "gmpd: warning: lab: 18 groups, the limit is 20 (--max-groups); is that what the hosts want?\n");
     mcastd::log_open("daemon", mcastd::LogLevel::Info);
+}
+
+// In a process of its own, which is short of memory for good.
+TEST(GmpdLimits, AnOlderHostForWhichThereIsNoMemoryIsCounted)
+{
+    const auto refused = [] {
+        Lab lab(MCAST_FAMILY_IPV4);
+        lab.start();
+        lab.record(RecordType::IsExclude, {});
+        if (!mcastd::memory_open() || !mcastd::memory_lend()) {
+            _Exit(1);
+        }
+        lab.old_report(2);
+        _Exit(lab.interface->counters[Count::NoMemory] == 1 ? 0 : 2);
+    };
+    EXPECT_EXIT(refused(), testing::ExitedWithCode(0), "");
 }

@@ -143,6 +143,27 @@ const char *const BEGIN = "0 4 14 18 1=1 2=1 ";
 
 } // namespace
 
+TEST_F(GmpdMribLink, AConnectionBeginsWithTheUsersToo)
+{
+    std::string told;
+    {
+        UserTable users(
+            lab->process, [](uint32_t, const Address &, const Address *) { return true; },
+            [&told](const User &user, bool present) {
+                told += (present ? "+" : "-") + std::to_string(user.info.user_id);
+            });
+        int key = 0;
+        MCAST_USRAUTH_INFO_S info{};
+        info.user_id = 7;
+        users.place(users.add(&key, 7, User()), info);
+        told.clear();
+        Peer peer;
+        ASSERT_TRUE(link->open());
+        run();
+        EXPECT_EQ(told, "+7");
+    }
+}
+
 TEST_F(GmpdMribLink, AConnectionBeginsWithEverything)
 {
     Peer peer;

@@ -41,6 +41,8 @@ TEST_P(GmpdUserTables, TheStatusShowsTheSourcesOfAUserAndOfTheLink)
 
     ASSERT_NE(first, std::string::npos) << text;
     EXPECT_NE(text.find(source, first + 1), std::string::npos) << text;
+    EXPECT_EQ(std::count(text.begin(), text.end(), '['), std::count(text.begin(), text.end(), ']')) << text;
+    EXPECT_EQ(std::count(text.begin(), text.end(), '{'), std::count(text.begin(), text.end(), '}')) << text;
 }
 
 TEST_P(GmpdUserTables, TheStatusCountsUsersAndAgents)

@@ -2,6 +2,8 @@
  * The client against daemons of this process: two that answer on ports of their own, and one that is absent.
  */
 #include <atomic>
+#include <csignal>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
@@ -47,6 +49,9 @@ public:
         mcastd::ControlRegistry &registry = server_.registry();
         registry.add_table(TABLE, [this](ControlRows &rows) {
             ++requests;
+            if (is_late) {
+                raise(SIGALRM); // which time would do
+            }
             for (const auto &[if_index, number] : keys_) {
                 if (!rows.add({ControlField::interface(if_index), ControlField::number(number),
                                ControlField::text(std::string(100, 'x'))})) {
@@ -70,6 +75,7 @@ public:
     }
 
     std::atomic<unsigned> requests = 0;
+    std::atomic<bool> is_late = false;
     std::string set;
 
 private:
@@ -250,6 +256,19 @@ TEST_F(Client, GivesCommands)
     EXPECT_EQ(answer, "done it");
     EXPECT_EQ(give_command(ONE, 6, {}, &answer).errors.size(), 1u);
     EXPECT_EQ(give_command(ABSENT, 5, {}, &answer).unreachable, Daemons{&ABSENT});
+}
+
+TEST_F(Client, NamesWhoHasNotAnsweredInTime)
+{
+    const auto ask = [this](const Daemons &daemons) {
+        start({}, {});
+        one->is_late = true;
+        walk_merged(daemons, TABLE, {}, writer());
+    };
+    EXPECT_EXIT(ask({&ONE}), testing::ExitedWithCode(EXIT_FAILURE),
+                "^mcastctl: one \\(IPv4\\) does not answer\n");
+    EXPECT_EXIT(ask({&ONE, &TWO}), testing::ExitedWithCode(EXIT_FAILURE),
+                "^mcastctl: one of these: one \\(IPv4\\), two \\(IPv6\\) does not answer\n");
 }
 
 TEST_F(Client, KnowsWhoRuns)
