@@ -361,6 +361,7 @@ TEST_F(Messager, FiniFreesWhatWaits)
     g_answers = {{kFailed, 0}, {kFailed, 0}};
     Say('a', 10, MCAST_TRUE);
     Say('b', 10, MCAST_TRUE);
+    EXPECT_GE(Messager_GetDataLen(messager), 20u) << "both wait";
 }
 
 TEST_F(Messager, NullIsHarmless)

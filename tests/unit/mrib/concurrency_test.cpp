@@ -54,7 +54,7 @@ protected:
         uint32_t count = 0;
 
         ++running;
-        while (!done) {
+        do {
             for (uint16_t vrf = 0; vrf < 2; ++vrf) {
                 const MRIB_GMP_VRF_KEY_S key = {MCAST_FAMILY_IPV4, vrf};
                 MRIB_MSDP_CURSOR_S cursor = {};
@@ -68,7 +68,7 @@ protected:
                 MRIB_MSDP_GetLocalSrc(vrf, &filter, &cursor, &batch);
             }
             MRIB_GMP_IsConnectionBusy();
-        }
+        } while (!done);
     }
 
     void Send()
@@ -76,13 +76,13 @@ protected:
         const MRIB_GMP_VRF_KEY_S key = {MCAST_FAMILY_IPV4, 0};
         const MCAST_ADDR_S group = Ipv4(239, 1, 1, 1);
         ++running;
-        while (!done) {
+        do {
             MRIB_GMP_SendGmpJoinPrune(&key, 5, &group, nullptr, 1, 0);
             MRIB_GMP_SendGmpEnableAlert(&key, 5, 1, 1);
             MRIB_MSDP_SendDelAllRemoteSG(0);
             MRIB_GMP_SendAtOnce();
             MRIB_GMP_SendFailData();
-        }
+        } while (!done);
     }
 
     std::atomic<bool> done{false};

@@ -64,7 +64,7 @@ protected:
         uint64_t sum = 0;
 
         ++running;
-        while (!done) {
+        do {
             for (uint32_t id = 1; id <= kUsers; ++id) {
                 const uint32_t if_index = InterfaceOf(id);
                 uint16_t vrf = 0;
@@ -80,7 +80,7 @@ protected:
             EXPECT_LE(MCAST_USRAUTH_UserCount(), kUsers);
             EXPECT_EQ(MCAST_USRAUTH_WalkAllUserByIfIndex(&all, Visit, Visit, &sum), MCAST_OK);
             std::this_thread::yield(); /* readers without end keep the writer waiting */
-        }
+        } while (!done);
     }
 
     static uint32_t Visit(MCAST_USRAUTH_USER_S *user, MCAST_USRAUTH_ENTRY_S *entry, MTABLE_GROUP_S *,
