@@ -191,6 +191,22 @@ TEST_P(LogReader, ThatStallsStopsNobodyAndIsToldOfTheGap)
 
 INSTANTIATE_TEST_SUITE_P(Kinds, LogReader, testing::Bool());
 
+TEST(LogOutput, TextWithoutAnEndOfLineIsWrittenAsItIs)
+{
+    Reader reader(false);
+    const std::string line = line_of(0);
+    while (!log_output_flush()) {
+        log_output_line(line.data(), line.size());
+    }
+    log_output_line("no end", 6);
+    std::string text;
+    do {
+        text += reader.take();
+    } while (log_output_flush());
+    text += reader.take();
+    EXPECT_TRUE(text.ends_with(line + "no end"));
+}
+
 TEST(LogOutput, ReaderThatIsGoneStopsNobody)
 {
     signal(SIGPIPE, SIG_IGN);
