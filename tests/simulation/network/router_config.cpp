@@ -81,9 +81,11 @@ std::string RouterConfig::text() const
     return text;
 }
 
-bool RouterConfig::permits(const std::string &interface, const Address &group) const
+bool RouterConfig::permits(Machine &machine, const Interface &interface, const Address &group) const
 {
-    const auto found = boundaries.find(interface);
+    const auto instance = instance_of(machine, interface);
+    const auto found =
+        instance && disabled.contains(*instance) ? boundaries.end() : boundaries.find(interface.name);
     return !contains(denied, group) && (found == boundaries.end() || !contains(found->second, group));
 }
 

@@ -39,8 +39,9 @@ struct RouterConfig {
 
     std::string text() const;
 
-    // Whether a host behind that interface may have packets of the group.
-    bool permits(const std::string &interface, const Address &group) const;
+    // Whether a host behind the machine's interface may have packets of the group. Boundaries are those of an instance
+    // that is not disabled.
+    bool permits(Machine &machine, const Interface &interface, const Address &group) const;
     // The instance of the interface, by its device when it is a port of one; nothing when mribd does not serve it.
     std::optional<uint16_t> instance_of(Machine &machine, const Interface &interface) const;
     // Whether the router forwards to the interface at all, as far as the file says.

@@ -135,7 +135,7 @@ bool Oracle::asks_about(const Link &link, const Address &group) const
 {
     return std::all_of(world_->machines().begin(), world_->machines().end(), [&](const auto &machine) {
         const Interface *interface = machine->find(link.if_index_of(*machine));
-        return interface == nullptr || world_->config(*machine).permits(interface->name, group);
+        return interface == nullptr || world_->config(*machine).permits(*machine, *interface, group);
     });
 }
 

@@ -98,7 +98,7 @@ bool Oracle::permits(Machine &machine, const Link &from, const Link &to, const A
     const Interface *in = machine.find(from.if_index_of(machine));
     const Interface *out = machine.find(to.if_index_of(machine));
     const RouterConfig &config = world_->config(machine);
-    return in != nullptr && out != nullptr && config.permits(out->name, group) &&
+    return in != nullptr && out != nullptr && config.permits(machine, *out, group) &&
            config.instance_of(machine, *in) == config.instance_of(machine, *out);
 }
 

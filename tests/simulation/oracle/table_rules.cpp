@@ -193,8 +193,8 @@ void TableCheck::check_link(const Link &link, int family)
         return;
     }
     const RouterConfig &config = world_.config(machine_);
-    const Groups groups =
-        groups_of(link, family, [&](const Address &group) { return config.permits(interface->name, group); });
+    const Groups groups = groups_of(
+        link, family, [&](const Address &group) { return config.permits(machine_, *interface, group); });
     for (const auto &[key, known] : gmp_->groups) {
         if (key.first == interface->index && !groups.contains(key.second)) {
             broken("gmpd knows " + to_text(key.second) + " on " + link.name + ", which nobody wants");

@@ -75,7 +75,7 @@ void Oracle::check_users(Machine &machine, const Link &link, int family)
         counts_.rows += wanted.size();
         for (const auto &[pair, joined] : wanted) {
             const auto place = known.find(pair);
-            const bool passes = config.permits(interface.name, pair.first);
+            const bool passes = config.permits(machine, interface, pair.first);
             if (place == known.end() || place->second != (joined && passes)) {
                 broken(Rule::Tables, machine.name + ": " + host.name + " may join (" + to_text(pair.second) +
                                          ", " + to_text(pair.first) + ") and " +
