@@ -32,7 +32,11 @@ namespace pimsmd
     ROW(NeighbourLimit, "refused_neighbour_limit")                                                           \
     ROW(NoMemory, "refused_no_memory")                                                                       \
     ROW(NeighbourAddresses, "ignored_neighbour_addresses")                                                   \
-    ROW(MovedAddress, "moved_neighbour_addresses")
+    ROW(MovedAddress, "moved_neighbour_addresses")                                                           \
+    ROW(EntryLimit, "refused_entry_limit")                                                                   \
+    ROW(JoinLimit, "refused_join_limit")                                                                     \
+    ROW(OtherRp, "ignored_other_rp")                                                                         \
+    ROW(GroupRange, "ignored_group_range")
 
 MCASTD_COUNTS(PIMSMD_COUNTERS)
 

@@ -22,6 +22,8 @@ struct StarState {
     Links lost = 0;      // of the (*,G) assert: another router won
     Links won = 0;       // this one won
     Links rpf = 0;       // the one link to the RP, or none
+
+    bool operator==(const StarState &other) const = default;
 };
 
 // The same of (S,G) and (S,G,rpt).

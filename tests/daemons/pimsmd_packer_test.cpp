@@ -242,7 +242,8 @@ TEST(PimPacker, ARoomTooSmallForAnythingIsTakenAsTheSmallestThatWorks)
 TEST(PimPacker, RandomWishesArriveAllAndOnce)
 {
     property::Random random(property::Seed("packer"));
-    for (uint64_t run = 0; run < property::Operations(6); ++run) {
+    uint64_t groups = 0;
+    while (groups < property::Operations(2000)) {
         Family of = family(random.OneIn(2));
         Neighbour neighbour(of.envelope);
         std::map<std::string, std::set<std::string>> asked;
@@ -254,6 +255,8 @@ TEST(PimPacker, RandomWishesArriveAllAndOnce)
         for (uint32_t number = random.Below(600); number > 0; --number) {
             const Address group = numbered(of.groups, number);
             const std::string name = pimsmd::to_text(group);
+
+            ++groups;
             const bool has_star = random.OneIn(3);
             std::vector<Wish> all;
 

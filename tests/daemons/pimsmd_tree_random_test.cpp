@@ -1,0 +1,544 @@
+/*
+ * Random messages, hosts, packets, asserts, routes and time into the trees; after each step their outputs and wishes are what
+ * the sets of RFC 7761 make of the inputs. The inputs are kept here a second time, as plainly as can be: who joined until
+ * when. Of the machines only what packets and asserts left (SPT bit, keep-alive, winners) is asked of the trees.
+ *
+ * Without asserts it is also known at every moment which neighbour was asked for what, and that nobody else was.
+ */
+#include <algorithm>
+#include <gtest/gtest.h>
+
+#include "daemons/common/log.h"
+#include "tests/daemons/pimsmd_naive_sets.h"
+#include "tests/daemons/pimsmd_tree_lab.h"
+#include "tests/support/property.h"
+
+using namespace pimsmd_test;
+using pimsmd::Tree;
+
+namespace
+{
+
+constexpr uint64_t NEVER = UINT64_MAX;
+
+const std::vector<std::string> GROUPS = {"239.1.1.1", "239.1.1.2"};
+const std::vector<std::string> SOURCES = {"192.0.2.1", "192.0.2.2", "192.0.2.3"};
+
+// A Join, or a Prune(S,G,rpt), on a link.
+struct Held {
+    uint64_t end = 0;
+    uint64_t pending = NEVER; // a Join ends then, a Prune begins
+    bool tmp = false;         // a Join(*,G) of the message being read took the Prune back
+};
+
+using HeldOn = std::map<unsigned, Held>;
+
+struct SourceInputs {
+    HeldOn joins;
+    HeldOn prunes;
+    std::set<unsigned> receivers;
+    std::set<unsigned> excluded;
+};
+
+struct GroupInputs {
+    HeldOn joins;
+    std::set<unsigned> receivers;
+    std::map<std::string, SourceInputs> sources;
+};
+
+uint64_t end_of(uint64_t now, uint16_t holdtime_s)
+{
+    return holdtime_s == pimsmd::HOLDTIME_FOREVER ? NEVER : now + uint64_t{1000} * holdtime_s;
+}
+
+class Router
+{
+public:
+    Router(uint64_t seed, bool with_asserts) : random_(seed), with_asserts_(with_asserts)
+    {
+        mcastd::log_open("pimsmd", mcastd::LogLevel::Error);
+        for (unsigned i = 0; i < SOURCES.size(); ++i) {
+            set_route(SOURCES[i], i);
+        }
+        set_route(address_text(TreeLab::rp()), 3);
+    }
+
+    void step()
+    {
+        switch (random_.Below(with_asserts_ ? 15 : 12)) {
+        case 0:
+        case 1:
+        case 2:
+        case 3:
+            message();
+            break;
+        case 4:
+            receivers();
+            break;
+        case 5:
+            change_dr(some_link());
+            break;
+        case 6:
+            set_route(random_.OneIn(3) ? address_text(TreeLab::rp()) : some(SOURCES),
+                      random_.Below(LINKS + 1));
+            lab_.trees.routes_changed();
+            break;
+        case 7:
+            lab_.trees.packet(some_link(), addr(some(GROUPS).c_str()), addr(some(SOURCES).c_str()));
+            break;
+        case 8:
+        case 9:
+        case 10:
+            lab_.pass(random_.OneIn(3) ? random_.Below(100000) : random_.Below(4000));
+            break;
+        case 11:
+            lab_.trees.neighbour_restarted(some_link(), TreeLab::neighbour(some_link(), random_.Below(2)));
+            break;
+        default:
+            hear_assert();
+        }
+        lab_.trees.settle();
+        forget(lab_.now);
+    }
+
+    void check()
+    {
+        std::set<std::string> joins;
+        std::set<std::string> prunes;
+        std::set<std::string> unsure;
+        for (const std::string &group : GROUPS) {
+            check_group(group, joins);
+            for (const std::string &source : SOURCES) {
+                check_source(group, source, joins, prunes, unsure);
+            }
+        }
+        if (!with_asserts_) {
+            EXPECT_EQ(TreeLab::held(lab_.joins), joins);
+            std::set<std::string> held = TreeLab::held(lab_.prunes);
+            for (const std::string &key : unsure) {
+                held.erase(key);
+                prunes.erase(key);
+            }
+            std::erase_if(held, [&](const std::string &key) { return !joined_star(key); });
+            EXPECT_EQ(held, prunes);
+        }
+        check_told();
+    }
+
+private:
+    unsigned some_link()
+    {
+        return random_.Below(LINKS);
+    }
+    const std::string &some(const std::vector<std::string> &of)
+    {
+        return of[random_.Below(static_cast<uint32_t>(of.size()))];
+    }
+    static bool flip(std::set<unsigned> &set, unsigned link)
+    {
+        if (set.erase(link) > 0) {
+            return false;
+        }
+        set.insert(link);
+        return true;
+    }
+
+    // LINKS stands for no way.
+    void set_route(const std::string &to, unsigned link)
+    {
+        pimsmd::Route route;
+        if (link < LINKS) {
+            const unsigned number = random_.Below(3);
+
+            route.link = static_cast<int>(link);
+            route.neighbour = number == 2 ? addr("0.0.0.0") : TreeLab::neighbour(link, number);
+            route.connected = number == 2;
+            route.preference = random_.Below(3);
+            route.metric = random_.Below(3);
+        } else {
+            route.neighbour = addr("0.0.0.0");
+        }
+        lab_.routes[to] = route;
+    }
+
+    void change_dr(unsigned link)
+    {
+        lab_.trees.set_dr(link, flip(dr_, link));
+    }
+
+    void forget(uint64_t now)
+    {
+        const auto is_over = [now](const auto &one) {
+            return one.second.end <= now || one.second.pending <= now;
+        };
+        for (auto &[name, group] : inputs_) {
+            std::erase_if(group.joins, is_over);
+            for (auto &[source_name, source] : group.sources) {
+                std::erase_if(source.joins, is_over);
+                std::erase_if(source.prunes, [now](const auto &one) { return one.second.end <= now; });
+            }
+        }
+    }
+
+    void receivers()
+    {
+        const std::string group = some(GROUPS);
+        const std::string source = some(SOURCES);
+        const unsigned link = some_link();
+        const Address to = addr(group.c_str());
+
+        if (random_.OneIn(3)) {
+            lab_.trees.set_receivers(link, to, addr("0.0.0.0"), flip(inputs_[group].receivers, link));
+        } else if (random_.OneIn(2)) {
+            const bool wanted = flip(inputs_[group].sources[source].receivers, link);
+
+            lab_.trees.set_receivers(link, to, addr(source.c_str()), wanted);
+        } else {
+            const bool excluded = flip(inputs_[group].sources[source].excluded, link);
+
+            lab_.trees.set_excluded(link, to, addr(source.c_str()), excluded);
+        }
+    }
+
+    void message()
+    {
+        const unsigned link = some_link();
+        const uint16_t holdtimes[] = {1, 5, 210, pimsmd::HOLDTIME_FOREVER};
+        const uint16_t holdtime = holdtimes[random_.Below(4)];
+        const bool to_this = !random_.OneIn(5);
+        std::vector<TreeLab::Group> groups;
+        for (const std::string &group : GROUPS) {
+            TreeLab::Group record{addr(group.c_str()), {}, {}};
+
+            if (random_.OneIn(2)) {
+                continue;
+            }
+            if (random_.OneIn(2)) {
+                (random_.OneIn(3) ? record.prunes : record.joins).push_back({TreeLab::rp(), Tree::Star});
+            }
+            for (const std::string &source : SOURCES) {
+                const Tree tree = random_.OneIn(2) ? Tree::Source : Tree::Rpt;
+
+                if (random_.OneIn(2)) {
+                    (random_.OneIn(2) ? record.joins : record.prunes).push_back({addr(source.c_str()), tree});
+                }
+            }
+            groups.push_back(record);
+        }
+        const Address upstream = to_this ? TreeLab::own(link) : TreeLab::neighbour(link, 1);
+
+        lab_.hear(link, TreeLab::neighbour(link, 0), upstream, holdtime, groups);
+        if (to_this) {
+            note(link, holdtime, groups);
+        }
+    }
+
+    // What the message does, as the RFC tells it.
+    void note(unsigned link, uint16_t holdtime, const std::vector<TreeLab::Group> &groups)
+    {
+        const uint64_t delay = lab_.facts[link].prune_delay_ms;
+        forget(lab_.now);
+        for (const TreeLab::Group &record : groups) {
+            GroupInputs &group = inputs_[address_text(record.group)];
+
+            for (const pimsmd::TreeSource &source : record.joins) {
+                note_join(link, holdtime, group, source);
+            }
+            for (const pimsmd::TreeSource &source : record.prunes) {
+                const std::string name = address_text(source.address);
+
+                if (source.tree == Tree::Star) {
+                    note_prune(group.joins, link, delay);
+                } else if (source.tree == Tree::Source) {
+                    note_prune(group.sources[name].joins, link, delay);
+                } else {
+                    note_prune_rpt(group.sources[name].prunes, link, holdtime, delay);
+                }
+            }
+        }
+        for (auto &[name, group] : inputs_) {
+            for (auto &[source_name, source] : group.sources) {
+                std::erase_if(source.prunes, [](const auto &one) { return one.second.tmp; });
+            }
+        }
+    }
+
+    void note_join(unsigned link, uint16_t holdtime, GroupInputs &group, const pimsmd::TreeSource &source)
+    {
+        const std::string name = address_text(source.address);
+        if (source.tree == Tree::Rpt) {
+            HeldOn &prunes = group.sources[name].prunes;
+
+            if (prunes.contains(link) && !prunes[link].tmp) {
+                prunes.erase(link);
+            }
+            return;
+        }
+        Held &held = source.tree == Tree::Star ? group.joins[link] : group.sources[name].joins[link];
+
+        held.end = std::max(held.end, end_of(lab_.now, holdtime));
+        held.pending = NEVER;
+        if (source.tree == Tree::Star) {
+            for (auto &[of, inputs] : group.sources) {
+                if (inputs.prunes.contains(link)) {
+                    inputs.prunes[link].tmp = true;
+                }
+            }
+        }
+    }
+
+    void note_prune(HeldOn &joins, unsigned link, uint64_t delay)
+    {
+        const auto found = joins.find(link);
+        if (found == joins.end() || found->second.pending != NEVER) {
+            return;
+        }
+        if (delay == 0) {
+            joins.erase(found);
+        } else {
+            found->second.pending = lab_.now + delay;
+        }
+    }
+
+    void note_prune_rpt(HeldOn &prunes, unsigned link, uint16_t holdtime, uint64_t delay)
+    {
+        const auto found = prunes.find(link);
+        const uint64_t end = end_of(lab_.now, holdtime);
+        if (found == prunes.end()) {
+            prunes[link] = {end, lab_.now + delay, false};
+            return;
+        }
+        Held &held = found->second;
+
+        if (held.tmp || held.pending <= lab_.now) {
+            held.end = std::max(held.end, end);
+            held.tmp = false;
+        }
+    }
+
+    void hear_assert()
+    {
+        const unsigned link = some_link();
+        pimsmd::Assert message;
+        message.group = addr(some(GROUPS).c_str());
+        message.source = random_.OneIn(3) ? addr("0.0.0.0") : addr(some(SOURCES).c_str());
+        message.rpt = random_.OneIn(2) || is_unspecified(message.source);
+        message.preference = random_.Below(3);
+        message.metric = random_.Below(3);
+        if (random_.OneIn(6)) {
+            message.rpt = true;
+            message.preference = 0x7fffffff;
+            message.metric = 0xffffffff;
+        }
+        lab_.trees.assert_heard(link, TreeLab::neighbour(link, random_.Below(2)), message);
+    }
+
+    // The interfaces as group and source have them.
+    Model model(const std::string &group_name, const std::string &source_name)
+    {
+        Model made;
+        GroupInputs &group = inputs_[group_name];
+        SourceInputs &source = group.sources[source_name];
+        const pimsmd::GroupEntry *star = lab_.trees.find(addr(group_name.c_str()));
+        const pimsmd::SourceEntry *entry =
+            lab_.trees.find(addr(group_name.c_str()), addr(source_name.c_str()));
+        for (unsigned link = 0; link < LINKS; ++link) {
+            Interface &on = made.on[link];
+
+            on.dr = dr_.contains(link);
+            on.wants_star = group.receivers.contains(link);
+            on.wants_source = source.receivers.contains(link);
+            on.excludes_source = source.excluded.contains(link);
+            on.star = group.joins.contains(link) ? Downstream::Join : Downstream::NoInfo;
+            on.source = source.joins.contains(link) ? Downstream::Join : Downstream::NoInfo;
+            if (source.prunes.contains(link)) {
+                on.rpt = source.prunes[link].pending <= lab_.now ? Rpt::Prune : Rpt::PrunePending;
+            }
+            const auto bit = pimsmd::Links{1} << link;
+
+            if (star != nullptr) {
+                on.star_winner = winner(star->words.lost & bit, star->words.won & bit);
+            }
+            if (entry != nullptr) {
+                on.source_winner = winner(entry->words.lost & bit, entry->words.won & bit);
+                on.winner_better = on.source_winner == Winner::Other &&
+                                   beats(entry->link_on(link)->assertion.winner(), source_name, link);
+            }
+        }
+        made.rpf_rp = link_of(address_text(TreeLab::rp()));
+        made.rpf_source = link_of(source_name);
+        made.spt_bit = entry != nullptr && entry->words.spt_bit;
+        made.keepalive = entry != nullptr && entry->keepalive.running();
+        made.connected = lab_.routes[source_name].connected;
+        return made;
+    }
+
+    static Winner winner(pimsmd::Links lost, pimsmd::Links won)
+    {
+        return lost != 0 ? Winner::Other : won != 0 ? Winner::Me : Winner::Nobody;
+    }
+
+    bool beats(const pimsmd::asserts::Metric &metric, const std::string &source, unsigned link)
+    {
+        const pimsmd::Route &route = lab_.routes[source];
+        return is_better(metric, {false, route.preference, route.metric, TreeLab::own(link)});
+    }
+
+    std::optional<int> link_of(const std::string &to)
+    {
+        return lab_.routes[to].link == pimsmd::NO_LINK ? std::nullopt : std::optional(lab_.routes[to].link);
+    }
+
+    // "link neighbour group ", where something can be asked; empty where not.
+    std::string asked(const std::string &to, const std::string &group)
+    {
+        const pimsmd::Route &route = lab_.routes[to];
+        if (route.link == pimsmd::NO_LINK || is_unspecified(route.neighbour)) {
+            return "";
+        }
+        return std::to_string(route.link) + " " + address_text(route.neighbour) + " " + group + " ";
+    }
+
+    bool joined_star(const std::string &key) const
+    {
+        const auto found = lab_.joins.find(key.substr(0, key.rfind(' ')) + " *");
+        return found != lab_.joins.end() && found->second;
+    }
+
+    void check_group(const std::string &name, std::set<std::string> &joins)
+    {
+        const Model m = model(name, SOURCES[0]);
+        const pimsmd::GroupEntry *entry = lab_.trees.find(addr(name.c_str()));
+        const std::string to = asked(address_text(TreeLab::rp()), name);
+
+        if (join_desired_star(m) && !to.empty()) {
+            joins.insert(to + "*");
+        }
+        if (entry == nullptr) {
+            EXPECT_EQ(immediate_star(m), Set());
+            return;
+        }
+        EXPECT_EQ(immediate_olist(entry->words, lab_.trees.roles()), bits(immediate_star(m)));
+        EXPECT_EQ(could_assert(entry->words, lab_.trees.roles()), bits(could_assert_star(m)));
+        EXPECT_EQ(entry->machine.joined(), join_desired_star(m));
+        for (const auto &[link, on] : entry->links) {
+            const auto state = on->assertion.state();
+
+            EXPECT_TRUE(state != pimsmd::asserts::State::Winner ||
+                        could_assert_star(m).contains(static_cast<int>(link)));
+            EXPECT_TRUE(state != pimsmd::asserts::State::Loser ||
+                        tracks_star(m).contains(static_cast<int>(link)));
+        }
+    }
+
+    void check_source(const std::string &group, const std::string &name, std::set<std::string> &joins,
+                      std::set<std::string> &prunes, std::set<std::string> &unsure)
+    {
+        const Model m = model(group, name);
+        const pimsmd::SourceEntry *entry = lab_.trees.find(addr(group.c_str()), addr(name.c_str()));
+        const std::string to = asked(name, group);
+        const std::string over_rp = asked(address_text(TreeLab::rp()), group);
+        const bool same =
+            lab_.routes[name].link == lab_.routes[address_text(TreeLab::rp())].link &&
+            same_address(lab_.routes[name].neighbour, lab_.routes[address_text(TreeLab::rp())].neighbour);
+
+        if (join_desired_source(m) && !to.empty()) {
+            joins.insert(to + name);
+        }
+        if (entry == nullptr) {
+            EXPECT_EQ(immediate_source(m), Set());
+            EXPECT_EQ(m.prunes(), Set());
+            return;
+        }
+        if (prune_desired(m, same) && !over_rp.empty()) {
+            prunes.insert(over_rp + name);
+        }
+        // Of one neighbour for both trees that gets no outputs of the source the RFC says two things.
+        if (m.spt_bit && same) {
+            unsure.insert(over_rp + name);
+        }
+        EXPECT_EQ(entry->view().immediate_olist(), bits(immediate_source(m)));
+        EXPECT_EQ(entry->view().inherited_olist_rpt(), bits(inherited_rpt(m)));
+        EXPECT_EQ(entry->view().inherited_olist(), bits(inherited_source(m)));
+        EXPECT_EQ(entry->view().could_assert(), bits(could_assert_source(m)));
+        EXPECT_EQ(entry->view().could_register(), could_register(m));
+        EXPECT_EQ(entry->machine.joined(), join_desired_source(m));
+        for (const auto &[link, on] : entry->links) {
+            const auto state = on->assertion.state();
+
+            EXPECT_TRUE(state != pimsmd::asserts::State::Winner ||
+                        could_assert_source(m).contains(static_cast<int>(link)));
+            EXPECT_TRUE(state != pimsmd::asserts::State::Loser ||
+                        tracks_source(m).contains(static_cast<int>(link)));
+        }
+    }
+
+    // Whoever was told of every change knows the outputs of every entry.
+    void check_told()
+    {
+        std::map<std::pair<std::string, std::string>, pimsmd::Links> now;
+        for (const std::string &group : GROUPS) {
+            const pimsmd::GroupEntry *star = lab_.trees.find(addr(group.c_str()));
+
+            if (star != nullptr) {
+                now[{group, "0.0.0.0"}] = immediate_olist(star->words, lab_.trees.roles());
+            }
+            for (const std::string &source : SOURCES) {
+                const pimsmd::SourceEntry *entry = lab_.trees.find(addr(group.c_str()), addr(source.c_str()));
+
+                if (entry != nullptr) {
+                    now[{group, source}] = entry->view().inherited_olist();
+                }
+            }
+        }
+        for (const auto &key : lab_.changes) {
+            if (now.contains(key)) {
+                told_[key] = now[key];
+            } else {
+                told_.erase(key);
+            }
+        }
+        lab_.changes.clear();
+        std::erase_if(told_, [](const auto &one) { return one.second == 0; });
+        std::erase_if(now, [](const auto &one) { return one.second == 0; });
+        EXPECT_EQ(told_, now);
+    }
+
+    property::Random random_;
+    bool with_asserts_;
+    TreeLab lab_;
+    std::map<std::string, GroupInputs> inputs_;
+    std::set<unsigned> dr_;
+    std::map<std::pair<std::string, std::string>, pimsmd::Links> told_;
+};
+
+// Each router lives for a while, so that all begin with nothing once.
+void run(const char *name, bool with_asserts)
+{
+    constexpr uint64_t LIFE = 150;
+    const uint64_t seed = property::Seed(name);
+    const uint64_t steps = property::Operations(2100);
+    for (uint64_t begun = 0; begun < steps; begun += LIFE) {
+        Router router(seed + begun, with_asserts);
+
+        for (uint64_t step = 0; step < LIFE; ++step) {
+            router.step();
+            router.check();
+            if (testing::Test::HasFailure()) {
+                FAIL() << "step " << begun + step;
+            }
+        }
+    }
+}
+
+} // namespace
+
+TEST(PimTreeRandom, OutputsAndWishesAreWhatTheSetsSay)
+{
+    run("tree", false);
+}
+
+TEST(PimTreeRandom, OutputsAreWhatTheSetsSayWithAsserts)
+{
+    run("tree with asserts", true);
+}
