@@ -198,3 +198,20 @@ TEST(GmpdLimits, AnOlderHostForWhichThereIsNoMemoryIsCounted)
     };
     EXPECT_EXIT(refused(), testing::ExitedWithCode(0), "");
 }
+
+TEST(GmpdLimits, AreTheDocumentedOnesUnlessTold)
+{
+    const Config config;
+    EXPECT_EQ(config.max_groups, 65536u);
+    EXPECT_EQ(config.max_sources, 1024u);
+    EXPECT_EQ(config.max_entries, 262144u);
+    EXPECT_EQ(config.max_interface_entries, 131072u);
+    EXPECT_EQ(config.max_host_entries, 65536u);
+    EXPECT_EQ(config.max_memory_mib, 256u);
+    EXPECT_EQ(config.max_users, 65536u);
+    EXPECT_EQ(config.max_agents, 64u);
+    EXPECT_EQ(config.group_queries_per_s, 100u);
+    EXPECT_EQ(config.most_querier_robustness, 7u);
+    EXPECT_EQ(config.most_querier_response_s, 25u);
+    EXPECT_EQ(config.most_querier_silence_s, 255u);
+}

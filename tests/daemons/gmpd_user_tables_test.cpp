@@ -2,6 +2,7 @@
  * What status and control tables say of users, and the commands that clear them.
  */
 #include "mcast/interface_registry.h"
+#include "mcast/usrauth_wire.h"
 #include "tests/daemons/gmpd_user_service_lab.h"
 
 using namespace gmpd;
@@ -136,6 +137,23 @@ TEST_P(GmpdUserTables, MessagesAreShownByUserAndByKind)
     EXPECT_EQ(kinds[1][3].as_text(), "group list");
     EXPECT_EQ(kinds[1][4].as_number(), 2u);
     EXPECT_EQ(kinds[3][1].as_number(), 4u);
+}
+
+TEST_P(GmpdUserTables, MessagesOfNoKindAreCountedUnderZero)
+{
+    uagent::Command command;
+    std::string error;
+    ASSERT_TRUE(uagent::parse_command({"withdraw", "id=5", "node=2", "kind=4"}, GetParam(), &command, &error))
+        << error;
+    std::vector<uint8_t> message = uagent::build_messages(command).at(0).bytes;
+    const auto kind = std::find(message.begin() + sizeof(USRAUTH_MSG_HEADER_S), message.end(), 4);
+    ASSERT_NE(kind, message.end());
+    *kind = 0;
+    ASSERT_EQ(send(agent, message.data(), message.size(), 0), static_cast<ssize_t>(message.size()));
+    serve();
+    const auto kinds = table(mcastd::USER_STATISTICS_TABLE);
+    ASSERT_EQ(kinds.size(), 1u);
+    EXPECT_EQ(kinds[0][1].as_number(), 0u);
 }
 
 TEST_P(GmpdUserTables, MessagesAboutUserZeroOfNodeZeroAreShownToo)
