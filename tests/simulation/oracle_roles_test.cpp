@@ -49,6 +49,32 @@ TEST_F(OracleTest, StandbyThatCouldNotTakeOverBreaksRoles)
     EXPECT_NE(result.what.find("neither active nor"), std::string::npos) << result.what;
 }
 
+TEST_F(OracleTest, StandbyThatDoesNotKnowAllUsersBreaksRoles)
+{
+    const Result result = with_all([](sim::Run &run) {
+        const Host &host = run.world().add_host("h2", "lan2", 3);
+        lose_what_is_told(run, "r1.gmpd4b", [&] {
+            run.world().agent(run.world().machine("r1")).allow(host, {{{}, address_from("239.1.1.1")}});
+        });
+        run.world().kernel.run_for(3 * SECOND);
+        run.oracle().check_standbys();
+    });
+    EXPECT_EQ(result.rule, Rule::Roles);
+    EXPECT_NE(result.what.find("knows the indexes of 1 users of 2"), std::string::npos) << result.what;
+}
+
+TEST_F(OracleTest, MribdThatWasNotToldOfARemoteSourceBreaksTables)
+{
+    const Result result = with_all([](sim::Run &run) {
+        Flow &flow = run.world().add_flow("f3", "lan3", "10.0.3.51", "239.1.1.3", SECOND);
+        lose_what_mribd_is_told(run, [&] { run.world().switch_flow(flow, true); });
+        run.world().kernel.run_for(3 * SECOND);
+        run.oracle().check_msdp();
+    });
+    EXPECT_EQ(result.rule, Rule::Tables);
+    EXPECT_NE(result.what.find("was not told of the remote source"), std::string::npos) << result.what;
+}
+
 TEST_F(OracleTest, PeerThatIsNotConnectedBreaksRoles)
 {
     const Result result = with_all([](sim::Run &run) {
@@ -99,6 +125,43 @@ TEST_F(OracleTest, VirtualInterfaceThatIsMissingBreaksTables)
     });
     EXPECT_EQ(result.rule, Rule::Tables);
     EXPECT_NE(result.what.find("no virtual interface"), std::string::npos) << result.what;
+}
+
+// Of 35 interfaces 31 run the protocol, and one of the others has the last virtual one. A further one begins to run it,
+// of which mribd does not hear.
+TEST_F(OracleTest, VirtualInterfaceOfOneThatNeedsItLessBreaksTables)
+{
+    constexpr unsigned LINKS = 35;
+    std::string links;
+    std::string router = "router r1";
+    for (unsigned number = 1; number <= LINKS; ++number) {
+        const std::string text = std::to_string(number);
+        links += "link lan" + text + " 10.0." + text + ".0/24 2001:db8:" + text + "::/64\n";
+        router += " lan" + text;
+    }
+    std::string text =
+        links + router + "\n" + "daemon r1.mribd mribd\ndaemon r1.gmpd4 gmpd -4\nhost h1 lan2 3\n";
+    for (const char *number : {"32", "33", "34", "35"}) {
+        text += std::string("0 address-remove r1 lan") + number + " 10.0." + number + ".5\n";
+    }
+    text += "0 start r1.mribd\n0 start r1.gmpd4\n5 join h1 239.1.1.1\n10 rest\n";
+    const Result result = with(read_script(text), [](sim::Run &run) {
+        sim::Machine &r1 = run.world().machine("r1");
+        const MulticastTable &vifs = table(run);
+        const Interface *without = nullptr;
+        for (const char *name : {"lan32", "lan33", "lan34", "lan35"}) {
+            const Interface *interface = r1.find(name);
+            without = vifs.vif_of(interface->index) < 0 ? interface : without;
+        }
+        ASSERT_NE(without, nullptr);
+        lose_what_mribd_is_told(run, [&] {
+            const std::string number = without->name.substr(3);
+            r1.add_address(without->index, {address_from("10.0." + number + ".5"), 24});
+        });
+        run.oracle().check_vifs();
+    });
+    EXPECT_EQ(result.rule, Rule::Tables);
+    EXPECT_NE(result.what.find("before others that need them more"), std::string::npos) << result.what;
 }
 
 TEST_F(OracleTest, PacketsThatAreLedWhereNobodyForwardsBreakTables)

@@ -101,12 +101,17 @@ protected:
     // What gmpd says because of the act does not come to mribd.
     static void lose_what_mribd_is_told(sim::Run &run, const std::function<void()> &act)
     {
-        Process &mribd = process(run, "r1.mribd");
-        mribd.stop_until(run.world().kernel.clock.now() + SECOND);
+        lose_what_is_told(run, "r1.mribd", act);
+    }
+    // What others say to the daemon because of the act does not come there.
+    static void lose_what_is_told(sim::Run &run, const char *daemon, const std::function<void()> &act)
+    {
+        Process &listener = process(run, daemon);
+        listener.stop_until(run.world().kernel.clock.now() + SECOND);
         act();
         run.world().kernel.run_for(SECOND / 2);
         char message[10240];
-        for (const auto &file : mribd.files()) {
+        for (const auto &file : listener.files()) {
             if (auto *socket = dynamic_cast<LocalSocket *>(file.get())) {
                 while (socket->receive(message, sizeof(message), 0, nullptr) > 0) {
                 }
