@@ -36,6 +36,18 @@ TEST_F(OracleTest, UserWithOtherRightsThanItsAgentGaveItBreaksTables)
     EXPECT_NE(more.what.find("may join"), std::string::npos) << more.what;
 }
 
+TEST_F(OracleTest, MribdThatDoesNotKnowWhatUsersWantBreaksTables)
+{
+    const Result result = with_all([](sim::Run &run) {
+        run.world().host("h1").listen(address_from("239.1.1.1"), {});
+        run.world().kernel.run_for(1800 * MILLISECOND); // for two seconds it is asked
+        lose_what_mribd_is_told(run, [] {});
+        run.oracle().check_tables();
+    });
+    EXPECT_EQ(result.rule, Rule::Tables);
+    EXPECT_NE(result.what.find("wanted by the users on lan2"), std::string::npos) << result.what;
+}
+
 TEST_F(OracleTest, StandbyThatCouldNotTakeOverBreaksRoles)
 {
     const Result result = with_all([](sim::Run &run) {

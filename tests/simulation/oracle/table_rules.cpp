@@ -153,6 +153,7 @@ private:
     }
     void check_link(const Link &link, int family);
     void check_members(const Link &link, uint32_t if_index, const Groups &groups, bool reported, int family);
+    void check_members_of_users(const Link &link, const Agent &agent, const Interface &interface, int family);
     void check_strangers(int family);
     void check_kernel(int family);
     bool can_run(const Interface &interface, int family) const;
@@ -188,8 +189,14 @@ void TableCheck::check_link(const Link &link, int family)
         broken("the protocol " + std::string(running ? "runs" : "does not run") + " on " + interface->name);
         return;
     }
+    if (!running) {
+        return;
+    }
     // Where only users count the daemon has a table of each user's, not one of the link.
-    if (!running || world_.agent_for(machine_, link) != nullptr) {
+    if (const Agent *agent = world_.agent_for(machine_, link)) {
+        if (row->second.reported) {
+            check_members_of_users(link, *agent, *interface, family);
+        }
         return;
     }
     const RouterConfig &config = world_.config(machine_);
@@ -215,6 +222,46 @@ void TableCheck::check_link(const Link &link, int family)
         }
     }
     check_members(link, interface->index, groups, row->second.reported, family);
+}
+
+// What mribd was told of a link is what its users want and may have together.
+void TableCheck::check_members_of_users(const Link &link, const Agent &agent, const Interface &interface,
+                                        int family)
+{
+    std::map<Address, std::set<Address>> sources; // by group, those that anybody speaks of
+    for (const Host *host : link.hosts) {
+        for (const auto &[group, filter] : host->wants()) {
+            sources[group].insert(filter.sources.begin(), filter.sources.end());
+        }
+    }
+    agent.visit([&sources](const Host &, const std::set<Permission> &permissions) {
+        for (const auto &[source, group] : permissions) {
+            sources[group].insert(source);
+        }
+    });
+    for (const auto &[key, has] : mrib_->members) {
+        if (key.first == interface.index) {
+            sources[key.second].insert(has.joined.begin(), has.joined.end());
+            sources[key.second].insert(has.blocked.begin(), has.blocked.end());
+        }
+    }
+    for (auto &[group, spoken] : sources) {
+        if (group.family != family) {
+            continue;
+        }
+        const auto known = mrib_->members.find({interface.index, group});
+        const bool passes = world_.config(machine_).permits(machine_, interface, group);
+        spoken.erase(Address{});
+        spoken.insert(unheard_of(family));
+        for (const Address &source : spoken) {
+            const bool wanted = passes && world_.is_wanted(machine_, link, source, group);
+            ++compared_;
+            if (wanted != (known != mrib_->members.end() && known->second.wants(source))) {
+                broken("mribd takes (" + to_text(source) + ", " + to_text(group) + ") for " +
+                       (wanted ? "not wanted" : "wanted") + " by the users on " + link.name);
+            }
+        }
+    }
 }
 
 void TableCheck::check_members(const Link &link, uint32_t if_index, const Groups &groups, bool reported,
