@@ -115,11 +115,16 @@ public:
         if (!with_asserts_) {
             EXPECT_EQ(TreeLab::held(lab_.joins), joins);
             std::set<std::string> held = TreeLab::held(lab_.prunes);
-            for (const std::string &key : unsure) {
+
+            std::erase_if(held, [&](const std::string &key) { return !joined_star(key); });
+            // What was unsure stays so until a Join(*,G) says it anew.
+            std::erase_if(unsure_,
+                          [&](const std::string &key) { return held.contains(key) == prunes.contains(key); });
+            unsure_.insert(unsure.begin(), unsure.end());
+            for (const std::string &key : unsure_) {
                 held.erase(key);
                 prunes.erase(key);
             }
-            std::erase_if(held, [&](const std::string &key) { return !joined_star(key); });
             EXPECT_EQ(held, prunes);
         }
         check_told();
@@ -453,7 +458,8 @@ private:
         if (prune_desired(m, same) && !over_rp.empty()) {
             prunes.insert(over_rp + name);
         }
-        // Of one neighbour for both trees that gets no outputs of the source the RFC says two things.
+        // Where one neighbour serves both trees, and the source has no outputs over the shared one, the RFC has a Prune sent
+        // when that begins (section 4.5.7), but not with the Joins(*,G) that follow (4.5.6).
         if (m.spt_bit && same) {
             unsure.insert(over_rp + name);
         }
@@ -510,6 +516,7 @@ private:
     std::map<std::string, GroupInputs> inputs_;
     std::set<unsigned> dr_;
     std::map<std::pair<std::string, std::string>, pimsmd::Links> told_;
+    std::set<std::string> unsure_;
 };
 
 // Each router lives for a while, so that all begin with nothing once.
