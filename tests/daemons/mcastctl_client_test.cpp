@@ -50,7 +50,7 @@ public:
         registry.add_table(TABLE, [this](ControlRows &rows) {
             ++requests;
             if (is_late) {
-                raise(SIGALRM); // which time would do
+                kill(getpid(), SIGALRM); // which time would do
             }
             for (const auto &[if_index, number] : keys_) {
                 if (!rows.add({ControlField::interface(if_index), ControlField::number(number),
