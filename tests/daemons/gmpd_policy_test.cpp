@@ -417,6 +417,16 @@ TEST_P(GmpdPolicy, AnInterfaceGoesByItsOwnInstance)
     EXPECT_EQ(told(), "prune G1");
 }
 
+TEST_P(GmpdPolicy, AChannelThatIsOpenedAgainForMoreInstancesIsToldEverythingAnew)
+{
+    forward();
+    EXPECT_TRUE(link->policy().replayed());
+    move_to(2000); // beyond those that there is room for at first
+    link->tell_running(*lab->interface, true);
+    link->flush();
+    EXPECT_FALSE(link->policy().replayed());
+}
+
 TEST_P(GmpdPolicy, TheSourceSpecificRangeIsThatOfTheInstance)
 {
     load_lists(list_of(ipv4(), true));
