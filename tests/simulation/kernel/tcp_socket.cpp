@@ -274,7 +274,7 @@ void TcpEnd::push()
     const auto peer = peer_.lock();
     if (peer == nullptr || peer->state_ == State::Failed || (peer->closed_ && !to_send_.empty())) {
         const bool only_the_end = to_send_.empty();
-        fail(only_the_end ? 0 : ECONNRESET); // whoever it was knows of no connection
+        fail(only_the_end ? 0 : ended_ ? EPIPE : ECONNRESET); // whoever it was knows of no connection
         return;
     }
     // Without room it is asked for again, as when the other end says that there is some.
@@ -360,7 +360,10 @@ int TcpSocket::connect(const sockaddr *address, socklen_t)
 {
     const TcpName to = name_from(address);
     if (end_ != nullptr) {
-        return end_->is_connecting() ? -EALREADY : -EISCONN;
+        if (end_->is_connecting()) {
+            return -EALREADY;
+        }
+        return std::exchange(outcome_told_, true) ? -EISCONN : -end_->take_error();
     }
     const Machine::Lookup route = machine_.look_up(to.address, 0);
     if (route.if_index == 0) {

@@ -98,7 +98,7 @@ public:
     {
     }
     TcpSocket(Machine &machine, uint64_t whose, std::shared_ptr<TcpEnd> end)
-        : machine_(machine), whose_(whose), end_(std::move(end))
+        : machine_(machine), whose_(whose), end_(std::move(end)), outcome_told_(true)
     {
     }
     ~TcpSocket() override;
@@ -125,6 +125,7 @@ private:
     TcpName bound_;
     std::shared_ptr<TcpListener> listener_; // when a port is bound
     std::shared_ptr<TcpEnd> end_;           // when it is connected, or about to be
+    bool outcome_told_ = false;             // connect said what became of it
 };
 
 } // namespace sim

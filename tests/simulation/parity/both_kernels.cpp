@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <libmnl/libmnl.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/un.h>
@@ -42,6 +43,8 @@ int __wrap_mnl_socket_setsockopt(const mnl_socket *socket, int option, void *val
 ssize_t __wrap_mnl_socket_sendto(const mnl_socket *socket, const void *bytes, size_t size);
 ssize_t __wrap_mnl_socket_recvfrom(const mnl_socket *socket, void *buffer, size_t size);
 int __wrap_mnl_socket_close(mnl_socket *socket);
+int __wrap_shutdown(int fd, int how);
+int __wrap_getsockname(int fd, sockaddr *address, socklen_t *length);
 }
 
 namespace parity
@@ -125,6 +128,8 @@ constexpr Calls LINUX = {true,
                          mnl_socket_sendto,
                          mnl_socket_recvfrom,
                          mnl_socket_close,
+                         shutdown,
+                         getsockname,
                          change_real};
 constexpr Calls SIMULATED = {false,
                              sim_socket,
@@ -155,6 +160,8 @@ constexpr Calls SIMULATED = {false,
                              __wrap_mnl_socket_sendto,
                              __wrap_mnl_socket_recvfrom,
                              __wrap_mnl_socket_close,
+                             __wrap_shutdown,
+                             __wrap_getsockname,
                              change_simulated};
 
 } // namespace
@@ -222,10 +229,26 @@ uint32_t events_of(const Calls &calls, int epoll)
     return calls.epoll_wait(epoll, &event, 1, 0) == 1 ? event.events : 0;
 }
 
-uint32_t ready(const Calls &calls, int fd)
+uint32_t await(const Calls &calls, int fd, uint32_t wanted)
+{
+    for (int tries = 0; tries < 10000; ++tries) {
+        const uint32_t events = ready(calls, fd, wanted);
+        if ((events & wanted) != 0) {
+            return events;
+        }
+        if (calls.real) {
+            poll(nullptr, 0, 1);
+        } else {
+            g_machine->kernel.run_for(sim::MILLISECOND);
+        }
+    }
+    return 0;
+}
+
+uint32_t ready(const Calls &calls, int fd, uint32_t asked)
 {
     const int epoll = calls.epoll_create1(0);
-    epoll_event event{EPOLLIN | EPOLLOUT, {}};
+    epoll_event event{asked, {}};
     calls.epoll_ctl(epoll, EPOLL_CTL_ADD, fd, &event);
     const uint32_t events = events_of(calls, epoll);
     calls.close(epoll);

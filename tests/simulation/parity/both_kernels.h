@@ -56,6 +56,8 @@ struct Calls {
     ssize_t (*netlink_send)(const mnl_socket *, const void *, size_t);
     ssize_t (*netlink_receive)(const mnl_socket *, void *, size_t);
     int (*netlink_close)(mnl_socket *);
+    int (*shutdown)(int, int);
+    int (*getsockname)(int, sockaddr *, socklen_t *);
     // Changes an interface: "down", "up", "delete", "address ADDRESS/LENGTH", "no-address ADDRESS/LENGTH".
     void (*change)(const std::string &interface, const std::string &what);
 
@@ -92,7 +94,9 @@ void compare(const Sequence &sequence);
 // The events that a descriptor of the epoll instance has now.
 uint32_t events_of(const Calls &calls, int epoll);
 // The events of one descriptor, by an epoll instance of its own.
-uint32_t ready(const Calls &calls, int fd);
+uint32_t ready(const Calls &calls, int fd, uint32_t asked = EPOLLIN | EPOLLOUT);
+// The same once one of the wanted ones is there; 0 when none comes.
+uint32_t await(const Calls &calls, int fd, uint32_t wanted);
 
 } // namespace parity
 
