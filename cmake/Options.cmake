@@ -28,18 +28,30 @@ macro(mcast_compile_fast)
   endif()
 endmacro()
 
-# For a test program: GoogleTest and what goes with it are parsed once rather than in every file, and once for all
-# programs of a folder, which share what the folder's first one made. Builds for coverage go without: they show which
-# file forgot an include.
-function(mcast_precompile_test_headers program)
-  if(MCAST_COVERAGE)
+# The headers of the C++ library that most files include take most of the time that a file takes to compile.
+set(MCAST_STANDARD_HEADERS <algorithm> <array> <chrono> <functional> <map> <memory> <optional> <set> <span> <string>
+                           <string_view> <unordered_map> <utility> <vector>)
+
+# mcast_precompile(TARGET [LIKE OTHER] [HEADER...]): they are parsed once rather than in every file, with further headers
+# of the target; or once for the target and for another one, which is compiled with the same options.
+function(mcast_precompile target)
+  cmake_parse_arguments(PARSE_ARGV 1 with "" LIKE "")
+  if(NOT MCAST_PRECOMPILE)
     return()
+  elseif(with_LIKE)
+    target_precompile_headers(${target} REUSE_FROM ${with_LIKE})
+  else()
+    target_precompile_headers(${target} PRIVATE ${MCAST_STANDARD_HEADERS} ${with_UNPARSED_ARGUMENTS})
   endif()
+endfunction()
+
+# For a test program, with GoogleTest; all programs of a folder share what the folder's first one made.
+function(mcast_precompile_test_headers program)
   get_property(first DIRECTORY PROPERTY MCAST_PRECOMPILED_BY)
   if(first)
-    target_precompile_headers(${program} REUSE_FROM ${first})
+    mcast_precompile(${program} LIKE ${first})
   else()
-    target_precompile_headers(${program} PRIVATE <gtest/gtest.h> <functional> <map> <optional> <string> <vector>)
+    mcast_precompile(${program} <gtest/gtest.h>)
     set_property(DIRECTORY PROPERTY MCAST_PRECOMPILED_BY ${program})
   endif()
 endfunction()
