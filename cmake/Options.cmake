@@ -45,6 +45,18 @@ function(mcast_precompile target)
   endif()
 endfunction()
 
+# mcast_discover_tests(PROGRAM PREFIX [ENVIRONMENT...]): each test on its own, or with sanitizers, where a process takes
+# long to start, those of a program in one.
+function(mcast_discover_tests program prefix)
+  if(MCAST_SANITIZE)
+    add_test(NAME ${prefix}all COMMAND ${program} --gtest_brief=1)
+    set_tests_properties(${prefix}all PROPERTIES TIMEOUT 600 ENVIRONMENT "${ARGN}")
+  else()
+    gtest_discover_tests(${program} TEST_PREFIX ${prefix} DISCOVERY_MODE PRE_TEST
+                         PROPERTIES TIMEOUT 120 ENVIRONMENT "${ARGN}")
+  endif()
+endfunction()
+
 # For a test program, with GoogleTest; all programs of a folder share what the folder's first one made.
 function(mcast_precompile_test_headers program)
   get_property(first DIRECTORY PROPERTY MCAST_PRECOMPILED_BY)
