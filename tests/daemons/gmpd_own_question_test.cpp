@@ -3,6 +3,7 @@
  */
 #include <gtest/gtest.h>
 
+#include "tests/daemons/gmpd_families.h"
 #include "tests/daemons/gmpd_lab.h"
 
 using namespace gmpd;
@@ -10,13 +11,6 @@ using namespace gmpd_test;
 
 namespace
 {
-
-constexpr uint8_t FAMILIES[] = {MCAST_FAMILY_IPV4, MCAST_FAMILY_IPV6};
-
-std::string family_name(const testing::TestParamInfo<uint8_t> &family)
-{
-    return family.param == MCAST_FAMILY_IPV4 ? "Ipv4" : "Ipv6";
-}
 
 class GmpdOwnQuestion : public testing::TestWithParam<uint8_t>
 {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 
+#include "tests/daemons/gmpd_families.h"
 #include "tests/daemons/gmpd_lab.h"
 
 using namespace gmpd;
@@ -12,13 +13,7 @@ using namespace gmpd_test;
 namespace
 {
 
-constexpr uint8_t FAMILIES[] = {MCAST_FAMILY_IPV4, MCAST_FAMILY_IPV6};
 constexpr unsigned GROUPS = 250;
-
-std::string family_name(const testing::TestParamInfo<uint8_t> &family)
-{
-    return family.param == MCAST_FAMILY_IPV4 ? "Ipv4" : "Ipv6";
-}
 
 Config with_rate(uint32_t queries_per_s)
 {
