@@ -2,14 +2,17 @@
  * mribd against the running kernel, in a network namespace of the test's own: a veth pair whose one end
  * routes and whose other end is the wire into which packets are put.
  */
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <net/ethernet.h>
 #include <net/if.h>
 #include <optional>
 #include <poll.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <linux/if_packet.h>
 
+#include "daemons/common/memory.h"
 #include "daemons/common/reactor.h"
 #include "daemons/descriptor_shortage.h"
 #include "daemons/mribd/address.h"
@@ -195,6 +198,46 @@ TEST_P(KernelTest, BurstIsServedNewestFirstAndABoundedNumberAtATime)
         EXPECT_EQ(order, "321");
         EXPECT_EQ(kernel.lost_upcalls(), 0u);
     });
+}
+
+// A process of its own, for memory stays short there.
+TEST_P(KernelTest, WithoutMemoryTheNewest256UpcallsWait)
+{
+    const auto sender = [this](unsigned number) {
+        Family result = family;
+        result.source = (family.family == MCAST_FAMILY_IPV4 ? "10.9.1." : "2001:db8:9::1:") +
+                        std::to_string(number % 250);
+        result.group.back() = static_cast<char>('1' + number / 250);
+        return result;
+    };
+    const auto burst = [this, &sender] {
+        constexpr unsigned SENDERS = 300;
+        make_link("in");
+        KernelMroute kernel(rules_);
+        std::string reason;
+        ASSERT_EQ(kernel.open(&reason), KernelMroute::OpenResult::Ready) << reason;
+        ASSERT_EQ(kernel.add_vif(0, if_nametoindex("in")), 0);
+        for (unsigned number = 0; number < SENDERS; ++number) {
+            ASSERT_TRUE(put_until_told(kernel, "in_wire", sender(number))) << number;
+        }
+        const auto upcalls = served(kernel);
+        ASSERT_EQ(upcalls.size(), 256u);
+        EXPECT_EQ(text_or_star(upcalls.back().source), sender(SENDERS - 256).source);
+        EXPECT_EQ(kernel.lost_upcalls(), SENDERS - 256);
+    };
+    constexpr int NOT_PERMITTED = 2;
+    const auto in_the_process = [&burst] {
+        const bool is_open = mcastd::memory_open();
+        mcastd::memory_refuse("a test");
+        const bool is_permitted = host_test::in_fresh_namespace(burst);
+        std::_Exit(!is_open || HasFailure() ? 1 : is_permitted ? 0 : NOT_PERMITTED);
+    };
+    EXPECT_EXIT(
+        in_the_process(),
+        [](int status) {
+            return WIFEXITED(status) && (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == NOT_PERMITTED);
+        },
+        "");
 }
 
 TEST_P(KernelTest, InterfaceThatDoesNotExistGetsNoVirtualInterface)
@@ -425,6 +468,41 @@ TEST(HostEnvironment, TellsWhatChangesAround)
         serve_until([&] { return environment.interface_name(one) == "other"; });
         host_test::shell("ip link delete other");
         serve_until([&] { return std::count(removed.begin(), removed.end(), one) == 1; });
+    });
+}
+
+TEST(HostEnvironment, TellsOfALinkWhatMulticastDependsOn)
+{
+    IN_FRESH_NAMESPACE([] {
+        host_test::shell("ip link add one type veth peer name one_wire && ip link add red type bridge");
+        mcastd::Reactor reactor;
+        HostEnvironment environment;
+        unsigned links = 0;
+        unsigned renamed = 0;
+        HostEnvironment::Events events;
+        events.links_changed = [&links] { ++links; };
+        events.link_renamed = [&renamed](uint32_t) { ++renamed; };
+        events.link_removed = [](uint32_t) {};
+        events.routes_changed = [](uint8_t, const uint8_t *, unsigned) {};
+        ASSERT_TRUE(environment.open(reactor.descriptor(), events));
+        // A new name is told of after everything that came before it.
+        std::string name = "one";
+        const auto told_of = [&](const std::string &change) {
+            links = renamed = 0;
+            const std::string other = name == "one" ? "other" : "one";
+            host_test::shell("ip link set " + name + " " + change + " && ip link set " + name + " name " +
+                             other);
+            name = other;
+            for (int round = 0; round < 10 && renamed == 0; ++round) {
+                EXPECT_TRUE(reactor.run_once(1000));
+            }
+            EXPECT_EQ(renamed, 1u);
+            return links;
+        };
+        EXPECT_EQ(told_of("mtu 1400"), 0u);
+        EXPECT_GT(told_of("multicast off"), 0u);
+        EXPECT_GT(told_of("master red"), 0u);
+        EXPECT_EQ(told_of("mtu 1300"), 0u);
     });
 }
 

@@ -66,6 +66,34 @@ TEST_F(MribdTrace, FollowsAnEntryFromTheUpcallToItsEnd)
                      "entry " + pair + " withdrawn: from " + name(1) + " to if3 if2"}));
 }
 
+TEST_F(MribdTrace, EntryThatWasWithdrawnIsWithdrawnOnceAndInstalledAnew)
+{
+    const Tracing tracing("route");
+    const std::string entry = "entry (10.1.1.2, 239.1.1.1) ";
+    const auto becomes = [&](bool has_route) {
+        bench.environment.interfaces.erase(1);
+        if (has_route) {
+            bench.environment.interfaces.insert(1);
+        }
+        return traced([&] {
+            bench.router.links_changed();
+            bench.router.routes_changed(any_address(MCAST_FAMILY_IPV4), 0);
+            bench.settle();
+        });
+    };
+    const auto count = [](const Lines &lines, const std::string &line) {
+        return std::count(lines.begin(), lines.end(), line);
+    };
+    bench.join(1, 2, GROUP);
+    bench.packet(1, SOURCE, GROUP);
+    const std::string outputs = ": from " + name(1) + " to if2";
+    EXPECT_EQ(count(becomes(false), entry + "withdrawn" + outputs), 1);
+    for (const std::string &line : becomes(false)) {
+        EXPECT_EQ(line.find(entry), std::string::npos) << line;
+    }
+    EXPECT_EQ(count(becomes(true), entry + "installed" + outputs), 1);
+}
+
 TEST_F(MribdTrace, SaysThatASourceHasNoRoute)
 {
     const Tracing tracing("route");

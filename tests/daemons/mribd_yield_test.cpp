@@ -100,6 +100,17 @@ TEST_F(MribdYield, FewPacketsOfAHostAreNoRouter)
     }
 }
 
+TEST_F(MribdYield, HalfOfTheFlowIsARouterAndLessIsNot)
+{
+    hear(2);
+    flow(49);
+    bench.timers.pass(2);
+    EXPECT_EQ(forwards(), (Interfaces{2, 3}));
+    flow(50);
+    bench.timers.pass(2);
+    EXPECT_EQ(forwards(), Interfaces{3});
+}
+
 TEST_F(MribdYield, WhatStopsIsTakenUpWithinSeconds)
 {
     give_way();

@@ -189,6 +189,20 @@ class Standby(unittest.TestCase):
         self.assert_nothing_lost()
         self.stop_standbys()
 
+    def test_told_to_hand_over_to_one_that_does_not_run_it_is_active_again_with_the_indexes(self):
+        for family in FAMILIES:
+            self.add_standby(family)
+            self.standby[family].process.send_signal(signal.SIGSTOP)
+            self.ctl("switch-over", "--family", family)
+        for family in FAMILIES:
+            wait_for(lambda f=family: self.role(self.active[f]) == "active", "it is active again")
+            wait_for(lambda f=family: self.users(f) == self.indexes[f], "the users' indexes as before")
+            wait_for(lambda f=family: self.groups(f) == (2, 2), "the memberships learned again", QUERY_INTERVAL_S)
+            self.standby[family].process.send_signal(signal.SIGCONT)
+            self.wait_synchronised(family)
+        self.assert_nothing_lost()
+        self.stop_standbys()
+
     def test_ended_in_order_the_active_one_leaves_its_joins_to_the_standby(self):
         for family in FAMILIES:
             self.add_standby(family)
