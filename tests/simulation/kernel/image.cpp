@@ -65,15 +65,26 @@ void give_back(Image *image)
     pool().unused[pool().daemons.at(image)].emplace_back(image);
 }
 
+// A copy that nobody else has: the loader knows a program by its file. The kernel finds a name that is free, for other
+// simulations may run as the same process number in other namespaces, or have left theirs behind.
+std::string copy_of(const std::string &file)
+{
+    std::string copy = std::filesystem::temp_directory_path() / "simulation.XXXXXX";
+    const int made = mkstemp(copy.data());
+    if (made < 0) {
+        perror(copy.c_str());
+        exit(2);
+    }
+    close(made);
+    std::filesystem::copy_file(file, copy, std::filesystem::copy_options::overwrite_existing);
+    return copy;
+}
+
 } // namespace
 
 Image::Image(const std::string &file)
 {
-    static unsigned copies;
-    const std::filesystem::path copy =
-        std::filesystem::temp_directory_path() /
-        ("simulation." + std::to_string(getpid()) + "." + std::to_string(copies++));
-    std::filesystem::copy_file(file, copy);
+    const std::string copy = copy_of(file);
     g_loading_image = this;
     g_account = &g_loading_account;
     handle_ = dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL);
