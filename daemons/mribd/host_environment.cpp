@@ -26,6 +26,7 @@
 #include "daemons/common/line_format.h"
 #include "daemons/common/log.h"
 #include "daemons/common/memory.h"
+#include "daemons/common/route_question.h"
 #include "daemons/mribd/address.h"
 #include "mcast/service.h"
 
@@ -52,13 +53,6 @@ char read_setting(const std::string &path)
 }
 
 constexpr Environment::Route UNKNOWN{0, false, true};
-
-// Whether the error says nothing about routes.
-bool could_not_ask(int error)
-{
-    return error == ENOMEM || error == ENOBUFS || error == EMFILE || error == ENFILE || error == EAGAIN ||
-           error == EINTR;
-}
 
 } // namespace
 
@@ -240,7 +234,7 @@ Environment::Route HostEnvironment::best_route_on(uint16_t vrf_index, const MCAS
         }
         if (HOST_RouteLookupOn(lookup_, static_cast<uint8_t>(source.family), source.address, if_index,
                                &route) != 0) {
-            if (could_not_ask(errno)) {
+            if (mcastd::could_not_ask(errno)) {
                 return UNKNOWN; // it may have been the best
             }
         } else if (!best || route.prefix_length > best->prefix_length ||
@@ -259,7 +253,7 @@ Environment::Route HostEnvironment::route_to(uint16_t vrf_index, const MCAST_ADD
     HOST_ROUTE_S route;
     if (HOST_RouteLookupAsk(lookup_, static_cast<uint8_t>(source.family), source.address, device, &route) !=
         0) {
-        if (could_not_ask(errno)) {
+        if (mcastd::could_not_ask(errno)) {
             return UNKNOWN;
         }
         return device == 0 ? Route{} : best_route_on(vrf_index, source);

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "daemons/common/log.h"
+#include "daemons/common/route_question.h"
 
 namespace msdpd
 {
@@ -18,11 +19,15 @@ std::optional<Route> look_up(HOST_ROUTE_LOOKUP lookup, Ipv4 address)
     const MCAST_ADDR_S record = to_record(address);
     HOST_ROUTE_S found;
 
-    if (HOST_RouteLookupAsk(lookup, AF_INET, record.address, 0, &found) != 0 || found.is_local != 0) {
-        return std::nullopt;
-    }
     Route route;
 
+    if (HOST_RouteLookupAsk(lookup, AF_INET, record.address, 0, &found) != 0) {
+        route.is_unknown = mcastd::could_not_ask(errno);
+        return route.is_unknown ? std::optional(route) : std::nullopt;
+    }
+    if (found.is_local != 0) {
+        return std::nullopt;
+    }
     route.if_index = found.if_index;
     if (found.gateway_family == AF_INET) {
         uint32_t gateway_be;
@@ -64,10 +69,14 @@ std::optional<Route> HostRoutes::route_to(Ipv4 address)
     if (found != known_.end()) {
         return found->second;
     }
-    if (known_.size() >= MOST_KNOWN) {
-        known_.clear();
+    const std::optional<Route> route = look_up(lookup_, address);
+    if (!route || !route->is_unknown) {
+        if (known_.size() >= MOST_KNOWN) {
+            known_.clear();
+        }
+        known_[address.number] = route;
     }
-    return known_[address.number] = look_up(lookup_, address);
+    return route;
 }
 
 } // namespace msdpd

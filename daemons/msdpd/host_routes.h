@@ -1,6 +1,7 @@
 /*
  * The kernel's unicast routes. Answers are remembered until routes change, since an originator is asked about
- * with each of its announcements.
+ * with each of its announcements. A question that the kernel refuses, for want of memory say, is no answer: the next
+ * announcement asks it again.
  */
 #ifndef DAEMONS_MSDPD_HOST_ROUTES_H
 #define DAEMONS_MSDPD_HOST_ROUTES_H

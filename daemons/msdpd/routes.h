@@ -16,6 +16,8 @@ namespace msdpd
 struct Route {
     uint32_t if_index = 0;
     Ipv4 gateway; // 0: the address is on the link
+    bool is_unknown =
+        false; // whether there is one cannot be found out now, later perhaps; the rest says nothing
 
     bool operator==(const Route &) const = default;
 };

@@ -38,15 +38,37 @@ const Peer *static_peer(const Speaker &speaker, Ipv4 originator)
     return found;
 }
 
-const Peer *peer_in_direction(const Speaker &speaker, const Route &route)
+RpfChoice peer_in_direction(const Speaker &speaker, const Route &route)
 {
-    const Peer *highest = nullptr;
+    RpfChoice highest;
     for (const auto &[address, peer] : speaker.peers) {
-        if (peer->established() && speaker.routes.route_to(address) == route) {
-            highest = peer.get(); // they come in ascending order
+        const std::optional<Route> way =
+            peer->established() ? speaker.routes.route_to(address) : std::nullopt;
+        if (way && way->is_unknown) {
+            return {nullptr, RpfRule::Unknown};
+        }
+        if (way == route) {
+            highest = {peer.get(), RpfRule::Direction}; // they come in ascending order
         }
     }
     return highest;
+}
+
+// What the unicast routes say; no rule when they name no peer.
+RpfChoice peer_by_routes(const Speaker &speaker, Ipv4 originator)
+{
+    const std::optional<Route> route = speaker.routes.route_to(originator);
+    if (!route) {
+        return {};
+    }
+    if (route->is_unknown) {
+        return {nullptr, RpfRule::Unknown};
+    }
+    const Peer *peer = speaker_find_peer(speaker, route->gateway);
+    if (peer != nullptr && peer->established()) {
+        return {peer, RpfRule::NextHop};
+    }
+    return peer_in_direction(speaker, *route);
 }
 
 const Peer *default_peer(const Speaker &speaker)
@@ -78,6 +100,8 @@ const char *rule_name(RpfRule rule)
         return "direction";
     case RpfRule::Default:
         return "default";
+    case RpfRule::Unknown:
+        return "unknown";
     case RpfRule::None:
         break;
     }
@@ -96,14 +120,9 @@ RpfChoice rpf_peer(const Speaker &speaker, Ipv4 originator)
     if ((peer = static_peer(speaker, originator)) != nullptr) {
         return {peer, RpfRule::Static};
     }
-    if (const std::optional<Route> route = speaker.routes.route_to(originator)) {
-        peer = speaker_find_peer(speaker, route->gateway);
-        if (peer != nullptr && peer->established()) {
-            return {peer, RpfRule::NextHop};
-        }
-        if ((peer = peer_in_direction(speaker, *route)) != nullptr) {
-            return {peer, RpfRule::Direction};
-        }
+    const RpfChoice choice = peer_by_routes(speaker, originator);
+    if (choice.rule != RpfRule::None) {
+        return choice;
     }
     if ((peer = default_peer(speaker)) != nullptr) {
         return {peer, RpfRule::Default};

@@ -10,6 +10,9 @@
  *                    peers the one with the highest address
  *      default       the peers configured as default_peer, in the order of the file
  *
+ * While the kernel cannot be asked for a route that decides, the originator has no RPF peer ("unknown"): a later rule might
+ * name the wrong one. Its next announcement asks again.
+ *
  * Section 10.1.3 has two more rules about the paths of BGP; the kernel's routes do not tell those.
  * "direction" replaces them: it finds the peer that the path towards the originator leads past. What is
  * configured for a prefix goes before what routes say, since an operator writes it to overrule
@@ -23,7 +26,7 @@
 namespace msdpd
 {
 
-enum class RpfRule { None, Originator, OnlyPeer, Static, NextHop, Direction, Default };
+enum class RpfRule { None, Originator, OnlyPeer, Static, NextHop, Direction, Default, Unknown };
 
 // The name of a rule in the status.
 const char *rule_name(RpfRule rule);

@@ -163,3 +163,28 @@ TEST(MsdpdRpf, TheFirstDefaultPeerOfTheFileThatIsConnected)
     lab.establish(9);
     EXPECT_EQ(choice(lab, FAR), "9 default");
 }
+
+TEST(MsdpdRpf, NobodyIsBelievedWhileTheRouteToTheOriginatorCannotBeAskedFor)
+{
+    Lab lab({1, 2}, [](Config &config) { config.peers.at(peer_address(2)).default_peer = true; });
+    lab.establish({1, 2});
+    lab.routes.routes = {{FAR, {0, {}, true}}};
+    EXPECT_EQ(choice(lab, FAR), "nobody unknown") << "and not the default peer";
+    lab.announce(2, FAR, {{{1}, {0xe1010101}}});
+    EXPECT_EQ(lab.count(2, Count::DroppedRpf), 1u);
+    lab.routes.routes = {{FAR, {7, peer_address(1)}}};
+    EXPECT_EQ(choice(lab, FAR), "1 next_hop");
+}
+
+TEST(MsdpdRpf, NobodyIsBelievedWhileTheRouteToAPeerThatMayBeTheOneCannotBeAskedFor)
+{
+    Lab lab({1, 2, 3});
+    const Ipv4 gateway = {0x0a0a0a01};
+    lab.establish({1, 2});
+    lab.routes.routes = {
+        {FAR, {7, gateway}}, {peer_address(1), {7, gateway}}, {peer_address(2), {0, {}, true}}};
+    EXPECT_EQ(choice(lab, FAR), "nobody unknown");
+    lab.routes.routes[peer_address(2)] = {8, gateway};
+    lab.routes.routes[peer_address(3)] = {0, {}, true}; // is not connected
+    EXPECT_EQ(choice(lab, FAR), "1 direction");
+}
