@@ -67,12 +67,9 @@ void send_about_sources(GroupState &group, std::span<const Address> sources, boo
 
 void wait_for_turn(GroupState &group)
 {
-    if (!group.waits) {
-        std::list<GroupState *> &waiting = group.memberships->link.pace.waiting;
-
-        group.waits = true;
+    if (!group.waits()) {
         group.waits_since_s = mcastd::boot_time_s();
-        waiting.splice(waiting.end(), group.no_turn);
+        group.memberships->link.pace.waiting.push_back(group);
     }
 }
 
@@ -107,7 +104,7 @@ void ask_about(SourceState &source, Round &round)
     const uint32_t time_ms = last_member_time_ms(link);
     if (source.doubted) {
         source.doubted = false;
-        source.queries_left = link.querier.robustness - 1;
+        source.queries_left = static_cast<uint8_t>(link.querier.robustness - 1);
         source_lower(source, time_ms);
         round.doubtful.push_back(*source.entry->address);
     } else if (source.group->repeats && source.queries_left > 0 && source.timer.running()) {
@@ -127,7 +124,7 @@ void ask_about(GroupState &group, Round &round)
     const Interface &link = group.memberships->link;
     if (group.doubted) {
         group_lower(group, last_member_time_ms(link));
-        group.queries_left = link.querier.robustness - 1;
+        group.queries_left = static_cast<uint8_t>(link.querier.robustness - 1);
         round.about_group = true;
     } else if (group.repeats && group.queries_left > 0) {
         --group.queries_left;
@@ -248,7 +245,7 @@ void ask_waiting(Interface &link)
     QueryPace &pace = link.pace;
 
     while (!pace.waiting.empty()) {
-        GroupState &group = *pace.waiting.front();
+        GroupState &group = static_cast<GroupState &>(pace.waiting.front());
 
         if (!link.querier.elected) {
             leave_queue(group);
@@ -265,9 +262,9 @@ void ask_waiting(Interface &link)
 
 void leave_queue(GroupState &group)
 {
-    if (group.waits) {
-        group.no_turn.splice(group.no_turn.end(), group.memberships->link.pace.waiting, group.turn);
-        group.waits = false;
+    if (group.waits()) {
+        auto &waiting = group.memberships->link.pace.waiting;
+        waiting.erase(waiting.iterator_to(group));
     }
 }
 

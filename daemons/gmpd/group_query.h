@@ -28,7 +28,7 @@ void leave_queue(GroupState &group);
 // Whether a repetition of the group's queries waits for its turn, so that nothing of what it asks about may end.
 inline bool asking(const GroupState &group)
 {
-    return group.waits && group.repeats;
+    return group.waits() && group.repeats;
 }
 
 // Shortens the life of what another router's query asks for. query names a group and has its S flag clear.

@@ -157,8 +157,6 @@ GroupState *ensure_group(Memberships &memberships, const Address &group)
         return nullptr;
     }
     auto state = std::make_unique<GroupState>();
-
-    state->turn = state->no_turn.insert(state->no_turn.end(), state.get());
     state->memberships = &memberships;
     state->entry = mcastd::must_have(
         [&] { return MRT_CreateGroupMask(memberships.groups, &group, address_bits(group.family)); });

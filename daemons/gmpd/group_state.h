@@ -7,7 +7,6 @@
 #define DAEMONS_GMPD_GROUP_STATE_H
 
 #include <cstdint>
-#include <list>
 #include <memory>
 
 #include "daemons/common/limit_watch.h"
@@ -19,27 +18,31 @@ namespace gmpd
 
 // A group with members, hanging on its MRT_GROUP_S. exclude: some member wants every source except those
 // whose timer does not run; otherwise only the sources in the table are wanted.
-struct GroupState {
+// A hundred thousand of them are usual: flags are bits, and what is small lies together.
+struct GroupState : GroupTurn {
     Memberships *memberships = nullptr;
     MRT_GROUP_S *entry = nullptr;
-    HostUse *maker = nullptr; // NULL: not known
-    bool exclude = false;
-    bool told_any = false; // the MRIB knows the join of any source
-    bool dirty = false;    // what the MRIB knows may be out of date, or records are to go
-    mcastd::LimitWatch<90, 80> source_limit_watch;
-    bool asked = false;          // hosts were asked since they confirmed the group: it ends with its timer
-    bool doubted = false;        // the group is to be asked about
-    bool repeats = false;        // its queries are to be repeated
-    bool waits = false;          // for the turn of its queries, in QueryPace::waiting
-    uint32_t waits_since_s = 0;  // since boot, while it waits
-    uint32_t queries_left = 0;   // of the group-specific kind
+    HostUse *maker = nullptr;    // NULL: not known
     mcastd::Timer timer;         // runs while exclude
     mcastd::Timer sources_timer; // runs while some source's does, and ends no later than the first of them
     mcastd::Timer retransmit;    // the next group-specific or source-specific queries
-    std::list<GroupState *> no_turn;        // this group, but while it waits: so that waiting needs no memory
-    std::list<GroupState *>::iterator turn; // its element, in no_turn or QueryPace::waiting
-    mcastd::Timer v1_host;                  // runs while hosts of version 1 are taken to be present
+    mcastd::Timer v1_host;       // runs while hosts of version 1 are taken to be present
     mcastd::Timer v2_host;
+    uint32_t waits_since_s = 0; // since boot, while it waits
+    uint8_t queries_left = 0;   // of the group-specific kind
+    mcastd::LimitWatch<90, 80> source_limit_watch;
+    bool asked = false; // hosts were asked since they confirmed the group: it ends with its timer
+    bool exclude : 1 = false;
+    bool told_any : 1 = false; // the MRIB knows the join of any source
+    bool dirty : 1 = false;    // what the MRIB knows may be out of date, or records are to go
+    bool doubted : 1 = false;  // the group is to be asked about
+    bool repeats : 1 = false;  // its queries are to be repeated
+
+    // For the turn of its queries, in QueryPace::waiting.
+    bool waits() const
+    {
+        return is_linked();
+    }
 };
 
 // A source of a group, hanging on its MRT_SOURCE_S. Some member wants it while its timer runs.
@@ -52,7 +55,7 @@ struct SourceState {
     bool doomed = false;       // to go with the next settle_group
     bool asked = false;        // as the group's
     bool doubted = false;      // to be asked about when the group's turn comes
-    uint32_t queries_left = 0;
+    uint8_t queries_left = 0;
     Deadline timer;
 };
 

@@ -10,8 +10,8 @@
 #ifndef DAEMONS_GMPD_INTERFACE_H
 #define DAEMONS_GMPD_INTERFACE_H
 
+#include <boost/intrusive/list.hpp>
 #include <cstdint>
-#include <list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -50,15 +50,17 @@ struct OwnQuestion {
     mcastd::Timer next;            // runs while queries are left
 };
 
-struct GroupState;
+// What a group is while it waits for the turn of its queries: so that waiting needs no memory.
+struct GroupTurn : boost::intrusive::list_base_hook<> {
+};
 
 // The queries about groups of a link: at most so many a second (Config::group_queries_per_s), in the order in which
 // the questions came up.
 struct QueryPace {
-    std::list<GroupState *> waiting;
-    mcastd::Timer next;  // runs while groups wait
-    uint32_t second = 0; // since boot, of which sent counts
-    uint32_t sent = 0;   // queries about groups in that second
+    boost::intrusive::list<GroupTurn> waiting; // GroupStates
+    mcastd::Timer next;                        // runs while groups wait
+    uint32_t second = 0;                       // since boot, of which sent counts
+    uint32_t sent = 0;                         // queries about groups in that second
 };
 
 // One interface on which the protocol runs, or will run once it has an address.
