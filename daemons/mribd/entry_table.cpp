@@ -62,7 +62,7 @@ Entry *EntryTable::create(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
     }
     entry->node->user_data = entry;
     entry->share = NO_VIF;
-    all_.push_back(*entry);
+    ++size_;
     list_of(*entry).push_back(*entry);
     return entry;
 }
@@ -70,7 +70,7 @@ Entry *EntryTable::create(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
 void EntryTable::destroy(Entry *entry)
 {
     list_of(*entry).erase(Ranked::s_iterator_to(*entry));
-    all_.erase(all_.iterator_to(*entry));
+    --size_;
     entry->node->user_data = nullptr;
     MRT_DeleteSourceGroup(entry->node);
     delete entry;

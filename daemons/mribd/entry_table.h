@@ -21,7 +21,8 @@ namespace mribd
 
 class Forwarding;
 
-// One (source, group). Its addresses are those of its node in the table.
+// One (source, group). Its addresses are those of its node in the table. A hundred thousand of them are usual: flags are
+// bits, and what is small lies together.
 struct Entry {
     using Hook = boost::intrusive::list_member_hook<>;
 
@@ -29,22 +30,21 @@ struct Entry {
     MRT_SOURCE_S *node = nullptr;
     uint32_t upstream = 0; // interface on which the packets are to arrive, 0 when there is none
     uint32_t arrival = 0;  // interface on which a packet last asked for the entry, 0 when none did
-    int parent = -1;       // as installed: incoming virtual interface
     uint32_t outgoing = 0; // as installed: outgoing virtual interfaces
-    bool installed = false;
-    bool check_route = true;      // upstream is to be determined again
-    bool is_urgent = false;       // it waits among those of which somebody is to receive more
-    bool unreachable = false;     // the last check found no incoming interface
-    bool is_sending = false;      // packets came, as far as the kernel told
-    bool is_local = false;        // is_sending, and the source is on the link of its incoming interface
-    bool is_used = false;         // its rank, see EntryTable
-    uint8_t share = 0;            // its share, see EntryTable
-    uint32_t looked_at_s = 0;     // when EntryTable::is_silent last asked, seconds since boot
+    int8_t parent = -1;    // as installed: incoming virtual interface
+    uint8_t share = 0;     // its share, see EntryTable
+    bool installed : 1 = false;
+    bool check_route : 1 = true;  // upstream is to be determined again
+    bool is_urgent : 1 = false;   // it waits among those of which somebody is to receive more
+    bool unreachable : 1 = false; // the last check found no incoming interface
+    bool is_sending : 1 = false;  // packets came, as far as the kernel told
+    bool is_local : 1 = false;    // is_sending, and the source is on the link of its incoming interface
+    bool is_used : 1 = false;     // its rank, see EntryTable
+    uint32_t looked_at_s = 0;     // when Forwarding::is_silent last asked, seconds since boot
     uint64_t looked_packets = 0;  // what it was told then
     uint64_t last_packets = 0;    // at the last idle check
     mcastd::Timer timer;          // of the idle period
     std::unique_ptr<Yield> yield; // while other routers forward its packets too
-    Hook in_all;
     Hook in_rank;
     Hook in_waiting; // linked while it waits to be evaluated
 
@@ -74,7 +74,7 @@ public:
 
     uint32_t size() const
     {
-        return static_cast<uint32_t>(all_.size());
+        return size_;
     }
     uint32_t limit() const
     {
@@ -115,12 +115,13 @@ public:
 
     // The walks need no memory.
 
-    // In no order; visitor may destroy the entry that it is called with.
+    // By share and rank. visitor may destroy the entry that it is called with, or rank it anew; it may then be called
+    // with that one again.
     template <typename Visitor> void visit_all(const Visitor &visitor)
     {
-        for (auto next = all_.begin(); next != all_.end();) {
-            Entry *entry = &*next++;
-            visitor(entry);
+        for (Share &share : shares_) {
+            visit_list(share.spare, visitor);
+            visit_list(share.used, visitor);
         }
     }
 
@@ -150,12 +151,20 @@ private:
         Ranked used;
     };
 
+    template <typename Visitor> static void visit_list(Ranked &list, const Visitor &visitor)
+    {
+        for (auto next = list.begin(); next != list.end();) {
+            Entry *entry = &*next++;
+            visitor(entry);
+        }
+    }
+
     Ranked &list_of(const Entry &entry);
     Entry *oldest(Ranked Share::*rank);
 
     MRT_TABLE_S *table_;
     uint32_t limit_;
-    EntryList<&Entry::in_all> all_;
+    uint32_t size_ = 0;
     std::array<Share, MAX_VIFS + 1> shares_; // by virtual interface, and NO_VIF
 };
 

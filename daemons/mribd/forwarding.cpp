@@ -3,6 +3,7 @@
  * somebody joined by name. It is computed from three things that change independently:
  *
  *     upstream   the incoming interface, by the reverse path check       unicast routes, links
+ *                (forwarding_upstream.cpp)
  *     outgoing   receivers of (source, group), never upstream, but       memberships, queriers,
  *                those left to another router (forwarding_yield.cpp)     virtual interfaces
  *     parent     upstream's virtual interface                            virtual interfaces
@@ -20,38 +21,29 @@
  * entry goes, unless it was joined by name. One that was made for a membership goes with the membership when
  * no packet came. The table is bounded, because anybody on a link can make up sources: forwarding_limit.cpp.
  *
- * Without memory no new entry is made, and one whose route cannot be looked up, for want of memory or because the kernel
- * refuses the question, keeps the interface that it has until that goes again. Everything else needs none.
+ * Without memory no new entry is made, and one whose route cannot be looked up keeps the interface that it has.
+ * Everything else needs none.
  */
 #include "daemons/mribd/forwarding.h"
 
-#include <algorithm>
 #include <cstring>
-#include <new>
 #include <string>
 
 #include "daemons/common/log.h"
-#include "daemons/common/memory.h"
-#include "daemons/mribd/rpf.h"
 
 namespace mribd
 {
 namespace
 {
 
-// Prefixes with changed routes that are told apart; more of them at once count as everything.
-constexpr size_t PREFIXES_REMEMBERED = 16;
-
 // One in so many that are evaluated is one of which nobody waits for packets.
 constexpr unsigned OTHERS_TURN = 4;
-
-constexpr uint32_t ROUTE_RETRY_MS = 1000;
 
 } // namespace
 
 Forwarding::Forwarding(const Parts &parts) : parts_(parts), entries_(parts.key.family, parts.entry_limit)
 {
-    changed_prefixes_.reserve(PREFIXES_REMEMBERED);
+    changed_prefixes_.reserve(PREFIXES_TOLD_APART);
 }
 
 Forwarding::~Forwarding()
@@ -168,49 +160,6 @@ void Forwarding::membership_changed(const MCAST_ADDR_S &group, const MCAST_ADDR_
     }
 }
 
-void Forwarding::routes_changed(const MCAST_ADDR_S &prefix, unsigned length)
-{
-    trace_route("unicast routes changed: %A/%u", &prefix, length);
-    if (length == 0 || changed_prefixes_.size() == PREFIXES_REMEMBERED) {
-        changed_prefixes_.assign(1, Prefix{any_address(parts_.key.family), 0});
-    } else {
-        changed_prefixes_.push_back(Prefix{prefix, static_cast<uint8_t>(length)});
-    }
-}
-
-// One walk for all that was reported since the last, so that a burst of changes costs no walk each.
-void Forwarding::queue_changed()
-{
-    if (!interfaces_changed_ && changed_prefixes_.empty()) {
-        return;
-    }
-    entries_.visit_all([this](Entry *entry) {
-        const MCAST_ADDR_S &source = entry->source();
-        const bool check_route =
-            std::any_of(changed_prefixes_.begin(), changed_prefixes_.end(),
-                        [&source](const Prefix &changed) { return changed.covers(source); });
-        if (interfaces_changed_ || check_route) {
-            queue(entry, check_route);
-        }
-    });
-    interfaces_changed_ = false;
-    changed_prefixes_.clear();
-}
-
-// What found no memory for its route is evaluated again when there is room, what the kernel could not be asked about
-// a second later.
-void Forwarding::queue_refused()
-{
-    if (lacks_route_ && !mcastd::memory_is_short()) {
-        lacks_route_ = false;
-        entries_.visit_all([this](Entry *entry) {
-            if (entry->check_route) {
-                queue(entry, true);
-            }
-        });
-    }
-}
-
 void Forwarding::vacate_vifs(uint32_t bits)
 {
     for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
@@ -265,81 +214,6 @@ bool Forwarding::has_no_purpose(const Entry *entry) const
     const auto now =
         entry->installed ? parts_.kernel.counters(entry->source(), entry->group()) : std::nullopt;
     return !now || now->packets == entry->last_packets;
-}
-
-void Forwarding::ask_again_later()
-{
-    const auto due = [](void *owner) { static_cast<Forwarding *>(owner)->lacks_route_ = true; };
-    if (!route_retry_.running()) {
-        lacks_route_ |= !mcastd::timer_try_start(parts_.timers, route_retry_, ROUTE_RETRY_MS, due, this);
-    }
-}
-
-void Forwarding::determine_upstream(Entry *entry)
-{
-    uint32_t upstream = 0;
-    try {
-        const auto found = rpf_interface(parts_.environment, parts_.key.vrf_index, entry->source(),
-                                         entry->upstream, entry->arrival);
-        if (!found) {
-            trace_route("(%M, %N): the kernel cannot be asked for the route", &entry->source(),
-                        &entry->group());
-            ask_again_later();
-            return;
-        }
-        upstream = *found;
-        if (upstream != 0) {
-            entries_per_upstream_.try_emplace(upstream, 0); // set_upstream counts it
-        }
-    } catch (const std::bad_alloc &) {
-        ++counters_.refused_by_memory;
-        lacks_route_ = true;
-        return; // asked again when there is room
-    }
-    entry->check_route = false;
-    if (upstream == 0 && !entry->unreachable) {
-        ++counters_.no_route;
-    }
-    entry->unreachable = upstream == 0;
-    if (upstream == 0) {
-        trace_route("(%M, %N): no usable route to the source", &entry->source(), &entry->group());
-    } else if (upstream != entry->upstream) {
-        trace_route("(%M, %N): packets are to come from %P", &entry->source(), &entry->group(), upstream);
-    }
-    set_upstream(entry, upstream);
-    set_sending(entry, entry->is_sending);
-}
-
-// Also determines anew whether the source is local.
-void Forwarding::set_sending(Entry *entry, bool is_sending)
-{
-    entry->is_sending = is_sending;
-    const bool is_local =
-        is_sending && entry->upstream != 0 && parts_.environment.is_on_link(entry->upstream, entry->source());
-    if (is_local != entry->is_local) {
-        entry->is_local = is_local;
-        trace_route("(%M, %N): the source %s on the link of %P", &entry->source(), &entry->group(),
-                    is_local ? "sends" : "is silent or no longer", entry->upstream);
-        if (local_source_told_) {
-            local_source_told_(*entry);
-        }
-    }
-}
-
-// Of an upstream other than 0 the interface has been entered in entries_per_upstream_.
-void Forwarding::set_upstream(Entry *entry, uint32_t upstream)
-{
-    if (upstream == entry->upstream) {
-        return;
-    }
-    if (entry->upstream != 0 && --entries_per_upstream_.find(entry->upstream)->second == 0) {
-        entries_per_upstream_.erase(entry->upstream);
-        upstream_changed_ = true;
-    }
-    if (upstream != 0 && ++entries_per_upstream_.find(upstream)->second == 1) {
-        upstream_changed_ = true;
-    }
-    entry->upstream = upstream;
 }
 
 // Of the receivers those that have a virtual interface, which the upstream interface does not count as.
@@ -420,7 +294,7 @@ void Forwarding::install(Entry *entry, int parent, uint32_t outgoing)
     const int error =
         parts_.kernel.set_entry(entry->source(), entry->group(), static_cast<unsigned>(parent), outgoing);
     entry->installed = error == 0;
-    entry->parent = parent;
+    entry->parent = static_cast<int8_t>(parent);
     entry->outgoing = outgoing;
     if (error != 0) {
         // Tried again when anything about it changes, and with its idle check.

@@ -132,6 +132,15 @@ private:
     void rank(Entry *entry);
     void watch_limit();
 
+    // forwarding_upstream.cpp
+    static constexpr size_t PREFIXES_TOLD_APART = 16;
+    void queue_changed();
+    void queue_refused();
+    void ask_again_later();
+    void determine_upstream(Entry *entry);
+    void set_upstream(Entry *entry, uint32_t upstream);
+    void set_sending(Entry *entry, bool is_sending);
+
     // forwarding_yield.cpp
     uint32_t given_way(const Entry *entry) const;
     void hear_other_router(Entry *entry, unsigned vif);
@@ -153,13 +162,7 @@ private:
     void queue(Entry *entry, bool check_route, bool urgent = false);
     void unqueue(Entry *entry);
     Entry *next_waiting(bool urgent);
-    void queue_changed();
-    void queue_refused();
-    void ask_again_later();
     void evaluate(Entry *entry);
-    void determine_upstream(Entry *entry);
-    void set_upstream(Entry *entry, uint32_t upstream);
-    void set_sending(Entry *entry, bool is_sending);
     uint32_t outgoing_for(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint32_t upstream) const;
     void install(Entry *entry, int parent, uint32_t outgoing);
     void withdraw(Entry *entry);
