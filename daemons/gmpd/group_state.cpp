@@ -145,7 +145,6 @@ SourceState *find_source(const GroupState &group, const Address &source)
 GroupState *ensure_group(Memberships &memberships, const Address &group)
 {
     GroupState *found = find_group(memberships, group);
-
     if (found != nullptr) {
         return found;
     }
