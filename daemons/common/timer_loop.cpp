@@ -6,7 +6,8 @@
  * A host can make a hundred thousand timers due in one second. So what is due runs for some milliseconds at most;
  * the wake-up is then set to a second that has come, and everything else in the loop has its turn before the rest.
  * What a timer causes another process may have to read: should that one be behind, the next turn waits for it a
- * little, or whatever else is to be said would stand behind all of it.
+ * little, or whatever else is to be said would stand behind all of it. A turn that has waited in vain is a short one,
+ * so that what it adds is little too.
  */
 #include "daemons/common/timer_loop.h"
 
@@ -131,7 +132,6 @@ MCAST_TMR_NODE_S *TimerLoop::due_timer()
 void TimerLoop::run_due()
 {
     const auto now = Clock::now();
-    const auto end = now + std::chrono::milliseconds(TIMER_TURN_MS);
     MCAST_TMR_NODE_S *node = due_timer();
     wake_up_s_ = 0; // what is left is due already, and must wake the loop again
     if (!put_off_) {
@@ -142,6 +142,8 @@ void TimerLoop::run_due()
     if (put_off_) {
         return;
     }
+    const int turn_ms = !patient && is_behind() ? TIMER_SHORT_TURN_MS : TIMER_TURN_MS;
+    const auto end = now + std::chrono::milliseconds(turn_ms);
     while (node != nullptr) {
         const MCAST_TMR_NODE_S due = *node;
         uint64_t data[] = {due.data[0], due.data[1], due.data[2], due.data[3]};

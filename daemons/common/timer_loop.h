@@ -22,11 +22,14 @@ namespace mcastd
 int64_t moment_of(uint32_t boot_s, int64_t now_s);
 
 // How long timers that are due may run before everything else in the loop has a turn.
-constexpr int TIMER_TURN_MS = 10;
+constexpr int TIMER_TURN_MS = 5;
 
 // How long they wait at most for somebody who is behind with what the last ones caused, and how often they look.
 constexpr int TIMER_PATIENCE_MS = 20;
 constexpr int TIMER_LOOK_MS = 1;
+
+// How long timers may run in a turn while somebody stays behind whom they have waited for in vain.
+constexpr int TIMER_SHORT_TURN_MS = 2;
 
 class TimerLoop
 {

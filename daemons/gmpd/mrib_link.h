@@ -89,8 +89,9 @@ public:
     }
 
 private:
-    // Some 2000 membership changes, which take the MRIB process a few milliseconds.
-    static constexpr uint32_t FEW_MESSAGES = 64;
+    // Some 250 membership changes beside those in the socket. A join stands behind all of them, and the MRIB process
+    // does other work between them.
+    static constexpr uint32_t FEW_MESSAGES = 8;
 
     bool can_tell() const
     {

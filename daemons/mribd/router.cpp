@@ -31,8 +31,9 @@ namespace
 
 using mcastd::TraceCategory;
 
-// Entries evaluated in one round of the event loop: a few milliseconds, most of them the route look-ups.
-constexpr unsigned ENTRIES_PER_ROUND = 512;
+// Entries evaluated in one round of the event loop: some two milliseconds, most of them the route look-ups and the
+// kernel's table. A client's message may wait for several rounds.
+constexpr unsigned ENTRIES_PER_ROUND = 128;
 
 // Virtual interfaces kept for interfaces without receivers.
 constexpr size_t PLACES_FOR_SOURCES = 2;

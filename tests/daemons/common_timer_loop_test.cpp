@@ -20,13 +20,24 @@ struct Slow {
     Timer timer;
 };
 
-// Takes longer than all timers may take together.
-void work(void *owner)
+void work_for(int ms, void *owner)
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(2 * TIMER_TURN_MS);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
     while (std::chrono::steady_clock::now() < end) {
     }
     ++*static_cast<Slow *>(owner)->ended;
+}
+
+// Takes longer than all timers may take together.
+void work(void *owner)
+{
+    work_for(2 * TIMER_TURN_MS, owner);
+}
+
+// Takes longer than they may while somebody is behind, and much less than otherwise.
+void work_little(void *owner)
+{
+    work_for(TIMER_SHORT_TURN_MS, owner);
 }
 
 } // namespace
@@ -108,6 +119,25 @@ TEST(TimerLoop, TimersWaitForSomebodyWhoIsBehindAndNotForEver)
     timers.set_wake_up();
     while (ended < 3) {
         ASSERT_TRUE(reactor.run_once(2000));
+    }
+}
+
+TEST(TimerLoop, TimersThatWaitedInVainAddLittle)
+{
+    Reactor reactor;
+    TimerLoop timers(reactor);
+    unsigned ended = 0;
+    Slow slow[3] = {{&ended, {}}, {&ended, {}}, {&ended, {}}};
+    ASSERT_TRUE(timers.open());
+    timers.set_brake([] { return true; });
+    for (Slow &each : slow) {
+        timer_start(timers.manager(), each.timer, 0, work_little, &each);
+    }
+    while (ended < 3) {
+        const unsigned before = ended;
+        timers.set_wake_up();
+        ASSERT_TRUE(reactor.run_once(2000));
+        ASSERT_LE(ended, before + 1) << "in one round";
     }
 }
 
