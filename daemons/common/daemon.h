@@ -7,9 +7,9 @@
 #define DAEMONS_COMMON_DAEMON_H
 
 #include <functional>
-#include <string>
 
 #include "daemons/common/config_file.h"
+#include "daemons/common/text_parts.h"
 
 namespace mcastd
 {
@@ -51,8 +51,8 @@ public:
         return false;
     }
 
-    // The tables as text, for SIGUSR1.
-    virtual std::string status() = 0;
+    // The tables as text, for SIGUSR1. Its parts are asked for while the daemon lives, each in another round.
+    virtual TextParts status() = 0;
 
     // Has the others say everything again, for SIGUSR2. False when nobody is to.
     virtual bool resynchronise()

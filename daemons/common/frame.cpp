@@ -72,7 +72,8 @@ bool Frame::serve(Daemon &daemon)
         return false;
     }
     reactor_.set_background([this] {
-        const bool more = daemon_->round();
+        bool more = daemon_->round();
+        more |= write_more_status();
         timers_.set_wake_up();
         return more;
     });
@@ -156,7 +157,29 @@ void Frame::take_signal(int fd)
 
 void Frame::write_status()
 {
-    status_output_.write(options_.status_file(), daemon_->status());
+    if (!status_output_.busy()) {
+        status_output_.write(options_.status_file(), daemon_->status());
+    } else if (status_output_.waits_for_reader()) {
+        log_warning("the status is not printed: nobody has read the one before to its end");
+    } else {
+        status_wanted_ = true;
+    }
+}
+
+// The next part of it. Whether more follows that waits for nobody.
+bool Frame::write_more_status()
+{
+    bool more = false;
+    // Apart from the work of the round: where there is no memory for a status the rest goes on.
+    memory_unit("the status", [&] {
+        more = status_output_.go_on();
+        if (status_wanted_ && !status_output_.busy()) {
+            status_wanted_ = false;
+            write_status();
+            more = status_output_.busy() && !status_output_.waits_for_reader();
+        }
+    });
+    return more;
 }
 
 } // namespace mcastd

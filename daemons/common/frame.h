@@ -25,7 +25,7 @@
  *                                   the daemon watches
  *
  * SIGTERM and SIGINT end the rounds; SIGUSR1 writes the status file, or prints the status on standard output
- * when no file was given; SIGHUP reads the configuration file again, of which a wrong one changes nothing;
+ * when no file was given, a part of it in each of the rounds that follow; SIGHUP reads the configuration file again, of which a wrong one changes nothing;
  * SIGUSR2 calls resynchronise. SIGPIPE is ignored.
  */
 #ifndef DAEMONS_COMMON_FRAME_H
@@ -92,7 +92,7 @@ public:
         return control_;
     }
 
-    // Writes the status now, as SIGUSR1 does.
+    // Writes the status, as SIGUSR1 does: one that begins from now on.
     void write_status();
 
 private:
@@ -100,12 +100,14 @@ private:
     bool load(Daemon::TakeOver *take_over);
     void reload();
     void take_signal(int fd);
+    bool write_more_status();
 
     const Options &options_;
     Reactor reactor_;
     TimerLoop timers_;
     ControlServer control_;
     StatusOutput status_output_;
+    bool status_wanted_ = false; // once more, when the one that is being written is complete
     PortWatch ports_;
     std::vector<int> signals_;
     Daemon *daemon_ = nullptr;

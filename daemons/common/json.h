@@ -70,6 +70,11 @@ public:
         begin(name);
         text_ += "null";
     }
+    // What was written since the last call, of a text that is made in parts.
+    std::string take_part()
+    {
+        return std::exchange(text_, {});
+    }
     // The text, complete when everything that was opened is closed; the writer is empty then.
     std::string take()
     {

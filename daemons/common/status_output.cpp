@@ -1,16 +1,12 @@
 #include "daemons/common/status_output.h"
 
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
+#include <new>
 #include <sys/epoll.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
-#include "daemons/common/descriptor_reserve.h"
 #include "daemons/common/log.h"
 
 namespace mcastd
@@ -20,29 +16,65 @@ StatusOutput::StatusOutput(Reactor &reactor) : reactor_(reactor), standard_outpu
 {
 }
 
-void StatusOutput::write(const std::string &path, std::string text)
+void StatusOutput::write(const std::string &path, TextParts parts)
 {
-    if (path.empty()) {
-        print(std::move(text));
+    if (busy()) {
         return;
     }
-    const DescriptorLoan loan;
-    if (!write_file_atomically(path, text)) {
-        log_error("cannot write the status file %s: %s", path.c_str(), std::strerror(errno));
+    path_ = path;
+    parts_ = std::move(parts);
+    if (!path_.empty()) {
+        loan_.emplace();
+        if (!file_.open(path_)) {
+            fail();
+            return;
+        }
+    }
+    go_on();
+}
+
+bool StatusOutput::go_on()
+{
+    if (parts_ == nullptr || waits_for_room_) {
+        return false;
+    }
+    std::string text;
+    const bool more = make_part(&text);
+    if (path_.empty()) {
+        printing_ = std::move(text);
+        print();
+    } else if (!file_.append(text) || (!more && !file_.commit())) {
+        fail();
+        return false;
+    }
+    if (!more) {
+        parts_ = nullptr;
+        loan_.reset();
+    }
+    return more && !waits_for_room_;
+}
+
+// A text of which a part cannot be made is given up.
+bool StatusOutput::make_part(std::string *text)
+{
+    try {
+        return parts_(text);
+    } catch (const std::bad_alloc &) {
+        parts_ = nullptr;
+        file_.abandon();
+        loan_.reset();
+        throw;
     }
 }
 
-void StatusOutput::print(std::string text)
+void StatusOutput::fail()
 {
-    if (!printing_.empty()) {
-        log_warning("the status is not printed: nobody has read the one before to its end");
-        return;
-    }
-    printing_ = std::move(text);
-    go_on_printing();
+    log_error("cannot write the status file %s: %s", path_.c_str(), std::strerror(errno));
+    parts_ = nullptr;
+    loan_.reset();
 }
 
-void StatusOutput::go_on_printing()
+void StatusOutput::print()
 {
     size_t done = 0;
     bool room = true;
@@ -55,39 +87,18 @@ void StatusOutput::go_on_printing()
     const int fd = standard_output_.descriptor();
     if (!room && errno != EAGAIN) {
         printing_.clear(); // nobody will read it
+        parts_ = nullptr;
     } else if (!room && !waits_for_room_) {
-        waits_for_room_ = reactor_.add(fd, EPOLLOUT, [this](uint32_t) { go_on_printing(); });
-        printing_.erase(waits_for_room_ ? printing_.size() : 0);
+        waits_for_room_ = reactor_.add(fd, EPOLLOUT, [this](uint32_t) { print(); });
+        if (!waits_for_room_) {
+            printing_.clear();
+            parts_ = nullptr;
+        }
     }
     if (waits_for_room_ && printing_.empty()) {
         reactor_.remove(fd);
         waits_for_room_ = false;
     }
-}
-
-bool write_file_atomically(const std::string &path, const std::string &text)
-{
-    std::string temporary = path + ".XXXXXX";
-    const int fd = mkostemp(temporary.data(), O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    bool good = fchmod(fd, 0644) == 0;
-    size_t done = 0;
-    while (good && done < text.size()) {
-        const ssize_t written = write(fd, text.data() + done, text.size() - done);
-        good = written > 0 || (written < 0 && errno == EINTR);
-        done += written > 0 ? static_cast<size_t>(written) : 0;
-    }
-    const int failure = errno;
-    close(fd);
-    if (good && rename(temporary.c_str(), path.c_str()) == 0) {
-        return true;
-    }
-    const int cause = good ? errno : failure;
-    unlink(temporary.c_str());
-    errno = cause;
-    return false;
 }
 
 } // namespace mcastd

@@ -131,9 +131,9 @@ public:
         return false;
     }
 
-    std::string status() override
+    mcastd::TextParts status() override
     {
-        return status_text(process_, daemon_status());
+        return status_parts(process_, [this] { return daemon_status(); });
     }
 
     // Where a standby goes on at once, nothing is withdrawn.

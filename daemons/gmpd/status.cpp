@@ -1,7 +1,10 @@
 #include "daemons/gmpd/status.h"
 
-#include "daemons/common/json.h"
-#include "daemons/gmpd/group_state.h"
+#include <memory>
+#include <utility>
+
+#include "daemons/gmpd/interface.h"
+#include "daemons/gmpd/policy.h"
 
 namespace gmpd
 {
@@ -24,54 +27,7 @@ void write_querier(Json &json, const Interface &interface)
     json.close('}');
 }
 
-void write_group(Json &json, const GroupState &group)
-{
-    json.open(nullptr, '{', true);
-    json.text("group", to_text(*group.entry->address));
-    json.text("mode", group.exclude ? "exclude" : "include");
-    if (group.exclude) {
-        json.number("expires_s", timer_remaining_s(group.timer));
-    }
-    if (group.v1_host.running()) {
-        json.number("version_1_host_s", timer_remaining_s(group.v1_host));
-    }
-    if (group.v2_host.running()) {
-        json.number("version_2_host_s", timer_remaining_s(group.v2_host));
-    }
-    json.open("sources", '[');
-    for_each_source(group, [&](const SourceState &source) {
-        json.open(nullptr, '{');
-        json.text("source", to_text(*source.entry->address));
-        json.truth("wanted", source.timer.running());
-        json.number("expires_s", source.timer.remaining_s());
-        json.close('}');
-    });
-    json.close(']');
-    json.close('}');
-}
-
-// What the users of a link come to. Times are those of the users.
-void write_link_groups(Json &json, const UsersUnion &members)
-{
-    json.open("groups", '[');
-    members.visit_groups([&](const Address &group, bool any_source) {
-        json.open(nullptr, '{', true);
-        json.text("group", to_text(group));
-        json.text("mode", any_source ? "exclude" : "include");
-        json.open("sources", '[');
-        members.visit_sources(group, [&](const Address &source, bool wanted) {
-            json.open(nullptr, '{');
-            json.text("source", to_text(source));
-            json.truth("wanted", wanted);
-            json.close('}');
-        });
-        json.close(']');
-        json.close('}');
-    });
-    json.close(']');
-}
-
-void write_interface(Json &json, const Interface &interface)
+void open_interface(Json &json, const Interface &interface)
 {
     json.open(nullptr, '{');
     json.text("interface", interface.name);
@@ -86,28 +42,15 @@ void write_interface(Json &json, const Interface &interface)
     if (interface.users_union != nullptr) {
         json.truth("users_only", true);
         json.number("group_count", interface.users_union->group_count());
-        write_link_groups(json, *interface.users_union);
     } else {
         json.number("group_count", MRT_CountTable(interface.memberships.groups));
-        write_groups(json, interface.memberships);
     }
-    write_counters(json, interface.counters);
-    json.close('}');
-}
-
-} // namespace
-
-void write_groups(Json &json, const Memberships &memberships)
-{
     json.open("groups", '[');
-    for_each_group(memberships, [&](const GroupState &group) { write_group(json, group); });
-    json.close(']');
 }
 
-std::string status_text(const Process &process, const DaemonStatus &daemon)
+void open_status(Json &json, const Process &process, const DaemonStatus &daemon)
 {
     const bool ipv4 = process.config.family == MCAST_FAMILY_IPV4;
-    Json json;
     json.open(nullptr, '{');
     json.text("daemon", "gmpd");
     json.text("family", ipv4 ? "ipv4" : "ipv6");
@@ -126,15 +69,111 @@ std::string status_text(const Process &process, const DaemonStatus &daemon)
     json.truth("mrib_replayed", daemon.mrib_replayed);
     json.number("packets_lost_in_kernel", daemon.kernel_drops);
     json.open("interfaces", '[');
-    for (const auto &[index, interface] : process.interfaces) {
-        write_interface(json, *interface);
+}
+
+// A status that is being written. What is gone when its turn comes again is closed as it is, so that the text is whole
+// whatever happens between two parts.
+class Status
+{
+public:
+    explicit Status(const Process &process) : process_(process)
+    {
     }
-    json.close(']');
-    if (daemon.users != nullptr) {
-        write_users(json, *daemon.users);
+
+    bool append(const DaemonStatus &daemon, std::string *text)
+    {
+        size_t budget = STATUS_PART;
+        const bool first = !begun_;
+        if (first) {
+            open_status(json_, process_, daemon);
+            begun_ = true;
+        }
+        const bool done =
+            write_interfaces(budget) && (!has_users(daemon) || users_.write(json_, daemon.users, budget));
+        if (!done) {
+            *text += json_.take_part();
+            return true;
+        }
+        if (!first) {
+            json_.truth("of_one_moment", false);
+        }
+        json_.close('}');
+        *text += json_.take();
+        return false;
     }
-    json.close('}');
-    return json.take();
+
+private:
+    // Also while users were begun and are gone.
+    bool has_users(const DaemonStatus &daemon)
+    {
+        has_users_ |= daemon.users != nullptr;
+        return has_users_;
+    }
+
+    // Whether all are written.
+    bool write_interfaces(size_t &budget)
+    {
+        while (!interfaces_done_) {
+            const auto at = process_.interfaces.lower_bound(next_);
+            if (!in_interface_) {
+                if (at == process_.interfaces.end()) {
+                    json_.close(']');
+                    interfaces_done_ = true;
+                    break;
+                }
+                if (budget == 0) {
+                    return false;
+                }
+                --budget;
+                next_ = at->first;
+                in_interface_ = true;
+                open_interface(json_, *at->second);
+            }
+            const bool there = at != process_.interfaces.end() && at->first == next_;
+            if (!write_rest(there ? at->second.get() : nullptr, budget)) {
+                return false;
+            }
+            in_interface_ = false;
+            ++next_;
+        }
+        return true;
+    }
+
+    // Of an interface that is gone, NULL, nothing more.
+    bool write_rest(const Interface *interface, size_t &budget)
+    {
+        const bool of_users = interface != nullptr && interface->users_union != nullptr;
+        MRT_TABLE_S *groups = interface != nullptr ? interface->memberships.groups : nullptr;
+        if (!groups_.write(json_, of_users ? interface->users_union->table() : groups,
+                           of_users ? StatusGroups::Kind::OfUsers : StatusGroups::Kind::OfHosts, budget)) {
+            return false;
+        }
+        json_.close(']');
+        if (interface != nullptr) {
+            write_counters(json_, interface->counters);
+        }
+        json_.close('}');
+        return true;
+    }
+
+    const Process &process_;
+    Json json_;
+    bool begun_ = false;
+    uint32_t next_ = 0; // index of the interface that is written, or after the last one
+    bool in_interface_ = false;
+    bool interfaces_done_ = false;
+    StatusGroups groups_;
+    bool has_users_ = false;
+    StatusUsers users_;
+};
+
+} // namespace
+
+mcastd::TextParts status_parts(const Process &process, std::function<DaemonStatus()> daemon)
+{
+    return [status = std::make_shared<Status>(process), daemon = std::move(daemon)](std::string *text) {
+        return status->append(daemon(), text);
+    };
 }
 
 } // namespace gmpd

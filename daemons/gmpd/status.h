@@ -4,10 +4,13 @@
 #ifndef DAEMONS_GMPD_STATUS_H
 #define DAEMONS_GMPD_STATUS_H
 
+#include <functional>
 #include <string>
 
 #include "daemons/common/json.h"
+#include "daemons/common/text_parts.h"
 #include "daemons/gmpd/process.h"
+#include "daemons/gmpd/status_groups.h"
 
 namespace gmpd
 {
@@ -29,15 +32,30 @@ struct DaemonStatus {
     size_t backed_up = 0;      // users whose indexes the standby knows
 };
 
-// One object: the daemon, then each interface with its querier, groups, sources and non-zero counters. Times
-// are seconds that are left.
-std::string status_text(const Process &process, const DaemonStatus &daemon);
+// Groups, sources, users and interfaces that a part of the status tells of.
+constexpr size_t STATUS_PART = 4096;
 
-// The part of it that users have too: groups with their sources.
-void write_groups(mcastd::Json &json, const Memberships &memberships);
+// One object: the daemon, then each interface with its querier, groups, sources and non-zero counters, then the user
+// authentication. Times are seconds that are left. Of one moment when one part holds it all; a longer one ends with
+// "of_one_moment": false. process must outlive the parts; daemon is asked for each part.
+mcastd::TextParts status_parts(const Process &process, std::function<DaemonStatus()> daemon);
 
-// The object of the user authentication: agents' messages by kind and type, the users with their groups.
-void write_users(mcastd::Json &json, const UserService &users);
+// The object of the user authentication in it: agents' messages by kind and type, the users with their groups.
+class StatusUsers
+{
+public:
+    // Writes the next users; service is NULL when it is gone. As StatusGroups::write.
+    bool write(mcastd::Json &json, const UserService *service, size_t &budget);
+
+private:
+    bool write_user(mcastd::Json &json, const UserService *service, size_t &budget);
+
+    bool begun_ = false;
+    bool in_user_ = false;
+    bool in_list_ = false; // of that user's groups
+    uint32_t next_ = 0;    // interface of the user that is written, or after the last one
+    StatusGroups groups_;
+};
 
 } // namespace gmpd
 

@@ -51,7 +51,7 @@ void write_statistics(Json &json)
     json.close(']');
 }
 
-void write_user(Json &json, const User &user)
+void open_user(Json &json, const User &user)
 {
     json.open(nullptr, '{');
     json.number("user", user.info.user_id);
@@ -63,16 +63,33 @@ void write_user(Json &json, const User &user)
     json.text("interface", name_of(user.info.access_if_index));
     json.text("address", to_text(user.info.address));
     json.text("user_interface", name_of(user.if_index));
-    if (user.memberships != nullptr) {
-        write_groups(json, *user.memberships);
-        write_counters(json, user.memberships->counters());
-    }
-    json.close('}');
 }
 
-} // namespace
+struct Search {
+    const UserTable &table;
+    const User *found;
+};
 
-void write_users(Json &json, const UserService &service)
+uint32_t find_user(MCAST_USRAUTH_USER_S *record, MCAST_USRAUTH_ENTRY_S *, MTABLE_GROUP_S *, void *argument)
+{
+    Search &search = *static_cast<Search *>(argument);
+    search.found = search.table.find(record);
+    return search.found != nullptr ? MCAST_ERR_STOPPED : MCAST_OK;
+}
+
+// The user of the interface, or the first one after it; NULL when there is none.
+const User *user_from(const UserService *service, uint32_t if_index)
+{
+    if (service == nullptr) {
+        return nullptr;
+    }
+    Search search{service->table(), nullptr};
+    const MCAST_USRAUTH_USER_FILTER_S filter = {MCAST_USRAUTH_WALK_FROM, if_index, 0, nullptr, nullptr};
+    MCAST_USRAUTH_WalkAllUserByIfIndex(&filter, find_user, nullptr, &search);
+    return search.found;
+}
+
+void open_users(Json &json, const UserService &service)
 {
     const UserCounters &counters = service.counters();
     json.open("user_authentication", '{');
@@ -88,9 +105,66 @@ void write_users(Json &json, const UserService &service)
     json.number("agents_over_limit", HOST_LocalSocketOverLimit());
     json.number("refreshes", counters.refreshes);
     json.open("users", '[');
-    service.table().visit_users([&](const User &user) { write_user(json, user); });
-    json.close(']');
+}
+
+} // namespace
+
+// The rest of the user at next_, or nothing more when that one is gone. Whether it is complete.
+bool StatusUsers::write_user(Json &json, const UserService *service, size_t &budget)
+{
+    const User *user = user_from(service, next_);
+    const bool there = user != nullptr && user->if_index == next_;
+    const Memberships *memberships = there ? user->memberships.get() : nullptr;
+    if (in_list_) {
+        if (!groups_.write(json, memberships != nullptr ? memberships->groups : nullptr,
+                           StatusGroups::Kind::OfHosts, budget)) {
+            return false;
+        }
+        json.close(']');
+        in_list_ = false;
+        if (memberships != nullptr) {
+            write_counters(json, user->memberships->counters());
+        }
+    }
     json.close('}');
+    return true;
+}
+
+bool StatusUsers::write(Json &json, const UserService *service, size_t &budget)
+{
+    if (!begun_) {
+        if (service == nullptr) {
+            return true;
+        }
+        open_users(json, *service);
+        begun_ = true;
+    }
+    for (;;) {
+        if (!in_user_) {
+            const User *user = user_from(service, next_);
+            if (user == nullptr) {
+                json.close(']');
+                json.close('}');
+                return true;
+            }
+            if (budget == 0) {
+                return false;
+            }
+            --budget;
+            next_ = user->if_index;
+            in_user_ = true;
+            open_user(json, *user);
+            in_list_ = user->memberships != nullptr;
+            if (in_list_) {
+                json.open("groups", '[');
+            }
+        }
+        if (!write_user(json, service, budget)) {
+            return false;
+        }
+        in_user_ = false;
+        ++next_;
+    }
 }
 
 } // namespace gmpd

@@ -210,20 +210,4 @@ uint32_t UsersUnion::group_count() const
     return MRT_CountTable(groups_);
 }
 
-void UsersUnion::visit_groups(const std::function<void(const Address &, bool)> &visitor) const
-{
-    for_each_entry<MRT_GROUP_S>(
-        groups_, [&](MRT_GROUP_S *group) { visitor(*group->address, wants_any_source(group)); });
-}
-
-void UsersUnion::visit_sources(const Address &group,
-                               const std::function<void(const Address &, bool)> &visitor) const
-{
-    const MRT_GROUP_S *entry = find_entry(groups_, group);
-    if (entry != nullptr) {
-        for_each_entry<MRT_SOURCE_S>(
-            entry->sources, [&](MRT_SOURCE_S *source) { visitor(*source->address, wants_source(source)); });
-    }
-}
-
 } // namespace gmpd

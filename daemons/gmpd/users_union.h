@@ -6,7 +6,6 @@
 #define DAEMONS_GMPD_USERS_UNION_H
 
 #include <cstdint>
-#include <functional>
 
 #include "daemons/gmpd/address.h"
 #include "mcast/route_table.h"
@@ -40,12 +39,6 @@ public:
 
     bool has_group(const Address &group) const;
     uint32_t group_count() const;
-
-    // Visits each group in address order, with whether any source is wanted, and the sources of one with
-    // whether each is wanted, which in a group of any source the blocked ones are not.
-    void visit_groups(const std::function<void(const Address &group, bool any_source)> &visitor) const;
-    void visit_sources(const Address &group,
-                       const std::function<void(const Address &source, bool wanted)> &visitor) const;
 
     // The groups and their sources, for a walk that keeps its place; and what is told of an entry.
     MRT_TABLE_S *table() const

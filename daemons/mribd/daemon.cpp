@@ -86,13 +86,13 @@ public:
         return more;
     }
 
-    std::string status() override
+    mcastd::TextParts status() override
     {
         std::string text;
         for (const auto &plane : planes_) {
             text += plane->status();
         }
-        return text;
+        return mcastd::one_part(std::move(text));
     }
 
     bool resynchronise() override

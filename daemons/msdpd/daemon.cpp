@@ -67,9 +67,9 @@ public:
         return tcp_.flush();
     }
 
-    std::string status() override
+    mcastd::TextParts status() override
     {
-        return status_text(speaker_, process());
+        return mcastd::one_part(status_text(speaker_, process()));
     }
 
     void close() override

@@ -82,10 +82,10 @@ bool Watch::round()
     return input_is_file_ && listens_;
 }
 
-std::string Watch::status()
+mcastd::TextParts Watch::status()
 {
-    return std::string(waiting() ? "waiting for the daemon" : "connected") +
-           "\nusers announced: " + std::to_string(told_.count()) + "\n";
+    return mcastd::one_part(std::string(waiting() ? "waiting for the daemon" : "connected") +
+                            "\nusers announced: " + std::to_string(told_.count()) + "\n");
 }
 
 // Ends the process with a failure.

@@ -31,7 +31,7 @@ public:
     bool open() override;
     bool start() override;
     bool round() override;
-    std::string status() override;
+    mcastd::TextParts status() override;
 
 private:
     bool waiting() const

@@ -132,34 +132,16 @@ TEST(Reactor, BackgroundWorkKeepsTheLoopFromWaiting)
     close(wake);
 }
 
-TEST(StatusFile, IsReplacedAndLeavesNothingBeside)
-{
-    const TemporaryFolder folder;
-    const std::string path = folder.file("status");
-    ASSERT_TRUE(write_file_atomically(path, "first, longer\n"));
-    ASSERT_TRUE(write_file_atomically(path, "second\n"));
-    EXPECT_EQ(slurp(path), "second\n");
-    const auto files = std::filesystem::directory_iterator(folder.path());
-    EXPECT_EQ(std::distance(begin(files), end(files)), 1);
-}
-
-TEST(StatusFile, FailureNamesTheCauseAndKeepsTheOldFile)
-{
-    const TemporaryFolder folder;
-    EXPECT_FALSE(write_file_atomically(folder.file("absent/status"), "text"));
-    EXPECT_EQ(errno, ENOENT);
-}
-
 TEST(StatusFile, OnlyAFailureIsLogged)
 {
     const TemporaryFolder folder;
     Reactor reactor;
     StatusOutput output(reactor);
     testing::internal::CaptureStderr();
-    output.write(folder.file("status"), "text\n");
+    output.write(folder.file("status"), one_part("text\n"));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     testing::internal::CaptureStderr();
-    output.write(folder.file("absent/status"), "text\n");
+    output.write(folder.file("absent/status"), one_part("text\n"));
     EXPECT_NE(testing::internal::GetCapturedStderr().find("cannot write the status file " +
                                                           folder.file("absent/status: No such file")),
               std::string::npos);
@@ -209,10 +191,10 @@ public:
         steps += " round";
         return false;
     }
-    std::string status() override
+    TextParts status() override
     {
         then(asked);
-        return "the table\n";
+        return parts ? parts : one_part("the table\n");
     }
     bool resynchronise() override
     {
@@ -229,6 +211,7 @@ public:
     bool opens = true;
     bool starts = true;
     std::function<void()> taken, started, asked, resynchronised;
+    TextParts parts; // of the status, when it has several
 
 private:
     static void then(const std::function<void()> &action)
@@ -320,6 +303,29 @@ TEST_F(FrameTest, SignalsWriteTheStatusResynchroniseReloadAndEnd)
     EXPECT_EQ(frame->run(*daemon), EXIT_SUCCESS);
     EXPECT_EQ(slurp(folder.file("status")), "the table\n");
     EXPECT_EQ(daemon->steps, " read5 open take5 start round again round read6 take6 round round close");
+}
+
+// A part a round; who asks meanwhile gets a further one that begins afterwards.
+TEST_F(FrameTest, ALongStatusIsWrittenInRoundsOfItsOwn)
+{
+    make("");
+    int made = 0;
+    size_t seen = 0; // how many steps there were before the last part
+    daemon->started = signals(SIGUSR1);
+    daemon->parts = [&](std::string *text) {
+        ++made;
+        *text += std::to_string(made);
+        EXPECT_TRUE(made % 4 == 1 || daemon->steps.size() > seen) << "two parts in a round";
+        seen = daemon->steps.size();
+        if (made == 2) {
+            kill(getpid(), SIGUSR1);
+        } else if (made == 8) {
+            kill(getpid(), SIGTERM);
+        }
+        return made % 4 != 0;
+    };
+    EXPECT_EQ(frame->run(*daemon), EXIT_SUCCESS);
+    EXPECT_EQ(slurp(folder.file("status")), "5678");
 }
 
 TEST_F(FrameTest, NothingOfAFileThatIsWrongCounts)

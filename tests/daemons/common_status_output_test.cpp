@@ -6,17 +6,23 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <new>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
+#include "daemons/common/atomic_file.h"
 #include "daemons/common/status_output.h"
-
-using mcastd::write_file_atomically;
 
 namespace
 {
+
+bool write_whole(const std::string &path, const std::string &text)
+{
+    mcastd::AtomicFile file;
+    return file.open(path) && file.append(text) && file.commit();
+}
 
 class StatusFileWrite : public testing::Test
 {
@@ -58,8 +64,8 @@ protected:
 
 TEST_F(StatusFileWrite, IsReplacedAsAWholeAndReadableByAll)
 {
-    ASSERT_TRUE(write_file_atomically(path_, "a long first text\n"));
-    ASSERT_TRUE(write_file_atomically(path_, "second\n"));
+    ASSERT_TRUE(write_whole(path_, "a long first text\n"));
+    ASSERT_TRUE(write_whole(path_, "second\n"));
     EXPECT_EQ(content(), "second\n");
     EXPECT_EQ(names(), std::vector<std::string>{"status"});
     struct stat found = {};
@@ -70,14 +76,70 @@ TEST_F(StatusFileWrite, IsReplacedAsAWholeAndReadableByAll)
 TEST_F(StatusFileWrite, ThatCannotBeReplacedLeavesNothingBeside)
 {
     ASSERT_EQ(mkdir(path_.c_str(), 0755), 0);
-    EXPECT_FALSE(write_file_atomically(path_, "text\n"));
+    EXPECT_FALSE(write_whole(path_, "text\n"));
     EXPECT_EQ(errno, EISDIR);
     EXPECT_EQ(names(), std::vector<std::string>{"status"});
 }
 
+TEST_F(StatusFileWrite, ThatIsGivenUpLeavesTheOldFileAlone)
+{
+    ASSERT_TRUE(write_whole(path_, "old\n"));
+    {
+        mcastd::AtomicFile file;
+        ASSERT_TRUE(file.open(path_) && file.append("new\n"));
+        EXPECT_EQ(names().size(), 2u);
+    }
+    EXPECT_EQ(content(), "old\n");
+    EXPECT_EQ(names(), std::vector<std::string>{"status"});
+}
+
+// One call makes one part, and the file is in place with the last one.
+TEST_F(StatusFileWrite, InPartsIsThereWhenItIsWhole)
+{
+    mcastd::Reactor reactor;
+    mcastd::StatusOutput output(reactor);
+    int made = 0;
+    output.write(path_, [&made](std::string *text) {
+        *text += "part " + std::to_string(++made) + "\n";
+        return made < 3;
+    });
+    EXPECT_EQ(made, 1);
+    EXPECT_TRUE(output.busy());
+    EXPECT_TRUE(output.go_on());
+    EXPECT_EQ(made, 2);
+    EXPECT_EQ(content(), "");
+    EXPECT_FALSE(output.go_on());
+    EXPECT_EQ(made, 3);
+    EXPECT_FALSE(output.busy());
+    EXPECT_FALSE(output.go_on());
+    EXPECT_EQ(made, 3);
+    EXPECT_EQ(content(), "part 1\npart 2\npart 3\n");
+    EXPECT_EQ(names(), std::vector<std::string>{"status"});
+}
+
+TEST_F(StatusFileWrite, ForWhichThereIsNoMemoryIsGivenUp)
+{
+    mcastd::Reactor reactor;
+    mcastd::StatusOutput output(reactor);
+    int made = 0;
+    const auto parts = [&made](std::string *text) {
+        *text += "part\n";
+        if (++made == 2) {
+            throw std::bad_alloc();
+        }
+        return made < 3;
+    };
+    output.write(path_, parts);
+    EXPECT_THROW(output.go_on(), std::bad_alloc);
+    EXPECT_FALSE(output.busy());
+    EXPECT_EQ(names(), std::vector<std::string>{});
+    output.write(path_, parts);
+    EXPECT_EQ(content(), "part\n");
+}
+
 TEST_F(StatusFileWrite, WithoutAFolderFails)
 {
-    EXPECT_FALSE(write_file_atomically(folder_ + "/none/status", "text\n"));
+    EXPECT_FALSE(write_whole(folder_ + "/none/status", "text\n"));
     EXPECT_EQ(errno, ENOENT);
 }
 
@@ -96,7 +158,7 @@ TEST(PrintedStatus, ComesWholeHoweverOftenItsReaderIsSlow)
     {
         mcastd::StatusOutput output(reactor);
         for (size_t &each : printed) {
-            output.write("", std::string(LONG, 'x'));
+            output.write("", mcastd::one_part(std::string(LONG, 'x')));
             for (int round = 0; round < 100; ++round) {
                 char bytes[4096];
                 ssize_t size;
@@ -112,6 +174,54 @@ TEST(PrintedStatus, ComesWholeHoweverOftenItsReaderIsSlow)
     close(ends[0]);
     EXPECT_EQ(printed[0], LONG);
     EXPECT_EQ(printed[1], LONG);
+}
+
+// However long the text is, what waits for its reader is one part.
+TEST(PrintedStatus, MakesNoPartBeforeTheOneBeforeWasTaken)
+{
+    constexpr size_t LONG = 100000; // more than a pipe holds
+    mcastd::Reactor reactor;
+    const int standard_output = dup(STDOUT_FILENO);
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+    fflush(stdout);
+    dup2(ends[1], STDOUT_FILENO);
+    close(ends[1]);
+    int made = 0;
+    int made_unread = 0;
+    size_t printed = 0;
+    {
+        mcastd::StatusOutput output(reactor);
+        output.write("", [&made](std::string *text) {
+            text->append(LONG, 'x');
+            return ++made < 3;
+        });
+        for (int round = 0; round < 10; ++round) {
+            output.go_on();
+            reactor.run_once(0);
+        }
+        made_unread = made;
+        while (output.busy()) {
+            char bytes[4096];
+            ssize_t size;
+            while ((size = read(ends[0], bytes, sizeof(bytes))) > 0) {
+                printed += static_cast<size_t>(size);
+            }
+            reactor.run_once(0);
+            output.go_on();
+        }
+        char bytes[4096];
+        ssize_t size;
+        while ((size = read(ends[0], bytes, sizeof(bytes))) > 0) {
+            printed += static_cast<size_t>(size);
+        }
+    }
+    dup2(standard_output, STDOUT_FILENO);
+    close(standard_output);
+    close(ends[0]);
+    EXPECT_EQ(made_unread, 1);
+    EXPECT_EQ(made, 3);
+    EXPECT_EQ(printed, 3 * LONG);
 }
 
 } // namespace

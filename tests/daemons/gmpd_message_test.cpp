@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include "daemons/gmpd/packet_parse.h"
-#include "daemons/gmpd/status.h"
 #include "tests/daemons/gmpd_lab.h"
 
 using namespace gmpd;
@@ -108,67 +107,4 @@ TEST(GmpdMessage, MldReportsOfBothVersionsAreHeard)
                             Bytes{143, 0, 0, 0, 0, 0, 0, 1} + Bytes{5, 0, 0, 1} + addr("ff1e::1:2") +
                                 addr("2001:db8::1:9")));
     EXPECT_EQ(lab.recorder.told(), "join G1; join G2 9");
-}
-
-TEST(GmpdStatus, ShowsGroupsSourcesTimersAndCounters)
-{
-    Lab lab(MCAST_FAMILY_IPV4);
-
-    lab.start();
-    lab.record(RecordType::IsExclude, {1, 2});
-    lab.record(RecordType::Allow, {2});
-    lab.interface->counters[Count::RouterAlert] = 3;
-    const std::string text = status_text(lab.process, DaemonStatus{true, 2, 0, 0, 5});
-
-    for (const char *part :
-         {"\"family\": \"ipv4\"", "\"mrib_connected\": true", "\"packets_lost_in_kernel\": 5",
-          "\"interface\": \"lab\"", "\"group\": \"239.1.1.1\", \"mode\": \"exclude\", \"expires_s\": 260",
-          "\"source\": \"192.0.2.1\", \"wanted\": false", "\"source\": \"192.0.2.2\", \"wanted\": true",
-          "\"dropped_router_alert\": 3", "\"this_router\": true"}) {
-        EXPECT_NE(text.find(part), std::string::npos) << part << " is missing in\n" << text;
-    }
-    EXPECT_EQ(text.find("dropped_checksum"), std::string::npos) << "counters at 0 are left out";
-    EXPECT_EQ(std::count(text.begin(), text.end(), '{'), std::count(text.begin(), text.end(), '}'));
-    EXPECT_EQ(std::count(text.begin(), text.end(), '['), std::count(text.begin(), text.end(), ']'));
-}
-
-TEST(GmpdStatus, BeginsWithWhatTheDaemonIs)
-{
-    Lab lab(MCAST_FAMILY_IPV4);
-    Lab lab6(MCAST_FAMILY_IPV6);
-    DaemonStatus standby;
-    standby.active = false;
-    standby.backed_up = 7;
-    EXPECT_TRUE(status_text(lab.process, {})
-                    .starts_with("{\n"
-                                 "  \"daemon\": \"gmpd\",\n"
-                                 "  \"family\": \"ipv4\",\n"
-                                 "  \"protocol_version\": 3,\n"
-                                 "  \"role\": \"active\",\n"
-                                 "  \"standbys\": 0,\n"
-                                 "  \"mrib_connected\": false,\n"
-                                 "  \"mrib_connects\": 0,\n"
-                                 "  \"mrib_pending_messages\": 0,\n"
-                                 "  \"mrib_held_changes\": 0,\n"
-                                 "  \"mrib_replayed\": false,\n"
-                                 "  \"packets_lost_in_kernel\": 0,\n"
-                                 "  \"interfaces\": [\n"))
-        << status_text(lab.process, {});
-    EXPECT_TRUE(status_text(lab6.process, standby)
-                    .starts_with("{\n"
-                                 "  \"daemon\": \"gmpd\",\n"
-                                 "  \"family\": \"ipv6\",\n"
-                                 "  \"protocol_version\": 2,\n"
-                                 "  \"role\": \"standby\",\n"
-                                 "  \"synchronised\": false,\n"
-                                 "  \"users_backed_up\": 7,\n"
-                                 "  \"mrib_connected\": false,\n"))
-        << status_text(lab6.process, standby);
-}
-
-TEST(GmpdStatus, EscapesWhateverAnInterfaceIsCalled)
-{
-    Lab lab(MCAST_FAMILY_IPV4);
-    lab.interface->name = "a\"b\\c\n\xff";
-    EXPECT_NE(status_text(lab.process, {}).find("\"a\\\"b\\\\c\\u000a\\u00ff\""), std::string::npos);
 }

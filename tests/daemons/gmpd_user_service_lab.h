@@ -23,6 +23,7 @@
 #include "tests/daemons/control_table.h"
 #include "tests/daemons/gmpd_lab.h"
 #include "tests/daemons/runtime_folder.h"
+#include "tests/daemons/whole_text.h"
 
 namespace gmpd_test
 {
@@ -147,7 +148,7 @@ protected:
     {
         DaemonStatus process;
         process.users = &*service;
-        return status_text(lab->process, process);
+        return whole_text(status_parts(lab->process, [&process] { return process; }));
     }
 
     RuntimeFolder folder;
