@@ -76,6 +76,7 @@ struct Interface {
     std::vector<Prefix> prefixes; // that are on the link
     Querier querier;
     OwnQuestion own_question;
+    bool ends_missed = false; // some group has no timer, for want of memory (group_expiry.h)
     QueryPace pace;
     LinkUse use;
     Counters counters;

@@ -17,6 +17,7 @@
 
 #include "daemons/common/log.h"
 #include "daemons/common/memory.h"
+#include "daemons/gmpd/group_expiry.h"
 #include "daemons/gmpd/querier.h"
 #include "mcast/service.h"
 
@@ -160,6 +161,9 @@ void Links::settle()
     if (missed_ && table_ != nullptr && !mcastd::memory_is_short()) {
         update_all(table_);
         missed_ = false;
+    }
+    for (const auto &[index, interface] : process_.interfaces) {
+        resume_ends(*interface);
     }
 }
 

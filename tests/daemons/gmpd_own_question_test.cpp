@@ -3,8 +3,10 @@
  */
 #include <gtest/gtest.h>
 
+#include "daemons/gmpd/group_expiry.h"
 #include "tests/daemons/gmpd_families.h"
 #include "tests/daemons/gmpd_lab.h"
+#include "tests/daemons/no_memory.h"
 
 using namespace gmpd;
 using namespace gmpd_test;
@@ -156,4 +158,69 @@ TEST_P(GmpdOwnQuestion, AStoppedLinkAsksNobody)
     lab.record(RecordType::IsExclude, {});
     lab.pass(260);
     EXPECT_EQ(lab.state(), "none");
+}
+
+// When hosts were first asked and when something ended, in seconds from when it ran out; -1: not yet.
+struct Times {
+    int asked = -1;
+    int ended = -1;
+    std::string told;
+
+    // As rounds of the event loop do.
+    void pass(Lab &lab, int from, int to)
+    {
+        for (int second = from; second < to; ++second) {
+            lab.pass(1);
+            resume_ends(*lab.interface);
+            asked = asked < 0 && !lab.recorder.queries().empty() ? second : asked;
+            told += lab.recorder.told();
+            ended = ended < 0 && !told.empty() ? second : ended;
+        }
+    }
+};
+
+// The allocations that ending and asking take fail one after the other, with all that follow it for some seconds.
+// Whatever was made until then, nothing ends unasked, and hosts are asked when there is memory.
+static void fail_from_each_allocation(uint8_t family, RecordType type, const std::vector<unsigned> &sources,
+                                      const std::string &withdrawn)
+{
+    constexpr int ANSWERING_S = 5;
+    unsigned long failures = 1;
+    for (unsigned long first = 0; failures > 0; ++first) {
+        SCOPED_TRACE(first);
+        ASSERT_LT(first, 100u);
+        Lab lab(family);
+        lab.start();
+        lab.query(50, 3);
+        lab.record(type, sources);
+        lab.pass(200);
+        lab.query(50, 3);
+        lab.pass(59);
+        lab.recorder.told();
+        Times times;
+        {
+            const no_memory::Period period(first);
+            times.pass(lab, 0, 4);
+            failures = period.failures();
+        }
+        EXPECT_EQ(times.told, "");
+        EXPECT_TRUE(first > 0 || times.asked < 0) << "nothing could be asked";
+        times.pass(lab, 4, 20);
+        EXPECT_GE(times.asked, 0);
+        EXPECT_GE(times.ended, times.asked + ANSWERING_S);
+        EXPECT_EQ(times.told, withdrawn);
+        EXPECT_EQ(lab.state(), "none");
+    }
+}
+
+TEST_P(GmpdOwnQuestion, AGroupDoesNotEndUnaskedForWantOfMemory)
+{
+    NEEDS_FAILING_ALLOCATIONS();
+    fail_from_each_allocation(GetParam(), RecordType::IsExclude, {}, "prune G1");
+}
+
+TEST_P(GmpdOwnQuestion, ASourceDoesNotEndUnaskedForWantOfMemory)
+{
+    NEEDS_FAILING_ALLOCATIONS();
+    fail_from_each_allocation(GetParam(), RecordType::Allow, {1, 2}, "prune G1 1; prune G1 2");
 }
