@@ -26,6 +26,7 @@
 #include "daemons/mribd/control.h"
 #include "daemons/mribd/host_environment.h"
 #include "daemons/mribd/plane.h"
+#include "daemons/mribd/status.h"
 #include "mcast/service.h"
 
 namespace mribd
@@ -88,11 +89,11 @@ public:
 
     mcastd::TextParts status() override
     {
-        std::string text;
+        std::vector<FamilyStatus> families;
         for (const auto &plane : planes_) {
-            text += plane->status();
+            families.push_back(plane->status());
         }
-        return mcastd::one_part(std::move(text));
+        return status_parts(std::move(families));
     }
 
     bool resynchronise() override

@@ -9,7 +9,6 @@
 #include "daemons/common/log.h"
 #include "daemons/common/memory.h"
 #include "daemons/mribd/address.h"
-#include "daemons/mribd/status.h"
 
 namespace mribd
 {
@@ -205,9 +204,9 @@ void Plane::ask_refused_again()
     server_.ask_refused_again();
 }
 
-std::string Plane::status() const
+FamilyStatus Plane::status() const
 {
-    return status_text(server_);
+    return FamilyStatus(server_);
 }
 
 } // namespace mribd

@@ -6,7 +6,6 @@
 
 #include <map>
 #include <memory>
-#include <string>
 
 #include "daemons/common/memory_return.h"
 #include "daemons/common/reactor.h"
@@ -15,6 +14,7 @@
 #include "daemons/mribd/instance.h"
 #include "daemons/mribd/msdp_exchange.h"
 #include "daemons/mribd/routers.h"
+#include "daemons/mribd/status.h"
 #include "daemons/mribd/user_registry.h"
 
 namespace mribd
@@ -56,7 +56,7 @@ public:
     // Work between the rounds of the event loop. Whether there is more.
     bool settle();
 
-    std::string status() const;
+    FamilyStatus status() const;
 
     const ChannelServer &server() const
     {

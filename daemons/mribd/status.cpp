@@ -3,6 +3,8 @@
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
+#include <optional>
+#include <utility>
 
 #include "daemons/mribd/address.h"
 
@@ -48,49 +50,41 @@ void add_interfaces(std::string *out, const Router &router)
     }
 }
 
-void add_members(std::string *out, const Router &router)
+void add_member(std::string *out, const Router &router, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
+                const std::vector<Wish> &wishes)
 {
-    router.members().visit_from(
-        nullptr, nullptr,
-        [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, const std::vector<Wish> &wishes) {
-            add_text(out, "  member (%s, %s):", text_or_star(source).c_str(), text_or_star(group).c_str());
-            for (const Wish &wish : wishes) {
-                add_text(out, " %s%s[client %u]", wish.blocked ? (wish.joined ? "!+" : "!") : "",
-                         router.environment().interface_name(wish.if_index).c_str(), wish.client);
-            }
-            *out += '\n';
-            return true;
-        });
+    add_text(out, "  member (%s, %s):", text_or_star(source).c_str(), text_or_star(group).c_str());
+    for (const Wish &wish : wishes) {
+        add_text(out, " %s%s[client %u]", wish.blocked ? (wish.joined ? "!+" : "!") : "",
+                 router.environment().interface_name(wish.if_index).c_str(), wish.client);
+    }
+    *out += '\n';
 }
 
-void add_entries(std::string *out, const Router &router)
+void add_entry(std::string *out, const Router &router, const Entry &entry)
 {
-    router.forwarding().visit_from(nullptr, nullptr, [&](const Entry &entry) {
-        add_text(out, "  entry (%s, %s):", text_or_star(entry.source()).c_str(),
-                 text_or_star(entry.group()).c_str());
-        if (entry.upstream == 0) {
-            *out += " no usable route to the source,";
-        } else {
-            add_text(out, " from %s", router.environment().interface_name(entry.upstream).c_str());
+    add_text(out, "  entry (%s, %s):", text_or_star(entry.source()).c_str(),
+             text_or_star(entry.group()).c_str());
+    if (entry.upstream == 0) {
+        *out += " no usable route to the source,";
+    } else {
+        add_text(out, " from %s", router.environment().interface_name(entry.upstream).c_str());
+    }
+    *out += " to";
+    for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
+        if ((entry.outgoing >> vif & 1) != 0) {
+            add_text(out, " %s", router.environment().interface_name(router.vifs().if_index(vif)).c_str());
         }
-        *out += " to";
-        for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
-            if ((entry.outgoing >> vif & 1) != 0) {
-                add_text(out, " %s",
-                         router.environment().interface_name(router.vifs().if_index(vif)).c_str());
-            }
-        }
-        *out += entry.outgoing == 0 ? " nowhere" : "";
-        const auto counters =
-            entry.installed ? router.kernel().counters(entry.source(), entry.group()) : std::nullopt;
-        if (counters) {
-            add_text(out, ", %" PRIu64 " packets, %" PRIu64 " bytes, %" PRIu64 " wrong interface\n",
-                     counters->packets, counters->bytes, counters->wrong_interface);
-        } else {
-            *out += ", not in the kernel\n";
-        }
-        return true;
-    });
+    }
+    *out += entry.outgoing == 0 ? " nowhere" : "";
+    const auto counters =
+        entry.installed ? router.kernel().counters(entry.source(), entry.group()) : std::nullopt;
+    if (counters) {
+        add_text(out, ", %" PRIu64 " packets, %" PRIu64 " bytes, %" PRIu64 " wrong interface\n",
+                 counters->packets, counters->bytes, counters->wrong_interface);
+    } else {
+        *out += ", not in the kernel\n";
+    }
 }
 
 void add_channel_counters(std::string *out, const ChannelCounters &channel)
@@ -127,32 +121,135 @@ void add_counters(std::string *out, const Router &router)
              router.vifs().failures());
 }
 
+void add_head(std::string *out, const Router &router, const ChannelServer &server)
+{
+    *out += instance_name(router.key()) + "\n";
+    if (router.vrf_index() == PUBLIC_INSTANCE) {
+        add_clients(out, server);
+    }
+    add_interfaces(out, router);
+}
+
+void add_tail(std::string *out, const Router &router, const ChannelServer &server)
+{
+    if (router.vrf_index() == PUBLIC_INSTANCE) {
+        add_channel_counters(out, server.counters());
+        const MemberBudget &budget = server.backend().budget;
+        add_text(out, "  memberships: %zu of at most %zu, refused %" PRIu64 "\n", budget.taken(),
+                 budget.total_limit(), budget.refused());
+    }
+    add_counters(out, router);
+}
+
 } // namespace
 
-std::string status_text(const ChannelServer &server)
+// Whether there is room for the pair; otherwise the next part begins with it.
+bool FamilyStatus::take(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, size_t &budget)
 {
-    const Routers &routers = server.backend().routers;
-    std::string out;
-    for (const auto &[vrf_index, router] : routers.all()) {
-        out += instance_name(router->key()) + "\n";
-        if (vrf_index == PUBLIC_INSTANCE) {
-            add_clients(&out, server);
-        }
-        add_interfaces(&out, *router);
-        if (vrf_index == PUBLIC_INSTANCE) {
-            out += view_text(server.backend());
-        }
-        add_members(&out, *router);
-        add_entries(&out, *router);
-        if (vrf_index == PUBLIC_INSTANCE) {
-            add_channel_counters(&out, server.counters());
-            const MemberBudget &budget = server.backend().budget;
-            add_text(&out, "  memberships: %zu of at most %zu, refused %" PRIu64 "\n", budget.taken(),
-                     budget.total_limit(), budget.refused());
-        }
-        add_counters(&out, *router);
+    going_on_ = budget == 0;
+    if (going_on_) {
+        group_ = group;
+        source_ = source;
+        return false;
     }
-    return out;
+    --budget;
+    return true;
+}
+
+bool FamilyStatus::append_members(std::string *out, const Router &router, size_t &budget)
+{
+    const auto add = [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
+                         const std::vector<Wish> &wishes) {
+        if (!take(group, source, budget)) {
+            return false;
+        }
+        add_member(out, router, group, source, wishes);
+        return true;
+    };
+    const MCAST_ADDR_S group = group_;
+    const MCAST_ADDR_S source = source_;
+    const bool from = std::exchange(going_on_, false);
+    router.members().visit_from(from ? &group : nullptr, from ? &source : nullptr, add);
+    return !going_on_;
+}
+
+bool FamilyStatus::append_entries(std::string *out, const Router &router, size_t &budget)
+{
+    const auto add = [&](const Entry &entry) {
+        if (!take(entry.group(), entry.source(), budget)) {
+            return false;
+        }
+        add_entry(out, router, entry);
+        return true;
+    };
+    const MCAST_ADDR_S group = group_;
+    const MCAST_ADDR_S source = source_;
+    const bool from = std::exchange(going_on_, false);
+    router.forwarding().visit_from(from ? &group : nullptr, from ? &source : nullptr, add);
+    return !going_on_;
+}
+
+// Whether the instance is complete.
+bool FamilyStatus::append_instance(std::string *out, const Router &router, size_t &budget)
+{
+    if (step_ == Step::Head) {
+        add_head(out, router, *server_);
+        step_ = Step::View;
+    }
+    if (step_ == Step::View) {
+        if (router.vrf_index() == PUBLIC_INSTANCE && !view_.append(out, server_->backend(), budget)) {
+            return false;
+        }
+        step_ = Step::Members;
+    }
+    if (step_ == Step::Members) {
+        if (!append_members(out, router, budget)) {
+            return false;
+        }
+        step_ = Step::Entries;
+    }
+    if (!append_entries(out, router, budget)) {
+        return false;
+    }
+    add_tail(out, router, *server_);
+    return true;
+}
+
+bool FamilyStatus::append(std::string *out, size_t &budget)
+{
+    const auto &routers = server_->backend().routers.all();
+    for (auto at = routers.begin(); at != routers.end(); ++at) {
+        if (at->first < instance_) {
+            continue;
+        }
+        if (at->first > instance_) { // the one that was begun may be gone
+            instance_ = at->first;
+            step_ = Step::Head;
+            going_on_ = false;
+        }
+        if (!append_instance(out, *at->second, budget)) {
+            return false;
+        }
+        ++instance_;
+        step_ = Step::Head;
+    }
+    return true;
+}
+
+mcastd::TextParts status_parts(std::vector<FamilyStatus> families)
+{
+    return [families = std::move(families), next = size_t{0}, parts = 0u](std::string *text) mutable {
+        size_t budget = STATUS_LINES;
+        ++parts;
+        while (next < families.size() && families[next].append(text, budget)) {
+            ++next;
+        }
+        if (next < families.size()) {
+            return true;
+        }
+        *text += parts > 1 ? "not of one moment: made in " + std::to_string(parts) + " parts\n" : "";
+        return false;
+    };
 }
 
 } // namespace mribd

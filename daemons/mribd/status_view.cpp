@@ -1,4 +1,6 @@
+#include <array>
 #include <cinttypes>
+#include <string>
 
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/status.h"
@@ -48,65 +50,126 @@ void add_missing(std::string *out, const Config &config, const Environment &envi
     }
 }
 
-void add_msdp(std::string *out, const MsdpExchange &msdp)
+void add_user(std::string *out, const Environment &environment, ClientId client, uint32_t if_index,
+              const UserRegistry::User &user)
 {
-    if (msdp.rp_be() != 0) {
-        const std::string rp = text_or_star(make_address(MCAST_FAMILY_IPV4, std::array{msdp.rp_be()}.data()));
-        SgTable::Cursor cursor;
-        msdp.local_sources().visit(
-            &cursor, [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t) {
-                add_text(out, "  local source (%s, %s): rp %s\n", text_or_star(source).c_str(),
-                         text_or_star(group).c_str(), rp.c_str());
-                return true;
-            });
+    char own[MCAST_IF_NAME_SIZE] = "";
+    MCAST_GetIfNameOrIndex(if_index, own);
+    add_text(out, "  user %u of client %u on %s: %s, kind %u, address %s\n", user.user_id, client,
+             environment.interface_name(user.access_if_index).c_str(), own, user.kind,
+             text_or_star(user.address).c_str());
+}
+
+void add_switches(std::string *out, uint16_t vrf_index, const MsdpExchange::Reported &instance)
+{
+    if (instance.request_enable.enable || instance.encap_enable.enable) {
+        add_text(out, "  msdp instance %u:%s%s\n", vrf_index,
+                 instance.request_enable.enable ? " requests enabled" : "",
+                 instance.encap_enable.enable ? " encapsulated data enabled" : "");
     }
+}
+
+} // namespace
+
+bool ViewStatus::append_users(std::string *out, const Backend &backend, size_t &budget)
+{
+    const Environment &environment = backend.routers.common().environment();
+    bool all = true;
+    backend.users.visit_from(user_.first, user_.second,
+                             [&](ClientId client, uint32_t if_index, const UserRegistry::User &user) {
+                                 user_ = {client, if_index};
+                                 all = budget > 0;
+                                 if (all) {
+                                     --budget;
+                                     add_user(out, environment, client, if_index, user);
+                                 }
+                                 return all;
+                             });
+    return all;
+}
+
+bool ViewStatus::append_local_sources(std::string *out, const MsdpExchange &msdp, size_t &budget)
+{
+    if (msdp.rp_be() == 0) {
+        return true;
+    }
+    const std::string rp = text_or_star(make_address(MCAST_FAMILY_IPV4, std::array{msdp.rp_be()}.data()));
+    return msdp.local_sources().visit(
+        &cursor_, [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t) {
+            if (budget == 0) {
+                return false;
+            }
+            --budget;
+            add_text(out, "  local source (%s, %s): rp %s\n", text_or_star(source).c_str(),
+                     text_or_star(group).c_str(), rp.c_str());
+            return true;
+        });
+}
+
+bool ViewStatus::append_remote_sources(std::string *out, const MsdpExchange &msdp, size_t &budget)
+{
     for (const auto &[vrf_index, instance] : msdp.instances()) {
-        SgTable::Cursor cursor;
+        if (vrf_index < instance_) {
+            continue;
+        }
+        if (vrf_index > instance_) { // the one that was begun may be gone
+            instance_ = vrf_index;
+            cursor_ = SgTable::Cursor();
+        }
         const auto add = [&, vrf = vrf_index](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
                                               uint8_t entry) {
+            if (budget == 0) {
+                return false;
+            }
+            --budget;
             add_text(out, "  remote source (%s, %s): instance %u, entry %u\n", text_or_star(source).c_str(),
                      text_or_star(group).c_str(), vrf, entry);
             return true;
         };
-        instance.remote.visit(&cursor, add);
-        if (instance.request_enable.enable || instance.encap_enable.enable) {
-            add_text(out, "  msdp instance %u:%s%s\n", vrf_index,
-                     instance.request_enable.enable ? " requests enabled" : "",
-                     instance.encap_enable.enable ? " encapsulated data enabled" : "");
+        if (!instance.remote.visit(&cursor_, add)) {
+            return false;
         }
+        add_switches(out, vrf_index, instance);
+        ++instance_;
+        cursor_ = SgTable::Cursor();
     }
     add_text(out,
              "  msdp: local sources %u, remote sources %u, left out of re-sends %" PRIu64 ", refused %" PRIu64
              "\n",
              msdp.local_sources().size(), msdp.remote_count(), msdp.swept(), msdp.refused());
+    return true;
 }
 
-void add_users(std::string *out, const UserRegistry &users, const Environment &environment)
+bool ViewStatus::append(std::string *out, const Backend &backend, size_t &budget)
 {
-    users.visit([&](ClientId client, uint32_t if_index, const UserRegistry::User &user) {
-        char own[MCAST_IF_NAME_SIZE] = "";
-        MCAST_GetIfNameOrIndex(if_index, own);
-        add_text(out, "  user %u of client %u on %s: %s, kind %u, address %s\n", user.user_id, client,
-                 environment.interface_name(user.access_if_index).c_str(), own, user.kind,
-                 text_or_star(user.address).c_str());
-    });
-}
-
-} // namespace
-
-std::string view_text(const Backend &backend)
-{
-    const View &view = backend.current_view.view();
-    const Environment &environment = backend.routers.common().environment();
-    std::string out;
-    add_instances(&out, view);
-    add_interfaces(&out, view, environment);
-    add_missing(&out, backend.current_view.config(), environment);
-    add_users(&out, backend.users, environment);
-    if (backend.routers.family() == MCAST_FAMILY_IPV4) {
-        add_msdp(&out, backend.msdp);
+    if (step_ == Step::Head) {
+        const View &view = backend.current_view.view();
+        const Environment &environment = backend.routers.common().environment();
+        add_instances(out, view);
+        add_interfaces(out, view, environment);
+        add_missing(out, backend.current_view.config(), environment);
+        step_ = Step::Users;
     }
-    return out;
+    if (step_ == Step::Users) {
+        if (!append_users(out, backend, budget)) {
+            return false;
+        }
+        step_ = backend.routers.family() == MCAST_FAMILY_IPV4 ? Step::LocalSources : Step::Done;
+    }
+    if (step_ == Step::LocalSources) {
+        if (!append_local_sources(out, backend.msdp, budget)) {
+            return false;
+        }
+        cursor_ = SgTable::Cursor();
+        step_ = Step::RemoteSources;
+    }
+    if (step_ == Step::RemoteSources) {
+        if (!append_remote_sources(out, backend.msdp, budget)) {
+            return false;
+        }
+        step_ = Step::Done;
+    }
+    return true;
 }
 
 } // namespace mribd

@@ -34,11 +34,14 @@ public:
     void remove(ClientId client, uint32_t if_index);
     void drop_client(ClientId client);
 
-    // Visits the users in the order of clients, then interfaces: visitor(client, if_index, user).
-    template <typename Visitor> void visit(Visitor visitor) const
+    // Visits the users in the order of clients, then interfaces, beginning with the client's interface or the first
+    // after it, until visitor(client, if_index, user) returns false.
+    template <typename Visitor> void visit_from(ClientId client, uint32_t if_index, Visitor visitor) const
     {
-        for (const auto &[key, user] : users_) {
-            visitor(key.first, key.second, user);
+        for (auto at = users_.lower_bound({client, if_index}); at != users_.end(); ++at) {
+            if (!visitor(at->first.first, at->first.second, at->second)) {
+                return;
+            }
         }
     }
 

@@ -10,6 +10,7 @@
 #include "daemons/mribd/plane.h"
 #include "daemons/mribd/status.h"
 #include "daemons/mribd_messages.h"
+#include "daemons/whole_text.h"
 #include "host/namespace.h"
 #include "mcasthost/config.h"
 #include "mcasthost/loop.h"
@@ -336,8 +337,8 @@ TEST_F(InstancesHost, APlaneServesWhatTheConfigurationNamesAndNothingElse)
         EXPECT_TRUE(rules("iif red lookup 5"));
         EXPECT_TRUE(rules("iif blue lookup 65789")); // 253 is a default table of the kernel's
         EXPECT_FALSE(rules("green"));
-        EXPECT_NE(plane.status().find("\nipv4 (red)\n  interface red: "), std::string::npos)
-            << plane.status();
+        const std::string status = whole_text(status_parts({plane.status()}));
+        EXPECT_NE(status.find("\nipv4 (red)\n  interface red: "), std::string::npos) << status;
         // The interface moves with the file.
         configure("[[vpn]]\nname = 'blue'\nindex = 253\ninterfaces = ['red']\n");
         config.instances.erase(5);

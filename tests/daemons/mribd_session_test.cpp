@@ -202,7 +202,9 @@ TEST_P(SessionTest, UsersAreKeptByTheirInterfaceUntilTheyOrTheirClientAreGone)
              .add(MRIB_TLV_MAUTH_USER_INFO, user_record(family, 0xD0000001, 1, 3, 8))
              .add(MRIB_TLV_MAUTH_USER_INFO, user_record(family, 0xD0000000, 1, 4, 9)));
     EXPECT_EQ(clients.users.size(), 2u);
-    const std::string status = view_text(clients.backend);
+    std::string status;
+    size_t budget = STATUS_LINES;
+    EXPECT_TRUE(ViewStatus().append(&status, clients.backend, budget));
     EXPECT_NE(status.find("  user 9 of client 1 on if3: Multicast-UA0, kind 4, address "), std::string::npos)
         << status;
     EXPECT_EQ(status.find("user 7"), std::string::npos) << "replaced";

@@ -1,13 +1,17 @@
 /*
  * mribd's status text: what each family and instance knows, line by line.
  */
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <sstream>
+#include <string>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "daemons/mribd/channel_server.h"
 #include "daemons/mribd/status.h"
 #include "daemons/mribd_messages.h"
+#include "daemons/whole_text.h"
 
 using namespace mribd;
 using namespace mribd_test;
@@ -31,10 +35,10 @@ class MribdStatus : public testing::Test
 protected:
     std::string status() const
     {
-        return status_text(server);
+        return whole_text(status_parts({FamilyStatus(server)}));
     }
 
-    Bench bench;
+    Bench bench{MCAST_FAMILY_IPV4, 2 * STATUS_LINES};
     mcastd::Reactor reactor;
     ClientBench clients{bench.router};
     ChannelServer server{reactor, clients.backend};
@@ -111,6 +115,67 @@ TEST_F(MribdStatus, ShowsWhatClientsAreToldAndMsdpTells)
                                                 "not_registered 0 family 0 instance 0 interface 0 "
                                                 "group 0 source 0 flags 0 limit 0 memory 0\n");
     close(fds[0]);
+}
+
+// Memberships that take two parts; with the entries of sources that are joined by name three.
+constexpr unsigned MANY = STATUS_LINES + STATUS_LINES / 4;
+
+std::string many(unsigned number)
+{
+    return "239.2." + std::to_string(number / 250) + "." + std::to_string(number % 250 + 1);
+}
+
+TEST_F(MribdStatus, ALongOneIsMadeInPartsAndSaysSo)
+{
+    for (unsigned number = 0; number < MANY; ++number) {
+        bench.join(1, 3, many(number), "192.0.2.1");
+    }
+    const auto parts = status_parts({FamilyStatus(server)});
+    std::string text;
+    unsigned made = 0;
+    for (bool more = true; more;) {
+        std::string part;
+        more = parts(&part);
+        ++made;
+        const std::string found = lines(part, "  member (") + lines(part, "  entry (");
+        EXPECT_LE(static_cast<size_t>(std::count(found.begin(), found.end(), '\n')), STATUS_LINES);
+        text += part;
+    }
+    EXPECT_EQ(made, 3u);
+    std::string members;
+    std::string entries;
+    for (unsigned number = 0; number < MANY; ++number) {
+        const std::string pair = " (192.0.2.1, " + many(number) + "):";
+        members += "  member" + pair + " if3[client 1]\n";
+        entries += "  entry" + pair + " no usable route to the source, to nowhere, not in the kernel\n";
+    }
+    EXPECT_EQ(lines(text, "  member ("), members);
+    EXPECT_EQ(lines(text, "  entry ("), entries);
+    EXPECT_TRUE(text.ends_with("\nnot of one moment: made in 3 parts\n")) << text.substr(text.size() - 200);
+    EXPECT_EQ(lines(text, "  upcalls"), "  upcalls: 0, lost 0, stray 0, wrong interface 0\n");
+}
+
+TEST_F(MribdStatus, GoesOnWhenWhatItCameToIsGone)
+{
+    for (unsigned number = 0; number < MANY; ++number) {
+        bench.join(1, 3, many(number));
+    }
+    const auto parts = status_parts({FamilyStatus(server)});
+    std::string text;
+    ASSERT_TRUE(parts(&text));
+    bench.router.drop_client(1);
+    ASSERT_FALSE(parts(&text));
+    const std::string members = lines(text, "  member (");
+    EXPECT_EQ(static_cast<size_t>(std::count(members.begin(), members.end(), '\n')), STATUS_LINES);
+    EXPECT_NE(lines(text, "  virtual interfaces"), "");
+}
+
+TEST_F(MribdStatus, AShortOneIsOfOneMoment)
+{
+    bench.join(1, 3, "239.1.1.1");
+    std::string text;
+    EXPECT_FALSE(status_parts({FamilyStatus(server)})(&text));
+    EXPECT_EQ(lines(text, "not of one moment"), "");
 }
 
 } // namespace
