@@ -147,9 +147,6 @@ private:
     Taken take_interface_alert(const MRIB_RECORD_S &record);
     Taken take_join_prune(const MRIB_RECORD_S &record);
     Taken take_delete_member(const MRIB_RECORD_S &record);
-    Taken take_request(const MRIB_RECORD_S &record);
-    Taken take_register(const MRIB_RECORD_S &record);
-    Taken take_change_of_events(const MRIB_RECORD_S &record);
     bool wants(uint64_t events) const
     {
         return registered_ && (capabilities_ & events) != 0;
@@ -162,13 +159,18 @@ private:
         missed_ |= !mcastd::memory_unit("what a client is told", tell);
     }
     Taken refuse_member(const Router &router, uint32_t if_index, Fault fault);
-    void answer(uint16_t request);
     template <typename... Arguments>
     void trace_channel(std::type_identity_t<mcastd::LineFormat<Arguments...>> format,
                        Arguments... arguments) const
     {
         mcastd::trace(mcastd::TraceCategory::Channel, instance_key(routers_.family()), format, arguments...);
     }
+
+    // session_answers.cpp
+    Taken take_register(const MRIB_RECORD_S &record);
+    Taken take_change_of_events(const MRIB_RECORD_S &record);
+    Taken take_request(const MRIB_RECORD_S &record);
+    void answer(uint16_t request);
 
     // session_msdp.cpp
     Taken take_remote_source(const MRIB_RECORD_S &record);
