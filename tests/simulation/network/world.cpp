@@ -167,6 +167,22 @@ Flow &World::flow(const std::string &name)
     return by_name(flows_, "flow", name);
 }
 
+ForeignPeer &World::add_foreign_peer(Machine &machine, const Address &other, const Address &own)
+{
+    foreign_peers_.emplace_back(&machine, std::make_shared<ForeignPeer>(machine, other, own));
+    return *foreign_peers_.back().second;
+}
+
+ForeignPeer &World::foreign_peer(const Machine &machine)
+{
+    const auto found = std::find_if(foreign_peers_.rbegin(), foreign_peers_.rend(),
+                                    [&machine](const auto &each) { return each.first == &machine; });
+    if (found == foreign_peers_.rend()) {
+        unknown("foreign peer on", machine.name);
+    }
+    return *found->second;
+}
+
 void World::start(DaemonPlan &plan)
 {
     plan.wanted = true;

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "tests/simulation/network/agent.h"
+#include "tests/simulation/network/foreign_peer.h"
 #include "tests/simulation/network/host.h"
 #include "tests/simulation/network/querier.h"
 #include "tests/simulation/network/router_config.h"
@@ -75,10 +76,17 @@ public:
         return configs_[&machine];
     }
     Agent &agent(Machine &machine);
+    ForeignPeer &add_foreign_peer(Machine &machine, const Address &other, const Address &own);
+    // The one that came last; ends the program without one.
+    ForeignPeer &foreign_peer(const Machine &machine);
     Host &host(const std::string &name);
     Querier &querier(const std::string &name);
     Flow &flow(const std::string &name);
 
+    const std::vector<std::pair<const Machine *, std::shared_ptr<ForeignPeer>>> &foreign_peers() const
+    {
+        return foreign_peers_;
+    }
     std::map<std::string, DaemonPlan> &daemons()
     {
         return daemons_;
@@ -127,6 +135,7 @@ private:
     std::map<std::string, DaemonPlan> daemons_;
     std::map<const Machine *, RouterConfig> configs_;
     std::map<const Machine *, std::unique_ptr<Agent>> agents_;
+    std::vector<std::pair<const Machine *, std::shared_ptr<ForeignPeer>>> foreign_peers_; // where they are
     std::vector<std::unique_ptr<Host>> hosts_;
     std::vector<std::unique_ptr<Querier>> queriers_;
     std::vector<std::unique_ptr<Flow>> flows_;

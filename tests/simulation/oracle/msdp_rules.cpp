@@ -1,7 +1,7 @@
 /*
  * What routers tell each other of their sources: rules 2 and 3 of msdpd. Two that are each other's peers and between
  * whom there is a way are connected; what the one announces the other one has in its cache, and has told its mribd;
- * what nobody announces any more is forgotten in time.
+ * what nobody announces any more is forgotten in time. A connection that a foreign peer has ended on its side ends.
  *
  *     local sources of r1 ──► r1.msdpd ══► cache of r2.msdpd ──► remote sources of r2.mribd
  */
@@ -42,6 +42,7 @@ public:
                 check_router(*machine);
             }
         }
+        check_foreign();
         return compared_;
     }
 
@@ -67,6 +68,7 @@ private:
     void check_peer(Machine &machine, const MsdpTables &tables, const Address &address);
     void check_cache(Machine &machine, const MsdpTables &tables);
     void check_told(Machine &machine, const MsdpTables &tables);
+    void check_foreign();
 
     const Oracle &oracle_;
     World &world_;
@@ -170,6 +172,18 @@ void MsdpCheck::check_told(Machine &machine, const MsdpTables &tables)
         }
         if (told > tables.cache.size()) {
             broken(Rule::Tables, machine, "mribd knows of remote sources that msdpd does not know");
+        }
+    }
+}
+
+// A peer that has stopped sending is one that has closed: the connection ends on this side too.
+void MsdpCheck::check_foreign()
+{
+    for (const auto &[machine, peer] : world_.foreign_peers()) {
+        ++compared_;
+        if (peer->was_kept_waiting()) {
+            broken(Rule::Roles, *machine,
+                   "the router at " + to_text(peer->other) + " kept a connection that its peer had ended");
         }
     }
 }

@@ -123,6 +123,11 @@ private:
     void agent_nonsense(const Words &words);
     void agent_many(const Words &words);
 
+    // peer_words.cpp
+    void foreign_connect(const Words &words);
+    void foreign_announce(const Words &words);
+    void foreign_half_close(const Words &words);
+
     // run.cpp
     void rest(const Words &words);
     void check(const Words &words);
