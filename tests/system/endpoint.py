@@ -4,9 +4,11 @@ endpoint.py send INTERFACE [--rate N] [--source ADDRESS] GROUP...
 endpoint.py receive INTERFACE GROUP [--source ADDRESS] [--port N]
 endpoint.py join INTERFACE GROUP [--count N]
 
-The receiver prints, ten times a second while packets arrive, one JSON object: packets by source address; as
-"repeated" how many bore a number that had come before from their source, if any did; as "missed" how many numbers
-were left out between the first and the last of a source, if any were. With a source it joins that source only. On
+The sender writes into each packet its number and the time, on the machine's monotonic clock. The receiver prints, ten
+times a second while packets arrive, one JSON object: packets by source address; as "repeated" how many bore a number
+that had come before from their source, if any did, and as "repeated_sent" when the last of them was sent; as "newest_sent"
+when the newest packet was; as "missed" how many numbers were left out between the first and the last of a source, if
+any were. With a source it joins that source only. On
 SIGTERM it leaves by closing its socket. join is for many groups: it joins COUNT of them from GROUP on, says so, and
 takes no packets.
 """
@@ -58,7 +60,7 @@ def send(arguments):
         number += 1
         for endpoint, target in sockets:
             try:
-                endpoint.sendto(b"packet %d" % number, target)
+                endpoint.sendto(b"sent %.6f packet %d" % (time.monotonic(), number), target)
             except OSError:
                 pass  # the interface may be down just now
         time.sleep(1.0 / arguments.rate)
@@ -88,10 +90,13 @@ def receive(arguments):
             packet, sender = endpoint.recvfrom(2048)
             source = sender[0].split("%")[0]
             counts[source] = counts.get(source, 0) + 1
-            number = int(packet.split()[-1])
+            words = packet.split()
+            number, sent = int(words[-1]), float(words[1]) if words[0] == b"sent" else 0.0
+            counts["newest_sent"] = max(sent, counts.get("newest_sent", 0))
             numbers = flows.setdefault(sender, set())
             if number in numbers:
                 counts["repeated"] = counts.get("repeated", 0) + 1
+                counts["repeated_sent"] = max(sent, counts.get("repeated_sent", 0))
             numbers.add(number)
         except socket.timeout:
             pass

@@ -228,11 +228,16 @@ class Receiver:
 
     def counts(self):
         """Packets so far by source address."""
-        return {source: count for source, count in self.said().items() if source not in ("repeated", "missed")}
+        return {source: count for source, count in self.said().items() if ":" in source or "." in source}
 
     def repeated(self):
         """How many of them had come before."""
         return self.said().get("repeated", 0)
+
+    def repeats_until(self, sent, timeout_s=20.0):
+        """When the last packet that came twice was sent, once packets that were sent after the given time are here."""
+        wait_for(lambda: self.said().get("newest_sent", 0) > sent, f"newer packets in {self.process.path}", timeout_s)
+        return self.said().get("repeated_sent", 0)
 
     def missed(self):
         """How many packets did not come though later ones of their source did."""
