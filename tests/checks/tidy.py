@@ -2,9 +2,8 @@
 """clang-tidy over src/, host/ and daemons/, each with the .clang-tidy above it: tidy.py BUILD_FOLDER [--all]
 
 Most of clang-tidy's time goes into the headers of the C++ library, which it parses and searches anew for every source.
-So the sources of a folder are checked in bundles: a file that includes several of them, so that the headers are read
-once a bundle. Sources that define the same name in an unnamed namespace come into different bundles. A bundle that
-does not compile after all is taken apart and its sources are checked one by one.
+So the sources of a folder are checked in bundles (cmake/bundles.py). A bundle that does not compile after all is taken
+apart and its sources are checked one by one.
 
 A clean bundle leaves a stamp named after all that it depends on. As long as nothing of that changes it is not checked
 again; --all checks it regardless.
@@ -20,14 +19,13 @@ import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "cmake"))
+from bundles import bundles_of  # noqa: E402
+
 FOLDERS = ("src", "host", "daemons")
 TIDY = "clang-tidy-14"
 BUNDLE_SIZE = 16
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.M)
-UNNAMED = re.compile(r"^namespace\n\{\n(.*?)^\} // namespace$", re.M | re.S)
-# A definition begins in the first column; its name stands before what opens its parameters, value or body.
-OWN_NAME = re.compile(
-    r"^(?!template|namespace|static_assert)[A-Za-z_][^\n({=;]*?(\w+)(?:\[\w*\])?(?: : [^{]*)?\s*(?:[({;]|=|$)", re.M)
 
 
 def compiled_sources(build):
@@ -35,33 +33,13 @@ def compiled_sources(build):
     found = {}
     for entry in json.loads((build / "compile_commands.json").read_text()):
         path = Path(entry["file"])
-        if path.is_relative_to(ROOT) and path.relative_to(ROOT).parts[0] in FOLDERS:
-            words = shlex.split(entry["command"])
-            found[path] = tuple(word for word in words if re.match(r"-[DI]|-std|-fno-", word)) + tuple(
-                part for at, word in enumerate(words) if word == "-isystem" for part in words[at : at + 2])
+        bundled = INCLUDE.findall(path.read_text()) if path.is_relative_to(build) and path.exists() else [path]
+        for source in map(Path, bundled):
+            if source.is_relative_to(ROOT) and source.relative_to(ROOT).parts[0] in FOLDERS:
+                words = shlex.split(entry["command"])
+                found[source] = tuple(word for word in words if re.match(r"-[DI]|-std|-fno-", word)) + tuple(
+                    part for at, word in enumerate(words) if word == "-isystem" for part in words[at : at + 2])
     return found
-
-
-def own_names(path):
-    regions = UNNAMED.findall(path.read_text())
-    return {name for region in regions for name in OWN_NAME.findall(region)}
-
-
-def bundles_of(found):
-    """Lists of sources that can be one file: of one folder, with the same flags and without a common own name."""
-    bundles = []
-    for path in sorted(found):
-        names = own_names(path) | ({"main"} if path.name == "main.cpp" else set())
-        key = (path.parent, found[path])
-        for bundle in bundles:
-            if bundle["key"] == key and len(bundle["paths"]) < BUNDLE_SIZE and not bundle["names"] & names:
-                break
-        else:
-            bundle = {"key": key, "paths": [], "names": set()}
-            bundles.append(bundle)
-        bundle["paths"].append(path)
-        bundle["names"] |= names
-    return [bundle["paths"] for bundle in bundles]
 
 
 def with_headers(paths, flags):
@@ -130,7 +108,7 @@ def main():
     version = subprocess.run([TIDY, "--version"], check=True, capture_output=True, text=True).stdout
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         answers = [pool.submit(check, number, paths, found[paths[0]], version, folder, "--all" in sys.argv)
-                   for number, paths in enumerate(bundles_of(found))]
+                   for number, paths in enumerate(bundles_of(sorted(found), BUNDLE_SIZE, lambda path: (path.parent, found[path])))]
     said = [answer.result() for answer in answers]
     for line in dict.fromkeys(line for text in said for line in text.split("\n")):
         print(line.removeprefix(f"{ROOT}/"))

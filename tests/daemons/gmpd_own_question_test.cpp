@@ -160,6 +160,9 @@ TEST_P(GmpdOwnQuestion, AStoppedLinkAsksNobody)
     EXPECT_EQ(lab.state(), "none");
 }
 
+namespace
+{
+
 // When hosts were first asked and when something ended, in seconds from when it ran out; -1: not yet.
 struct Times {
     int asked = -1;
@@ -181,8 +184,8 @@ struct Times {
 
 // The allocations that ending and asking take fail one after the other, with all that follow it for some seconds.
 // Whatever was made until then, nothing ends unasked, and hosts are asked when there is memory.
-static void fail_from_each_allocation(uint8_t family, RecordType type, const std::vector<unsigned> &sources,
-                                      const std::string &withdrawn)
+void fail_from_each_allocation(uint8_t family, RecordType type, const std::vector<unsigned> &sources,
+                               const std::string &withdrawn)
 {
     constexpr int ANSWERING_S = 5;
     unsigned long failures = 1;
@@ -212,6 +215,8 @@ static void fail_from_each_allocation(uint8_t family, RecordType type, const std
         EXPECT_EQ(lab.state(), "none");
     }
 }
+
+} // namespace
 
 TEST_P(GmpdOwnQuestion, AGroupDoesNotEndUnaskedForWantOfMemory)
 {

@@ -50,20 +50,20 @@ TEST_F(TimerManager, ProcessingReturnsThePlatformsCodeAndIgnoresTheResultOfStopp
     Add(5, 1);
     Add(50, 2);
     scripted_timer::Advance(5);
-    platform.set_status[TIMER_STATE_STOP] = kRefused;
-    platform.set_status[TIMER_STATE_ARM] = kRefused + 1;
+    scripted_timer::platform.set_status[TIMER_STATE_STOP] = kRefused;
+    scripted_timer::platform.set_status[TIMER_STATE_ARM] = kRefused + 1;
     EXPECT_EQ(MCAST_TMR_ProcExpires(manager), kRefused + 1);
     EXPECT_EQ(g_ran, (Names{1}));
     EXPECT_EQ(manager->heap->count, 1u);
 
-    platform.set_status.clear();
-    platform.set_status[TIMER_STATE_ENABLE] = kRefused + 2;
+    scripted_timer::platform.set_status.clear();
+    scripted_timer::platform.set_status[TIMER_STATE_ENABLE] = kRefused + 2;
     EXPECT_EQ(MCAST_TMR_ProcExpires(manager), kRefused + 2);
-    platform.get_attr_status = kRefused + 3;
+    scripted_timer::platform.get_attr_status = kRefused + 3;
     EXPECT_EQ(MCAST_TMR_ProcExpires(manager), kRefused + 3);
 
-    platform.get_attr_status = 0;
-    platform.set_status.clear();
+    scripted_timer::platform.get_attr_status = 0;
+    scripted_timer::platform.set_status.clear();
     EXPECT_EQ(MCAST_TMR_ProcExpires(manager), MCAST_OK);
     EXPECT_TRUE(scripted_timer::Only().armed);
 }
@@ -105,7 +105,7 @@ TEST_F(TimerManager, ATimerAddedByACallbackAndDueNowRunsInTheSameCall)
     EXPECT_EQ(MCAST_TMR_ProcExpires(manager), MCAST_OK);
     EXPECT_EQ(g_ran, (Names{1, 2, 3, 4}));
     EXPECT_EQ(manager->heap->count, 1u);
-    EXPECT_EQ(scripted_timer::Only().due_ms, platform.now_ms + 1000);
+    EXPECT_EQ(scripted_timer::Only().due_ms, scripted_timer::platform.now_ms + 1000);
 }
 
 TEST_F(TimerManager, NowIsReadOnceForTheWholeProcessing)
@@ -163,7 +163,7 @@ TEST_F(TimerManager, DeletingOrRefreshingItsOwnTimerFromACallbackChangesNothing)
     EXPECT_EQ(g_ran, (Names{1}));
     EXPECT_EQ(manager->heap->count, 2u);
     EXPECT_EQ(MCAST_MinHeapTop(manager->heap), other);
-    EXPECT_EQ(scripted_timer::Only().due_ms, platform.now_ms + 59000);
+    EXPECT_EQ(scripted_timer::Only().due_ms, scripted_timer::platform.now_ms + 59000);
 }
 
 TEST_F(TimerManager, TheLastTimersCallbackMayDeleteItsOwnTimer)

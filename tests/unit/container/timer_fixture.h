@@ -17,13 +17,12 @@ namespace container_test
 {
 
 using scripted_timer::Calls;
-using scripted_timer::platform;
 
 constexpr uint32_t kRefused = 0x51234567;
 
 inline void Fired(uint64_t parameters[4])
 {
-    platform.calls.push_back("handler " + std::to_string(parameters[0]));
+    scripted_timer::platform.calls.push_back("handler " + std::to_string(parameters[0]));
 }
 
 inline std::vector<uint64_t> g_ran;                 /* first data word of each callback that ran */
@@ -56,7 +55,7 @@ protected:
         fault::FailAllocation(0);
         MCAST_TMR_Destroy(manager);
         EXPECT_EQ(fault::LiveBlocks(), live);
-        EXPECT_TRUE(platform.timers.empty());
+        EXPECT_TRUE(scripted_timer::platform.timers.empty());
     }
 
     MCAST_TMR_NODE_S *Add(uint32_t seconds, uint64_t name = 0)

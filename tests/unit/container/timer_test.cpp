@@ -15,9 +15,9 @@ TEST_F(TimerManager, CreationMakesAPlatformTimerAndStopsItAtOnce)
     EXPECT_EQ(other->service, scripted_timer::Service());
     EXPECT_EQ(other->heap->capacity, 16u);
     EXPECT_EQ(other->parameters[3], 14u);
-    EXPECT_EQ(platform.timers.at(other->timer).parameters[2], 13u);
-    EXPECT_EQ(platform.timers.at(other->timer).handler, Fired);
-    EXPECT_FALSE(platform.timers.at(other->timer).armed);
+    EXPECT_EQ(scripted_timer::platform.timers.at(other->timer).parameters[2], 13u);
+    EXPECT_EQ(scripted_timer::platform.timers.at(other->timer).handler, Fired);
+    EXPECT_FALSE(scripted_timer::platform.timers.at(other->timer).armed);
 
     uint64_t out[4] = {};
     EXPECT_EQ(MCAST_TMR_GetParam(other, out), MCAST_OK);
@@ -47,16 +47,16 @@ TEST_F(TimerManager, CreationUndoesEverythingWhenAStepFails)
     });
 
     EXPECT_EQ(needed, 4u);
-    platform.fail_create = true;
+    scripted_timer::platform.fail_create = true;
     Calls();
     EXPECT_EQ(MCAST_TMR_Create(scripted_timer::Service(), Fired, nullptr), nullptr);
     EXPECT_EQ(Calls(), "create 1 4294967295");
-    platform.fail_create = false;
-    platform.set_status[TIMER_STATE_STOP] = kRefused;
+    scripted_timer::platform.fail_create = false;
+    scripted_timer::platform.set_status[TIMER_STATE_STOP] = kRefused;
     EXPECT_EQ(MCAST_TMR_Create(scripted_timer::Service(), Fired, nullptr), nullptr);
     EXPECT_EQ(Calls(), "create 1 4294967295, stop, delete");
     EXPECT_EQ(fault::LiveBlocks(), before);
-    EXPECT_EQ(platform.timers.size(), 1u);
+    EXPECT_EQ(scripted_timer::platform.timers.size(), 1u);
 }
 
 TEST_F(TimerManager, CreationNeedsAServiceAndAHandler)
@@ -118,21 +118,21 @@ TEST_F(TimerManager, OnlyAnEarlierTimerArmsAgainAndWithoutEnabling)
 
 TEST_F(TimerManager, EveryArmingReadsTheTimeAgain)
 {
-    platform.time_reads = 0;
+    scripted_timer::platform.time_reads = 0;
     Add(10);
-    EXPECT_EQ(platform.time_reads, 2u);
+    EXPECT_EQ(scripted_timer::platform.time_reads, 2u);
     Add(20);
-    EXPECT_EQ(platform.time_reads, 3u);
+    EXPECT_EQ(scripted_timer::platform.time_reads, 3u);
     scripted_timer::Advance(10);
-    platform.time_reads = 0;
+    scripted_timer::platform.time_reads = 0;
     MCAST_TMR_ProcExpires(manager);
-    EXPECT_EQ(platform.time_reads, 2u);
+    EXPECT_EQ(scripted_timer::platform.time_reads, 2u);
     EXPECT_EQ(g_ran.size(), 1u);
 }
 
 TEST_F(TimerManager, SubSecondsAreNotCounted)
 {
-    platform.now_ms += 999;
+    scripted_timer::platform.now_ms += 999;
     MCAST_TMR_NODE_S *node = Add(5);
 
     EXPECT_EQ(node->expiry, 1005u);
@@ -207,11 +207,11 @@ TEST_F(TimerManager, RefreshArmsOnlyForAnEarlierTop)
 TEST_F(TimerManager, RefreshReturnsThePlatformsCodeWithTheTimerRefreshed)
 {
     MCAST_TMR_NODE_S *node = Add(10);
-    platform.get_attr_status = kRefused;
+    scripted_timer::platform.get_attr_status = kRefused;
     EXPECT_EQ(MCAST_TMR_RefreshNode(manager, node, 4), kRefused);
     EXPECT_EQ(node->expiry, 1004u);
-    platform.get_attr_status = 0;
-    platform.set_status[TIMER_STATE_ARM] = kRefused + 1;
+    scripted_timer::platform.get_attr_status = 0;
+    scripted_timer::platform.set_status[TIMER_STATE_ARM] = kRefused + 1;
     EXPECT_EQ(MCAST_TMR_RefreshNode(manager, node, 3), kRefused + 1);
     EXPECT_EQ(node->expiry, 1003u);
 }
@@ -219,14 +219,14 @@ TEST_F(TimerManager, RefreshReturnsThePlatformsCodeWithTheTimerRefreshed)
 TEST_F(TimerManager, AddKeepsTheTimerWhenArmingFails)
 {
     Calls();
-    platform.get_attr_status = kRefused;
+    scripted_timer::platform.get_attr_status = kRefused;
     EXPECT_NE(Add(10), nullptr);
     EXPECT_EQ(Calls(), "attr");
-    platform.get_attr_status = 0;
-    platform.set_status[TIMER_STATE_ENABLE] = kRefused;
+    scripted_timer::platform.get_attr_status = 0;
+    scripted_timer::platform.set_status[TIMER_STATE_ENABLE] = kRefused;
     EXPECT_NE(Add(9), nullptr);
     EXPECT_EQ(Calls(), "attr, enable");
-    platform.set_status.clear();
+    scripted_timer::platform.set_status.clear();
     EXPECT_NE(Add(8), nullptr);
     EXPECT_EQ(Calls(), "attr, enable, arm 8000");
     EXPECT_EQ(manager->heap->count, 3u);
@@ -234,12 +234,12 @@ TEST_F(TimerManager, AddKeepsTheTimerWhenArmingFails)
 
 TEST_F(TimerManager, AfterAFailedArmingTheNextAddArmsForTheUnchangedEarliest)
 {
-    platform.set_status[TIMER_STATE_ARM] = kRefused;
+    scripted_timer::platform.set_status[TIMER_STATE_ARM] = kRefused;
     Add(5);
     EXPECT_EQ(Calls(), "attr, enable, arm 5000");
     Add(50);
     EXPECT_EQ(Calls(), "attr, arm 5000") << "tried again, and refused again";
-    platform.set_status.clear();
+    scripted_timer::platform.set_status.clear();
     Add(50);
     EXPECT_EQ(Calls(), "attr, arm 5000");
     Add(50);
@@ -249,12 +249,12 @@ TEST_F(TimerManager, AfterAFailedArmingTheNextAddArmsForTheUnchangedEarliest)
 TEST_F(TimerManager, AfterAFailedArmingTheNextRefreshArmsForTheUnchangedEarliest)
 {
     MCAST_TMR_NODE_S *later = Add(50);
-    platform.set_status[TIMER_STATE_ARM] = kRefused;
+    scripted_timer::platform.set_status[TIMER_STATE_ARM] = kRefused;
     Add(5);
     EXPECT_EQ(MCAST_TMR_RefreshNode(manager, later, 60), kRefused);
     EXPECT_EQ(MCAST_TMR_RefreshNode(manager, later, 60), kRefused) << "also when nothing changes";
     Calls();
-    platform.set_status.clear();
+    scripted_timer::platform.set_status.clear();
     EXPECT_EQ(MCAST_TMR_RefreshNode(manager, later, 60), MCAST_OK);
     EXPECT_EQ(Calls(), "attr, arm 5000");
     EXPECT_EQ(MCAST_TMR_RefreshNode(manager, later, 70), MCAST_OK);
@@ -263,10 +263,10 @@ TEST_F(TimerManager, AfterAFailedArmingTheNextRefreshArmsForTheUnchangedEarliest
 
 TEST_F(TimerManager, AfterAFailedArmingARefreshThatMovesTheEarliestArmsForTheNewOne)
 {
-    platform.get_attr_status = kRefused;
+    scripted_timer::platform.get_attr_status = kRefused;
     MCAST_TMR_NODE_S *first = Add(5);
     Add(50);
-    platform.get_attr_status = 0;
+    scripted_timer::platform.get_attr_status = 0;
     Calls();
     EXPECT_EQ(MCAST_TMR_RefreshNode(manager, first, 60), MCAST_OK);
     EXPECT_EQ(Calls(), "attr, enable, arm 50000");
@@ -274,9 +274,9 @@ TEST_F(TimerManager, AfterAFailedArmingARefreshThatMovesTheEarliestArmsForTheNew
 
 TEST_F(TimerManager, AFailedArmingIsForgottenWithoutTimers)
 {
-    platform.set_status[TIMER_STATE_ARM] = kRefused;
+    scripted_timer::platform.set_status[TIMER_STATE_ARM] = kRefused;
     MCAST_TMR_DeleteNode(manager, Add(5));
-    platform.set_status.clear();
+    scripted_timer::platform.set_status.clear();
     Calls();
     EXPECT_EQ(MCAST_TMR_ProcExpires(manager), MCAST_OK);
     EXPECT_EQ(Calls(), "stop");
