@@ -25,8 +25,8 @@
  *                                   the daemon watches
  *
  * SIGTERM and SIGINT end the rounds; SIGUSR1 writes the status file, or prints the status on standard output
- * when no file was given, a part of it in each of the rounds that follow; SIGHUP reads the configuration file again, of which a wrong one changes nothing;
- * SIGUSR2 calls resynchronise. SIGPIPE is ignored.
+ * when no file was given, a part of it in each of the rounds that follow; SIGHUP reads the configuration file again,
+ * of which a wrong one changes nothing; SIGUSR2 calls resynchronise. SIGPIPE is ignored.
  */
 #ifndef DAEMONS_COMMON_FRAME_H
 #define DAEMONS_COMMON_FRAME_H

@@ -18,8 +18,8 @@ void start_group_timer(GroupState &group, uint32_t timeout_ms);
 // wanted, when memory is short.
 void watch_end(SourceState &source);
 
-// To be called every round: takes up, when there is memory again, what could not be ended or put off on the link for want
-// of it. Nothing ends unasked for that reason (own_question.h).
+// To be called every round: takes up, when there is memory again, what could not be ended or put off on the link for
+// want of it. Nothing ends unasked for that reason (own_question.h).
 void resume_ends(Interface &link);
 
 } // namespace gmpd
