@@ -142,7 +142,7 @@ private:
     void set_sending(Entry *entry, bool is_sending);
 
     // forwarding_yield.cpp
-    uint32_t given_way(const Entry *entry) const;
+    uint32_t given_way(Entry *entry);
     void hear_other_router(Entry *entry, unsigned vif);
     void give_way(Entry *entry, uint32_t bits);
     void note_others(uint32_t bits);

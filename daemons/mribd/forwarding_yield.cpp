@@ -50,10 +50,14 @@ uint32_t check_after_ms()
 
 } // namespace
 
-// Those that are to be left to another router as long as that one is the querier.
-uint32_t Forwarding::given_way(const Entry *entry) const
+// Those that are to be left to another router as long as that one is the querier. One that this router has become the
+// querier of is not left again until another router is heard there anew.
+uint32_t Forwarding::given_way(Entry *entry)
 {
-    uint32_t bits = entry->yield != nullptr ? entry->yield->given_way : 0;
+    if (entry->yield == nullptr) {
+        return 0;
+    }
+    uint32_t &bits = entry->yield->given_way;
     for (unsigned vif = 0; vif < MAX_VIFS && bits >> vif != 0; ++vif) {
         if ((bits >> vif & 1) != 0 && parts_.gmp.is_forwarder(parts_.vifs.if_index(vif))) {
             bits &= ~(1u << vif);

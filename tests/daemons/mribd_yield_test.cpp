@@ -89,6 +89,23 @@ TEST_F(MribdYield, QuerierNeverGivesWay)
     EXPECT_EQ(forwards(), (Interfaces{2, 3}));
 }
 
+TEST_F(MribdYield, WhoWasTheQuerierMeanwhileGivesWayOnlyToARouterThatIsHeardAnew)
+{
+    give_way();
+    bench.router.set_querier(1, 2, true);
+    bench.settle();
+    flow(0);
+    bench.router.set_querier(1, 2, false);
+    bench.settle();
+    EXPECT_EQ(forwards(), (Interfaces{2, 3})) << "nobody else forwards, whoever says that it is the querier";
+    hear(2);
+    for (int second = 0; second < 10; ++second) {
+        EXPECT_EQ(forwards(), Interfaces{3}) << second;
+        flow(100);
+        bench.timers.pass(1);
+    }
+}
+
 TEST_F(MribdYield, FewPacketsOfAHostAreNoRouter)
 {
     hear(2);
