@@ -81,29 +81,17 @@ std::optional<Event> meaning_of(const Metric &heard, const Standing &standing)
 
 bool Runner::heard(const Metric &metric, bool could_assert, bool tracking)
 {
-    const bool is_source = &table_ == &SOURCE_TABLE;
-    const Standing standing{is_source, state_, could_assert, tracking, owner_.own_metric(*this), winner_};
+    const Standing standing{is_of(SOURCE_TABLE),      state(), could_assert, tracking,
+                            owner_.own_metric(*this), winner_};
     const std::optional<Event> event = meaning_of(metric, standing);
     if (event) {
-        take(*event, metric);
+        happen(*event, metric);
     }
     return event.has_value();
 }
 
-void Runner::take(Event event)
+void Runner::act(State before, Actions actions, const Metric &metric)
 {
-    take(event, winner_);
-}
-
-void Runner::timer_over(void *self)
-{
-    static_cast<Runner *>(self)->take(Event::TimerOver);
-}
-
-void Runner::take(Event event, const Metric &metric)
-{
-    const State before = state_;
-    const Actions actions = table_.step(state_, event);
     if ((actions & STORE_SELF) != 0) {
         winner_ = owner_.own_metric(*this);
     }
@@ -111,10 +99,10 @@ void Runner::take(Event event, const Metric &metric)
         winner_ = metric;
     }
     if ((actions & START_WINNER_TIMER) != 0) {
-        queue_.start(timer_, ASSERT_MS - ASSERT_OVERRIDE_MS, timer_over, this);
+        start<Event::TimerOver>(timer_, ASSERT_MS - ASSERT_OVERRIDE_MS);
     }
     if ((actions & START_LOSER_TIMER) != 0) {
-        queue_.start(timer_, ASSERT_MS, timer_over, this);
+        start<Event::TimerOver>(timer_, ASSERT_MS);
     }
     if ((actions & FORGET) != 0) {
         queue_.stop(timer_);
@@ -128,7 +116,7 @@ void Runner::take(Event event, const Metric &metric)
     if ((actions & SET_SPT_BIT) != 0) {
         owner_.set_spt_bit(*this);
     }
-    if (state_ != before || (actions & (STORE_SELF | STORE_WINNER)) != 0) {
+    if (state() != before || (actions & (STORE_SELF | STORE_WINNER)) != 0) {
         owner_.changed(*this);
     }
 }

@@ -148,20 +148,13 @@ protected:
     ~Owner() = default;
 };
 
-// The machine of one entry on one link, with its timer. The owner sees to it that (*,G) is told of an Assert only when the
-// machine of (S,G) is in NoInfo before and after it.
-class Runner
+// The machine of one entry on one link, with its timer; the table is one of the two above. The owner sees to it that (*,G) is
+// told of an Assert only when the machine of (S,G) is in NoInfo before and after it.
+class Runner final : public pimsmd::Runner<Table, Owner, Metric>
 {
 public:
-    // All of them outlive it; the table is one of the two above.
-    Runner(const Table &table, MsQueue &queue, Owner &owner) : table_(table), queue_(queue), owner_(owner)
-    {
-    }
+    using pimsmd::Runner<Table, Owner, Metric>::Runner;
 
-    State state() const
-    {
-        return state_;
-    }
     // The winner's terms, this router's own as the winner; of no meaning in NoInfo.
     const Metric &winner() const
     {
@@ -172,16 +165,14 @@ public:
     bool heard(const Metric &metric, bool could_assert, bool tracking);
 
     // Any event but those of Asserts.
-    void take(Event event);
+    void take(Event event)
+    {
+        happen(event);
+    }
 
 private:
-    void take(Event event, const Metric &metric);
-    static void timer_over(void *self);
+    void act(State before, Actions actions, const Metric &metric) override;
 
-    const Table &table_;
-    MsQueue &queue_;
-    Owner &owner_;
-    State state_ = State::NoInfo;
     Metric winner_;
     MsTimer timer_;
 };

@@ -1,39 +1,15 @@
 #include "daemons/pimsmd/downstream.h"
 
-#include "daemons/pimsmd/holdtime.h"
-
 namespace pimsmd::downstream
 {
 
-void Runner::join(uint16_t holdtime_s)
+void Runner::act(State before, Actions actions, const Asked &asked)
 {
-    take(Event::Join, holdtime_s, 0);
-}
-
-void Runner::prune(uint32_t delay_ms)
-{
-    take(Event::Prune, 0, delay_ms);
-}
-
-void Runner::expired(void *self)
-{
-    static_cast<Runner *>(self)->take(Event::Expired, 0, 0);
-}
-
-void Runner::pending_over(void *self)
-{
-    static_cast<Runner *>(self)->take(Event::PrunePendingOver, 0, 0);
-}
-
-void Runner::take(Event event, uint16_t holdtime_s, uint32_t delay_ms)
-{
-    const bool forwarded = forwards();
-    const Actions actions = TABLE.step(state_, event);
     if ((actions & START_EXPIRY) != 0) {
-        hold(queue_, expiry_, holdtime_s, expired, this);
+        hold<Event::Expired>(expiry_, asked.holdtime_s);
     }
     if ((actions & PROLONG_EXPIRY) != 0) {
-        hold_longer(queue_, expiry_, holdtime_s);
+        hold_longer(queue_, expiry_, asked.holdtime_s);
     }
     if ((actions & STOP_EXPIRY) != 0) {
         queue_.stop(expiry_);
@@ -42,17 +18,17 @@ void Runner::take(Event event, uint16_t holdtime_s, uint32_t delay_ms)
         queue_.stop(pending_);
     }
     if ((actions & START_PRUNE_PENDING) != 0) {
-        echoes_ = delay_ms != 0;
+        echoes_ = asked.delay_ms != 0;
         if (!echoes_) {
-            take(Event::PrunePendingOver, 0, 0);
+            happen(Event::PrunePendingOver);
             return;
         }
-        queue_.start(pending_, delay_ms, pending_over, this);
+        start<Event::PrunePendingOver>(pending_, asked.delay_ms);
     }
     if ((actions & ECHO_PRUNE) != 0 && echoes_) {
         owner_.echo_prune(*this);
     }
-    if (forwards() != forwarded) {
+    if (forwards() != (before != State::NoInfo)) {
         owner_.changed(*this);
     }
 }

@@ -42,8 +42,10 @@ enum Action : Actions {
 constexpr auto JOIN = State::Join;
 constexpr auto NO_INFO = State::NoInfo;
 
+using Table = Machine<State, Event, STATES, EVENTS>;
+
 // Columns: Join, Prune, PrunePendingOver, Expired.
-inline constexpr Machine<State, Event, STATES, EVENTS> TABLE = {{
+inline constexpr Table TABLE = {{
     // NoInfo
     {go(JOIN, START_EXPIRY), stay<State>(), never<State>(), never<State>()},
     // Join
@@ -70,39 +72,41 @@ protected:
     ~Owner() = default;
 };
 
+// What a Join says, or how long a Prune waits.
+struct Asked {
+    uint16_t holdtime_s = 0;
+    uint32_t delay_ms = 0;
+};
+
 // The machine of one entry on one link, with its timers.
-class Runner
+class Runner final : public pimsmd::Runner<Table, Owner, Asked>
 {
 public:
-    // Both outlive it.
-    Runner(MsQueue &queue, Owner &owner) : queue_(queue), owner_(owner)
+    Runner(MsQueue &queue, Owner &owner) : pimsmd::Runner<Table, Owner, Asked>(TABLE, queue, owner)
     {
     }
 
-    State state() const
-    {
-        return state_;
-    }
     // Whether the link is among joins of the entry.
     bool forwards() const
     {
-        return state_ != State::NoInfo;
+        return state() != State::NoInfo;
     }
 
     // A Join with its holdtime, HOLDTIME_FOREVER included.
-    void join(uint16_t holdtime_s);
+    void join(uint16_t holdtime_s)
+    {
+        happen(Event::Join, {holdtime_s, 0});
+    }
 
     // A Prune; delay_ms is the link's when other routers may override it, 0 when there are none.
-    void prune(uint32_t delay_ms);
+    void prune(uint32_t delay_ms)
+    {
+        happen(Event::Prune, {0, delay_ms});
+    }
 
 private:
-    void take(Event event, uint16_t holdtime_s, uint32_t delay_ms);
-    static void expired(void *self);
-    static void pending_over(void *self);
+    void act(State before, Actions actions, const Asked &asked) override;
 
-    MsQueue &queue_;
-    Owner &owner_;
-    State state_ = State::NoInfo;
     bool echoes_ = false; // the pending Prune waited for others
     MsTimer expiry_;
     MsTimer pending_;

@@ -3,22 +3,16 @@
 namespace pimsmd::registers
 {
 
-void Runner::timer_over(void *self)
+void Runner::act(State, Actions actions, const NothingMore &)
 {
-    static_cast<Runner *>(self)->take(Event::TimerOver);
-}
-
-void Runner::take(Event event)
-{
-    const Actions actions = TABLE.step(state_, event);
     if ((actions & STOP_TIMER) != 0) {
         queue_.stop(timer_);
     }
     if ((actions & START_SUPPRESSION) != 0) {
-        queue_.start(timer_, owner_.draw_suppression_ms(), timer_over, this);
+        start<Event::TimerOver>(timer_, owner_.draw_suppression_ms());
     }
     if ((actions & START_PROBE) != 0) {
-        queue_.start(timer_, owner_.probe_ms(), timer_over, this);
+        start<Event::TimerOver>(timer_, owner_.probe_ms());
     }
     if ((actions & (ADD_TUNNEL | REMOVE_TUNNEL)) != 0) {
         owner_.set_tunnel((actions & ADD_TUNNEL) != 0);

@@ -39,8 +39,10 @@ constexpr auto JOIN = State::Join;
 constexpr auto NO_INFO = State::NoInfo;
 constexpr auto PRUNE = State::Prune;
 
+using Table = Machine<State, Event, STATES, EVENTS>;
+
 // Columns: TimerOver, CouldRegister, CouldNotRegister, Stop, RpChanged.
-inline constexpr Machine<State, Event, STATES, EVENTS> TABLE = {{
+inline constexpr Table TABLE = {{
     // NoInfo
     {never<State>(), go(JOIN, ADD_TUNNEL), stay<State>(), stay<State>(), stay<State>()},
     // Join
@@ -72,26 +74,21 @@ protected:
 };
 
 // The machine of one source at its designated router, with its timer.
-class Runner
+class Runner final : public pimsmd::Runner<Table, Owner>
 {
 public:
-    // Both outlive it.
-    Runner(MsQueue &queue, Owner &owner) : queue_(queue), owner_(owner)
+    Runner(MsQueue &queue, Owner &owner) : pimsmd::Runner<Table, Owner>(TABLE, queue, owner)
     {
     }
 
-    State state() const
+    void take(Event event)
     {
-        return state_;
+        happen(event);
     }
-    void take(Event event);
 
 private:
-    static void timer_over(void *self);
+    void act(State before, Actions actions, const NothingMore &more) override;
 
-    MsQueue &queue_;
-    Owner &owner_;
-    State state_ = State::NoInfo;
     MsTimer timer_;
 };
 

@@ -1,51 +1,17 @@
 #include "daemons/pimsmd/rpt_prune.h"
 
-#include "daemons/pimsmd/holdtime.h"
-
 namespace pimsmd
 {
 namespace rpt_downstream
 {
 
-void Runner::join_star()
+void Runner::act(State before, Actions actions, const Asked &asked)
 {
-    take(Event::JoinStar);
-}
-
-void Runner::join()
-{
-    take(Event::JoinRpt);
-}
-
-void Runner::prune(uint16_t holdtime_s, uint32_t delay_ms)
-{
-    take(Event::PruneRpt, holdtime_s, delay_ms);
-}
-
-void Runner::end_of_message()
-{
-    take(Event::EndOfMessage);
-}
-
-void Runner::expired(void *self)
-{
-    static_cast<Runner *>(self)->take(Event::Expired);
-}
-
-void Runner::pending_over(void *self)
-{
-    static_cast<Runner *>(self)->take(Event::PrunePendingOver);
-}
-
-void Runner::take(Event event, uint16_t holdtime_s, uint32_t delay_ms)
-{
-    const bool pruned = prunes();
-    const Actions actions = TABLE.step(state_, event);
     if ((actions & START_EXPIRY) != 0) {
-        hold(queue_, expiry_, holdtime_s, expired, this);
+        hold<Event::Expired>(expiry_, asked.holdtime_s);
     }
     if ((actions & PROLONG_EXPIRY) != 0) {
-        hold_longer(queue_, expiry_, holdtime_s);
+        hold_longer(queue_, expiry_, asked.holdtime_s);
     }
     if ((actions & STOP_EXPIRY) != 0) {
         queue_.stop(expiry_);
@@ -54,13 +20,13 @@ void Runner::take(Event event, uint16_t holdtime_s, uint32_t delay_ms)
         queue_.stop(pending_);
     }
     if ((actions & START_PRUNE_PENDING) != 0) {
-        if (delay_ms == 0) {
-            take(Event::PrunePendingOver);
+        if (asked.delay_ms == 0) {
+            happen(Event::PrunePendingOver);
             return;
         }
-        queue_.start(pending_, delay_ms, pending_over, this);
+        start<Event::PrunePendingOver>(pending_, asked.delay_ms);
     }
-    if (prunes() != pruned) {
+    if (prunes() != is_prune(before)) {
         owner_.changed(*this);
     }
 }
@@ -70,14 +36,8 @@ void Runner::take(Event event, uint16_t holdtime_s, uint32_t delay_ms)
 namespace rpt_upstream
 {
 
-void Runner::override_over(void *self)
+void Runner::act(State, Actions actions, const NothingMore &)
 {
-    static_cast<Runner *>(self)->take(Event::OverrideOver);
-}
-
-void Runner::take(Event event)
-{
-    const Actions actions = TABLE.step(state_, event);
     if ((actions & STOP_OVERRIDE) != 0) {
         queue_.stop(override_);
     }
@@ -87,7 +47,7 @@ void Runner::take(Event event)
         if (override_.running()) {
             queue_.lower(override_, delay_ms);
         } else {
-            queue_.start(override_, delay_ms, override_over, this);
+            start<Event::OverrideOver>(override_, delay_ms);
         }
     }
     if ((actions & SEND_JOIN) != 0) {

@@ -47,8 +47,10 @@ constexpr auto PRUNE = State::Prune;
 constexpr auto PRUNE_PENDING = State::PrunePending;
 constexpr Actions STOP_BOTH = STOP_EXPIRY | STOP_PRUNE_PENDING;
 
+using Table = Machine<State, Event, STATES, EVENTS>;
+
 // Columns: JoinStar, JoinRpt, PruneRpt, EndOfMessage, PrunePendingOver, Expired.
-inline constexpr Machine<State, Event, STATES, EVENTS> TABLE = {{
+inline constexpr Table TABLE = {{
     // NoInfo
     {stay<State>(), stay<State>(), go(PRUNE_PENDING, START_PRUNE_PENDING | START_EXPIRY), stay<State>(),
      never<State>(), never<State>()},
@@ -79,39 +81,51 @@ protected:
     ~Owner() = default;
 };
 
+// What a Prune says, and how long it waits.
+struct Asked {
+    uint16_t holdtime_s = 0;
+    uint32_t delay_ms = 0;
+};
+
 // The machine of one source on one link, with its timers.
-class Runner
+class Runner final : public pimsmd::Runner<Table, Owner, Asked>
 {
 public:
-    // Both outlive it.
-    Runner(MsQueue &queue, Owner &owner) : queue_(queue), owner_(owner)
+    Runner(MsQueue &queue, Owner &owner) : pimsmd::Runner<Table, Owner, Asked>(TABLE, queue, owner)
     {
     }
 
-    State state() const
-    {
-        return state_;
-    }
     // Whether the link is among prunes(S,G,rpt).
     bool prunes() const
     {
-        return state_ == State::Prune || state_ == State::PruneTmp;
+        return is_prune(state());
     }
 
     // What a message says, in its order: delay_ms as for downstream::Runner.
-    void join_star();
-    void join();
-    void prune(uint16_t holdtime_s, uint32_t delay_ms);
-    void end_of_message();
+    void join_star()
+    {
+        happen(Event::JoinStar);
+    }
+    void join()
+    {
+        happen(Event::JoinRpt);
+    }
+    void prune(uint16_t holdtime_s, uint32_t delay_ms)
+    {
+        happen(Event::PruneRpt, {holdtime_s, delay_ms});
+    }
+    void end_of_message()
+    {
+        happen(Event::EndOfMessage);
+    }
 
 private:
-    void take(Event event, uint16_t holdtime_s = 0, uint32_t delay_ms = 0);
-    static void expired(void *self);
-    static void pending_over(void *self);
+    static bool is_prune(State state)
+    {
+        return state == State::Prune || state == State::PruneTmp;
+    }
+    void act(State before, Actions actions, const Asked &asked) override;
 
-    MsQueue &queue_;
-    Owner &owner_;
-    State state_ = State::NoInfo;
     MsTimer expiry_;
     MsTimer pending_;
 };
@@ -151,9 +165,11 @@ enum Action : Actions {
     STOP_OVERRIDE = 8,
 };
 
+using Table = Machine<State, Event, STATES, EVENTS>;
+
 // Columns: PruneDesired, PruneNotDesired, RptJoinNotDesired, Inherits, OverrideOver, SeePruneRpt, SeeJoinRpt,
 // SeePruneSource, RpfJoinsStar.
-inline constexpr Machine<State, Event, STATES, EVENTS> TABLE = {{
+inline constexpr Table TABLE = {{
     // RptNotJoined
     {go(State::Pruned), stay<State>(), stay<State>(), go(State::NotPruned), never<State>(), stay<State>(),
      stay<State>(), stay<State>(), stay<State>()},
@@ -182,26 +198,21 @@ protected:
 };
 
 // The machine of one source, with its timer.
-class Runner
+class Runner final : public pimsmd::Runner<Table, Owner>
 {
 public:
-    // Both outlive it.
-    Runner(MsQueue &queue, Owner &owner) : queue_(queue), owner_(owner)
+    Runner(MsQueue &queue, Owner &owner) : pimsmd::Runner<Table, Owner>(TABLE, queue, owner)
     {
     }
 
-    State state() const
+    void take(Event event)
     {
-        return state_;
+        happen(event);
     }
-    void take(Event event);
 
 private:
-    static void override_over(void *self);
+    void act(State before, Actions actions, const NothingMore &more) override;
 
-    MsQueue &queue_;
-    Owner &owner_;
-    State state_ = State::RptNotJoined;
     MsTimer override_;
 };
 

@@ -2,38 +2,20 @@
 
 #include <algorithm>
 
-#include "daemons/pimsmd/holdtime.h"
-
 namespace pimsmd::upstream
 {
 
-void Runner::take(Event event)
+void Runner::act(State, Actions actions, const Seen &seen)
 {
-    take(event, 0);
-}
-
-void Runner::see_join(uint16_t holdtime_s)
-{
-    take(Event::SeeJoin, holdtime_s);
-}
-
-void Runner::timer_over(void *self)
-{
-    static_cast<Runner *>(self)->take(Event::TimerOver);
-}
-
-void Runner::take(Event event, uint16_t holdtime_s)
-{
-    const Actions actions = table_.step(state_, event);
     if ((actions & START_PERIOD) != 0) {
-        queue_.start(timer_, owner_.period_ms(), timer_over, this);
+        start<Event::TimerOver>(timer_, owner_.period_ms());
     }
     if ((actions & STOP_TIMER) != 0) {
         queue_.stop(timer_);
     }
     if ((actions & SUPPRESS) != 0) {
         // No longer than the other router's Join lasts.
-        queue_.raise(timer_, std::min<uint64_t>(owner_.draw_suppression_ms(), holdtime_ms(holdtime_s)));
+        queue_.raise(timer_, std::min<uint64_t>(owner_.draw_suppression_ms(), holdtime_ms(seen.holdtime_s)));
     }
     if ((actions & LOWER_TO_OVERRIDE) != 0) {
         queue_.lower(timer_, owner_.draw_override_ms());

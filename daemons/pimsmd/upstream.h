@@ -91,25 +91,33 @@ protected:
     ~Owner() = default;
 };
 
-// The machine of one entry, with its timer.
-class Runner
+// Seconds of another router's Join.
+struct Seen {
+    uint16_t holdtime_s = 0;
+};
+
+// The machine of one entry, with its timer; the table is one of the two above.
+class Runner final : public pimsmd::Runner<Table, Owner, Seen>
 {
 public:
-    // All of them outlive it; the table is one of the two above.
-    Runner(const Table &table, MsQueue &queue, Owner &owner) : table_(table), queue_(queue), owner_(owner)
-    {
-    }
+    using pimsmd::Runner<Table, Owner, Seen>::Runner;
 
     bool joined() const
     {
-        return state_ == State::Joined;
+        return state() == State::Joined;
     }
 
     // Any event but SeeJoin.
-    void take(Event event);
+    void take(Event event)
+    {
+        happen(event);
+    }
 
     // Another router's Join, with its holdtime.
-    void see_join(uint16_t holdtime_s);
+    void see_join(uint16_t holdtime_s)
+    {
+        happen(Event::SeeJoin, {holdtime_s});
+    }
 
     // Milliseconds until the next Join.
     uint64_t next_join_ms() const
@@ -118,13 +126,8 @@ public:
     }
 
 private:
-    void take(Event event, uint16_t holdtime_s);
-    static void timer_over(void *self);
+    void act(State before, Actions actions, const Seen &seen) override;
 
-    const Table &table_;
-    MsQueue &queue_;
-    Owner &owner_;
-    State state_ = State::NotJoined;
     MsTimer timer_;
 };
 
