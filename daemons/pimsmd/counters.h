@@ -35,6 +35,12 @@ namespace pimsmd
     ROW(MovedAddress, "moved_neighbour_addresses")                                                           \
     ROW(EntryLimit, "refused_entry_limit")                                                                   \
     ROW(JoinLimit, "refused_join_limit")                                                                     \
+    ROW(RegisteredLimit, "refused_registered_limit")                                                         \
+    ROW(RegisterDestination, "dropped_register_destination")                                                 \
+    ROW(NotRp, "refused_register_not_rp")                                                                    \
+    ROW(OtherStop, "ignored_register_stop")                                                                  \
+    ROW(RegisterRate, "dropped_register_rate")                                                               \
+    ROW(StopRate, "held_register_stops")                                                                     \
     ROW(OtherRp, "ignored_other_rp")                                                                         \
     ROW(GroupRange, "ignored_group_range")
 

@@ -76,11 +76,21 @@ Links SourceView::include() const
     return source_.receivers & ((roles_.dr & ~lost(source_)) | source_.won);
 }
 
+// pim_include(*,G) (-) pim_exclude(S,G)
+Links SourceView::star_hosts() const
+{
+    return pimsmd::include(star_, roles_) & ~(source_.excluded & answers(star_, roles_));
+}
+
 // What the shared tree contributes, lost asserts of the source apart.
 Links SourceView::shared_tree() const
 {
-    const Links excluded = source_.excluded & answers(star_, roles_);
-    return (star_.joins & ~source_.rpt_prunes) | (pimsmd::include(star_, roles_) & ~excluded);
+    return (star_.joins & ~source_.rpt_prunes) | star_hosts();
+}
+
+Links SourceView::hosts() const
+{
+    return star_hosts() | include();
 }
 
 Links SourceView::immediate_olist() const

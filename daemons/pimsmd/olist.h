@@ -71,6 +71,9 @@ public:
 
     bool join_desired() const;
 
+    // Links on which hosts get the source from this router.
+    Links hosts() const;
+
     // Whether the source is not to come over the shared tree. same_upstream says that one neighbour is asked for both
     // trees: RPF'(*,G) is RPF'(S,G).
     bool prune_desired_rpt(bool same_upstream) const;
@@ -84,6 +87,7 @@ public:
 
 private:
     Links include() const;
+    Links star_hosts() const;
     Links shared_tree() const;
 
     const StarState &star_;

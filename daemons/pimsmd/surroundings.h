@@ -48,6 +48,12 @@ public:
     virtual Route route_to(const Address &address) = 0;
     virtual LinkFacts facts_of(unsigned link) = 0;
 
+    // Whether the address is one of this router's own.
+    virtual bool is_own(const Address &address) = 0;
+
+    // Whether packets of the source that come over the shared tree are wanted over its own: at once, never, or by list.
+    virtual bool switches_to_spt(const Address &group, const Address &source) = 0;
+
     // A random number from 0 to most.
     virtual uint32_t random(uint32_t most) = 0;
 
@@ -59,8 +65,13 @@ public:
     virtual void send_assert(unsigned link, const Address &group, const Address &source,
                              const asserts::Metric &metric) = 0;
 
-    // The outputs of a group's shared tree, or of a source of it, are others now, or where its packets come from; or the
-    // entry is gone.
+    // A null Register to the RP; a Register-Stop from the address to which the Register came to the router that sent it.
+    virtual void send_null_register(const Address &rp, const Address &group, const Address &source) = 0;
+    virtual void send_register_stop(const Address &from, const Address &to, const Address &group,
+                                    const Address &source) = 0;
+
+    // The outputs of a group's shared tree, or of a source of it, are others now, or where its packets come from, or to whom
+    // they go in Registers; or the entry is gone.
     virtual void outputs_changed(const Address &group, const Address &source) = 0;
 
 protected:

@@ -9,8 +9,8 @@
  * An entry is made by a Join, a Prune(S,G,rpt), a host, an Assert that matters, and goes once nothing of it is left. Only
  * settle removes entries, so that no machine goes while it acts.
  *
- * Two limits hold for what neighbours can make: entries in all, and for each neighbour the links of entries that it
- * made. What is refused is counted; the neighbour says it again with its next Join.
+ * Limits hold for what others can make: entries in all, for each neighbour the links of entries that it made, and the
+ * sources of Registers (tree_register.cpp). What is refused is counted; the neighbour says it again with its next Join.
  */
 #include "daemons/pimsmd/tree.h"
 
@@ -59,7 +59,8 @@ Trees::Trees(uint16_t family, MsQueue &queue, Surroundings &surroundings, Counte
              const TreeSettings &settings)
     : family_(family), queue_(queue), surroundings_(surroundings), counters_(counters), settings_(settings),
       table_(mcastd::must_have(
-          [&] { return MRT_CreateTable(family, "pim", release<GroupEntry>, release<SourceEntry>); }))
+          [&] { return MRT_CreateTable(family, "pim", release<GroupEntry>, release<SourceEntry>); })),
+      registers_(settings.registers_per_s), stops_(settings.register_stops_per_s)
 {
 }
 
@@ -307,6 +308,7 @@ void Trees::remove_if_idle(Entry &entry)
     const Address address = source != nullptr ? source->address() : any_address(family_);
 
     if (source != nullptr) {
+        registered_ -= source->registered ? 1 : 0;
         MRT_DeleteSource(source->entry);
     } else {
         MRT_DeleteGroup(of.entry);

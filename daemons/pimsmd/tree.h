@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "daemons/common/limit_watch.h"
+#include "daemons/pimsmd/rate_limit.h"
 #include "daemons/pimsmd/tree_entry.h"
 
 namespace pimsmd
@@ -20,11 +21,21 @@ namespace pimsmd
 constexpr uint32_t MOST_TREE_ENTRIES = 524288;
 constexpr uint32_t MOST_JOINS_OF_NEIGHBOUR = 262144;
 
+// Sources that Registers made; Registers with packets and Register-Stops, a second.
+constexpr uint32_t MOST_REGISTERED = 131072;
+constexpr uint32_t REGISTERS_PER_S = 20000;
+constexpr uint32_t REGISTER_STOPS_PER_S = 2000;
+
 struct TreeSettings {
     uint32_t most_entries = MOST_TREE_ENTRIES;
     uint32_t most_of_neighbour = MOST_JOINS_OF_NEIGHBOUR;
     uint32_t join_period_s = 60;
     uint32_t keepalive_s = 210;
+    uint32_t most_registered = MOST_REGISTERED;
+    uint32_t registers_per_s = REGISTERS_PER_S;
+    uint32_t register_stops_per_s = REGISTER_STOPS_PER_S;
+    uint32_t register_suppression_s = 60;
+    uint32_t register_probe_s = 5;
 };
 
 class Trees
@@ -45,6 +56,16 @@ public:
 
     // A packet of the source came in from the link.
     void packet(unsigned link, const Address &group, const Address &source);
+
+    // The RP to which a packet of the source goes in a Register now, which counts against the rate; nothing when it does not
+    // go.
+    std::optional<Address> register_packet(const Address &group, const Address &source);
+
+    // A Register with the addresses of its packet. Whether the packet in it goes down the shared tree.
+    bool register_heard(const Envelope &outer, const Register &message);
+
+    // A Register-Stop, which counts when the RP in question sent it.
+    void register_stop_heard(const Address &sender, const RegisterStop &message);
 
     // Hosts on the link want the group (an unspecified source), or the source of it; or all but the source.
     void set_receivers(unsigned link, const Address &group, const Address &source, bool wanted);
@@ -118,6 +139,9 @@ private:
     StarLink *link_on(GroupEntry &group, unsigned link, const Address &maker);
     SourceLink *link_on(SourceEntry &source, unsigned link, const Address &maker);
     void remove_if_idle(Entry &entry);
+    SourceEntry *make_registered(const Address &group, const Address &address);
+    bool stop_register(const Envelope &outer, const Register &message);
+    void check_switch(SourceEntry &source);
     template <typename Visit> void visit_groups(Visit visit);
 
     // What one message does, in its order. A group whose shared tree it joins or prunes is dealt with once, however
@@ -145,6 +169,9 @@ private:
     LinkRoles roles_;
     MRT_TABLE_S *table_;
     uint32_t entries_ = 0;
+    uint32_t registered_ = 0;
+    RateLimit registers_;
+    SharedRateLimit stops_;
     std::map<Address, uint32_t, Less> made_by_; // links that each neighbour made
     std::vector<Entry *> marked_;
     mcastd::LimitWatch<90, 80> limit_watch_;

@@ -3,7 +3,7 @@
  *
  *      GroupEntry                          SourceEntry, of a GroupEntry
  *        words: StarState                    words: SourceState
- *        upstream machine                    upstream machine, that of (S,G,rpt)
+ *        upstream machine                    upstream machine, that of (S,G,rpt), that of Registers
  *        StarLink for each link on which     SourceLink for each link on which
  *        something is: downstream, assert    something is: downstream, that of (S,G,rpt), assert
  *
@@ -21,6 +21,7 @@
 #include "daemons/pimsmd/olist.h"
 #include "daemons/pimsmd/rpt_prune.h"
 #include "daemons/pimsmd/surroundings.h"
+#include "daemons/pimsmd/tree_register.h"
 #include "daemons/pimsmd/upstream.h"
 #include "mcast/route_table.h"
 
@@ -166,6 +167,7 @@ struct GroupEntry final : Entry {
     bool join_due = false; // a Join(*,G), when all of its sources have settled
     StarState words;
     StarState told; // when outputs and sources were told last
+    std::optional<Address> told_rp;
     Links told_outputs = 0;
     Upstream told_to;
     std::map<unsigned, std::unique_ptr<StarLink>> links;
@@ -195,6 +197,9 @@ struct SourceEntry final : Entry, rpt_upstream::Owner {
     Upstream upstream_now() const;
     Upstream rpt_upstream_now() const; // RPF'(S,G,rpt)
     void settle_rpt();
+    void settle_register();
+    // The RP to which its packets go in Registers; nothing when they do not.
+    std::optional<Address> registers_to() const;
     // Whether a Join(*,G) has to prune the source (RFC 7761, section 4.5.6).
     bool is_pruned_with_star() const;
     asserts::Metric metric_on(unsigned link) const;
@@ -219,6 +224,9 @@ struct SourceEntry final : Entry, rpt_upstream::Owner {
     Upstream rpt_to; // RPF'(S,G,rpt)
     rpt_upstream::Runner rpt;
     MsTimer keepalive;
+    std::unique_ptr<SourceRegister> registering;
+    bool tunnel_changed = false;
+    bool registered = false; // a Register made it
     std::map<unsigned, std::unique_ptr<SourceLink>> links;
 
 private:

@@ -111,7 +111,10 @@ void GroupEntry::settle()
     settle_upstream(join_desired(words, roles), upstream_now());
     const Links outputs = immediate_olist(words, roles);
 
-    if (!(told == words) || told_outputs != outputs || !(told_to == to)) {
+    const bool same_rp = rp && told_rp ? same_address(*rp, *told_rp) : rp.has_value() == told_rp.has_value();
+
+    if (!(told == words) || told_outputs != outputs || !(told_to == to) || !same_rp) {
+        told_rp = rp;
         told_outputs = outputs;
         told = words;
         told_to = to;

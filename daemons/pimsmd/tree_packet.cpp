@@ -54,6 +54,9 @@ void Trees::packet(unsigned link, const Address &group_address, const Address &a
          same_neighbour || lost)) {
         source->words.spt_bit = true;
     }
+    if (!source->words.spt_bit && (star.words.rpf & bit) != 0) {
+        check_switch(*source);
+    }
     // This router would send it where it came from: somebody else does.
     if ((view.could_assert() & bit) != 0) {
         SourceLink *on = link_on(*source, link, any_address(family_));

@@ -171,10 +171,12 @@ void SourceEntry::settle()
     }
     settle_upstream(view().join_desired(), upstream_now());
     settle_rpt();
+    settle_register();
     const Links outputs = view().inherited_olist();
     const Links rpf = words.spt_bit ? words.rpf : group.words.rpf;
 
-    if (outputs != told_outputs || rpf != told_rpf) {
+    if (outputs != told_outputs || rpf != told_rpf || tunnel_changed) {
+        tunnel_changed = false;
         told_outputs = outputs;
         told_rpf = rpf;
         trees.surroundings().outputs_changed(group.address(), address());

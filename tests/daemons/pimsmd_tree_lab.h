@@ -55,7 +55,19 @@ struct TreeLab final : pimsmd::Surroundings {
 
     std::optional<Address> rp_of(const Address &) override
     {
-        return rp_known ? std::optional(rp()) : std::nullopt;
+        return rp_known ? std::optional(rp_now) : std::nullopt;
+    }
+    bool is_own(const Address &address) override
+    {
+        bool is_of_link = false;
+        for (unsigned link = 0; link < LINKS; ++link) {
+            is_of_link = is_of_link || same_address(address, own(link));
+        }
+        return is_of_link || (is_rp && same_address(address, rp_now));
+    }
+    bool switches_to_spt(const Address &, const Address &) override
+    {
+        return switches;
     }
     pimsmd::Route route_to(const Address &address) override
     {
@@ -103,6 +115,18 @@ struct TreeLab final : pimsmd::Surroundings {
     {
         sent.push_back(std::string(is_infinite(metric) ? "cancel " : "assert ") + std::to_string(link) + " " +
                        address_text(group) + " " + address_text(source));
+    }
+    void send_null_register(const Address &to, const Address &group, const Address &source) override
+    {
+        ++nulls[{address_text(group), address_text(source)}];
+        sent.push_back("null " + address_text(to) + " " + address_text(group) + " " + address_text(source));
+    }
+    void send_register_stop(const Address &from, const Address &to, const Address &group,
+                            const Address &source) override
+    {
+        ++stops;
+        sent.push_back("stop " + address_text(from) + " " + address_text(to) + " " + address_text(group) +
+                       " " + address_text(source));
     }
     void outputs_changed(const Address &group, const Address &source) override
     {
@@ -161,6 +185,11 @@ struct TreeLab final : pimsmd::Surroundings {
     std::map<unsigned, pimsmd::LinkFacts> facts;
     std::map<std::string, pimsmd::Route> routes;
     bool rp_known = true;
+    Address rp_now = rp();
+    bool is_rp = false;    // the RP is this router
+    bool switches = false; // to source trees
+    std::map<std::pair<std::string, std::string>, unsigned> nulls;
+    unsigned stops = 0;
     Belief joins;
     Belief prunes;
     std::vector<std::string> sent;

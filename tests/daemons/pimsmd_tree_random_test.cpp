@@ -1,7 +1,8 @@
 /*
  * Random messages, hosts, packets, asserts, routes and time into the trees; after each step their outputs and wishes are what
  * the sets of RFC 7761 make of the inputs. The inputs are kept here a second time, as plainly as can be: who joined until
- * when. Of the machines only what packets and asserts left (SPT bit, keep-alive, winners) is asked of the trees.
+ * when. Of the machines only what packets and asserts left (SPT bit, keep-alive, winners) is asked of the trees. Some of the
+ * routers are the RP; what Registers do to keep-alives and what is answered is known for each.
  *
  * Without asserts it is also known at every moment which neighbour was asked for what, and that nobody else was.
  */
@@ -9,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "daemons/common/log.h"
-#include "tests/daemons/pimsmd_naive_sets.h"
+#include "tests/daemons/pimsmd_naive_register.h"
 #include "tests/daemons/pimsmd_tree_lab.h"
 #include "tests/support/property.h"
 
@@ -60,12 +61,14 @@ public:
         for (unsigned i = 0; i < SOURCES.size(); ++i) {
             set_route(SOURCES[i], i);
         }
-        set_route(address_text(TreeLab::rp()), 3);
+        lab_.is_rp = random_.OneIn(3);
+        lab_.switches = random_.OneIn(2);
+        route_to_rp(3);
     }
 
     void step()
     {
-        switch (random_.Below(with_asserts_ ? 15 : 12)) {
+        switch (random_.Below(with_asserts_ ? 17 : 14)) {
         case 0:
         case 1:
         case 2:
@@ -79,20 +82,32 @@ public:
             change_dr(some_link());
             break;
         case 6:
-            set_route(random_.OneIn(3) ? address_text(TreeLab::rp()) : some(SOURCES),
-                      random_.Below(LINKS + 1));
+            if (random_.OneIn(3)) {
+                route_to_rp(random_.Below(LINKS + 1));
+            } else {
+                set_route(some(SOURCES), random_.Below(LINKS + 1));
+            }
             lab_.trees.routes_changed();
             break;
         case 7:
-            lab_.trees.packet(some_link(), addr(some(GROUPS).c_str()), addr(some(SOURCES).c_str()));
+            packet();
             break;
         case 8:
         case 9:
         case 10:
             lab_.pass(random_.OneIn(3) ? random_.Below(100000) : random_.Below(4000));
+            for (auto &[key, one] : registers_) {
+                one.pass(lab_.now);
+            }
             break;
         case 11:
             lab_.trees.neighbour_restarted(some_link(), TreeLab::neighbour(some_link(), random_.Below(2)));
+            break;
+        case 12:
+            hear_register();
+            break;
+        case 13:
+            hear_register_stop();
             break;
         default:
             hear_assert();
@@ -321,6 +336,74 @@ private:
         }
     }
 
+    // The keepalive is what it was, or was started just now.
+    void check_keepalive(const Address &group, const Address &source, const Keepalive &started, uint64_t left)
+    {
+        const pimsmd::SourceEntry *entry = lab_.trees.find(group, source);
+        const uint64_t now_left = entry != nullptr ? lab_.queue.remaining_ms(entry->keepalive) : 0;
+        EXPECT_EQ(now_left, started.value_or(left));
+    }
+
+    void packet()
+    {
+        const unsigned link = some_link();
+        const std::string group = some(GROUPS);
+        const std::string source = some(SOURCES);
+        const Address to = addr(group.c_str());
+        const Address from = addr(source.c_str());
+        const Model before = model(group, source);
+        const pimsmd::SourceEntry *entry = lab_.trees.find(to, from);
+        const bool joined = entry != nullptr && entry->machine.joined();
+        const uint64_t left = entry != nullptr ? lab_.queue.remaining_ms(entry->keepalive) : 0;
+
+        lab_.trees.packet(link, to, from);
+        entry = lab_.trees.find(to, from);
+        const bool spt_bit = entry != nullptr && entry->words.spt_bit;
+
+        check_keepalive(to, from, on_packet(before, static_cast<int>(link), joined, spt_bit, lab_.switches),
+                        left);
+    }
+
+    void hear_register()
+    {
+        const std::string group = some(GROUPS);
+        const std::string source = some(SOURCES);
+        pimsmd::Register message;
+        message.group = addr(group.c_str());
+        message.source = addr(source.c_str());
+        message.null = random_.OneIn(3);
+        const bool to_rp = lab_.is_rp && !random_.OneIn(4);
+        const pimsmd::Envelope outer{addr("10.9.9.9"), to_rp ? TreeLab::rp() : TreeLab::own(0)};
+        const OnRegister expected = on_register(model(group, source), to_rp, lab_.switches, message.null);
+        const pimsmd::SourceEntry *entry = lab_.trees.find(message.group, message.source);
+        const uint64_t left = entry != nullptr ? lab_.queue.remaining_ms(entry->keepalive) : 0;
+        const unsigned stops = lab_.stops;
+
+        EXPECT_EQ(lab_.trees.register_heard(outer, message), expected.forward);
+        EXPECT_EQ(lab_.stops, stops + (expected.stop ? 1 : 0));
+        check_keepalive(message.group, message.source, expected.started, left);
+    }
+
+    void hear_register_stop()
+    {
+        const std::string group = some(GROUPS);
+        const std::string source = random_.OneIn(3) ? "0.0.0.0" : some(SOURCES);
+        const bool of_rp = !random_.OneIn(4);
+        lab_.trees.register_stop_heard(of_rp ? TreeLab::rp() : addr("10.9.9.9"),
+                                       {addr(group.c_str()), addr(source.c_str())});
+        for (auto &[key, one] : registers_) {
+            if (of_rp && key.first == group && (source == "0.0.0.0" || key.second == source)) {
+                one.stop(lab_.now);
+            }
+        }
+    }
+
+    // A router that is the RP takes no way to it.
+    void route_to_rp(unsigned link)
+    {
+        set_route(address_text(TreeLab::rp()), lab_.is_rp ? LINKS : link);
+    }
+
     void hear_assert()
     {
         const unsigned link = some_link();
@@ -442,6 +525,11 @@ private:
         const Model m = model(group, name);
         const pimsmd::SourceEntry *entry = lab_.trees.find(addr(group.c_str()), addr(name.c_str()));
         const std::string to = asked(name, group);
+        NaiveRegister &registering = registers_[{group, name}];
+
+        registering.could(could_register(m) && !lab_.is_rp);
+        EXPECT_EQ((lab_.nulls[{group, name}]), registering.nulls());
+        EXPECT_EQ(entry != nullptr && entry->registers_to().has_value(), registering.registers());
         const std::string over_rp = asked(address_text(TreeLab::rp()), group);
         const bool same =
             lab_.routes[name].link == lab_.routes[address_text(TreeLab::rp())].link &&
@@ -468,6 +556,7 @@ private:
         EXPECT_EQ(entry->view().inherited_olist(), bits(inherited_source(m)));
         EXPECT_EQ(entry->view().could_assert(), bits(could_assert_source(m)));
         EXPECT_EQ(entry->view().could_register(), could_register(m));
+        EXPECT_EQ(entry->view().hosts() != 0, has_hosts(m));
         EXPECT_EQ(entry->machine.joined(), join_desired_source(m));
         for (const auto &[link, on] : entry->links) {
             const auto state = on->assertion.state();
@@ -515,6 +604,7 @@ private:
     TreeLab lab_;
     std::map<std::string, GroupInputs> inputs_;
     std::set<unsigned> dr_;
+    std::map<std::pair<std::string, std::string>, NaiveRegister> registers_;
     std::map<std::pair<std::string, std::string>, pimsmd::Links> told_;
     std::set<std::string> unsure_;
 };
