@@ -42,7 +42,9 @@ namespace pimsmd
     ROW(RegisterRate, "dropped_register_rate")                                                               \
     ROW(StopRate, "held_register_stops")                                                                     \
     ROW(OtherRp, "ignored_other_rp")                                                                         \
-    ROW(GroupRange, "ignored_group_range")
+    ROW(GroupRange, "ignored_group_range")                                                                   \
+    ROW(RpLimit, "refused_rp_limit")                                                                         \
+    ROW(RpShare, "refused_rp_share")
 
 MCASTD_COUNTS(PIMSMD_COUNTERS)
 
