@@ -15,8 +15,7 @@
 #ifndef DAEMONS_PIMSMD_DOWNSTREAM_H
 #define DAEMONS_PIMSMD_DOWNSTREAM_H
 
-#include "daemons/pimsmd/machine.h"
-#include "daemons/pimsmd/ms_timer.h"
+#include "daemons/pimsmd/asked_runner.h"
 
 namespace pimsmd::downstream
 {
@@ -29,15 +28,8 @@ constexpr size_t EVENTS = 4;
 
 inline constexpr const char *STATE_NAMES[STATES] = {"NoInfo", "Join", "PrunePending"};
 
-// Of timers: expiry, with the holdtime of the message when that is later, and prune-pending.
-enum Action : Actions {
-    START_EXPIRY = 1,
-    PROLONG_EXPIRY = 2,
-    STOP_EXPIRY = 4,
-    START_PRUNE_PENDING = 8,
-    STOP_PRUNE_PENDING = 16,
-    ECHO_PRUNE = 32, // where the link has more than one neighbour
-};
+// Beside those of timers: where the link has more than one neighbour.
+constexpr Actions ECHO_PRUNE = OTHER_ACTION;
 
 constexpr auto JOIN = State::Join;
 constexpr auto NO_INFO = State::NoInfo;
@@ -72,17 +64,11 @@ protected:
     ~Owner() = default;
 };
 
-// What a Join says, or how long a Prune waits.
-struct Asked {
-    uint16_t holdtime_s = 0;
-    uint32_t delay_ms = 0;
-};
-
 // The machine of one entry on one link, with its timers.
-class Runner final : public pimsmd::Runner<Table, Owner, Asked>
+class Runner final : public AskedRunner<Table, Owner>
 {
 public:
-    Runner(MsQueue &queue, Owner &owner) : pimsmd::Runner<Table, Owner, Asked>(TABLE, queue, owner)
+    Runner(MsQueue &queue, Owner &owner) : AskedRunner<Table, Owner>(TABLE, queue, owner)
     {
     }
 
@@ -108,8 +94,6 @@ private:
     void act(State before, Actions actions, const Asked &asked) override;
 
     bool echoes_ = false; // the pending Prune waited for others
-    MsTimer expiry_;
-    MsTimer pending_;
 };
 
 } // namespace pimsmd::downstream

@@ -7,26 +7,7 @@ namespace rpt_downstream
 
 void Runner::act(State before, Actions actions, const Asked &asked)
 {
-    if ((actions & START_EXPIRY) != 0) {
-        hold<Event::Expired>(expiry_, asked.holdtime_s);
-    }
-    if ((actions & PROLONG_EXPIRY) != 0) {
-        hold_longer(queue_, expiry_, asked.holdtime_s);
-    }
-    if ((actions & STOP_EXPIRY) != 0) {
-        queue_.stop(expiry_);
-    }
-    if ((actions & STOP_PRUNE_PENDING) != 0) {
-        queue_.stop(pending_);
-    }
-    if ((actions & START_PRUNE_PENDING) != 0) {
-        if (asked.delay_ms == 0) {
-            happen(Event::PrunePendingOver);
-            return;
-        }
-        start<Event::PrunePendingOver>(pending_, asked.delay_ms);
-    }
-    if (prunes() != is_prune(before)) {
+    if (act_on_timers(actions, asked) && prunes() != is_prune(before)) {
         owner_.changed(*this);
     }
 }

@@ -19,8 +19,7 @@
 #ifndef DAEMONS_PIMSMD_RPT_PRUNE_H
 #define DAEMONS_PIMSMD_RPT_PRUNE_H
 
-#include "daemons/pimsmd/machine.h"
-#include "daemons/pimsmd/ms_timer.h"
+#include "daemons/pimsmd/asked_runner.h"
 
 namespace pimsmd::rpt_downstream
 {
@@ -33,14 +32,6 @@ constexpr size_t EVENTS = 6;
 
 inline constexpr const char *STATE_NAMES[STATES] = {"NoInfo", "Prune", "PrunePending", "PruneTmp",
                                                     "PrunePendingTmp"};
-
-enum Action : Actions {
-    START_EXPIRY = 1,
-    PROLONG_EXPIRY = 2,
-    START_PRUNE_PENDING = 4,
-    STOP_EXPIRY = 8,
-    STOP_PRUNE_PENDING = 16,
-};
 
 constexpr auto NO_INFO = State::NoInfo;
 constexpr auto PRUNE = State::Prune;
@@ -81,17 +72,11 @@ protected:
     ~Owner() = default;
 };
 
-// What a Prune says, and how long it waits.
-struct Asked {
-    uint16_t holdtime_s = 0;
-    uint32_t delay_ms = 0;
-};
-
 // The machine of one source on one link, with its timers.
-class Runner final : public pimsmd::Runner<Table, Owner, Asked>
+class Runner final : public AskedRunner<Table, Owner>
 {
 public:
-    Runner(MsQueue &queue, Owner &owner) : pimsmd::Runner<Table, Owner, Asked>(TABLE, queue, owner)
+    Runner(MsQueue &queue, Owner &owner) : AskedRunner<Table, Owner>(TABLE, queue, owner)
     {
     }
 
@@ -125,9 +110,6 @@ private:
         return state == State::Prune || state == State::PruneTmp;
     }
     void act(State before, Actions actions, const Asked &asked) override;
-
-    MsTimer expiry_;
-    MsTimer pending_;
 };
 
 } // namespace pimsmd::rpt_downstream

@@ -108,7 +108,7 @@ TEST(PimMachines, DownstreamRptIsThatOfTheRfc)
     expect_transcript(
         pimsmd::rpt_downstream::TABLE, {"NI", "P", "PP", "P'", "PP'"},
         {"Join(*,G)", "Join(S,G,rpt)", "Prune(S,G,rpt)", "end of message", "PPT expires", "ET expires"},
-        {"start ET", "restart ET", "start PPT", "cancel ET", "cancel PPT"},
+        {"start ET", "restart ET", "cancel ET", "start PPT", "cancel PPT"},
         {
             "NI  | Join(*,G)      | -",
             "NI  | Join(S,G,rpt)  | -",
@@ -361,11 +361,9 @@ TEST(PimMachines, AssertOfAGroupIsThatOfTheRfc)
 TEST(PimMachines, AStepChangesTheStateAndSaysWhatIsToBeDone)
 {
     auto state = pimsmd::downstream::State::NoInfo;
-    EXPECT_EQ(pimsmd::downstream::TABLE.step(state, pimsmd::downstream::Event::Join),
-              pimsmd::downstream::START_EXPIRY);
+    EXPECT_EQ(pimsmd::downstream::TABLE.step(state, pimsmd::downstream::Event::Join), pimsmd::START_EXPIRY);
     EXPECT_EQ(state, pimsmd::downstream::State::Join);
-    EXPECT_EQ(pimsmd::downstream::TABLE.step(state, pimsmd::downstream::Event::Join),
-              pimsmd::downstream::PROLONG_EXPIRY);
+    EXPECT_EQ(pimsmd::downstream::TABLE.step(state, pimsmd::downstream::Event::Join), pimsmd::PROLONG_EXPIRY);
     EXPECT_EQ(state, pimsmd::downstream::State::Join);
 }
 
