@@ -44,7 +44,16 @@ namespace pimsmd
     ROW(OtherRp, "ignored_other_rp")                                                                         \
     ROW(GroupRange, "ignored_group_range")                                                                   \
     ROW(RpLimit, "refused_rp_limit")                                                                         \
-    ROW(RpShare, "refused_rp_share")
+    ROW(RpShare, "refused_rp_share")                                                                         \
+    ROW(BootstrapSender, "dropped_bootstrap_sender")                                                         \
+    ROW(BootstrapOwn, "dropped_bootstrap_own")                                                               \
+    ROW(BootstrapZone, "ignored_bootstrap_zone")                                                             \
+    ROW(BootstrapLate, "dropped_bootstrap_late")                                                             \
+    ROW(BootstrapRpf, "dropped_bootstrap_rpf")                                                               \
+    ROW(BootstrapIncomplete, "bootstrap_incomplete_ranges")                                                  \
+    ROW(BootstrapKept, "refused_bootstrap_pieces")                                                           \
+    ROW(CandidateNotBsr, "ignored_candidate_rp")                                                             \
+    ROW(RpRangeKind, "ignored_rp_range_kind")
 
 MCASTD_COUNTS(PIMSMD_COUNTERS)
 
