@@ -53,7 +53,7 @@ public:
     // The received message to all links with neighbours, the one on which it came included, as it is but for the checksum.
     virtual void forward(const Bootstrap &message) = 0;
 
-    // A Bootstrap to all links with neighbours: as many messages as it takes, in pieces that fit the links.
+    // A Bootstrap to all links with neighbours: as many messages as it takes (bsr_pieces.h).
     virtual void send_bootstrap(const Bootstrap &message, std::span<const BootstrapRangeOut> ranges) = 0;
 
     // The same as unicast to a new neighbour.
