@@ -28,8 +28,9 @@ class Member:
         self.log = open(self.path, "w")
         self.process = subprocess.Popen(router.words(os.path.join(PROGRAMS, "member_client"), family), text=True,
                                         stdin=subprocess.PIPE, stdout=self.log, stderr=self.log)
+        wait_for(self.lines, "the member's channel")
         self.done = 0
-        self.read = 0
+        self.read = 1
 
     def lines(self):
         with open(self.path) as log:

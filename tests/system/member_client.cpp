@@ -1,7 +1,6 @@
 /*
- * A member of the MRIB for the system tests: it opens the member channel of the family in its argument,
- * prints the type of every record that it is sent, one a line, and obeys commands from standard input, one a
- * line:
+ * A member of the MRIB for the system tests: it opens the member channel of the family in its argument, prints "open",
+ * then the type of every record that it is sent, one a line, and obeys commands from standard input, one a line:
  *
  *     add MASK, remove MASK       changes the events it is registered for
  *     ask TYPE                    sends a request
@@ -113,6 +112,7 @@ int main(int argc, char **argv)
         std::cerr << "cannot connect to mribd\n";
         return EXIT_FAILURE;
     }
+    std::cout << "open" << std::endl;
     HOST_LoopRun(the_loop);
     MBR_LIB_Fini(family);
     HOST_LoopDestroy(the_loop);
