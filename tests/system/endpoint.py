@@ -8,9 +8,9 @@ The sender writes into each packet its number and the time, on the machine's mon
 times a second while packets arrive, one JSON object: packets by source address; as "repeated" how many bore a number
 that had come before from their source, if any did, and as "repeated_sent" when the last of them was sent; as "newest_sent"
 when the newest packet was; as "missed" how many numbers were left out between the first and the last of a source, if
-any were. With a source it joins that source only. On
-SIGTERM it leaves by closing its socket. join is for many groups: it joins COUNT of them from GROUP on, says so, and
-takes no packets.
+any were, and as "first_missed" how many of each source came in a row before the first of them. With a source it joins
+that source only. On SIGTERM it leaves by closing its socket. join is for many groups: it joins COUNT of them from GROUP
+on, says so, and takes no packets.
 """
 
 import argparse
@@ -55,15 +55,22 @@ def send(arguments):
         if arguments.source and family_of(arguments.source) == endpoint.family:
             endpoint.bind((arguments.source, 0))
         sockets.append((endpoint, (group, arguments.port)))
-    number = 0
+    numbers = dict.fromkeys(arguments.address, 1)
     while True:
-        number += 1
         for endpoint, target in sockets:
+            group = target[0]
             try:
-                endpoint.sendto(b"sent %.6f packet %d" % (time.monotonic(), number), target)
+                endpoint.sendto(b"sent %.6f packet %d" % (time.monotonic(), numbers[group]), target)
+                numbers[group] += 1
             except OSError:
                 pass  # the interface may be down just now
         time.sleep(1.0 / arguments.rate)
+
+
+def first_gap(numbers):
+    """How many numbers came in a row before the first that did not."""
+    first = min(numbers)
+    return next(number - first for number in range(first, max(numbers) + 2) if number not in numbers)
 
 
 def receive(arguments):
@@ -105,6 +112,7 @@ def receive(arguments):
             missed = sum(max(numbers) - min(numbers) + 1 - len(numbers) for numbers in flows.values())
             if missed:
                 counts["missed"] = missed
+                counts["first_missed"] = [first_gap(numbers) for numbers in flows.values()]
             print(json.dumps(counts), flush=True)
             printed = now
 

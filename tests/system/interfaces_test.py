@@ -27,7 +27,7 @@ class Interfaces(unittest.TestCase):
     def tearDownClass(cls):
         for receiver in cls.steady:
             receiver.grows()
-            assert receiver.missed() == 0, f"{receiver.missed()} packets missed on a link that nothing happened to"
+            assert receiver.missed() == 0, f"packets missed on a link that nothing happened to: {receiver.said()}"
         cls.network.assert_healthy()
 
     def served(self, host, groups=(GROUP4, GROUP6)):
