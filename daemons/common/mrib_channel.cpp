@@ -12,7 +12,9 @@
 
 #include <cerrno>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <utility>
+#include <linux/sockios.h>
 
 #include "daemons/common/log.h"
 #include "daemons/common/memory.h"
@@ -212,6 +214,12 @@ void MribChannel::flush()
 uint32_t MribChannel::pending() const
 {
     return read_backlog().messages;
+}
+
+uint32_t MribChannel::unread() const
+{
+    int bytes = 0;
+    return connected_ && ioctl(socket_, SIOCOUTQ, &bytes) == 0 ? static_cast<uint32_t>(bytes) : 0;
 }
 
 } // namespace mcastd

@@ -69,6 +69,8 @@ public:
     }
     // Messages that wait for the socket.
     uint32_t pending() const;
+    // Bytes in the socket that the MRIB process has not read, with what the kernel adds to each message; 0 without one.
+    uint32_t unread() const;
 
 private:
     static uint64_t on_connected(int32_t socket);

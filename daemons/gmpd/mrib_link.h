@@ -79,7 +79,7 @@ public:
     // Whether so much waits that what is told from now on would come late.
     bool behind() const
     {
-        return pending() > FEW_MESSAGES;
+        return channel_.unread() > FEW_BYTES || pending() > 0;
     }
 
     // Membership changes that wait for the process to be no longer busy.
@@ -89,9 +89,9 @@ public:
     }
 
 private:
-    // Some 250 membership changes beside those in the socket. A join stands behind all of them, and the MRIB process
-    // does other work between them.
-    static constexpr uint32_t FEW_MESSAGES = 8;
+    // Some 450 membership changes, as full messages take in the kernel. A join stands behind all of them, and the MRIB
+    // process does other work between them; the socket holds six times as many.
+    static constexpr uint32_t FEW_BYTES = 32 * 1024;
 
     bool can_tell() const
     {

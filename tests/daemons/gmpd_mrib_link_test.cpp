@@ -195,6 +195,25 @@ TEST_F(GmpdMribLink, ChangesGoOutWithTheFlush)
     EXPECT_EQ(peer.records(), "13 1=0");
 }
 
+TEST_F(GmpdMribLink, AProcessIsBehindUntilItHasReadMostOfWhatTheSocketHolds)
+{
+    Peer peer;
+    const Address group = lab->group(1);
+    ASSERT_TRUE(link->open());
+    link->flush();
+    EXPECT_FALSE(link->behind()) << "what is in the socket is little";
+    peer.accept_one();
+    peer.records();
+    for (int change = 0; change < 1000; ++change) {
+        link->tell_member(*lab->interface, group, nullptr, change % 2 == 0, false);
+    }
+    link->flush();
+    EXPECT_EQ(link->pending(), 0u) << "the socket takes it all";
+    EXPECT_TRUE(link->behind());
+    peer.records();
+    EXPECT_FALSE(link->behind());
+}
+
 TEST_F(GmpdMribLink, AMissingProcessIsTriedEverySecond)
 {
     ASSERT_TRUE(link->open()) << "that nobody listens is no failure";

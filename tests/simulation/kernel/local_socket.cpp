@@ -3,6 +3,8 @@
 #include <arpa/inet.h>
 #include <bit>
 #include <cstring>
+#include <sys/ioctl.h>
+#include <linux/sockios.h>
 
 #include "daemons/common/control_message.h"
 #include "daemons/common/services.h"
@@ -209,6 +211,15 @@ ssize_t LocalSocket::send(const void *bytes, size_t size)
 ssize_t LocalSocket::receive(void *buffer, size_t size, int flags, sockaddr *)
 {
     return end_ == nullptr ? -ENOTCONN : end_->receive(buffer, size, flags);
+}
+
+int LocalSocket::control(unsigned long request, void *argument)
+{
+    if (request != SIOCOUTQ) {
+        return -EINVAL;
+    }
+    *static_cast<int *>(argument) = end_ != nullptr ? static_cast<int>(end_->in_flight()) : 0;
+    return 0;
 }
 
 int LocalSocket::shutdown(int how)

@@ -35,6 +35,11 @@ public:
     uint32_t ready() const;
     ssize_t send(const void *bytes, size_t size);
     ssize_t receive(void *buffer, size_t size, int flags);
+    // What this end sent and the other one has not read, as the kernel charges it.
+    size_t in_flight() const
+    {
+        return in_flight_;
+    }
     // As by shutdown: the other end reads to the end, and may go on sending.
     void stop_sending();
     // As by shutdown of both directions.
@@ -46,10 +51,10 @@ private:
     size_t longest_ = 0;
     std::weak_ptr<LocalEnd> peer_;
     std::deque<Bytes> queue_; // to be read here
-    size_t in_flight_ = 0;    // what this end sent and the other has not read
-    bool closed_ = false;     // the other one
-    bool ended_ = false;      // the other one sends no more
-    bool reset_ = false;      // it left something unread, which is not told yet
+    size_t in_flight_ = 0;
+    bool closed_ = false; // the other one
+    bool ended_ = false;  // the other one sends no more
+    bool reset_ = false;  // it left something unread, which is not told yet
 };
 
 class LocalSocket;
@@ -77,6 +82,7 @@ public:
     ssize_t send(const void *bytes, size_t size) override;
     ssize_t receive(void *buffer, size_t size, int flags, sockaddr *from) override;
     int shutdown(int how) override;
+    int control(unsigned long request, void *argument) override;
 
 private:
     Machine &machine_;

@@ -114,8 +114,7 @@ void Oracle::delivered(const Link &link, const Machine &by, const Datum &datum)
     }
     for (Packet &packet : packets_[datum.flow]) {
         if (packet.number == datum.number && !packet.seen.insert(link.name).second &&
-            comes_twice_for_long(flow, link, packet) &&
-            disturbances.excused_until() <= packet.when) {
+            comes_twice_for_long(flow, link, packet) && disturbances.excused_until() <= packet.when) {
             broken(Rule::Missed, flow.name + ": packet " + std::to_string(datum.number) + " came twice to " +
                                      link.name + ", now by " + by.name);
         }

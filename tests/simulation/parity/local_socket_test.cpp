@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <linux/sockios.h>
 
 #include "tests/simulation/parity/both_kernels.h"
 
@@ -44,6 +46,27 @@ TEST(LocalSocketParity, KeepMessagesAndSayWhoListens)
         diary.note("send", calls.send(pair.other, "1234567", 7, 0));
         diary.note("true size", calls.recv(pair.one, text, 3, MSG_TRUNC));
         diary.note("connected already", calls.to_port(calls.connect, pair.one, 2182));
+    });
+}
+
+TEST(LocalSocketParity, CountsWhatIsNotReadYet)
+{
+    compare([](const Calls &calls, Diary &diary) {
+        static char message[1400];
+        int unread = -1;
+        const Pair pair = connect_pair(calls, diary);
+        for (const size_t size : {1u, 100u, 1400u, 1400u}) {
+            calls.send(pair.one, message, size, 0);
+            diary.note("asked", calls.ioctl(pair.one, SIOCOUTQ, &unread));
+            diary.note("unread", unread);
+        }
+        calls.recv(pair.other, message, sizeof(message), 0);
+        calls.ioctl(pair.one, SIOCOUTQ, &unread);
+        diary.note("less", unread);
+        diary.note("the other end", calls.ioctl(pair.other, SIOCOUTQ, &unread));
+        diary.note("sent nothing", unread);
+        diary.note("a listener", calls.ioctl(pair.listener, SIOCOUTQ, &unread));
+        diary.note("has sent nothing", unread);
     });
 }
 
