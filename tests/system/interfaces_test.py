@@ -19,6 +19,8 @@ class Interfaces(unittest.TestCase):
         cls.network = Network(gmpd_options=("--last-member-interval", "1", "--query-interval", "3",
                                             "--query-response-interval", "1"))
         cls.sender = Sender(cls.network.hosts["source"], "eth0", [GROUP4, GROUP6])
+        # The kernel keeps few packets of a flow for which there is no entry yet, and drops those that follow.
+        wait_for(lambda: cls.network.mribd.status().count("  entry (") == 2, "entries of both flows")
         cls.steady = [Receiver(cls.network.hosts["red"], "eth0", group) for group in (GROUP4, GROUP6)]
         for receiver in cls.steady:
             receiver.grows()
