@@ -100,7 +100,7 @@ TEST_F(StatusFileWrite, InPartsIsThereWhenItIsWhole)
     mcastd::StatusOutput output(reactor);
     int made = 0;
     output.write(path_, [&made](std::string *text) {
-        *text += "part " + std::to_string(++made) + "\n";
+        *text += "piece " + std::to_string(++made) + "\n";
         return made < 3;
     });
     EXPECT_EQ(made, 1);
@@ -113,7 +113,7 @@ TEST_F(StatusFileWrite, InPartsIsThereWhenItIsWhole)
     EXPECT_FALSE(output.busy());
     EXPECT_FALSE(output.go_on());
     EXPECT_EQ(made, 3);
-    EXPECT_EQ(content(), "part 1\npart 2\npart 3\n");
+    EXPECT_EQ(content(), "piece 1\npiece 2\npiece 3\n");
     EXPECT_EQ(names(), std::vector<std::string>{"status"});
 }
 
