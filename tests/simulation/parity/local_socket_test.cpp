@@ -70,6 +70,19 @@ TEST(LocalSocketParity, CountsWhatIsNotReadYet)
     });
 }
 
+TEST(LocalSocketParity, HandAnEmptyMessageOver)
+{
+    compare([](const Calls &calls, Diary &diary) {
+        char text[16];
+        const Pair pair = connect_pair(calls, diary);
+        diary.note("send nothing", calls.send(pair.one, text, 0, 0));
+        diary.note("send", calls.send(pair.one, "1", 1, 0));
+        diary.note("empty", calls.recv(pair.other, text, sizeof(text), 0));
+        diary.note("next", calls.recv(pair.other, text, sizeof(text), 0));
+        diary.note("nothing to read", calls.recv(pair.other, text, sizeof(text), 0));
+    });
+}
+
 TEST(LocalSocketParity, TellsTheEndOfItsPeer)
 {
     compare([](const Calls &calls, Diary &diary) {
