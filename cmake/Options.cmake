@@ -14,6 +14,11 @@ if(MCAST_SANITIZE)
   target_compile_options(mcast_options INTERFACE -fsanitize=${MCAST_SANITIZE} -fno-sanitize=vptr -fno-omit-frame-pointer
                                                  -fno-sanitize-recover=all)
   target_link_options(mcast_options INTERFACE -fsanitize=${MCAST_SANITIZE})
+  # Programs with sanitizers are large, and there are a hundred of them: this linker takes a fraction of the time.
+  find_program(MCAST_LLD ld.lld)
+  if(MCAST_LLD AND CMAKE_CXX_COMPILER_ID MATCHES Clang)
+    target_link_options(mcast_options INTERFACE -fuse-ld=lld)
+  endif()
 endif()
 if(MCAST_FUZZ)
   # Coverage for the fuzzers, of the library's code as well as of the targets.
@@ -68,8 +73,8 @@ function(mcast_precompile_test_headers program)
   endif()
 endfunction()
 
-# mcast_bundle(TARGET): sources of this folder that share no names are compiled as one (see bundles.py), which takes less
-# than half of the time. They still build one by one: MCAST_BUNDLE=OFF.
+# mcast_bundle(TARGET [ALONE...]): sources of this folder that share no names are compiled as one (see bundles.py), which
+# takes less than half of the time, but for those named. They still build one by one: MCAST_BUNDLE=OFF.
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 function(mcast_bundle target)
   if(NOT MCAST_BUNDLE OR MCAST_FUZZ OR CMAKE_BUILD_TYPE STREQUAL Debug)
@@ -77,6 +82,8 @@ function(mcast_bundle target)
   endif()
   get_target_property(sources ${target} SOURCES)
   list(FILTER sources INCLUDE REGEX "^${CMAKE_CURRENT_SOURCE_DIR}/.*\\.cpp$")
+  list(TRANSFORM ARGN PREPEND "${CMAKE_CURRENT_SOURCE_DIR}/" OUTPUT_VARIABLE alone)
+  list(REMOVE_ITEM sources ${alone})
   # What a change of a source makes of its bundle is known only when the bundles are made anew.
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/bundles.py ${sources})
   execute_process(COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/cmake/bundles.py ${sources}
@@ -96,6 +103,6 @@ endfunction()
 # The same where only sanitizers run: the other builds show what a source forgot to include.
 function(mcast_bundle_sanitized target)
   if(MCAST_SANITIZE)
-    mcast_bundle(${target})
+    mcast_bundle(${target} ${ARGN})
   endif()
 endfunction()
