@@ -14,10 +14,11 @@ if(MCAST_SANITIZE)
   target_compile_options(mcast_options INTERFACE -fsanitize=${MCAST_SANITIZE} -fno-sanitize=vptr -fno-omit-frame-pointer
                                                  -fno-sanitize-recover=all)
   target_link_options(mcast_options INTERFACE -fsanitize=${MCAST_SANITIZE})
-  # Programs with sanitizers are large, and there are a hundred of them: this linker takes a fraction of the time.
+  # Programs with sanitizers are large, and there are a hundred of them: this linker takes a fraction of the time. Of shared
+  # objects it keeps the names of wrapped calls, which looks as if they imported them.
   find_program(MCAST_LLD ld.lld)
   if(MCAST_LLD AND CMAKE_CXX_COMPILER_ID MATCHES Clang)
-    target_link_options(mcast_options INTERFACE -fuse-ld=lld)
+    target_link_options(mcast_options INTERFACE $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-fuse-ld=lld>)
   endif()
 endif()
 if(MCAST_FUZZ)
