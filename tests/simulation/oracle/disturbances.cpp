@@ -69,6 +69,12 @@ bool Disturbances::may_be_unheard(Ns changed) const
            world_->kernel.clock.now() < takeover_ + timing_.response + UNREPEATED;
 }
 
+bool Disturbances::may_be_unanswered(Ns asked) const
+{
+    return takeover_ >= asked && takeover_ < asked + timing_.response + UNREPEATED &&
+           world_->kernel.clock.now() < takeover_ + timing_.response + UNREPEATED;
+}
+
 bool Disturbances::has_standby(const DaemonPlan &plan) const
 {
     if (plan.daemon != "gmpd" || timing_.hold == 0) {

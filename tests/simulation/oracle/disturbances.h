@@ -74,6 +74,8 @@ public:
     }
     // Whether what a host wanted from then on may still be unknown, because a gmpd took over just then.
     bool may_be_unheard(Ns changed) const;
+    // Whether what hosts answered to a question of then may be unknown, because a gmpd took over meanwhile.
+    bool may_be_unanswered(Ns asked) const;
     // Until when wanted packets may be missed; for ever while something lasts.
     Ns excused_until() const;
     // The time that daemons could not run.

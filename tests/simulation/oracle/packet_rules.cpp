@@ -29,10 +29,14 @@ bool Oracle::is_heard(const Machine &machine, const Link &link, const Datum &dat
     const Ns now = world_->kernel.clock.now();
     const Agent *agent = world_->agent_for(machine, link);
     const Ns asked = disturbances.timing().response + 2 * SETTLED; // after a user is there
+    const auto is_user_for_long = [&](const Host &host) {
+        const Ns changed = agent->changed(host);
+        return agent->permits(host, datum.source, datum.group) && now - changed > asked &&
+               !disturbances.may_be_unanswered(changed);
+    };
     return std::any_of(link.hosts.begin(), link.hosts.end(), [&](const Host *host) {
         const Ns changed = host->changed(datum.group);
-        const bool is_permitted = agent == nullptr || (agent->permits(*host, datum.source, datum.group) &&
-                                                       now - agent->changed(*host) > asked);
+        const bool is_permitted = agent == nullptr || is_user_for_long(*host);
         const Ns since = host->wanted_since(datum.source, datum.group);
         return is_permitted && since != NEVER && now - since > SETTLED &&
                !disturbances.may_be_unheard(changed);
