@@ -232,7 +232,6 @@ void Oracle::check_rest()
             check_entries(*machine, table);
         }
     }
-    check_leftovers();
     check_tables();
     check_vifs();
     check_users();
@@ -241,6 +240,7 @@ void Oracle::check_rest()
     check_msdp();
     check_limits();
     counts_.counters += counters_.check(*world_);
+    check_leftovers(); // after the questions: what an answer needs is made for the first one, and kept
 }
 
 } // namespace sim
