@@ -127,6 +127,7 @@ public:
         uint64_t sent = 0;
     };
     std::map<uint32_t, Traffic> traffic;
+    uint64_t routing_sockets = 0; // opened so far
     size_t descriptor_limit = 1024;
 
     // For the scheduler.

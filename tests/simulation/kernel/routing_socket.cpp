@@ -34,6 +34,7 @@ Address address_of(const sockaddr_in6 &name)
 RoutingSocket::RoutingSocket(Process &process, int family)
     : process_(process), machine_(process.machine()), family_(family)
 {
+    ++process.routing_sockets;
 }
 
 RoutingSocket::~RoutingSocket()

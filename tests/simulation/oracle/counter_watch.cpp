@@ -139,19 +139,18 @@ void CounterWatch::check_packets(Machine &machine, const Process &process, const
 void CounterWatch::check_reports(Machine &machine, const Process &process, const Seen &before,
                                  const Seen &now, int family)
 {
+    if (before.reports.size() != now.reports.size() || before.routing_sockets != now.routing_sockets) {
+        return; // an instance came or went, or both, and what it was told is not known
+    }
     uint64_t told = 0;
     for (const auto &[socket, reports] : now.reports) {
-        const auto same = before.reports.find(socket);
-        if (same == before.reports.end()) {
-            return; // an instance came or went
-        }
-        told += reports.first == family ? reports.second - same->second.second : 0;
+        told += reports.first == family ? reports.second - before.reports.at(socket).second : 0;
     }
     const auto grown = [&](const char *name) {
         return value_of(now.counters, family, name) - value_of(before.counters, family, name);
     };
     ++compared_;
-    if (before.reports.size() == now.reports.size() && told != grown("upcalls") + grown("upcalls_lost")) {
+    if (told != grown("upcalls") + grown("upcalls_lost")) {
         broken(machine, process,
                "was told of " + std::to_string(told) + " new sources and counted " +
                    std::to_string(grown("upcalls")) + ", and " + std::to_string(grown("upcalls_lost")) +
@@ -171,6 +170,7 @@ void CounterWatch::check_port(Machine &machine, uint16_t port)
     now.life = process->lives();
     now.counters = std::move(*counters);
     now.traffic = process->traffic;
+    now.routing_sockets = process->routing_sockets;
     for (const auto &file : process->files()) {
         if (const auto *socket = dynamic_cast<const RoutingSocket *>(file.get())) {
             now.reports[file] = {socket->family(), socket->told()};

@@ -34,6 +34,7 @@ private:
         std::map<uint32_t, std::weak_ptr<File>> ears; // the sockets that hear the interfaces
         // Of the routing sockets that are open: the family and how many reports they had.
         std::map<std::weak_ptr<File>, std::pair<int, uint64_t>, std::owner_less<>> reports;
+        uint64_t routing_sockets = 0;
     };
 
     void check_port(Machine &machine, uint16_t port);
