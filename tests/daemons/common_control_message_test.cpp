@@ -60,6 +60,25 @@ TEST(ControlMessage, ReplyHasTheDocumentedBytes)
     EXPECT_EQ(writer.finish(ControlStatus::BadValue, 2, "no"), expected);
 }
 
+TEST(ControlMessage, EveryOperationAndStatusHasItsNumber)
+{
+    constexpr size_t NUMBER = 3; // where it is
+    uint8_t number = 1;
+    for (const auto operation : {ControlOperation::Get, ControlOperation::GetNext, ControlOperation::Set,
+                                 ControlOperation::Command}) {
+        ControlRequest request;
+        request.operation = operation;
+        EXPECT_EQ(encode(request)[NUMBER], number++);
+    }
+    number = 0;
+    for (const auto status :
+         {ControlStatus::Done, ControlStatus::NoEntry, ControlStatus::EndOfTable, ControlStatus::Malformed,
+          ControlStatus::UnknownOperation, ControlStatus::UnknownTable, ControlStatus::UnknownSetting,
+          ControlStatus::BadValue, ControlStatus::Failed}) {
+        EXPECT_EQ(ControlReplyWriter(1).finish(status, 0, "")[NUMBER], number++);
+    }
+}
+
 TEST(ControlMessage, EveryTypeSurvivesTheWay)
 {
     ControlRequest request;
