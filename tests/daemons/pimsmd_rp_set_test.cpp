@@ -275,6 +275,21 @@ TEST(PimRpSet, RangesAndRpsHaveLimitsAndShares)
     EXPECT_EQ(lab.counters[Count::RpShare], 1u);
 }
 
+TEST(PimRpSet, ManyRpsAreWarnedOfOnce)
+{
+    RpLab lab(MCAST_FAMILY_IPV4, {100, 10, 100});
+    mcastd::log_open("pimsmd", mcastd::LogLevel::Warning);
+    testing::internal::CaptureStderr();
+    std::vector<BootstrapRp> rps;
+    for (const char *address : {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4", "10.0.0.5", "10.0.0.6",
+                                "10.0.0.7", "10.0.0.8", "10.0.0.9", "10.0.0.10"}) {
+        rps.push_back(rp(address));
+        lab.learn("239.0.0.0/8", rps);
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "pimsmd: warning: RPs of group ranges: 9 of at most 10\n");
+}
+
 TEST(PimRpSet, ARangeHasNoMoreRpsThanAMessageCanCount)
 {
     RpLab lab;

@@ -104,6 +104,19 @@ TEST(PimTree, TheSourceIsPrunedOffTheSharedTreeWhenItsOwnWorks)
               (Sent{"prune 0 10.0.0.10 239.1.1.1 192.0.2.1", "join 1 10.0.1.10 239.1.1.1 192.0.2.1 rpt"}));
 }
 
+TEST(PimTree, ASourceIsNotTakenBackOnASharedTreeThatIsLeft)
+{
+    Router router;
+    router.asks(2, STAR, true);
+    router.asks(2, OF_SOURCE, true);
+    router.packet(0);
+    router.lab.taken();
+    router.asks(2, STAR, false);
+    EXPECT_EQ(router.lab.taken(), Sent{"prune 1 10.0.1.10 239.1.1.1 *"});
+    router.asks(2, OF_SOURCE, false);
+    EXPECT_EQ(router.lab.taken(), Sent{"prune 0 10.0.0.10 239.1.1.1 192.0.2.1"});
+}
+
 TEST(PimTree, ARouteThatChangesMovesJoinsWithTheirPrunes)
 {
     Router router;
