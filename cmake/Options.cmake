@@ -75,7 +75,8 @@ function(mcast_precompile_test_headers program)
 endfunction()
 
 # mcast_bundle(TARGET [ALONE...]): sources of this folder that share no names are compiled as one (see bundles.py), which
-# takes less than half of the time, but for those named. They still build one by one: MCAST_BUNDLE=OFF.
+# takes less than half of the time, but for those named. They build one by one with MCAST_BUNDLE=OFF and in
+# the debug preset, which shows what a source forgot to include.
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 function(mcast_bundle target)
   if(NOT MCAST_BUNDLE OR MCAST_FUZZ OR CMAKE_BUILD_TYPE STREQUAL Debug)
@@ -98,12 +99,5 @@ function(mcast_bundle target)
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     # It takes a source in a bundle for a header.
     target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
-  endif()
-endfunction()
-
-# The same where only sanitizers run: the other builds show what a source forgot to include.
-function(mcast_bundle_sanitized target)
-  if(MCAST_SANITIZE)
-    mcast_bundle(${target} ${ARGN})
   endif()
 endfunction()
