@@ -80,7 +80,7 @@ function(mcast_install_program program section)
   endif()
 endfunction()
 
-foreach(daemon mribd gmpd msdpd)
+foreach(daemon mribd gmpd msdpd pimsmd)
   mcast_install_program(${daemon} 8)
 endforeach()
 foreach(tool mcastctl uagent)

@@ -18,6 +18,8 @@ constexpr uint64_t SERVICE_MRIBD = 1;
 constexpr uint64_t SERVICE_GMPD_IPV4 = 2;
 constexpr uint64_t SERVICE_GMPD_IPV6 = 3;
 constexpr uint64_t SERVICE_MSDPD = 4;
+constexpr uint64_t SERVICE_PIMSMD_IPV4 = 5;
+constexpr uint64_t SERVICE_PIMSMD_IPV6 = 6;
 
 constexpr uint16_t CONTROL_PORT_MRIBD = 2201;
 constexpr uint16_t CONTROL_PORT_GMPD_IPV4 = 2202;
@@ -27,6 +29,9 @@ constexpr uint16_t CONTROL_PORT_MSDPD = 2204;
 // Where standbys of a gmpd hear what the active one knows.
 constexpr uint16_t BACKUP_PORT_GMPD_IPV4 = 2205;
 constexpr uint16_t BACKUP_PORT_GMPD_IPV6 = 2206;
+
+constexpr uint16_t CONTROL_PORT_PIMSMD_IPV4 = 2207;
+constexpr uint16_t CONTROL_PORT_PIMSMD_IPV6 = 2208;
 
 struct RouterDaemon {
     const char *name;
@@ -41,6 +46,8 @@ inline constexpr RouterDaemon ROUTER_DAEMONS[] = {
     {"gmpd", MCAST_FAMILY_IPV6, SERVICE_GMPD_IPV6, CONTROL_PORT_GMPD_IPV6},
     {"mribd", 0, SERVICE_MRIBD, CONTROL_PORT_MRIBD},
     {"msdpd", MCAST_FAMILY_IPV4, SERVICE_MSDPD, CONTROL_PORT_MSDPD},
+    {"pimsmd", MCAST_FAMILY_IPV4, SERVICE_PIMSMD_IPV4, CONTROL_PORT_PIMSMD_IPV4},
+    {"pimsmd", MCAST_FAMILY_IPV6, SERVICE_PIMSMD_IPV6, CONTROL_PORT_PIMSMD_IPV6},
 };
 
 // The component that a daemon is to the MRIB process; the IPv6 gmpd has the twin of the IPv4 one.

@@ -113,7 +113,8 @@ TEST_F(ConfigFile, ErrorsNameTheirPlaceAndTheHostPlatformKeepsWhatItHad)
         {"[mribd]\nintervall = 1\n", ":2:1: unknown key \"intervall\" in [mribd]; allowed: interval, strict, "
                                      "interfaces, ports, policy"},
         {"[mribd]\ninterval = 6\n[[acl]]\nnumber = 1\n", ":4:10: number is 1; allowed: 2000 to 3999"},
-        {"[mribdd]\n", ":1:2: unknown key \"mribdd\"; allowed: vpn, acl, node, service, gmpd, mribd, msdpd"},
+        {"[mribdd]\n",
+         ":1:2: unknown key \"mribdd\"; allowed: vpn, acl, node, service, gmpd, mribd, msdpd, pimsmd"},
     };
     for (const auto &row : rows) {
         EXPECT_EQ(load(row.text), row.error) << row.text;

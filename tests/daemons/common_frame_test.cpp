@@ -418,7 +418,8 @@ TEST(RouterDaemons, TheFileMayHaveATableOfEachAndOfNobodyElse)
     EXPECT_FALSE(load_config(
         path.c_str(), "mribd", [](ConfigTable &) {}, &error));
     EXPECT_EQ(error,
-              path + ":2:2: unknown key \"pim\"; allowed: vpn, acl, node, service, gmpd, mribd, msdpd");
+              path +
+                  ":2:2: unknown key \"pim\"; allowed: vpn, acl, node, service, gmpd, mribd, msdpd, pimsmd");
 }
 
 TEST(RouterDaemons, HaveNumbersOfTheirOwn)

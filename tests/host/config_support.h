@@ -13,7 +13,7 @@ namespace host_test
 {
 
 // What the programs that share the file have in it.
-constexpr const char *OTHER_TABLES[] = {"gmpd", "mribd", "msdpd", nullptr};
+constexpr const char *OTHER_TABLES[] = {"gmpd", "mribd", "msdpd", "pimsmd", nullptr};
 
 // The error of a load, empty when it succeeded.
 inline std::string load_error(const std::string &text)

@@ -70,10 +70,11 @@ TEST_F(Config, ErrorsInTheFileNameTheirPlaceAndWhatIsAllowed)
     expect_errors({
         {"[acl]\nnumber = 2001\n", "f:1:1: acl is a table; allowed: tables, each under [[acl]]"},
         {"acl = [\n 5 ]", "f:2:2: in acl there is an integer; allowed: tables, each under [[acl]]"},
-        {"\n[[acls]]\n", "f:2:3: unknown key \"acls\"; allowed: vpn, acl, node, service, gmpd, mribd, msdpd"},
+        {"\n[[acls]]\n",
+         "f:2:3: unknown key \"acls\"; allowed: vpn, acl, node, service, gmpd, mribd, msdpd, pimsmd"},
         {"mribd = 5\n", "f:1:9: mribd is an integer; allowed: a table, [mribd]"},
         {"\"a\\nb\" = 5\n",
-         "f:1:1: unknown key \"a?b\"; allowed: vpn, acl, node, service, gmpd, mribd, msdpd"},
+         "f:1:1: unknown key \"a?b\"; allowed: vpn, acl, node, service, gmpd, mribd, msdpd, pimsmd"},
     });
     // Where the text is not TOML the words are the parser's, on one line.
     for (const char *text : {"\n\n[[acl]\n", "\n\nacl = \n", "\n\na = 1\na = 2", "\n\nx = '\xff'"}) {

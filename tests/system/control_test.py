@@ -15,7 +15,7 @@ from lab import Receiver, Sender, wait_for
 from topology import Network
 
 MCASTCTL = os.path.join(lab.PROGRAMS, "mcastctl")
-NO_MSDPD = "mcastctl: msdpd (IPv4) is not ready.\n"
+ABSENT = r"^(mcastctl: (msdpd|pimsmd) \(IPv[46]\) is not ready\.\n)*$"
 
 
 class Control(unittest.TestCase):
@@ -47,10 +47,10 @@ class Control(unittest.TestCase):
         return done.returncode, done.stdout, done.stderr
 
     def good(self, *words):
-        """The output of a command that succeeds and has nothing to say but that nobody started msdpd here."""
+        """The output of a command that succeeds and has nothing to say but that nobody started msdpd or pimsmd here."""
         code, out, error = self.ctl(*words)
         self.assertEqual(code, 0, f"mcastctl {' '.join(words)}: {error}")
-        self.assertIn(error, ("", NO_MSDPD), f"mcastctl {' '.join(words)}")
+        self.assertRegex(error, ABSENT, f"mcastctl {' '.join(words)}")
         return out
 
     def rows(self, *words):
@@ -225,11 +225,13 @@ class Control(unittest.TestCase):
         rows = self.rows("status", "--config", "/run/services.toml")
         self.assertEqual({(row["daemon"], row["family"]): (row["running"], row["service"]) for row in rows},
                          {("gmpd", "ipv4"): (True, "absent"), ("gmpd", "ipv6"): (True, "absent"),
-                          ("mribd", None): (True, "running"), ("msdpd", "ipv4"): (False, "absent")})
+                          ("mribd", None): (True, "running"), ("msdpd", "ipv4"): (False, "absent"),
+                          ("pimsmd", "ipv4"): (False, "absent"), ("pimsmd", "ipv6"): (False, "absent")})
         self.refused(1, "nowhere.toml", "status", "--config", "/nowhere.toml")
 
     def test_a_daemon_that_is_absent_is_named(self):
-        self.assertEqual([row["daemon"] for row in self.rows("status") if not row["running"]], ["msdpd"])
+        self.assertEqual([row["daemon"] for row in self.rows("status") if not row["running"]],
+                         ["msdpd", "pimsmd", "pimsmd"])
         self.net.gmpd["ipv6"].stop()
         code, out, error = self.ctl("show", "groups", "--json")
         self.assertEqual((code, error), (0, "mcastctl: gmpd (IPv6) is not ready.\n"))
@@ -238,7 +240,7 @@ class Control(unittest.TestCase):
         self.refused(1, r"gmpd \(IPv6\) is not ready", "set", "query-interval", "30", "--family", "ipv6")
         running = {(row["daemon"], row["family"]): row["running"] for row in self.rows("status")}
         self.assertEqual(running, {("gmpd", "ipv4"): True, ("gmpd", "ipv6"): False, ("mribd", None): True,
-                                   ("msdpd", "ipv4"): False})
+                                   ("msdpd", "ipv4"): False, ("pimsmd", "ipv4"): False, ("pimsmd", "ipv6"): False})
         self.net.gmpd["ipv6"] = self.router.start_gmpd("ipv6", *self.net.gmpd_options)
         wait_for(lambda: "ff0e::1" in self.ctl("show", "routes", "--outgoing", "red")[1], "IPv6 being served again")
 
