@@ -53,7 +53,18 @@ namespace pimsmd
     ROW(BootstrapIncomplete, "bootstrap_incomplete_ranges")                                                  \
     ROW(BootstrapKept, "refused_bootstrap_pieces")                                                           \
     ROW(CandidateNotBsr, "ignored_candidate_rp")                                                             \
-    ROW(RpRangeKind, "ignored_rp_range_kind")
+    ROW(RpRangeKind, "ignored_rp_range_kind")                                                                \
+    ROW(NoLink, "dropped_no_link")                                                                           \
+    ROW(OwnMessage, "dropped_own_message")                                                                   \
+    ROW(Destination, "dropped_destination")                                                                  \
+    ROW(NoNeighbour, "dropped_no_neighbour")                                                                 \
+    ROW(IpHeader, "dropped_ip_header")                                                                       \
+    ROW(Truncated, "dropped_truncated")                                                                      \
+    ROW(LostInKernel, "packets_lost_in_kernel")                                                              \
+    ROW(SendFailed, "send_failed")                                                                           \
+    ROW(SendDelayed, "send_delayed")                                                                         \
+    ROW(SendQueueFull, "dropped_send_queue_full")                                                            \
+    ROW(TooLong, "send_too_long")
 
 MCASTD_COUNTS(PIMSMD_COUNTERS)
 

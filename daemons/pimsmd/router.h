@@ -31,8 +31,9 @@ namespace pimsmd
 // The kernel serves 32 interfaces in an instance, of which one is that of Registers.
 constexpr unsigned MOST_PIM_LINKS = MOST_LINKS - 1;
 
-// Milliseconds between two times that all entries are looked at for what neighbours and routes do.
-constexpr uint32_t REROUTE_MS = 200;
+// Entries that are looked at for what neighbours and routes do before there is a pause, and its milliseconds.
+constexpr uint32_t WALKED_AT_ONCE = 65536;
+constexpr uint32_t WALK_PAUSE_MS = 200;
 
 class Router final : private Surroundings, private BsrSurroundings, private RpSetEvents, private LinkOwner
 {
@@ -156,13 +157,16 @@ private:
     void dr_changed(unsigned link) override;
     uint32_t draw(uint32_t most) override;
 
+    void forget_ways();
     void set_up(unsigned number, const LinkState &state);
     void take_down(unsigned number);
     HelloSettings settings_of(const LinkState &state) const;
     Count take(Link &link, const Envelope &envelope, const Message &message);
+    Count take_hello(Link &link, const Address &sender, const Hello &hello);
     Count take_unicast(const Envelope &envelope, const Message &message);
-    void reroute();
-    void reroute_soon();
+    bool has_walks() const;
+    void walk();
+    void rejoin_link(const Link &link, const Neighbour &neighbour);
     void flush();
     void pieces_to(const Link &link, const Address *neighbour, const Bootstrap &message,
                    std::span<const BootstrapRangeOut> ranges);
@@ -189,9 +193,16 @@ private:
     RpSet rp_set_;
     Trees trees_;
     std::unique_ptr<Bsr> bsr_;
-    std::span<const uint8_t> receiving_; // the Bootstrap that is being read
-    MsTimer reroute_;                    // runs while entries were looked at not long ago
+    std::span<const uint8_t> receiving_;    // the Bootstrap that is being read
+    std::set<PackerKey, PackerLess> asked_; // neighbours that a way leads over
+    // What all entries are to be looked at for.
     bool reroute_wanted_ = false;
+    Links roles_stale_ = 0;
+    std::set<PackerKey, PackerLess> restarted_;
+    std::set<PackerKey, PackerLess> gone_;
+    uint32_t walked_ = 0;   // entries, since the pause
+    MsTimer pause_;         // runs while enough were looked at
+    bool newcomer_ = false; // the Hello that is being read is of one that knows nothing
 };
 
 } // namespace pimsmd

@@ -46,15 +46,6 @@ template <typename Kept> void release(void **user_data)
 
 } // namespace
 
-template <typename Visit> void Trees::visit_groups(Visit visit)
-{
-    MRT_WALK_S *walk = MRT_Walk_ReadMode(table_);
-    while (auto *group = static_cast<MRT_GROUP_S *>(MRT_WalkNext(walk))) {
-        visit(*static_cast<GroupEntry *>(group->user_data));
-    }
-    MRT_DeleteWalk(walk);
-}
-
 Trees::Trees(uint16_t family, MsQueue &queue, Surroundings &surroundings, Counters &counters,
              const TreeSettings &settings)
     : family_(family), queue_(queue), surroundings_(surroundings), counters_(counters), settings_(settings),

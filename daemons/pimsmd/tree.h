@@ -81,6 +81,12 @@ public:
     void neighbour_restarted(unsigned link, const Address &neighbour);
     void neighbour_gone(unsigned link, const Address &neighbour);
 
+    // The link is no more: neither neighbours nor hosts nor asserts of it count, and nothing is said there.
+    void forget_link(unsigned link);
+
+    // Takes other settings. Those of rates begin anew.
+    void set(const TreeSettings &settings);
+
     // Works off all that follows from what came.
     void settle();
 
@@ -112,6 +118,16 @@ public:
     void mark(Entry &entry);
     void link_gone(const EntryLink &link);
 
+    // Calls visit(GroupEntry &) for each group; visit makes and ends none.
+    template <typename Visit> void visit_groups(Visit visit) const
+    {
+        MRT_WALK_S *walk = MRT_Walk_ReadMode(table_);
+        while (auto *group = static_cast<MRT_GROUP_S *>(MRT_WalkNext(walk))) {
+            visit(*static_cast<GroupEntry *>(group->user_data));
+        }
+        MRT_DeleteWalk(walk);
+    }
+
     // Calls visit(SourceEntry &) for each source of the group; visit makes and ends none.
     template <typename Visit> static void visit_sources(const GroupEntry &group, Visit visit)
     {
@@ -142,8 +158,6 @@ private:
     SourceEntry *make_registered(const Address &group, const Address &address);
     bool stop_register(const Envelope &outer, const Register &message);
     void check_switch(SourceEntry &source);
-    template <typename Visit> void visit_groups(Visit visit);
-
     // What one message does, in its order. A group whose shared tree it joins or prunes is dealt with once, however
     // often the message says it: all sources of the group are looked at.
     struct Reading {
