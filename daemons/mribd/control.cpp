@@ -198,6 +198,7 @@ void count_forwarding(Counters *counters, const RouterCounters &routers)
     (*counters)["entries_refused_by_memory"] = forwarding.refused_by_memory;
     (*counters)["vifs_failed"] = routers.vifs_failed;
     (*counters)["vifs_refused"] = routers.vifs_refused;
+    (*counters)["trees_refused"] = routers.trees_refused;
 }
 
 // The endpoint serves both families; its counters stand with the first.

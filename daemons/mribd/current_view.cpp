@@ -43,7 +43,7 @@ std::optional<View> CurrentView::refresh()
         return std::nullopt;
     }
     View fresh = make_view(routers_.family(), config_, routers_.designated_interfaces(),
-                           routers_.common().environment());
+                           routers_.common().environment(), routers_.pim_interfaces());
     stale_ = false; // only now that there was memory for it
     if (fresh == view_) {
         return std::nullopt;

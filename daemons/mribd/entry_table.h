@@ -34,17 +34,19 @@ struct Entry {
     int8_t parent = -1;    // as installed: incoming virtual interface
     uint8_t share = 0;     // its share, see EntryTable
     bool installed : 1 = false;
-    bool check_route : 1 = true;  // upstream is to be determined again
-    bool is_urgent : 1 = false;   // it waits among those of which somebody is to receive more
-    bool unreachable : 1 = false; // the last check found no incoming interface
-    bool is_sending : 1 = false;  // packets came, as far as the kernel told
-    bool is_local : 1 = false;    // is_sending, and the source is on the link of its incoming interface
-    bool is_used : 1 = false;     // its rank, see EntryTable
-    uint32_t looked_at_s = 0;     // when Forwarding::is_silent last asked, seconds since boot
-    uint64_t looked_packets = 0;  // what it was told then
-    uint64_t last_packets = 0;    // at the last idle check
-    mcastd::Timer timer;          // of the idle period
-    std::unique_ptr<Yield> yield; // while other routers forward its packets too
+    bool check_route : 1 = true;     // upstream is to be determined again
+    bool is_urgent : 1 = false;      // it waits among those of which somebody is to receive more
+    bool unreachable : 1 = false;    // the last check found no incoming interface
+    bool is_sending : 1 = false;     // packets came, as far as the kernel told
+    bool is_local : 1 = false;       // is_sending, and the source is on the link of its incoming interface
+    bool is_used : 1 = false;        // its rank, see EntryTable
+    bool is_shared_tree : 1 = false; // packets come over the group's tree, as PIM says
+    bool is_registered : 1 = false;  // and go to the register interface too
+    uint32_t looked_at_s = 0;        // when Forwarding::is_silent last asked, seconds since boot
+    uint64_t looked_packets = 0;     // what it was told then
+    uint64_t last_packets = 0;       // at the last idle check
+    mcastd::Timer timer;             // of the idle period
+    std::unique_ptr<Yield> yield;    // while other routers forward its packets too
     Hook in_rank;
     Hook in_waiting; // linked while it waits to be evaluated
 

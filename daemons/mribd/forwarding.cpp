@@ -5,7 +5,8 @@
  *     upstream   the incoming interface, by the reverse path check       unicast routes, links
  *                (forwarding_upstream.cpp)
  *     outgoing   receivers of (source, group), never upstream, but       memberships, queriers,
- *                those left to another router (forwarding_yield.cpp)     virtual interfaces
+ *                those left to another router (forwarding_yield.cpp);    virtual interfaces
+ *                where PIM runs as it says (forwarding_pim.cpp)
  *     parent     upstream's virtual interface                            virtual interfaces
  *
  * Whatever changes, the entries concerned are queued once and evaluated a bounded number at a time, so that a
@@ -44,6 +45,7 @@ constexpr unsigned OTHERS_TURN = 4;
 Forwarding::Forwarding(const Parts &parts) : parts_(parts), entries_(parts.key.family, parts.entry_limit)
 {
     changed_prefixes_.reserve(PREFIXES_TOLD_APART);
+    changed_groups_.reserve(PREFIXES_TOLD_APART);
 }
 
 Forwarding::~Forwarding()
@@ -217,9 +219,12 @@ bool Forwarding::has_no_purpose(const Entry *entry) const
 }
 
 // Of the receivers those that have a virtual interface, which the upstream interface does not count as.
-uint32_t Forwarding::outgoing_for(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
-                                  uint32_t upstream) const
+uint32_t Forwarding::outgoing_for(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint32_t upstream,
+                                  bool is_shared_tree) const
 {
+    if (parts_.pim.runs() || is_shared_tree) {
+        return pim_outgoing(group, source, upstream, is_shared_tree);
+    }
     uint32_t outgoing = 0;
     parts_.members.visit_receivers(group, source, [&](uint32_t if_index) {
         const int vif = parts_.vifs.find(if_index);
@@ -238,7 +243,9 @@ void Forwarding::evaluate(Entry *entry)
     int parent = parts_.vifs.find(entry->upstream);
     uint32_t outgoing = 0;
     if (parent >= 0) {
-        outgoing = outgoing_for(entry->group(), entry->source(), entry->upstream) & ~given_way(entry);
+        outgoing = outgoing_for(entry->group(), entry->source(), entry->upstream, entry->is_shared_tree) &
+                   ~given_way(entry);
+        outgoing |= register_output(entry);
     } else {
         // Not forwarded; the entry only keeps the kernel from asking for every packet.
         parent = parts_.vifs.find(entry->arrival);

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -18,6 +19,8 @@
 #include "daemons/mribd/gmp_state.h"
 #include "daemons/mribd/kernel_table.h"
 #include "daemons/mribd/member_table.h"
+#include "daemons/mribd/pim_state.h"
+#include "daemons/mribd/tree_table.h"
 #include "daemons/mribd/upcall.h"
 #include "daemons/mribd/vif_table.h"
 
@@ -48,6 +51,8 @@ public:
         const Environment &environment;
         const MemberTable &members;
         const GmpState &gmp;
+        const PimState &pim;
+        const TreeTable &trees;
         const VifTable &vifs;
         MCAST_TMR_S *timers;
         uint32_t entry_limit;
@@ -69,6 +74,11 @@ public:
 
     // Unicast routes under the prefix, or all with length 0, may have changed. Evaluated by settle.
     void routes_changed(const MCAST_ADDR_S &prefix, unsigned length);
+
+    // What PIM says of the trees of these groups, or of one source of a group, changed: where packets come from, or asserts
+    // alone. Evaluated by settle.
+    enum class TreeChange { Upstream, Asserts };
+    void tree_changed(const Prefix &groups, const MCAST_ADDR_S &source, TreeChange change);
 
     // Virtual interfaces, or which links this router forwards on to, changed. Evaluated by settle.
     void interfaces_changed()
@@ -159,11 +169,22 @@ private:
     bool start_idle_period(Entry *entry);
     void check_idle(Entry *entry);
     bool has_no_purpose(const Entry *entry) const;
+    bool is_forwarder(uint32_t if_index) const
+    {
+        return parts_.pim.runs_on(if_index) || parts_.gmp.is_forwarder(if_index);
+    }
     void queue(Entry *entry, bool check_route, bool urgent = false);
     void unqueue(Entry *entry);
     Entry *next_waiting(bool urgent);
     void evaluate(Entry *entry);
-    uint32_t outgoing_for(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint32_t upstream) const;
+    uint32_t outgoing_for(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint32_t upstream,
+                          bool is_shared_tree = false) const;
+
+    // forwarding_pim.cpp
+    uint32_t pim_outgoing(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint32_t upstream,
+                          bool is_shared_tree) const;
+    std::optional<uint32_t> tree_upstream(Entry *entry) const;
+    uint32_t register_output(const Entry *entry) const;
     void install(Entry *entry, int parent, uint32_t outgoing);
     void withdraw(Entry *entry);
     void trace_entry(const Entry *entry, const char *what) const;
@@ -186,6 +207,7 @@ private:
     bool upstream_changed_ = false;
     bool interfaces_changed_ = false;
     std::vector<Prefix> changed_prefixes_; // has room for all that are told apart
+    std::vector<Prefix> changed_groups_;   // of which PIM said something else; has as much room
     std::array<uint32_t, MAX_VIFS>
         others_known_s_{}; // when another router was found to forward there; 0: never
     ForwardingCounters counters_;

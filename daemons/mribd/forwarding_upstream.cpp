@@ -1,5 +1,6 @@
 /*
- * Where the packets of an entry are to come from: the interface by which this router would reach the source (rpf.h).
+ * Where the packets of an entry are to come from: what PIM says (tree_table.h), or else the interface by which this router
+ * would reach the source (rpf.h).
  *
  *     routes_changed ── prefixes ──► queue_changed ── the entries concerned ──► evaluate (forwarding.cpp)
  *                                                                                   │ check_route
@@ -45,20 +46,24 @@ void Forwarding::routes_changed(const MCAST_ADDR_S &prefix, unsigned length)
 // One walk for all that was reported since the last, so that a burst of changes costs no walk each.
 void Forwarding::queue_changed()
 {
-    if (!interfaces_changed_ && changed_prefixes_.empty()) {
+    if (!interfaces_changed_ && changed_prefixes_.empty() && changed_groups_.empty()) {
         return;
     }
     entries_.visit_all([this](Entry *entry) {
         const MCAST_ADDR_S &source = entry->source();
+        const MCAST_ADDR_S &group = entry->group();
         const bool check_route =
             std::any_of(changed_prefixes_.begin(), changed_prefixes_.end(),
-                        [&source](const Prefix &changed) { return changed.covers(source); });
+                        [&source](const Prefix &changed) { return changed.covers(source); }) ||
+            std::any_of(changed_groups_.begin(), changed_groups_.end(),
+                        [&group](const Prefix &changed) { return changed.covers(group); });
         if (interfaces_changed_ || check_route) {
             queue(entry, check_route);
         }
     });
     interfaces_changed_ = false;
     changed_prefixes_.clear();
+    changed_groups_.clear();
 }
 
 // What found no memory for its route is evaluated again when there is room, what the kernel could not be asked about
@@ -86,9 +91,14 @@ void Forwarding::ask_again_later()
 void Forwarding::determine_upstream(Entry *entry)
 {
     uint32_t upstream = 0;
+    bool is_said = false; // by PIM
     try {
-        const auto found = rpf_interface(parts_.environment, parts_.key.vrf_index, entry->source(),
-                                         entry->upstream, entry->arrival);
+        auto found = tree_upstream(entry);
+        is_said = found.has_value();
+        if (!is_said) {
+            found = rpf_interface(parts_.environment, parts_.key.vrf_index, entry->source(), entry->upstream,
+                                  entry->arrival);
+        }
         if (!found) {
             trace_route("(%M, %N): the kernel cannot be asked for the route", &entry->source(),
                         &entry->group());
@@ -105,11 +115,13 @@ void Forwarding::determine_upstream(Entry *entry)
         return; // asked again when there is room
     }
     entry->check_route = false;
-    if (upstream == 0 && !entry->unreachable) {
+    if (upstream == 0 && !is_said && !entry->unreachable) {
         ++counters_.no_route;
     }
-    entry->unreachable = upstream == 0;
-    if (upstream == 0) {
+    entry->unreachable = upstream == 0 && !is_said;
+    if (upstream == 0 && is_said) {
+        trace_route("(%M, %N): packets come from nowhere", &entry->source(), &entry->group());
+    } else if (upstream == 0) {
         trace_route("(%M, %N): no usable route to the source", &entry->source(), &entry->group());
     } else if (upstream != entry->upstream) {
         trace_route("(%M, %N): packets are to come from %P", &entry->source(), &entry->group(), upstream);

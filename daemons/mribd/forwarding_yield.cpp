@@ -59,7 +59,7 @@ uint32_t Forwarding::given_way(Entry *entry)
     }
     uint32_t &bits = entry->yield->given_way;
     for (unsigned vif = 0; vif < MAX_VIFS && bits >> vif != 0; ++vif) {
-        if ((bits >> vif & 1) != 0 && parts_.gmp.is_forwarder(parts_.vifs.if_index(vif))) {
+        if ((bits >> vif & 1) != 0 && is_forwarder(parts_.vifs.if_index(vif))) {
             bits &= ~(1u << vif);
         }
     }
@@ -71,8 +71,7 @@ void Forwarding::hear_other_router(Entry *entry, unsigned vif)
 {
     const uint32_t bit = 1u << vif;
     const uint32_t now_s = mcastd::boot_time_s();
-    if ((entry->outgoing & bit) == 0 || parts_.gmp.is_forwarder(parts_.vifs.if_index(vif)) ||
-        !begin_yield(entry)) {
+    if ((entry->outgoing & bit) == 0 || is_forwarder(parts_.vifs.if_index(vif)) || !begin_yield(entry)) {
         return;
     }
     Yield &yield = *entry->yield;

@@ -10,7 +10,8 @@ LostClients::LostClients(Router &router, MCAST_TMR_S *timers, uint32_t hold_s)
     : router_(router), timers_(timers), hold_s_(hold_s)
 {
     if (hold_s_ != 0) {
-        router_.keep_lost_clients([this](ClientId client) { keep(client); });
+        router_.keep_lost_clients([this](ClientId client) { keep(client); },
+                                  [this](ClientId client) { let_go(client); });
     }
 }
 
@@ -42,13 +43,20 @@ void LostClients::keep(ClientId client)
                      client, hold_s_);
 }
 
-void LostClients::end(ClientId client)
+void LostClients::let_go(ClientId client)
 {
     const auto found = lost_.find(client);
-    mcastd::timer_stop(timers_, found->second.timer);
-    lost_.erase(found);
-    mcastd::log_info("%s: dropping unconfirmed memberships of lost client %u",
-                     instance_name(router_.key()).c_str(), client);
+    if (found != lost_.end()) {
+        mcastd::timer_stop(timers_, found->second.timer);
+        lost_.erase(found);
+        mcastd::log_info("%s: dropping unconfirmed memberships of lost client %u",
+                         instance_name(router_.key()).c_str(), client);
+    }
+}
+
+void LostClients::end(ClientId client)
+{
+    let_go(client);
     router_.drop_client(client);
 }
 

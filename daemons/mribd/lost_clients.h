@@ -1,5 +1,5 @@
 /*
- * GMP daemons whose connection ended without their saying that the protocol ended: killed, or replaced by
+ * GMP and PIM daemons whose connection ended without their saying that the protocol ended: killed, or replaced by
  * their standby. What they wanted is kept for a hold time, so that forwarding goes on while the next one
  * learns from the hosts. Each thing it says takes the place of what was kept; what nobody said again by then
  * ends.
@@ -38,6 +38,7 @@ private:
 
     void keep(ClientId client);
     void end(ClientId client);
+    void let_go(ClientId client);
 
     Router &router_;
     MCAST_TMR_S *const timers_;

@@ -55,24 +55,31 @@ public:
     void drop_interface(ClientId client, uint32_t if_index, const Changed &changed);
     void drop_interface(uint32_t if_index, const Changed &changed);
 
-    // Calls visitor(if_index) for the interfaces that want packets of (source, group), for some of them more
-    // than once. Needs no memory.
+    // Calls visitor(wish, named) for the wishes that want packets of (source, group), named when they are for the source.
+    // Needs no memory.
     template <typename Visitor>
-    void visit_receivers(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, const Visitor &visitor) const
+    void visit_wishes(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, const Visitor &visitor) const
     {
         const MRT_SOURCE_S *special = nullptr;
         const MRT_SOURCE_S *general = nullptr;
         find(group, source, &special, &general);
         for (const Wish &wish : wishes_of(special)) {
             if (wish.joined) {
-                visitor(wish.if_index);
+                visitor(wish, true);
             }
         }
         for (const Wish &wish : wishes_of(general)) {
             if (wish.joined && !is_blocked(special, wish)) {
-                visitor(wish.if_index);
+                visitor(wish, false);
             }
         }
+    }
+
+    // Calls visitor(if_index) for the interfaces of these wishes, for some of them more than once.
+    template <typename Visitor>
+    void visit_receivers(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, const Visitor &visitor) const
+    {
+        visit_wishes(group, source, [&visitor](const Wish &wish, bool) { visitor(wish.if_index); });
     }
 
     // Whether a client joined exactly this source of the group, or any source when that is the address.

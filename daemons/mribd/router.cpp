@@ -45,8 +45,9 @@ constexpr uint32_t VIF_RETRY_MS = 1000;
 Router::Router(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment,
                MemberBudget &budget, MCAST_TMR_S *timers, const EntryRules &rules)
     : key_(key), timers_(timers), kernel_(kernel), environment_(environment), members_(key.family, budget),
-      vifs_(key, kernel, environment),
-      forwarding_({key, kernel, environment, members_, gmp_, vifs_, timers, rules.limit, rules.idle_period_s})
+      trees_(key.family), vifs_(key, kernel, environment),
+      forwarding_({key, kernel, environment, members_, gmp_, pim_, trees_, vifs_, timers, rules.limit,
+                   rules.idle_period_s})
 {
 }
 
@@ -93,7 +94,18 @@ void Router::visit_local_sources(
 // that one forwards.
 std::vector<uint32_t> Router::designated_interfaces() const
 {
-    return gmp_.enabled_interfaces();
+    std::vector<uint32_t> result = gmp_.enabled_interfaces();
+    if (!pim_.runs()) {
+        return result;
+    }
+    std::erase_if(result, [this](uint32_t if_index) { return pim_.runs_on(if_index); });
+    for (const uint32_t if_index : pim_.interfaces()) {
+        if (pim_.is_designated(if_index) || trees_.has_won(if_index)) {
+            result.push_back(if_index);
+        }
+    }
+    std::sort(result.begin(), result.end());
+    return result;
 }
 
 void Router::gmp_changed()
@@ -113,9 +125,7 @@ bool Router::set_enabled(ClientId client, uint32_t if_index, bool enabled)
         return false;
     }
     bool changed = gmp_.set_enabled(client, if_index, enabled);
-    for (const ClientId lost : lost_) {
-        changed |= gmp_.set_enabled(lost, if_index, false);
-    }
+    visit_lost(false, [&](ClientId lost) { changed |= gmp_.set_enabled(lost, if_index, false); });
     if (changed) {
         mcastd::trace(TraceCategory::Group, key_, "the protocol %s on %P",
                       enabled ? "runs" : "no longer runs", if_index);
@@ -161,12 +171,12 @@ MemberTable::Result Router::set_member(ClientId client, uint32_t if_index, const
         forwarding_.membership_changed(group, source,
                                        more ? Forwarding::Change::More : Forwarding::Change::Fewer);
     }
-    for (const ClientId lost : lost_) {
+    visit_lost(pim_.is_client(client), [&](ClientId lost) {
         if (members_.set(lost, if_index, group, source, kind, false) == MemberTable::Result::Changed) {
             vifs_stale_ |= used != members_.uses_interface(if_index);
             forwarding_.membership_changed(group, source);
         }
-    }
+    });
     return result;
 }
 
@@ -180,9 +190,8 @@ void Router::drop_members(ClientId client, uint32_t if_index)
         forwarding_.membership_changed(group, source);
     };
     members_.drop_interface(client, if_index, changed);
-    for (const ClientId lost : lost_) {
-        members_.drop_interface(lost, if_index, changed);
-    }
+    visit_lost(pim_.is_client(client),
+               [&](ClientId lost) { members_.drop_interface(lost, if_index, changed); });
     vifs_stale_ = true;
 }
 
@@ -193,18 +202,24 @@ void Router::drop_client(ClientId client)
         forwarding_.membership_changed(group, source);
     });
     gmp_.drop_client(client);
+    if (pim_.is_client(client)) {
+        drop_trees(client);
+        pim_.drop_client(client);
+    }
     std::erase(lost_, client);
     gmp_changed();
 }
 
-void Router::keep_lost_clients(std::function<void(ClientId client)> kept)
+void Router::keep_lost_clients(std::function<void(ClientId client)> kept,
+                               std::function<void(ClientId client)> let_go)
 {
     lost_kept_ = std::move(kept);
+    lost_let_go_ = std::move(let_go);
 }
 
 void Router::lose_client(ClientId client)
 {
-    if (lost_kept_ == nullptr || !gmp_.knows_client(client)) {
+    if (lost_kept_ == nullptr || (!gmp_.knows_client(client) && !pim_.knows_client(client))) {
         drop_client(client);
         return;
     }
@@ -254,7 +269,10 @@ void Router::link_removed(uint32_t if_index)
             forwarding_.membership_changed(group, source);
         });
     }
-    if (gmp_.drop_interface(if_index)) {
+    trees_.drop_interface(
+        if_index, 0, [](const Prefix &, const MCAST_ADDR_S &) {}); // with the link nothing goes out there
+    const bool pim_ended = pim_.drop_interface(if_index);
+    if (gmp_.drop_interface(if_index) || pim_ended) {
         gmp_changed();
     }
 }
@@ -281,7 +299,7 @@ std::vector<uint32_t> Router::wanted_interfaces() const
             upstream.push_back(if_index);
         } else if (members_.uses_interface(if_index)) {
             receiving.push_back(if_index);
-        } else if (gmp_.is_enabled(if_index)) {
+        } else if (gmp_.is_enabled(if_index) || pim_.runs_on(if_index)) {
             running.push_back(if_index);
         } else {
             rest.push_back(if_index);

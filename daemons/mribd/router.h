@@ -15,6 +15,8 @@
 #include "daemons/mribd/gmp_state.h"
 #include "daemons/mribd/member_budget.h"
 #include "daemons/mribd/member_table.h"
+#include "daemons/mribd/pim_state.h"
+#include "daemons/mribd/tree_table.h"
 #include "daemons/mribd/vif_table.h"
 
 namespace mribd
@@ -70,13 +72,24 @@ public:
     void drop_members(ClientId client, uint32_t if_index);
     void drop_client(ClientId client);
 
-    // The client's connection ended. When it ran the protocol on an interface and lost clients are kept, what
-    // it wanted stays until drop_client, until the interface goes, or until another client says otherwise of
-    // the same thing; else it is dropped.
+    // What PIM clients report, see daemons/common/pim_records.h. The results as above.
+    bool set_pim_interface(ClientId client, uint32_t if_index, mcastd::PimInterfaceState state);
+    TreeTable::Result set_tree(const Prefix &groups, const MCAST_ADDR_S &source, const TreeTable::Tree &tree);
+    TreeTable::Result set_assert(ClientId client, uint32_t if_index, const MCAST_ADDR_S &group,
+                                 const MCAST_ADDR_S &source, mcastd::PimAssertState state);
+
+    // A PIM client has said everything: what lost ones said and it did not say again ends.
+    void end_pim_report();
+
+    // The client's connection ended. When it ran a protocol on an interface and lost clients are kept, what
+    // it wanted stays until drop_client, until the interface goes, or until another client of its kind, GMP or PIM, says
+    // otherwise of the same thing; else it is dropped.
     void lose_client(ClientId client);
 
-    // Called with each lost client that is kept from then on; NULL: none is kept.
-    void keep_lost_clients(std::function<void(ClientId client)> kept);
+    // kept is called with each lost client that is kept from then on, let_go with each that ends before its time; NULL: none is
+    // kept.
+    void keep_lost_clients(std::function<void(ClientId client)> kept,
+                           std::function<void(ClientId client)> let_go = nullptr);
 
     // What the kernel reports.
     void take_upcall(const Upcall &upcall);
@@ -92,7 +105,8 @@ public:
     // there is more. To be called after every round of the event loop.
     bool settle();
 
-    // Interfaces for which this router is the designated router, ascending.
+    // Interfaces of which GMP daemons are to report memberships, ascending: where PIM runs, those for which this router is
+    // the designated router or where it won an assert; others as long as a GMP daemon runs there.
     std::vector<uint32_t> designated_interfaces() const;
 
     const MemberTable &members() const
@@ -102,6 +116,14 @@ public:
     const GmpState &gmp() const
     {
         return gmp_;
+    }
+    const PimState &pim() const
+    {
+        return pim_;
+    }
+    const TreeTable &trees() const
+    {
+        return trees_;
     }
     const VifTable &vifs() const
     {
@@ -124,6 +146,15 @@ private:
     std::vector<uint32_t> wanted_interfaces() const;
     bool refresh_vifs();
     void gmp_changed();
+    void drop_trees(ClientId client);
+    template <typename Visitor> void visit_lost(bool pim, const Visitor &visitor) const
+    {
+        for (const ClientId lost : lost_) {
+            if (pim_.is_client(lost) == pim) {
+                visitor(lost);
+            }
+        }
+    }
     void try_vifs_again();
     void trace_member(uint32_t if_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
                       MemberTable::Kind kind, bool present) const;
@@ -135,10 +166,13 @@ private:
     const Environment &environment_;
     MemberTable members_;
     GmpState gmp_;
+    PimState pim_;
+    TreeTable trees_;
     VifTable vifs_;
     Forwarding forwarding_;
     std::function<void()> designated_router_told_;
     std::function<void(ClientId client)> lost_kept_;
+    std::function<void(ClientId client)> lost_let_go_;
     std::vector<ClientId> lost_; // that are kept
     bool vifs_stale_ = false;
     bool watches_sources_ = false;

@@ -23,6 +23,7 @@ void RouterCounters::add(const Router &router)
     upcalls_lost += router.kernel().lost_upcalls();
     vifs_failed += router.vifs().failures();
     vifs_refused += router.vifs().refusals();
+    trees_refused += router.trees().refused();
 }
 
 Routers::Routers(Router &common)
@@ -89,6 +90,24 @@ std::set<InterfaceKey> Routers::designated_interfaces() const
         }
     }
     return result;
+}
+
+std::set<InterfaceKey> Routers::pim_interfaces() const
+{
+    std::set<InterfaceKey> result;
+    for (const auto &[vrf_index, router] : routers_) {
+        for (const uint32_t if_index : router->pim().interfaces()) {
+            result.insert({vrf_index, if_index});
+        }
+    }
+    return result;
+}
+
+void Routers::end_pim_report()
+{
+    for (const auto &[vrf_index, router] : routers_) {
+        router->end_pim_report();
+    }
 }
 
 void Routers::lose_client(ClientId client)

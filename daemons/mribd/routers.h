@@ -21,6 +21,7 @@ struct RouterCounters {
     uint64_t upcalls_lost = 0;
     uint64_t vifs_failed = 0;
     uint64_t vifs_refused = 0;
+    uint64_t trees_refused = 0;
 
     void add(const Router &router);
 };
@@ -65,6 +66,12 @@ public:
 
     // The interfaces of every instance for which this router is the designated router.
     std::set<InterfaceKey> designated_interfaces() const;
+
+    // The interfaces of every instance on which PIM runs.
+    std::set<InterfaceKey> pim_interfaces() const;
+
+    // See Router::end_pim_report.
+    void end_pim_report();
 
     // The client's connection ended; see Router::lose_client.
     void lose_client(ClientId client);

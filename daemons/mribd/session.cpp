@@ -157,6 +157,9 @@ Session::Taken Session::take_record(const MRIB_RECORD_S &record)
         record.type <= MRIB_TLV_MSDP_SMOOTH_ENCAP_END) {
         return take_bracket(record);
     }
+    if (record.type >= mcastd::PIM_TLV_INTERFACE && record.type <= mcastd::PIM_TLV_REQUEST) {
+        return take_pim(record);
+    }
     const bool is_known = (record.type >= MRIB_TLV_PROXY_ENABLE && record.type <= MRIB_TLV_PROXY_MULTIPATH) ||
                           record.type == MRIB_TLV_HOST_ENABLE;
     return refuse(is_known ? Fault::NotServed : Fault::UnknownType);

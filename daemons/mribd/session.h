@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "daemons/common/memory.h"
+#include "daemons/common/pim_records.h"
 #include "daemons/common/trace.h"
 #include "daemons/mribd/address.h"
 #include "daemons/mribd/client_queue.h"
@@ -178,6 +179,14 @@ private:
     Taken take_bracket(const MRIB_RECORD_S &record);
     Taken judge(MsdpExchange::Result result);
 
+    // session_pim.cpp
+    Taken take_pim(const MRIB_RECORD_S &record);
+    Taken take_pim_interface(const mcastd::PimInterface &value);
+    Taken take_tree(const mcastd::PimTree &value);
+    Taken take_assert(const mcastd::PimAssert &value);
+    Taken take_pim_bracket(const MRIB_RECORD_S &record);
+    Taken judge(TreeTable::Result result);
+
     // session_users.cpp
     Taken take_user(const MRIB_RECORD_S &record);
 
@@ -195,6 +204,7 @@ private:
         uint16_t vrf_index;
         uint32_t if_index;
     };
+    bool pim_report_ = false;        // a full report of a PIM client goes on
     std::optional<Refused> refused_; // the last membership that was, since all were asked for
     bool missed_ = false;            // memory ended in the middle of a record, or of what it is told
     std::optional<SgTable::Cursor> local_replay_; // while local sources are being replayed

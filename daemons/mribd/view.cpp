@@ -30,7 +30,7 @@ bool any_covers(const std::set<Prefix> &ranges, const Prefix &other)
 }
 
 View make_view(uint8_t family, const Config &config, const std::set<InterfaceKey> &elected,
-               const Environment &environment)
+               const Environment &environment, const std::set<InterfaceKey> &pim)
 {
     View view;
     view.busy = config.busy[family_row(family)];
@@ -55,9 +55,10 @@ View make_view(uint8_t family, const Config &config, const std::set<InterfaceKey
             continue;
         }
         const InterfaceKey key{*vrf_index, if_index};
-        if (interface.designated == true) {
+        const bool is_configured = !pim.contains(key);
+        if (is_configured && interface.designated == true) {
             view.designated.insert(key);
-        } else if (interface.designated == false) {
+        } else if (is_configured && interface.designated == false) {
             view.designated.erase(key);
         }
         const uint8_t scope = family == MCAST_FAMILY_IPV6 ? interface.scope_boundary : uint8_t{0};

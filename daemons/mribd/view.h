@@ -54,9 +54,10 @@ struct View {
     bool operator==(const View &) const = default;
 };
 
-// elected: the interfaces for which the router is designated unless the configuration says otherwise.
+// elected: the interfaces for which the router is designated unless the configuration says otherwise, which it
+// cannot where PIM runs, on pim.
 View make_view(uint8_t family, const Config &config, const std::set<InterfaceKey> &elected,
-               const Environment &environment);
+               const Environment &environment, const std::set<InterfaceKey> &pim = {});
 
 } // namespace mribd
 
