@@ -7,10 +7,16 @@
 #include <sys/epoll.h>
 
 #include "daemons/common/frame.h"
-#include "daemons/common/json.h"
 #include "daemons/common/log.h"
+#include "daemons/common/memory_return.h"
 #include "daemons/common/services.h"
 #include "daemons/pimsmd/config.h"
+#include "daemons/pimsmd/interfaces.h"
+#include "daemons/pimsmd/kernel_routes.h"
+#include "daemons/pimsmd/router.h"
+#include "daemons/pimsmd/sockets.h"
+#include "daemons/pimsmd/status.h"
+#include "platform/random.h"
 
 namespace pimsmd
 {
@@ -20,11 +26,22 @@ namespace
 // Timers that a round of the event loop serves; those that are left are due in the next.
 constexpr size_t TIMERS_PER_ROUND = 4096;
 
+// A random number from 0 to most; most itself when the system has none.
+uint32_t draw(uint32_t most)
+{
+    uint32_t number = most;
+    FIPS_rand_bytes(reinterpret_cast<uint8_t *>(&number), sizeof(number));
+    return most == UINT32_MAX ? number : number % (most + 1);
+}
+
 // The parts in the order in which they are made; each needs only those above it.
 class Pimsmd final : public mcastd::Daemon
 {
 public:
-    Pimsmd(mcastd::Frame &frame, uint8_t family) : frame_(frame), family_(family), queue_(monotonic_ms)
+    Pimsmd(mcastd::Frame &frame, uint8_t family)
+        : frame_(frame), family_(family), queue_(monotonic_ms), routes_(family),
+          sockets_(family, frame.reactor()), router_(family, queue_, sockets_, routes_, draw, Config{}),
+          interfaces_(router_, sockets_)
     {
     }
     ~Pimsmd() override
@@ -36,7 +53,10 @@ public:
 
     TakeOver read_config(mcastd::ConfigTable &table) override
     {
-        return [this, config = pimsmd::read_config(table, family_)] { config_ = config; };
+        return [this, config = pimsmd::read_config(table, family_)] {
+            router_.configure(config);
+            interfaces_.configured();
+        };
     }
 
     bool open() override
@@ -46,12 +66,21 @@ public:
             mcastd::log_error("cannot make the timers");
             return false;
         }
-        return frame_.control().open(family_ == MCAST_FAMILY_IPV4 ? mcastd::CONTROL_PORT_PIMSMD_IPV4
+        frame_.reactor().add_each_second([this] { tend(); });
+        return routes_.open(loop(), [this] { router_.routes_changed(); }) &&
+               sockets_.open(
+                   [this](uint32_t if_index, const Envelope &envelope, std::span<const uint8_t> bytes) {
+                       router_.received(if_index, envelope, bytes);
+                   }) &&
+               frame_.control().open(family_ == MCAST_FAMILY_IPV4 ? mcastd::CONTROL_PORT_PIMSMD_IPV4
                                                                   : mcastd::CONTROL_PORT_PIMSMD_IPV6);
     }
 
     bool start() override
     {
+        if (!interfaces_.open(loop())) {
+            return false;
+        }
         mcastd::log_info("ready");
         return true;
     }
@@ -59,26 +88,48 @@ public:
     bool round() override
     {
         const bool more = queue_.run_due(TIMERS_PER_ROUND);
+        interfaces_.settle();
+        router_.settle();
         wakeup_.arm(queue_);
+        memory_.round(router_.trees().entries());
         return more;
     }
 
     mcastd::TextParts status() override
     {
-        mcastd::Json json;
-        json.open(nullptr, '{');
-        json.text("daemon", "pimsmd");
-        json.text("family", mcastd::family_name(family_));
-        json.close('}');
-        return mcastd::one_part(json.take());
+        return mcastd::one_part(status_text(router_, sockets_));
+    }
+
+    void close() override
+    {
+        interfaces_.close();
+        router_.close();
+        sockets_.close();
     }
 
 private:
+    int32_t loop()
+    {
+        return frame_.reactor().descriptor();
+    }
+
+    void tend()
+    {
+        sockets_.tend();
+        if (routes_.take_unanswered()) {
+            router_.routes_changed();
+        }
+    }
+
     mcastd::Frame &frame_;
     uint8_t family_;
-    Config config_;
     MsQueue queue_;
     MsWakeup wakeup_;
+    KernelRoutes routes_;
+    Sockets sockets_;
+    Router router_;
+    Interfaces interfaces_;
+    mcastd::MemoryReturn memory_;
 };
 
 } // namespace
