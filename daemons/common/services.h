@@ -50,9 +50,10 @@ inline constexpr RouterDaemon ROUTER_DAEMONS[] = {
     {"pimsmd", MCAST_FAMILY_IPV6, SERVICE_PIMSMD_IPV6, CONTROL_PORT_PIMSMD_IPV6},
 };
 
-// The component that a daemon is to the MRIB process; the IPv6 gmpd has the twin of the IPv4 one.
+// The component that a daemon is to the MRIB process; an IPv6 gmpd or pimsmd has the twin of the IPv4 one.
 constexpr uint8_t COMPONENT_MRIBD = MRIB_COMPONENT_MRIB;
 constexpr uint8_t COMPONENT_GMPD_IPV4 = MRIB_COMPONENT_GMP_IPV4;
+constexpr uint8_t COMPONENT_PIMSMD_IPV4 = 6;
 constexpr uint8_t COMPONENT_MSDPD = MRIB_COMPONENT_MSDP;
 
 // The instance that always exists.

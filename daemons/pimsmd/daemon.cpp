@@ -13,6 +13,8 @@
 #include "daemons/pimsmd/config.h"
 #include "daemons/pimsmd/interfaces.h"
 #include "daemons/pimsmd/kernel_routes.h"
+#include "daemons/pimsmd/mrib_link.h"
+#include "daemons/pimsmd/register_thread.h"
 #include "daemons/pimsmd/router.h"
 #include "daemons/pimsmd/sockets.h"
 #include "daemons/pimsmd/status.h"
@@ -34,6 +36,12 @@ uint32_t draw(uint32_t most)
     return most == UINT32_MAX ? number : number % (most + 1);
 }
 
+// Neighbours say all Joins again in a period, after the Hello that each of them is owed.
+constexpr uint32_t relearn_s(const TreeSettings &trees)
+{
+    return trees.join_period_s + trees.join_period_s / 4;
+}
+
 // The parts in the order in which they are made; each needs only those above it.
 class Pimsmd final : public mcastd::Daemon
 {
@@ -41,6 +49,7 @@ public:
     Pimsmd(mcastd::Frame &frame, uint8_t family)
         : frame_(frame), family_(family), queue_(monotonic_ms), routes_(family),
           sockets_(family, frame.reactor()), router_(family, queue_, sockets_, routes_, draw, Config{}),
+          tunnels_(family), registers_(family, tunnels_), mrib_(frame.reactor(), queue_, router_, tunnels_),
           interfaces_(router_, sockets_)
     {
     }
@@ -78,7 +87,9 @@ public:
 
     bool start() override
     {
-        if (!interfaces_.open(loop())) {
+        const TreeSettings &trees = router_.config().trees;
+        if (!interfaces_.open(loop()) || !registers_.open(trees.registers_per_s) ||
+            !mrib_.open(frame_.timers(), relearn_s(trees))) {
             return false;
         }
         mcastd::log_info("ready");
@@ -87,9 +98,11 @@ public:
 
     bool round() override
     {
-        const bool more = queue_.run_due(TIMERS_PER_ROUND);
+        bool more = queue_.run_due(TIMERS_PER_ROUND);
         interfaces_.settle();
+        more |= mrib_.work();
         router_.settle();
+        more |= mrib_.flush();
         wakeup_.arm(queue_);
         memory_.round(router_.trees().entries());
         return more;
@@ -102,6 +115,8 @@ public:
 
     void close() override
     {
+        mrib_.close();
+        registers_.close();
         interfaces_.close();
         router_.close();
         sockets_.close();
@@ -128,6 +143,9 @@ private:
     KernelRoutes routes_;
     Sockets sockets_;
     Router router_;
+    RegisterTunnels tunnels_;
+    RegisterThread registers_;
+    MribLink mrib_;
     Interfaces interfaces_;
     mcastd::MemoryReturn memory_;
 };

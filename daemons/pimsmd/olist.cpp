@@ -110,7 +110,7 @@ Links SourceView::inherited_olist() const
 
 bool SourceView::join_desired() const
 {
-    return immediate_olist() != 0 || (source_.keepalive && inherited_olist() != 0);
+    return immediate_olist() != 0 || ((source_.keepalive || source_.remote) && inherited_olist() != 0);
 }
 
 bool SourceView::prune_desired_rpt(bool same_upstream) const

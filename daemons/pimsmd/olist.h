@@ -40,6 +40,9 @@ struct SourceState {
     bool spt_bit = false;   // packets come over the source's tree
     bool keepalive = false; // and came not long ago
     bool connected = false; // the source is on the link
+    bool remote = false;    // this router is the RP, and another domain's told of the source
+
+    bool operator==(const SourceState &other) const = default;
 };
 
 // Where this router is designated.

@@ -57,6 +57,13 @@ public:
     // A packet of the source came in from the link.
     void packet(unsigned link, const Address &group, const Address &source);
 
+    // No packet of the source came for longer than its keepalive. One that Registers tell of has them for that.
+    void source_silent(const Address &group, const Address &source);
+
+    // The source of another domain is there, as far as MSDP knows, or no longer: the RP joins it for those who want the
+    // group.
+    void set_remote(const Address &group, const Address &source, bool there);
+
     // The RP to which a packet of the source goes in a Register now, which counts against the rate; nothing when it does not
     // go.
     std::optional<Address> register_packet(const Address &group, const Address &source);
@@ -93,6 +100,10 @@ public:
     const GroupEntry *find(const Address &group) const;
     const SourceEntry *find(const Address &group, const Address &source) const;
 
+    uint16_t family() const
+    {
+        return family_;
+    }
     uint32_t entries() const
     {
         return entries_;

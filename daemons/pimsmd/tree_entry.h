@@ -219,14 +219,15 @@ struct SourceEntry final : Entry, rpt_upstream::Owner {
     GroupEntry &group;
     MRT_SOURCE_S *entry;
     SourceState words;
+    SourceState told; // when outputs were told last
     Links told_outputs = 0;
-    Links told_rpf = 0;
     Upstream rpt_to; // RPF'(S,G,rpt)
     rpt_upstream::Runner rpt;
     MsTimer keepalive;
     std::unique_ptr<SourceRegister> registering;
     bool tunnel_changed = false;
     bool registered = false; // a Register made it
+    bool remote = false;     // an MSDP peer told of it
     std::map<unsigned, std::unique_ptr<SourceLink>> links;
 
 private:

@@ -75,6 +75,29 @@ void Trees::packet(unsigned link, const Address &group_address, const Address &a
     mark(*source);
 }
 
+void Trees::source_silent(const Address &group, const Address &address)
+{
+    GroupEntry *of = group_of(group);
+    SourceEntry *source = of != nullptr ? source_of(*of, address) : nullptr;
+    if (source != nullptr && source->words.keepalive && !source->registered) {
+        queue_.stop(source->keepalive);
+        source->words.keepalive = false;
+        mark(*source);
+    }
+}
+
+void Trees::set_remote(const Address &group, const Address &address, bool there)
+{
+    GroupEntry *of = group_of(group);
+    SourceEntry *source = there           ? make_source(group, address)
+                          : of != nullptr ? source_of(*of, address)
+                                          : nullptr;
+    if (source != nullptr) {
+        source->remote = there;
+        mark(*source);
+    }
+}
+
 void Trees::assert_heard(unsigned link, const Address &sender, const Assert &message)
 {
     const asserts::Metric metric{message.rpt, message.preference, message.metric, sender};

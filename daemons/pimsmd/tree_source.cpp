@@ -165,6 +165,7 @@ void SourceEntry::settle()
     if (routes_stale) {
         read_route();
     }
+    words.remote = remote && group.rp && trees.surroundings().is_own(*group.rp);
     for (const auto &[number, link] : links) {
         link->settle_assert((view().could_assert() & link->bit()) != 0,
                             (view().tracks_assert() & link->bit()) != 0, false);
@@ -173,12 +174,11 @@ void SourceEntry::settle()
     settle_rpt();
     settle_register();
     const Links outputs = view().inherited_olist();
-    const Links rpf = words.spt_bit ? words.rpf : group.words.rpf;
 
-    if (outputs != told_outputs || rpf != told_rpf || tunnel_changed) {
+    if (outputs != told_outputs || !(words == told) || tunnel_changed) {
         tunnel_changed = false;
         told_outputs = outputs;
-        told_rpf = rpf;
+        told = words;
         trees.surroundings().outputs_changed(group.address(), address());
     }
     std::erase_if(links, [](const auto &one) { return one.second->is_idle(); });
@@ -186,7 +186,7 @@ void SourceEntry::settle()
 
 bool SourceEntry::is_idle() const
 {
-    return links.empty() && words.receivers == 0 && words.excluded == 0 && !words.keepalive &&
+    return links.empty() && words.receivers == 0 && words.excluded == 0 && !words.keepalive && !remote &&
            !machine.joined();
 }
 

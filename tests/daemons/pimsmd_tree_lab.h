@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "daemons/pimsmd/mrib_side.h"
 #include "daemons/pimsmd/tree.h"
 #include "tests/daemons/pimsmd_messages.h"
 
@@ -131,6 +132,9 @@ struct TreeLab final : pimsmd::Surroundings {
     void outputs_changed(const Address &group, const Address &source) override
     {
         changes.insert({address_text(group), address_text(source)});
+        if (told != nullptr) {
+            told->entry_changed(group, source);
+        }
     }
 
     // Those who are asked for what they are: "link neighbour group source".
@@ -194,6 +198,7 @@ struct TreeLab final : pimsmd::Surroundings {
     Belief prunes;
     std::vector<std::string> sent;
     unsigned echoes = 0;
+    pimsmd::MribSide *told = nullptr; // who is told of entries too
     std::set<std::pair<std::string, std::string>> changes;
     pimsmd::Trees trees;
 };
