@@ -77,6 +77,22 @@ Address FieldReader::router()
     return address;
 }
 
+bool FieldReader::is_next_of_other_family() const
+{
+    const std::span<const uint8_t> next = in_.rest();
+    const uint8_t other = family_ == MCAST_FAMILY_IPV4 ? FAMILY_IPV6 : FAMILY_IPV4;
+    return !next.empty() && next[0] == other;
+}
+
+std::optional<Address> FieldReader::router_of_family()
+{
+    if (is_next_of_other_family()) {
+        in_.take(encoded_unicast_size(family_ == MCAST_FAMILY_IPV4 ? MCAST_FAMILY_IPV6 : MCAST_FAMILY_IPV4));
+        return std::nullopt;
+    }
+    return router();
+}
+
 Address FieldReader::source_or_any()
 {
     const Address address = unicast();
@@ -131,10 +147,19 @@ TreeSource EncodedSources::operator[](size_t at) const
     return FieldReader(family_, bytes_.subspan(at * size, size)).tree_source();
 }
 
-Address EncodedUnicasts::operator[](size_t at) const
+bool EncodedUnicasts::next(Address *address)
 {
-    const size_t size = encoded_unicast_size(family_);
-    return FieldReader(family_, bytes_.subspan(at * size, size)).router();
+    while (!bytes_.empty()) {
+        FieldReader in(family_, bytes_);
+        const std::optional<Address> found = in.router_of_family();
+
+        bytes_ = in.rest();
+        if (found) {
+            *address = *found;
+            return true;
+        }
+    }
+    return false;
 }
 
 void write_unicast(mcastd::ByteWriter &out, const Address &address)

@@ -7,12 +7,13 @@
  *     source    family, encoding, flags .....SWR, mask length, address
  *
  * Messages hold long runs of them, of a size known beforehand. Such a run is checked once, when the message is read;
- * from then on it is an array: EncodedSources and EncodedUnicasts take any element out of the message's bytes.
+ * from then on it is an array: EncodedSources takes any element out of the message's bytes, EncodedUnicasts one after the other.
  */
 #ifndef DAEMONS_PIMSMD_ENCODED_ADDRESS_H
 #define DAEMONS_PIMSMD_ENCODED_ADDRESS_H
 
 #include <cstdint>
+#include <optional>
 #include <span>
 
 #include "daemons/common/bytes.h"
@@ -60,6 +61,8 @@ public:
 
     // A router's address.
     Address router();
+    // The same among addresses of both families; nothing for one of the other.
+    std::optional<Address> router_of_family();
     // A source's address, or the unspecified one.
     Address source_or_any();
     // A group, or a range of groups.
@@ -121,6 +124,7 @@ public:
 
 private:
     Address unicast();
+    bool is_next_of_other_family() const;
     Address masked(uint8_t *flags, uint8_t *mask_length);
     void begin();
 
@@ -149,7 +153,8 @@ private:
     std::span<const uint8_t> bytes_;
 };
 
-// The same of unicast addresses.
+// The same of unicast addresses, taken from front to back. There may be others of the other family between them, which some
+// routers name with all addresses of a link; they are passed over.
 class EncodedUnicasts
 {
 public:
@@ -157,11 +162,8 @@ public:
     EncodedUnicasts(uint16_t family, std::span<const uint8_t> bytes) : family_(family), bytes_(bytes)
     {
     }
-    size_t size() const
-    {
-        return bytes_.size() / encoded_unicast_size(family_);
-    }
-    Address operator[](size_t at) const;
+    // Takes the next address; false when there is none.
+    bool next(Address *address);
 
 private:
     uint16_t family_ = MCAST_FAMILY_IPV4;

@@ -148,11 +148,11 @@ void Neighbours::drop_addresses(Neighbour &neighbour)
     neighbour.addresses.clear();
 }
 
-void Neighbours::take_addresses(Neighbour &neighbour, const EncodedUnicasts &addresses, Counters &counters)
+void Neighbours::take_addresses(Neighbour &neighbour, EncodedUnicasts addresses, Counters &counters)
 {
+    Address address;
     drop_addresses(neighbour);
-    for (size_t i = 0; i < addresses.size(); ++i) {
-        const Address address = addresses[i];
+    while (addresses.next(&address)) {
         Neighbour *&owner = owners_[address];
         if (owner == &neighbour) {
             continue; // named twice

@@ -151,7 +151,7 @@ private:
     Neighbour *add(const Address &address);
     void remove(Neighbour &neighbour);
     void take(Neighbour &neighbour, const Hello &hello, Counters &counters);
-    void take_addresses(Neighbour &neighbour, const EncodedUnicasts &addresses, Counters &counters);
+    void take_addresses(Neighbour &neighbour, EncodedUnicasts addresses, Counters &counters);
     void drop_addresses(Neighbour &neighbour);
     void settle();
 

@@ -53,7 +53,7 @@ void read_addresses(FieldReader &in, std::span<const uint8_t> bytes, bool is_fir
         in.refuse(Count::OptionTwice);
     }
     while (value.left() > 0 && !value.failed()) {
-        value.router();
+        value.router_of_family();
     }
     if (value.failed()) {
         value.blame(Count::OptionLength);

@@ -81,8 +81,10 @@ struct Describe {
         if (hello.generation) {
             line += " generation " + std::to_string(*hello.generation);
         }
-        for (size_t i = 0; i < hello.addresses.size(); ++i) {
-            line += " " + pimsmd::to_text(hello.addresses[i]);
+        pimsmd::EncodedUnicasts addresses = hello.addresses;
+        Address address;
+        while (addresses.next(&address)) {
+            line += " " + pimsmd::to_text(address);
         }
         return line;
     }
@@ -164,11 +166,13 @@ struct WriteAgain {
 
     size_t operator()(const pimsmd::Hello &hello) const
     {
-        std::vector<Address> addresses;
-        for (size_t i = 0; i < hello.addresses.size(); ++i) {
-            addresses.push_back(hello.addresses[i]);
+        std::vector<Address> list;
+        pimsmd::EncodedUnicasts addresses = hello.addresses;
+        Address address;
+        while (addresses.next(&address)) {
+            list.push_back(address);
         }
-        return pimsmd::write_hello(out, envelope, hello, addresses);
+        return pimsmd::write_hello(out, envelope, hello, list);
     }
     size_t operator()(const pimsmd::Register &message) const
     {

@@ -246,7 +246,8 @@ TEST(PimWire, OptionsOfAHelloHaveTheirLengthAndComeOnce)
     EXPECT_EQ(read4(0, "00180005 0100c00002"), "dropped_option_length");
     EXPECT_EQ(read4(0, "00010002 0069 00010002 0069"), "dropped_option_twice");
     EXPECT_EQ(read4(0, "00180000 00180000"), "dropped_option_twice");
-    EXPECT_EQ(read4(0, "00180006 0200c0000201"), "dropped_address_family");
+    EXPECT_EQ(read4(0, "00180006 0200c0000201"), "dropped_option_length");
+    EXPECT_EQ(read4(0, "00180006 0300c0000201"), "dropped_address_family");
     EXPECT_EQ(read4(0, "00180006 0100ef000001"), "dropped_router_address");
 }
 
@@ -300,6 +301,14 @@ TEST(PimWire, CountsThatLieRefuseTheMessageWhole)
     EXPECT_EQ(read4(8, "02c00096 01000aff0001 01000010ef010000"), "dropped_count");
     EXPECT_EQ(read4(8, "00c00096 01000aff0001 01000010ef010000"), "dropped_bytes_behind");
     EXPECT_EQ(read4(2, GROUP + "0100c000020900"), "dropped_bytes_behind");
+}
+
+TEST(PimWire, AddressesOfTheOtherFamilyInAHelloArePassedOver)
+{
+    const std::string ipv6 = "0200 fe800000 00000000 00000000 00000001 ";
+    EXPECT_EQ(read4(0, "0018001e 0100c0000201" + ipv6 + "0100c0000202"), "hello 192.0.2.1 192.0.2.2");
+    EXPECT_EQ(read4(0, "00180012" + ipv6), "hello");
+    EXPECT_EQ(read4(0, "00180011" + ipv6.substr(0, ipv6.size() - 3)), "dropped_option_length");
 }
 
 TEST(PimWire, APacketInARegisterIsOfTheFamilyAndMulticast)
