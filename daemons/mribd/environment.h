@@ -42,8 +42,8 @@ public:
         bool is_unknown = false; // whether there is one cannot be found out now, later perhaps
     };
 
-    // What keeps the interface from routing multicast of the family, with the sysctl to change; empty when
-    // nothing does.
+    // What keeps the interface, or PIM_REGISTER_INTERFACE, from routing multicast of the family, with the sysctl to change;
+    // empty when nothing does.
     virtual std::string obstacle(uint8_t family, uint32_t if_index) const = 0;
 
     // The instance's unicast route to the source; it leaves by an interface of the instance.

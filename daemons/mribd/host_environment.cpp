@@ -26,6 +26,7 @@
 #include "daemons/common/line_format.h"
 #include "daemons/common/log.h"
 #include "daemons/common/memory.h"
+#include "daemons/common/pim_records.h"
 #include "daemons/common/route_question.h"
 #include "daemons/mribd/address.h"
 #include "mcast/service.h"
@@ -50,6 +51,19 @@ char read_setting(const std::string &path)
     char value = '\0';
     const mcastd::Descriptor file(::open(("/proc/sys/" + path).c_str(), O_RDONLY | O_CLOEXEC));
     return file.valid() && read(file.get(), &value, 1) == 1 ? value : '\0';
+}
+
+// Of the register interface, which begins with the values of default: what Registers carry is dropped without a word.
+std::string register_obstacle(uint8_t family)
+{
+    for (const char *of : {"all", "default"}) {
+        const std::string setting = std::string("net/ipv4/conf/") + of + "/rp_filter";
+        const char value = read_setting(setting);
+        if (family == MCAST_FAMILY_IPV4 && value != '0' && value != '\0') {
+            return setting + " is " + value + ", so that packets out of Registers are dropped";
+        }
+    }
+    return "";
 }
 
 constexpr Environment::Route UNKNOWN{0, false, true};
@@ -172,7 +186,7 @@ HostEnvironment::Device HostEnvironment::device_of(uint16_t vrf_index) const
 
 std::string HostEnvironment::interface_name(uint32_t if_index) const
 {
-    return mcastd::formatted("%I", if_index);
+    return if_index == mcastd::PIM_REGISTER_INTERFACE ? "register" : mcastd::formatted("%I", if_index);
 }
 
 uint32_t HostEnvironment::interface_index(const std::string &name) const
@@ -197,6 +211,9 @@ bool HostEnvironment::is_on_link(uint32_t if_index, const MCAST_ADDR_S &source) 
 // and its IPv6 twin off. What it does need is the family on the interface.
 std::string HostEnvironment::obstacle(uint8_t family, uint32_t if_index) const
 {
+    if (if_index == mcastd::PIM_REGISTER_INTERFACE) {
+        return register_obstacle(family);
+    }
     const std::string conf =
         std::string("net/") + family_name(family) + "/conf/" + interface_name(if_index) + "/";
     if (family == MCAST_FAMILY_IPV6 && read_setting(conf + "disable_ipv6") == '1') {

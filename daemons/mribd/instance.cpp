@@ -45,10 +45,11 @@ uint32_t table_of(uint16_t vrf_index, const HostEnvironment &environment)
 
 Instance::Instance(const MRIB_GMP_VRF_KEY_S &key, const PlaneSettings &settings, mcastd::Reactor &reactor,
                    MCAST_TMR_S *timers, MemberBudget &budget, const HostEnvironment &environment,
-                   TableRules &rules)
+                   TableRules &rules, RegisterNumbers &registers)
     : reactor_(reactor), environment_(environment), timers_(timers),
       kernel_(rules, table_of(key.vrf_index, environment)),
-      router_(key, kernel_, environment, budget, timers, {settings.entry_limit, settings.idle_period_s}),
+      router_(key, kernel_, environment, budget, timers,
+              {settings.entry_limit, settings.idle_period_s, &registers}),
       lost_clients_(router_, timers, settings.hold_s)
 {
 }

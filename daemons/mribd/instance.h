@@ -24,10 +24,10 @@ struct PlaneSettings {
 class Instance
 {
 public:
-    // reactor, timers, budget, environment and rules, those of the key's family, must outlive the instance.
+    // reactor, timers, budget, environment and rules and registers, those of the key's family, must outlive the instance.
     Instance(const MRIB_GMP_VRF_KEY_S &key, const PlaneSettings &settings, mcastd::Reactor &reactor,
-             MCAST_TMR_S *timers, MemberBudget &budget, const HostEnvironment &environment,
-             TableRules &rules);
+             MCAST_TMR_S *timers, MemberBudget &budget, const HostEnvironment &environment, TableRules &rules,
+             RegisterNumbers &registers);
     ~Instance();
     Instance(const Instance &) = delete;
     Instance &operator=(const Instance &) = delete;

@@ -11,8 +11,8 @@
  *     - The kernel holds the packets of a new source in a list with the newest in front, and searches it
  *       for every answer. So upcalls are read as they come, kept, and answered newest first.
  *
- * The families differ in option names and records alone: FamilyCalls holds the difference, so that the
- * class is written once. Closing the socket makes the kernel forget everything, also when the process is
+ * The families differ in option names and records alone: FamilyCalls (kernel_calls.h) holds the
+ * difference, so that the class is written once. Closing the socket makes the kernel forget everything, also when the process is
  * killed.
  */
 #include "daemons/mribd/kernel_mroute.h"
@@ -22,40 +22,18 @@
 #include <cstring>
 #include <net/if.h>
 #include <netinet/in.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
-#include <linux/filter.h>
-#include <linux/icmpv6.h>
-#include <linux/mroute.h>
-#include <linux/mroute6.h>
 #include <linux/sock_diag.h>
 
 #include "daemons/common/log.h"
 #include "daemons/common/memory.h"
+#include "daemons/common/pim_records.h"
+#include "daemons/mribd/kernel_calls.h"
 
 namespace mribd
 {
-
-// All that differs between the families: option names, and the records that the options take.
-struct FamilyCalls {
-    int domain;
-    int protocol;
-    int level;
-    int init;
-    int done;
-    int assert;
-    int table;
-    const char *kernel_option;
-    int (*add_vif)(int fd, unsigned vif, uint32_t if_index);
-    int (*delete_vif)(int fd, unsigned vif);
-    int (*change_entry)(int fd, bool add, const MCAST_ADDR_S &source, const MCAST_ADDR_S &group,
-                        unsigned parent, uint32_t outgoing);
-    int (*counters)(int fd, const MCAST_ADDR_S &source, const MCAST_ADDR_S &group, EntryCounters *counters);
-    void (*quieten)(int fd);
-};
-
 namespace
 {
 
@@ -64,132 +42,6 @@ constexpr int RECEIVE_BUFFER = 8 << 20;
 // Upcalls that wait to be served.
 constexpr size_t WAITING_LIMIT = 16384;
 constexpr size_t WAITING_WITHOUT_MEMORY = 256;
-
-int set_option(int fd, int level, int option, const void *value, size_t size)
-{
-    return setsockopt(fd, level, option, value, static_cast<socklen_t>(size)) == 0 ? 0 : errno;
-}
-
-int add_vif4(int fd, unsigned vif, uint32_t if_index)
-{
-    vifctl control{};
-    control.vifc_vifi = static_cast<vifi_t>(vif);
-    control.vifc_flags = VIFF_USE_IFINDEX;
-    control.vifc_threshold = 1;
-    control.vifc_lcl_ifindex = static_cast<int>(if_index);
-    return set_option(fd, IPPROTO_IP, MRT_ADD_VIF, &control, sizeof(control));
-}
-
-int delete_vif4(int fd, unsigned vif)
-{
-    vifctl control{};
-    control.vifc_vifi = static_cast<vifi_t>(vif);
-    return set_option(fd, IPPROTO_IP, MRT_DEL_VIF, &control, sizeof(control));
-}
-
-int change_entry4(int fd, bool add, const MCAST_ADDR_S &source, const MCAST_ADDR_S &group, unsigned parent,
-                  uint32_t outgoing)
-{
-    mfcctl control{};
-    std::memcpy(&control.mfcc_origin, source.address, sizeof(control.mfcc_origin));
-    std::memcpy(&control.mfcc_mcastgrp, group.address, sizeof(control.mfcc_mcastgrp));
-    control.mfcc_parent = static_cast<vifi_t>(parent);
-    for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
-        control.mfcc_ttls[vif] = (outgoing >> vif & 1) != 0 ? 1 : 0;
-    }
-    return set_option(fd, IPPROTO_IP, add ? MRT_ADD_MFC : MRT_DEL_MFC, &control, sizeof(control));
-}
-
-int counters4(int fd, const MCAST_ADDR_S &source, const MCAST_ADDR_S &group, EntryCounters *counters)
-{
-    sioc_sg_req request{};
-    std::memcpy(&request.src, source.address, sizeof(request.src));
-    std::memcpy(&request.grp, group.address, sizeof(request.grp));
-    if (ioctl(fd, SIOCGETSGCNT, &request) != 0) {
-        return errno;
-    }
-    *counters = {request.pktcnt, request.bytecnt, request.wrong_if};
-    return 0;
-}
-
-// The routing socket also hears every IGMP packet. Only upcalls carry protocol 0 in what stands for the IP
-// header; letting nothing else in keeps a flood of reports from crowding them out.
-void quieten4(int fd)
-{
-    sock_filter code[] = {
-        BPF_STMT(BPF_LD | BPF_B | BPF_ABS, offsetof(igmpmsg, im_mbz)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, 0xffff),
-        BPF_STMT(BPF_RET | BPF_K, 0),
-    };
-    const sock_fprog program{static_cast<unsigned short>(std::size(code)), code};
-    set_option(fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof(program));
-}
-
-int add_vif6(int fd, unsigned vif, uint32_t if_index)
-{
-    mif6ctl control{};
-    if (if_index > UINT16_MAX) {
-        return ERANGE; // the kernel's record has 16 bits for it
-    }
-    control.mif6c_mifi = static_cast<mifi_t>(vif);
-    control.vifc_threshold = 1;
-    control.mif6c_pifi = static_cast<uint16_t>(if_index);
-    return set_option(fd, IPPROTO_IPV6, MRT6_ADD_MIF, &control, sizeof(control));
-}
-
-int delete_vif6(int fd, unsigned vif)
-{
-    const mifi_t index = static_cast<mifi_t>(vif);
-    return set_option(fd, IPPROTO_IPV6, MRT6_DEL_MIF, &index, sizeof(index));
-}
-
-sockaddr_in6 socket_address6(const MCAST_ADDR_S &address)
-{
-    sockaddr_in6 result{};
-    result.sin6_family = AF_INET6;
-    std::memcpy(&result.sin6_addr, address.address, sizeof(result.sin6_addr));
-    return result;
-}
-
-int change_entry6(int fd, bool add, const MCAST_ADDR_S &source, const MCAST_ADDR_S &group, unsigned parent,
-                  uint32_t outgoing)
-{
-    mf6cctl control{};
-    control.mf6cc_origin = socket_address6(source);
-    control.mf6cc_mcastgrp = socket_address6(group);
-    control.mf6cc_parent = static_cast<mifi_t>(parent);
-    control.mf6cc_ifset.ifs_bits[0] = outgoing;
-    return set_option(fd, IPPROTO_IPV6, add ? MRT6_ADD_MFC : MRT6_DEL_MFC, &control, sizeof(control));
-}
-
-int counters6(int fd, const MCAST_ADDR_S &source, const MCAST_ADDR_S &group, EntryCounters *counters)
-{
-    sioc_sg_req6 request{};
-    request.src = socket_address6(source);
-    request.grp = socket_address6(group);
-    if (ioctl(fd, SIOCGETSGCNT_IN6, &request) != 0) {
-        return errno;
-    }
-    *counters = {request.pktcnt, request.bytecnt, request.wrong_if};
-    return 0;
-}
-
-// Upcalls pass this filter of message types, the namespace's ICMPv6 does not.
-void quieten6(int fd)
-{
-    icmp6_filter filter;
-    std::memset(&filter, 0xff, sizeof(filter));
-    set_option(fd, IPPROTO_ICMPV6, ICMPV6_FILTER, &filter, sizeof(filter));
-}
-
-constexpr FamilyCalls CALLS_IPV4 = {
-    AF_INET,  IPPROTO_IGMP, IPPROTO_IP,    MRT_INIT,  MRT_DONE, MRT_ASSERT, MRT_TABLE, "CONFIG_IP_MROUTE",
-    add_vif4, delete_vif4,  change_entry4, counters4, quieten4};
-constexpr FamilyCalls CALLS_IPV6 = {AF_INET6,  IPPROTO_ICMPV6, IPPROTO_IPV6,  MRT6_INIT,
-                                    MRT6_DONE, MRT6_ASSERT,    MRT6_TABLE,    "CONFIG_IPV6_MROUTE",
-                                    add_vif6,  delete_vif6,    change_entry6, counters6,
-                                    quieten6};
 
 } // namespace
 
@@ -276,6 +128,7 @@ void KernelMroute::shut()
         close(fd_);
         fd_ = -1;
     }
+    register_vif_ = -1;
     for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
         lead_no_more(vif);
     }
@@ -324,6 +177,7 @@ uint64_t KernelMroute::lost_upcalls() const
     return given_up_ + info[SK_MEMINFO_DROPS];
 }
 
+// The register interface comes with its virtual one.
 int KernelMroute::lead(unsigned vif, uint32_t if_index)
 {
     char name[IF_NAMESIZE];
@@ -333,9 +187,14 @@ int KernelMroute::lead(unsigned vif, uint32_t if_index)
     if (!led_[vif].empty()) {
         return EADDRINUSE;
     }
-    if (if_indextoname(if_index, name) == nullptr) {
-        return errno;
+    if (if_index == mcastd::PIM_REGISTER_INTERFACE) {
+        return lead(vif, calls_.register_device + std::to_string(table_));
     }
+    return if_indextoname(if_index, name) == nullptr ? errno : lead(vif, std::string(name));
+}
+
+int KernelMroute::lead(unsigned vif, const std::string &name)
+{
     const int error = rules_.lead(name, table_);
     if (error == 0) {
         led_[vif] = name;
@@ -350,17 +209,33 @@ void KernelMroute::lead_no_more(unsigned vif)
     }
 }
 
+// PIM off also switches the reports of packets on a wrong interface off.
+int KernelMroute::switch_pim(bool on)
+{
+    const int value = on ? 1 : 0;
+    const int one = 1;
+    const int error = set_option(fd_, calls_.level, calls_.pim, &value, sizeof(value));
+    return on ? error : set_option(fd_, calls_.level, calls_.assert, &one, sizeof(one));
+}
+
 // The rule comes first and goes last: in between the packets would be told to a table that does not know
 // their interface.
 int KernelMroute::add_vif(unsigned vif, uint32_t if_index)
 {
+    const bool is_register = if_index == mcastd::PIM_REGISTER_INTERFACE;
     int error = fd_ < 0 ? ENOTCONN : lead(vif, if_index);
     if (error != 0) {
         return error;
     }
-    error = calls_.add_vif(fd_, vif, if_index);
+    error = is_register ? switch_pim(true) : 0;
+    error = error != 0 ? error : calls_.add_vif(fd_, vif, if_index);
     if (error != 0) {
+        if (is_register) {
+            switch_pim(false);
+        }
         lead_no_more(vif);
+    } else if (is_register) {
+        register_vif_ = static_cast<int>(vif);
     }
     return error;
 }
@@ -368,6 +243,10 @@ int KernelMroute::add_vif(unsigned vif, uint32_t if_index)
 int KernelMroute::delete_vif(unsigned vif)
 {
     const int error = fd_ < 0 ? ENOTCONN : calls_.delete_vif(fd_, vif);
+    if (static_cast<int>(vif) == register_vif_) {
+        register_vif_ = -1;
+        switch_pim(false);
+    }
     lead_no_more(vif);
     return error;
 }

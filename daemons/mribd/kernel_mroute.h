@@ -80,12 +80,15 @@ private:
     OpenResult open_failed(const char *step, int error, std::string *reason);
     void prepare_receiving();
     int lead(unsigned vif, uint32_t if_index);
+    int lead(unsigned vif, const std::string &name);
     void lead_no_more(unsigned vif);
+    int switch_pim(bool on);
 
     const FamilyCalls &calls_;
     TableRules &rules_;
     uint32_t table_;
     int fd_ = -1;
+    int register_vif_ = -1;
     std::array<std::string, MAX_VIFS> led_; // by virtual interface, the interface that has a rule
     std::deque<Upcall> waiting_;            // oldest first
     uint64_t given_up_ = 0;

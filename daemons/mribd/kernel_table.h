@@ -27,7 +27,8 @@ class KernelTable
 public:
     virtual ~KernelTable() = default;
 
-    // Each answers 0 or an errno value.
+    // Each answers 0 or an errno value. PIM_REGISTER_INTERFACE in place of an interface is the register interface, of which a
+    // table has one; while it is there packets on a wrong interface are reported for every entry.
     virtual int add_vif(unsigned vif, uint32_t if_index) = 0;
     virtual int delete_vif(unsigned vif) = 0;
 

@@ -41,7 +41,7 @@ Plane::Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &rea
              const HostEnvironment &environment)
     : settings_(settings), reactor_(reactor), timers_(timers), environment_(environment),
       budget_(settings.member_limit), rules_(family),
-      common_(instance_key(family), settings, reactor, timers, budget_, environment, rules_),
+      common_(instance_key(family), settings, reactor, timers, budget_, environment, rules_, registers_),
       routers_(common_.router()), current_view_(routers_), msdp_(routers_.common(), settings.entry_limit),
       server_(reactor, Backend{routers_, current_view_, msdp_, users_, budget_})
 {
@@ -76,7 +76,7 @@ KernelMroute::OpenResult Plane::open()
 KernelMroute::OpenResult Plane::serve(uint16_t vrf_index)
 {
     auto instance = std::make_unique<Instance>(instance_key(family(), vrf_index), settings_, reactor_,
-                                               timers_, budget_, environment_, rules_);
+                                               timers_, budget_, environment_, rules_, registers_);
     KernelMroute::OpenResult result = KernelMroute::OpenResult::Failed;
     if (only_few_descriptors_left()) {
         mcastd::log_warning("%s is not served: there are too few descriptors (ulimit -n)",

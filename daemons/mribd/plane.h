@@ -75,6 +75,7 @@ private:
     const HostEnvironment &environment_;
     MemberBudget budget_;
     TableRules rules_;
+    RegisterNumbers registers_;
     Instance common_; // the public one
     std::map<uint16_t, std::unique_ptr<Instance>> others_;
     Routers routers_;

@@ -45,7 +45,7 @@ constexpr uint32_t VIF_RETRY_MS = 1000;
 Router::Router(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment,
                MemberBudget &budget, MCAST_TMR_S *timers, const EntryRules &rules)
     : key_(key), timers_(timers), kernel_(kernel), environment_(environment), members_(key.family, budget),
-      trees_(key.family), vifs_(key, kernel, environment),
+      trees_(key.family), vifs_(key, kernel, environment, rules.registers),
       forwarding_({key, kernel, environment, members_, gmp_, pim_, trees_, vifs_, timers, rules.limit,
                    rules.idle_period_s})
 {
@@ -283,7 +283,7 @@ void Router::routes_changed(const MCAST_ADDR_S &prefix, unsigned length)
     vifs_stale_ = true;
 }
 
-// The interfaces that need a virtual interface, the most important first: where known sources are, then where
+// The interfaces that need a virtual interface, the most important first: the register interface where PIM runs, where known sources are, then where
 // receivers are, then where a protocol runs (its daemon may hear some hosts only there), then every other one
 // as long as anybody listens at all or sources are watched, because the kernel reports new sources only on
 // interfaces that have one. For the same reason receivers never take the last places. Who has one already
@@ -313,6 +313,9 @@ std::vector<uint32_t> Router::wanted_interfaces() const
         running.insert(running.end(), rest.begin(), rest.end());
     }
     std::vector<uint32_t> wanted = std::move(upstream);
+    if (pim_.runs()) {
+        wanted.insert(wanted.begin(), mcastd::PIM_REGISTER_INTERFACE);
+    }
     const size_t kept = wanted.size() < PLACES_FOR_SOURCES ? PLACES_FOR_SOURCES - wanted.size() : 0;
     const auto kept_end = running.begin() + static_cast<ptrdiff_t>(std::min(kept, running.size()));
     wanted.insert(wanted.end(), running.begin(), kept_end);

@@ -29,6 +29,7 @@ public:
     struct EntryRules {
         uint32_t limit;
         uint32_t idle_period_s;
+        RegisterNumbers *registers = nullptr; // of the family's instances; NULL: this is the only one
     };
 
     // kernel, environment, budget and timers must outlive the router.

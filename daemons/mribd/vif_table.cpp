@@ -5,14 +5,57 @@
 #include <cstring>
 
 #include "daemons/common/log.h"
+#include "daemons/common/pim_records.h"
 #include "daemons/mribd/address.h"
 
 namespace mribd
 {
 
-VifTable::VifTable(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment)
-    : key_(key), kernel_(kernel), environment_(environment)
+using mcastd::PIM_REGISTER_INTERFACE;
+
+VifTable::VifTable(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment,
+                   RegisterNumbers *registers)
+    : key_(key), kernel_(kernel), environment_(environment), registers_(registers)
 {
+}
+
+VifTable::~VifTable()
+{
+    for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
+        free_number(vif);
+    }
+}
+
+// What the number meant it means no longer.
+void VifTable::free_number(unsigned vif)
+{
+    if (registers_ != nullptr && if_indexes_[vif] == PIM_REGISTER_INTERFACE) {
+        registers_->taken &= ~(1u << vif);
+    }
+    if_indexes_[vif] = 0;
+}
+
+// The numbers that other tables' register interfaces have.
+uint32_t VifTable::other_registers() const
+{
+    const int own = find(PIM_REGISTER_INTERFACE);
+    return registers_ == nullptr ? 0 : registers_->taken & ~(own < 0 ? 0 : 1u << own);
+}
+
+// One for the register interface, rather one that is free here; -1 when others have all.
+int VifTable::number_for_register() const
+{
+    int occupied = -1;
+    for (int vif = MAX_VIFS - 1; vif >= 0; --vif) {
+        if ((other_registers() >> vif & 1) != 0) {
+            continue;
+        }
+        if (if_indexes_[static_cast<size_t>(vif)] == 0) {
+            return vif;
+        }
+        occupied = occupied < 0 ? vif : occupied;
+    }
+    return occupied;
 }
 
 int VifTable::find(uint32_t if_index) const
@@ -33,9 +76,11 @@ unsigned VifTable::count() const
 
 bool VifTable::add(uint32_t if_index)
 {
+    const bool is_register = if_index == PIM_REGISTER_INTERFACE;
     const auto free = std::find(if_indexes_.begin(), if_indexes_.end(), 0u);
-    const unsigned vif = static_cast<unsigned>(free - if_indexes_.begin());
-    const int error = kernel_.add_vif(vif, if_index);
+    const int number = is_register ? number_for_register() : static_cast<int>(free - if_indexes_.begin());
+    const unsigned vif = static_cast<unsigned>(number);
+    const int error = number < 0 ? EADDRNOTAVAIL : kernel_.add_vif(vif, if_index);
     const auto known = std::find(failed_.begin(), failed_.end(), if_index);
     if (error != 0) {
         ++failures_;
@@ -51,7 +96,10 @@ bool VifTable::add(uint32_t if_index)
     if (known != failed_.end()) {
         failed_.erase(known);
     }
-    *free = if_index;
+    if_indexes_[vif] = if_index;
+    if (is_register && registers_ != nullptr) {
+        registers_->taken |= 1u << vif;
+    }
     mcastd::log_info("%s: virtual interface %u is %s", instance_name(key_).c_str(), vif,
                      environment_.interface_name(if_index).c_str());
     const std::string obstacle = environment_.obstacle(key_.family, if_index);
@@ -78,18 +126,26 @@ void VifTable::note_refused(const std::vector<uint32_t> &wanted)
     refused_ = refused;
 }
 
-bool VifTable::refresh(const std::vector<uint32_t> &wanted, const std::function<void(uint32_t)> &vacate)
+// Gives up what is not wanted any more, and the number that the register interface is to have.
+uint32_t VifTable::leave_unwanted(const std::vector<uint32_t> &wanted,
+                                  const std::function<void(uint32_t)> &vacate)
 {
-    note_refused(wanted);
     const auto end = wanted.begin() + static_cast<ptrdiff_t>(std::min<size_t>(wanted.size(), MAX_VIFS));
     uint32_t leaving = 0;
     for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
         if (if_indexes_[vif] != 0 && std::find(wanted.begin(), end, if_indexes_[vif]) == end) {
             mcastd::log_info("%s: virtual interface %u, %s, is no longer needed", instance_name(key_).c_str(),
                              vif, environment_.interface_name(if_indexes_[vif]).c_str());
-            if_indexes_[vif] = 0;
+            free_number(vif);
             leaving |= 1u << vif;
         }
+    }
+    const bool lacks_register =
+        std::find(wanted.begin(), end, PIM_REGISTER_INTERFACE) != end && find(PIM_REGISTER_INTERFACE) < 0;
+    const int number = lacks_register ? number_for_register() : -1;
+    if (number >= 0 && if_indexes_[static_cast<size_t>(number)] != 0) {
+        free_number(static_cast<unsigned>(number)); // its interface gets another one
+        leaving |= 1u << number;
     }
     if (leaving != 0) {
         vacate(leaving);
@@ -99,10 +155,22 @@ bool VifTable::refresh(const std::vector<uint32_t> &wanted, const std::function<
             }
         }
     }
-    bool changed = leaving != 0;
+    return leaving;
+}
+
+bool VifTable::refresh(const std::vector<uint32_t> &wanted, const std::function<void(uint32_t)> &vacate)
+{
+    note_refused(wanted);
+    const auto end = wanted.begin() + static_cast<ptrdiff_t>(std::min<size_t>(wanted.size(), MAX_VIFS));
+    bool changed = leave_unwanted(wanted, vacate) != 0;
     incomplete_ = false;
+    // The register interface first: others take any number.
+    if (std::find(wanted.begin(), end, PIM_REGISTER_INTERFACE) != end && find(PIM_REGISTER_INTERFACE) < 0) {
+        incomplete_ = !add(PIM_REGISTER_INTERFACE);
+        changed |= !incomplete_;
+    }
     for (auto if_index = wanted.begin(); if_index != end; ++if_index) {
-        if (find(*if_index) < 0) {
+        if (find(*if_index) < 0 && *if_index != PIM_REGISTER_INTERFACE) {
             const bool added = add(*if_index);
             changed |= added;
             incomplete_ |= !added;
@@ -118,7 +186,7 @@ bool VifTable::forget(uint32_t if_index, const std::function<void(uint32_t)> &va
     if (vif < 0) {
         return false;
     }
-    if_indexes_[static_cast<size_t>(vif)] = 0;
+    free_number(static_cast<unsigned>(vif));
     vacate(1u << vif);
     kernel_.delete_vif(static_cast<unsigned>(vif));
     return true;
@@ -129,7 +197,7 @@ void VifTable::clear()
     for (unsigned vif = 0; vif < MAX_VIFS; ++vif) {
         if (if_indexes_[vif] != 0) {
             kernel_.delete_vif(vif);
-            if_indexes_[vif] = 0;
+            free_number(vif);
         }
     }
 }

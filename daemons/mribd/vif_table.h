@@ -16,10 +16,21 @@
 namespace mribd
 {
 
+// The numbers of the register interfaces of one family's instances, as bits. Reports of packets on their way there name, of
+// IPv6, the number and not the table, so that no two have the same one.
+struct RegisterNumbers {
+    uint32_t taken = 0;
+};
+
 class VifTable
 {
 public:
-    VifTable(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment);
+    // registers outlives the table; NULL: it is the only one.
+    VifTable(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environment &environment,
+             RegisterNumbers *registers = nullptr);
+    ~VifTable();
+    VifTable(const VifTable &) = delete;
+    VifTable &operator=(const VifTable &) = delete;
 
     // The virtual interface of the interface, -1 when it has none.
     int find(uint32_t if_index) const;
@@ -33,7 +44,7 @@ public:
         return incomplete_;
     }
 
-    // Makes the table hold the wanted interfaces, the most important first; those beyond the limit go
+    // Makes the table hold the wanted interfaces, PIM_REGISTER_INTERFACE may be one, the most important first; those beyond the limit go
     // without, which is counted and logged. Before virtual interfaces are deleted, vacate is called with
     // their bits; from then on find does not know them, and afterwards no entry may use them. Returns whether
     // anything changed.
@@ -64,13 +75,19 @@ public:
     }
 
 private:
+    uint32_t other_registers() const;
+    int number_for_register() const;
     bool add(uint32_t if_index);
+    void free_number(unsigned vif);
+    uint32_t leave_unwanted(const std::vector<uint32_t> &wanted,
+                            const std::function<void(uint32_t bits)> &vacate);
     void note_refused(const std::vector<uint32_t> &wanted);
 
     MRIB_GMP_VRF_KEY_S key_;
     KernelTable &kernel_;
     const Environment &environment_;
     std::array<uint32_t, MAX_VIFS> if_indexes_{};
+    RegisterNumbers *registers_;
     std::vector<uint32_t> failed_; // reported already
     size_t refused_ = 0;
     bool incomplete_ = false;

@@ -297,6 +297,28 @@ TEST_P(PimClientTest, RecordsThatFailTheirChecksAreCountedAndIgnored)
     EXPECT_EQ(bench.router.trees().size(), 0u);
 }
 
+TEST_P(PimClientTest, RegisterInterfaceIsThereWhilePimRunsAndGoesWhereTheTreeSays)
+{
+    const int none = -1;
+    EXPECT_EQ(bench.router.vifs().find(PIM_REGISTER_INTERFACE), none);
+    interfaces(PIM_DESIGNATED);
+    const int vif = bench.router.vifs().find(PIM_REGISTER_INTERFACE);
+    ASSERT_GE(vif, 0);
+    join(*pim, 2);
+    tree(source, PIM_FROM_INTERFACE, 1, PIM_TREE_SPT | PIM_TREE_REGISTER_OUT);
+    bench.packet(1, source, group);
+    EXPECT_EQ(bench.kernel.entries.at({source, group}).outgoing,
+              1u << vif | 1u << bench.router.vifs().find(2));
+    tree(source, PIM_FROM_INTERFACE, 1, PIM_TREE_SPT);
+    EXPECT_EQ(forwards(), Interfaces{2});
+    tree(source, PIM_FROM_REGISTER, 0, PIM_TREE_REGISTER_OUT);
+    EXPECT_EQ(bench.kernel.entries.at({source, group}).parent, static_cast<unsigned>(vif));
+    EXPECT_EQ(forwards(), Interfaces{2}) << "nothing goes back into Registers";
+    interfaces(PIM_GONE);
+    EXPECT_EQ(bench.router.vifs().find(PIM_REGISTER_INTERFACE), none);
+    EXPECT_EQ(bench.kernel.dangling, 0);
+}
+
 INSTANTIATE_TEST_SUITE_P(Families, PimClientTest, testing::Values(MCAST_FAMILY_IPV4, MCAST_FAMILY_IPV6),
                          [](const auto &family) {
                              return family.param == MCAST_FAMILY_IPV4 ? "ipv4" : "ipv6";
