@@ -101,7 +101,7 @@ public:
         bool more = queue_.run_due(TIMERS_PER_ROUND);
         interfaces_.settle();
         more |= mrib_.work();
-        router_.settle();
+        more |= router_.settle();
         more |= mrib_.flush();
         wakeup_.arm(queue_);
         memory_.round(router_.trees().entries());

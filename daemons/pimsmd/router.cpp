@@ -157,7 +157,7 @@ void Router::take_down(unsigned number)
     const uint32_t if_index = gone->state().if_index;
     gone->say_goodbye();
     by_index_.erase(if_index);
-    std::erase_if(packers_, [number](const auto &one) { return one.first.first == number; });
+    std::erase_if(outgoing_, [number](const auto &one) { return one.first.first == number; });
     forget_ways();
     trees_.forget_link(number);
     roles_stale_ &= ~(Links{1} << number);
@@ -212,7 +212,7 @@ void Router::walk()
     }
 }
 
-void Router::settle()
+bool Router::settle()
 {
     while (has_walks() && !pause_.running()) {
         walk();
@@ -223,8 +223,9 @@ void Router::settle()
                 pause_, WALK_PAUSE_MS, [](void *) {}, nullptr);
         }
     }
-    trees_.settle();
+    const bool more = trees_.settle(SETTLED_AT_ONCE);
     flush();
+    return more;
 }
 
 void Router::close()
@@ -361,7 +362,7 @@ void Router::neighbour_left(unsigned number, const Neighbour &neighbour)
 {
     restarted_.erase({number, neighbour.address});
     gone_.insert({number, neighbour.address});
-    packers_.erase({number, neighbour.address});
+    outgoing_.erase({number, neighbour.address});
     reroute_wanted_ = reroute_wanted_ || asked_.contains({number, neighbour.address});
 }
 

@@ -35,6 +35,9 @@ constexpr unsigned MOST_PIM_LINKS = MOST_LINKS - 1;
 constexpr uint32_t WALKED_AT_ONCE = 65536;
 constexpr uint32_t WALK_PAUSE_MS = 200;
 
+// Looks at entries in one round.
+constexpr size_t SETTLED_AT_ONCE = 8192;
+
 class Router final : private Surroundings, private BsrSurroundings, private RpSetEvents, private LinkOwner
 {
 public:
@@ -72,8 +75,8 @@ public:
     // A message that came in from the interface, or of a type that is sent to one router, 0: from anywhere.
     void received(uint32_t if_index, const Envelope &envelope, std::span<const uint8_t> bytes);
 
-    // Works off what came, and sends.
-    void settle();
+    // Works off what came, a bounded amount, and sends. Whether there is more to do.
+    bool settle();
 
     // Says goodbye on all links.
     void close();
@@ -127,6 +130,16 @@ private:
             return first.first != second.first ? first.first < second.first
                                                : address_less(first.second, second.second);
         }
+    };
+
+    // What a neighbour is asked for in this round. Wishes of one group leave together, in one record.
+    struct Outgoing {
+        Packer packer;
+        Address group{};
+        std::vector<Wish> wishes;
+
+        void add(const Address &of, const Wish &wish);
+        void put();
     };
 
     // Of several bases.
@@ -189,7 +202,7 @@ private:
     std::vector<uint8_t> buffer_; // of the message that is being written
     std::array<std::unique_ptr<Link>, MOST_PIM_LINKS> links_;
     std::map<uint32_t, unsigned> by_index_;
-    std::map<PackerKey, Packer, PackerLess> packers_;
+    std::map<PackerKey, Outgoing, PackerLess> outgoing_;
     RpSet rp_set_;
     Trees trees_;
     std::unique_ptr<Bsr> bsr_;

@@ -13,6 +13,13 @@
 
 namespace pimsmd
 {
+namespace
+{
+
+// Of one group; a message has room for some 180.
+constexpr size_t MOST_WISHES_TOGETHER = 256;
+
+} // namespace
 
 void Router::received(uint32_t if_index, const Envelope &envelope, std::span<const uint8_t> bytes)
 {
@@ -113,28 +120,57 @@ void Router::send(unsigned number, const Address &neighbour, const Address &grou
     if (on == nullptr || is_unspecified(neighbour)) {
         return;
     }
-    auto found = packers_.find({number, neighbour});
+    auto found = outgoing_.find({number, neighbour});
 
-    if (found == packers_.end()) {
+    if (found == outgoing_.end()) {
         on->introduce();
-        found = packers_
-                    .emplace(std::piecewise_construct, std::forward_as_tuple(number, neighbour),
-                             std::forward_as_tuple(
-                                 on->envelope(), neighbour, hold_of_period(config_.trees.join_period_s),
-                                 on->room(),
-                                 [on](std::span<const uint8_t> message) { on->send_to_all(message); }))
-                    .first;
+        Packer packer(on->envelope(), neighbour, hold_of_period(config_.trees.join_period_s), on->room(),
+                      [on](std::span<const uint8_t> message) { on->send_to_all(message); });
+        found = outgoing_.emplace(PackerKey{number, neighbour}, Outgoing{std::move(packer), {}, {}}).first;
     }
-    found->second.add(group, wishes);
+    const bool has_star = std::any_of(wishes.begin(), wishes.end(),
+                                      [](const Wish &wish) { return wish.source.tree == Tree::Star; });
+
+    if (has_star) {
+        found->second.put();
+        found->second.packer.add(group, wishes);
+        return;
+    }
+    for (const Wish &wish : wishes) {
+        found->second.add(group, wish);
+    }
+}
+
+// A source of which something was said already is named again in a record of its own, so that the order stays.
+void Router::Outgoing::add(const Address &of, const Wish &wish)
+{
+    const bool again = std::any_of(wishes.rbegin(), wishes.rend(), [&](const Wish &other) {
+        return other.source.tree == wish.source.tree &&
+               same_address(other.source.address, wish.source.address);
+    });
+    if (again || !same_address(group, of) || wishes.size() >= MOST_WISHES_TOGETHER) {
+        put();
+    }
+    group = of;
+    wishes.push_back(wish);
+}
+
+void Router::Outgoing::put()
+{
+    if (!wishes.empty()) {
+        packer.add(group, wishes);
+        wishes.clear();
+    }
 }
 
 void Router::flush()
 {
-    for (auto &[where, packer] : packers_) {
-        packer.finish();
-        counters_[Count::TooLong] += packer.left_out();
+    for (auto &[where, out] : outgoing_) {
+        out.put();
+        out.packer.finish();
+        counters_[Count::TooLong] += out.packer.left_out();
     }
-    packers_.clear();
+    outgoing_.clear();
 }
 
 void Router::send_assert(unsigned number, const Address &group, const Address &source,

@@ -311,31 +311,39 @@ void Trees::remove_if_idle(Entry &entry)
 
 // A group that changed marks its sources, which inherit from it. When all is quiet Joins(*,G) go out, which name what the
 // sources want pruned; then entries with nothing left go, sources before their groups.
-void Trees::settle()
+bool Trees::settle(size_t most)
 {
-    std::vector<Entry *> settled;
-    while (!marked_.empty()) {
-        std::vector<Entry *> now;
-        now.swap(marked_);
-        for (Entry *entry : now) {
-            entry->marked = false;
-            entry->settle();
-            settled.push_back(entry);
+    for (; !marked_.empty(); --most) {
+        if (most == 0) {
+            return true;
         }
+        Entry *entry = marked_.front();
+        marked_.pop_front();
+        entry->marked = false;
+        entry->settle();
+        settled_.push_back(entry);
     }
+    end_settling();
+    return false;
+}
+
+void Trees::end_settling()
+{
     std::vector<GroupEntry *> groups;
-    std::sort(settled.begin(), settled.end());
-    settled.erase(std::unique(settled.begin(), settled.end()), settled.end());
-    for (Entry *entry : settled) {
+    const auto leave_one_of_each = [](auto &entries) {
+        std::sort(entries.begin(), entries.end());
+        entries.erase(std::unique(entries.begin(), entries.end()), entries.end());
+    };
+    leave_one_of_each(settled_);
+    for (Entry *entry : settled_) {
         auto *source = dynamic_cast<SourceEntry *>(entry);
         groups.push_back(source != nullptr ? &source->group : dynamic_cast<GroupEntry *>(entry));
     }
-    std::sort(groups.begin(), groups.end());
-    groups.erase(std::unique(groups.begin(), groups.end()), groups.end());
+    leave_one_of_each(groups);
     for (GroupEntry *group : groups) {
         group->flush();
     }
-    for (Entry *entry : settled) {
+    for (Entry *entry : settled_) {
         if (auto *source = dynamic_cast<SourceEntry *>(entry)) {
             remove_if_idle(*source);
         }
@@ -343,6 +351,7 @@ void Trees::settle()
     for (GroupEntry *group : groups) {
         remove_if_idle(*group);
     }
+    settled_.clear();
 }
 
 } // namespace pimsmd

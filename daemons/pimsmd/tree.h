@@ -8,6 +8,7 @@
 #ifndef DAEMONS_PIMSMD_TREE_H
 #define DAEMONS_PIMSMD_TREE_H
 
+#include <deque>
 #include <vector>
 
 #include "daemons/common/limit_watch.h"
@@ -94,8 +95,9 @@ public:
     // Takes other settings. Those of rates begin anew.
     void set(const TreeSettings &settings);
 
-    // Works off all that follows from what came.
-    void settle();
+    // Works off what follows from what came, with so many looks at entries at most. Whether some are left: then Joins(*,G)
+    // wait, and entries that nobody needs stay.
+    bool settle(size_t most = SIZE_MAX);
 
     const GroupEntry *find(const Address &group) const;
     const SourceEntry *find(const Address &group, const Address &source) const;
@@ -162,6 +164,7 @@ private:
     bool has_room();
     GroupEntry *make_group(const Address &address);
     SourceEntry *make_source(const Address &group, const Address &source);
+    void end_settling();
     bool charge(EntryLink &link, const Address &maker);
     StarLink *link_on(GroupEntry &group, unsigned link, const Address &maker);
     SourceLink *link_on(SourceEntry &source, unsigned link, const Address &maker);
@@ -198,7 +201,8 @@ private:
     RateLimit registers_;
     SharedRateLimit stops_;
     std::map<Address, uint32_t, Less> made_by_; // links that each neighbour made
-    std::vector<Entry *> marked_;
+    std::deque<Entry *> marked_;
+    std::vector<Entry *> settled_; // since all was quiet
     mcastd::LimitWatch<90, 80> limit_watch_;
 };
 

@@ -6,6 +6,7 @@
 #define TESTS_DAEMONS_PIMSMD_ROUTER_LAB_H
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -120,14 +121,14 @@ public:
     // Routers settle and messages arrive until nothing is left to do.
     void settle()
     {
+        bool more = false;
         do {
+            more = false;
             deliver();
             for (const auto &box : boxes) {
-                if (box != nullptr) {
-                    box->router->settle();
-                }
+                more |= box != nullptr && box->router->settle();
             }
-        } while (!wire.empty());
+        } while (more || !wire.empty());
     }
 
     struct Packet {
@@ -143,6 +144,7 @@ public:
     std::deque<Packet> wire;
     std::vector<std::unique_ptr<Box>> boxes;
     uint32_t seed = 1;
+    std::function<void(const Packet &)> tap; // hears all that is sent
 
 private:
     void deliver()
@@ -150,6 +152,9 @@ private:
         while (!wire.empty()) {
             const Packet packet = wire.front();
             wire.pop_front();
+            if (tap) {
+                tap(packet);
+            }
             for (const auto &box : boxes) {
                 if (box != nullptr && box->number != packet.from) {
                     arrive(*box, packet);

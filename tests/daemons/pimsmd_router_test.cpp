@@ -149,7 +149,7 @@ TEST_P(PimRouter, ManyJoinsLeaveInAsFewMessagesAsHoldThem)
     }
     lan.settle();
     EXPECT_EQ(first->router->trees().entries(), 703u);
-    EXPECT_LE(count(*last, "join") - before, family() == MCAST_FAMILY_IPV4 ? 10u : 22u);
+    EXPECT_LE(count(*last, "join") - before, family() == MCAST_FAMILY_IPV4 ? 4u : 11u);
 }
 
 TEST_P(PimRouter, ANeighbourThatComesLaterIsAskedForWhatIsWanted)
