@@ -183,6 +183,75 @@ inline constexpr ControlColumn MSDP_RPF_COLUMNS[] = {
 };
 inline constexpr ControlSchema MSDP_RPF_TABLE{51, "msdp-rpf", 1, MSDP_RPF_COLUMNS};
 
+// Tables of pimsmd, one process for each family.
+
+inline constexpr ControlColumn PIM_INTERFACE_COLUMNS[] = {
+    {"interface", FieldType::Interface},     {"family", FieldType::Family},
+    {"address", FieldType::Address},         {"designated_router", FieldType::Address},
+    {"designated", FieldType::Truth}, // this router is
+    {"dr_priority", FieldType::Number},      {"neighbors", FieldType::Number},
+    {"hello_interval_s", FieldType::Number}, {"prune_delay_ms", FieldType::Number},
+    {"generation", FieldType::Number},
+};
+inline constexpr ControlSchema PIM_INTERFACE_TABLE{64, "pim-interfaces", 1, PIM_INTERFACE_COLUMNS};
+
+inline constexpr ControlColumn PIM_NEIGHBOR_COLUMNS[] = {
+    {"interface", FieldType::Interface}, {"neighbor", FieldType::Address},
+    {"designated", FieldType::Truth},    {"dr_priority", FieldType::Number}, // None: it says none
+    {"generation", FieldType::Number},   {"expires", FieldType::Seconds},    // None: never
+    {"addresses", FieldType::Number},                                        // beside that one
+};
+inline constexpr ControlSchema PIM_NEIGHBOR_TABLE{65, "pim-neighbors", 2, PIM_NEIGHBOR_COLUMNS};
+
+// What is wanted behind each interface. Of a group the source is all zero, and there are no sources to leave out.
+inline constexpr ControlColumn PIM_JOIN_COLUMNS[] = {
+    {"group", FieldType::Address},          {"source", FieldType::Address},
+    {"interface", FieldType::Interface},    {"join", FieldType::Text},   // states of the downstream machines
+    {"shared_tree_prune", FieldType::Text}, {"hosts", FieldType::Truth}, // want it
+    {"excluded", FieldType::Truth},
+};
+inline constexpr ControlSchema PIM_JOIN_TABLE{66, "pim-joins", 3, PIM_JOIN_COLUMNS};
+
+inline constexpr ControlColumn PIM_TREE_COLUMNS[] = {
+    {"group", FieldType::Address},     {"source", FieldType::Address}, // all zero: the shared tree
+    {"rp", FieldType::Address},        {"upstream", FieldType::Interface},
+    {"neighbor", FieldType::Address},  {"joined", FieldType::Truth},
+    {"next_join", FieldType::Seconds}, {"outgoing", FieldType::Interfaces},
+    {"source_tree", FieldType::Truth}, // packets come over the source's own
+    {"shared_tree", FieldType::Text},  {"register", FieldType::Text},
+    {"keepalive", FieldType::Seconds},
+};
+inline constexpr ControlSchema PIM_TREE_TABLE{67, "pim-trees", 2, PIM_TREE_COLUMNS};
+
+inline constexpr ControlColumn PIM_ASSERT_COLUMNS[] = {
+    {"group", FieldType::Address},     {"source", FieldType::Address}, {"interface", FieldType::Interface},
+    {"state", FieldType::Text},        {"winner", FieldType::Address}, {"shared_tree", FieldType::Truth},
+    {"preference", FieldType::Number}, {"metric", FieldType::Number},
+};
+inline constexpr ControlSchema PIM_ASSERT_TABLE{68, "pim-asserts", 3, PIM_ASSERT_COLUMNS};
+
+inline constexpr ControlColumn RP_COLUMNS[] = {
+    {"range", FieldType::Address},   {"length", FieldType::Number},
+    {"rp", FieldType::Address},      {"origin", FieldType::Text},
+    {"priority", FieldType::Number}, {"expires", FieldType::Seconds}, // None: configured
+};
+inline constexpr ControlSchema RP_TABLE{69, "rp", 4, RP_COLUMNS};
+
+inline constexpr ControlColumn BSR_COLUMNS[] = {
+    {"family", FieldType::Family},     {"state", FieldType::Text},
+    {"bsr", FieldType::Address}, // None: not known
+    {"priority", FieldType::Number},   {"hash_mask_length", FieldType::Number},
+    {"this_router", FieldType::Truth}, {"candidate_rps", FieldType::Number}, // that told this router as BSR
+};
+inline constexpr ControlSchema BSR_TABLE{70, "bsr", 1, BSR_COLUMNS};
+
+// The ways to sources and RPs that the trees asked for. A row that is asked for by its key is there for every address.
+inline constexpr ControlColumn RPF_COLUMNS[] = {
+    {"source", FieldType::Address},  {"interface", FieldType::Interface}, {"neighbor", FieldType::Address},
+    {"connected", FieldType::Truth}, {"preference", FieldType::Number},   {"metric", FieldType::Number},
+};
+inline constexpr ControlSchema RPF_TABLE{71, "rpf", 1, RPF_COLUMNS};
+
 // Commands, each with a number of its own, whatever daemon has it.
 enum ControlCommand : uint16_t {
     // Of every daemon: its traces, see control_debug.h.
@@ -197,10 +266,16 @@ enum ControlCommand : uint16_t {
     COMMAND_SWITCH_OVER = 4,
     // Of a gmpd with user authentication: what agents sent is counted anew, by user and by kind.
     COMMAND_CLEAR_USER_COUNTERS = 5,
+    // Of pimsmd: RPs that a BSR told of are forgotten; its next Bootstrap brings them again.
+    COMMAND_CLEAR_RPS = 6,
 };
 
 // Settings of gmpd, of the interface table: for the interface of the key, without a key for all.
 inline constexpr const char *SETTING_QUERY_INTERVAL = "query_interval";
+
+// Settings of pimsmd, of the table of its interfaces: for the interface of the key, without a key for all that have none of
+// their own in the configuration. They count until that is read again.
+inline constexpr const char *SETTING_DR_PRIORITY = "dr_priority";
 
 } // namespace mcastd
 

@@ -1,5 +1,5 @@
 /*
- * "clear users", "clear user-counters", "clear msdp-cache": what the daemons forget on command.
+ * "clear users", "clear user-counters", "clear msdp-cache", "clear rp": what the daemons forget on command.
  */
 #include <memory>
 #include <optional>
@@ -71,6 +71,18 @@ void add_msdp_cache(const CommandLine &line, CLI::App &clear)
     on_command(line, command, [options] { return clear_msdp_cache(*options); });
 }
 
+void add_rps(const CommandLine &line, CLI::App &clear)
+{
+    const auto options = std::make_shared<ClearOptions>();
+    CLI::App &command = *clear.add_subcommand(
+        "rp",
+        "Forget the rendezvous points that a bootstrap router told of; its next message brings them again");
+    add_family(command, &options->filter.family);
+    on_command(line, command, [options] {
+        return command_all(daemons_named("pimsmd", options->filter.family), mcastd::COMMAND_CLEAR_RPS, {});
+    });
+}
+
 } // namespace
 
 void add_clear_command(const CommandLine &line)
@@ -79,6 +91,7 @@ void add_clear_command(const CommandLine &line)
     add_users(line, clear);
     add_user_counters(line, clear);
     add_msdp_cache(line, clear);
+    add_rps(line, clear);
 }
 
 } // namespace mcastctl

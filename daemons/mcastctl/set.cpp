@@ -43,9 +43,7 @@ void take_seconds(const std::string &text, SetOptions &options)
     }
 }
 
-} // namespace
-
-void add_set_commands(const CommandLine &line)
+void add_query_interval(const CommandLine &line)
 {
     const auto options = std::make_shared<SetOptions>();
     CLI::App &command = *line.set.add_subcommand(
@@ -66,6 +64,45 @@ void add_set_commands(const CommandLine &line)
         }
         return set_query_interval(*options);
     });
+}
+
+struct PriorityOptions {
+    Filter filter;
+    uint32_t priority = 0;
+};
+
+int set_priority(const PriorityOptions &options)
+{
+    mcastd::ControlFields key;
+    if (options.filter.if_index) {
+        key.push_back(mcastd::ControlField::interface(*options.filter.if_index));
+    }
+    return ask_all(daemons_named("pimsmd", options.filter.family), [&](const DaemonInfo &daemon) {
+        return set_value(daemon, mcastd::PIM_INTERFACE_TABLE, key, mcastd::SETTING_DR_PRIORITY,
+                         mcastd::ControlField::number(options.priority));
+    });
+}
+
+void add_priority(const CommandLine &line)
+{
+    const auto options = std::make_shared<PriorityOptions>();
+    CLI::App &command = *line.set.add_subcommand(
+        "pim-dr-priority", "Priority in the elections of PIM's designated routers, said at once");
+    add_family(command, &options->filter.family);
+    add_interface(command, "--interface", help_text(Help::SpecifyInterface), &options->filter.if_index);
+    command
+        .add_option("PRIORITY", options->priority,
+                    "0 to 4294967295, the highest wins; until the configuration file is read again")
+        ->required();
+    on_command(line, command, [options] { return set_priority(*options); });
+}
+
+} // namespace
+
+void add_set_commands(const CommandLine &line)
+{
+    add_query_interval(line);
+    add_priority(line);
 }
 
 } // namespace mcastctl

@@ -11,6 +11,7 @@
 #include "daemons/common/memory_return.h"
 #include "daemons/common/services.h"
 #include "daemons/pimsmd/config.h"
+#include "daemons/pimsmd/control.h"
 #include "daemons/pimsmd/interfaces.h"
 #include "daemons/pimsmd/kernel_routes.h"
 #include "daemons/pimsmd/mrib_link.h"
@@ -76,6 +77,7 @@ public:
             return false;
         }
         frame_.reactor().add_each_second([this] { tend(); });
+        offer_control(frame_.control(), {router_, &sockets_, &registers_, &mrib_});
         return routes_.open(loop(), [this] { router_.routes_changed(); }) &&
                sockets_.open(
                    [this](uint32_t if_index, const Envelope &envelope, std::span<const uint8_t> bytes) {

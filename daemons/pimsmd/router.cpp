@@ -95,6 +95,15 @@ HelloSettings Router::settings_of(const LinkState &state) const
     return settings;
 }
 
+void Router::set_dr_priority(unsigned link, uint32_t priority)
+{
+    if (links_[link] != nullptr) {
+        HelloSettings settings = links_[link]->settings();
+        settings.dr_priority = priority;
+        links_[link]->set(links_[link]->state(), settings);
+    }
+}
+
 std::optional<unsigned> Router::link_of(uint32_t if_index) const
 {
     const auto found = by_index_.find(if_index);

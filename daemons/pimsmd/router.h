@@ -110,6 +110,19 @@ public:
     {
         return config_;
     }
+    const Rpf &rpf() const
+    {
+        return rpf_;
+    }
+    // Until the link's settings are read again.
+    void set_dr_priority(unsigned link, uint32_t priority);
+
+    // Forgets the RPs that a BSR told of.
+    void forget_learnt_rps()
+    {
+        rp_set_.forget_learnt();
+    }
+
     // What no link is to blame for.
     Counters &counters()
     {

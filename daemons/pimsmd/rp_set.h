@@ -76,6 +76,11 @@ public:
     // The RP of choose alone, as the trees ask for it.
     std::optional<Address> rp_of(const Address &group) const;
 
+    // By range, then by RP.
+    std::span<const StaticRp> configured() const
+    {
+        return static_;
+    }
     const RpTable &learnt() const
     {
         return learnt_;

@@ -34,6 +34,13 @@ public:
         return next_hops_.contains({if_index, address});
     }
 
+    // The address after this one, or the first for NULL, of which something is known.
+    std::optional<Address> next_known(const Address *after) const
+    {
+        const auto found = after != nullptr ? known_.upper_bound(*after) : known_.begin();
+        return found != known_.end() ? std::optional(found->first) : std::nullopt;
+    }
+
     // Every answer is to be asked again.
     void forget()
     {

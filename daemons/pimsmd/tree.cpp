@@ -91,6 +91,24 @@ const SourceEntry *Trees::find(const Address &group, const Address &source) cons
     return of != nullptr ? source_of(*of, source) : nullptr;
 }
 
+const GroupEntry *Trees::next_group(const Address *after) const
+{
+    const auto *found = static_cast<const MRT_GROUP_S *>(MRT_GetNext(table_, after, 0));
+    return found != nullptr ? static_cast<const GroupEntry *>(found->user_data) : nullptr;
+}
+
+const SourceEntry *Trees::next_source(const GroupEntry &group, const Address *after)
+{
+    const auto *found = static_cast<const MRT_SOURCE_S *>(MRT_GetNext(group.entry->sources, after, 0));
+    return found != nullptr ? static_cast<const SourceEntry *>(found->user_data) : nullptr;
+}
+
+const SourceEntry *Trees::find_in(const GroupEntry &group, const Address &source)
+{
+    const auto *found = static_cast<const MRT_SOURCE_S *>(MRT_Locate(group.entry->sources, &source));
+    return found != nullptr ? static_cast<const SourceEntry *>(found->user_data) : nullptr;
+}
+
 bool Trees::has_room()
 {
     if (entries_ >= settings_.most_entries) {

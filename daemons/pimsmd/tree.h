@@ -102,6 +102,11 @@ public:
     const GroupEntry *find(const Address &group) const;
     const SourceEntry *find(const Address &group, const Address &source) const;
 
+    // The entry after the address, or the first for NULL, in the order of addresses; NULL when there is none.
+    const GroupEntry *next_group(const Address *after) const;
+    static const SourceEntry *next_source(const GroupEntry &group, const Address *after);
+    static const SourceEntry *find_in(const GroupEntry &group, const Address &source);
+
     uint16_t family() const
     {
         return family_;

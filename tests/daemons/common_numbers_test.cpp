@@ -39,6 +39,14 @@ TEST(Numbers, TablesHaveTheDocumentedOnesAndKeys)
         {MSDP_CACHE_TABLE, 49, "msdp-cache", 2},
         {MSDP_COUNTER_TABLE, 50, "msdp-counters", 2},
         {MSDP_RPF_TABLE, 51, "msdp-rpf", 1},
+        {PIM_INTERFACE_TABLE, 64, "pim-interfaces", 1},
+        {PIM_NEIGHBOR_TABLE, 65, "pim-neighbors", 2},
+        {PIM_JOIN_TABLE, 66, "pim-joins", 3},
+        {PIM_TREE_TABLE, 67, "pim-trees", 2},
+        {PIM_ASSERT_TABLE, 68, "pim-asserts", 3},
+        {RP_TABLE, 69, "rp", 4},
+        {BSR_TABLE, 70, "bsr", 1},
+        {RPF_TABLE, 71, "rpf", 1},
     };
     for (const auto &row : rows) {
         EXPECT_EQ(row.table.number, row.number) << row.name;
@@ -49,8 +57,8 @@ TEST(Numbers, TablesHaveTheDocumentedOnesAndKeys)
 
 TEST(Numbers, CommandsHaveTheDocumentedOnes)
 {
-    const unsigned commands[] = {COMMAND_DEBUG, COMMAND_CLEAR_USERS, COMMAND_CLEAR_MSDP_CACHE,
-                                 COMMAND_SWITCH_OVER, COMMAND_CLEAR_USER_COUNTERS};
+    const unsigned commands[] = {COMMAND_DEBUG,       COMMAND_CLEAR_USERS,         COMMAND_CLEAR_MSDP_CACHE,
+                                 COMMAND_SWITCH_OVER, COMMAND_CLEAR_USER_COUNTERS, COMMAND_CLEAR_RPS};
     for (unsigned i = 0; i < std::size(commands); ++i) {
         EXPECT_EQ(commands[i], i + 1);
     }
@@ -78,6 +86,7 @@ TEST(Numbers, DaemonsHaveTheDocumentedPortsAndComponents)
     EXPECT_EQ(CONTROL_PORT_PIMSMD_IPV6, 2208);
     EXPECT_EQ(COMPONENT_MRIBD, 0);
     EXPECT_EQ(COMPONENT_GMPD_IPV4, 4);
+    EXPECT_EQ(COMPONENT_PIMSMD_IPV4, 6);
     EXPECT_EQ(COMPONENT_MSDPD, 8);
 }
 
