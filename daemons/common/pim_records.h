@@ -125,7 +125,7 @@ struct MRIB_PACKED PimAssert {
 };
 
 // 49. At the RP: (S,G) is registered, or no longer. For the MSDP daemon of the public instance, IPv4, a registered source
-// is a local one of that RP; from the first record on those that are only on links of this router are not.
+// is a local one of that RP; as long as PIM runs in the instance those that are only on links of this router are not.
 struct MRIB_PACKED PimRegistered {
     uint8_t family;
     uint8_t present; // 0 or 1
@@ -165,7 +165,7 @@ struct MRIB_PACKED PimSource {
     uint8_t state; // PimSourceState
     uint16_t vrf_index;
     uint32_t if_index; // where packets came in last, PIM_REGISTER_INTERFACE included; 0: nowhere yet
-    uint8_t connected; // 1: the source is on the link of that interface, or is this router
+    uint8_t connected; // 1: the source is on the link of that interface
     uint8_t reserved[3];
     uint8_t source[16];
     uint8_t group[16];

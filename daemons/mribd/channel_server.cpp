@@ -31,6 +31,7 @@ ChannelServer::ChannelServer(mcastd::Reactor &reactor, const Backend &backend)
     : reactor_(reactor), backend_(backend), routers_(backend.routers)
 {
     routers_.on_designated_router([this] { backend_.current_view.touch(); });
+    routers_.set_pim_listener(this);
     backend_.msdp.on_local_source([this](const MsdpExchange::LocalSource &change) {
         for (auto &[fd, client] : clients_) {
             client.session->tell_local_source(change);
@@ -46,6 +47,7 @@ ChannelServer::ChannelServer(mcastd::Reactor &reactor, const Backend &backend)
 ChannelServer::~ChannelServer()
 {
     routers_.on_designated_router(nullptr);
+    routers_.set_pim_listener(nullptr);
     backend_.msdp.on_local_source(nullptr);
     backend_.msdp.on_request(nullptr);
     while (!clients_.empty()) {
@@ -221,6 +223,37 @@ void ChannelServer::drop(int fd, const char *why)
     clients_.erase(found); // before the session goes: its end may be told to the other clients
     reactor_.remove(fd);
     close(fd);
+}
+
+bool ChannelServer::is_told(uint64_t events) const
+{
+    return std::any_of(clients_.begin(), clients_.end(),
+                       [events](const auto &client) { return client.second.session->is_told(events); });
+}
+
+void ChannelServer::tell_member(const Router &router, uint32_t if_index, const MCAST_ADDR_S &group,
+                                const MCAST_ADDR_S &source, bool exclude, const HostWish &wish)
+{
+    for (auto &[fd, client] : clients_) {
+        client.session->tell_member(router, if_index, group, source, exclude, wish);
+    }
+}
+
+bool ChannelServer::tell_source(const Router &router, const Entry &entry, mcastd::PimSourceState state,
+                                uint32_t if_index)
+{
+    bool is_told = false;
+    for (auto &[fd, client] : clients_) {
+        is_told |= client.session->tell_source(router, entry, state, if_index);
+    }
+    return is_told;
+}
+
+void ChannelServer::tell_instance(const Router &router, bool served)
+{
+    for (auto &[fd, client] : clients_) {
+        client.session->tell_instance(router, served);
+    }
 }
 
 void ChannelServer::visit(const std::function<void(const Session &)> &visitor) const

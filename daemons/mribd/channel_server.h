@@ -14,7 +14,7 @@
 namespace mribd
 {
 
-class ChannelServer
+class ChannelServer final : private PimListener
 {
 public:
     // All must outlive the server.
@@ -57,6 +57,14 @@ private:
         std::unique_ptr<Session> session;
         bool waits_for_room = false; // watched for writability
     };
+
+    // PimListener
+    bool is_told(uint64_t events) const override;
+    void tell_member(const Router &router, uint32_t if_index, const MCAST_ADDR_S &group,
+                     const MCAST_ADDR_S &source, bool exclude, const HostWish &wish) override;
+    bool tell_source(const Router &router, const Entry &entry, mcastd::PimSourceState state,
+                     uint32_t if_index) override;
+    void tell_instance(const Router &router, bool served) override;
 
     void accept_clients();
     void serve(int fd, uint32_t events);

@@ -198,6 +198,8 @@ void count_forwarding(Counters *counters, const RouterCounters &routers)
     (*counters)["entries_refused_by_memory"] = forwarding.refused_by_memory;
     (*counters)["vifs_failed"] = routers.vifs_failed;
     (*counters)["vifs_refused"] = routers.vifs_refused;
+    (*counters)["new_sources_unanswered"] = forwarding.unanswered;
+    (*counters)["new_sources_not_awaited"] = forwarding.not_awaited;
     (*counters)["trees_refused"] = routers.trees_refused;
 }
 

@@ -41,6 +41,8 @@ struct Entry {
     bool is_local : 1 = false;       // is_sending, and the source is on the link of its incoming interface
     bool is_used : 1 = false;        // its rank, see EntryTable
     bool is_shared_tree : 1 = false; // packets come over the group's tree, as PIM says
+    bool awaits_answer : 1 = false;  // of PIM, before it is installed
+    bool is_told : 1 = false;        // PIM knows that the source sends
     bool is_registered : 1 = false;  // and go to the register interface too
     uint32_t looked_at_s = 0;        // when Forwarding::is_silent last asked, seconds since boot
     uint64_t looked_packets = 0;     // what it was told then

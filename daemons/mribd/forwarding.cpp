@@ -62,6 +62,9 @@ Forwarding::~Forwarding()
 void Forwarding::remove(Entry *entry)
 {
     withdraw(entry);
+    if (entry->is_told) {
+        tell_source(entry, mcastd::PIM_SOURCE_GONE, entry->arrival);
+    }
     set_upstream(entry, 0);
     set_sending(entry, false);
     unqueue(entry);
@@ -125,6 +128,7 @@ void Forwarding::take_wrong_interface(const Upcall &upcall, uint32_t arrival)
         entry->arrival = arrival;
         entry->is_sending = true;
         queue(entry, true);
+        tell_source(entry, mcastd::PIM_SOURCE_WRONG, arrival);
         hear_other_router(entry, upcall.vif);
     }
 }
@@ -142,7 +146,9 @@ void Forwarding::take_new_source(const Upcall &upcall, uint32_t arrival)
     entry->is_sending = true;
     entry->check_route = true;
     entry->installed = false; // the kernel has none, whatever was installed before
-    evaluate(entry);
+    if (!tell_source(entry, mcastd::PIM_SOURCE_NEW, arrival) || !await_answer(entry, upcall.vif)) {
+        evaluate(entry);
+    }
 }
 
 void Forwarding::membership_changed(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, Change change)
@@ -237,6 +243,9 @@ uint32_t Forwarding::outgoing_for(const MCAST_ADDR_S &group, const MCAST_ADDR_S 
 
 void Forwarding::evaluate(Entry *entry)
 {
+    if (entry->awaits_answer) {
+        return;
+    }
     if (entry->check_route) {
         determine_upstream(entry);
     }
@@ -250,7 +259,7 @@ void Forwarding::evaluate(Entry *entry)
         // Not forwarded; the entry only keeps the kernel from asking for every packet.
         parent = parts_.vifs.find(entry->arrival);
     }
-    if (parent < 0) {
+    if (parent < 0 || waits_for_packets(entry)) {
         withdraw(entry);
     } else if (!entry->installed || parent != entry->parent || outgoing != entry->outgoing) {
         install(entry, parent, outgoing);
@@ -282,6 +291,12 @@ void Forwarding::check_idle(Entry *entry)
     }
     entry->last_packets = now ? now->packets : 0;
     set_sending(entry, active);
+    if (active || entry->is_told) {
+        tell_source(entry, active ? mcastd::PIM_SOURCE_ACTIVE : mcastd::PIM_SOURCE_SILENT, entry->arrival);
+    }
+    if (waits_for_packets(entry)) {
+        withdraw(entry);
+    }
     rank(entry);
     if (!now) {
         entry->installed = false; // the kernel does not know it: install it again

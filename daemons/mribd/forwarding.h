@@ -40,6 +40,8 @@ struct ForwardingCounters {
     uint64_t ended = 0;           // no packet, and the last membership went
     uint64_t given_way = 0;       // outputs left to another router that forwards
     uint64_t taken_up = 0;        // entries whose outputs were taken up again after that
+    uint64_t unanswered = 0;      // new sources about which PIM did not answer in time
+    uint64_t not_awaited = 0;     // and those that did not wait for the answer, because as many did already
 };
 
 class Forwarding
@@ -103,6 +105,30 @@ public:
     {
         return std::exchange(upstream_changed_, false);
     }
+
+    // Called with what PIM is to know of an entry's source, see PimListener::tell_source. It must not change entries.
+    using PimSourceTold =
+        std::function<bool(const Entry &entry, mcastd::PimSourceState state, uint32_t if_index)>;
+    void on_pim_source(PimSourceTold told)
+    {
+        pim_source_told_ = std::move(told);
+    }
+
+    // From now on entries for new sources wait for the answer of PIM, as long as pass_answer_tick is called every
+    // ANSWER_TICK_MS while awaits_answers; or do not wait.
+    static constexpr uint32_t ANSWER_TICK_MS = 25;
+    void await_answers(bool await)
+    {
+        may_await_ = await;
+    }
+    bool awaits_answers() const
+    {
+        return !awaiting_.empty();
+    }
+    void pass_answer_tick();
+
+    // PIM answered about (source, group).
+    void take_answer(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
 
     // Called whenever an entry becomes local (Entry::is_local) or ceases to be. It must not change entries.
     void on_local_source(std::function<void(const Entry &entry)> told)
@@ -185,6 +211,20 @@ private:
                           bool is_shared_tree) const;
     std::optional<uint32_t> tree_upstream(Entry *entry) const;
     uint32_t register_output(const Entry *entry) const;
+    bool waits_for_packets(const Entry *entry) const;
+
+    // forwarding_answer.cpp
+    // Sources that wait for an answer; of one virtual interface half as many.
+    static constexpr size_t MOST_AWAITING = 1024;
+    struct Awaiting {
+        MCAST_ADDR_S group;
+        MCAST_ADDR_S source;
+        unsigned vif;
+        bool is_old; // since before the last tick
+    };
+    bool tell_source(Entry *entry, mcastd::PimSourceState state, uint32_t if_index);
+    bool await_answer(Entry *entry, unsigned vif);
+    void end_awaiting(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
     void install(Entry *entry, int parent, uint32_t outgoing);
     void withdraw(Entry *entry);
     void trace_entry(const Entry *entry, const char *what) const;
@@ -212,6 +252,9 @@ private:
         others_known_s_{}; // when another router was found to forward there; 0: never
     ForwardingCounters counters_;
     std::function<void(const Entry &)> local_source_told_;
+    PimSourceTold pim_source_told_;
+    bool may_await_ = false;
+    std::vector<Awaiting> awaiting_;
 };
 
 } // namespace mribd

@@ -65,6 +65,14 @@ std::optional<uint32_t> Forwarding::tree_upstream(Entry *entry) const
     }
 }
 
+// Whether the kernel is to tell of the next packet of a silent source though it was joined by name: of one on a link of this
+// router PIM must know that it sends, for it may have to be registered.
+bool Forwarding::waits_for_packets(const Entry *entry) const
+{
+    return parts_.pim.runs() && !entry->is_sending && entry->upstream != 0 &&
+           parts_.environment.is_on_link(entry->upstream, entry->source());
+}
+
 // The register interface's bit, when packets go there.
 uint32_t Forwarding::register_output(const Entry *entry) const
 {

@@ -142,6 +142,7 @@ bool Instance::settle()
         if (!table_retry_.running()) {
             mcastd::timer_try_start(timers_, table_retry_, TABLE_RETRY_MS, due, this);
         }
+        router_.tell_instance();
         return false; // there is nothing to settle with
     }
     const bool more =

@@ -43,9 +43,13 @@ public:
     // Withdraws everything and gives the role back. Safe when not open.
     void shut();
 
-    uint32_t table() const
+    uint32_t table() const override
     {
         return table_;
+    }
+    bool is_open() const override
+    {
+        return fd_ >= 0;
     }
 
     // Has the next open take another table. Only while not open.

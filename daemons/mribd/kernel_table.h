@@ -27,6 +27,16 @@ class KernelTable
 public:
     virtual ~KernelTable() = default;
 
+    // Its number, 0 for the default one, and whether it is this process's now.
+    virtual uint32_t table() const
+    {
+        return 0;
+    }
+    virtual bool is_open() const
+    {
+        return true;
+    }
+
     // Each answers 0 or an errno value. PIM_REGISTER_INTERFACE in place of an interface is the register interface, of which a
     // table has one; while it is there packets on a wrong interface are reported for every entry.
     virtual int add_vif(unsigned vif, uint32_t if_index) = 0;

@@ -180,6 +180,28 @@ void MemberTable::forget(const Wish &wish)
     }
 }
 
+// Those that match go to the end, and then away: in between the others are told of each. How many there were.
+size_t MemberTable::forget_matching(Wishes &wishes, const std::function<bool(const Wish &)> &matches,
+                                    const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
+{
+    size_t kept = 0;
+    for (size_t i = 0; i < wishes.size(); ++i) {
+        wishes[i].goes = matches(wishes[i]);
+        if (!wishes[i].goes) {
+            std::swap(wishes[kept++], wishes[i]);
+        }
+    }
+    const size_t gone = wishes.size() - kept;
+    for (size_t i = kept; i < wishes.size(); ++i) {
+        forget(wishes[i]);
+        if (forgotten_) {
+            forgotten_(wishes[i], group, source);
+        }
+    }
+    wishes.resize(kept);
+    return gone;
+}
+
 void MemberTable::drop(const std::function<bool(const Wish &)> &matches, const Changed &changed)
 {
     MRT_SOURCE_S *entry = MRT_GetNextSourceGroup(table_, nullptr, 0, nullptr, 0);
@@ -187,22 +209,15 @@ void MemberTable::drop(const std::function<bool(const Wish &)> &matches, const C
         const MCAST_ADDR_S group = *entry->group->address;
         const MCAST_ADDR_S source = *entry->address;
         Wishes &wishes = *static_cast<Wishes *>(entry->user_data);
-        const size_t had = wishes.size();
-        std::erase_if(wishes, [&](const Wish &wish) {
-            const bool goes = matches(wish);
-            if (goes) {
-                forget(wish);
-            }
-            return goes;
-        });
-        const bool dropped = wishes.size() != had;
+        const unsigned length = entry->mask_length;
+        const bool dropped = forget_matching(wishes, matches, group, source) != 0;
         if (wishes.empty()) {
             MRT_DeleteSourceGroup(entry);
         }
         if (dropped) {
             changed(group, source);
         }
-        entry = MRT_GetNextSourceGroup(table_, &group, 0, &source, source_length(source));
+        entry = MRT_GetNextSourceGroup(table_, &group, 0, &source, length);
     }
 }
 
@@ -248,6 +263,42 @@ bool MemberTable::has_source_join(const MCAST_ADDR_S &group, const MCAST_ADDR_S 
 {
     const Wishes &wishes = wishes_of(locate(group, source));
     return std::any_of(wishes.begin(), wishes.end(), [](const Wish &wish) { return wish.joined; });
+}
+
+// The wishes for the interface. Those that are being forgotten are behind all others.
+std::span<const Wish> MemberTable::on_interface(const MRT_SOURCE_S *entry, uint32_t if_index)
+{
+    const Wishes &wishes = wishes_of(entry);
+    const auto end =
+        std::partition_point(wishes.begin(), wishes.end(), [](const Wish &wish) { return !wish.goes; });
+    const auto first = std::lower_bound(wishes.begin(), end, Wish{if_index}, before);
+    const auto last =
+        std::partition_point(first, end, [if_index](const Wish &wish) { return wish.if_index == if_index; });
+    return {first, last};
+}
+
+bool MemberTable::is_shared(const MCAST_ADDR_S &group, uint32_t if_index, ClientId client) const
+{
+    const auto wishes = on_interface(locate(group, any_address(family_)), if_index);
+    return std::any_of(wishes.begin(), wishes.end(),
+                       [client](const Wish &wish) { return wish.client != client && wish.joined; });
+}
+
+void MemberTable::visit_blocked(const MCAST_ADDR_S &group, uint32_t if_index,
+                                const std::function<void(const MCAST_ADDR_S &source)> &visitor) const
+{
+    const auto *owner = static_cast<const MRT_GROUP_S *>(MRT_Locate(table_, &group));
+    const auto *node = owner == nullptr
+                           ? nullptr
+                           : static_cast<const MRT_SOURCE_S *>(MRT_GetNext(owner->sources, nullptr, 0));
+    while (node != nullptr) {
+        const auto wishes = on_interface(node, if_index);
+        if (std::any_of(wishes.begin(), wishes.end(), [](const Wish &wish) { return wish.blocked; })) {
+            visitor(*node->address);
+        }
+        node =
+            static_cast<const MRT_SOURCE_S *>(MRT_GetNext(owner->sources, node->address, node->mask_length));
+    }
 }
 
 uint32_t MemberTable::group_count() const

@@ -43,8 +43,10 @@ Plane::Plane(uint8_t family, const PlaneSettings &settings, mcastd::Reactor &rea
       budget_(settings.member_limit), rules_(family),
       common_(instance_key(family), settings, reactor, timers, budget_, environment, rules_, registers_),
       routers_(common_.router()), current_view_(routers_), msdp_(routers_.common(), settings.entry_limit),
-      server_(reactor, Backend{routers_, current_view_, msdp_, users_, budget_})
+      server_(reactor, Backend{routers_, current_view_, msdp_, users_, budget_}),
+      answer_clock_(reactor, [this] { routers_.pass_answer_tick(); })
 {
+    common_.router().await_answers(true);
 }
 
 Plane::~Plane()
@@ -88,6 +90,7 @@ KernelMroute::OpenResult Plane::serve(uint16_t vrf_index)
         const auto place = others_.insert_or_assign(vrf_index, std::move(instance)).first;
         try {
             routers_.add(place->second->router());
+            place->second->router().await_answers(true);
         } catch (const std::bad_alloc &) {
             others_.erase(place);
             throw;
@@ -174,6 +177,10 @@ bool Plane::settle()
         held += instance->router().forwarding().entry_count();
     }
     server_.flush();
+    if (routers_.awaits_answers() && !answer_clock_.start()) {
+        routers_.pass_answer_tick(); // without a clock nobody waits longer than for two rounds
+        more = true;
+    }
     memory_.round(held);
     try_again_later();
     return more;

@@ -9,6 +9,7 @@
 
 #include "daemons/common/memory_return.h"
 #include "daemons/common/reactor.h"
+#include "daemons/mribd/answer_clock.h"
 #include "daemons/mribd/channel_server.h"
 #include "daemons/mribd/current_view.h"
 #include "daemons/mribd/instance.h"
@@ -84,6 +85,7 @@ private:
     UserRegistry users_;
     ChannelServer server_;
     mcastd::MemoryReturn memory_;
+    AnswerClock answer_clock_;
     Config config_;               // in force
     bool lacks_instance_ = false; // one of it could not be served, or memory ended while it was put in force
     mcastd::Timer serve_retry_;   // runs as long as that is so

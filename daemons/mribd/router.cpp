@@ -49,6 +49,14 @@ Router::Router(const MRIB_GMP_VRF_KEY_S &key, KernelTable &kernel, const Environ
       forwarding_({key, kernel, environment, members_, gmp_, pim_, trees_, vifs_, timers, rules.limit,
                    rules.idle_period_s})
 {
+    members_.on_forgotten([this](const Wish &wish, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
+        if (wish.joined) {
+            host_changed(wish.client, wish.if_index, group, source, MemberTable::Kind::Join);
+        }
+        if (wish.blocked) {
+            host_changed(wish.client, wish.if_index, group, source, MemberTable::Kind::Block);
+        }
+    });
 }
 
 Router::~Router()
@@ -171,12 +179,17 @@ MemberTable::Result Router::set_member(ClientId client, uint32_t if_index, const
         forwarding_.membership_changed(group, source,
                                        more ? Forwarding::Change::More : Forwarding::Change::Fewer);
     }
+    bool changed = result == MemberTable::Result::Changed;
     visit_lost(pim_.is_client(client), [&](ClientId lost) {
         if (members_.set(lost, if_index, group, source, kind, false) == MemberTable::Result::Changed) {
+            changed = true;
             vifs_stale_ |= used != members_.uses_interface(if_index);
             forwarding_.membership_changed(group, source);
         }
     });
+    if (changed) {
+        host_changed(client, if_index, group, source, kind);
+    }
     return result;
 }
 
@@ -357,6 +370,7 @@ bool Router::settle()
     const bool more = forwarding_.settle(ENTRIES_PER_ROUND);
     const bool is_stale = forwarding_.take_upstream_change();
     vifs_stale_ = is_stale || is_left;
+    tell_instance();
     return more || is_stale;
 }
 

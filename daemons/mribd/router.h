@@ -15,6 +15,7 @@
 #include "daemons/mribd/gmp_state.h"
 #include "daemons/mribd/member_budget.h"
 #include "daemons/mribd/member_table.h"
+#include "daemons/mribd/pim_listener.h"
 #include "daemons/mribd/pim_state.h"
 #include "daemons/mribd/tree_table.h"
 #include "daemons/mribd/vif_table.h"
@@ -78,6 +79,28 @@ public:
     TreeTable::Result set_tree(const Prefix &groups, const MCAST_ADDR_S &source, const TreeTable::Tree &tree);
     TreeTable::Result set_assert(ClientId client, uint32_t if_index, const MCAST_ADDR_S &group,
                                  const MCAST_ADDR_S &source, mcastd::PimAssertState state);
+
+    // PIM answered the report of a new source.
+    void take_answer(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
+
+    // Who is told what PIM wants to know, from now on; NULL: nobody.
+    void set_pim_listener(PimListener *listener);
+
+    // Tells the listener of the kernel's table and the register interface when they are others than it was told last.
+    void tell_instance();
+
+    // What hosts want on the interface, for PIM.
+    HostWish hosts(uint32_t if_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const;
+
+    // As Forwarding.
+    void await_answers(bool await)
+    {
+        forwarding_.await_answers(await);
+    }
+    void pass_answer_tick()
+    {
+        forwarding_.pass_answer_tick();
+    }
 
     // A PIM client has said everything: what lost ones said and it did not say again ends.
     void end_pim_report();
@@ -148,6 +171,10 @@ private:
     bool refresh_vifs();
     void gmp_changed();
     void drop_trees(ClientId client);
+    void tell_host(uint32_t if_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
+                   bool exclude) const;
+    void host_changed(ClientId client, uint32_t if_index, const MCAST_ADDR_S &group,
+                      const MCAST_ADDR_S &source, MemberTable::Kind kind) const;
     template <typename Visitor> void visit_lost(bool pim, const Visitor &visitor) const
     {
         for (const ClientId lost : lost_) {
@@ -175,6 +202,14 @@ private:
     std::function<void(ClientId client)> lost_kept_;
     std::function<void(ClientId client)> lost_let_go_;
     std::vector<ClientId> lost_; // that are kept
+    PimListener *pim_listener_ = nullptr;
+    struct Instance {
+        bool served = false;
+        uint32_t table = 0;
+        int register_vif = -1;
+        bool operator==(const Instance &) const = default;
+    };
+    Instance told_instance_; // to the listener
     bool vifs_stale_ = false;
     bool watches_sources_ = false;
 };

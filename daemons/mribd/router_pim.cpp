@@ -1,6 +1,8 @@
 /*
  * What PIM clients report, in a router: where PIM runs, the trees and asserts, and what becomes of those of lost clients.
  */
+#include <algorithm>
+
 #include "daemons/common/trace.h"
 #include "daemons/mribd/router.h"
 
@@ -69,6 +71,63 @@ void Router::drop_trees(ClientId client)
     trees_.drop_client(client, [this](const Prefix &groups, const MCAST_ADDR_S &source) {
         forwarding_.tree_changed(groups, source, Forwarding::TreeChange::Upstream);
     });
+}
+
+void Router::take_answer(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
+{
+    forwarding_.take_answer(group, source);
+}
+
+void Router::set_pim_listener(PimListener *listener)
+{
+    pim_listener_ = listener;
+    told_instance_ = {};
+    if (listener == nullptr) {
+        forwarding_.on_pim_source(nullptr);
+        return;
+    }
+    forwarding_.on_pim_source([this](const Entry &entry, mcastd::PimSourceState state, uint32_t if_index) {
+        return pim_listener_->is_told(mcastd::PIM_EVENT_SOURCE) &&
+               pim_listener_->tell_source(*this, entry, state, if_index);
+    });
+}
+
+void Router::tell_instance()
+{
+    const Instance now{kernel_.is_open(), kernel_.table(), vifs_.find(mcastd::PIM_REGISTER_INTERFACE)};
+    if (pim_listener_ != nullptr && now != told_instance_) {
+        told_instance_ = now;
+        pim_listener_->tell_instance(*this, now.served);
+    }
+}
+
+HostWish Router::hosts(uint32_t if_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const
+{
+    return members_.hosts(
+        if_index, group, source, [this](ClientId client) { return !pim_.is_client(client); },
+        [this](ClientId client) { return std::find(lost_.begin(), lost_.end(), client) == lost_.end(); });
+}
+
+void Router::tell_host(uint32_t if_index, const MCAST_ADDR_S &group, const MCAST_ADDR_S &source,
+                       bool exclude) const
+{
+    pim_listener_->tell_member(*this, if_index, group, source, exclude, hosts(if_index, group, source));
+}
+
+// A wish of the client is another one now. Where others want the group too, what is blocked of it may be something else.
+void Router::host_changed(ClientId client, uint32_t if_index, const MCAST_ADDR_S &group,
+                          const MCAST_ADDR_S &source, MemberTable::Kind kind) const
+{
+    if (pim_listener_ == nullptr || pim_.is_client(client) ||
+        !pim_listener_->is_told(mcastd::PIM_EVENT_MEMBER)) {
+        return;
+    }
+    const bool exclude = kind == MemberTable::Kind::Block;
+    tell_host(if_index, group, source, exclude);
+    if (is_unspecified(source) && lost_.empty() && members_.is_shared(group, if_index, client)) {
+        members_.visit_blocked(
+            group, if_index, [&](const MCAST_ADDR_S &blocked) { tell_host(if_index, group, blocked, true); });
+    }
 }
 
 void Router::end_pim_report()

@@ -1,5 +1,6 @@
 #include "daemons/mribd/routers.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace mribd
@@ -20,6 +21,8 @@ void RouterCounters::add(const Router &router)
     forwarding.ended += more.ended;
     forwarding.given_way += more.given_way;
     forwarding.taken_up += more.taken_up;
+    forwarding.unanswered += more.unanswered;
+    forwarding.not_awaited += more.not_awaited;
     upcalls_lost += router.kernel().lost_upcalls();
     vifs_failed += router.vifs().failures();
     vifs_refused += router.vifs().refusals();
@@ -48,12 +51,17 @@ void Routers::add(Router &router)
 {
     routers_[router.vrf_index()] = &router;
     router.on_designated_router([this] { tell_designated_router(); });
+    router.set_pim_listener(pim_listener_);
 }
 
 void Routers::remove(uint16_t vrf_index)
 {
     if (Router *router = find(vrf_index)) {
         router->on_designated_router(nullptr);
+        if (pim_listener_ != nullptr) {
+            pim_listener_->tell_instance(*router, false);
+            router->set_pim_listener(nullptr);
+        }
         gone_.add(*router);
         routers_.erase(vrf_index);
         tell_designated_router();
@@ -101,6 +109,27 @@ std::set<InterfaceKey> Routers::pim_interfaces() const
         }
     }
     return result;
+}
+
+void Routers::set_pim_listener(PimListener *listener)
+{
+    pim_listener_ = listener;
+    for (const auto &[vrf_index, router] : routers_) {
+        router->set_pim_listener(listener);
+    }
+}
+
+bool Routers::awaits_answers() const
+{
+    return std::any_of(routers_.begin(), routers_.end(),
+                       [](const auto &entry) { return entry.second->forwarding().awaits_answers(); });
+}
+
+void Routers::pass_answer_tick() const
+{
+    for (const auto &[vrf_index, router] : routers_) {
+        router->pass_answer_tick();
+    }
 }
 
 void Routers::end_pim_report()

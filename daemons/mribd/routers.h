@@ -70,6 +70,13 @@ public:
     // The interfaces of every instance on which PIM runs.
     std::set<InterfaceKey> pim_interfaces() const;
 
+    // For the routers of all instances, those that are added later included.
+    void set_pim_listener(PimListener *listener);
+
+    // Whether a new source waits for the answer of PIM; and see Forwarding.
+    bool awaits_answers() const;
+    void pass_answer_tick() const;
+
     // See Router::end_pim_report.
     void end_pim_report();
 
@@ -82,6 +89,7 @@ private:
     std::map<uint16_t, Router *> routers_;
     RouterCounters gone_; // of those that were removed
     std::function<void()> designated_router_told_;
+    PimListener *pim_listener_ = nullptr;
 };
 
 } // namespace mribd

@@ -132,6 +132,19 @@ public:
     // announce what they have again and again.
     void tell_request(const MCAST_ADDR_S &group);
 
+    // See PimListener. Whether the client is told.
+    bool tell_member(const Router &router, uint32_t if_index, const MCAST_ADDR_S &group,
+                     const MCAST_ADDR_S &source, bool exclude, const HostWish &wish);
+    bool tell_source(const Router &router, const Entry &entry, mcastd::PimSourceState state,
+                     uint32_t if_index);
+    void tell_instance(const Router &router, bool served);
+
+    // Whether it is registered for one of these classes of events, and takes records.
+    bool is_told(uint64_t events) const
+    {
+        return wants(events) && !queue_.has_overflowed();
+    }
+
     // Sends the state of the instances to a client that keeps the view, and has every client that is told
     // anything ask for the rest. Also what takes a queue into use again that overflowed, once the socket
     // takes messages.
@@ -141,6 +154,10 @@ public:
     bool continue_replay();
 
 private:
+    // Messages that may wait before a replay or a request adds to them; far below the queue's bound, which other
+    // records need too.
+    static constexpr size_t REPLAY_WAITING = 8;
+
     // What became of a record. Ignored: it failed a check, which is counted.
     enum class Taken { Done, Ignored };
 
@@ -187,6 +204,15 @@ private:
     Taken take_pim_bracket(const MRIB_RECORD_S &record);
     Taken judge(TreeTable::Result result);
 
+    // session_pim_tell.cpp
+    Taken take_pim_request(const mcastd::PimReplay &value);
+    bool continue_pim_replay();
+    bool is_replay_full() const;
+    bool replay_instances();
+    bool replay_members();
+    bool replay_sources();
+    bool replay_step(uint64_t event);
+
     // session_users.cpp
     Taken take_user(const MRIB_RECORD_S &record);
 
@@ -207,6 +233,17 @@ private:
     bool pim_report_ = false;        // a full report of a PIM client goes on
     std::optional<Refused> refused_; // the last membership that was, since all were asked for
     bool missed_ = false;            // memory ended in the middle of a record, or of what it is told
+    // Where a replay for PIM goes on: in an instance, at a group and source or behind them, and behind an interface.
+    struct PimCursor {
+        uint64_t asked = 0; // classes of events
+        uint64_t left = 0;
+        uint16_t vrf_index = 0;
+        bool is_within = false; // an instance: group, source and if_index count
+        MCAST_ADDR_S group{};
+        MCAST_ADDR_S source{};
+        uint32_t if_index = 0;
+    };
+    std::optional<PimCursor> pim_replay_;
     std::optional<SgTable::Cursor> local_replay_; // while local sources are being replayed
 };
 

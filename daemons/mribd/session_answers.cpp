@@ -142,6 +142,7 @@ void Session::start_afresh()
 {
     queue_.restart();
     local_replay_.reset();
+    pim_replay_.reset();
     tell([this] {
         if (wants(MRIB_CAP_BASE)) {
             put_instances(current_view_.view(), queue_);

@@ -9,10 +9,6 @@ namespace mribd
 namespace
 {
 
-// Messages that may wait before a replay or a request adds to them; far below the queue's bound, which other
-// records need too.
-constexpr size_t REPLAY_WAITING = 8;
-
 Bracket bracket_of(uint16_t type)
 {
     switch (type) {
@@ -65,8 +61,9 @@ void Session::tell_request(const MCAST_ADDR_S &group)
 
 bool Session::continue_replay()
 {
+    const bool for_pim = continue_pim_replay();
     if (!local_replay_ || queue_.has_overflowed()) {
-        return false;
+        return for_pim;
     }
     const auto put = [this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t) {
         if (queue_.has_overflowed() || queue_.message_count() > REPLAY_WAITING) {

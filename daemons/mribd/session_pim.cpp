@@ -61,6 +61,8 @@ Session::Taken Session::take_pim(const MRIB_RECORD_S &record)
     case mcastd::PIM_TLV_BEGIN:
     case mcastd::PIM_TLV_END:
         return take_pim_bracket(record);
+    case mcastd::PIM_TLV_REQUEST:
+        return take(&Session::take_pim_request);
     default:
         return refuse(Fault::NotServed);
     }
@@ -107,7 +109,12 @@ Session::Taken Session::take_tree(const mcastd::PimTree &value)
                   "client %u: tree of (%M, %N) %s %P, flags %u", id_, &source, &groups.address,
                   FROM[value.from], value.if_index, unsigned{value.flags});
     const uint16_t kept = value.flags & (mcastd::PIM_TREE_SPT | mcastd::PIM_TREE_REGISTER_OUT);
-    return judge(router->set_tree(groups, source, {value.from, kept, value.if_index, id_}));
+    // An answer about which nothing is known yet says nothing; it takes nothing back either when nothing is there.
+    const Taken taken = judge(router->set_tree(groups, source, {value.from, kept, value.if_index, id_}));
+    if ((value.flags & mcastd::PIM_TREE_ANSWER) != 0) {
+        router->take_answer(groups.address, source);
+    }
+    return taken;
 }
 
 Session::Taken Session::take_assert(const mcastd::PimAssert &value)

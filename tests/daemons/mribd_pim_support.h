@@ -23,6 +23,41 @@ inline void put(uint8_t *bytes, const std::string &text)
     }
 }
 
+// Tells sessions what routers have to say to PIM daemons, as the channel's server does.
+class SessionListener final : public mribd::PimListener
+{
+public:
+    bool is_told(uint64_t events) const override
+    {
+        return std::any_of(sessions.begin(), sessions.end(),
+                           [events](auto *one) { return one->is_told(events); });
+    }
+    void tell_member(const mribd::Router &router, uint32_t if_index, const MCAST_ADDR_S &group,
+                     const MCAST_ADDR_S &source, bool exclude, const mribd::HostWish &wish) override
+    {
+        for (mribd::Session *one : sessions) {
+            one->tell_member(router, if_index, group, source, exclude, wish);
+        }
+    }
+    bool tell_source(const mribd::Router &router, const mribd::Entry &entry, mcastd::PimSourceState state,
+                     uint32_t if_index) override
+    {
+        bool told = false;
+        for (mribd::Session *one : sessions) {
+            told |= one->tell_source(router, entry, state, if_index);
+        }
+        return told;
+    }
+    void tell_instance(const mribd::Router &router, bool served) override
+    {
+        for (mribd::Session *one : sessions) {
+            one->tell_instance(router, served);
+        }
+    }
+
+    std::vector<mribd::Session *> sessions;
+};
+
 class PimBench : public testing::TestWithParam<uint8_t>
 {
 protected:
