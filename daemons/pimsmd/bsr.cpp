@@ -172,6 +172,7 @@ void Bsr::store(const Bootstrap &message)
     const Weight heard{message.priority, message.bsr};
     const bool is_new = !other_ || !same_router(*other_, heard);
     other_ = heard;
+    other_tag_ = message.fragment_tag;
     queue_.stop(soon_);
     candidates_.clear(); // they tell the other one now
     emptied_.clear();
@@ -292,22 +293,25 @@ void Bsr::soon_over(void *self)
     bsr.queue_.start(bsr.timer_, bsr.settings_.period_ms, timer_over, &bsr);
 }
 
-// Calls send(message, ranges) with what this router tells as BSR.
-template <typename Send> void Bsr::with_own_message(Send send)
+Bsr::Told::Told(const RpTable &table)
 {
-    std::vector<std::vector<BootstrapRp>> rps;
-    std::vector<BootstrapRangeOut> ranges;
-    rps.reserve(candidates_.ranges().size());
-    for (const auto &[range, known] : candidates_.ranges()) {
+    rps.reserve(table.ranges().size());
+    for (const auto &[range, known] : table.ranges()) {
         rps.emplace_back();
         for (const auto &[address, rp] : known) {
             rps.back().push_back({address, rp.holdtime_s, rp.priority});
         }
         ranges.push_back({{range}, static_cast<uint8_t>(rps.back().size()), rps.back()});
     }
+}
+
+// Calls send(message, ranges) with what this router tells as BSR.
+template <typename Send> void Bsr::with_own_message(Send send)
+{
+    Told told(candidates_);
     for (const Prefix &range : emptied_) {
         if (candidates_.find(range) == nullptr) {
-            ranges.push_back({{range}, 0, {}});
+            told.ranges.push_back({{range}, 0, {}});
         }
     }
     Bootstrap message;
@@ -315,7 +319,7 @@ template <typename Send> void Bsr::with_own_message(Send send)
     message.hash_mask_length = settings_.hash_mask_length;
     message.priority = settings_.candidate->priority;
     message.bsr = settings_.candidate->address;
-    send(message, ranges);
+    send(message, told.ranges);
 }
 
 void Bsr::originate()
@@ -339,6 +343,20 @@ void Bsr::neighbour_up(unsigned link, const Address &neighbour)
         with_own_message([&](const Bootstrap &message, std::span<const BootstrapRangeOut> ranges) {
             surroundings_.send_bootstrap_to(link, neighbour, message, ranges);
         });
+        return;
+    }
+    const std::optional<Weight> known = elected();
+
+    if (known) {
+        const Told told(set_.learnt());
+        Bootstrap message;
+
+        message.no_forward = true;
+        message.fragment_tag = other_tag_;
+        message.hash_mask_length = set_.hash_mask_length();
+        message.priority = known->priority;
+        message.bsr = known->address;
+        surroundings_.send_bootstrap_to(link, neighbour, message, told.ranges);
     }
 }
 

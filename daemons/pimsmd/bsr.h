@@ -82,7 +82,8 @@ public:
     // What a candidate RP says of itself. NO_DROP, or why it was refused.
     Count candidate_rp(const CandidateRp &message);
 
-    // A neighbour that does not know the RPs yet. To be called by the link's designated router alone.
+    // A neighbour that does not know the RPs yet: it is told what this router knows, as BSR or of another one. To be called by
+    // the router alone that is, or without that neighbour would be, designated.
     void neighbour_up(unsigned link, const Address &neighbour);
 
     bool is_elected() const
@@ -101,6 +102,14 @@ public:
     }
 
 private:
+    // The ranges of a table as a message has them, and the RPs that they are views of.
+    struct Told {
+        explicit Told(const RpTable &table);
+
+        std::vector<std::vector<BootstrapRp>> rps;
+        std::vector<BootstrapRangeOut> ranges;
+    };
+
     Count check(unsigned link, const Address &sender, bool unicast, const Bootstrap &message);
     bsr::Event meaning_of(const bsr::Weight &heard) const;
     void take(bsr::Event event, const Bootstrap *message);
@@ -128,6 +137,7 @@ private:
     bsr::CandidateState candidate_ = bsr::CandidateState::Pending;
     bsr::ListenerState listener_ = bsr::ListenerState::AcceptAny;
     std::optional<bsr::Weight> other_; // the BSR whose Bootstrap was accepted last
+    uint16_t other_tag_ = 0;           // of that
     BsrFragments fragments_;
     RpTable candidates_;
     std::set<Prefix> emptied_; // ranges whose last RP went, to be told once

@@ -189,6 +189,7 @@ private:
     HelloSettings settings_of(const LinkState &state) const;
     Count take(Link &link, const Envelope &envelope, const Message &message);
     Count take_hello(Link &link, const Address &sender, const Hello &hello);
+    static bool is_designated_but_for(const Link &link, const Address &newcomer);
     Count take_unicast(const Envelope &envelope, const Message &message);
     bool has_walks() const;
     void walk();

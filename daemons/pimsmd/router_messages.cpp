@@ -9,6 +9,7 @@
 #include "daemons/common/log.h"
 #include "daemons/pimsmd/bsr_pieces.h"
 #include "daemons/pimsmd/checksum.h"
+#include "daemons/pimsmd/dr.h"
 #include "daemons/pimsmd/router.h"
 
 namespace pimsmd
@@ -48,6 +49,19 @@ void Router::received(uint32_t if_index, const Envelope &envelope, std::span<con
     }
 }
 
+// Whether this router would be designated on the link without that neighbour.
+bool Router::is_designated_but_for(const Link &on, const Address &newcomer)
+{
+    DrElection election;
+    election.offer(on.state().address, on.settings().dr_priority);
+    on.neighbours().visit([&](const Neighbour &neighbour) {
+        if (!same_address(neighbour.address, newcomer)) {
+            election.offer(neighbour.address, neighbour.dr_priority);
+        }
+    });
+    return same_address(election.winner().value_or(newcomer), on.state().address);
+}
+
 Count Router::take_hello(Link &on, const Address &sender, const Hello &hello)
 {
     const Neighbour *known = on.neighbours().find(sender);
@@ -64,7 +78,7 @@ Count Router::take_hello(Link &on, const Address &sender, const Hello &hello)
         rejoin_link(on, *now);
         reroute_wanted_ = reroute_wanted_ || asked_.contains({on.number(), sender});
     }
-    if (newcomer_ && on.neighbours().is_dr()) {
+    if (newcomer_ && is_designated_but_for(on, sender)) {
         bsr_->neighbour_up(on.number(), sender);
     }
     return drop;

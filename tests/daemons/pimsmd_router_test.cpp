@@ -290,4 +290,10 @@ TEST_P(PimRouter, ACandidateIsElectedAndAllKnowItsRps)
         EXPECT_TRUE(mcastd::same_address(*rp, *config.bsr.rp));
     }
     EXPECT_GT(count(*last, "bootstrap"), 0u);
+    const size_t periods = count(*first, "bootstrap");
+    behind.restart();
+    behind.route(2, 3, 2);
+    lan.pass(6000);
+    ASSERT_EQ(count(*first, "bootstrap"), periods); // it is its neighbour who tells
+    EXPECT_TRUE(behind.router->rp_set().rp_of(asm_group()));
 }
