@@ -6,12 +6,14 @@ behind disappears with the last process.
 
 import contextlib
 import ctypes
+import fcntl
 import json
 import os
 import re
 import shutil
 import signal
 import socket
+import struct
 import subprocess
 import sys
 import time
@@ -20,6 +22,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 ENDPOINT = os.path.join(HERE, "endpoint.py")
 SKIPPED = 77
 CLONE_NEWNET = 0x40000000
+SIOCETHTOOL, ETHTOOL_CHECKSUMS, ETHTOOL_SEGMENTS = 0x8946, 0x17, 0x24
 
 # Where Debian keeps daemons, which not every user's path names.
 os.environ["PATH"] += os.pathsep + os.pathsep.join(("/usr/sbin", "/sbin"))
@@ -95,6 +98,13 @@ class Host:
     def route(self, *words):
         family = "-6" if any(":" in word for word in words) else "-4"
         self.run("ip", family, "route", "add", *words)
+
+    def no_offload(self, interface):
+        """Packets that the host sends have their checksums, and one datagram is one packet, also where a daemon sees them."""
+        with self.inside(), socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as asked:
+            for command in ETHTOOL_CHECKSUMS, ETHTOOL_SEGMENTS:
+                value = ctypes.create_string_buffer(struct.pack("=II", command, 0))
+                fcntl.ioctl(asked, SIOCETHTOOL, struct.pack("16sP", interface.encode(), ctypes.addressof(value)))
 
     def mroute(self, family):
         """The kernel's forwarding cache entries as ip mroute prints them."""
