@@ -39,7 +39,6 @@ namespace pimsmd
     ROW(RegisterDestination, "dropped_register_destination")                                                 \
     ROW(NotRp, "refused_register_not_rp")                                                                    \
     ROW(OtherStop, "ignored_register_stop")                                                                  \
-    ROW(RegisterRate, "dropped_register_rate")                                                               \
     ROW(StopRate, "held_register_stops")                                                                     \
     ROW(OtherRp, "ignored_other_rp")                                                                         \
     ROW(GroupRange, "ignored_group_range")                                                                   \

@@ -43,6 +43,12 @@ constexpr uint32_t relearn_s(const TreeSettings &trees)
     return trees.join_period_s + trees.join_period_s / 4;
 }
 
+// The MRIB process looks once in a keepalive whether packets came, and says when none did. Until then no source is silent.
+constexpr uint32_t watched_keepalive_s(uint32_t keepalive_s)
+{
+    return 2 * keepalive_s + 30;
+}
+
 // The parts in the order in which they are made; each needs only those above it.
 class Pimsmd final : public mcastd::Daemon
 {
@@ -63,8 +69,10 @@ public:
 
     TakeOver read_config(mcastd::ConfigTable &table) override
     {
-        return [this, config = pimsmd::read_config(table, family_)] {
+        return [this, config = pimsmd::read_config(table, family_)]() mutable {
+            config.trees.keepalive_s = watched_keepalive_s(config.trees.keepalive_s);
             router_.configure(config);
+            registers_.set_rate(config.trees.registers_per_s);
             interfaces_.configured();
         };
     }

@@ -115,7 +115,7 @@ RegisterThread::~RegisterThread()
 
 bool RegisterThread::open(uint32_t registers_per_s)
 {
-    rate_ = SharedRateLimit(registers_per_s);
+    wanted_rate_ = registers_per_s;
     if (open_reports() && open_sender() && start()) {
         return true;
     }
@@ -225,6 +225,10 @@ void RegisterThread::serve()
         epoll_event event{};
         if (epoll_wait(epoll_.get(), &event, 1, -1) < 0 && errno != EINTR) {
             return;
+        }
+        if (const uint32_t wanted = wanted_rate_; wanted != rate_per_s_) {
+            rate_ = SharedRateLimit(wanted);
+            rate_per_s_ = wanted;
         }
         for (unsigned i = 0; i < PACKETS_AT_ONCE && receive(); ++i) {
         }

@@ -58,6 +58,12 @@ public:
     // one source. False when that fails, which is logged; nothing is left open then.
     bool open(uint32_t registers_per_s);
 
+    // The same rate from now on.
+    void set_rate(uint32_t registers_per_s)
+    {
+        wanted_rate_ = registers_per_s;
+    }
+
     // Ends the thread and closes the sockets; harmless when it is not open.
     void close();
 
@@ -88,6 +94,8 @@ private:
 
     uint16_t family_;
     RegisterTunnels &tunnels_;
+    std::atomic<uint32_t> wanted_rate_{0};
+    uint32_t rate_per_s_ = 0; // that rate_ has
     SharedRateLimit rate_{0};
     mcastd::Descriptor reports_; // of the kernel
     mcastd::Descriptor sender_;

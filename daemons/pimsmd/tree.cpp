@@ -51,7 +51,7 @@ Trees::Trees(uint16_t family, MsQueue &queue, Surroundings &surroundings, Counte
     : family_(family), queue_(queue), surroundings_(surroundings), counters_(counters), settings_(settings),
       table_(mcastd::must_have(
           [&] { return MRT_CreateTable(family, "pim", release<GroupEntry>, release<SourceEntry>); })),
-      registers_(settings.registers_per_s), stops_(settings.register_stops_per_s)
+      stops_(settings.register_stops_per_s)
 {
 }
 

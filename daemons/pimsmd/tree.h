@@ -65,10 +65,6 @@ public:
     // group.
     void set_remote(const Address &group, const Address &source, bool there);
 
-    // The RP to which a packet of the source goes in a Register now, which counts against the rate; nothing when it does not
-    // go.
-    std::optional<Address> register_packet(const Address &group, const Address &source);
-
     // A Register with the addresses of its packet. Whether the packet in it goes down the shared tree.
     bool register_heard(const Envelope &outer, const Register &message);
 
@@ -203,7 +199,6 @@ private:
     MRT_TABLE_S *table_;
     uint32_t entries_ = 0;
     uint32_t registered_ = 0;
-    RateLimit registers_;
     SharedRateLimit stops_;
     std::map<Address, uint32_t, Less> made_by_; // links that each neighbour made
     std::deque<Entry *> marked_;

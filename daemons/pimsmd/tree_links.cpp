@@ -49,7 +49,6 @@ void Trees::forget_link(unsigned link)
 void Trees::set(const TreeSettings &settings)
 {
     settings_ = settings;
-    registers_ = RateLimit(settings.registers_per_s);
     stops_ = SharedRateLimit(settings.register_stops_per_s);
 }
 

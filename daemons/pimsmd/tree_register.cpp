@@ -89,17 +89,6 @@ std::optional<Address> SourceEntry::registers_to() const
     return on ? std::optional(registering->rp) : std::nullopt;
 }
 
-std::optional<Address> Trees::register_packet(const Address &group, const Address &source)
-{
-    const SourceEntry *entry = find(group, source);
-    const std::optional<Address> rp = entry != nullptr ? entry->registers_to() : std::nullopt;
-    if (rp && !registers_.take(queue_.now_ms())) {
-        ++counters_[Count::RegisterRate];
-        return std::nullopt;
-    }
-    return rp;
-}
-
 void Trees::register_stop_heard(const Address &sender, const RegisterStop &message)
 {
     bool is_asked_for = false;

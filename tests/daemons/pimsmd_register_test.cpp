@@ -46,7 +46,8 @@ struct FirstHop {
     // The RP to which Registers go, "-" when none do.
     std::string tunnel(const Address &group = GROUP)
     {
-        const std::optional<Address> rp = lab.trees.register_packet(group, SOURCE);
+        const pimsmd::SourceEntry *entry = lab.trees.find(group, SOURCE);
+        const std::optional<Address> rp = entry != nullptr ? entry->registers_to() : std::nullopt;
         return rp ? address_text(*rp) : "-";
     }
 
@@ -168,26 +169,18 @@ TEST(PimRegister, OnlyTheRpStopsThemAndMayStopAllSourcesOfAGroup)
     EXPECT_EQ(router.lab.counters[Count::OtherStop], 3u);
 }
 
-TEST(PimRegister, TheyHaveARate)
+TEST(PimRegister, RateIsSavedUpForASecondAndNoMore)
 {
-    TreeSettings settings;
-    settings.registers_per_s = 2;
-    FirstHop router(settings);
-
-    router.packet();
-    EXPECT_EQ(router.tunnel(), "10.255.0.1");
-    EXPECT_EQ(router.tunnel(), "10.255.0.1");
-    EXPECT_EQ(router.tunnel(), "-");
-    router.lab.pass(499);
-    EXPECT_EQ(router.tunnel(), "-");
-    router.lab.pass(1);
-    EXPECT_EQ(router.tunnel(), "10.255.0.1");
-    EXPECT_EQ(router.tunnel(), "-");
-    EXPECT_EQ(router.lab.counters[Count::RegisterRate], 3u);
-    router.lab.pass(100000); // rest saves up a second and no more
-    EXPECT_EQ(router.tunnel(), "10.255.0.1");
-    EXPECT_EQ(router.tunnel(), "10.255.0.1");
-    EXPECT_EQ(router.tunnel(), "-");
+    pimsmd::RateLimit rate(2);
+    EXPECT_TRUE(rate.take(1000));
+    EXPECT_TRUE(rate.take(1000));
+    EXPECT_FALSE(rate.take(1000));
+    EXPECT_FALSE(rate.take(1499));
+    EXPECT_TRUE(rate.take(1500));
+    EXPECT_FALSE(rate.take(1500));
+    EXPECT_TRUE(rate.take(101500));
+    EXPECT_TRUE(rate.take(101500));
+    EXPECT_FALSE(rate.take(101500));
 }
 
 TEST(PimRegister, ARouterSendsItselfNone)

@@ -241,7 +241,7 @@ TEST_P(PimRouter, ASourceIsRegisteredAndItsTreeJoined)
     const Address source = global(family(), 1, 99);
     first->router->trees().packet(first->link_number(1), asm_group(), source);
     lan.settle();
-    const auto to = first->router->trees().register_packet(asm_group(), source);
+    const auto to = first->router->trees().find(asm_group(), source)->registers_to();
     ASSERT_TRUE(to);
     EXPECT_TRUE(mcastd::same_address(*to, rp));
     // Nobody listens: the RP stops the Registers, and hears null ones from then on.
@@ -254,7 +254,7 @@ TEST_P(PimRouter, ASourceIsRegisteredAndItsTreeJoined)
     bytes.resize(pimsmd::write_register(bytes, outer, null));
     last->router->received(0, outer, bytes);
     lan.settle();
-    EXPECT_FALSE(first->router->trees().register_packet(asm_group(), source));
+    EXPECT_FALSE(first->router->trees().find(asm_group(), source)->registers_to());
     const size_t before = count(*first, "register");
     lan.pass(90 * 1000);
     EXPECT_GE(count(*first, "register"), before + 1);
