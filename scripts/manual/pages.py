@@ -113,11 +113,11 @@ def of_overview(headers, text, version):
             if header.family == family:
                 out += roff.tagged(f"\\fB{roff.escape(page_of_header(header))}\\fR(3)", roff.prose(subject(header)))
     return out + ".SH SEE ALSO\n\\fBmcast.toml\\fR(5),\n\\fBmribd\\fR(8),\n\\fBgmpd\\fR(8),\n\\fBmsdpd\\fR(8),\n" \
-                 "\\fBmcastctl\\fR(1)\n"
+                 "\\fBpimsmd\\fR(8),\n\\fBmcastctl\\fR(1)\n"
 
 
 def of_configuration(text, version):
     out = title("mcast.toml", 5, version)
     out += ".SH NAME\nmcast.toml \\- configuration of the multicast router's daemons\n"
     return out + markdown.page(text) + ".SH SEE ALSO\n\\fBmcastcommon\\fR(7),\n\\fBmribd\\fR(8),\n\\fBgmpd\\fR(8),\n" \
-                                       "\\fBmsdpd\\fR(8)\n"
+                                       "\\fBmsdpd\\fR(8),\n\\fBpimsmd\\fR(8)\n"
