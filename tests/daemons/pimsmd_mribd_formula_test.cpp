@@ -101,6 +101,9 @@ public:
             }
         }
         for (size_t fault = 0; fault < std::size(mribd_->counters.faults); ++fault) {
+            if (fault == static_cast<size_t>(mribd::Fault::NotServed)) {
+                continue; // registered sources, of which mribd does not tell MSDP yet
+            }
             EXPECT_EQ(mribd_->counters.faults[fault], 0u) << "fault " << fault;
         }
     }
