@@ -59,6 +59,11 @@ public:
     {
         pending_signals_ |= uint64_t{1} << number;
     }
+    // Whether it has yet to read that signal.
+    bool is_told(int number) const
+    {
+        return (pending_signals_ >> number & 1) != 0;
+    }
     // Does not run before then.
     void stop_until(Ns when)
     {

@@ -4,6 +4,7 @@
  */
 #include <csignal>
 #include <cstdlib>
+#include <vector>
 
 #include "tests/simulation/run/run.h"
 
@@ -120,14 +121,27 @@ void Run::reload(const Words &words)
     signal_all(machine, SIGHUP);
 }
 
-// spoil ROUTER: daemons are told to read a file that is wrong, which changes nothing.
+// spoil ROUTER: daemons are told to read a file that is wrong, which changes nothing. Those that had not read the one
+// before, for they were stopped, are told once more when the file is right again: else they would never hear of it.
 void Run::spoil(const Words &words)
 {
     Machine &machine = world_.machine(words.at(0));
+    std::vector<Process *> late;
+    for (auto &[name, plan] : world_.daemons()) {
+        if (&plan.process->machine() == &machine && plan.process->is_told(SIGHUP)) {
+            late.push_back(plan.process.get());
+        }
+    }
     machine.files[CONFIG_PATH] += WRONG_LINE;
     signal_all(machine, SIGHUP);
-    world_.kernel.clock.after(
-        TIME_TO_READ, [this, &machine] { machine.files[CONFIG_PATH] = world_.config(machine).text(); });
+    world_.kernel.clock.after(TIME_TO_READ, [this, &machine, late] {
+        machine.files[CONFIG_PATH] = world_.config(machine).text();
+        for (Process *process : late) {
+            if (process->is_running()) {
+                process->signal(SIGHUP);
+            }
+        }
+    });
 }
 
 } // namespace sim
