@@ -41,7 +41,7 @@ bool AnswerClock::start()
 {
     if (!running_ && (timer_.valid() || open())) {
         itimerspec when{};
-        when.it_value.tv_nsec = Forwarding::ANSWER_TICK_MS * 1000000;
+        when.it_value.tv_nsec = Forwarding::ANSWER_TICK_MS * 1000000L;
         running_ = timerfd_settime(timer_.get(), 0, &when, nullptr) == 0;
     }
     return running_;
