@@ -51,6 +51,12 @@ inline MCAST_ADDR_S make_address(uint16_t family, const void *bytes)
     return address;
 }
 
+inline bool is_multicast(const MCAST_ADDR_S &address)
+{
+    return address.family == MCAST_FAMILY_IPV4 ? (address.address[0] & 0xf0) == 0xe0
+                                               : address.address[0] == 0xff;
+}
+
 // Orders addresses of one family as unsigned numbers: negative, 0 or positive.
 inline int compare_address(const MCAST_ADDR_S &first, const MCAST_ADDR_S &second)
 {

@@ -20,17 +20,12 @@ using mcastd::address_less;
 using mcastd::address_size;
 using mcastd::any_address;
 using mcastd::compare_address;
+using mcastd::is_multicast;
 using mcastd::is_unspecified;
 using mcastd::make_address;
 using mcastd::Prefix;
 using mcastd::same_address;
 using mcastd::to_text;
-
-inline bool is_multicast(const Address &address)
-{
-    return address.family == MCAST_FAMILY_IPV4 ? (address.address[0] & 0xf0) == 0xe0
-                                               : address.address[0] == 0xff;
-}
 
 // 224.0.0.0/24 or ff02::/16: addresses that never leave a link.
 inline bool is_link_scope_group(const Address &address)

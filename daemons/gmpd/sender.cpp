@@ -13,6 +13,7 @@
 #include <linux/filter.h>
 
 #include "daemons/common/log.h"
+#include "daemons/common/send_header.h"
 #include "daemons/gmpd/trace.h"
 
 namespace gmpd
@@ -26,61 +27,6 @@ constexpr int TRAFFIC_CLASS = IPTOS_CLASS_CS6;
 constexpr std::array<uint8_t, 4> ROUTER_ALERT4 = {0x94, 4, 0, 0};
 constexpr std::array<uint8_t, 8> ROUTER_ALERT6 = {0, 0, 5, 2, 0, 0, 1, 0};
 constexpr size_t LONGEST_MESSAGE = 65535;
-
-// Room for the control message of either family.
-union Control {
-    cmsghdr align;
-    uint8_t bytes[CMSG_SPACE(sizeof(in6_pktinfo))];
-};
-
-template <typename Info>
-void put_control(msghdr &header, Control &control, int level, int type, const Info &info)
-{
-    memset(&control, 0, sizeof(control));
-    header.msg_control = control.bytes;
-    header.msg_controllen = CMSG_SPACE(sizeof(info));
-    cmsghdr *message = CMSG_FIRSTHDR(&header);
-
-    message->cmsg_level = level;
-    message->cmsg_type = type;
-    message->cmsg_len = CMSG_LEN(sizeof(info));
-    memcpy(CMSG_DATA(message), &info, sizeof(info));
-}
-
-// Names the interface to leave through and the address to send from.
-void put_packet_info(msghdr &header, Control &control, const Interface &interface)
-{
-    if (interface.address.family == MCAST_FAMILY_IPV4) {
-        in_pktinfo info{};
-
-        info.ipi_ifindex = static_cast<int>(interface.index);
-        memcpy(&info.ipi_spec_dst, interface.address.address, sizeof(info.ipi_spec_dst));
-        put_control(header, control, IPPROTO_IP, IP_PKTINFO, info);
-    } else {
-        in6_pktinfo info{};
-
-        info.ipi6_ifindex = interface.index;
-        memcpy(&info.ipi6_addr, interface.address.address, sizeof(info.ipi6_addr));
-        put_control(header, control, IPPROTO_IPV6, IPV6_PKTINFO, info);
-    }
-}
-
-socklen_t put_destination(sockaddr_storage &storage, const Address &destination, uint32_t if_index)
-{
-    if (destination.family == MCAST_FAMILY_IPV4) {
-        auto &address = reinterpret_cast<sockaddr_in &>(storage);
-
-        address.sin_family = AF_INET;
-        memcpy(&address.sin_addr, destination.address, sizeof(address.sin_addr));
-        return sizeof(address);
-    }
-    auto &address = reinterpret_cast<sockaddr_in6 &>(storage);
-
-    address.sin6_family = AF_INET6;
-    address.sin6_scope_id = if_index;
-    memcpy(&address.sin6_addr, destination.address, sizeof(address.sin6_addr));
-    return sizeof(address);
-}
 
 void trace_query(const Interface &interface, const Query &query, const Address &destination, size_t size)
 {
@@ -138,17 +84,10 @@ void Sender::send_query(Interface &interface, const Query &query)
 {
     static std::array<uint8_t, LONGEST_MESSAGE> buffer;
     const Address destination = query_destination(query);
-    sockaddr_storage to{};
-    Control control;
-    iovec bytes = {buffer.data(), build_query(query, buffer)};
-    msghdr header{};
-    header.msg_name = &to;
-    header.msg_namelen = put_destination(to, destination, interface.index);
-    header.msg_iov = &bytes;
-    header.msg_iovlen = 1;
-    put_packet_info(header, control, interface);
-    trace_query(interface, query, destination, bytes.iov_len);
-    if (bytes.iov_len == 0 || sendmsg(socket_.get(), &header, MSG_DONTWAIT) < 0) {
+    const size_t size = build_query(query, buffer);
+    const mcastd::SendHeader header(interface.index, interface.address, destination, {buffer.data(), size});
+    trace_query(interface, query, destination, size);
+    if (size == 0 || sendmsg(socket_.get(), header.get(), MSG_DONTWAIT) < 0) {
         ++interface.counters[Count::SendFailed];
         mcastd::log_info("%s: query to %s not sent: %s", interface.name.c_str(), to_text(destination).c_str(),
                          strerror(errno));

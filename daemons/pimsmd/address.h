@@ -1,5 +1,5 @@
 /*
- * Addresses as this daemon calls them, and the two questions that PIM asks of one from outside.
+ * Addresses as this daemon calls them, and the question that PIM asks of one from outside.
  */
 #ifndef DAEMONS_PIMSMD_ADDRESS_H
 #define DAEMONS_PIMSMD_ADDRESS_H
@@ -15,18 +15,12 @@ using mcastd::address_bits;
 using mcastd::address_less;
 using mcastd::address_size;
 using mcastd::any_address;
+using mcastd::is_multicast;
 using mcastd::is_unspecified;
 using mcastd::make_address;
 using mcastd::Prefix;
 using mcastd::same_address;
 using mcastd::to_text;
-
-// Whether the address may be a group.
-inline bool is_group(const Address &address)
-{
-    return address.family == MCAST_FAMILY_IPV4 ? (address.address[0] & 0xf0) == 0xe0
-                                               : address.address[0] == 0xff;
-}
 
 // Whether the address may be a router's or a source's.
 inline bool is_unicast(const Address &address)

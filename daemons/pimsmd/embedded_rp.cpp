@@ -26,7 +26,7 @@ bool is_link_local(const Address &address)
 
 bool embeds_rp(const Address &group)
 {
-    return group.family == MCAST_FAMILY_IPV6 && is_group(group) &&
+    return group.family == MCAST_FAMILY_IPV6 && is_multicast(group) &&
            (group.address[AT_FLAGS] & FLAGS_RPT) == FLAGS_RPT;
 }
 

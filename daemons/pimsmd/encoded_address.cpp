@@ -107,7 +107,7 @@ GroupRange FieldReader::range()
     uint8_t flags = 0;
     uint8_t mask_length = 0;
     const Address address = masked(&flags, &mask_length);
-    if (!is_group(address)) {
+    if (!is_multicast(address)) {
         refuse(Count::GroupAddress);
     } else if (mask_length < (family_ == MCAST_FAMILY_IPV4 ? 4 : 8)) {
         refuse(Count::MaskLength); // it would hold more than groups

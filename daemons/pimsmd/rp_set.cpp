@@ -72,7 +72,7 @@ RpSet::RpSet(uint16_t family, MsQueue &queue, RpSetEvents &events, Counters &cou
 bool RpSet::is_usable(const StaticRp &one) const
 {
     return one.range.address.family == family_ && one.rp.family == family_ && is_unicast(one.rp) &&
-           is_group(one.range.address) && one.range.length >= (family_ == MCAST_FAMILY_IPV4 ? 4 : 8);
+           is_multicast(one.range.address) && one.range.length >= (family_ == MCAST_FAMILY_IPV4 ? 4 : 8);
 }
 
 bool RpSet::set_static(std::span<const StaticRp> rps)

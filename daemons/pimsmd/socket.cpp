@@ -1,5 +1,6 @@
 #include "daemons/pimsmd/socket.h"
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <netinet/in.h>
@@ -8,6 +9,7 @@
 #include <linux/filter.h>
 #include <linux/sock_diag.h>
 
+#include "daemons/common/send_header.h"
 #include "daemons/pimsmd/message_type.h"
 
 namespace pimsmd
@@ -26,26 +28,6 @@ constexpr size_t SMALLEST_IPV4_HEADER = 20;
 constexpr int BIND_TO_IF_INDEX = 62;
 constexpr int ONLY_OWN_GROUPS4 = 49; // IP_MULTICAST_ALL
 constexpr int ONLY_OWN_GROUPS6 = 29; // IPV6_MULTICAST_ALL
-
-// Room for the control message of either family.
-union Control {
-    cmsghdr align;
-    uint8_t bytes[CMSG_SPACE(sizeof(in6_pktinfo))];
-};
-
-template <typename Info>
-void put_control(msghdr &header, Control &control, int level, int type, const Info &info)
-{
-    memset(&control, 0, sizeof(control));
-    header.msg_control = control.bytes;
-    header.msg_controllen = CMSG_SPACE(sizeof(info));
-    cmsghdr *message = CMSG_FIRSTHDR(&header);
-
-    message->cmsg_level = level;
-    message->cmsg_type = type;
-    message->cmsg_len = CMSG_LEN(sizeof(info));
-    memcpy(CMSG_DATA(message), &info, sizeof(info));
-}
 
 bool may_wait(int error)
 {
@@ -141,15 +123,15 @@ bool Socket::open(uint16_t family, uint32_t if_index)
 Socket::Outcome Socket::receive(std::span<uint8_t> buffer, Arrival *arrival, Count *reason) const
 {
     sockaddr_storage sender{};
-    Control control{};
+    alignas(cmsghdr) std::array<uint8_t, CMSG_SPACE(sizeof(in6_pktinfo))> control{};
     iovec bytes = {buffer.data(), buffer.size()};
     msghdr header{};
     header.msg_name = &sender;
     header.msg_namelen = sizeof(sender);
     header.msg_iov = &bytes;
     header.msg_iovlen = 1;
-    header.msg_control = control.bytes;
-    header.msg_controllen = sizeof(control.bytes);
+    header.msg_control = control.data();
+    header.msg_controllen = control.size();
     const ssize_t length = recvmsg(socket_.get(), &header, MSG_DONTWAIT);
 
     if (length < 0) {
@@ -192,36 +174,8 @@ Socket::Outcome Socket::receive(std::span<uint8_t> buffer, Arrival *arrival, Cou
 
 int Socket::send_now(uint32_t if_index, const Envelope &envelope, std::span<const uint8_t> message) const
 {
-    sockaddr_storage to{};
-    Control control;
-    iovec bytes = {const_cast<uint8_t *>(message.data()), message.size()};
-    msghdr header{};
-    header.msg_name = &to;
-    header.msg_iov = &bytes;
-    header.msg_iovlen = 1;
-    if (family_ == MCAST_FAMILY_IPV4) {
-        auto &address = reinterpret_cast<sockaddr_in &>(to);
-        in_pktinfo info{};
-
-        address.sin_family = AF_INET;
-        memcpy(&address.sin_addr, envelope.destination.address, sizeof(address.sin_addr));
-        header.msg_namelen = sizeof(address);
-        info.ipi_ifindex = static_cast<int>(if_index);
-        memcpy(&info.ipi_spec_dst, envelope.source.address, sizeof(info.ipi_spec_dst));
-        put_control(header, control, IPPROTO_IP, IP_PKTINFO, info);
-    } else {
-        auto &address = reinterpret_cast<sockaddr_in6 &>(to);
-        in6_pktinfo info{};
-
-        address.sin6_family = AF_INET6;
-        address.sin6_scope_id = if_index;
-        memcpy(&address.sin6_addr, envelope.destination.address, sizeof(address.sin6_addr));
-        header.msg_namelen = sizeof(address);
-        info.ipi6_ifindex = if_index;
-        memcpy(&info.ipi6_addr, envelope.source.address, sizeof(info.ipi6_addr));
-        put_control(header, control, IPPROTO_IPV6, IPV6_PKTINFO, info);
-    }
-    return sendmsg(socket_.get(), &header, MSG_DONTWAIT) < 0 ? errno : 0;
+    const mcastd::SendHeader header(if_index, envelope.source, envelope.destination, message);
+    return sendmsg(socket_.get(), header.get(), MSG_DONTWAIT) < 0 ? errno : 0;
 }
 
 void Socket::send(uint32_t if_index, const Envelope &envelope, std::span<const uint8_t> message,

@@ -125,7 +125,7 @@ void read_inner(FieldReader &in, Register *message)
         in.refuse(Count::InnerPacket);
     } else if (!is_unicast(message->source)) {
         in.refuse(Count::SourceAddress);
-    } else if (!is_group(message->group)) {
+    } else if (!is_multicast(message->group)) {
         in.refuse(Count::GroupAddress);
     }
 }

@@ -130,7 +130,7 @@ TEST_P(PimNoise, ChangedMessagesBreakNothingAndLeaveNothingBehind)
         if (packet.bytes.size() >= pimsmd::PIM_HEADER_SIZE + 4) {
             pimsmd::put_checksum(packet.envelope, packet.bytes);
         }
-        const bool to_group = pimsmd::is_group(packet.envelope.destination);
+        const bool to_group = pimsmd::is_multicast(packet.envelope.destination);
         const uint32_t if_index = to_group ? LINKS_OF_ALL[random.Below(3)] : 0;
         const uint32_t before = box.router->trees().entries();
 

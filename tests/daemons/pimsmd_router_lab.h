@@ -164,7 +164,7 @@ private:
     }
     void arrive(Box &box, const Packet &packet) const
     {
-        const bool to_group = pimsmd::is_group(packet.envelope.destination);
+        const bool to_group = pimsmd::is_multicast(packet.envelope.destination);
         bool is_own = false;
         for (const unsigned link : box.links) {
             is_own = is_own ||
