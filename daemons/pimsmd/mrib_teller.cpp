@@ -121,8 +121,13 @@ void MribTeller::answer(const Address &group, const Address &source)
     queue(node, urgent_);
 }
 
+// Of all, for one of which nothing was to be said is without a node.
 void MribTeller::queue_sources(const Address &group)
 {
+    if (const GroupEntry *entry = trees_.find(group)) {
+        Trees::visit_sources(*entry,
+                             [&](const SourceEntry &source) { entry_changed(group, source.address()); });
+    }
     for (auto at = nodes_.upper_bound({group, any_address(group.family)});
          at != nodes_.end() && same_address(at->first.group, group); ++at) {
         if (at->second.list == nullptr) {

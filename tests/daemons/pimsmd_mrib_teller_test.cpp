@@ -139,6 +139,18 @@ TEST_F(PimTeller, AssertsAreToldWhereTheyCount)
     EXPECT_EQ(told(), (Lines{"won * 239.1.1.1 100"}));
 }
 
+TEST_F(PimTeller, AssertOnTheWayToTheRpCountsWhenTheWayIsAnother)
+{
+    hear(0, {STAR}, {});
+    hear(4, {STAR}, {});
+    told();
+    lab.trees.assert_heard(4, TreeLab::neighbour(4, 1), {G, S, false, 0, 0});
+    EXPECT_EQ(told(), Lines{});
+    lab.routes[address_text(TreeLab::rp())] = {1, TreeLab::neighbour(1, 0), 1, 1, false};
+    lab.trees.routes_changed();
+    EXPECT_EQ(told(), (Lines{"lost 10.9.0.7 239.1.1.1 104", "tree * 239.1.1.1 101"}));
+}
+
 TEST_F(PimTeller, LinkThatWentTakesWhatWasToldOfItAndItsNumberMayComeAgain)
 {
     hear(0, {STAR}, {});

@@ -198,9 +198,9 @@ TEST_P(RegisterThreadTest, PacketReachesTheRpWithAHeaderThatTheKernelAccepts)
         EXPECT_FALSE(heard.null);
         EXPECT_FALSE(heard.border);
         EXPECT_EQ(Bytes(heard.packet.begin(), heard.packet.end()), family.inner);
+        thread.close();
         EXPECT_GE(count(RegisterCount::Sent), 1u);
         EXPECT_EQ(count(RegisterCount::Bytes), count(RegisterCount::Sent) * (8 + family.inner.size()));
-        thread.close();
         EXPECT_EQ(thread.thread_id(), 0u);
         ASSERT_TRUE(thread.open(1000)); // and again
     });
