@@ -51,15 +51,17 @@ function(mcast_precompile target)
   endif()
 endfunction()
 
-# mcast_discover_tests(PROGRAM PREFIX [ENVIRONMENT...]): each test on its own, or with sanitizers, where a process takes
-# long to start, those of a program in one.
+# mcast_discover_tests(PROGRAM PREFIX [EACH] [ENVIRONMENT...]): the tests of a program in one process, for a start takes
+# longer than most of them; with EACH, where some can be skipped and it is to be seen which, each on its own but for
+# those with sanitizers.
 function(mcast_discover_tests program prefix)
-  if(MCAST_SANITIZE)
-    add_test(NAME ${prefix}all COMMAND ${program} --gtest_brief=1)
-    set_tests_properties(${prefix}all PROPERTIES TIMEOUT 600 ENVIRONMENT "${ARGN}")
-  else()
+  cmake_parse_arguments(PARSE_ARGV 2 with "EACH" "" "")
+  if(with_EACH AND NOT MCAST_SANITIZE)
     gtest_discover_tests(${program} TEST_PREFIX ${prefix} DISCOVERY_MODE PRE_TEST
-                         PROPERTIES TIMEOUT 120 ENVIRONMENT "${ARGN}")
+                         PROPERTIES TIMEOUT 120 ENVIRONMENT "${with_UNPARSED_ARGUMENTS}")
+  else()
+    add_test(NAME ${prefix}all COMMAND ${program} --gtest_brief=1)
+    set_tests_properties(${prefix}all PROPERTIES TIMEOUT 600 ENVIRONMENT "${with_UNPARSED_ARGUMENTS}")
   endif()
 endfunction()
 
