@@ -7,9 +7,6 @@ namespace pimsmd::asserts
 namespace
 {
 
-constexpr uint32_t INFINITE_PREFERENCE = 0x7fffffff;
-constexpr uint32_t INFINITE_METRIC = 0xffffffff;
-
 // Whether an Assert with the bit is one about what the machine is about: over the source's tree for (S,G), over the shared
 // tree for (*,G).
 bool is_of_kind(const Metric &heard, const Standing &standing)

@@ -91,11 +91,15 @@ inline constexpr Table STAR_TABLE = table(false);
 inline constexpr Table SOURCE_TABLE = table(true);
 static_assert(STAR_TABLE.complete() && SOURCE_TABLE.complete());
 
+// They lose against all others.
+constexpr uint32_t INFINITE_PREFERENCE = 0x7fffffff;
+constexpr uint32_t INFINITE_METRIC = 0xffffffff;
+
 // The terms on which a router forwards to a link.
 struct Metric {
     bool rpt = true; // over the shared tree
-    uint32_t preference = 0x7fffffff;
-    uint32_t metric = 0xffffffff;
+    uint32_t preference = INFINITE_PREFERENCE;
+    uint32_t metric = INFINITE_METRIC;
     Address address{}; // of the router on the link
 };
 

@@ -121,13 +121,15 @@ void list_rpf(Router &router, ControlRows &rows)
     const auto add = [&](const Address &address) {
         const Route route = router.route_to(address);
         const Link *link = route.link != NO_LINK ? router.link(static_cast<unsigned>(route.link)) : nullptr;
+        const bool is_known = route.preference != asserts::INFINITE_PREFERENCE;
         const bool has_neighbour = route.neighbour.family != 0 && !is_unspecified(route.neighbour);
 
         rows.add({ControlField::address(address),
                   link != nullptr ? ControlField::interface(link->state().if_index) : ControlField(),
                   has_neighbour ? ControlField::address(route.neighbour) : ControlField(),
-                  ControlField::truth(route.connected), ControlField::number(route.preference),
-                  ControlField::number(route.metric)});
+                  ControlField::truth(route.connected),
+                  is_known ? ControlField::number(route.preference) : ControlField(),
+                  is_known ? ControlField::number(route.metric) : ControlField()});
     };
     const ControlFields &key = rows.key();
     const bool has_position = !key.empty() && key[0].as_address().family == router.family();

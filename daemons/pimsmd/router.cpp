@@ -261,7 +261,11 @@ Route Router::route_to(const Address &address)
     Route route;
     route.neighbour = any_address(family_);
     const std::optional<UnicastRoute> &found = rpf_.look_up(address);
-    const auto number = found && !found->local ? link_of(found->if_index) : std::nullopt;
+    if (found && found->local) {
+        route.preference = route.metric = 0;
+        return route;
+    }
+    const auto number = found ? link_of(found->if_index) : std::nullopt;
     if (!number) {
         return route;
     }

@@ -21,8 +21,9 @@ struct Route {
     int link = NO_LINK; // below MOST_LINKS; NO_LINK for this router itself, and where there is no way
     Address
         neighbour{}; // the next hop's primary address; unspecified when there is none, or it speaks no PIM
-    uint32_t preference = 0; // of the route, for asserts
-    uint32_t metric = 0;
+    // For asserts: of the route, 0 where this router is meant; without a way the worst, for its packets are not to be had.
+    uint32_t preference = asserts::INFINITE_PREFERENCE;
+    uint32_t metric = asserts::INFINITE_METRIC;
     bool connected = false; // the address is on the link
 
     bool operator==(const Route &other) const

@@ -176,6 +176,17 @@ TEST(PimTree, APacketFromALinkThatIsServedIsAsserted)
     EXPECT_EQ(router.lab.taken(), Sent{"join 0 10.0.0.10 239.1.1.1 192.0.2.1"});
 }
 
+TEST(PimTree, WithoutAWayToTheRpAnyOtherRouterWinsTheAssert)
+{
+    Router router;
+    router.lab.routes[address_text(TreeLab::rp())] = {};
+    router.asks(2, STAR, true);
+    router.packet(2);
+    router.lab.trees.assert_heard(2, TreeLab::neighbour(2, 1), {GROUP, ANY, true, 200, 1000});
+    router.lab.trees.settle();
+    EXPECT_EQ(router.lab.trees.find(GROUP)->link_on(2)->assertion.state(), pimsmd::asserts::State::Loser);
+}
+
 TEST(PimTree, ALoserServesTheLinkAgainWhenItsOwnTermsAreBetter)
 {
     Router router;
