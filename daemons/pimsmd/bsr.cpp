@@ -37,6 +37,12 @@ Prefix all_groups(uint16_t family)
     return Prefix::parse(family == MCAST_FAMILY_IPV4 ? "224.0.0.0/4" : "ff00::/8").value();
 }
 
+// The BSR may lose one of two messages in a row and still believe that the candidate is there.
+uint32_t candidate_period_ms(uint16_t holdtime_s)
+{
+    return std::min<uint32_t>(CANDIDATE_RP_MS, holdtime_s * 1000u * 2 / 5);
+}
+
 bool is_of_zone(const Bootstrap &message)
 {
     BootstrapRanges ranges = message.ranges;
@@ -215,7 +221,7 @@ void Bsr::tell_bsr()
     message.holdtime_s = settings_.rp_holdtime_s;
     message.rp = *settings_.rp;
     message.range_count = static_cast<uint8_t>(settings_.rp_ranges.size());
-    queue_.start(tell_, CANDIDATE_RP_MS, tell_over, this);
+    queue_.start(tell_, candidate_period_ms(settings_.rp_holdtime_s), tell_over, this);
     if (!is_elected()) {
         surroundings_.send_candidate(to->address, message, settings_.rp_ranges);
         return;

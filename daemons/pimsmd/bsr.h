@@ -19,7 +19,7 @@
 namespace pimsmd
 {
 
-// Milliseconds: between two Bootstrap messages at least, and between what a candidate RP says.
+// Milliseconds: between two Bootstrap messages at least, and between what a candidate RP says at most.
 constexpr uint32_t BSR_LEAST_MS = 10 * 1000;
 constexpr uint32_t CANDIDATE_RP_MS = 60 * 1000;
 constexpr uint32_t CANDIDATE_RP_BACKOFF_MS = 3 * 1000;

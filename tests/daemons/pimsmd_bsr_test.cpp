@@ -454,6 +454,23 @@ TEST(PimBsr, ACandidateRpTellsTheBsrEveryMinute)
     EXPECT_EQ(lab.taken(), Lines{"candidate to 10.9.0.2 10.0.0.1 1"});
 }
 
+TEST(PimBsr, ACandidateRpTellsTheBsrTwiceWithinAShortHoldtime)
+{
+    BsrSettings settings;
+    settings.rp = addr("10.0.0.1");
+    settings.rp_holdtime_s = 3;
+    BsrLab lab(settings);
+    lab.hear({"10.9.0.1", 5, 1, {}});
+    lab.pass(1500);
+    lab.taken();
+    lab.pass(1199);
+    EXPECT_EQ(lab.taken(), Lines{});
+    for (int i = 0; i < 3; ++i) {
+        lab.pass(i == 0 ? 1 : 1200);
+        EXPECT_EQ(lab.taken(), Lines{"candidate to 10.9.0.1 10.0.0.1 0"}) << i;
+    }
+}
+
 TEST(PimBsr, TheElectedOneIsItsOwnCandidateRp)
 {
     BsrSettings settings = candidate(9);
