@@ -7,6 +7,7 @@
 
 #include <bit>
 
+#include "daemons/common/membership.h"
 #include "daemons/common/memory.h"
 
 namespace pimsmd
