@@ -3,9 +3,10 @@
  *
  *     <base>/net-<inode of the network namespace>/<port>
  *
- * base is $MCAST_HOST_RUNTIME_DIR when set; otherwise the first of /run/mcast-<uid>, $XDG_RUNTIME_DIR/mcast
- * and /tmp/mcast-<uid> that exists or, for a listener, can be created. A directory per network namespace
- * makes every namespace a router of its own although they share the file system.
+ * base is $MCAST_HOST_RUNTIME_DIR when set; otherwise /run/mcast if that is our user's, which somebody made for it as a
+ * service manager does; otherwise the first of /run/mcast-<uid>, $XDG_RUNTIME_DIR/mcast and /tmp/mcast-<uid> that
+ * exists or, for a listener, can be created. A directory per network namespace makes every namespace a router of
+ * its own although they share the file system.
  *
  * Whoever may enter the directory may take a port or connect to it, so every level that is ours to make must
  * be ours alone: a directory, not a symbolic link, of our user, with no permission for anybody else. A
@@ -80,6 +81,13 @@ bool open_below(const char *base, Missing missing, RuntimeDir *dir)
     return dir->fd.valid();
 }
 
+// Only root can make anything in /run, so that a folder there that is another user's is no trap.
+bool is_of_our_user(const char *path)
+{
+    struct stat status;
+    return lstat(path, &status) == 0 && status.st_uid == geteuid();
+}
+
 // Whether the next candidate may be tried: only when this one is not there and cannot be made.
 bool absent(int error)
 {
@@ -93,6 +101,9 @@ bool host::open_runtime_dir(Missing missing, RuntimeDir *dir)
     const char *override_base = secure_getenv("MCAST_HOST_RUNTIME_DIR");
     if (override_base != nullptr && override_base[0] != '\0') {
         return open_below(override_base, missing, dir);
+    }
+    if (is_of_our_user(host::SERVICE_RUNTIME_DIR)) {
+        return open_below(host::SERVICE_RUNTIME_DIR, missing, dir);
     }
     const char *session = secure_getenv("XDG_RUNTIME_DIR");
     char bases[3][PATH_MAX] = {};

@@ -16,6 +16,9 @@ struct RuntimeDir {
     char path[PATH_MAX];
 };
 
+// The base that a service manager makes for the user of its daemons.
+inline constexpr const char *SERVICE_RUNTIME_DIR = "/run/mcast";
+
 enum class Missing { Create, Fail };
 
 /*

@@ -1,7 +1,7 @@
 /*
- * Whose daemons run here: every user has runtime directories of its own (runtime_dir.cpp), named after it, and
- * whoever is root can look into all of them. A directory counts for a user when it would count for the user's
- * own processes, and when a socket is bound in it.
+ * Whose daemons run here: every user has runtime directories of its own (runtime_dir.cpp), named after it or
+ * made for it, and whoever is root can look into all of them. A directory counts for a user when it would count for
+ * the user's own processes, and when a socket is bound in it.
  */
 #include <algorithm>
 #include <cinttypes>
@@ -115,6 +115,7 @@ extern "C" size_t HOST_LocalSocketUsers(uint32_t *uids, size_t size)
         users.look_at(override_base);
         return users.finish();
     }
+    users.look_at(host::SERVICE_RUNTIME_DIR);
     users.look_into("/run", "mcast-", "");
     users.look_into("/run/user", "", "/mcast");
     users.look_into("/tmp", "mcast-", "");

@@ -12,11 +12,12 @@ from lab import PROGRAMS, SKIPPED, Daemon, Router, needs, wait_for
 
 MCASTCTL = os.path.join(PROGRAMS, "mcastctl")
 USERS = (65534, 65533)
+SERVICE_USER = 65532
 FOR_ALL = "/run/programs"  # the tree may lie where only its owner may look
 
 
-def runtime_dir(uid):
-    path = f"/run/mcast-{uid}"
+def runtime_dir(uid, path=None):
+    path = path or f"/run/mcast-{uid}"
     os.mkdir(path, 0o700)
     os.chown(path, uid, uid)
 
@@ -64,6 +65,18 @@ class OtherUser(unittest.TestCase):
         own = self.router.start_gmpd("ipv6")
         wait_for(lambda: self.running("gmpd", "ipv6"), "root's own first", 60)
         for daemon in (first, second, own):
+            self.assertEqual(daemon.stop(), 0, daemon.output()[-2000:])
+
+    def test_a_folder_that_was_made_for_a_user_is_its_place_and_nobody_elses(self):
+        runtime_dir(SERVICE_USER, "/run/mcast")
+        mribd = self.start(SERVICE_USER, "mribd")
+        wait_for(lambda: self.running("mribd", "-"), "root seeing the service's mribd", 60)
+        self.assertTrue(self.running("mribd", "-", "--user", str(SERVICE_USER)))
+        self.assertEqual(len(os.listdir("/run/mcast")), 1)
+        self.assertFalse(os.path.exists(f"/run/mcast-{SERVICE_USER}"))
+        gmpd = self.router.start_gmpd("ipv6")
+        wait_for(lambda: self.running("gmpd", "ipv6", "--user", "root"), "root's gmpd in a folder of its own", 60)
+        for daemon in (gmpd, mribd):
             self.assertEqual(daemon.stop(), 0, daemon.output()[-2000:])
 
 
