@@ -34,6 +34,7 @@ bool Frame::open()
         log_error("there is too little memory to start");
         return false;
     }
+    supervisor_.open();
     if (!reactor_.valid()) {
         log_error("cannot create an event loop: %s", std::strerror(errno));
         return false;
@@ -81,11 +82,14 @@ bool Frame::serve(Daemon &daemon)
         if (!ports_.look()) {
             end(EXIT_FAILURE);
         }
+        supervisor_.alive();
     });
+    supervisor_.ready();
     const bool good = reactor_.run();
     if (!good) {
         log_error("the event loop failed: %s", std::strerror(errno));
     }
+    supervisor_.stopping();
     memory_lend(); // nothing else needs it any more
     memory_unit("taking leave", [&daemon] { daemon.close(); });
     control_.close();
@@ -145,7 +149,9 @@ void Frame::take_signal(int fd)
             log_info("SIGHUP received, nothing to reload");
         } else {
             log_info("SIGHUP received, reloading");
+            supervisor_.reloading();
             reload();
+            supervisor_.ready();
         }
         break;
     default:

@@ -9,7 +9,7 @@
  *     read_config     of the file --config, all of which is checked; then --debug begins to trace
  *     open            the daemon opens what it needs of the machine
  *     take-over       what read_config collected counts from here on
- *     start           the daemon begins to speak with other processes
+ *     start           the daemon begins to speak with other processes; whoever supervises it is told so
  *     round           after every event, until SIGTERM, SIGINT or end
  *     close           the daemon takes leave
  *     end             the control port closes; then the daemon's destructor, then the frame's; the log closes
@@ -43,6 +43,7 @@
 #include "daemons/common/port_watch.h"
 #include "daemons/common/reactor.h"
 #include "daemons/common/status_output.h"
+#include "daemons/common/supervisor.h"
 #include "daemons/common/timer_loop.h"
 
 namespace mcastd
@@ -109,6 +110,7 @@ private:
     StatusOutput status_output_;
     bool status_wanted_ = false; // once more, when the one that is being written is complete
     PortWatch ports_;
+    Supervisor supervisor_;
     std::vector<int> signals_;
     Daemon *daemon_ = nullptr;
     int exit_code_ = EXIT_SUCCESS;
