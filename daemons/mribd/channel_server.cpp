@@ -37,6 +37,11 @@ ChannelServer::ChannelServer(mcastd::Reactor &reactor, const Backend &backend)
             client.session->tell_local_source(change);
         }
     });
+    backend_.msdp.on_remote_source([this](const MsdpExchange::RemoteSource &change) {
+        for (auto &[fd, client] : clients_) {
+            client.session->tell_remote_source(change);
+        }
+    });
     backend_.msdp.on_request([this](const MCAST_ADDR_S &group) {
         for (auto &[fd, client] : clients_) {
             client.session->tell_request(group);
@@ -49,6 +54,7 @@ ChannelServer::~ChannelServer()
     routers_.on_designated_router(nullptr);
     routers_.set_pim_listener(nullptr);
     backend_.msdp.on_local_source(nullptr);
+    backend_.msdp.on_remote_source(nullptr);
     backend_.msdp.on_request(nullptr);
     while (!clients_.empty()) {
         drop(clients_.begin()->first, nullptr);
@@ -196,6 +202,7 @@ void ChannelServer::ask_refused_again()
 
 void ChannelServer::flush()
 {
+    backend_.msdp.follow_pim();
     if (const auto before = backend_.current_view.refresh()) {
         for (auto &[fd, client] : clients_) {
             client.session->tell_changes(*before);

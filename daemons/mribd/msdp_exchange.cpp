@@ -18,7 +18,12 @@ namespace mribd
 MsdpExchange::MsdpExchange(Router &router, uint32_t remote_limit)
     : router_(router), remote_limit_(remote_limit)
 {
-    instances_[PUBLIC_INSTANCE];
+    add_instance(PUBLIC_INSTANCE);
+    registered_.on_erased([this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t note) {
+        if (pim_runs_ && local_.erase(group, source)) {
+            tell_local(group, source, note, false);
+        }
+    });
     router_.on_local_source([this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, bool present) {
         take_local(group, source, present);
     });
@@ -34,6 +39,25 @@ void MsdpExchange::on_local_source(std::function<void(const LocalSource &)> told
     told_ = std::move(told);
 }
 
+void MsdpExchange::on_remote_source(std::function<void(const RemoteSource &)> told)
+{
+    remote_told_ = std::move(told);
+}
+
+MsdpExchange::Reported &MsdpExchange::add_instance(uint16_t vrf_index)
+{
+    const auto [place, is_new] = instances_.try_emplace(vrf_index);
+    if (is_new) {
+        place->second.remote.on_erased(
+            [this, vrf_index](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t) {
+                if (remote_told_) {
+                    remote_told_({vrf_index, group, source, false});
+                }
+            });
+    }
+    return place->second;
+}
+
 void MsdpExchange::on_request(std::function<void(const MCAST_ADDR_S &group)> requested)
 {
     requested_ = std::move(requested);
@@ -46,14 +70,19 @@ void MsdpExchange::group_wanted(const MCAST_ADDR_S &group) const
     }
 }
 
-void MsdpExchange::tell_all(uint32_t rp_be, bool present) const
+void MsdpExchange::tell_local(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t note,
+                              bool present) const
 {
-    if (!told_) {
-        return;
+    if (told_) {
+        told_({group, source, rp_be(note), present});
     }
+}
+
+void MsdpExchange::tell_all(bool present) const
+{
     SgTable::Cursor cursor;
-    local_.visit(&cursor, [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t) {
-        told_({group, source, rp_be, present});
+    local_.visit(&cursor, [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t note) {
+        tell_local(group, source, note, present);
         return true;
     });
 }
@@ -64,7 +93,7 @@ void MsdpExchange::configure(const Config &config)
         return known.first != PUBLIC_INSTANCE && !config.instances.contains(known.first);
     });
     for (const auto &[vrf_index, instance] : config.instances) {
-        instances_[vrf_index];
+        add_instance(vrf_index);
     }
     const auto found = config.instances.find(PUBLIC_INSTANCE);
     const bool serves = found != config.instances.end() && found->second.enabled;
@@ -72,10 +101,10 @@ void MsdpExchange::configure(const Config &config)
     if (rp_be == rp_be_) {
         return;
     }
-    if (rp_be_ != 0) {
-        tell_all(rp_be_, false);
+    if (!pim_runs_) {
+        tell_all(false);
+        local_.clear();
     }
-    local_.clear();
     rp_be_ = rp_be;
     router_.watch_sources(rp_be != 0);
     take_all_local();
@@ -84,7 +113,9 @@ void MsdpExchange::configure(const Config &config)
 void MsdpExchange::take_all_local()
 {
     lacks_local_ = false;
-    if (rp_be_ != 0) {
+    if (pim_runs_) {
+        take_registered();
+    } else if (rp_be_ != 0) {
         router_.visit_local_sources([this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) {
             take_local(group, source, true);
         });
@@ -93,7 +124,7 @@ void MsdpExchange::take_all_local()
 
 void MsdpExchange::take_local(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, bool present)
 {
-    if (rp_be_ == 0) {
+    if (rp_be_ == 0 || pim_runs_) {
         return;
     }
     if (present) {
@@ -108,9 +139,7 @@ void MsdpExchange::take_local(const MCAST_ADDR_S &group, const MCAST_ADDR_S &sou
     } else if (!local_.erase(group, source)) {
         return;
     }
-    if (told_) {
-        told_({group, source, rp_be_, present});
-    }
+    tell_local(group, source, 0, present);
 }
 
 MsdpExchange::Reported *MsdpExchange::find(uint16_t vrf_index)
@@ -143,9 +172,13 @@ MsdpExchange::Result MsdpExchange::add_remote(uint16_t vrf_index, const MCAST_AD
         }
         return Result::Refused;
     }
-    if (instance->remote.set(group, source, entry) == SgTable::Result::NoMemory) {
+    const SgTable::Result result = instance->remote.set(group, source, entry);
+    if (result == SgTable::Result::NoMemory) {
         ++refused_;
         return Result::NoMemory;
+    }
+    if (result == SgTable::Result::Added && remote_told_) {
+        remote_told_({vrf_index, group, source, true});
     }
     return Result::Done;
 }

@@ -1,6 +1,7 @@
 /*
  * The exchange with the MSDP daemon, IPv4: the local sources that it is to announce for the rendezvous point
- * of the configuration, and the remote sources and switches that it reports, for each instance.
+ * of the configuration, or where PIM runs those that PIM says are registered, and the remote sources and switches
+ * that it reports, for each instance.
  */
 #ifndef DAEMONS_MRIBD_MSDP_EXCHANGE_H
 #define DAEMONS_MRIBD_MSDP_EXCHANGE_H
@@ -9,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <vector>
 
 #include "daemons/mribd/router.h"
 #include "daemons/mribd/sg_table.h"
@@ -40,6 +42,15 @@ public:
 
     void on_local_source(std::function<void(const LocalSource &)> told);
 
+    // Called with each remote source that comes or goes.
+    struct RemoteSource {
+        uint16_t vrf_index;
+        const MCAST_ADDR_S &group;
+        const MCAST_ADDR_S &source;
+        bool present;
+    };
+    void on_remote_source(std::function<void(const RemoteSource &)> told);
+
     // Called with a group of the public instance about whose sources the MSDP daemon is to ask its peers.
     void on_request(std::function<void(const MCAST_ADDR_S &group)> requested);
 
@@ -51,10 +62,10 @@ public:
     // for instances that the configuration does not know any more is forgotten.
     void configure(const Config &config);
 
-    // 0 when local sources are not told.
-    uint32_t rp_be() const
+    // The rendezvous point of a local source, by its note.
+    uint32_t rp_be(uint8_t note) const
     {
-        return rp_be_;
+        return note == 0 ? rp_be_ : registered_rps_[note - 1u];
     }
     const SgTable &local_sources() const
     {
@@ -62,6 +73,17 @@ public:
     }
 
     enum class Result { Done, UnknownInstance, Refused, NoMemory };
+
+    // What a PIM client reports of the public instance: (source, group) is registered with the rendezvous point, or no longer.
+    // Refused: the limit of remote sources holds for these too, or there are too many rendezvous points.
+    static constexpr size_t MOST_REGISTERED_RPS = 255;
+    Result set_registered(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint32_t rp_be,
+                          bool present);
+    void begin_registered();
+    void end_registered();
+
+    // To be called after each round: takes over whether PIM runs in the public instance.
+    void follow_pim();
 
     // Whether a local source found no memory since all of them were looked at, and looks at all of them again.
     bool lacks_local() const
@@ -113,16 +135,24 @@ public:
 private:
     Reported *find(uint16_t vrf_index);
     void take_local(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, bool present);
-    void tell_all(uint32_t rp_be, bool present) const;
+    void tell_all(bool present) const;
+    void tell_local(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t note, bool present) const;
+    Reported &add_instance(uint16_t vrf_index);
+    uint8_t note_of_rp(uint32_t rp_be);
+    void take_registered();
 
     Router &router_;
     uint32_t remote_limit_;
     uint32_t rp_be_ = 0;
-    SgTable local_; // empty without a rendezvous point
+    SgTable local_;      // noted: the rendezvous point, see rp_be
+    SgTable registered_; // noted in the same way; local_ holds them while PIM runs
+    std::vector<uint32_t> registered_rps_;
+    bool pim_runs_ = false;
     bool lacks_local_ = false;
     std::map<uint16_t, Reported> instances_;
     std::array<ClientId, static_cast<size_t>(Bracket::Count)> owners_{}; // of the open brackets, 0: none
     std::function<void(const LocalSource &)> told_;
+    std::function<void(const RemoteSource &)> remote_told_;
     std::function<void(const MCAST_ADDR_S &group)> requested_;
     uint64_t refused_ = 0;
     uint64_t swept_ = 0;

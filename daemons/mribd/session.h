@@ -138,6 +138,7 @@ public:
     bool tell_source(const Router &router, const Entry &entry, mcastd::PimSourceState state,
                      uint32_t if_index);
     void tell_instance(const Router &router, bool served);
+    void tell_remote_source(const MsdpExchange::RemoteSource &change);
 
     // Whether it is registered for one of these classes of events, and takes records.
     bool is_told(uint64_t events) const
@@ -201,6 +202,7 @@ private:
     Taken take_pim_interface(const mcastd::PimInterface &value);
     Taken take_tree(const mcastd::PimTree &value);
     Taken take_assert(const mcastd::PimAssert &value);
+    Taken take_registered(const mcastd::PimRegistered &value);
     Taken take_pim_bracket(const MRIB_RECORD_S &record);
     Taken judge(TreeTable::Result result);
 
@@ -211,6 +213,7 @@ private:
     bool replay_instances();
     bool replay_members();
     bool replay_sources();
+    bool replay_remote();
     bool replay_step(uint64_t event);
 
     // session_users.cpp
@@ -242,6 +245,7 @@ private:
         MCAST_ADDR_S group{};
         MCAST_ADDR_S source{};
         uint32_t if_index = 0;
+        SgTable::Cursor remote;
     };
     std::optional<PimCursor> pim_replay_;
     std::optional<SgTable::Cursor> local_replay_; // while local sources are being replayed

@@ -65,11 +65,11 @@ bool Session::continue_replay()
     if (!local_replay_ || queue_.has_overflowed()) {
         return for_pim;
     }
-    const auto put = [this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t) {
+    const auto put = [this](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t note) {
         if (queue_.has_overflowed() || queue_.message_count() > REPLAY_WAITING) {
             return false;
         }
-        put_local_source({group, source, msdp_.rp_be(), true}, queue_);
+        put_local_source({group, source, msdp_.rp_be(note), true}, queue_);
         return true;
     };
     if (msdp_.local_sources().visit(&*local_replay_, put)) {

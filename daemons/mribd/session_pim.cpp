@@ -58,6 +58,8 @@ Session::Taken Session::take_pim(const MRIB_RECORD_S &record)
         return take(&Session::take_tree);
     case mcastd::PIM_TLV_ASSERT:
         return take(&Session::take_assert);
+    case mcastd::PIM_TLV_REGISTERED:
+        return take(&Session::take_registered);
     case mcastd::PIM_TLV_BEGIN:
     case mcastd::PIM_TLV_END:
         return take_pim_bracket(record);
@@ -132,6 +134,25 @@ Session::Taken Session::take_assert(const mcastd::PimAssert &value)
     return judge(router->set_assert(id_, value.if_index, group, source, state));
 }
 
+// Beside the public instance of IPv4 nobody is told of them.
+Session::Taken Session::take_registered(const mcastd::PimRegistered &value)
+{
+    const Router *router = routers_.find(value.vrf_index);
+    if (router == nullptr) {
+        return refuse(Fault::Instance);
+    }
+    const MCAST_ADDR_S source = make_address(value.family, value.source);
+    const MCAST_ADDR_S group = make_address(value.family, value.group);
+    mcastd::trace(mcastd::TraceCategory::Channel, router->key(), "client %u: (%M, %N) is %s", id_, &source,
+                  &group, value.present == 1 ? "registered" : "registered no longer");
+    if (value.family != MCAST_FAMILY_IPV4 || value.vrf_index != PUBLIC_INSTANCE) {
+        return Taken::Done;
+    }
+    uint32_t rp_be = 0;
+    std::memcpy(&rp_be, value.rp, sizeof(rp_be));
+    return judge(msdp_.set_registered(group, source, rp_be, value.present == 1));
+}
+
 Session::Taken Session::take_pim_bracket(const MRIB_RECORD_S &record)
 {
     const auto *value = value_of<MRIB_SMOOTH_ALERT_S>(record);
@@ -147,7 +168,10 @@ Session::Taken Session::take_pim_bracket(const MRIB_RECORD_S &record)
     }
     trace_channel("client %u: full report %s", id_, begins ? "begins" : "ends");
     pim_report_ = begins;
-    if (!begins) {
+    if (begins) {
+        msdp_.begin_registered();
+    } else {
+        msdp_.end_registered();
         routers_.end_pim_report();
     }
     return Taken::Done;

@@ -5,6 +5,7 @@
  */
 #include <utility>
 
+#include "daemons/mribd/address.h"
 #include "daemons/mribd/session.h"
 
 namespace mribd
@@ -34,6 +35,17 @@ mcastd::PimSource source_record(const Router &router, const Entry &entry, mcastd
     record.connected = if_index != 0 && router.environment().is_on_link(if_index, entry.source()) ? 1 : 0;
     std::memcpy(record.source, entry.source().address, sizeof(record.source));
     std::memcpy(record.group, entry.group().address, sizeof(record.group));
+    return record;
+}
+
+mcastd::PimRemote remote_record(const MsdpExchange::RemoteSource &change)
+{
+    mcastd::PimRemote record{};
+    record.family = MCAST_FAMILY_IPV4;
+    record.present = change.present ? 1 : 0;
+    record.vrf_index = change.vrf_index;
+    std::memcpy(record.source, change.source.address, sizeof(record.source));
+    std::memcpy(record.group, change.group.address, sizeof(record.group));
     return record;
 }
 
@@ -80,6 +92,13 @@ void Session::tell_instance(const Router &router, bool served)
 {
     if (is_told(mcastd::PIM_EVENT_INSTANCE)) {
         tell([&] { queue_.put(mcastd::PIM_TLV_INSTANCE, instance_record(router, served)); });
+    }
+}
+
+void Session::tell_remote_source(const MsdpExchange::RemoteSource &change)
+{
+    if (is_told(mcastd::PIM_EVENT_REMOTE)) {
+        tell([&] { queue_.put(mcastd::PIM_TLV_REMOTE, remote_record(change)); });
     }
 }
 
@@ -172,11 +191,37 @@ bool Session::replay_sources()
     return !at.is_within;
 }
 
+bool Session::replay_remote()
+{
+    PimCursor &at = *pim_replay_;
+    const auto &instances = msdp_.instances();
+    for (auto next = instances.lower_bound(at.vrf_index); next != instances.end(); ++next) {
+        if (next->first != at.vrf_index) {
+            at.vrf_index = next->first;
+            at.remote = {};
+        }
+        const auto put = [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t) {
+            if (is_replay_full()) {
+                return false;
+            }
+            queue_.put(mcastd::PIM_TLV_REMOTE, remote_record({at.vrf_index, group, source, true}));
+            return true;
+        };
+        if (!next->second.remote.visit(&at.remote, put)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // Whether the class of events is complete, in every instance.
 bool Session::replay_step(uint64_t event)
 {
     if (event == mcastd::PIM_EVENT_INSTANCE) {
         return replay_instances();
+    }
+    if (event == mcastd::PIM_EVENT_REMOTE) {
+        return replay_remote();
     }
     PimCursor &at = *pim_replay_;
     const auto &routers = routers_.all();
@@ -201,8 +246,8 @@ bool Session::continue_pim_replay()
         return false;
     }
     tell([this] {
-        for (const uint64_t event :
-             {mcastd::PIM_EVENT_INSTANCE, mcastd::PIM_EVENT_MEMBER, mcastd::PIM_EVENT_SOURCE}) {
+        for (const uint64_t event : {mcastd::PIM_EVENT_INSTANCE, mcastd::PIM_EVENT_MEMBER,
+                                     mcastd::PIM_EVENT_SOURCE, mcastd::PIM_EVENT_REMOTE}) {
             if ((pim_replay_->left & event) == 0) {
                 continue;
             }

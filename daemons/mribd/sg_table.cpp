@@ -141,7 +141,13 @@ uint32_t SgTable::erase_if(const std::function<bool(const Source &)> &matches, c
     walk(table_, &position, [&](MTABLE_GROUP_S *group, MTABLE_SOURCE_S *source) {
         auto *record = reinterpret_cast<Source *>(source);
         if (matches(*record)) {
+            const MCAST_ADDR_S of_group = group->address;
+            const MCAST_ADDR_S of_source = source->address;
+            const uint8_t note = record->note;
             erase(reinterpret_cast<Group *>(group), record);
+            if (erased_) {
+                erased_(of_group, of_source, note);
+            }
         }
         return MCAST_OK;
     });
@@ -166,6 +172,12 @@ void SgTable::clear()
 bool SgTable::contains(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const
 {
     return MTable_SearchSource(&table_, &group, &source) != nullptr;
+}
+
+std::optional<uint8_t> SgTable::note_of(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const
+{
+    const MTABLE_SOURCE_S *found = MTable_SearchSource(&table_, &group, &source);
+    return found == nullptr ? std::nullopt : std::optional(reinterpret_cast<const Source *>(found)->note);
 }
 
 void SgTable::mark_stale()

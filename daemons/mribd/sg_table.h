@@ -7,6 +7,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
+#include <utility>
 
 #include "mcast/mtable.h"
 
@@ -22,6 +24,16 @@ public:
     SgTable &operator=(const SgTable &) = delete;
 
     enum class Result { Known, Added, NoMemory };
+
+    // Called with each pair that erase_matching and sweep remove, when it is gone. It must not change the table.
+    void
+    on_erased(std::function<void(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t note)> told)
+    {
+        erased_ = std::move(told);
+    }
+
+    // The pair's note; nothing when it is not there.
+    std::optional<uint8_t> note_of(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source) const;
 
     // Adds the pair or refreshes what is known of it: not stale, and note, a byte of the owner's.
     Result set(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t note = 0);
@@ -73,6 +85,7 @@ private:
     void erase(Group *group, Source *source);
 
     MTABLE_S table_{};
+    std::function<void(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t note)> erased_;
     uint32_t size_ = 0;
 };
 

@@ -90,16 +90,14 @@ bool ViewStatus::append_users(std::string *out, const Backend &backend, size_t &
 
 bool ViewStatus::append_local_sources(std::string *out, const MsdpExchange &msdp, size_t &budget)
 {
-    if (msdp.rp_be() == 0) {
-        return true;
-    }
-    const std::string rp = text_or_star(make_address(MCAST_FAMILY_IPV4, std::array{msdp.rp_be()}.data()));
     return msdp.local_sources().visit(
-        &cursor_, [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t) {
+        &cursor_, [&](const MCAST_ADDR_S &group, const MCAST_ADDR_S &source, uint8_t note) {
             if (budget == 0) {
                 return false;
             }
             --budget;
+            const std::string rp =
+                text_or_star(make_address(MCAST_FAMILY_IPV4, std::array{msdp.rp_be(note)}.data()));
             add_text(out, "  local source (%s, %s): rp %s\n", text_or_star(source).c_str(),
                      text_or_star(group).c_str(), rp.c_str());
             return true;

@@ -84,6 +84,11 @@ protected:
             return "instance " + std::to_string(value->vrf_index) + " vif " +
                    std::to_string(value->register_vif);
         }
+        case PIM_TLV_REMOTE: {
+            const auto *value = checked<PimRemote>(record);
+            return (value->present ? "remote " : "no remote ") + name_of(value->source) + " " +
+                   name_of(value->group);
+        }
         case PIM_TLV_REPLAYED:
             return "end " + std::to_string(checked<PimReplay>(record)->events >> 16);
         default:

@@ -334,9 +334,9 @@ inline std::vector<uint32_t> interfaces_of(const mribd::MemberTable &table)
 
 // What sessions work on, over a bench's router.
 struct ClientBench {
-    explicit ClientBench(mribd::Router &router)
+    explicit ClientBench(mribd::Router &router, uint32_t most_sources = 5)
         : routers(router), current_view(routers),
-          msdp(router, 5), backend{routers, current_view, msdp, users, budget}
+          msdp(router, most_sources), backend{routers, current_view, msdp, users, budget}
     {
     }
 
