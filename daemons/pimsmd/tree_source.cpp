@@ -166,6 +166,10 @@ void SourceEntry::settle()
         read_route();
     }
     words.remote = remote && group.rp && trees.surroundings().is_own(*group.rp);
+    // The first packet alone is reported, which came before the Join; those after it come from the same link.
+    if (words.connected && words.keepalive && view().join_desired()) {
+        words.spt_bit = true;
+    }
     for (const auto &[number, link] : links) {
         link->settle_assert((view().could_assert() & link->bit()) != 0,
                             (view().tracks_assert() & link->bit()) != 0, false);

@@ -312,6 +312,26 @@ TEST(PimTree, ANeighbourHasAShare)
     EXPECT_EQ(router.lab.counters[Count::JoinLimit], 1u);
 }
 
+TEST(PimTree, AJoinAfterTheFirstPacketOfAnOwnSourceTakesItsTree)
+{
+    Router router;
+    router.lab.routes[address_text(SOURCE)].connected = true;
+    router.packet(0);
+    EXPECT_FALSE(router.lab.trees.find(GROUP, SOURCE)->words.spt_bit);
+    router.asks(2, OF_SOURCE, true);
+    EXPECT_TRUE(router.lab.trees.find(GROUP, SOURCE)->words.spt_bit);
+}
+
+TEST(PimTree, AJoinForASilentOwnSourceWaitsForItsPacket)
+{
+    Router router;
+    router.lab.routes[address_text(SOURCE)].connected = true;
+    router.asks(2, OF_SOURCE, true);
+    EXPECT_FALSE(router.lab.trees.find(GROUP, SOURCE)->words.spt_bit);
+    router.packet(0);
+    EXPECT_TRUE(router.lab.trees.find(GROUP, SOURCE)->words.spt_bit);
+}
+
 TEST(PimTree, APacketOfNobodysInterestMakesNothing)
 {
     Router router;
