@@ -138,6 +138,7 @@ SourceEntry *Trees::make_registered(const Address &group, const Address &address
     if (source != nullptr) {
         source->registered = true;
         ++registered_;
+        mark(*source);
     }
     return source;
 }
@@ -158,8 +159,9 @@ bool Trees::register_heard(const Envelope &outer, const Register &message)
     const GroupEntry *group = group_of(message.group);
     SourceEntry *source = group != nullptr ? source_of(*group, message.source) : nullptr;
 
-    if (source == nullptr && switches) {
-        source = make_registered(message.group, message.source);
+    if (switches && (source == nullptr || !source->registered)) {
+        SourceEntry *registered = make_registered(message.group, message.source);
+        source = registered != nullptr ? registered : source;
         group = group_of(message.group);
     }
     const StarState no_group;

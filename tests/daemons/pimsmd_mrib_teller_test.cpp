@@ -223,6 +223,19 @@ TEST_F(PimTeller, RpTellsOfRegisteredSourcesUntilTheyAreSilent)
     EXPECT_EQ(told(), (Lines{"tree * 239.1.1.1 unsaid", "unregistered 10.9.0.7 239.1.1.1 at 10.255.0.1"}));
 }
 
+// Routers that have the source over its own tree prune it from the shared one at a new RP before it is registered there.
+TEST_F(PimTeller, RpTellsOfARegisteredSourceThatWasPrunedBefore)
+{
+    lab.is_rp = true;
+    lab.switches = true;
+    lab.routes[address_text(TreeLab::rp())] = {};
+    hear(2, {STAR}, {RPT});
+    told();
+    lab.trees.register_heard({addr("10.0.1.5"), TreeLab::rp()}, {false, true, S, G, {}});
+    const Lines lines = told();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "registered 10.9.0.7 239.1.1.1 at 10.255.0.1"), 1);
+}
+
 TEST_F(PimTeller, RpJoinsASourceOfAnotherDomainForThoseWhoWantTheGroup)
 {
     lab.is_rp = true;
