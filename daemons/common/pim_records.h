@@ -92,13 +92,16 @@ constexpr uint16_t PIM_TREE_SPT = 1;
 constexpr uint16_t PIM_TREE_REGISTER_OUT = 2;
 // Answers PIM_SOURCE_NEW: nothing more is said of (S,G) for now, and its first packets, which wait, may go.
 constexpr uint16_t PIM_TREE_ANSWER = 4;
-constexpr uint16_t PIM_TREE_FLAGS = PIM_TREE_SPT | PIM_TREE_REGISTER_OUT | PIM_TREE_ANSWER;
+// The next packet that comes in elsewhere is to be told (PIM_SOURCE_WRONG) though one was a moment ago: what it means is
+// another thing now. The kernel tells of one in three seconds.
+constexpr uint16_t PIM_TREE_WATCH = 8;
+constexpr uint16_t PIM_TREE_FLAGS = PIM_TREE_SPT | PIM_TREE_REGISTER_OUT | PIM_TREE_ANSWER | PIM_TREE_WATCH;
 
 /*
  * 47. Where packets are to come from: of (S,G), of all sources of a group (source 0), or of all sources of a range of
  * groups (source 0, group_length below that of a whole address; the bits after it are 0). The narrowest counts: (S,G), then
  * (*,G), then the longest range. A later record takes the place of an earlier one of the same source, group and length.
- * An answer that has nothing to say of the source is PIM_FROM_UNSAID with PIM_TREE_ANSWER alone.
+ * An answer that has nothing to say of the source is PIM_FROM_UNSAID with PIM_TREE_ANSWER alone, and so with PIM_TREE_WATCH.
  */
 struct MRIB_PACKED PimTree {
     uint8_t family;

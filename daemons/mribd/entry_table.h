@@ -44,6 +44,8 @@ struct Entry {
     bool awaits_answer : 1 = false;  // of PIM, before it is installed
     bool is_told : 1 = false;        // PIM knows that the source sends
     bool is_registered : 1 = false;  // and go to the register interface too
+    bool is_watched : 1 = false;     // PIM wants to know of the next packet on another interface
+    uint32_t wrong_at_s = 0;         // when one was reported last, seconds since boot, 0 for never
     uint32_t looked_at_s = 0;        // when Forwarding::is_silent last asked, seconds since boot
     uint64_t looked_packets = 0;     // what it was told then
     uint64_t last_packets = 0;       // at the last idle check

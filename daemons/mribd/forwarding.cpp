@@ -127,6 +127,7 @@ void Forwarding::take_wrong_interface(const Upcall &upcall, uint32_t arrival)
     if (Entry *entry = entries_.find(upcall.group, upcall.source)) {
         entry->arrival = arrival;
         entry->is_sending = true;
+        entry->wrong_at_s = mcastd::boot_time_s();
         queue(entry, true);
         tell_source(entry, mcastd::PIM_SOURCE_WRONG, arrival);
         hear_other_router(entry, upcall.vif);
@@ -258,6 +259,9 @@ void Forwarding::evaluate(Entry *entry)
     } else {
         // Not forwarded; the entry only keeps the kernel from asking for every packet.
         parent = parts_.vifs.find(entry->arrival);
+    }
+    if (entry->is_watched) {
+        forget_reports(entry);
     }
     if (parent < 0 || waits_for_packets(entry)) {
         withdraw(entry);

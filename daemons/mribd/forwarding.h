@@ -130,6 +130,9 @@ public:
     // PIM answered about (source, group).
     void take_answer(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
 
+    // The next packet of the source on a wrong interface is to be reported, though one was a moment ago.
+    void watch(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
+
     // Called whenever an entry becomes local (Entry::is_local) or ceases to be. It must not change entries.
     void on_local_source(std::function<void(const Entry &entry)> told)
     {
@@ -191,6 +194,7 @@ private:
 
     void take_new_source(const Upcall &upcall, uint32_t arrival);
     void take_wrong_interface(const Upcall &upcall, uint32_t arrival);
+    void forget_reports(Entry *entry);
     void remove(Entry *entry);
     bool start_idle_period(Entry *entry);
     void check_idle(Entry *entry);

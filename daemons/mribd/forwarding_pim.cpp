@@ -99,4 +99,29 @@ void Forwarding::tree_changed(const Prefix &groups, const MCAST_ADDR_S &source, 
     }
 }
 
+// The kernel reports one packet on a wrong interface in three seconds of an entry; of a new entry it reports the first.
+void Forwarding::watch(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
+{
+    constexpr uint32_t SILENCE_S = 4; // in whole seconds
+    Entry *entry = entries_.find(group, source);
+    if (entry != nullptr && entry->installed && entry->wrong_at_s != 0 &&
+        mcastd::boot_time_s() - entry->wrong_at_s <= SILENCE_S) {
+        entry->is_watched = true;
+        queue(entry, false, true);
+    }
+}
+
+// Packets that come while the kernel has no entry wait for the new one. It counts from 0 again.
+void Forwarding::forget_reports(Entry *entry)
+{
+    if (entry->installed) {
+        parts_.kernel.delete_entry(entry->source(), entry->group());
+        entry->installed = false;
+    }
+    entry->is_watched = false;
+    entry->wrong_at_s = 0;
+    entry->last_packets = 0;
+    entry->looked_packets = 0;
+}
+
 } // namespace mribd

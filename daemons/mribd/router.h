@@ -83,6 +83,9 @@ public:
     // PIM answered the report of a new source.
     void take_answer(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
 
+    // Packets of the source that come in elsewhere are to be told at once (PIM_TREE_WATCH).
+    void watch(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source);
+
     // Who is told what PIM wants to know, from now on; NULL: nobody.
     void set_pim_listener(PimListener *listener);
 

@@ -78,6 +78,11 @@ void Router::take_answer(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
     forwarding_.take_answer(group, source);
 }
 
+void Router::watch(const MCAST_ADDR_S &group, const MCAST_ADDR_S &source)
+{
+    forwarding_.watch(group, source);
+}
+
 void Router::set_pim_listener(PimListener *listener)
 {
     pim_listener_ = listener;

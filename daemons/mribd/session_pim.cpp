@@ -116,6 +116,9 @@ Session::Taken Session::take_tree(const mcastd::PimTree &value)
     if ((value.flags & mcastd::PIM_TREE_ANSWER) != 0) {
         router->take_answer(groups.address, source);
     }
+    if ((value.flags & mcastd::PIM_TREE_WATCH) != 0) {
+        router->watch(groups.address, source);
+    }
     return taken;
 }
 

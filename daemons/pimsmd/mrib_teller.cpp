@@ -16,8 +16,9 @@ namespace pimsmd
 bool MribTeller::Said::operator==(const Said &other) const
 {
     return joins == other.joins && blocks == other.blocks && lost == other.lost && won == other.won &&
-           from_interface == other.from_interface && flags == other.flags && from == other.from &&
-           rp_is_own == other.rp_is_own && registered_at.family == other.registered_at.family &&
+           from_interface == other.from_interface && awaited == other.awaited && flags == other.flags &&
+           from == other.from && rp_is_own == other.rp_is_own &&
+           registered_at.family == other.registered_at.family &&
            same_address(registered_at, other.registered_at);
 }
 
@@ -245,9 +246,12 @@ void MribTeller::tell_node(MribRecords &records, Node &node)
     say_asserts(records, key, before, after);
     say_joins(records, key, before.joins, after.joins, mcastd::MEMBERSHIP_PLAIN);
     say_joins(records, key, before.blocks, after.blocks, mcastd::MEMBERSHIP_EXCLUDE);
-    if (node.answer || before.from != after.from || before.flags != after.flags ||
+    const bool watch = after.awaited != 0 && before.awaited != after.awaited;
+    if (node.answer || watch || before.from != after.from || before.flags != after.flags ||
         before.from_interface != after.from_interface) {
-        say_tree(records, key, after, node.answer);
+        say_tree(records, key, after,
+                 static_cast<uint16_t>((node.answer ? mcastd::PIM_TREE_ANSWER : 0) |
+                                       (watch ? mcastd::PIM_TREE_WATCH : 0)));
     }
     const bool same_rp = before.registered_at.family == after.registered_at.family &&
                          same_address(before.registered_at, after.registered_at);
@@ -320,6 +324,9 @@ MribTeller::Said MribTeller::of_source(const SourceEntry &source)
         said.from_interface = interface_of(words.rpf);
         said.from = said.from_interface != 0 ? mcastd::PIM_FROM_INTERFACE : mcastd::PIM_FROM_NOWHERE;
         said.flags = own_tree ? mcastd::PIM_TREE_SPT : uint16_t{0};
+    }
+    if (source.was_reported && !own_tree && source.machine.joined() && words.rpf != star.rpf) {
+        said.awaited = interface_of(words.rpf);
     }
     if (source.registers_to()) {
         said.flags |= mcastd::PIM_TREE_REGISTER_OUT;

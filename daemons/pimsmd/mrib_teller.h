@@ -120,6 +120,7 @@ private:
         Links lost = 0;
         Links won = 0;
         uint32_t from_interface = 0;
+        uint32_t awaited = 0; // interface over which a packet would show that the source's own tree works
         uint16_t flags = 0;
         uint8_t from = mcastd::PIM_FROM_UNSAID;
         bool rp_is_own = false;
@@ -181,7 +182,7 @@ private:
     bool tunnel(const Key &key, bool was);
     void say_asserts(MribRecords &records, const Key &key, const Said &before, const Said &after) const;
     void say_joins(MribRecords &records, const Key &key, Links before, Links after, uint8_t exclude) const;
-    void say_tree(MribRecords &records, const Key &key, const Said &after, bool answer) const;
+    void say_tree(MribRecords &records, const Key &key, const Said &after, uint16_t more) const;
     void say_registered(MribRecords &records, const Key &key, const Address &rp, bool present) const;
 
     uint16_t instance_;

@@ -88,14 +88,14 @@ void MribTeller::say_joins(MribRecords &records, const Key &key, Links before, L
     });
 }
 
-void MribTeller::say_tree(MribRecords &records, const Key &key, const Said &after, bool answer) const
+void MribTeller::say_tree(MribRecords &records, const Key &key, const Said &after, uint16_t more) const
 {
     PimTree value{};
     value.family = family_byte(key.group);
     value.from = after.from;
     value.vrf_index = instance_;
     value.if_index = after.from_interface;
-    value.flags = static_cast<uint16_t>(after.flags | (answer ? mcastd::PIM_TREE_ANSWER : 0));
+    value.flags = after.flags | more;
     value.group_length = mcastd::address_bits(key.group.family);
     put_addresses(&value, key.group, key.source);
     append(records, mcastd::PIM_TLV_TREE, value);

@@ -193,6 +193,7 @@ struct SourceEntry final : Entry, rpt_upstream::Owner {
     SourceView view() const;
     void settle() override;
     bool is_idle() const override;
+    bool is_cut_off() const; // the group's RP is another router, and there is no way to it
     void read_route();
     Upstream upstream_now() const;
     Upstream rpt_upstream_now() const; // RPF'(S,G,rpt)
@@ -226,8 +227,9 @@ struct SourceEntry final : Entry, rpt_upstream::Owner {
     MsTimer keepalive;
     std::unique_ptr<SourceRegister> registering;
     bool tunnel_changed = false;
-    bool registered = false; // a Register made it
-    bool remote = false;     // an MSDP peer told of it
+    bool registered = false;   // Registers came of it
+    bool was_reported = false; // packets of it came, as far as the MRIB process told
+    bool remote = false;       // an MSDP peer told of it
     std::map<unsigned, std::unique_ptr<SourceLink>> links;
 
 private:

@@ -37,6 +37,7 @@ void Trees::packet(unsigned link, const Address &group_address, const Address &a
     if (source == nullptr) {
         return;
     }
+    source->was_reported = true;
     const SourceView view = source->view();
     const bool over_source = (source->words.rpf & bit) != 0;
 

@@ -170,6 +170,10 @@ void SourceEntry::settle()
     if (words.connected && words.keepalive && view().join_desired()) {
         words.spt_bit = true;
     }
+    // Without a way to the RP they come over the source's own tree alone, and the kernel takes those for nothing new.
+    if (is_cut_off() && words.rpf != 0 && view().join_desired()) {
+        words.spt_bit = true;
+    }
     for (const auto &[number, link] : links) {
         link->settle_assert((view().could_assert() & link->bit()) != 0,
                             (view().tracks_assert() & link->bit()) != 0, false);
@@ -186,6 +190,11 @@ void SourceEntry::settle()
         trees.surroundings().outputs_changed(group.address(), address());
     }
     std::erase_if(links, [](const auto &one) { return one.second->is_idle(); });
+}
+
+bool SourceEntry::is_cut_off() const
+{
+    return group.rp && !trees.surroundings().is_own(*group.rp) && group.words.rpf == 0;
 }
 
 bool SourceEntry::is_idle() const

@@ -115,7 +115,7 @@ TEST(PimRecords, TreeOutOfRangeIsRefused)
     EXPECT_EQ(fault(0, IPV6), PimFault::Family);
     EXPECT_EQ(fault(1, 4), PimFault::Flags);
     EXPECT_EQ(fault(1, PIM_FROM_REGISTER), PimFault::Interface); // with an index
-    EXPECT_EQ(fault(std::endian::native == std::endian::little ? 8 : 9, 8), PimFault::Flags);
+    EXPECT_EQ(fault(std::endian::native == std::endian::little ? 8 : 9, 16), PimFault::Flags);
     EXPECT_EQ(fault(10, 33), PimFault::Flags);
     EXPECT_EQ(fault(10, 31), PimFault::Group); // bits after the length
     EXPECT_EQ(fault(12, 239), PimFault::Source);

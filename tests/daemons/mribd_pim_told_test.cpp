@@ -284,6 +284,26 @@ TEST_P(PimToldTest, SourceIsActiveSilentWrongAndGone)
     EXPECT_EQ(told(), Told{"gone 3 S G"});
 }
 
+TEST_P(PimToldTest, EntryThatIsWatchedIsANewOneOfWhichTheKernelTellsAtOnce)
+{
+    interfaces(PIM_RUNS);
+    join(*pim, 2);
+    tree("", PIM_FROM_INTERFACE, 1);
+    bench.packet(1, source, group);
+    bench.router.pass_answer_tick();
+    bench.router.pass_answer_tick();
+    EXPECT_EQ(forwards(), Interfaces{2});
+    const int deletes = bench.kernel.deletes;
+    tree(source, PIM_FROM_UNSAID, 0, PIM_TREE_WATCH);
+    EXPECT_EQ(bench.kernel.deletes, deletes) << "nothing was told of which more could be hidden";
+    bench.packet(3, source, group, UpcallKind::WrongInterface);
+    tree(source, PIM_FROM_UNSAID, 0, PIM_TREE_WATCH);
+    EXPECT_EQ(bench.kernel.deletes, deletes + 1);
+    EXPECT_EQ(forwards(), Interfaces{2});
+    tree(source, PIM_FROM_UNSAID, 0, PIM_TREE_WATCH);
+    EXPECT_EQ(bench.kernel.deletes, deletes + 1);
+}
+
 TEST_P(PimToldTest, SilentSourceOfALinkIsReportedAnewThoughItIsJoined)
 {
     bench.environment.on_link.insert({1, source});

@@ -73,6 +73,7 @@ public:
 
     int delete_entry(const MCAST_ADDR_S &source, const MCAST_ADDR_S &group) override
     {
+        ++deletes;
         return entries.erase({mribd::text_or_star(source), mribd::text_or_star(group)}) == 1 ? 0 : ENOENT;
     }
 
@@ -107,6 +108,7 @@ public:
     std::set<uint32_t> refused_interfaces;
     int next_set_error = 0;
     int sets = 0;
+    int deletes = 0;
     int dangling = 0;
     uint64_t lost = 0;
 };

@@ -116,6 +116,17 @@ TEST_F(PimTeller, WithoutAnRpPacketsComeOverTheSourcesTreeAlone)
     EXPECT_EQ(told(), (Lines{"join 10.9.0.7 239.1.1.1 100", "tree 10.9.0.7 239.1.1.1 103 spt"}));
 }
 
+TEST_F(PimTeller, WithoutAWayToTheRpPacketsComeOverTheSourcesTreeAlone)
+{
+    hear(0, {STAR}, {});
+    hear(0, {SOURCE}, {});
+    told();
+    lab.routes[address_text(TreeLab::rp())] = {pimsmd::NO_LINK, {}, 0, 0, false};
+    lab.trees.routes_changed();
+    lab.trees.settle();
+    EXPECT_EQ(told(), (Lines{"tree * 239.1.1.1 nowhere", "tree 10.9.0.7 239.1.1.1 103 spt"}));
+}
+
 TEST_F(PimTeller, SptBitIsToldThoughTheOutputsStay)
 {
     hear(0, {STAR}, {});
@@ -123,6 +134,22 @@ TEST_F(PimTeller, SptBitIsToldThoughTheOutputsStay)
     told();
     lab.trees.packet(3, G, S);
     EXPECT_EQ(told(), (Lines{"tree 10.9.0.7 239.1.1.1 103 spt"}));
+}
+
+// A packet that came in on the new way before the route changed had another meaning, and hides those after it for a while.
+TEST_F(PimTeller, NewWayToTheSourceIsToBeWatched)
+{
+    hear(0, {STAR}, {});
+    hear(0, {SOURCE}, {});
+    EXPECT_EQ(told().back(), "tree * 239.1.1.1 104") << "no packet came yet";
+    lab.trees.packet(3, G, S);
+    told();
+    lab.routes[address_text(S)] = {2, TreeLab::neighbour(2, 0), 1, 1, false};
+    lab.trees.routes_changed();
+    lab.trees.settle();
+    EXPECT_EQ(told(), (Lines{"tree 10.9.0.7 239.1.1.1 unsaid watch"}));
+    lab.trees.packet(2, G, S);
+    EXPECT_EQ(told(), (Lines{"tree 10.9.0.7 239.1.1.1 102 spt"}));
 }
 
 TEST_F(PimTeller, AssertsAreToldWhereTheyCount)

@@ -58,6 +58,7 @@ struct ToldRecords final : pimsmd::MribRecords {
             line += (value.flags & mcastd::PIM_TREE_SPT) != 0 ? " spt" : "";
             line += (value.flags & mcastd::PIM_TREE_REGISTER_OUT) != 0 ? " out" : "";
             line += (value.flags & mcastd::PIM_TREE_ANSWER) != 0 ? " answer" : "";
+            line += (value.flags & mcastd::PIM_TREE_WATCH) != 0 ? " watch" : "";
             note(line);
         } else if (type == mcastd::PIM_TLV_ASSERT) {
             const auto value = read<mcastd::PimAssert>(bytes);
