@@ -12,6 +12,7 @@ import sys
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "..", "tests", "system"))
 
+import across  # noqa: E402
 import forwarding  # noqa: E402
 import instances  # noqa: E402
 import msdp  # noqa: E402
@@ -61,6 +62,7 @@ def main():
     policy.trace(network)
     instances.play()
     msdp.play()
+    across.play()
     forwarding.leave(network, receivers)
     return take_down(network)
 

@@ -8,7 +8,8 @@ The sender writes into each packet its number and the time, on the machine's mon
 times a second while packets arrive, one JSON object: packets by source address; as "repeated" how many bore a number
 that had come before from their source, if any did, and as "repeated_sent" when the last of them was sent; as "newest_sent"
 when the newest packet was; as "missed" how many numbers were left out between the first and the last of a source, if
-any were, and as "first_missed" how many of each source came in a row before the first of them. With a source it joins
+any were, and as "first_missed" how many of each source came in a row before the first of them; as "late" how many numbers
+come before the first that came, if any do. With a source it joins
 that source only. On SIGTERM it leaves by closing its socket. join is for many groups: it joins COUNT of them from GROUP
 on, says so, and takes no packets.
 """
@@ -113,6 +114,9 @@ def receive(arguments):
             if missed:
                 counts["missed"] = missed
                 counts["first_missed"] = [first_gap(numbers) for numbers in flows.values()]
+            late = sum(min(numbers) - 1 for numbers in flows.values())
+            if late:
+                counts["late"] = late
             print(json.dumps(counts), flush=True)
             printed = now
 

@@ -253,6 +253,11 @@ class Receiver:
         """How many packets did not come though later ones of their source did."""
         return self.said().get("missed", 0)
 
+    def lost(self):
+        """How many packets did not come, those before the first that did included."""
+        said = self.said()
+        return said.get("missed", 0) + said.get("late", 0)
+
     def said(self):
         lines = [line for line in self.process.output().splitlines() if line.endswith("}")]
         return json.loads(lines[-1]) if lines else {}
