@@ -193,7 +193,7 @@ struct SourceEntry final : Entry, rpt_upstream::Owner {
     SourceView view() const;
     void settle() override;
     bool is_idle() const override;
-    bool is_cut_off() const; // the group's RP is another router, and there is no way to it
+    bool is_unreported() const; // whether the first packet over its own tree is not told of
     void read_route();
     Upstream upstream_now() const;
     Upstream rpt_upstream_now() const; // RPF'(S,G,rpt)

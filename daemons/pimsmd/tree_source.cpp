@@ -170,8 +170,7 @@ void SourceEntry::settle()
     if (words.connected && words.keepalive && view().join_desired()) {
         words.spt_bit = true;
     }
-    // Without a way to the RP they come over the source's own tree alone, and the kernel takes those for nothing new.
-    if (is_cut_off() && words.rpf != 0 && view().join_desired()) {
+    if (!words.spt_bit && words.rpf != 0 && view().join_desired() && is_unreported()) {
         words.spt_bit = true;
     }
     for (const auto &[number, link] : links) {
@@ -192,9 +191,17 @@ void SourceEntry::settle()
     std::erase_if(links, [](const auto &one) { return one.second->is_idle(); });
 }
 
-bool SourceEntry::is_cut_off() const
+// The kernel tells of packets that come in elsewhere. Over the interface of the shared tree, or where there is no such tree,
+// the source's own shows by nothing; the conditions are those of a packet (Trees::packet).
+bool SourceEntry::is_unreported() const
 {
-    return group.rp && !trees.surroundings().is_own(*group.rp) && group.words.rpf == 0;
+    const bool no_shared_tree =
+        !group.rp || (group.words.rpf == 0 && !trees.surroundings().is_own(*group.rp));
+    const Upstream now = upstream_now();
+    const bool same_neighbour = now == group.to && !is_unspecified(now.neighbour);
+    return no_shared_tree ||
+           (words.rpf == group.words.rpf &&
+            (same_neighbour || view().inherited_olist_rpt() == 0 || (words.lost & words.rpf) != 0));
 }
 
 bool SourceEntry::is_idle() const

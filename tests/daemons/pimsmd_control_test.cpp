@@ -107,7 +107,7 @@ TEST_F(PimControl, TreesAreShownInTheOrderOfGroupsAndSourcesWhereverAReplyEnds)
         EXPECT_EQ(rows[0][5], ControlField::truth(true));     // joined
         EXPECT_EQ(rows[0][7], ControlField::interfaces({3})); // outgoing
         EXPECT_TRUE(rows[0][8].is(mcastd::FieldType::None));
-        EXPECT_EQ(rows[1][8], ControlField::truth(false)); // no packet came over the source's tree yet
+        EXPECT_EQ(rows[1][8], ControlField::truth(true)); // both trees come over one neighbor
         EXPECT_EQ(rows[1][9], ControlField::text("NotPruned"));
     }
     // From a place that is gone by now.

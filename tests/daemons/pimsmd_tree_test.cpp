@@ -176,6 +176,30 @@ TEST(PimTree, APacketFromALinkThatIsServedIsAsserted)
     EXPECT_EQ(router.lab.taken(), Sent{"join 0 10.0.0.10 239.1.1.1 192.0.2.1"});
 }
 
+// Its packets go on over the interface over which those of the shared tree came, of which nothing is told.
+TEST(PimTree, AJoinTakesTheSourcesTreeAtOnceWhereTheSharedOneComesFromTheSameNeighbour)
+{
+    Router router;
+    router.asks(3, STAR, true);
+    router.asks(2, OF_SOURCE, true);
+    EXPECT_FALSE(router.lab.trees.find(GROUP, SOURCE)->words.spt_bit);
+    router.lab.routes[address_text(TreeLab::rp())] = route(0, 0);
+    router.lab.trees.routes_changed();
+    router.lab.trees.settle();
+    EXPECT_TRUE(router.lab.trees.find(GROUP, SOURCE)->words.spt_bit);
+}
+
+// Its entry is there before its first packet, of which nothing is told then.
+TEST(PimTree, APacketOfASourceSpecificGroupIsAssertedThoughNoneOfItWasToldBefore)
+{
+    Router router;
+    router.lab.rp_known = false;
+    router.asks(2, OF_SOURCE, true);
+    router.lab.taken();
+    router.packet(2);
+    EXPECT_EQ(router.lab.taken(), Sent{"assert 2 239.1.1.1 192.0.2.1"});
+}
+
 TEST(PimTree, WithoutAWayToTheRpAnyOtherRouterWinsTheAssert)
 {
     Router router;
