@@ -15,8 +15,8 @@ namespace
 {
 
 constexpr void (*COMMANDS[])(const CommandLine &line) = {
-    add_show_commands,  add_set_commands,   add_clear_command, add_switch_over_command,
-    add_debug_commands, add_status_command, add_watch_command, add_complete_command,
+    add_show_commands,  add_set_commands,  add_clear_command, add_switch_over_command, add_debug_commands,
+    add_status_command, add_watch_command, add_check_command, add_complete_command,
 };
 
 // A command line that ends too early. CLI11 can refuse it, too, but does so without a look at a wrong word.
@@ -36,6 +36,14 @@ int say_what_is_missing(const CLI::App &root)
 void on_command(const CommandLine &line, CLI::App &command, std::function<int()> run)
 {
     command.callback([chosen = line.run, run = std::move(run)] { *chosen = run; });
+}
+
+void on_local_command(const CommandLine &line, CLI::App &command, std::function<int()> run)
+{
+    command.callback([chosen = line.run, asks = line.asks_daemons, run = std::move(run)] {
+        *chosen = run;
+        *asks = false;
+    });
 }
 
 int report(const Daemons &asked, const Outcome &outcome)
@@ -78,7 +86,8 @@ int run_command_line(int argc, const char *const *argv)
     std::string user;
     root.add_option("--user", user, "The user whose daemons are meant, a name or a number; root only");
     std::function<int()> run;
-    const CommandLine line{root, show, set, &run};
+    bool asks_daemons = true;
+    const CommandLine line{root, show, set, &run, &asks_daemons};
     for (const auto &add : COMMANDS) {
         add(line);
     }
@@ -91,7 +100,7 @@ int run_command_line(int argc, const char *const *argv)
         return say_what_is_missing(root);
     }
     std::string error;
-    if (!become_daemons_user(user, &error)) {
+    if (asks_daemons && !become_daemons_user(user, &error)) {
         std::fprintf(stderr, "mcastctl: %s\n", error.c_str());
         return EXIT_FAILED;
     }

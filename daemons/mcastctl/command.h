@@ -25,10 +25,14 @@ struct CommandLine {
     CLI::App &show;            // "show TABLE"
     CLI::App &set;             // "set SETTING"
     std::function<int()> *run; // what the chosen command does; its result is the exit code
+    bool *asks_daemons;        // whether it has to find them, and to be their user, first
 };
 
 // Sets what is done when the command is given.
 void on_command(const CommandLine &line, CLI::App &command, std::function<int()> run);
+
+// Likewise for a command that asks no daemon and stays the caller's.
+void on_local_command(const CommandLine &line, CLI::App &command, std::function<int()> run);
 
 void add_show_commands(const CommandLine &line);
 void add_set_commands(const CommandLine &line);
@@ -38,6 +42,7 @@ void add_clear_command(const CommandLine &line);
 void add_switch_over_command(const CommandLine &line);
 void add_watch_command(const CommandLine &line);
 void add_complete_command(const CommandLine &line);
+void add_check_command(const CommandLine &line);
 
 // Reads the command line and does what it says. The exit code.
 int run_command_line(int argc, const char *const *argv);

@@ -103,7 +103,7 @@ toml::table parse(std::string_view name, std::string_view text)
 } // namespace
 
 ConfigError::ConfigError(std::string_view file, ConfigPosition at, std::string_view text)
-    : std::runtime_error(located(file, at, text))
+    : std::runtime_error(located(file, at, text)), at_(at)
 {
 }
 
@@ -120,11 +120,12 @@ ConfigDocument::ConfigDocument(std::string_view name, std::string_view text)
 
 ConfigTable ConfigDocument::root() const
 {
-    return {&name_, &table_, ""};
+    return {&name_, &table_, "", &forgiven_};
 }
 
-ConfigTable::ConfigTable(const std::string *file, const toml::table *table, std::string label)
-    : file_(file), table_(table), label_(std::move(label))
+ConfigTable::ConfigTable(const std::string *file, const toml::table *table, std::string label,
+                         const Keys *forgiven)
+    : file_(file), table_(table), label_(std::move(label)), forgiven_(forgiven)
 {
 }
 
@@ -146,13 +147,20 @@ const toml::node *ConfigTable::find(std::string_view key)
     return table_ == nullptr ? nullptr : table_->get(key);
 }
 
-const toml::node &ConfigTable::require(std::string_view key)
+bool ConfigTable::is_forgiven(std::string_view key) const
+{
+    const ConfigPosition at = position();
+    return table_ != nullptr && forgiven_->contains({at.line, at.column, std::string(key)});
+}
+
+// nullptr for one that is forgiven.
+const toml::node *ConfigTable::require(std::string_view key)
 {
     const toml::node *node = find(key);
-    if (node == nullptr) {
+    if (node == nullptr && !is_forgiven(key)) {
         fail_at(position(), label_ + " lacks the key " + std::string(key));
     }
-    return *node;
+    return node;
 }
 
 bool ConfigTable::has(std::string_view key)
@@ -197,7 +205,8 @@ int64_t ConfigTable::number(std::string_view key, const toml::node &node, int64_
 
 int64_t ConfigTable::integer(std::string_view key, int64_t low, int64_t high)
 {
-    return number(key, require(key), low, high);
+    const toml::node *node = require(key);
+    return node == nullptr ? low : number(key, *node, low, high);
 }
 
 std::optional<int64_t> ConfigTable::optional_integer(std::string_view key, int64_t low, int64_t high)
@@ -208,11 +217,14 @@ std::optional<int64_t> ConfigTable::optional_integer(std::string_view key, int64
 
 std::string ConfigTable::string(std::string_view key)
 {
-    const toml::node &node = require(key);
-    if (!node.is_string()) {
-        wrong_type(key, node, "a string");
+    const toml::node *node = require(key);
+    if (node == nullptr) {
+        return "";
     }
-    return node.as_string()->get();
+    if (!node->is_string()) {
+        wrong_type(key, *node, "a string");
+    }
+    return node->as_string()->get();
 }
 
 std::optional<std::string> ConfigTable::optional_string(std::string_view key)
@@ -223,6 +235,9 @@ std::optional<std::string> ConfigTable::optional_string(std::string_view key)
 size_t ConfigTable::choice(std::string_view key, std::initializer_list<std::string_view> words)
 {
     const std::string found = string(key);
+    if (found.empty() && is_forgiven(key)) {
+        return 0;
+    }
     const auto word = std::find(words.begin(), words.end(), found);
     if (word == words.end()) {
         fail(key, std::string(key) + " is " + quoted(found) + "; allowed: " + joined(words));
@@ -292,7 +307,7 @@ ConfigTable ConfigTable::table(std::string_view key)
     if (node != nullptr && !node->is_table()) {
         wrong_type(key, *node, "a table, [" + inner_label(key) + "]");
     }
-    return {file_, node == nullptr ? nullptr : node->as_table(), '[' + inner_label(key) + ']'};
+    return {file_, node == nullptr ? nullptr : node->as_table(), '[' + inner_label(key) + ']', forgiven_};
 }
 
 std::vector<ConfigTable> ConfigTable::tables(std::string_view key)
@@ -310,7 +325,7 @@ std::vector<ConfigTable> ConfigTable::tables(std::string_view key)
         if (!each.is_table()) {
             wrong_type("in " + std::string(key) + " there", each, "tables, each under " + label);
         }
-        result.emplace_back(file_, each.as_table(), label);
+        result.emplace_back(file_, each.as_table(), label, forgiven_);
     }
     return result;
 }

@@ -19,10 +19,12 @@
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <toml++/toml.h>
+#include <tuple>
 #include <vector>
 
 namespace host
@@ -39,6 +41,14 @@ class ConfigError : public std::runtime_error
 {
 public:
     ConfigError(std::string_view file, ConfigPosition at, std::string_view text);
+
+    ConfigPosition position() const
+    {
+        return at_;
+    }
+
+private:
+    ConfigPosition at_;
 };
 
 // One string of a list.
@@ -55,8 +65,12 @@ std::string quoted(std::string_view text);
 class ConfigTable
 {
 public:
-    // An absent table (nullptr) reads like an empty one.
-    ConfigTable(const std::string *file, const toml::table *table, std::string label);
+    // Keys of tables, each with the place where its table begins.
+    using Keys = std::set<std::tuple<uint32_t, uint32_t, std::string>>;
+
+    // An absent table (nullptr) reads like an empty one. Of the keys that are forgiven none is missed: the least that it
+    // may be is given in its place.
+    ConfigTable(const std::string *file, const toml::table *table, std::string label, const Keys *forgiven);
 
     // Whether the file holds the table.
     bool present() const
@@ -103,7 +117,8 @@ public:
 
 private:
     const toml::node *find(std::string_view key);
-    const toml::node &require(std::string_view key);
+    const toml::node *require(std::string_view key);
+    bool is_forgiven(std::string_view key) const;
     [[noreturn]] void wrong_type(std::string_view key, const toml::node &node,
                                  const std::string &wanted) const;
     int64_t number(std::string_view key, const toml::node &node, int64_t low, int64_t high) const;
@@ -112,6 +127,7 @@ private:
     const std::string *file_;
     const toml::table *table_;
     std::string label_;
+    const Keys *forgiven_;
     std::vector<std::string> allowed_;
 };
 
@@ -126,9 +142,17 @@ public:
 
     ConfigTable root() const;
 
+    // Takes what is at the position out of the document: the value of a key, which is forgiven from then on, or a
+    // table. False when nothing begins there. No ConfigTable made before may be used any more.
+    bool remove(ConfigPosition at);
+
+    // Whether remove took something out of the table that begins there.
+    bool is_mutilated(ConfigPosition table) const;
+
 private:
     std::string name_;
     toml::table table_;
+    ConfigTable::Keys forgiven_;
 };
 
 } // namespace host

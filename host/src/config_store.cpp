@@ -18,6 +18,7 @@
 #include <mutex>
 #include <new>
 
+#include "host/config/config_check.h"
 #include "host/config/config_text.h"
 
 namespace
@@ -52,11 +53,8 @@ struct Held {
 
 thread_local Held t_held;
 
-std::shared_ptr<const Config> read_config(std::string_view name, std::string_view text,
-                                          const char *const *other_tables)
+std::shared_ptr<const Config> read_tables(ConfigTable &root, const char *const *other_tables)
 {
-    const host::ConfigDocument document(name, text);
-    ConfigTable root = document.root();
     auto config = std::make_shared<Config>();
     config->vpns = host::read_vpns(root);
     config->acls = host::read_acls(root, config->vpns);
@@ -67,6 +65,14 @@ std::shared_ptr<const Config> read_config(std::string_view name, std::string_vie
     }
     root.finish();
     return config;
+}
+
+std::shared_ptr<const Config> read_config(std::string_view name, std::string_view text,
+                                          const char *const *other_tables)
+{
+    const host::ConfigDocument document(name, text);
+    ConfigTable root = document.root();
+    return read_tables(root, other_tables);
 }
 
 void exchange(std::shared_ptr<const Config> config)
@@ -133,6 +139,29 @@ uint32_t HOST_ConfigLoadText(const char *name, const char *text, size_t length,
                              const char *const *other_tables, char *error, size_t error_size)
 {
     return guarded([&] { return read_config(name, {text, length}, other_tables); }, error, error_size);
+}
+
+uint32_t HOST_ConfigCheckText(const char *name, const char *text, size_t length,
+                              const char *const *other_tables,
+                              void (*tell)(void *context, uint32_t line, uint32_t column, const char *error),
+                              void *context)
+{
+    uint32_t count = 0;
+    const auto tell_error = [&](const host::ConfigError &error) {
+        ++count;
+        tell(context, error.position().line, error.position().column, error.what());
+    };
+    try {
+        host::ConfigDocument document(name, {text, length});
+        check_document(
+            document, [&](ConfigTable &root) { read_tables(root, other_tables); }, tell_error);
+    } catch (const host::ConfigError &error) {
+        tell_error(error);
+    } catch (const std::exception &) {
+        ++count;
+        tell(context, 0, 0, "not enough memory for the configuration");
+    }
+    return count;
 }
 
 } // extern "C"

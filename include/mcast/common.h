@@ -30,7 +30,7 @@
  * change of each number promises about programs that are linked already is said in docs/abi.md.
  */
 #define MCAST_VERSION_MAJOR 1
-#define MCAST_VERSION_MINOR 0
+#define MCAST_VERSION_MINOR 1
 #define MCAST_VERSION_PATCH 0
 
 /* Versions as numbers that can be compared. */

@@ -178,6 +178,7 @@ class Packages(unittest.TestCase):
         inside("apt-get", "install", "-q", "-y", "--no-install-recommends", "mcast-router")
         self.assertEqual(self.told("start") | self.told("restart"), set(), "what nobody has configured is not started")
         self.judge_units()
+        self.assertIn("nothing is wrong", inside("mcastctl", "check", "/etc/mcast/router.toml"))
         units = [Unit(name) for name in SERVICES]
         self.run_them(units, packages)
         for unit in reversed(units):

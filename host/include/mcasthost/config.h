@@ -47,6 +47,16 @@ HOST_API uint32_t HOST_ConfigLoad(const char *path, const char *const *other_tab
 HOST_API uint32_t HOST_ConfigLoadText(const char *name, const char *text, size_t length,
                                       const char *const *other_tables, char *error, size_t error_size);
 
+/*
+ * Reads and checks the length bytes at text as HOST_ConfigLoadText does, and changes nothing. tell is called, on this thread and
+ * before the function returns, with each error in turn, where a load tells the first: one line as a load would
+ * give, which lives for the call; with the line and the column that it names, 0 for none; and with context. It must not
+ * call back. Returns how many there were, at most 100; those are told that do not follow from another one.
+ */
+HOST_API uint32_t HOST_ConfigCheckText(
+    const char *name, const char *text, size_t length, const char *const *other_tables,
+    void (*tell)(void *context, uint32_t line, uint32_t column, const char *error), void *context);
+
 #ifdef __cplusplus
 }
 #endif
