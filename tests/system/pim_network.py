@@ -107,10 +107,10 @@ class PimRouter(Router):
         self.daemons = {}
 
     def rows(self, table, family, *words):
-        """A table of mcastctl."""
-        answer = self.run(MCASTCTL, "show", table, "--family", family, "--json", *words)
+        """A table of mcastctl, empty while the daemon is not ready."""
+        answer = self.run(MCASTCTL, "show", table, "--family", family, "--json", *words, check=False)
         # What it says of daemons that do not run may stand around the list.
-        return json.JSONDecoder().raw_decode(answer[answer.index("["):])[0]
+        return json.JSONDecoder().raw_decode(answer[answer.index("["):])[0] if "[" in answer else []
 
     def tree(self, family, group, source):
         """The row of a group and source in pim-trees, {} without one."""
@@ -122,7 +122,7 @@ class PimRouter(Router):
         return [row["rp"] for row in sorted(self.rows("rp", family), key=lambda row: row["priority"] or 0)]
 
     def bsr(self, family):
-        return self.rows("bsr", family)[0]["bsr"]
+        return next((row["bsr"] for row in self.rows("bsr", family)), None)
 
     def told(self):
         """What all its daemons say, for the report of a failure."""
