@@ -30,7 +30,7 @@ std::optional<Removed> remove_inside(toml::node &node, ConfigPosition at)
     }
     toml::array *const list = node.as_array();
     for (size_t i = 0; list != nullptr && i < list->size(); ++i) {
-        if (const auto removed = remove_inside((*list)[i], at)) {
+        if (auto removed = remove_inside((*list)[i], at)) {
             return removed;
         }
         if (same(begin_of((*list)[i].source()), at)) {
@@ -44,11 +44,11 @@ std::optional<Removed> remove_inside(toml::node &node, ConfigPosition at)
 std::optional<Removed> remove_from(toml::table &table, ConfigPosition at)
 {
     for (auto &&[key, value] : table) {
-        if (const auto removed = remove_inside(value, at)) {
+        if (auto removed = remove_inside(value, at)) {
             return removed;
         }
         if (same(begin_of(value.source()), at) || same(begin_of(key.source()), at)) {
-            const Removed removed{begin_of(table.source()), std::string(key.str())};
+            Removed removed{begin_of(table.source()), std::string(key.str())};
             table.erase(removed.key);
             return removed;
         }
