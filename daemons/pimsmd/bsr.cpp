@@ -27,20 +27,11 @@ using bsr::Event;
 using bsr::ListenerState;
 using bsr::Weight;
 
+constexpr uint64_t MS_PER_S = 1000;
+
 bool same_router(const Weight &first, const Weight &second)
 {
     return same_address(first.address, second.address);
-}
-
-Prefix all_groups(uint16_t family)
-{
-    return Prefix::parse(family == MCAST_FAMILY_IPV4 ? "224.0.0.0/4" : "ff00::/8").value();
-}
-
-// The BSR may lose one of two messages in a row and still believe that the candidate is there.
-uint32_t candidate_period_ms(uint16_t holdtime_s)
-{
-    return std::min<uint32_t>(CANDIDATE_RP_MS, holdtime_s * 1000u * 2 / 5);
 }
 
 bool is_of_zone(const Bootstrap &message)
@@ -102,7 +93,26 @@ Count Bsr::check(unsigned link, const Address &sender, bool unicast, const Boots
     const Route route = surroundings_.route_to(message.bsr);
     const bool on_way = route.link == static_cast<int>(link) &&
                         (same_address(route.neighbour, sender) || same_address(message.bsr, sender));
-    return on_way ? NO_DROP : Count::BootstrapRpf;
+    if (!on_way) {
+        return Count::BootstrapRpf;
+    }
+    return take_turn() ? NO_DROP : Count::BootstrapRate;
+}
+
+// Each goes out once for every link, whoever it is that makes so many of them.
+bool Bsr::take_turn()
+{
+    const uint64_t now_ms = queue_.now_ms();
+    const uint64_t earned = (now_ms - turns_since_ms_) * BOOTSTRAPS_PER_S / MS_PER_S;
+    if (earned > 0) {
+        turns_ = static_cast<uint32_t>(std::min<uint64_t>(BOOTSTRAPS_AT_ONCE, turns_ + earned));
+        turns_since_ms_ = now_ms;
+    }
+    if (turns_ == 0) {
+        return false;
+    }
+    --turns_;
+    return true;
 }
 
 Event Bsr::meaning_of(const Weight &heard) const
@@ -200,45 +210,6 @@ void Bsr::timer_over(void *self)
     }
 }
 
-void Bsr::tell_bsr_within(uint32_t most_ms)
-{
-    queue_.start(tell_, surroundings_.random(most_ms), tell_over, this);
-}
-
-void Bsr::tell_over(void *self)
-{
-    static_cast<Bsr *>(self)->tell_bsr();
-}
-
-void Bsr::tell_bsr()
-{
-    const std::optional<Weight> to = elected();
-    if (!to) {
-        return; // started again with the next one
-    }
-    CandidateRp message;
-    message.priority = settings_.rp_priority;
-    message.holdtime_s = settings_.rp_holdtime_s;
-    message.rp = *settings_.rp;
-    message.range_count = static_cast<uint8_t>(settings_.rp_ranges.size());
-    queue_.start(tell_, candidate_period_ms(settings_.rp_holdtime_s), tell_over, this);
-    if (!is_elected()) {
-        surroundings_.send_candidate(to->address, message, settings_.rp_ranges);
-        return;
-    }
-    bool changed = false;
-    const BootstrapRp own{message.rp, message.holdtime_s, message.priority};
-    for (const GroupRange &range : settings_.rp_ranges) {
-        changed = candidates_.put(range.prefix, own) || changed;
-    }
-    if (settings_.rp_ranges.empty()) {
-        changed = candidates_.put(all_groups(family_), own);
-    }
-    if (changed) {
-        originate_soon();
-    }
-}
-
 Count Bsr::candidate_rp(const CandidateRp &message)
 {
     if (!is_elected()) {
@@ -250,23 +221,29 @@ Count Bsr::candidate_rp(const CandidateRp &message)
             ++counters_[Count::RpRangeKind];
             return false;
         }
-        const bool changed = candidates_.put(range.prefix, rp);
-        if (changed) {
-            note_if_empty(range.prefix);
-        }
-        return changed;
+        return put_candidate(range.prefix, rp);
     };
     bool changed = false;
     for (size_t i = 0; i < message.range_count; ++i) {
         changed = put(message.range(i)) || changed;
     }
     if (message.range_count == 0) {
-        changed = put({all_groups(family_)});
+        changed = put({whole_range(family_)});
     }
     if (changed) {
         originate_soon();
     }
     return NO_DROP;
+}
+
+// What a candidate says of a range, with a holdtime of 0 that it serves it no longer. Whether that is news.
+bool Bsr::put_candidate(const Prefix &range, const BootstrapRp &rp)
+{
+    const bool changed = candidates_.put(range, rp);
+    if (changed) {
+        note_if_empty(range);
+    }
+    return changed;
 }
 
 void Bsr::rp_expired(const Prefix &range, const Address & /*rp*/)
@@ -341,6 +318,18 @@ void Bsr::originate()
         surroundings_.send_bootstrap(message, ranges);
     });
     emptied_.clear();
+}
+
+// A BSR of the lowest priority is one that others take the place of, after their delays and not after its silence.
+void Bsr::resign()
+{
+    if (is_elected()) {
+        ++tag_;
+        with_own_message([this](Bootstrap message, std::span<const BootstrapRangeOut> ranges) {
+            message.priority = 0;
+            surroundings_.send_bootstrap(message, ranges);
+        });
+    }
 }
 
 void Bsr::neighbour_up(unsigned link, const Address &neighbour)

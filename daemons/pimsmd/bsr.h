@@ -24,6 +24,11 @@ constexpr uint32_t BSR_LEAST_MS = 10 * 1000;
 constexpr uint32_t CANDIDATE_RP_MS = 60 * 1000;
 constexpr uint32_t CANDIDATE_RP_BACKOFF_MS = 3 * 1000;
 
+// Bootstrap messages of others that are taken and handed on: in a second, and together after a time without any. The largest
+// set of RPs that is kept takes about a hundred.
+constexpr uint32_t BOOTSTRAPS_PER_S = 32;
+constexpr uint32_t BOOTSTRAPS_AT_ONCE = 256;
+
 struct BsrSettings {
     // As a candidate BSR: its weight, and how many bits of groups the hash takes.
     std::optional<bsr::Weight> candidate;
@@ -86,6 +91,15 @@ public:
     // the router alone that is, or without that neighbour would be, designated.
     void neighbour_up(unsigned link, const Address &neighbour);
 
+    // Takes of the settings what concerns the candidate RP, and tells the BSR at once. What is left is said goodbye to.
+    void set_candidate_rp(const BsrSettings &next);
+
+    // When this router is no candidate any more: as elected BSR it tells all once more what it knows, with the lowest priority.
+    void resign();
+
+    // To be called before the router says goodbye to its neighbours, who believe it no more then: goodbye as candidate RP and BSR.
+    void close();
+
     bool is_elected() const
     {
         return settings_.candidate && candidate_ == bsr::CandidateState::Elected;
@@ -120,6 +134,9 @@ private:
     void originate();
     void originate_soon();
     void note_if_empty(const Prefix &range);
+    bool put_candidate(const Prefix &range, const BootstrapRp &rp);
+    bool take_turn();
+    bool say_candidate(uint16_t holdtime_s, std::span<const GroupRange> ranges);
     void tell_bsr();
     void tell_bsr_within(uint32_t most_ms);
     template <typename Send> void with_own_message(Send send);
@@ -144,6 +161,8 @@ private:
     uint16_t tag_;
     uint64_t started_ms_;
     std::optional<uint64_t> originated_ms_;
+    uint32_t turns_ = BOOTSTRAPS_AT_ONCE; // messages of others that may be taken
+    uint64_t turns_since_ms_ = 0;
     MsTimer timer_; // the Bootstrap timer
     MsTimer tell_;  // as candidate RP
     MsTimer soon_;  // a Bootstrap out of turn

@@ -59,7 +59,7 @@ std::vector<Prefix> read_ranges(ConfigTable &table, const char *key, uint16_t fa
         ranges.push_back(*range);
     }
     if (!table.has(key)) {
-        ranges.push_back(*Prefix::parse(family == MCAST_FAMILY_IPV4 ? "224.0.0.0/4" : "ff00::/8"));
+        ranges.push_back(whole_range(family));
     }
     return ranges;
 }

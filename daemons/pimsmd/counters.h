@@ -49,6 +49,7 @@ namespace pimsmd
     ROW(BootstrapZone, "ignored_bootstrap_zone")                                                             \
     ROW(BootstrapLate, "dropped_bootstrap_late")                                                             \
     ROW(BootstrapRpf, "dropped_bootstrap_rpf")                                                               \
+    ROW(BootstrapRate, "refused_bootstrap_rate")                                                             \
     ROW(BootstrapIncomplete, "bootstrap_incomplete_ranges")                                                  \
     ROW(BootstrapKept, "refused_bootstrap_pieces")                                                           \
     ROW(CandidateNotBsr, "ignored_candidate_rp")                                                             \

@@ -35,12 +35,16 @@ bool same_rp(const std::optional<Address> &first, const std::optional<Address> &
     return first && second ? same_address(*first, *second) : first.has_value() == second.has_value();
 }
 
-bool same_settings(const BsrSettings &first, const BsrSettings &second)
+bool same_election(const BsrSettings &first, const BsrSettings &second)
 {
     return same_candidate(first.candidate, second.candidate) &&
-           first.hash_mask_length == second.hash_mask_length && same_rp(first.rp, second.rp) &&
-           first.rp_priority == second.rp_priority && first.rp_holdtime_s == second.rp_holdtime_s &&
-           same_ranges(first.rp_ranges, second.rp_ranges) && first.period_ms == second.period_ms;
+           first.hash_mask_length == second.hash_mask_length && first.period_ms == second.period_ms;
+}
+
+bool same_candidate_rp(const BsrSettings &first, const BsrSettings &second)
+{
+    return same_rp(first.rp, second.rp) && first.rp_priority == second.rp_priority &&
+           first.rp_holdtime_s == second.rp_holdtime_s && same_ranges(first.rp_ranges, second.rp_ranges);
 }
 
 MRIB_GMP_VRF_KEY_S key_of(uint16_t family)
@@ -65,22 +69,34 @@ Router::~Router() = default;
 
 void Router::configure(const Config &config)
 {
-    const bool same_bsr = same_settings(config.bsr, config_.bsr);
+    const BsrSettings before = config_.bsr;
     config_ = config;
     trees_.set(config.trees);
     rp_set_.set_static(config.rps);
-    if (!same_bsr) {
-        bsr_.reset();
-        rp_set_.forget_learnt();
-        bsr_ = std::make_unique<Bsr>(family_, queue_, static_cast<BsrSurroundings &>(*this), rp_set_,
-                                     counters_, config_.bsr);
-    }
+    configure_bsr(before);
     for (const std::unique_ptr<Link> &one : links_) {
         if (one != nullptr) {
             one->set(one->state(), settings_of(one->state()));
         }
     }
     reroute_wanted_ = true; // lists may say other RPs
+}
+
+// The RPs that are known stay until their holdtimes end, or the next Bootstrap says others.
+void Router::configure_bsr(const BsrSettings &before)
+{
+    const BsrSettings &now = config_.bsr;
+    if (!same_candidate_rp(now, before)) {
+        bsr_->set_candidate_rp(now);
+    }
+    if (!same_election(now, before)) {
+        if (!now.candidate) {
+            bsr_->resign();
+        }
+        bsr_.reset();
+        bsr_ = std::make_unique<Bsr>(family_, queue_, static_cast<BsrSurroundings &>(*this), rp_set_,
+                                     counters_, now);
+    }
 }
 
 HelloSettings Router::settings_of(const LinkState &state) const
@@ -240,6 +256,7 @@ bool Router::settle()
 void Router::close()
 {
     flush();
+    bsr_->close();
     for (const std::unique_ptr<Link> &one : links_) {
         if (one != nullptr) {
             one->say_goodbye();

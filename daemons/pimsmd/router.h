@@ -78,7 +78,7 @@ public:
     // Works off what came, a bounded amount, and sends. Whether there is more to do.
     bool settle();
 
-    // Says goodbye on all links.
+    // Says goodbye as candidate RP and BSR, and on all links.
     void close();
 
     // The link of the interface; nothing when PIM does not run there.
@@ -186,6 +186,7 @@ private:
     void forget_ways();
     void set_up(unsigned number, const LinkState &state);
     void take_down(unsigned number);
+    void configure_bsr(const BsrSettings &before);
     HelloSettings settings_of(const LinkState &state) const;
     Count take(Link &link, const Envelope &envelope, const Message &message);
     Count take_hello(Link &link, const Address &sender, const Hello &hello);

@@ -63,6 +63,11 @@ private:
 
 } // namespace
 
+Prefix whole_range(uint16_t family)
+{
+    return Prefix::parse(family == MCAST_FAMILY_IPV4 ? "224.0.0.0/4" : "ff00::/8").value();
+}
+
 RpSet::RpSet(uint16_t family, MsQueue &queue, RpSetEvents &events, Counters &counters, const RpLimits &limits)
     : family_(family), events_(events), learnt_(queue, *this, counters, limits),
       hash_mask_length_(default_hash_mask_length(family))
@@ -130,8 +135,7 @@ void RpSet::set_hash_mask_length(uint8_t length)
         return;
     }
     hash_mask_length_ = length;
-    events_.rps_changed({family_ == MCAST_FAMILY_IPV4 ? Prefix::parse("224.0.0.0/4").value()
-                                                      : Prefix::parse("ff00::/8").value()});
+    events_.rps_changed(whole_range(family_));
 }
 
 void RpSet::forget_learnt()

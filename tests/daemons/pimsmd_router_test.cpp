@@ -297,3 +297,51 @@ TEST_P(PimRouter, ACandidateIsElectedAndAllKnowItsRps)
     ASSERT_EQ(count(*first, "bootstrap"), periods); // it is its neighbour who tells
     EXPECT_TRUE(behind.router->rp_set().rp_of(asm_group()));
 }
+
+TEST_P(PimRouter, ReloadThatRemovesACandidateRpTakesItFromAllAndKeepsTheOthers)
+{
+    pimsmd::Config config;
+    config.bsr.candidate = pimsmd::bsr::Weight{1, global(family(), 2, 1)};
+    config.bsr.hash_mask_length = 30;
+    chain();
+    first->router->configure(config);
+    lan.pass(10 * 1000);
+    ASSERT_TRUE(first->router->bsr().is_elected());
+    pimsmd::Config rp;
+    rp.bsr.rp = global(family(), 2, 2);
+    rp.bsr.rp_ranges.push_back({pimsmd::whole_range(family())});
+    last->router->configure(rp);
+    lan.pass(70 * 1000);
+    ASSERT_TRUE(first->router->rp_set().rp_of(asm_group()));
+    ASSERT_TRUE(last->router->rp_set().rp_of(asm_group()));
+    // The BSR's part begins anew, but nobody is without an RP meanwhile.
+    config.bsr.candidate->priority = 2;
+    first->router->configure(config);
+    for (unsigned second = 0; second < 150; ++second) {
+        lan.pass(1000);
+        ASSERT_TRUE(first->router->rp_set().rp_of(asm_group())) << second;
+        ASSERT_TRUE(last->router->rp_set().rp_of(asm_group())) << second;
+    }
+    last->router->configure({});
+    lan.pass(pimsmd::BSR_LEAST_MS);
+    EXPECT_FALSE(first->router->rp_set().rp_of(asm_group()));
+    EXPECT_FALSE(last->router->rp_set().rp_of(asm_group()));
+    EXPECT_TRUE(first->router->bsr().is_elected());
+}
+
+TEST_P(PimRouter, ACandidateTakesTheBsrsPlaceAfterItsGoodbye)
+{
+    pimsmd::Config config;
+    config.bsr.candidate = pimsmd::bsr::Weight{9, global(family(), 2, 1)};
+    chain();
+    first->router->configure(config);
+    lan.pass(10 * 1000);
+    ASSERT_TRUE(first->router->bsr().is_elected());
+    config.bsr.candidate = pimsmd::bsr::Weight{3, global(family(), 2, 2)};
+    last->router->configure(config);
+    lan.pass(70 * 1000);
+    ASSERT_FALSE(last->router->bsr().is_elected());
+    first->router->close();
+    lan.pass(25 * 1000);
+    EXPECT_TRUE(last->router->bsr().is_elected());
+}
