@@ -121,7 +121,8 @@ def measure_limit(router, count):
         counters = {row["counter"]: row["value"] for row in router.rows("counters", "ipv4")}
         assert all(one.alive() for one in router.daemons.values())
         return {"tried": count, "entries": seen["entries"],
-                "refused": {name: value for name, value in counters.items() if name.startswith("refused") and value}}
+                "refused": {name: value for name, value in counters.items()
+                            if value and any(word in name for word in ("refused", "lost"))}}
     finally:
         ours.stop()
 

@@ -103,8 +103,9 @@ Further on the way, and when all Joins come a second time:
 |  | aim | ours | {PEER} | reached |
 | --- | ---: | ---: | ---: | ---: |
 """ + "".join("| " + " | ".join(row) + " |\n" for row in way_rows(run)) + f"""
-{number(limit['tried'])} joins of one neighbour, each of a source of its own: {number(limit['entries'])} entries in the kernel, the
-daemons go on, and what was refused was counted: {refused}.
+{number(limit['tried'])} joins of one neighbour, each of a source of its own, sent at once: {number(limit['entries'])} entries in the
+kernel, which is what `mribd` takes of one interface as it comes ([limits.md](limits.md)). The daemons go on; memberships refused, and
+messages lost before they were read, are counted: {refused}.
 """
 
 
