@@ -1,12 +1,10 @@
 /*
  * The machines with their timers, on a clock that the test moves: each timer at its millisecond, one before and at it.
  */
-#include <gtest/gtest.h>
-#include <string>
-#include <utility>
-#include <vector>
+#include "tests/daemons/pimsmd_clock.h"
 
-#include "daemons/pimsmd/assert_machine.h"
+#include <gtest/gtest.h>
+
 #include "daemons/pimsmd/downstream.h"
 #include "daemons/pimsmd/register.h"
 #include "daemons/pimsmd/rpt_prune.h"
@@ -16,29 +14,11 @@
 namespace
 {
 
-using Notes = std::vector<std::string>;
+using pimsmd_test::Clock;
+using pimsmd_test::Notes;
 
 constexpr uint32_t PRUNE_DELAY_MS = 3000;
 constexpr uint16_t FOREVER = pimsmd::HOLDTIME_FOREVER;
-
-struct Clock {
-    uint64_t now = 100;
-    pimsmd::MsQueue queue{[this] { return now; }};
-    Notes notes;
-
-    // What happens until then.
-    Notes pass(uint64_t ms)
-    {
-        now += ms;
-        while (queue.run_due(SIZE_MAX)) {
-        }
-        return taken();
-    }
-    Notes taken()
-    {
-        return std::exchange(notes, {});
-    }
-};
 
 struct Downstream final : Clock, pimsmd::downstream::Owner {
     pimsmd::downstream::Runner runner{queue, *this};
@@ -144,45 +124,6 @@ struct Registering final : Clock, pimsmd::registers::Owner {
         return 5000;
     }
 };
-
-struct Asserting final : Clock, pimsmd::asserts::Owner {
-    explicit Asserting(bool source)
-        : runner(source ? pimsmd::asserts::SOURCE_TABLE : pimsmd::asserts::STAR_TABLE, queue, *this)
-    {
-    }
-
-    pimsmd::asserts::Runner runner;
-    pimsmd::asserts::Metric own{false, 10, 10, pimsmd_test::addr("10.0.0.5")};
-
-    void changed(pimsmd::asserts::Runner &) override
-    {
-        const char *const names[] = {"nobody", "won", "lost to "};
-        const auto state = static_cast<size_t>(runner.state());
-        notes.push_back(names[state] +
-                        (state == 2 ? pimsmd::to_text(runner.winner().address) : std::string()));
-    }
-    void send_assert(pimsmd::asserts::Runner &) override
-    {
-        notes.push_back("assert");
-    }
-    void send_cancel(pimsmd::asserts::Runner &) override
-    {
-        notes.push_back("cancel");
-    }
-    pimsmd::asserts::Metric own_metric(const pimsmd::asserts::Runner &) override
-    {
-        return own;
-    }
-    void set_spt_bit(pimsmd::asserts::Runner &) override
-    {
-        notes.push_back("spt");
-    }
-};
-
-pimsmd::asserts::Metric terms(bool rpt, uint32_t preference, const char *address)
-{
-    return {rpt, preference, 0, pimsmd_test::addr(address)};
-}
 
 } // namespace
 
@@ -424,58 +365,4 @@ TEST(PimClock, AnotherRpKnowsNothingOfTheStop)
     one.runner.take(Event::CouldNotRegister);
     EXPECT_EQ(one.pass(100000), Notes{});
     EXPECT_EQ(one.runner.state(), pimsmd::registers::State::NoInfo);
-}
-
-TEST(PimClock, TheWinnerSpeaksBeforeTheLosersForgetIt)
-{
-    using Event = pimsmd::asserts::Event;
-    Asserting winner(true);
-    Asserting loser(true);
-
-    winner.runner.take(Event::Data);
-    EXPECT_EQ(winner.taken(), (Notes{"assert", "won"}));
-    loser.own = pimsmd::asserts::infinite_metric(MCAST_FAMILY_IPV4);
-    EXPECT_TRUE(loser.runner.heard(winner.own, false, true));
-    EXPECT_EQ(loser.taken(), (Notes{"spt", "lost to 10.0.0.5"}));
-    EXPECT_EQ(winner.pass(176999), Notes{});
-    EXPECT_EQ(winner.pass(1), Notes{"assert"});
-    loser.pass(177000);
-    loser.runner.heard(winner.own, false, true);
-    loser.taken();
-    EXPECT_EQ(loser.pass(179999), Notes{});
-    EXPECT_EQ(loser.pass(1), Notes{"nobody"});
-    EXPECT_EQ(loser.queue.size(), 0u);
-}
-
-TEST(PimClock, AnAssertIsAnsweredOrFollowed)
-{
-    using Event = pimsmd::asserts::Event;
-    Asserting one(true);
-
-    EXPECT_FALSE(one.runner.heard(terms(true, 0, "10.0.0.9"), false, true));
-    EXPECT_TRUE(one.runner.heard(terms(true, 0, "10.0.0.9"), true, true));
-    EXPECT_EQ(one.taken(), (Notes{"assert", "won"}));
-    one.pass(100000);
-    one.runner.heard(terms(false, 11, "10.0.0.9"), true, true);
-    EXPECT_EQ(one.pass(176999), Notes{"assert"}); // the wait began anew
-    one.runner.heard(terms(false, 9, "10.0.0.1"), true, true);
-    EXPECT_EQ(one.taken(), Notes{"lost to 10.0.0.1"});
-    EXPECT_FALSE(one.runner.heard(terms(false, 9, "10.0.0.0"), true, true));
-    one.runner.heard(terms(false, 8, "10.0.0.2"), true, true);
-    EXPECT_EQ(one.taken(), Notes{"lost to 10.0.0.2"});
-    one.runner.take(Event::JoinHeard);
-    EXPECT_EQ(one.pass(200000), Notes{"nobody"});
-    one.runner.take(Event::Data);
-    one.runner.take(Event::CouldNotAssert);
-    EXPECT_EQ(one.pass(200000), (Notes{"assert", "won", "cancel", "nobody"}));
-}
-
-TEST(PimClock, TheMachineOfAGroupLeavesSourcesAlone)
-{
-    Asserting one(false);
-    one.own.rpt = true;
-    EXPECT_FALSE(one.runner.heard(terms(false, 1, "10.0.0.9"), true, true));
-    EXPECT_TRUE(one.runner.heard(terms(true, 11, "10.0.0.9"), true, true));
-    EXPECT_TRUE(one.runner.heard(terms(true, 9, "10.0.0.9"), true, true));
-    EXPECT_EQ(one.taken(), (Notes{"assert", "won", "lost to 10.0.0.9"}));
 }
