@@ -11,6 +11,7 @@
 
 #include "daemons/common/log.h"
 #include "tests/daemons/pimsmd_naive_register.h"
+#include "tests/daemons/pimsmd_tree_inputs.h"
 #include "tests/daemons/pimsmd_tree_lab.h"
 #include "tests/support/property.h"
 
@@ -19,37 +20,8 @@ namespace pimsmd_test
 
 using pimsmd::Tree;
 
-constexpr uint64_t NEVER = UINT64_MAX;
-
 inline const std::vector<std::string> GROUPS = {"239.1.1.1", "239.1.1.2"};
 inline const std::vector<std::string> SOURCES = {"192.0.2.1", "192.0.2.2", "192.0.2.3"};
-
-// A Join, or a Prune(S,G,rpt), on a link.
-struct Held {
-    uint64_t end = 0;
-    uint64_t pending = NEVER; // a Join ends then, a Prune begins
-    bool tmp = false;         // a Join(*,G) of the message being read took the Prune back
-};
-
-using HeldOn = std::map<unsigned, Held>;
-
-struct SourceInputs {
-    HeldOn joins;
-    HeldOn prunes;
-    std::set<unsigned> receivers;
-    std::set<unsigned> excluded;
-};
-
-struct GroupInputs {
-    HeldOn joins;
-    std::set<unsigned> receivers;
-    std::map<std::string, SourceInputs> sources;
-};
-
-inline uint64_t end_of(uint64_t now, uint16_t holdtime_s)
-{
-    return holdtime_s == pimsmd::HOLDTIME_FOREVER ? NEVER : now + uint64_t{1000} * holdtime_s;
-}
 
 class RandomTrees
 {
@@ -112,7 +84,7 @@ public:
             hear_assert();
         }
         lab_.trees.settle();
-        forget(lab_.now);
+        inputs_.forget(lab_.now);
     }
 
     TreeLab &lab()
@@ -121,14 +93,14 @@ public:
     }
     const std::map<std::string, GroupInputs> &inputs() const
     {
-        return inputs_;
+        return inputs_.groups;
     }
 
     // The interfaces as group and source have them.
     Model model(const std::string &group_name, const std::string &source_name)
     {
         Model made;
-        GroupInputs &group = inputs_[group_name];
+        GroupInputs &group = inputs_.groups[group_name];
         SourceInputs &source = group.sources[source_name];
         const pimsmd::GroupEntry *star = lab_.trees.find(addr(group_name.c_str()));
         const pimsmd::SourceEntry *entry =
@@ -205,20 +177,6 @@ protected:
         lab_.trees.set_dr(link, flip(dr_, link));
     }
 
-    void forget(uint64_t now)
-    {
-        const auto is_over = [now](const auto &one) {
-            return one.second.end <= now || one.second.pending <= now;
-        };
-        for (auto &[name, group] : inputs_) {
-            std::erase_if(group.joins, is_over);
-            for (auto &[source_name, source] : group.sources) {
-                std::erase_if(source.joins, is_over);
-                std::erase_if(source.prunes, [now](const auto &one) { return one.second.end <= now; });
-            }
-        }
-    }
-
     void receivers()
     {
         const std::string group = some(GROUPS);
@@ -227,13 +185,13 @@ protected:
         const Address to = addr(group.c_str());
 
         if (random_.OneIn(3)) {
-            lab_.trees.set_receivers(link, to, addr("0.0.0.0"), flip(inputs_[group].receivers, link));
+            lab_.trees.set_receivers(link, to, addr("0.0.0.0"), flip(inputs_.groups[group].receivers, link));
         } else if (random_.OneIn(2)) {
-            const bool wanted = flip(inputs_[group].sources[source].receivers, link);
+            const bool wanted = flip(inputs_.groups[group].sources[source].receivers, link);
 
             lab_.trees.set_receivers(link, to, addr(source.c_str()), wanted);
         } else {
-            const bool excluded = flip(inputs_[group].sources[source].excluded, link);
+            const bool excluded = flip(inputs_.groups[group].sources[source].excluded, link);
 
             lab_.trees.set_excluded(link, to, addr(source.c_str()), excluded);
         }
@@ -268,90 +226,7 @@ protected:
 
         lab_.hear(link, TreeLab::neighbour(link, 0), upstream, holdtime, groups);
         if (to_this) {
-            note(link, holdtime, groups);
-        }
-    }
-
-    // What the message does, as the RFC tells it.
-    void note(unsigned link, uint16_t holdtime, const std::vector<TreeLab::Group> &groups)
-    {
-        const uint64_t delay = lab_.facts[link].prune_delay_ms;
-        forget(lab_.now);
-        for (const TreeLab::Group &record : groups) {
-            GroupInputs &group = inputs_[address_text(record.group)];
-
-            for (const pimsmd::TreeSource &source : record.joins) {
-                note_join(link, holdtime, group, source);
-            }
-            for (const pimsmd::TreeSource &source : record.prunes) {
-                const std::string name = address_text(source.address);
-
-                if (source.tree == Tree::Star) {
-                    note_prune(group.joins, link, delay);
-                } else if (source.tree == Tree::Source) {
-                    note_prune(group.sources[name].joins, link, delay);
-                } else {
-                    note_prune_rpt(group.sources[name].prunes, link, holdtime, delay);
-                }
-            }
-        }
-        for (auto &[name, group] : inputs_) {
-            for (auto &[source_name, source] : group.sources) {
-                std::erase_if(source.prunes, [](const auto &one) { return one.second.tmp; });
-            }
-        }
-    }
-
-    void note_join(unsigned link, uint16_t holdtime, GroupInputs &group, const pimsmd::TreeSource &source)
-    {
-        const std::string name = address_text(source.address);
-        if (source.tree == Tree::Rpt) {
-            HeldOn &prunes = group.sources[name].prunes;
-
-            if (prunes.contains(link) && !prunes[link].tmp) {
-                prunes.erase(link);
-            }
-            return;
-        }
-        Held &held = source.tree == Tree::Star ? group.joins[link] : group.sources[name].joins[link];
-
-        held.end = std::max(held.end, end_of(lab_.now, holdtime));
-        held.pending = NEVER;
-        if (source.tree == Tree::Star) {
-            for (auto &[of, inputs] : group.sources) {
-                if (inputs.prunes.contains(link)) {
-                    inputs.prunes[link].tmp = true;
-                }
-            }
-        }
-    }
-
-    void note_prune(HeldOn &joins, unsigned link, uint64_t delay)
-    {
-        const auto found = joins.find(link);
-        if (found == joins.end() || found->second.pending != NEVER) {
-            return;
-        }
-        if (delay == 0) {
-            joins.erase(found);
-        } else {
-            found->second.pending = lab_.now + delay;
-        }
-    }
-
-    void note_prune_rpt(HeldOn &prunes, unsigned link, uint16_t holdtime, uint64_t delay)
-    {
-        const auto found = prunes.find(link);
-        const uint64_t end = end_of(lab_.now, holdtime);
-        if (found == prunes.end()) {
-            prunes[link] = {end, lab_.now + delay, false};
-            return;
-        }
-        Held &held = found->second;
-
-        if (held.tmp || held.pending <= lab_.now) {
-            held.end = std::max(held.end, end);
-            held.tmp = false;
+            inputs_.note(lab_.now, link, lab_.facts[link].prune_delay_ms, holdtime, groups);
         }
     }
 
@@ -459,7 +334,7 @@ protected:
     property::Random random_;
     bool with_asserts_;
     TreeLab lab_;
-    std::map<std::string, GroupInputs> inputs_;
+    TreeInputs inputs_;
     std::set<unsigned> dr_;
     std::map<std::pair<std::string, std::string>, NaiveRegister> registers_;
 };
