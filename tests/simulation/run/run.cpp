@@ -124,6 +124,7 @@ void Run::suspend(const Words &words)
     disturb_all();
     oracle_.disturbances.note_stopped(time);
     world_.kernel.suspend(time);
+    disturb_all(); // what ran out while it slept runs out now, all at once
     rested_ += time;
 }
 
