@@ -1,5 +1,5 @@
 /*
- * Addresses as this daemon calls them, and the question that PIM asks of one from outside.
+ * Addresses as this daemon calls them, and what PIM asks of them.
  */
 #ifndef DAEMONS_PIMSMD_ADDRESS_H
 #define DAEMONS_PIMSMD_ADDRESS_H
@@ -27,6 +27,12 @@ inline bool is_unicast(const Address &address)
 {
     return address.family == MCAST_FAMILY_IPV4 ? address.address[0] != 0 && address.address[0] < 0xe0
                                                : address.address[0] != 0xff && !is_unspecified(address);
+}
+
+// All groups of the family.
+inline Prefix whole_range(uint16_t family)
+{
+    return Prefix::parse(family == MCAST_FAMILY_IPV4 ? "224.0.0.0/4" : "ff00::/8").value();
 }
 
 } // namespace pimsmd

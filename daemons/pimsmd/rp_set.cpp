@@ -63,11 +63,6 @@ private:
 
 } // namespace
 
-Prefix whole_range(uint16_t family)
-{
-    return Prefix::parse(family == MCAST_FAMILY_IPV4 ? "224.0.0.0/4" : "ff00::/8").value();
-}
-
 RpSet::RpSet(uint16_t family, MsQueue &queue, RpSetEvents &events, Counters &counters, const RpLimits &limits)
     : family_(family), events_(events), learnt_(queue, *this, counters, limits),
       hash_mask_length_(default_hash_mask_length(family))

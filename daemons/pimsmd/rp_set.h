@@ -25,9 +25,6 @@ namespace pimsmd
 // Configured RPs, each counted once for every range. The configuration is refused beyond it.
 constexpr uint32_t MOST_STATIC_RPS = 1024;
 
-// All groups of the family.
-Prefix whole_range(uint16_t family);
-
 struct StaticRp {
     Prefix range;
     Address rp;
